@@ -1,0 +1,35 @@
+# The target `vintok_settings` carries the warnings, and the sanitizers where asked for, to everything
+# that is built here and to nothing that is installed.
+add_library(vintok_settings INTERFACE)
+target_compile_options(vintok_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+  $<$<BOOL:${VINTOK_WERROR}>:-Werror>)
+
+if(VINTOK_SANITIZE)
+  target_compile_options(vintok_settings INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vintok_settings INTERFACE -fsanitize=address,undefined)
+endif()
+if(WIN32)
+  # Programs and the library carry the compiler's runtime with them: nothing to install beside them.
+  target_link_options(vintok_settings INTERFACE -static-libgcc -static-libstdc++
+    -Wl,-Bstatic,--whole-archive -lwinpthread -Wl,--no-whole-archive,-Bdynamic)
+endif()
+
+find_package(Threads REQUIRED)
+find_program(CCACHE_EXECUTABLE ccache)
+if(CCACHE_EXECUTABLE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_EXECUTABLE})
+endif()
+
+# Keeps of a list of sources those that exist (the tree is being put up unit by unit).
+function(vintok_existing out)
+  set(found)
+  foreach(source IN LISTS ARGN)
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${source})
+      list(APPEND found ${source})
+    endif()
+  endforeach()
+  set(${out} ${found} PARENT_SCOPE)
+endfunction()

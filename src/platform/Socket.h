@@ -1,0 +1,82 @@
+// Sockets as the stream layer needs them: one call of the operating system behind each function, no
+// retry, no logging, no policy. A descriptor is an int, -1 means none. After a failure `socketError()`
+// tells why, in the numbers of the system error table.
+#ifndef VINTOK_PLATFORM_SOCKET_H
+#define VINTOK_PLATFORM_SOCKET_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace vintok::platform {
+
+// Address families, by the numbers that the library speaks; the system's own may differ.
+enum Family : int { FAMILY_LOCAL = 1, FAMILY_IPV4 = 2, FAMILY_IPV6 = 23 };
+
+// The longest path of a local socket, its zero byte not counted.
+inline constexpr std::size_t MAX_LOCAL_PATH = 107;
+
+// An endpoint as bind, connect and accept take it. What the family does not use is ignored.
+struct Endpoint {
+    Family family = FAMILY_IPV4;
+    std::uint32_t ipv4 = 0;                 // network byte order
+    std::array<std::uint16_t, 8> ipv6 = {}; // network byte order
+    std::uint16_t port = 0;                 // network byte order
+    std::string path;                       // local family only
+};
+
+// Starts the socket layer with a wanted version word (low byte major, high byte minor). On success
+// `granted` is the version word that was given. Systems that need no start grant what was asked.
+bool startSockets(std::uint16_t wanted, std::uint16_t &granted);
+void stopSockets();
+
+// The calling thread's last socket error: 4, 9, 12, 22 and 24 are plain (interrupted, bad descriptor,
+// no memory, invalid, too many descriptors), every other number is the like-named row of the system
+// error table, a write after the end is 10058, and 0 follows a receive that met the end of the stream.
+int socketError();
+
+// Sets what `socketError()` will say: for whoever stands in for a socket call on this thread.
+void setSocketError(int error);
+
+// A new stream socket that children do not inherit. Never 0, 1 or 2, which the standard streams own
+// even when they are closed.
+int openSocket(Family family);
+bool closeSocket(int descriptor);
+bool shutdownBoth(int descriptor);
+
+bool bindSocket(int descriptor, const Endpoint &endpoint);
+bool listenSocket(int descriptor, int backlog);
+bool connectSocket(int descriptor, const Endpoint &endpoint);
+
+// `family` is the listener's. On success `peer` is filled, its path excepted.
+int acceptSocket(int descriptor, Family family, Endpoint &peer);
+
+// Both return the count, 0 at the end of the stream, or -1.
+std::int64_t receive(int descriptor, unsigned char *buffer, std::size_t length);
+std::int64_t peek(int descriptor, unsigned char *buffer, std::size_t length);
+
+// Returns the count or -1. Raises no signal when the peer is gone.
+std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t length);
+
+// How many bytes can be received now.
+bool bytesWaiting(int descriptor, std::size_t &count);
+
+bool setBlockingMode(int descriptor, bool blocking);
+bool setNoDelayOption(int descriptor);
+
+// Nobody else may listen on the port; a port that only waits out old connections may be taken.
+bool setExclusiveAddress(int descriptor);
+bool setIPv6Only(int descriptor);
+
+bool setReceiveBuffer(int descriptor, int size);
+bool receiveBuffer(int descriptor, int &size);
+bool setSendBuffer(int descriptor, int size);
+bool sendBuffer(int descriptor, int &size);
+
+// The descriptor is not reported readable before `count` bytes or the end of its stream have arrived.
+bool setReceiveLowWater(int descriptor, int count);
+
+} // namespace vintok::platform
+
+#endif
