@@ -1,0 +1,417 @@
+// One party in a conference: who it is, whom it is connected to, and what it tells its application.
+//
+// A meeting is a star. The host is connected to every member; a member has one connection, to the
+// host, and knows the other members from the roster only. A party in server mode relays as a host
+// does and has no user of its own.
+//
+// Everything happens on the caller's thread: inside an operation, or inside the loop of a TCPSelect
+// of the thread that made the participant. A participant belongs to one thread at a time and holds
+// no lock. Callbacks run on that thread and may call any operation, `hangup` included; they must
+// not destroy the participant. A reference that a callback receives is good until the callback
+// returns.
+//
+// Operations that talk to the network block: they wait until a connection stands or is refused, and
+// until the peer's side has taken what is written. Nothing has a time-out. Nothing throws.
+//
+// Ports are in host byte order, except inside a TCPAddress.
+#ifndef VINTOK_CONFERENCEPARTICIPANT_H
+#define VINTOK_CONFERENCEPARTICIPANT_H
+
+#include "vintok/ConferenceRosterEntry.h"
+#include "vintok/Export.h"
+#include "vintok/TempRosterEntry.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vintok {
+
+class ConferenceParticipant;
+class TCPMessage;
+class TCPSelect;
+
+// A service that a version of the protocol may offer.
+enum ConfService {
+    ConfServiceABI = 1,    // the message layout that is spoken here: since 4.0
+    ConfServiceFIPS = 2,   // FIPS-grade security: since 3.2
+    ConfServiceHideIP = 4, // hiding addresses: since 3.2
+};
+
+// Tells which security option changed, not its new value: ask the participant for that.
+struct VINTOK_API ConfSecurityOptions {
+    bool hideIP = false;
+    bool FIPS = false;
+    bool SSLOnly = false;
+};
+
+class VINTOK_API ConferenceParticipant {
+public:
+    // ---- The application's callbacks
+    // ------------------------------------------------------------- A null callback is skipped. The
+    // first argument is the participant that calls.
+
+    // A party of the meeting, or a caller.
+    using EntryCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &);
+    // Bytes that belong to the library and are gone after the call, and their count.
+    using DataCallback = void (*)(ConferenceParticipant *, unsigned char *, std::uint64_t);
+    // An outgoing call: the name as `placeCall` got it, and what is known of the party.
+    using CallCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
+                                  const RosterBase &);
+    using SecurityCallback = void (*)(ConferenceParticipant *, const ConfSecurityOptions &);
+    // The neighbour that passed the file on, whether the file is whole, and its path here.
+    using FileTransferCallback = void (*)(ConferenceParticipant *, const TCPAddress &, bool,
+                                          const std::string &path);
+    // What a further `placeCall` would take.
+    using ProxyCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
+                                   unsigned short port, const std::string &proxyName,
+                                   unsigned short proxyPort, const std::string &authentication,
+                                   unsigned int retries, const std::string &meetingID);
+    using ServerResponseCallback = void (*)(ConferenceParticipant *, unsigned int status,
+                                            const std::string &response);
+    using AlarmCallback = void (*)();
+
+    // A security option changed its value.
+    void setSecurityCB(SecurityCallback callback) { _securityCB = callback; }
+    // Somebody wants to join: answer with `acceptCall` or `rejectCall`, at once or later. Without
+    // this callback every caller is accepted.
+    void setCallPendingCB(EntryCallback callback) { _callPendingCB = callback; }
+    // A party joined, here or elsewhere in the meeting. Parties that are servers are not reported,
+    // by this and the next three callbacks.
+    void setJoinCB(EntryCallback callback) { _joinCB = callback; }
+    // A party left. Set this one: a member without it does not notice that its host has left.
+    void setLeaveCB(EntryCallback callback) { _leaveCB = callback; }
+    // The data of a party changed, or those of the own entry.
+    void setUserDataCB(EntryCallback callback) { _userDataCB = callback; }
+    // A new leader is known.
+    void setLeadChangeCB(EntryCallback callback) { _leadChangeCB = callback; }
+    // A party asks for the lead that this party holds. Without this callback it gets it.
+    void setLeadRequestCB(EntryCallback callback) { _leadRequestCB = callback; }
+    // What another party sent with `sendBroadcastData`.
+    void setBroadcastDataCB(DataCallback callback) { _broadcastDataCB = callback; }
+    // A file has arrived, or has failed to.
+    void setFileTransferCB(FileTransferCallback callback) { _fileTransferCB = callback; }
+    // The answer to the own request for the lead: one byte, 1 granted, 0 refused.
+    void setLeadReplyCB(DataCallback callback) { _leadReplyCB = callback; }
+    // The clock was compared with another party's: 16 bytes, two 64-bit values in host byte order,
+    // the seconds that are added to the clock and those that are subtracted from it.
+    void setSynchTimeCB(DataCallback callback) { _synchTimeCB = callback; }
+    // The own call was accepted.
+    void setAcceptedCB(CallCallback callback) { _acceptedCB = callback; }
+    // The called party is in a meeting that cannot be joined through it.
+    void setBusyCB(CallCallback callback) { _busyCB = callback; }
+    // The own call was refused.
+    void setRejectedCB(CallCallback callback) { _rejectedCB = callback; }
+    // The called party has answered the connection and is being asked.
+    void setRingingCB(CallCallback callback) { _ringingCB = callback; }
+    // Never called: `placeCall` reports a bad address by its result.
+    void setBadAddressCB(CallCallback callback) { _badAddressCB = callback; }
+    // The own call ended without an answer.
+    void setNoAnswerCB(CallCallback callback) { _noAnswerCB = callback; }
+    // A party spoke a version below 4 and was hung up. The name is empty for one that called us.
+    void setVersionCB(CallCallback callback) { _versionCB = callback; }
+    // A proxy or server demands authentication, and retries remain: call again with credentials.
+    void setProxyCB(ProxyCallback callback) { _proxyCB = callback; }
+    // A reply on the way through a proxy or multiplexer. The status is HTTP's, 0 for none.
+    void setServerResponseCB(ServerResponseCallback callback) { _serverResponseCB = callback; }
+    // The multiplexer sends the call elsewhere: call that name and port. Without this callback the
+    // library does.
+    void setRedirectCB(ProxyCallback callback) { _redirectCB = callback; }
+
+    // Process-wide. Kept for the application's own use: nothing in the library calls it.
+    static AlarmCallback alarmCB() { return _alarmCB; }
+    static void setAlarmCB(AlarmCallback callback) { _alarmCB = callback; }
+
+    // ---- Life and listening sockets
+    // --------------------------------------------------------------
+
+    // Starts the library, listens, and prints "\nPORT:<port>\n" on the standard output (0 if
+    // nothing listens). Listens on `port`, or on the configured port for 0, or with `exactPort`
+    // false on the first free one of 255 from there on; on loopback only with `localOnly`. IPv4 and
+    // IPv6 share the port. A participant that could not start stays usable: its calls fail.
+    explicit ConferenceParticipant(bool localOnly = false, unsigned short port = 0,
+                                   bool exactPort = false);
+    // Closes every connection without a word to anybody and without a callback.
+    ~ConferenceParticipant();
+    // A copy shares the loop, the sockets and the roster with its source, and takes no part in
+    // starting and stopping the library: only one of the two may be destroyed.
+    ConferenceParticipant(const ConferenceParticipant &);
+    ConferenceParticipant &operator=(const ConferenceParticipant &);
+
+    // The own entry.
+    const std::string &firstName() const { return _self.firstName(); }
+    const std::string &lastName() const { return _self.lastName(); }
+    const std::string &title() const { return _self.title(); }
+    const std::string &email() const { return _self.email(); }
+    const std::string &phone() const { return _self.phone(); }
+    // The others hear of a change with the next `sendRoster`.
+    void setFirstName(const std::string &text) { _self.setFirstName(text); }
+    void setLastName(const std::string &text) { _self.setLastName(text); }
+    void setTitle(const std::string &text) { _self.setTitle(text); }
+    void setEmail(const std::string &text) { _self.setEmail(text); }
+    void setPhone(const std::string &text) { _self.setPhone(text); }
+
+    // Where this party listens.
+    const TCPAddress &address() const { return _self; }
+    // The colour that the meeting gave this party; 65535: none.
+    unsigned short colorIndex() const { return _self.colorIndex(); }
+    void setColorIndex(unsigned short index) { _self.setColorIndex(index); }
+
+    const std::string &meetingID() const { return _self.meetingID(); }
+    void setMeetingID(const std::string &meetingID) { _self.setMeetingID(meetingID); }
+    const std::string &meetingName() const { return _self.meetingName(); }
+    // False, and nothing changes, unless this party is the host.
+    bool setMeetingName(const std::string &meetingName);
+
+    bool isHost() const { return _self.isHost(); }
+    bool isLeader() const { return _self.isLeader(); }
+    bool isMeeting() const { return _self.isMeeting(); }
+    bool isServer() const { return _self.isServer(); }
+    bool isSecureAble() const { return _self.isSecureAble(); }
+    bool isSecurePreferred() const { return _self.isSecurePreferred(); }
+    bool isSecureRequired() const { return _self.isSecureRequired(); }
+    bool isSSLOnly() const { return _self.isSSLOnly(); }
+    bool isFIPSSecureRequired() const { return _self.isFIPSSecureRequired(); }
+    bool isHidingIPsRequired() const { return _self.isHidingIPsRequired(); }
+    bool isMUXEncrypt() const { return _self.isMUXEncrypt(); }
+    bool isMUXRedirected() const { return _self.isMUXRedirected(); }
+
+    void setMUXEncrypt(bool on) { _self.setMUXEncrypt(on); }
+    void setMUXRedirected(bool on) { _self.setMUXRedirected(on); }
+    void setSecureAble(bool on) { _self.setSecureAble(on); }
+    // A server relays and has no user. `hangup` leaves the mode and clears `isServer` until the
+    // mode is set again.
+    void setServerMode(bool on);
+    bool serverMode() const { return _serverMode; }
+
+    // The protocol version that is spoken here.
+    static unsigned short majorVersion() { return s_majorVersion; }
+    static unsigned short minorVersion() { return s_minorVersion; }
+
+    // Process-wide switches for a louder log.
+    static bool printDebug() { return s_printDebug; }
+    static bool printRosterDebug() { return s_printRosterDebug; }
+    static bool printVerboseDebug() { return s_printVerboseDebug; }
+    static void setPrintDebug(bool on) { s_printDebug = on; }
+    static void setPrintRosterDebug(bool on) { s_printRosterDebug = on; }
+    static void setPrintVerboseDebug(bool on) { s_printVerboseDebug = on; }
+
+    static const unsigned short s_majorVersion = 4;
+    static const unsigned short s_minorVersion = 0;
+    // The first versions that offer each ConfService.
+    static const unsigned short s_majorVersionABI = 4;
+    static const unsigned short s_minorVersionABI = 0;
+    static const unsigned short s_majorVersionFIPS = 3;
+    static const unsigned short s_minorVersionFIPS = 2;
+    static const unsigned short s_majorVersionHideIP = 3;
+    static const unsigned short s_minorVersionHideIP = 2;
+
+    // ---- Calls
+    // -----------------------------------------------------------------------------------
+
+    // Starts a meeting with this party as its host. Alone, a second call renames the meeting. False
+    // in company: somebody is listed, and this party is in a meeting already or somebody else hosts
+    // one.
+    bool hostMeeting(const std::string &meetingName);
+
+    // Calls a party; without a meeting on either side the caller becomes the host. Blocks until the
+    // connection stands; true means that the call is under way, and a callback tells how it ends.
+    // Port 0 is the configured port, proxy port 0 is 80. With a `meetingID` the call goes through a
+    // multiplexing server, behind the proxy if one is named; `authentication` goes to them as it
+    // stands, and `retries` bounds how often a redirect or a demand for credentials is followed.
+    // False: in a meeting and not its host, bad address, own address, a call to that address is
+    // already listed, or no connection.
+    bool placeCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
+                   unsigned short proxyPort, const std::string &meetingID,
+                   const std::string &authentication, unsigned int retries);
+
+    // The answer to the call-pending callback. False if nobody of this address waits, or if the
+    // answer could not be sent.
+    bool acceptCall(const TCPAddress &address);
+    bool rejectCall(const TCPAddress &address);
+
+    // Leaves the meeting and ends every connection and every pending call; pending calls get the
+    // no-answer callback. Calls that a callback places meanwhile stay.
+    void hangup();
+
+    // ---- Roster
+    // ----------------------------------------------------------------------------------
+
+    // Publishes the own data: a host sends the whole roster to everybody, a member its entry to the
+    // host. True if it reached everybody, and there was somebody.
+    bool sendRoster();
+    // Asks for the roster, which then comes by callbacks; a host calls the user-data callback for
+    // each party at once. False for a member without a host, or if the request could not be sent.
+    bool requestRoster();
+
+    // ---- Broadcast and liveness
+    // ------------------------------------------------------------------
+
+    // Sends the bytes, which are copied, to all parties of the meeting. False if there is nothing
+    // to send or it did not reach everybody; connections found dead have then been dropped.
+    bool sendBroadcastData(const unsigned char *data, std::uint64_t length);
+    // Tests every connection of the meeting. True if all took the message or nobody is listed.
+    bool sendAllKeepAlive();
+    // A disabled party gets no broadcast and no relayed message. Unknown addresses are ignored.
+    void disableUser(const TCPAddress &address);
+    void enableUser(const TCPAddress &address);
+
+    // How an application may space out its keep-alives after bad reads.
+    static const unsigned int _badReadKeepAliveDelta = 8;
+
+    // ---- Files
+    // -----------------------------------------------------------------------------------
+
+    // The bytes of a file that one message carries.
+    static const std::uint64_t _fileTransferChunkSize = 1024;
+
+private:
+    using Body = unsigned char *;
+
+    // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp)
+    // -----------------------------
+    void _readDebugSwitches();
+    void _listen(bool localOnly, unsigned short port, int tries);
+    void _listenLocal(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
+    void _listenOnOwnAddress(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
+    void _listenAnonymous(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
+    bool _registerListeners();
+    void _closeListeners();
+    bool _relays() const { return _self.isHost() || _self.isServer(); }
+    static unsigned short sf_getDefaultPort();
+    static bool sf_getBindAnonymous();
+    static void sf_connectCB(int socket, void *data, bool closed);
+    static void sf_dataCB(int descriptor, void *data, bool closed);
+    static void sf_signalHandler(int signal);
+    void mf_connectPending(int socket);
+    void mf_dataPending(int descriptor, bool closed);
+    void _readMessage(ConferenceRosterEntry *peer, bool closed);
+    void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
+
+    // ---- Lists (ConferenceParticipantLists.cpp)
+    // ---------------------------------------------------- An entry that leaves a list is retired,
+    // and destroyed when the outermost operation returns: until then a pointer or reference to it
+    // stays good, across callbacks too, and no new entry has its address. So the one question after
+    // a callback is whether the pointer is still listed.
+    class Operation;
+    struct Retired {
+        Retired() = default;
+        Retired(const Retired &) {} // a copy of the participant has no operation under way
+        Retired &operator=(const Retired &) { return *this; }
+        std::vector<std::unique_ptr<ConferenceRosterEntry>> entries;
+        std::vector<std::unique_ptr<TempRosterEntry>> calls;
+        int operations = 0; // how deep public operations and dispatch are nested
+        int sweeps = 0;     // how deep sweeps are nested
+    };
+    ConferenceRosterEntry *_addDescriptor(int descriptor);
+    bool _addPending(TempRosterEntry *entry);
+    bool _isListed(const ConferenceRosterEntry *entry) const;
+    bool _isListed(const TempRosterEntry *entry) const;
+    // Calls `visit(entry)` for each entry listed now, in order, unless it has left the list
+    // meanwhile.
+    template <class Visit>
+    void _forEachAttendee(Visit visit);
+    ConferenceRosterEntry *_getPeer(const TCPAddress &address) const;
+    ConferenceRosterEntry *_getPeer(int descriptor) const;
+    TempRosterEntry *_getPending(const TCPAddress &address) const;
+    TempRosterEntry *_getPending(int descriptor) const;
+    ConferenceRosterEntry *_getHost() const;
+    ConferenceRosterEntry *_getLeader() const;
+    ConferenceRosterEntry *_getPendingLeader() const;
+    bool _removeDescriptor(const TCPAddress &address);
+    bool _removeDescriptor(int descriptor);
+    bool _removePending(const TCPAddress &address);
+    bool _removePending(int descriptor);
+    bool _removePending(TempRosterEntry *entry);
+    void _shutdown();
+
+    // ---- Calls (ConferenceParticipantCalls.cpp)
+    // ----------------------------------------------------
+    bool mf_acceptCall(ConferenceRosterEntry *peer);
+    bool mf_rejectCall(ConferenceRosterEntry *peer);
+    bool mf_hangup(ConferenceRosterEntry *peer);
+    void _handleHangup(ConferenceRosterEntry *peer);
+
+    // ---- Joining (ConferenceParticipantJoin.cpp)
+    // ---------------------------------------------------
+    bool mf_sendMe(int descriptor, bool proxyConnection, bool oldForm);
+    bool _sendMe(ConferenceRosterEntry *peer);
+    void _completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending);
+    bool _ensureHost(ConferenceRosterEntry *peer);
+    bool _preJoin(ConferenceRosterEntry *peer);
+    bool _sendJoinRequest(ConferenceRosterEntry *peer);
+    void _handleJoinRequest(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+    void _handleJoinReply(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+
+    // ---- Roster (ConferenceParticipantRoster.cpp)
+    // --------------------------------------------------
+    bool _requestRoster(ConferenceRosterEntry *peer);
+    bool _sendRoster(ConferenceRosterEntry *peer);
+    bool _isUnique(ConferenceRosterEntry *entry);
+    void _handleRosterEntry(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+    void _handleRosterReply(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+    void _handleLeaveNotify(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+
+    // ---- Broadcast and liveness (ConferenceParticipantBroadcast.cpp)
+    // -------------------------------
+    static bool _formatBroadcastMessage(TCPMessage &message, const unsigned char *data,
+                                        std::uint64_t length);
+    bool _broadcastData(ConferenceRosterEntry *source, TCPMessage &message);
+    static bool sf_sendKeepAlive(int descriptor);
+    void _bringOutYerDead();
+    void _setBlockingBroadcast();
+    void _setNonBlockingBroadcast();
+
+    // ---- State
+    // -------------------------------------------------------------------------------------
+    TCPSelect *_select = nullptr; // owned; null: the participant failed to start
+    ConferenceRosterEntry _self;
+    std::vector<ConferenceRosterEntry *> _attendees; // owned; every connection and every shadow
+    std::vector<TempRosterEntry *> _pending;         // owned; outgoing calls that have not ended
+    bool _serverMode = false;
+    SecurityCallback _securityCB = nullptr;
+    EntryCallback _callPendingCB = nullptr;
+    EntryCallback _joinCB = nullptr;
+    EntryCallback _leaveCB = nullptr;
+    EntryCallback _userDataCB = nullptr;
+    EntryCallback _leadChangeCB = nullptr;
+    EntryCallback _leadRequestCB = nullptr;
+    DataCallback _broadcastDataCB = nullptr;
+    FileTransferCallback _fileTransferCB = nullptr;
+    DataCallback _leadReplyCB = nullptr;
+    DataCallback _synchTimeCB = nullptr;
+    CallCallback _acceptedCB = nullptr;
+    CallCallback _busyCB = nullptr;
+    CallCallback _rejectedCB = nullptr;
+    CallCallback _ringingCB = nullptr;
+    CallCallback _badAddressCB = nullptr;
+    CallCallback _noAnswerCB = nullptr;
+    CallCallback _versionCB = nullptr;
+    ProxyCallback _proxyCB = nullptr;
+    ServerResponseCallback _serverResponseCB = nullptr;
+    ProxyCallback _redirectCB = nullptr;
+    char _fileTransferPath[1024] = {};
+    char _fileTransferName[1024] = {};
+    std::FILE *_fileTransferStream = nullptr;
+    std::uint64_t _fileTransferReceived = 0;
+    std::uint64_t _fileTransferWritten = 0;
+    TCPAddress _fileTransferOrigin; // empty: no file is being received
+    int _listenIPv4 = -1;
+    int _listenIPv6 = -1;
+    unsigned int _nextColorIndex = 0;
+    Retired _retired;
+
+    static unsigned short s_defaultPort;
+    static bool s_bindAnonymous;
+    static bool s_printDebug;
+    static bool s_printVerboseDebug;
+    static bool s_printRosterDebug;
+    static bool s_printSSLJoinData;
+    static AlarmCallback _alarmCB;
+};
+
+} // namespace vintok
+
+#endif
