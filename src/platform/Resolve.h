@@ -23,8 +23,8 @@ struct ResolvedAddress {
 bool resolveHost(const std::string &name, Lookup lookup, bool literal,
                  std::vector<ResolvedAddress> &result);
 
-// This machine's own name, fully qualified where the system knows it so. On failure prints the reason
-// with `perror` and returns false.
+// This machine's own name, fully qualified where the system knows it so. On failure prints the
+// reason with `perror` and returns false.
 bool hostName(std::string &name);
 
 // The address of the first interface of the family that is up and not loopback, link-local IPv6

@@ -1,6 +1,6 @@
 // Sockets as the stream layer needs them: one call of the operating system behind each function, no
-// retry, no logging, no policy. A descriptor is an int, -1 means none. After a failure `socketError()`
-// tells why, in the numbers of the system error table.
+// retry, no logging, no policy. A descriptor is an int, -1 means none. After a failure
+// `socketError()` tells why, in the numbers of the system error table.
 #ifndef VINTOK_PLATFORM_SOCKET_H
 #define VINTOK_PLATFORM_SOCKET_H
 
@@ -31,9 +31,10 @@ struct Endpoint {
 bool startSockets(std::uint16_t wanted, std::uint16_t &granted);
 void stopSockets();
 
-// The calling thread's last socket error: 4, 9, 12, 22 and 24 are plain (interrupted, bad descriptor,
-// no memory, invalid, too many descriptors), every other number is the like-named row of the system
-// error table, a write after the end is 10058, and 0 follows a receive that met the end of the stream.
+// The calling thread's last socket error: 4, 9, 12, 22 and 24 are plain (interrupted, bad
+// descriptor, no memory, invalid, too many descriptors), every other number is the like-named row
+// of the system error table, a write after the end is 10058, and 0 follows a receive that met the
+// end of the stream.
 int socketError();
 
 // Sets what `socketError()` will say: for whoever stands in for a socket call on this thread.
@@ -51,6 +52,9 @@ bool connectSocket(int descriptor, const Endpoint &endpoint);
 
 // `family` is the listener's. On success `peer` is filled, its path excepted.
 int acceptSocket(int descriptor, Family family, Endpoint &peer);
+
+// The socket's own end, its path excepted: tells which port the system gave to a bind to port 0.
+bool boundEndpoint(int descriptor, Family family, Endpoint &endpoint);
 
 // Both return the count, 0 at the end of the stream, or -1.
 std::int64_t receive(int descriptor, unsigned char *buffer, std::size_t length);
@@ -74,7 +78,8 @@ bool receiveBuffer(int descriptor, int &size);
 bool setSendBuffer(int descriptor, int size);
 bool sendBuffer(int descriptor, int &size);
 
-// The descriptor is not reported readable before `count` bytes or the end of its stream have arrived.
+// The descriptor is not reported readable before `count` bytes or the end of its stream have
+// arrived.
 bool setReceiveLowWater(int descriptor, int count);
 
 } // namespace vintok::platform

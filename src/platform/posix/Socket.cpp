@@ -1,0 +1,161 @@
+#include "platform/Socket.h"
+
+#include "platform/SocketAddress.h"
+#include "platform/posix/SocketError.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace vintok::platform {
+
+namespace {
+
+constexpr int firstDescriptor = 3;
+
+// A program that closed a standard stream would get its number for a socket, and then write what it
+// prints into the meeting.
+int awayFromStandardStreams(int descriptor) {
+    if (descriptor < 0 || descriptor >= firstDescriptor)
+        return descriptor;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, firstDescriptor);
+    succeeded(moved);
+    close(descriptor);
+    return moved;
+}
+
+bool setOption(int descriptor, int level, int option, int value) {
+    return succeeded(setsockopt(descriptor, level, option, &value, sizeof value));
+}
+
+bool getOption(int descriptor, int level, int option, int &value) {
+    socklen_t length = sizeof value;
+    return succeeded(getsockopt(descriptor, level, option, &value, &length));
+}
+
+std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t length, int flags) {
+    const ssize_t count = recv(descriptor, buffer, length, flags);
+    // The system leaves an old error standing at the end of a stream.
+    if (succeeded(count) && count == 0)
+        setSocketError(0);
+    return count;
+}
+
+} // namespace
+
+bool startSockets(std::uint16_t wanted, std::uint16_t &granted) {
+    granted = wanted;
+    return true;
+}
+
+void stopSockets() {}
+
+int openSocket(Family family) {
+    const int descriptor = socket(systemFamily(family), SOCK_STREAM | SOCK_CLOEXEC, 0);
+    return succeeded(descriptor) ? awayFromStandardStreams(descriptor) : -1;
+}
+
+bool closeSocket(int descriptor) {
+    return succeeded(close(descriptor));
+}
+
+bool shutdownBoth(int descriptor) {
+    return succeeded(shutdown(descriptor, SHUT_RDWR));
+}
+
+bool bindSocket(int descriptor, const Endpoint &endpoint) {
+    SocketAddress address;
+    return toSystem(endpoint, address) && succeeded(bind(descriptor, &address.any, address.length));
+}
+
+bool listenSocket(int descriptor, int backlog) {
+    return succeeded(listen(descriptor, backlog));
+}
+
+bool connectSocket(int descriptor, const Endpoint &endpoint) {
+    SocketAddress address;
+    return toSystem(endpoint, address) &&
+           succeeded(connect(descriptor, &address.any, address.length));
+}
+
+int acceptSocket(int descriptor, Family family, Endpoint &peer) {
+    SocketAddress address;
+    address.length = sizeof address.local;
+    const int accepted = accept4(descriptor, &address.any, &address.length, SOCK_CLOEXEC);
+    if (!succeeded(accepted))
+        return -1;
+    peer = fromSystem(family, &address.any);
+    return awayFromStandardStreams(accepted);
+}
+
+bool boundEndpoint(int descriptor, Family family, Endpoint &endpoint) {
+    SocketAddress address;
+    address.length = sizeof address.local;
+    if (!succeeded(getsockname(descriptor, &address.any, &address.length)))
+        return false;
+    endpoint = fromSystem(family, &address.any);
+    return true;
+}
+
+std::int64_t receive(int descriptor, unsigned char *buffer, std::size_t length) {
+    return receiveWith(descriptor, buffer, length, 0);
+}
+
+std::int64_t peek(int descriptor, unsigned char *buffer, std::size_t length) {
+    return receiveWith(descriptor, buffer, length, MSG_PEEK);
+}
+
+std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t length) {
+    const ssize_t count = ::send(descriptor, buffer, length, MSG_NOSIGNAL);
+    succeeded(count);
+    return count;
+}
+
+bool bytesWaiting(int descriptor, std::size_t &count) {
+    int waiting = 0;
+    if (!succeeded(ioctl(descriptor, FIONREAD, &waiting)))
+        return false;
+    count = static_cast<std::size_t>(waiting);
+    return true;
+}
+
+bool setBlockingMode(int descriptor, bool blocking) {
+    int nonBlocking = blocking ? 0 : 1;
+    return succeeded(ioctl(descriptor, FIONBIO, &nonBlocking));
+}
+
+bool setNoDelayOption(int descriptor) {
+    return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
+}
+
+bool setExclusiveAddress(int descriptor) {
+    // Here this option lets no second listener in: it only makes connections that wait out their
+    // time on the port no obstacle for a host that starts again.
+    return setOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
+}
+
+bool setIPv6Only(int descriptor) {
+    return setOption(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, 1);
+}
+
+bool setReceiveBuffer(int descriptor, int size) {
+    return setOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
+}
+
+bool receiveBuffer(int descriptor, int &size) {
+    return getOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
+}
+
+bool setSendBuffer(int descriptor, int size) {
+    return setOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
+}
+
+bool sendBuffer(int descriptor, int &size) {
+    return getOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
+}
+
+bool setReceiveLowWater(int descriptor, int count) {
+    return setOption(descriptor, SOL_SOCKET, SO_RCVLOWAT, count);
+}
+
+} // namespace vintok::platform

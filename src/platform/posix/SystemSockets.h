@@ -1,0 +1,11 @@
+// The system's own socket headers, for the sources of the platform layer that both systems share.
+#ifndef VINTOK_PLATFORM_POSIX_SYSTEMSOCKETS_H
+#define VINTOK_PLATFORM_POSIX_SYSTEMSOCKETS_H
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#endif

@@ -1,0 +1,80 @@
+#include "platform/Thread.h"
+
+#include <cerrno>
+#include <chrono>
+#include <new>
+#include <pthread.h>
+#include <thread>
+#include <unistd.h>
+
+namespace vintok::platform {
+
+namespace {
+
+thread_local int t_error = 0;
+
+bool succeeded(int error) {
+    if (error == 0)
+        return true;
+    t_error = error;
+    return false;
+}
+
+bool makeRecursive(pthread_mutex_t &mutex) {
+    pthread_mutexattr_t attributes;
+    if (!succeeded(pthread_mutexattr_init(&attributes)))
+        return false;
+    const bool made = succeeded(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE)) &&
+                      succeeded(pthread_mutex_init(&mutex, &attributes));
+    pthread_mutexattr_destroy(&attributes);
+    return made;
+}
+
+pthread_mutex_t *mutexOf(void *handle) {
+    return static_cast<pthread_mutex_t *>(handle);
+}
+
+} // namespace
+
+RecursiveLock::RecursiveLock() : m_handle(nullptr) {
+    auto *mutex = new (std::nothrow) pthread_mutex_t;
+    if (mutex == nullptr)
+        t_error = ENOMEM;
+    else if (makeRecursive(*mutex))
+        m_handle = mutex;
+    else
+        delete mutex;
+}
+
+RecursiveLock::~RecursiveLock() {
+    if (!valid())
+        return;
+    pthread_mutex_destroy(mutexOf(m_handle));
+    delete mutexOf(m_handle);
+}
+
+bool RecursiveLock::acquire() {
+    return succeeded(valid() ? pthread_mutex_lock(mutexOf(m_handle)) : EINVAL);
+}
+
+bool RecursiveLock::release() {
+    return succeeded(valid() ? pthread_mutex_unlock(mutexOf(m_handle)) : EINVAL);
+}
+
+std::uint64_t currentThreadId() {
+    return static_cast<std::uint64_t>(gettid());
+}
+
+std::uint32_t currentProcessId() {
+    return static_cast<std::uint32_t>(getpid());
+}
+
+void sleepMilliseconds(std::uint32_t milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+std::uint32_t lastThreadError() {
+    return static_cast<std::uint32_t>(t_error);
+}
+
+} // namespace vintok::platform
