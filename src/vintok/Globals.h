@@ -1,0 +1,81 @@
+// The state of the process, and the functions of the stream layer that its units share.
+#ifndef VINTOK_GLOBALS_H
+#define VINTOK_GLOBALS_H
+
+#include "vintok/TCPAddress.h"
+#include "vintok/TCPStream.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace vintok {
+
+enum DescriptorFlag : std::uint32_t {
+    DESC_SECURE = 1,
+    DESC_CLOSED = 2,
+    DESC_BOUND_IPV4 = 4,
+    DESC_BOUND_IPV6 = 8,
+    DESC_BOUND_UNIX = 16
+};
+
+struct DescriptorEntry {
+    std::int32_t fd;
+    std::uint32_t flags;
+    bool frames = false; // `expectFrames` was asked for; see there
+};
+
+// The one record of the process, from the first `init` to the last `fini`. What readers look at
+// without a lock is atomic; the address and the log file name are the caller's to keep quiet.
+struct Globals {
+    TCPAddress m_localAddress;                  // port 0
+    std::vector<DescriptorEntry> m_descriptors; // in order of arrival; lock id 1
+    std::atomic<TCPTransport *> m_transport{nullptr};
+    std::atomic<std::int64_t> m_addTime{0};
+    std::atomic<std::int64_t> m_subtractTime{0};
+    std::atomic<LogLevel> m_logLevel{LOG_NONE};
+    std::string m_logFileName;
+};
+
+extern std::atomic<Globals *> s_globals;
+extern std::atomic<std::uint64_t> s_startUpCount; // unmatched calls of `init`; lock id 7
+
+// The record when the library is started and has one, else null.
+inline Globals *startedGlobals() {
+    return s_startUpCount.load() != 0 ? s_globals.load() : nullptr;
+}
+
+// The bytes of a plain socket. What `readBytes`, `writeBytes` and so on come down to, without
+// asking the descriptor table.
+std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bool wait,
+                           TCPStatusCallback *status);
+std::int64_t sf_socketSend(int fd, const unsigned char *buffer, std::size_t length, bool wait,
+                           TCPStatusCallback *status);
+std::int64_t sf_socketPeek(int fd, unsigned char *buffer, std::size_t length);
+bool sf_socketBytesPending(int fd, std::size_t &pending);
+std::int64_t sf_clearSocket(int fd, std::size_t count);
+
+// The bytes of a secure descriptor, through the transport.
+std::int64_t sf_secureRecv(int fd, unsigned char *buffer, std::size_t length);
+std::int64_t sf_secureSend(int fd, const unsigned char *buffer, std::size_t length);
+std::int64_t sf_securePeek(int fd, unsigned char *buffer, std::size_t length);
+bool sf_secureBytesPending(int fd, std::size_t &pending);
+
+// Tell the transport, under lock id 3.
+bool sf_addSecureDescriptor(int fd);
+bool sf_removeSecureDescriptor(int fd);
+
+// A connection that carries frames is not to be called readable before the smallest frame, 36
+// bytes, or the end of its stream has arrived: with less the loop would wake for ever and read
+// nothing. Called when a connection turns to frames; `expectBytes` takes it back, for replies that
+// are not framed. While a descriptor is secure the mark rests, since the transport's records have
+// sizes of their own, and it comes back when the descriptor falls back to plain. False, without an
+// error, when the descriptor is unknown, listens or is closed, or the system has no such mark.
+bool expectFrames(int fd);
+bool expectBytes(int fd);
+
+} // namespace vintok
+
+#endif

@@ -1,0 +1,57 @@
+// How the library logs and sets errors: the two macros, and the one way to build their texts.
+#ifndef VINTOK_LOG_H
+#define VINTOK_LOG_H
+
+#include "vintok/TCPStream.h"
+
+#include <cstdint>
+#include <string>
+
+namespace vintok {
+
+// Where a macro stands in the source.
+struct SourcePlace {
+    const char *file;
+    unsigned line;
+    const char *function; // as the compiler prints it, with result and arguments
+};
+
+inline bool isLogged(ErrSeverity severity) {
+    return (std::uint32_t{logLevel()} & std::uint32_t{severity}) != 0;
+}
+
+// What the macros call; not for direct use.
+void logAt(const SourcePlace &place, ErrSeverity severity, const std::string &message);
+void errorAt(const SourcePlace &place, TCPError code, const std::string &context);
+
+// The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock".
+std::string qualifiedName(const std::string &signature);
+
+// As `printf` of the C standard on every system, into a string. A failure to format gives an empty
+// text.
+#if defined(__clang__)
+[[gnu::format(printf, 1, 2)]]
+#else
+[[gnu::format(gnu_printf, 1, 2)]]
+#endif
+std::string
+formatText(const char *format, ...);
+
+// `context`, a newline and the row of the system error table for `error`, or for the thread's last
+// socket error. The plain numbers (4, 9, 12, 22, 24) show the row that is named like them.
+std::string withSystemText(const std::string &context, int error);
+std::string withSystemText(const std::string &context);
+
+} // namespace vintok
+
+// The message is built only when the level lets `severity` through.
+#define VINTOK_LOG(severity, message)                                                              \
+    do {                                                                                           \
+        if (::vintok::isLogged(severity))                                                          \
+            ::vintok::logAt({__FILE__, __LINE__, __PRETTY_FUNCTION__}, (severity), (message));     \
+    } while (false)
+
+#define VINTOK_ERROR(code, context)                                                                \
+    ::vintok::errorAt({__FILE__, __LINE__, __PRETTY_FUNCTION__}, (code), (context))
+
+#endif
