@@ -1,0 +1,45 @@
+// Internal. Accepts connections on behalf of one owner of listening sockets, and carries that owner
+// through a shortage of descriptors.
+//
+// A listening socket whose connection cannot be accepted stays readable: whoever only reported that
+// would spin. So the guard keeps one descriptor in reserve. When an accept fails and a connection
+// is still waiting, the reserve is given up, the connection accepted and closed, and the reserve
+// taken back. The caller is turned away, the listener is quiet, and everybody who is connected is
+// served.
+//
+// The owner calls `accept` in place of `acceptBoundSocket`, and logs a failure only when
+// `firstFailure` says so: a crowd that knocks at a full house fills no log.
+#ifndef VINTOK_ACCEPTGUARD_H
+#define VINTOK_ACCEPTGUARD_H
+
+namespace vintok {
+
+class TCPAddress;
+
+class AcceptGuard {
+public:
+    AcceptGuard();
+    ~AcceptGuard();
+    AcceptGuard(const AcceptGuard &) = delete;
+    AcceptGuard &operator=(const AcceptGuard &) = delete;
+
+    // As `acceptBoundSocket`, with its result and its errors. After a failure nothing waits on the
+    // listener that could not be turned away; in the last resort, with no reserve to be had, this
+    // takes a pause of 250 ms in place of a connection.
+    int accept(int listener);
+    int accept(int listener, TCPAddress &peer);
+
+    // After a failed accept: true unless the accept before failed too.
+    bool firstFailure() const { return m_failures == 1; }
+
+private:
+    void turnAway(int listener);
+    void takeReserve();
+
+    int m_reserve = -1;
+    unsigned m_failures = 0; // in a row; stops counting at 2
+};
+
+} // namespace vintok
+
+#endif

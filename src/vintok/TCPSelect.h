@@ -1,0 +1,84 @@
+// The dispatch loop: functions are registered for descriptors and called when those can be read.
+//
+// All TCPSelect objects made on a thread share one table of registrations, which lives from the
+// first of them to the last. Objects of different threads do not see each other. Use an object on
+// the thread that made it; only `interrupt`, `running` and `signalSafe` may be called from
+// anywhere, a signal handler included.
+//
+// A callback may do all of this: add and remove callbacks, close descriptors, poll, destroy
+// TCPSelect objects, the running one too. It is not called for what an earlier owner of its
+// descriptor's number left to read.
+#ifndef VINTOK_TCPSELECT_H
+#define VINTOK_TCPSELECT_H
+
+#include "vintok/Export.h"
+
+#include <atomic>
+
+namespace vintok {
+
+class TCPSelectBase;
+
+// `hangup` is false in every call that the loop makes; true means a call by the owner's own hang-up
+// path.
+using TCPSelectCallback = void (*)(int descriptor, void *data, bool hangup);
+
+class VINTOK_API TCPSelect {
+public:
+    TCPSelect();
+    virtual ~TCPSelect();
+
+    // Not meant to be copied: a copy is not counted among the thread's objects, so that destroying
+    // it takes away the count of another.
+    TCPSelect(const TCPSelect &other);
+    TCPSelect &operator=(const TCPSelect &other);
+
+    // Registers `function` with `data` for `descriptor`, and the descriptor with the stream layer,
+    // over the secure transport when `secure`. `flag` has no effect: by convention false for a
+    // listening socket and true for a connected one. At most 1024 descriptors on a thread; any
+    // number of callbacks on each, called in order of registration. False for a null function, a
+    // negative descriptor, a pair that is registered already, a full table, or what the stream
+    // layer refuses.
+    bool addSocketCallback(int descriptor, TCPSelectCallback function, void *data, bool flag,
+                           bool secure);
+
+    // True when the pair was registered. The stream layer goes on knowing the descriptor, which
+    // stays open. During a dispatch of this very descriptor the callback may still be called once
+    // more.
+    bool removeCallback(int descriptor, TCPSelectCallback function, void *data);
+
+    // Waits and dispatches until `interrupt`, or until nothing is registered.
+    void run();
+    bool running() const { return m_running; }
+
+    // Ends `run` once the wait that it is in has ended: with the next readable descriptor, and
+    // where signals interrupt waiting, at once when called from a signal handler on the thread that
+    // runs.
+    void interrupt() { m_running = false; }
+
+    int numDescriptors() const;
+
+    // One pass: dispatches the secure descriptors with buffered bytes; when there were none, waits
+    // (`immediate`: looks) and dispatches what can be read, in ascending order. Returns the number
+    // of descriptors, 0 for none, -1 for nothing registered or a failed or interrupted wait.
+    int pollDescriptors(bool immediate);
+
+    // The same for one descriptor.
+    int pollOneDescriptor(int descriptor, bool immediate);
+
+    // False while a callback or a change of the table is under way on this thread's table.
+    bool signalSafe() const;
+
+private:
+    struct Loop;
+
+    static TCPSelectBase **mf_selectBase();
+    static int *mf_count();
+
+    std::atomic<bool> m_running; // set by signal handlers
+    TCPSelectBase *m_base;       // the thread's; null when it could not be made
+};
+
+} // namespace vintok
+
+#endif
