@@ -1,0 +1,44 @@
+// Several parties on one thread. They share the thread's dispatch table, so one loop drives them
+// all; the raw peers read what has come for them in the same turns.
+#ifndef VINTOK_TESTS_SUPPORT_MEETING_H
+#define VINTOK_TESTS_SUPPORT_MEETING_H
+
+#include "vintok/TCPSelect.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace vintok::test {
+
+class WirePeer;
+
+// A port that parties of this process may begin their search at; another one each time.
+unsigned short freshPort();
+
+class Meeting {
+public:
+    Meeting();
+    ~Meeting();
+    Meeting(const Meeting &) = delete;
+    Meeting &operator=(const Meeting &) = delete;
+
+    // One pass: dispatches what can be read, lets the raw peers read. Waits a moment when nothing
+    // happened. True when something did.
+    bool turn();
+
+    // Turns until `condition` holds; fails, naming `what` was waited for, when it does not come.
+    testing::AssertionResult until(const std::function<bool()> &condition, const std::string &what);
+
+    void add(WirePeer *peer) { m_peers.push_back(peer); }
+    void remove(WirePeer *peer);
+
+private:
+    TCPSelect m_select;
+    std::vector<WirePeer *> m_peers;
+};
+
+} // namespace vintok::test
+
+#endif
