@@ -1,0 +1,132 @@
+// The identifier that says what a message's body is, and the identifiers of the system.
+#ifndef VINTOK_TCPGUID_H
+#define VINTOK_TCPGUID_H
+
+#include "vintok/Export.h"
+
+#include <cstdint>
+
+namespace vintok {
+
+class BufferManager;
+
+// A plain value of 16 bytes. On the wire the three numbers are big-endian and the bytes follow as
+// they are.
+struct VINTOK_API TCPGUID {
+    std::uint32_t Data1;
+    std::uint16_t Data2;
+    std::uint16_t Data3;
+    std::uint8_t Data4[8];
+
+    bool operator==(const TCPGUID &other) const;
+
+    // Return the bytes moved. Each field is tried even after one did not fit, so that anything but
+    // 16 is a failure, and the fields that did fit have then moved.
+    std::uint64_t read(BufferManager &cursor);
+    std::uint64_t write(BufferManager &cursor) const;
+};
+
+// `read` and `write` with a failure passed over in silence.
+VINTOK_API BufferManager &operator>>(BufferManager &cursor, TCPGUID &identifier);
+VINTOK_API BufferManager &operator<<(BufferManager &cursor, const TCPGUID &identifier);
+
+// The identifiers differ in the low byte of Data2 alone. They are ready before any constructor
+// runs; compare by value, never by address.
+extern VINTOK_API const TCPGUID TCP_conferenceControlRequest; // control text to the control process
+extern VINTOK_API const TCPGUID TCP_conferenceControlReply;   // control text from it
+extern VINTOK_API const TCPGUID TCP_broadcastMessage; // the application's data for everybody
+extern VINTOK_API const TCPGUID TCP_joinRequest;
+extern VINTOK_API const TCPGUID TCP_joinReply;
+extern VINTOK_API const TCPGUID TCP_joinNotify;  // reserved
+extern VINTOK_API const TCPGUID TCP_leaveNotify; // a party has left
+extern VINTOK_API const TCPGUID TCP_rosterRequest;
+extern VINTOK_API const TCPGUID TCP_rosterReply;
+extern VINTOK_API const TCPGUID TCP_rosterEntry;    // one entry, or a party's hello
+extern VINTOK_API const TCPGUID TCP_colorIndex;     // reserved
+extern VINTOK_API const TCPGUID TCP_peerColorIndex; // reserved
+extern VINTOK_API const TCPGUID TCP_leadRequest;
+extern VINTOK_API const TCPGUID TCP_leadChangeNotify;
+extern VINTOK_API const TCPGUID TCP_leadReply;
+extern VINTOK_API const TCPGUID TCP_hangup;
+extern VINTOK_API const TCPGUID TCP_stopLeadRequest;
+extern VINTOK_API const TCPGUID TCP_keepAlive;
+extern VINTOK_API const TCPGUID TCP_fileTransferBegin;
+extern VINTOK_API const TCPGUID TCP_fileTransferData;
+extern VINTOK_API const TCPGUID TCP_fileTransferEnd;
+extern VINTOK_API const TCPGUID TCP_fileTransferAck;
+extern VINTOK_API const TCPGUID TCP_echoRequest32; // clock echo with 32-bit times
+extern VINTOK_API const TCPGUID TCP_echoReply32;
+extern VINTOK_API const TCPGUID TCP_echoRequest; // clock echo with 64-bit times
+extern VINTOK_API const TCPGUID TCP_echoReply;
+
+// Held back for later use: no message carries them.
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_1;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_2;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_3;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_4;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_5;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_6;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_7;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_8;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_9;
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_10;
+
+// Held back as well. The number stands in Data2 as its two decimal digits: 46 is 0x0046.
+extern VINTOK_API const TCPGUID TCP_messageID_46;
+extern VINTOK_API const TCPGUID TCP_messageID_47;
+extern VINTOK_API const TCPGUID TCP_messageID_48;
+extern VINTOK_API const TCPGUID TCP_messageID_49;
+extern VINTOK_API const TCPGUID TCP_messageID_50;
+extern VINTOK_API const TCPGUID TCP_messageID_51;
+extern VINTOK_API const TCPGUID TCP_messageID_52;
+extern VINTOK_API const TCPGUID TCP_messageID_53;
+extern VINTOK_API const TCPGUID TCP_messageID_54;
+extern VINTOK_API const TCPGUID TCP_messageID_55;
+extern VINTOK_API const TCPGUID TCP_messageID_56;
+extern VINTOK_API const TCPGUID TCP_messageID_57;
+extern VINTOK_API const TCPGUID TCP_messageID_58;
+extern VINTOK_API const TCPGUID TCP_messageID_59;
+extern VINTOK_API const TCPGUID TCP_messageID_60;
+extern VINTOK_API const TCPGUID TCP_messageID_61;
+extern VINTOK_API const TCPGUID TCP_messageID_62;
+extern VINTOK_API const TCPGUID TCP_messageID_63;
+extern VINTOK_API const TCPGUID TCP_messageID_64;
+extern VINTOK_API const TCPGUID TCP_messageID_65;
+extern VINTOK_API const TCPGUID TCP_messageID_66;
+extern VINTOK_API const TCPGUID TCP_messageID_67;
+extern VINTOK_API const TCPGUID TCP_messageID_68;
+extern VINTOK_API const TCPGUID TCP_messageID_69;
+extern VINTOK_API const TCPGUID TCP_messageID_70;
+extern VINTOK_API const TCPGUID TCP_messageID_71;
+extern VINTOK_API const TCPGUID TCP_messageID_72;
+extern VINTOK_API const TCPGUID TCP_messageID_73;
+extern VINTOK_API const TCPGUID TCP_messageID_74;
+extern VINTOK_API const TCPGUID TCP_messageID_75;
+extern VINTOK_API const TCPGUID TCP_messageID_76;
+extern VINTOK_API const TCPGUID TCP_messageID_77;
+extern VINTOK_API const TCPGUID TCP_messageID_78;
+extern VINTOK_API const TCPGUID TCP_messageID_79;
+extern VINTOK_API const TCPGUID TCP_messageID_80;
+extern VINTOK_API const TCPGUID TCP_messageID_81;
+extern VINTOK_API const TCPGUID TCP_messageID_82;
+extern VINTOK_API const TCPGUID TCP_messageID_83;
+extern VINTOK_API const TCPGUID TCP_messageID_84;
+extern VINTOK_API const TCPGUID TCP_messageID_85;
+extern VINTOK_API const TCPGUID TCP_messageID_86;
+extern VINTOK_API const TCPGUID TCP_messageID_87;
+extern VINTOK_API const TCPGUID TCP_messageID_88;
+extern VINTOK_API const TCPGUID TCP_messageID_89;
+extern VINTOK_API const TCPGUID TCP_messageID_90;
+extern VINTOK_API const TCPGUID TCP_messageID_91;
+extern VINTOK_API const TCPGUID TCP_messageID_92;
+extern VINTOK_API const TCPGUID TCP_messageID_93;
+extern VINTOK_API const TCPGUID TCP_messageID_94;
+extern VINTOK_API const TCPGUID TCP_messageID_95;
+extern VINTOK_API const TCPGUID TCP_messageID_96;
+extern VINTOK_API const TCPGUID TCP_messageID_97;
+extern VINTOK_API const TCPGUID TCP_messageID_98;
+extern VINTOK_API const TCPGUID TCP_messageID_99;
+
+} // namespace vintok
+
+#endif
