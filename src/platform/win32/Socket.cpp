@@ -1,0 +1,169 @@
+#include "platform/Socket.h"
+
+#include "platform/SocketAddress.h"
+#include "platform/win32/LowWater.h"
+#include "platform/win32/SocketError.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace vintok::platform {
+
+namespace {
+
+// The system's handles of sockets fit an int: only their low 32 bits are significant.
+SOCKET socketOf(int descriptor) {
+    return static_cast<SOCKET>(descriptor);
+}
+
+int descriptorOf(SOCKET socket) {
+    return succeeded(socket == INVALID_SOCKET ? SOCKET_ERROR : 0) ? static_cast<int>(socket) : -1;
+}
+
+int boundedLength(std::size_t length) {
+    return static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
+}
+
+bool setOption(int descriptor, int level, int option, int value) {
+    return succeeded(setsockopt(socketOf(descriptor), level, option,
+                                reinterpret_cast<const char *>(&value), sizeof value));
+}
+
+bool getOption(int descriptor, int level, int option, int &value) {
+    int length = sizeof value;
+    return succeeded(
+        getsockopt(socketOf(descriptor), level, option, reinterpret_cast<char *>(&value), &length));
+}
+
+std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t length, int flags) {
+    const int count =
+        recv(socketOf(descriptor), reinterpret_cast<char *>(buffer), boundedLength(length), flags);
+    if (succeeded(count) && count == 0)
+        setSocketError(0);
+    return count;
+}
+
+} // namespace
+
+bool startSockets(std::uint16_t wanted, std::uint16_t &granted) {
+    WSADATA data = {};
+    const int error = WSAStartup(wanted, &data);
+    if (error != 0) {
+        setSocketError(error);
+        return false;
+    }
+    granted = data.wVersion;
+    return true;
+}
+
+void stopSockets() {
+    WSACleanup();
+}
+
+int openSocket(Family family) {
+    return descriptorOf(WSASocketW(systemFamily(family), SOCK_STREAM, 0, nullptr, 0,
+                                   WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT));
+}
+
+bool closeSocket(int descriptor) {
+    forgetLowWater(descriptor);
+    return succeeded(closesocket(socketOf(descriptor)));
+}
+
+bool shutdownBoth(int descriptor) {
+    return succeeded(shutdown(socketOf(descriptor), SD_BOTH));
+}
+
+bool bindSocket(int descriptor, const Endpoint &endpoint) {
+    SocketAddress address;
+    return toSystem(endpoint, address) &&
+           succeeded(bind(socketOf(descriptor), &address.any, address.length));
+}
+
+bool listenSocket(int descriptor, int backlog) {
+    return succeeded(listen(socketOf(descriptor), backlog));
+}
+
+bool connectSocket(int descriptor, const Endpoint &endpoint) {
+    SocketAddress address;
+    return toSystem(endpoint, address) &&
+           succeeded(connect(socketOf(descriptor), &address.any, address.length));
+}
+
+int acceptSocket(int descriptor, Family family, Endpoint &peer) {
+    SocketAddress address;
+    address.length = sizeof address.local;
+    const SOCKET accepted = accept(socketOf(descriptor), &address.any, &address.length);
+    if (accepted == INVALID_SOCKET)
+        return descriptorOf(accepted);
+    SetHandleInformation(reinterpret_cast<HANDLE>(accepted), HANDLE_FLAG_INHERIT, 0);
+    peer = fromSystem(family, &address.any);
+    return descriptorOf(accepted);
+}
+
+bool boundEndpoint(int descriptor, Family family, Endpoint &endpoint) {
+    SocketAddress address;
+    address.length = sizeof address.local;
+    if (!succeeded(getsockname(socketOf(descriptor), &address.any, &address.length)))
+        return false;
+    endpoint = fromSystem(family, &address.any);
+    return true;
+}
+
+std::int64_t receive(int descriptor, unsigned char *buffer, std::size_t length) {
+    return receiveWith(descriptor, buffer, length, 0);
+}
+
+std::int64_t peek(int descriptor, unsigned char *buffer, std::size_t length) {
+    return receiveWith(descriptor, buffer, length, MSG_PEEK);
+}
+
+std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t length) {
+    const int count = ::send(socketOf(descriptor), reinterpret_cast<const char *>(buffer),
+                             boundedLength(length), 0);
+    succeeded(count);
+    return count;
+}
+
+bool bytesWaiting(int descriptor, std::size_t &count) {
+    u_long waiting = 0;
+    if (!succeeded(ioctlsocket(socketOf(descriptor), FIONREAD, &waiting)))
+        return false;
+    count = waiting;
+    return true;
+}
+
+bool setBlockingMode(int descriptor, bool blocking) {
+    u_long nonBlocking = blocking ? 0 : 1;
+    return succeeded(ioctlsocket(socketOf(descriptor), FIONBIO, &nonBlocking));
+}
+
+bool setNoDelayOption(int descriptor) {
+    return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
+}
+
+bool setExclusiveAddress(int descriptor) {
+    return setOption(descriptor, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+}
+
+bool setIPv6Only(int descriptor) {
+    return setOption(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, 1);
+}
+
+bool setReceiveBuffer(int descriptor, int size) {
+    return setOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
+}
+
+bool receiveBuffer(int descriptor, int &size) {
+    return getOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
+}
+
+bool setSendBuffer(int descriptor, int size) {
+    return setOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
+}
+
+bool sendBuffer(int descriptor, int &size) {
+    return getOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
+}
+
+} // namespace vintok::platform

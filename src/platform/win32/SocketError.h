@@ -1,0 +1,14 @@
+// Keeps the failures of this system's socket calls for `socketError()`.
+#ifndef VINTOK_PLATFORM_WIN32_SOCKETERROR_H
+#define VINTOK_PLATFORM_WIN32_SOCKETERROR_H
+
+namespace vintok::platform {
+
+// True when a call that answers SOCKET_ERROR for a failure succeeded; otherwise keeps the system's
+// error. A success leaves the earlier error in place, which the system's own memory does not
+// promise.
+bool succeeded(int result);
+
+} // namespace vintok::platform
+
+#endif

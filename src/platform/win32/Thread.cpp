@@ -1,0 +1,67 @@
+#include "platform/Thread.h"
+
+#include <SystemSockets.h>
+
+namespace vintok::platform {
+
+namespace {
+
+thread_local DWORD t_error = 0;
+
+bool succeeded(BOOL result) {
+    if (result != FALSE)
+        return true;
+    t_error = GetLastError();
+    return false;
+}
+
+} // namespace
+
+RecursiveLock::RecursiveLock() : m_handle(nullptr) {
+    SECURITY_ATTRIBUTES attributes = {sizeof attributes, nullptr, TRUE};
+    m_handle = CreateMutexA(&attributes, TRUE, nullptr);
+    if (!succeeded(m_handle != nullptr) || release())
+        return;
+    CloseHandle(m_handle);
+    m_handle = nullptr;
+}
+
+RecursiveLock::~RecursiveLock() {
+    if (valid())
+        CloseHandle(m_handle);
+}
+
+bool RecursiveLock::acquire() {
+    switch (WaitForSingleObject(m_handle, INFINITE)) {
+    case WAIT_OBJECT_0:
+        return true;
+    case WAIT_ABANDONED:
+        t_error = ERROR_ABANDONED_WAIT_0; // owned now, but its last owner ended in the middle of
+                                          // something
+        return false;
+    default:
+        return succeeded(FALSE);
+    }
+}
+
+bool RecursiveLock::release() {
+    return succeeded(ReleaseMutex(m_handle));
+}
+
+std::uint64_t currentThreadId() {
+    return GetCurrentThreadId();
+}
+
+std::uint32_t currentProcessId() {
+    return GetCurrentProcessId();
+}
+
+void sleepMilliseconds(std::uint32_t milliseconds) {
+    Sleep(milliseconds);
+}
+
+std::uint32_t lastThreadError() {
+    return t_error;
+}
+
+} // namespace vintok::platform
