@@ -1,0 +1,313 @@
+#include "support/Party.h"
+
+#include <algorithm>
+
+namespace vintok::test {
+
+namespace {
+
+// Callbacks are plain functions: they find their party by the participant that calls.
+std::map<const ConferenceParticipant *, Party *> &parties() {
+    static std::map<const ConferenceParticipant *, Party *> all;
+    return all;
+}
+
+void note(ConferenceParticipant *who, const std::string &kind, const std::string &what) {
+    parties().at(who)->note(kind, what);
+}
+
+void onJoin(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    parties().at(me)->know(entry, true);
+    note(me, "join", entry.firstName());
+}
+
+void onLeave(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    parties().at(me)->know(entry, false);
+    note(me, "leave", entry.firstName());
+}
+
+void onUserData(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    parties().at(me)->know(entry, true);
+    note(me, "user", entry.firstName());
+}
+
+void onCallPending(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    note(me, "pending", entry.firstName());
+}
+
+void onLeadChange(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    note(me, "leader", entry.firstName());
+}
+
+void onLeadRequest(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    note(me, "leadRequest", entry.firstName());
+}
+
+void onBroadcast(ConferenceParticipant *me, unsigned char *data, std::uint64_t length) {
+    note(me, "data", std::string(data, data + length));
+}
+
+void onLeadReply(ConferenceParticipant *me, unsigned char *data, std::uint64_t length) {
+    note(me, "leadReply", length == 1 ? std::to_string(*data) : "?");
+}
+
+void onSynchTime(ConferenceParticipant *me, unsigned char *, std::uint64_t length) {
+    note(me, "synch", std::to_string(length));
+}
+
+void onFile(ConferenceParticipant *me, const TCPAddress &, bool whole, const std::string &) {
+    note(me, "file", whole ? "whole" : "failed");
+}
+
+void onSecurity(ConferenceParticipant *me, const ConfSecurityOptions &options) {
+    note(me, "security",
+         options.hideIP    ? "hideIP"
+         : options.FIPS    ? "FIPS"
+         : options.SSLOnly ? "SSLOnly"
+                           : "none");
+}
+
+// What is known of the called party; its name as it was called when it has not introduced itself.
+std::string called(const std::string &remoteName, const RosterBase &party) {
+    return party.firstName().empty() ? remoteName : party.firstName();
+}
+
+void onAccepted(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "accepted", called(name, party));
+}
+
+void onBusy(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "busy", called(name, party));
+}
+
+void onRejected(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "rejected", called(name, party));
+}
+
+void onRinging(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "ringing", called(name, party));
+}
+
+void onBadAddress(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "badAddress", called(name, party));
+}
+
+void onNoAnswer(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "noAnswer", called(name, party));
+}
+
+void onVersion(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, "version", called(name, party));
+}
+
+void onProxy(ConferenceParticipant *me, const std::string &name, unsigned short,
+             const std::string &, unsigned short, const std::string &, unsigned int retries,
+             const std::string &) {
+    note(me, "proxy", name + " " + std::to_string(retries));
+}
+
+void onServerResponse(ConferenceParticipant *me, unsigned int status, const std::string &) {
+    note(me, "response", std::to_string(status));
+}
+
+void onRedirect(ConferenceParticipant *me, const std::string &name, unsigned short port,
+                const std::string &, unsigned short, const std::string &, unsigned int,
+                const std::string &) {
+    note(me, "redirect", name + ":" + std::to_string(port));
+}
+
+std::string key(const TCPAddress &address) {
+    std::string ip;
+    address.ipString(ip, false);
+    return ip + " " + std::to_string(address.hostByteOrderPort());
+}
+
+std::string describe(const Roster &roster) {
+    std::string text = "{";
+    for (const auto &[name, color] : roster) {
+        text += " " + name + ":" + std::to_string(color);
+    }
+    return text + " }";
+}
+
+} // namespace
+
+Party::Party(Meeting &meeting, const std::string &name, bool localOnly)
+    : m_meeting(meeting),
+      m_name(name),
+      m_participant(std::make_unique<ConferenceParticipant>(localOnly, freshPort())) {
+    parties()[m_participant.get()] = this;
+    ConferenceParticipant &me = *m_participant;
+    me.setFirstName(name);
+    me.setEmail(name + "@example.org");
+    me.setSecurityCB(onSecurity);
+    me.setJoinCB(onJoin);
+    me.setLeaveCB(onLeave);
+    me.setUserDataCB(onUserData);
+    me.setLeadChangeCB(onLeadChange);
+    me.setBroadcastDataCB(onBroadcast);
+    me.setFileTransferCB(onFile);
+    me.setLeadReplyCB(onLeadReply);
+    me.setSynchTimeCB(onSynchTime);
+    me.setAcceptedCB(onAccepted);
+    me.setBusyCB(onBusy);
+    me.setRejectedCB(onRejected);
+    me.setRingingCB(onRinging);
+    me.setBadAddressCB(onBadAddress);
+    me.setNoAnswerCB(onNoAnswer);
+    me.setVersionCB(onVersion);
+    me.setProxyCB(onProxy);
+    me.setServerResponseCB(onServerResponse);
+}
+
+Party::~Party() {
+    dies();
+}
+
+std::string Party::ip() const {
+    std::string text;
+    m_participant->address().ipString(text, false);
+    return text;
+}
+
+unsigned short Party::port() const {
+    return m_participant->address().hostByteOrderPort();
+}
+
+void Party::screensCalls() {
+    m_participant->setCallPendingCB(onCallPending);
+}
+
+void Party::decidesOnLead() {
+    m_participant->setLeadRequestCB(onLeadRequest);
+}
+
+void Party::decidesOnRedirects() {
+    m_participant->setRedirectCB(onRedirect);
+}
+
+bool Party::calls(const Party &other) {
+    return m_participant->placeCall(other.ip(), other.port(), "", 0, "", "", 0);
+}
+
+bool Party::calls(const WirePeer &other) {
+    return m_participant->placeCall("127.0.0.1", other.port(), "", 0, "", "", 0);
+}
+
+testing::AssertionResult Party::meets(Party &other) {
+    if (!calls(other)) {
+        return testing::AssertionFailure() << m_name << " cannot call " << other.name();
+    }
+    const auto joined = isTold("join " + other.name());
+    return joined ? other.isTold("join " + m_name) : joined;
+}
+
+testing::AssertionResult Party::meets(WirePeer &other) {
+    if (!calls(other)) {
+        return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
+    }
+    const auto joined = other.isJoined();
+    return joined ? isTold("join " + other.entry.firstName) : joined;
+}
+
+bool Party::accepts(const WirePeer &caller) {
+    return m_participant->acceptCall(addressOf(caller));
+}
+
+bool Party::rejects(const WirePeer &caller) {
+    return m_participant->rejectCall(addressOf(caller));
+}
+
+bool Party::says(const std::string &text) {
+    return m_participant->sendBroadcastData(reinterpret_cast<const unsigned char *>(text.data()),
+                                            text.size());
+}
+
+void Party::dies() {
+    if (m_participant) {
+        parties().erase(m_participant.get());
+        m_participant.reset();
+    }
+}
+
+testing::AssertionResult Party::isTold(const std::string &event) {
+    const auto result =
+        m_meeting.until([&] { return told(event) > 0; }, m_name + " is told \"" + event + "\"");
+    return result ? result
+                  : testing::AssertionResult(result)
+                        << "; was told: " << testing::PrintToString(events);
+}
+
+testing::AssertionResult Party::sees(const Roster &expected) {
+    const auto result = m_meeting.until([&] { return roster() == expected; },
+                                        m_name + " sees " + describe(expected));
+    return result ? result : testing::AssertionResult(result) << ", not " << describe(roster());
+}
+
+int Party::told(const std::string &event) const {
+    return static_cast<int>(std::count(events.begin(), events.end(), event));
+}
+
+Roster Party::roster() const {
+    Roster roster;
+    if (m_participant && m_participant->isMeeting()) {
+        for (const auto &[address, party] : m_known) {
+            roster.insert(party);
+        }
+    }
+    return roster;
+}
+
+void Party::note(const std::string &kind, const std::string &what) {
+    const std::string event = kind + " " + what;
+    events.push_back(event);
+    if (inside) {
+        inside(event);
+    }
+}
+
+void Party::know(const RosterBase &entry, bool present) {
+    if (!m_participant->isMeeting()) {
+        m_known.clear();
+    }
+    const std::string address = key(entry);
+    m_known.erase(address);
+    if (present && address != key(m_participant->address())) {
+        m_known.emplace(address, Roster::value_type(entry.firstName(), entry.colorIndex()));
+    }
+}
+
+testing::AssertionResult gather(Party &host, const std::vector<Party *> &members) {
+    Roster everybody = {{host.name(), 0}};
+    int color = 0;
+    for (Party *member : members) {
+        const auto met = host.meets(*member);
+        if (!met) {
+            return met;
+        }
+        everybody[member->name()] = ++color;
+    }
+    std::vector<Party *> all = members;
+    all.push_back(&host);
+    for (Party *party : all) {
+        Roster others = everybody;
+        others.erase(party->name());
+        const auto seen = party->sees(others);
+        if (!seen) {
+            return seen;
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+TCPAddress addressOf(const WirePeer &peer) {
+    const WireAddress &wire = peer.entry.address;
+    unsigned int ipv4 = 0;
+    std::copy_n(wire.ip.data() + 12, 4, reinterpret_cast<unsigned char *>(&ipv4));
+    TCPAddress address;
+    address.setIPv4(ipv4);
+    address.setHostByteOrderPort(wire.port);
+    return address;
+}
+
+} // namespace vintok::test

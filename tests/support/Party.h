@@ -1,0 +1,88 @@
+// A participant together with an application that keeps the roster as a person would see it,
+// remembers what it was told, and can do something from inside a callback.
+#ifndef VINTOK_TESTS_SUPPORT_PARTY_H
+#define VINTOK_TESTS_SUPPORT_PARTY_H
+
+#include "support/Meeting.h"
+#include "support/WirePeer.h"
+#include "vintok/ConferenceParticipant.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vintok::test {
+
+// The others in a meeting: name and colour.
+using Roster = std::map<std::string, int>;
+
+class Party {
+public:
+    // Listens for everybody, on a port of its own choice; `localOnly` on the loopback addresses.
+    Party(Meeting &meeting, const std::string &name, bool localOnly = false);
+    ~Party();
+    Party(const Party &) = delete;
+    Party &operator=(const Party &) = delete;
+
+    ConferenceParticipant *operator->() const { return m_participant.get(); }
+    ConferenceParticipant &participant() const { return *m_participant; }
+    const std::string &name() const { return m_name; }
+    std::string ip() const;
+    unsigned short port() const;
+
+    // Calls are admitted at once unless the party screens them, and so with the other two.
+    void screensCalls();
+    void decidesOnLead();
+    void decidesOnRedirects();
+
+    bool hosts(const std::string &meetingName) { return m_participant->hostMeeting(meetingName); }
+    bool calls(const Party &other);
+    bool calls(const WirePeer &other);
+    // Calls and waits until both are in the meeting.
+    testing::AssertionResult meets(Party &other);
+    testing::AssertionResult meets(WirePeer &other);
+    bool accepts(const WirePeer &caller);
+    bool rejects(const WirePeer &caller);
+    bool says(const std::string &text);
+    void leaves() { m_participant->hangup(); }
+    // The participant is destroyed: its connections close without a goodbye.
+    void dies();
+
+    // Waits until the application is told `event`, such as "join Bob" or "ringing 127.0.0.1".
+    testing::AssertionResult isTold(const std::string &event);
+    testing::AssertionResult hears(const std::string &text) { return isTold("data " + text); }
+    testing::AssertionResult sees(const Roster &roster);
+    // How often the application was told it so far.
+    int told(const std::string &event) const;
+    void forgets() { events.clear(); }
+
+    // Everybody else, as far as this application knows. Empty outside a meeting.
+    Roster roster() const;
+
+    // One line for each callback: its kind and whom it names, in order.
+    std::vector<std::string> events;
+    // Runs inside each callback, behind the note of it.
+    std::function<void(const std::string &event)> inside;
+
+    // For the callbacks.
+    void note(const std::string &kind, const std::string &what);
+    void know(const RosterBase &entry, bool present);
+
+private:
+    Meeting &m_meeting;
+    std::string m_name;
+    std::unique_ptr<ConferenceParticipant> m_participant;
+    std::map<std::string, Roster::value_type> m_known; // by address
+};
+
+// Makes everybody a member of one meeting that `host` hosts, and waits until all see all.
+testing::AssertionResult gather(Party &host, const std::vector<Party *> &members);
+
+TCPAddress addressOf(const WirePeer &peer);
+
+} // namespace vintok::test
+
+#endif
