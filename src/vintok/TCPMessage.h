@@ -11,8 +11,8 @@ namespace vintok {
 
 class VINTOK_API TCPMessage : public TCPMessageBase {
 public:
-    static constexpr unsigned short s_majorVersion = 2;
-    static constexpr unsigned short s_minorVersion = 0;
+    static constexpr std::uint16_t s_majorVersion = 2;
+    static constexpr std::uint16_t s_minorVersion = 0;
 
     // `socket` is what `read` and `write` use by default; it is not owned.
     explicit TCPMessage(int socket = -1);

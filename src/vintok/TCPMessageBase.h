@@ -8,6 +8,8 @@
 #include "vintok/Export.h"
 #include "vintok/TCPHeader.h"
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -18,9 +20,6 @@ class TCPStatusCallback;
 // The address part of a message is its origin: where it says that it comes from.
 class VINTOK_API TCPMessageBase : public TCPHeader {
 public:
-    TCPMessageBase(const TCPMessageBase &other);
-    TCPMessageBase &operator=(const TCPMessageBase &other);
-
     // Receives one frame from `socket`, or with -1 from `socketDescriptor()`. `status`, which may
     // be null, hears of every step and may end the call by clearing `keepGoing`.
     //
@@ -51,8 +50,8 @@ public:
 
     // As in the header. When the message has a body, the bytes of its frame change too.
     void setMessageID(const TCPGUID &id);
-    void setMessageMajorVersion(unsigned short major);
-    void setMessageMinorVersion(unsigned short minor);
+    void setMessageMajorVersion(std::uint16_t major);
+    void setMessageMinorVersion(std::uint16_t minor);
     void setTimeStamp(std::int64_t time);
 
     // Where `read` and `write` go when they are given -1; -1 for nowhere. Not owned.
@@ -67,20 +66,24 @@ protected:
     // `major` selects the form of the frame: 1 the header of 36 bytes, any other that of 60. The
     // first message of a process looks at TCP_MESSAGE_DEBUG in the environment: "True" turns
     // tracing on.
-    TCPMessageBase(int socket, unsigned short major, unsigned short minor);
+    TCPMessageBase(int socket, std::uint16_t major, std::uint16_t minor);
 
     // The bodies of `read` and `write`, for a descriptor that has been looked up.
     bool mf_readSocket(int socket, bool secure, TCPStatusCallback *status);
     bool mf_writeSocket(int socket, bool secure, TCPStatusCallback *status);
 
 private:
-    std::int64_t mf_receive(int socket, bool secure, unsigned char *buffer,
-                            std::size_t length) const;
-    bool mf_readLength(int socket, bool secure, std::int64_t pending, std::uint32_t &length);
-    bool mf_readBody(int socket, bool secure, std::int64_t pending, TCPStatusCallback *status);
+    class Progress;
 
-    static bool s_checkDebug;
-    static bool s_printDebug;
+    std::int64_t mf_receive(int socket, bool secure, unsigned char *buffer, std::size_t length,
+                            TCPStatusCallback *status) const;
+    bool mf_readLength(int socket, bool secure, std::uint64_t pending, TCPStatusCallback *status);
+    bool mf_readBody(int socket, bool secure, std::uint64_t pending, TCPStatusCallback *status);
+    static void mf_readStep(Progress &progress, int socket, std::int64_t result);
+    static bool mf_writeStep(Progress &progress, int socket, std::int64_t result);
+
+    static std::atomic<bool> s_checkDebug; // the environment has not been looked at
+    static std::atomic<bool> s_printDebug;
 
     int m_socket;
     bool m_rawSocket; // true would go past the descriptor table; every constructor makes it false

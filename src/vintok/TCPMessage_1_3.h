@@ -17,8 +17,8 @@ class TCPTransport;
 // A message takes on the version of the frame that it reads. An IPv6 origin cannot be written.
 class VINTOK_API TCPMessage_1_3 : public TCPMessageBase {
 public:
-    static constexpr unsigned short s_majorVersion = 1;
-    static constexpr unsigned short s_minorVersion = 3;
+    static constexpr std::uint16_t s_majorVersion = 1;
+    static constexpr std::uint16_t s_minorVersion = 3;
 
     explicit TCPMessage_1_3(int socket = -1);
 
