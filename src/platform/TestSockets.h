@@ -1,8 +1,9 @@
-// What tests do to sockets and the library never does. Built into the tests only.
+// What tests do to sockets, or ask of them, and the library never does. Built into the tests only.
 #ifndef VINTOK_PLATFORM_TESTSOCKETS_H
 #define VINTOK_PLATFORM_TESTSOCKETS_H
 
 #include <cstddef>
+#include <cstdio>
 
 namespace vintok::platform {
 
@@ -17,6 +18,19 @@ std::size_t descriptorLimit();
 
 // False when the system sets no such limit, or `count` is above what it allows.
 bool setDescriptorLimit(std::size_t count);
+
+// A child that is started now would get it.
+bool isInherited(int descriptor);
+bool isInherited(std::FILE *file);
+
+// From now on a signal comes every few milliseconds and does nothing but interrupt what the system
+// is doing for this process. False where there is no such thing.
+bool startInterrupting();
+void stopInterrupting();
+
+// Moves this process for good to a network that has a loopback interface and nothing else. False
+// where that cannot be had. For a process with one thread.
+bool leaveNetwork();
 
 } // namespace vintok::platform
 

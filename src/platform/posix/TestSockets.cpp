@@ -1,9 +1,25 @@
 #include "platform/TestSockets.h"
 
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 namespace vintok::platform {
+
+namespace {
+
+bool setTimer(suseconds_t interval) {
+    const itimerval timer = {{0, interval}, {0, interval}};
+    return ::setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+} // namespace
 
 bool shutdownSending(int descriptor) {
     return ::shutdown(descriptor, SHUT_WR) == 0;
@@ -26,6 +42,36 @@ bool setDescriptorLimit(std::size_t count) {
     }
     limit.rlim_cur = count;
     return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
+}
+
+bool isInherited(int descriptor) {
+    const int flags = ::fcntl(descriptor, F_GETFD);
+    return flags != -1 && (flags & FD_CLOEXEC) == 0;
+}
+
+bool isInherited(std::FILE *file) {
+    return isInherited(::fileno(file));
+}
+
+bool startInterrupting() {
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    return ::sigaction(SIGALRM, &action, nullptr) == 0 && setTimer(5000);
+}
+
+void stopInterrupting() {
+    setTimer(0);
+    std::signal(SIGALRM, SIG_DFL);
+}
+
+bool leaveNetwork() {
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
+        return false;
+    ifreq loopback = {};
+    std::strcpy(loopback.ifr_name, "lo");
+    loopback.ifr_flags = IFF_UP;
+    const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return ::ioctl(descriptor, SIOCSIFFLAGS, &loopback) == 0;
 }
 
 } // namespace vintok::platform

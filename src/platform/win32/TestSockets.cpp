@@ -1,8 +1,21 @@
 #include "platform/TestSockets.h"
 
-#include <winsock2.h>
+#include "platform/win32/SystemSockets.h"
+
+#include <cstdint>
+#include <io.h>
 
 namespace vintok::platform {
+
+namespace {
+
+bool isInheritedHandle(std::intptr_t handle) {
+    DWORD flags = 0;
+    return GetHandleInformation(reinterpret_cast<HANDLE>(handle), &flags) &&
+           (flags & HANDLE_FLAG_INHERIT) != 0;
+}
+
+} // namespace
 
 bool shutdownSending(int descriptor) {
     return ::shutdown(static_cast<SOCKET>(descriptor), SD_SEND) == 0;
@@ -19,6 +32,24 @@ std::size_t descriptorLimit() {
 }
 
 bool setDescriptorLimit(std::size_t) {
+    return false;
+}
+
+bool isInherited(int descriptor) {
+    return isInheritedHandle(descriptor);
+}
+
+bool isInherited(std::FILE *file) {
+    return isInheritedHandle(_get_osfhandle(_fileno(file)));
+}
+
+bool startInterrupting() {
+    return false;
+}
+
+void stopInterrupting() {}
+
+bool leaveNetwork() {
     return false;
 }
 

@@ -1,0 +1,579 @@
+#include "platform/Environment.h"
+#include "platform/File.h"
+#include "platform/Resolve.h"
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "platform/Thread.h"
+#include "platform/Wait.h"
+#include "support/Environment.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <mutex>
+#include <random>
+#include <set>
+#include <thread>
+
+using namespace vintok::platform;
+using testing::AnyOf;
+using testing::ElementsAre;
+
+namespace {
+
+// What the byte layer takes for the loss of the peer.
+bool isConnectionLost(int error) {
+    return (error >= 10050 && error <= 10054) || error == 10057 || error == 10058 ||
+           error == 10061 || error == 10064 || error == 10065;
+}
+
+Endpoint loopback() {
+    Endpoint endpoint;
+    const unsigned char bytes[] = {127, 0, 0, 1};
+    std::copy(bytes, bytes + 4, reinterpret_cast<unsigned char *>(&endpoint.ipv4));
+    return endpoint;
+}
+
+// Turns until `condition` holds, for as long as a slow machine may need.
+template <typename Condition>
+testing::AssertionResult eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return testing::AssertionFailure() << "it did not come";
+        }
+        sleepMilliseconds(1);
+    }
+    return testing::AssertionSuccess();
+}
+
+class Descriptor {
+public:
+    explicit Descriptor(int number = -1) : m_number(number) {}
+    Descriptor(Descriptor &&other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept {
+        std::swap(m_number, other.m_number);
+        return *this;
+    }
+    ~Descriptor() { close(); }
+    void close() {
+        if (m_number != -1) {
+            closeSocket(std::exchange(m_number, -1));
+        }
+    }
+    operator int() const { return m_number; }
+
+private:
+    int m_number;
+};
+
+// A listener, and connections to it.
+class PlatformSockets : public testing::Test {
+protected:
+    void SetUp() override {
+        std::uint16_t granted = 0;
+        ASSERT_TRUE(startSockets(0x0202, granted));
+        EXPECT_EQ(0x0202, granted);
+        address = loopback();
+        listener = Descriptor(openSocket(FAMILY_IPV4));
+        ASSERT_TRUE(setExclusiveAddress(listener));
+        ASSERT_TRUE(bindSocket(listener, address));
+        ASSERT_TRUE(listenSocket(listener, 0x7FFFFFFF));
+        ASSERT_TRUE(boundEndpoint(listener, FAMILY_IPV4, address));
+        ASSERT_NE(0, address.port);
+        connect();
+    }
+
+    void TearDown() override {
+        for (Descriptor *each : {&near, &far, &listener}) {
+            each->close();
+        }
+        stopSockets();
+    }
+
+    void connect() {
+        near = Descriptor(openSocket(FAMILY_IPV4));
+        ASSERT_TRUE(connectSocket(near, address)) << socketError();
+        Endpoint peer;
+        far = Descriptor(acceptSocket(listener, FAMILY_IPV4, peer));
+        ASSERT_NE(-1, far) << socketError();
+        Endpoint own;
+        ASSERT_TRUE(boundEndpoint(near, FAMILY_IPV4, own));
+        EXPECT_EQ(own.port, peer.port);
+        EXPECT_EQ(address.ipv4, peer.ipv4);
+    }
+
+    // Sends from near to far, and waits until all of it is there.
+    void arrive(std::size_t count) {
+        const std::vector<unsigned char> bytes(count, 'x');
+        std::size_t before = 0, waiting = 0;
+        ASSERT_TRUE(bytesWaiting(far, before));
+        ASSERT_EQ(static_cast<std::int64_t>(count), send(near, bytes.data(), count));
+        ASSERT_TRUE(
+            eventually([&] { return bytesWaiting(far, waiting) && waiting == before + count; }));
+    }
+
+    std::vector<int> readable(std::initializer_list<int> descriptors, bool immediate) {
+        DescriptorSet set;
+        for (const int each : descriptors) {
+            set.insert(each);
+        }
+        const int count = waitReadable(set, immediate);
+        EXPECT_EQ(std::max(count, 0), static_cast<int>(set.size()));
+        return {set.begin(), set.end()};
+    }
+
+    unsigned char buffer[100] = {};
+    Endpoint address;
+    Descriptor listener, near, far;
+};
+
+TEST_F(PlatformSockets, ErrorsAreRowsOfTheSystemErrorTable) {
+    unsigned char byte = 0;
+    Descriptor unconnected(openSocket(FAMILY_IPV4));
+    EXPECT_EQ(-1, receive(unconnected, &byte, 1));
+    EXPECT_EQ(10057, socketError());
+    EXPECT_FALSE(shutdownBoth(unconnected));
+    EXPECT_EQ(10057, socketError());
+
+    EXPECT_FALSE(bindSocket(unconnected, address));
+    EXPECT_EQ(10048, socketError());
+
+    Endpoint elsewhere = loopback();
+    elsewhere.ipv4 = 0x010200C0; // 192.0.2.1, which is nobody's
+    EXPECT_FALSE(bindSocket(unconnected, elsewhere));
+    EXPECT_EQ(10049, socketError());
+
+    listener.close();
+    EXPECT_FALSE(connectSocket(unconnected, address));
+    EXPECT_EQ(10061, socketError());
+
+    const int closed = near;
+    near.close();
+    std::size_t waiting = 0;
+    EXPECT_FALSE(bytesWaiting(closed, waiting));
+    EXPECT_THAT(socketError(), AnyOf(9, 10038));
+}
+
+TEST_F(PlatformSockets, ErrorOutlivesTheSuccessOfOtherCalls) {
+    ASSERT_TRUE(setBlockingMode(far, false));
+    EXPECT_EQ(-1, peek(far, buffer, sizeof buffer));
+    ASSERT_TRUE(setBlockingMode(far, true));
+    EXPECT_EQ(10035, socketError());
+}
+
+TEST_F(PlatformSockets, EndOfStreamIsNotSomebodysOldError) {
+    for (const bool peeking : {true, false}) {
+        setSocketError(10035);
+        near.close();
+        EXPECT_EQ(0,
+                  peeking ? peek(far, buffer, sizeof buffer) : receive(far, buffer, sizeof buffer));
+        EXPECT_EQ(0, socketError());
+    }
+}
+
+TEST_F(PlatformSockets, WriterFindsADeadPeerLostAndGetsNoSignal) {
+    far.close();
+    EXPECT_TRUE(eventually([&] { return send(near, buffer, sizeof buffer) == -1; }));
+    EXPECT_PRED1(isConnectionLost, socketError());
+    EXPECT_EQ(-1, send(near, buffer, sizeof buffer));
+    EXPECT_PRED1(isConnectionLost, socketError());
+}
+
+TEST_F(PlatformSockets, ResetConnectionIsLost) {
+    ASSERT_TRUE(resetOnClose(near));
+    near.close();
+    if (receive(far, buffer, sizeof buffer) == 0) {
+        GTEST_SKIP() << "here a reset comes as an end";
+    }
+    EXPECT_EQ(10054, socketError());
+}
+
+TEST_F(PlatformSockets, NoChildInheritsAnything) {
+    EXPECT_FALSE(isInherited(listener));
+    EXPECT_FALSE(isInherited(near));
+    EXPECT_FALSE(isInherited(far));
+}
+
+TEST_F(PlatformSockets, SecondListenerIsRefused) {
+    Descriptor first(openSocket(FAMILY_IPV4)), second(openSocket(FAMILY_IPV4));
+    Endpoint taken = loopback();
+    ASSERT_TRUE(setExclusiveAddress(first));
+    ASSERT_TRUE(bindSocket(first, taken));
+    ASSERT_TRUE(listenSocket(first, 5));
+    ASSERT_TRUE(boundEndpoint(first, FAMILY_IPV4, taken));
+    for (const std::uint32_t where : {taken.ipv4, 0u}) {
+        taken.ipv4 = where;
+        ASSERT_TRUE(setExclusiveAddress(second));
+        EXPECT_FALSE(bindSocket(second, taken) && listenSocket(second, 5));
+        EXPECT_THAT(socketError(), AnyOf(10048, 10013));
+    }
+}
+
+TEST_F(PlatformSockets, RestartedHostTakesItsPortBack) {
+    for (int start = 0; start < 2; ++start) {
+        far.close(); // the side that closes first waits out the connection on its port
+        EXPECT_EQ(0, receive(near, buffer, sizeof buffer));
+        near.close();
+        listener.close();
+        listener = Descriptor(openSocket(FAMILY_IPV4));
+        ASSERT_TRUE(setExclusiveAddress(listener));
+        ASSERT_TRUE(bindSocket(listener, address)) << socketError();
+        ASSERT_TRUE(listenSocket(listener, 5));
+        connect();
+    }
+}
+
+TEST_F(PlatformSockets, WaitNamesThoseThatCanBeRead) {
+    EXPECT_THAT(readable({listener, near, far}, true), ElementsAre());
+    arrive(1);
+    EXPECT_THAT(readable({listener, near, far}, true), ElementsAre(int(far)));
+    EXPECT_THAT(readable({listener, near, far}, false), ElementsAre(int(far)));
+    far.close();
+    EXPECT_THAT(readable({listener, near}, false), ElementsAre(int(near)));
+}
+
+TEST_F(PlatformSockets, WaitReportsADescriptorThatIsNoneAnyMore) {
+    const int closed = near;
+    near.close();
+    EXPECT_THAT(readable({listener, closed}, false), ElementsAre(closed));
+}
+
+TEST_F(PlatformSockets, WaitForNothingIsAnError) {
+    DescriptorSet empty;
+    EXPECT_EQ(-1, waitReadable(empty, false));
+    EXPECT_THAT(socketError(), AnyOf(22, 10022));
+}
+
+TEST_F(PlatformSockets, WaitTakesDescriptorsAbove1023) {
+    constexpr std::size_t wanted = 2000;
+    const std::size_t limit = descriptorLimit();
+    if (limit != 0 && limit < wanted && !setDescriptorLimit(wanted)) {
+        GTEST_SKIP() << "the system allows too few open files";
+    }
+    std::vector<Descriptor> filling;
+    do {
+        filling.emplace_back(openSocket(FAMILY_IPV4));
+        ASSERT_NE(-1, filling.back()) << socketError();
+    } while (filling.back() < 1100);
+    const Descriptor low = std::move(far), lowPeer = std::move(near);
+    connect();
+    ASSERT_GT(far, 1023);
+    arrive(1);
+    EXPECT_THAT(readable({listener, low, far}, false), testing::Contains(int(far)));
+}
+
+TEST_F(PlatformSockets, SignalEndsTheWait) {
+    if (!startInterrupting()) {
+        GTEST_SKIP() << "no signal interrupts a wait here";
+    }
+    DescriptorSet set;
+    set.insert(far);
+    // Ends the wait where the signal does not.
+    std::mutex lock;
+    std::condition_variable ended;
+    bool done = false;
+    std::thread rescue([&] {
+        std::unique_lock guard(lock);
+        if (!ended.wait_for(guard, std::chrono::seconds(10), [&] { return done; })) {
+            near.close();
+        }
+    });
+    EXPECT_EQ(-1, waitReadable(set, false));
+    EXPECT_EQ(4, socketError());
+    EXPECT_EQ(0u, set.size());
+    stopInterrupting();
+    {
+        const std::lock_guard guard(lock);
+        done = true;
+    }
+    ended.notify_one();
+    rescue.join();
+}
+
+TEST_F(PlatformSockets, LowWaterHoldsBackUntilEnoughHasArrived) {
+    ASSERT_TRUE(setReceiveLowWater(far, 36));
+    arrive(35);
+    EXPECT_THAT(readable({far}, true), ElementsAre());
+    arrive(1);
+    EXPECT_THAT(readable({far}, true), ElementsAre(int(far)));
+    EXPECT_THAT(readable({far}, false), ElementsAre(int(far)));
+}
+
+TEST_F(PlatformSockets, LowWaterDoesNotHoldBackTheEnd) {
+    for (const std::size_t stray : {0, 5}) {
+        ASSERT_TRUE(setReceiveLowWater(far, 36));
+        arrive(stray);
+        ASSERT_TRUE(shutdownSending(near));
+        EXPECT_THAT(readable({far}, false), ElementsAre(int(far)));
+        connect();
+    }
+}
+
+TEST_F(PlatformSockets, LowWaterDoesNotHoldBackOthers) {
+    ASSERT_TRUE(setReceiveLowWater(far, 36));
+    arrive(5);
+    const Descriptor held = std::move(far), heldPeer = std::move(near);
+    connect();
+    arrive(1);
+    EXPECT_THAT(readable({held, far}, false), ElementsAre(int(far)));
+}
+
+TEST_F(PlatformSockets, StrayByteDoesNotSpinTheLoop) {
+    ASSERT_TRUE(setReceiveLowWater(far, 36));
+    arrive(1);
+    int reports = 0;
+    for (int pass = 0; pass < 1000; ++pass) {
+        reports += static_cast<int>(readable({far}, true).size());
+    }
+    EXPECT_LT(reports, 100);
+}
+
+TEST_F(PlatformSockets, LowWaterDoesNotKeepBytesFromAReader) {
+    ASSERT_TRUE(setReceiveLowWater(far, 36));
+    arrive(10);
+    EXPECT_EQ(10, peek(far, buffer, 10));
+    EXPECT_EQ(4, receive(far, buffer, 4));
+    EXPECT_EQ(6, receive(far, buffer, 6));
+}
+
+TEST_F(PlatformSockets, LowWaterEndsWithItsDescriptor) {
+    ASSERT_TRUE(setReceiveLowWater(far, 36));
+    near.close();
+    far.close();
+    connect(); // gets the same numbers where the system gives the lowest
+    arrive(1);
+    EXPECT_THAT(readable({far}, true), ElementsAre(int(far)));
+    EXPECT_FALSE(setReceiveLowWater(-1, 36));
+}
+
+TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
+    Endpoint endpoint;
+    endpoint.family = FAMILY_LOCAL;
+    Descriptor local(openSocket(FAMILY_LOCAL));
+    if (local == -1) {
+        GTEST_SKIP() << "no local sockets";
+    }
+    const auto folder =
+        std::filesystem::temp_directory_path() / ("vintok" + std::to_string(currentProcessId()));
+    std::filesystem::create_directory(folder);
+    endpoint.path = folder.string() + "/";
+    ASSERT_LT(endpoint.path.size(), MAX_LOCAL_PATH);
+    endpoint.path.resize(MAX_LOCAL_PATH, 's');
+    EXPECT_TRUE(bindSocket(local, endpoint) && listenSocket(local, 1)) << socketError();
+    Descriptor caller(openSocket(FAMILY_LOCAL));
+    EXPECT_TRUE(connectSocket(caller, endpoint)) << socketError();
+    Endpoint peer;
+    const Descriptor callee(acceptSocket(local, FAMILY_LOCAL, peer));
+    EXPECT_EQ(FAMILY_LOCAL, peer.family);
+    EXPECT_EQ(7, send(caller, buffer, 7));
+    EXPECT_EQ(7, receive(callee, buffer, sizeof buffer));
+    std::filesystem::remove_all(folder);
+
+    Descriptor refused(openSocket(FAMILY_LOCAL));
+    for (const std::string &path : {std::string(), std::string(MAX_LOCAL_PATH + 1, 's')}) {
+        endpoint.path = path;
+        EXPECT_FALSE(bindSocket(refused, endpoint)) << path;
+        EXPECT_EQ(10014, socketError());
+    }
+}
+
+TEST(PlatformSocketsDeathTest, SocketIsNoStandardStreamEvenWhenThoseAreClosed) {
+    EXPECT_EXIT(
+        {
+            std::uint16_t granted = 0;
+            startSockets(0x0202, granted);
+            std::fclose(stdin);
+            std::fclose(stdout);
+            std::fclose(stderr);
+            std::_Exit(openSocket(FAMILY_IPV4) > 2 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(PlatformDescriptorSet, BehavesAsAnOrderedSetOf1024) {
+    DescriptorSet set;
+    std::set<int> model;
+    std::mt19937 random(7777);
+    std::uniform_int_distribution<int> number(0, 3000);
+    for (int step = 0; step < 20000; ++step) {
+        const int descriptor = number(random);
+        // Grows until it is full, then comes and goes.
+        if (step < 3000 || step % 2 == 0) {
+            const bool fits = model.size() < DescriptorSet::capacity;
+            ASSERT_EQ(fits && model.insert(descriptor).second, set.insert(descriptor));
+        } else {
+            ASSERT_EQ(model.erase(descriptor) == 1, set.erase(descriptor));
+        }
+        ASSERT_EQ(model.count(descriptor) == 1, set.contains(descriptor));
+    }
+    EXPECT_EQ(std::vector<int>(model.begin(), model.end()),
+              std::vector<int>(set.begin(), set.end()));
+}
+
+class PlatformResolve : public testing::Test {
+protected:
+    void SetUp() override {
+        std::uint16_t granted = 0;
+        ASSERT_TRUE(startSockets(0x0202, granted));
+    }
+    void TearDown() override { stopSockets(); }
+
+    std::vector<ResolvedAddress> result;
+};
+
+TEST_F(PlatformResolve, LocalhostIsLoopback) {
+    ASSERT_TRUE(resolveHost("localhost", Lookup::ipv4, false, result));
+    EXPECT_EQ(loopback().ipv4, result.front().endpoint.ipv4);
+    EXPECT_FALSE(result.front().canonicalName.empty());
+}
+
+TEST_F(PlatformResolve, LiteralsNeedNoNameService) {
+    ASSERT_TRUE(resolveHost("192.0.2.7", Lookup::any, true, result));
+    ASSERT_EQ(1u, result.size());
+    EXPECT_EQ(FAMILY_IPV4, result[0].endpoint.family);
+    ASSERT_TRUE(resolveHost("2001:db8::7", Lookup::any, true, result));
+    ASSERT_EQ(1u, result.size());
+    EXPECT_EQ(FAMILY_IPV6, result[0].endpoint.family);
+    EXPECT_FALSE(resolveHost("localhost", Lookup::any, true, result));
+    EXPECT_TRUE(result.empty());
+}
+
+TEST_F(PlatformResolve, OnlyAnIPv4AddressInIPv6FormIsMapped) {
+    const struct {
+        const char *literal;
+        Lookup lookup;
+        bool mapped;
+    } cases[] = {
+        {"::ffff:192.0.2.7", Lookup::mapped, true},
+        {"2001:db8::7", Lookup::mapped, false},
+        {"192.0.2.7", Lookup::mapped, false},
+        {"::ffff:192.0.2.7", Lookup::any, false},
+    };
+    for (const auto &each : cases) {
+        ASSERT_TRUE(resolveHost(each.literal, each.lookup, true, result)) << each.literal;
+        EXPECT_EQ(each.mapped, result.front().mappedIPv4) << each.literal;
+    }
+}
+
+TEST_F(PlatformResolve, NameThatCannotBeIsRefused) {
+    result.resize(1);
+    EXPECT_FALSE(resolveHost(std::string(300, 'a'), Lookup::any, false, result));
+    EXPECT_TRUE(result.empty());
+}
+
+TEST_F(PlatformResolve, OwnAddressIsOursAndNotLoopback) {
+    std::string name;
+    ASSERT_TRUE(hostName(name));
+    EXPECT_FALSE(name.empty());
+    for (const Family family : {FAMILY_IPV4, FAMILY_IPV6}) {
+        Endpoint own;
+        if (!interfaceAddress(family, own)) {
+            continue;
+        }
+        EXPECT_EQ(family, own.family);
+        EXPECT_NE(loopback().ipv4, own.ipv4);
+        Descriptor socket(openSocket(family));
+        EXPECT_TRUE(bindSocket(socket, own)) << socketError();
+    }
+}
+
+// A machine without a network still has itself to talk to.
+TEST(PlatformResolveDeathTest, LocalhostResolvesWithoutANetwork) {
+    constexpr int impossible = 77;
+    const auto askWithoutNetwork = [] {
+        if (!leaveNetwork()) {
+            std::_Exit(impossible);
+        }
+        std::vector<ResolvedAddress> found;
+        Endpoint own;
+        for (const Lookup lookup : {Lookup::any, Lookup::ipv4}) {
+            if (!resolveHost("localhost", lookup, false, found)) {
+                std::_Exit(1);
+            }
+        }
+        std::_Exit(interfaceAddress(FAMILY_IPV4, own) ? 2 : 0);
+    };
+    EXPECT_EXIT(
+        askWithoutNetwork(),
+        [](int status) {
+            return testing::ExitedWithCode(0)(status) ||
+                   testing::ExitedWithCode(impossible)(status);
+        },
+        "");
+}
+
+TEST(PlatformThread, LockIsRecursiveAndItsOwnersAlone) {
+    RecursiveLock lock;
+    ASSERT_TRUE(lock.valid());
+    ASSERT_TRUE(lock.acquire());
+    ASSERT_TRUE(lock.acquire());
+    std::atomic<int> releases = 0;
+    std::thread other([&] {
+        EXPECT_FALSE(lock.release()) << "not its own";
+        EXPECT_NE(0u, lastThreadError());
+        EXPECT_TRUE(lock.acquire());
+        EXPECT_EQ(2, releases) << "taken while it was held";
+        EXPECT_TRUE(lock.release());
+    });
+    sleepMilliseconds(20);
+    releases = 1;
+    EXPECT_TRUE(lock.release());
+    sleepMilliseconds(20);
+    releases = 2;
+    EXPECT_TRUE(lock.release());
+    other.join();
+    EXPECT_FALSE(lock.release());
+}
+
+TEST(PlatformThread, IdsTellThreadsApart) {
+    const std::uint64_t own = currentThreadId();
+    EXPECT_NE(0u, own);
+    EXPECT_EQ(own, currentThreadId());
+    std::thread([own] { EXPECT_NE(own, currentThreadId()); }).join();
+}
+
+TEST(PlatformFile, OpenedFileIsNotInherited) {
+    const std::string path = (std::filesystem::temp_directory_path() /
+                              ("vintok_platform_test" + std::to_string(currentProcessId())))
+                                 .string();
+    for (const char *mode : {"wb", "a", "rb"}) {
+        std::FILE *file = openFile(path, mode);
+        ASSERT_NE(nullptr, file) << mode;
+        EXPECT_FALSE(isInherited(file)) << mode;
+        if (mode[0] != 'r') {
+            EXPECT_EQ(1u, std::fwrite("x", 1, 1, file)) << mode;
+        }
+        std::fclose(file);
+    }
+    EXPECT_EQ(2u, std::filesystem::file_size(path));
+    std::filesystem::remove(path);
+    EXPECT_EQ(nullptr, openFile(path, "rb"));
+}
+
+TEST(PlatformFile, LocalTimeIsTheRuntimesOwn) {
+    std::tm result = {};
+    const std::time_t now = std::time(nullptr);
+    ASSERT_TRUE(localTime(now, result));
+    EXPECT_EQ(now, std::mktime(&result));
+}
+
+TEST(PlatformEnvironment, ScopesNest) {
+    constexpr const char *name = "VINTOK_PLATFORM_TEST";
+    {
+        vintok::test::ScopedEnvironment outer(name, "outer");
+        {
+            vintok::test::ScopedEnvironment removed(name);
+            EXPECT_EQ(nullptr, std::getenv(name));
+        }
+        EXPECT_STREQ("outer", std::getenv(name));
+    }
+    EXPECT_EQ(nullptr, std::getenv(name));
+    EXPECT_FALSE(setEnvironment("A=B", "c"));
+    EXPECT_FALSE(setEnvironment("", "c"));
+}
+
+} // namespace
