@@ -8,7 +8,7 @@
 
 namespace vintok {
 
-class TCPGUID;
+struct TCPGUID;
 
 // Implemented by callers and passed to a read or a write. Every operation runs on the thread that
 // called the transfer, with no lock held, after each step of it. `*keepGoing` comes in as the
