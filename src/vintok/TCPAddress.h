@@ -234,8 +234,7 @@ protected:
 private:
     // The address bytes: 4, 16 or none of them, by the family.
     std::uint64_t mf_ipBytes(const unsigned char *&bytes) const;
-    bool mf_preferInterface(IPType type);
-    bool mf_limitMask(std::uint16_t bits) const;
+    void mf_preferInterface(IPType type);
 };
 
 static_assert(sizeof(TCPAddress::Storage) == 24, "an address is stored in 24 bytes");

@@ -98,12 +98,10 @@ protected:
     bool mf_readHeader();
 
 private:
-    bool mf_writeCommon(BufferManager &cursor) const;
-    bool mf_readFields();
+    bool mf_readFields(BufferManager &cursor);
+    void mf_adoptBuffer(const TCPHeader &other);
     template <typename T>
-    bool mf_setField(T &field, const T &value);
-    void mf_copyFields(const TCPHeader &other);
-    bool mf_adoptBuffer(const TCPHeader &other);
+    bool mf_setField(T &field, T value);
 
     std::uint64_t m_messageBufferLength = 0;
     std::uint16_t m_majorVersion;

@@ -44,6 +44,9 @@ public:
     std::uint64_t read(const unsigned char *buffer, std::uint64_t length);
 
 private:
+    // The texts in the order in which they travel, print and compare.
+    static std::string UserInfo::*const s_fields[5];
+
     std::string m_firstName;
     std::string m_lastName;
     std::string m_title;

@@ -1,0 +1,289 @@
+#include "vintok/TCPHeader.h"
+
+#include "vintok/BufferManager.h"
+#include "vintok/TCPStream.h"
+
+#include <limits>
+
+// Two places hold the same facts, the members and the bytes. Setters first take the members from
+// the bytes, which the application may have written to, then set theirs and write all of them back;
+// without a body there are no bytes to keep in step.
+//
+// A copy points into its own bytes. Reading takes the frame's form from what arrived, so that the
+// versions of a message are known only once it has been read.
+
+namespace vintok {
+
+namespace {
+
+constexpr std::uint64_t frameLimit = std::numeric_limits<std::uint32_t>::max();
+
+template <typename... T>
+bool writeAll(BufferManager &cursor, T... values) {
+    return ((cursor.write(values) == sizeof(T)) && ...);
+}
+
+template <typename... T>
+bool readAll(BufferManager &cursor, T &...values) {
+    return ((cursor.read(values) == sizeof(T)) && ...);
+}
+
+} // namespace
+
+constinit const TCPGUID TCPHeader::s_zeroID = {};
+
+TCPHeader::TCPHeader(std::uint16_t major, std::uint16_t minor)
+    : m_majorVersion(major), m_minorVersion(minor) {}
+
+TCPHeader::TCPHeader(const TCPAddress &origin, std::uint16_t major, std::uint16_t minor)
+    : TCPAddress(origin), m_majorVersion(major), m_minorVersion(minor) {}
+
+TCPHeader::TCPHeader(const TCPHeader &other)
+    : TCPAddress(other),
+      m_messageBufferLength(other.m_messageBufferLength),
+      m_majorVersion(other.m_majorVersion),
+      m_minorVersion(other.m_minorVersion),
+      m_timeStamp(other.m_timeStamp),
+      m_messageID(other.m_messageID),
+      m_messageMajorVersion(other.m_messageMajorVersion),
+      m_messageMinorVersion(other.m_messageMinorVersion),
+      m_rawBuffer(other.m_rawBuffer) {
+    mf_adoptBuffer(other);
+}
+
+TCPHeader &TCPHeader::operator=(const TCPHeader &other) {
+    if (this == &other)
+        return *this;
+    m_rawBuffer = other.m_rawBuffer;
+    TCPAddress::operator=(other);
+    m_messageBufferLength = other.m_messageBufferLength;
+    m_majorVersion = other.m_majorVersion;
+    m_minorVersion = other.m_minorVersion;
+    m_timeStamp = other.m_timeStamp;
+    m_messageID = other.m_messageID;
+    m_messageMajorVersion = other.m_messageMajorVersion;
+    m_messageMinorVersion = other.m_messageMinorVersion;
+    mf_adoptBuffer(other);
+    return *this;
+}
+
+TCPHeader &TCPHeader::operator=(const TCPAddress &origin) {
+    TCPAddress::operator=(origin);
+    mf_ensureHeader(false);
+    return *this;
+}
+
+// Points the copy's body into the copy's bytes, the other's having been copied.
+void TCPHeader::mf_adoptBuffer(const TCPHeader &other) {
+    m_messageBuffer = nullptr;
+    if (m_messageBufferLength != 0)
+        mf_ensureHeader(true);
+    else if (other.m_messageBuffer != nullptr)
+        m_messageBuffer = m_rawBuffer.data() + (other.m_messageBuffer - other.m_rawBuffer.data());
+}
+
+// ---- Sizes and bytes ---------------------------------------------------------------------------
+
+std::uint64_t TCPHeader::headerSize() const {
+    return m_majorVersion == s_majorVersionIPv4 ? headerSizeIPv4() : headerSizeIPv6();
+}
+
+std::uint64_t TCPHeader::headerSizeIPv4() const {
+    return s_sizeIPv4;
+}
+
+std::uint64_t TCPHeader::headerSizeIPv6() const {
+    return s_sizeIPv4 + TCPAddress::size();
+}
+
+bool TCPHeader::allocateRawBuffer(std::uint64_t size) {
+    if (size > frameLimit)
+        return false;
+    m_messageBufferLength = 0;
+    m_messageBuffer = nullptr;
+    return m_rawBuffer.resize(size);
+}
+
+bool TCPHeader::allocateMessageBuffer(std::uint64_t size) {
+    m_messageBufferLength = size;
+    if (!mf_allocBuffer())
+        return false;
+    m_timeStamp = getTime();
+    return mf_writeHeader();
+}
+
+unsigned char *TCPHeader::rawBuffer() const {
+    return m_rawBuffer.data();
+}
+
+std::uint64_t TCPHeader::rawBufferLength() const {
+    return m_rawBuffer.size();
+}
+
+unsigned char *TCPHeader::messageBuffer() const {
+    return m_messageBuffer;
+}
+
+std::uint64_t TCPHeader::messageBufferLength() const {
+    return m_messageBufferLength;
+}
+
+bool TCPHeader::mf_allocBuffer() {
+    const std::uint64_t bodyLength = m_messageBufferLength;
+    const std::uint64_t header = headerSize();
+    m_messageBufferLength = 0;
+    m_messageBuffer = nullptr;
+    if (bodyLength > frameLimit - header || !allocateRawBuffer(header + bodyLength))
+        return false;
+    m_messageBufferLength = bodyLength;
+    m_messageBuffer = m_rawBuffer.data() + header;
+    return true;
+}
+
+bool TCPHeader::mf_ensureHeader(bool reallocate) {
+    if (m_messageBufferLength == 0)
+        return true;
+    return (!reallocate || mf_allocBuffer()) && mf_writeHeader();
+}
+
+bool TCPHeader::mf_ensureMembers() {
+    return m_messageBufferLength == 0 || mf_readHeader();
+}
+
+// ---- Fields ------------------------------------------------------------------------------------
+
+std::uint16_t TCPHeader::majorVersion() const {
+    return m_majorVersion;
+}
+
+std::uint16_t TCPHeader::minorVersion() const {
+    return m_minorVersion;
+}
+
+const TCPGUID &TCPHeader::messageID() const {
+    return m_messageID;
+}
+
+std::int64_t TCPHeader::timeStamp() const {
+    return m_timeStamp;
+}
+
+std::uint16_t TCPHeader::messageMajorVersion() const {
+    return m_messageMajorVersion;
+}
+
+std::uint16_t TCPHeader::messageMinorVersion() const {
+    return m_messageMinorVersion;
+}
+
+template <typename T>
+bool TCPHeader::mf_setField(T &field, T value) {
+    mf_ensureMembers();
+    field = value;
+    return mf_ensureHeader(false);
+}
+
+bool TCPHeader::setMessageID(const TCPGUID &messageID) {
+    return mf_setField(m_messageID, messageID);
+}
+
+bool TCPHeader::setMessageMajorVersion(std::uint16_t version) {
+    return mf_setField(m_messageMajorVersion, version);
+}
+
+bool TCPHeader::setMessageMinorVersion(std::uint16_t version) {
+    return mf_setField(m_messageMinorVersion, version);
+}
+
+bool TCPHeader::setTimeStamp(std::int64_t timeStamp) {
+    return mf_setField(m_timeStamp, timeStamp);
+}
+
+// ---- The frame ---------------------------------------------------------------------------------
+
+bool TCPHeader::read() {
+    return !m_rawBuffer.empty() && mf_readHeader();
+}
+
+bool TCPHeader::write() {
+    return !m_rawBuffer.empty() && mf_writeHeader();
+}
+
+bool TCPHeader::mf_writeHeader() {
+    const bool isIPv4Frame = m_majorVersion == s_majorVersionIPv4;
+    std::uint32_t origin = 0;
+    if (m_rawBuffer.size() < headerSize() || m_rawBuffer.size() > frameLimit)
+        return false;
+    if (isIPv4Frame && ipType() != IPTYPE_NONE && !IPv4(origin))
+        return false; // no room for any other kind of origin
+
+    BufferManager cursor(m_rawBuffer.data(), m_rawBuffer.size());
+    if (!writeAll(cursor, static_cast<std::uint32_t>(m_rawBuffer.size()), m_majorVersion,
+                  m_minorVersion))
+        return false;
+    if (isIPv4Frame) {
+        // The origin is in network order as it stands.
+        const auto *bytes = reinterpret_cast<const unsigned char *>(&origin);
+        if (cursor.write(bytes, sizeof(origin)) != sizeof(origin) ||
+            !writeAll(cursor, static_cast<std::uint32_t>(m_timeStamp)))
+            return false;
+    } else if (!writeAll(cursor, m_timeStamp)) {
+        return false;
+    }
+    if (m_messageID.write(cursor) != sizeof(TCPGUID) ||
+        !writeAll(cursor, m_messageMajorVersion, m_messageMinorVersion))
+        return false;
+    return isIPv4Frame || TCPAddress::write(m_rawBuffer.data() + cursor.tell(),
+                                            m_rawBuffer.size() - cursor.tell()) != 0;
+}
+
+bool TCPHeader::mf_readHeader() {
+    const std::uint64_t size = m_rawBuffer.size();
+    std::uint32_t total = 0;
+    std::uint16_t major = 0;
+    if (size < s_sizeIPv4)
+        return false;
+    BufferManager cursor(m_rawBuffer.data(), size);
+    if (!readAll(cursor, total, major))
+        return false;
+    if (major != s_majorVersionIPv4 && size < headerSizeIPv6())
+        return false;
+    m_majorVersion = major;
+    if (!mf_readFields(cursor))
+        return false;
+
+    m_messageBufferLength = 0;
+    m_messageBuffer = nullptr;
+    if (size < headerSize() || total < headerSize())
+        return false;
+    // Whether `total` bytes are there is for those to know who allocated them.
+    m_messageBufferLength = total - headerSize();
+    m_messageBuffer = m_rawBuffer.data() + headerSize();
+    return true;
+}
+
+// What is behind the major version, which is stored.
+bool TCPHeader::mf_readFields(BufferManager &cursor) {
+    const bool isIPv4Frame = m_majorVersion == s_majorVersionIPv4;
+    if (!readAll(cursor, m_minorVersion))
+        return false;
+    if (isIPv4Frame) {
+        std::uint32_t origin = 0;
+        std::uint32_t time = 0;
+        if (cursor.read(reinterpret_cast<unsigned char *>(&origin), sizeof(origin)) == 0)
+            return false;
+        setIPv4(origin);
+        if (!readAll(cursor, time))
+            return false;
+        m_timeStamp = time;
+    } else if (!readAll(cursor, m_timeStamp)) {
+        return false;
+    }
+    if (m_messageID.read(cursor) != sizeof(TCPGUID) ||
+        !readAll(cursor, m_messageMajorVersion, m_messageMinorVersion))
+        return false;
+    return isIPv4Frame || TCPAddress::read(m_rawBuffer.data() + cursor.tell(),
+                                           m_rawBuffer.size() - cursor.tell()) != 0;
+}
+
+} // namespace vintok
