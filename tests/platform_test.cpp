@@ -304,7 +304,7 @@ TEST_F(PlatformSockets, LowWaterHoldsBackUntilEnoughHasArrived) {
 }
 
 TEST_F(PlatformSockets, LowWaterDoesNotHoldBackTheEnd) {
-    for (const std::size_t stray : {0, 5}) {
+    for (const std::size_t stray : {0u, 5u}) {
         ASSERT_TRUE(setReceiveLowWater(far, 36));
         arrive(stray);
         ASSERT_TRUE(shutdownSending(near));

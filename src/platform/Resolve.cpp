@@ -9,7 +9,6 @@
 #include "platform/SocketAddress.h"
 
 #include <memory>
-#include <utility>
 
 namespace vintok::platform {
 
@@ -53,8 +52,6 @@ bool convert(const addrinfo &entry, Lookup lookup, ResolvedAddress &result) {
         return false;
     result.endpoint =
         fromSystem(entry.ai_family == AF_INET ? FAMILY_IPV4 : FAMILY_IPV6, entry.ai_addr);
-    if (entry.ai_canonname != nullptr)
-        result.canonicalName = entry.ai_canonname;
     // Not from the flags of the entry: some resolvers copy the flags of the question there.
     result.mappedIPv4 = lookup == Lookup::mapped && isMappedIPv4(result.endpoint);
     return true;
@@ -74,8 +71,10 @@ bool resolveHost(const std::string &name, Lookup lookup, bool literal,
     for (const addrinfo *entry = list.get(); entry != nullptr; entry = entry->ai_next) {
         ResolvedAddress address;
         if (convert(*entry, lookup, address) && (!loopbackOnly || isLoopback(address.endpoint)))
-            result.push_back(std::move(address));
+            result.push_back(address);
     }
+    if (!result.empty() && list->ai_canonname != nullptr)
+        result.front().canonicalName = list->ai_canonname;
     return error == 0 && (!loopbackOnly || !result.empty());
 }
 

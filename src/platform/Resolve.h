@@ -14,12 +14,13 @@ enum class Lookup { any, ipv4, ipv6, mapped };
 
 struct ResolvedAddress {
     Endpoint endpoint;
-    bool mappedIPv4 = false;   // an IPv4 address in IPv6 form: the last four bytes are the address
+    bool mappedIPv4 = false;   // only after Lookup::mapped: the last four bytes are an IPv4 address
     std::string canonicalName; // on the first entry only
 };
 
 // Asks the resolver for stream addresses of `name`, in the resolver's order; with `literal` no name
-// service is asked. False when it answers with an error; `result` is then empty.
+// service is asked. Addresses of a family that the machine has no network for are left out,
+// loopback ones excepted. False when nothing is found; `result` is then empty.
 bool resolveHost(const std::string &name, Lookup lookup, bool literal,
                  std::vector<ResolvedAddress> &result);
 
@@ -28,7 +29,7 @@ bool resolveHost(const std::string &name, Lookup lookup, bool literal,
 bool hostName(std::string &name);
 
 // The address of the first interface of the family that is up and not loopback, link-local IPv6
-// excepted. False when there is none, or where a machine's own name already resolves to it.
+// excepted; its port is 0. False when there is none.
 bool interfaceAddress(Family family, Endpoint &endpoint);
 
 } // namespace vintok::platform

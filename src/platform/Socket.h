@@ -31,10 +31,12 @@ struct Endpoint {
 bool startSockets(std::uint16_t wanted, std::uint16_t &granted);
 void stopSockets();
 
-// The calling thread's last socket error: 4, 9, 12, 22 and 24 are plain (interrupted, bad
-// descriptor, no memory, invalid, too many descriptors), every other number is the like-named row
-// of the system error table, a write after the end is 10058, and 0 follows a receive that met the
-// end of the stream.
+// The calling thread's last socket error, in the numbers of the system error table. A call that
+// succeeds leaves it standing, but 0 follows a receive or peek that met the end of the stream.
+// Where the system's own numbers are those of the table they come as they are. Elsewhere each error
+// becomes its like-named row, a write after the end 10058, and five stay the plain numbers that the
+// byte layer asks for: 4 interrupted, 9 bad descriptor, 12 no memory, 22 invalid, 24 too many
+// descriptors.
 int socketError();
 
 // Sets what `socketError()` will say: for whoever stands in for a socket call on this thread.
@@ -46,6 +48,7 @@ int openSocket(Family family);
 bool closeSocket(int descriptor);
 bool shutdownBoth(int descriptor);
 
+// A local path that is empty or above `MAX_LOCAL_PATH` is refused with 10014.
 bool bindSocket(int descriptor, const Endpoint &endpoint);
 bool listenSocket(int descriptor, int backlog);
 bool connectSocket(int descriptor, const Endpoint &endpoint);
@@ -78,8 +81,12 @@ bool receiveBuffer(int descriptor, int &size);
 bool setSendBuffer(int descriptor, int size);
 bool sendBuffer(int descriptor, int &size);
 
-// The descriptor is not reported readable before `count` bytes or the end of its stream have
-// arrived.
+// The descriptor, of an IPv4 or IPv6 stream, is not reported readable before `count` bytes or the
+// end of its stream have arrived. A receive gives what has arrived all the same, except that one
+// that blocks and asks for more may wait until `count` are there. Where the system knows no such
+// mark, `waitReadable` keeps it: it holds back a descriptor on which some bytes but too few have
+// arrived, and, because an end may stand behind them unseen, reports it every quarter of a second
+// all the same. The mark ends with the descriptor.
 bool setReceiveLowWater(int descriptor, int count);
 
 } // namespace vintok::platform

@@ -30,9 +30,9 @@ private:
 };
 
 // Waits until a descriptor of `set` can be read or has ended, for ever or, with `immediate`, not at
-// all. Leaves in `set` those that can. Returns their number, 0 when there is none, or -1 with
-// `socketError()`; a signal handled meanwhile ends the wait with -1 and error 4. After 0 and -1
-// `set` is empty.
+// all. One that is closed counts as ended; an empty set is invalid. Leaves in `set` those that can.
+// Returns their number, 0 when there is none, or -1 with `socketError()`; a signal handled
+// meanwhile ends the wait with -1 and error 4. After 0 and -1 `set` is empty.
 int waitReadable(DescriptorSet &set, bool immediate);
 
 } // namespace vintok::platform
