@@ -3,7 +3,9 @@
 #define VINTOK_PLATFORM_WAIT_H
 
 #include <array>
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 
 namespace vintok::platform {
 
@@ -29,11 +31,30 @@ private:
     std::size_t m_size = 0;
 };
 
-// Waits until a descriptor of `set` can be read or has ended, for ever or, with `immediate`, not at
-// all. One that is closed counts as ended; an empty set is invalid. Leaves in `set` those that can.
-// Returns their number, 0 when there is none, or -1 with `socketError()`; a signal handled
-// meanwhile ends the wait with -1 and error 4. After 0 and -1 `set` is empty.
-int waitReadable(DescriptorSet &set, bool immediate);
+// What ends a wait besides a descriptor.
+struct WaitLimit {
+    static constexpr std::int32_t FOREVER = -1;
+
+    std::int32_t milliseconds = FOREVER;
+    // If not null: a wait is not begun while this is false. On systems with signals no handler gets
+    // in between that look and the wait, so that one which clears it always ends the wait too.
+    const std::atomic<bool> *running = nullptr;
+};
+
+// Waits until a descriptor of `set` can be read or has ended. Leaves in `set` those that can.
+// Returns their number, 0 when the time is over, or -1 with `socketError()`; a signal handled
+// meanwhile ends the wait with -1 and error 4, and so does `running`. After 0 and -1 `set` is
+// empty. A descriptor that is closed counts as ended; an empty set is invalid.
+int waitReadable(DescriptorSet &set, const WaitLimit &limit);
+
+// For ever or, with `immediate`, not at all.
+inline int waitReadable(DescriptorSet &set, bool immediate) {
+    return waitReadable(set, WaitLimit{immediate ? 0 : WaitLimit::FOREVER, nullptr});
+}
+
+// Whether the peer has ended its side of the stream, though bytes from before may still be waiting.
+// False when the system cannot tell.
+bool endArrived(int descriptor);
 
 } // namespace vintok::platform
 

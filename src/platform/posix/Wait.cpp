@@ -4,12 +4,45 @@
 #include "platform/posix/SocketError.h"
 
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 #include <poll.h>
 
 namespace vintok::platform {
 
-int waitReadable(DescriptorSet &set, bool immediate) {
-    std::array<pollfd, DescriptorSet::capacity> polled;
+namespace {
+
+using Polled = std::array<pollfd, DescriptorSet::capacity>;
+
+timespec timeOf(std::int32_t milliseconds) {
+    return {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
+}
+
+int waitFor(Polled &polled, nfds_t count, const WaitLimit &limit) {
+    const timespec time = timeOf(limit.milliseconds);
+    const timespec *timeOut = limit.milliseconds == WaitLimit::FOREVER ? nullptr : &time;
+    if (limit.running == nullptr)
+        return ppoll(polled.data(), count, timeOut, nullptr);
+
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    int ready = -1;
+    int error = EINTR;
+    if (*limit.running) {
+        ready = ppoll(polled.data(), count, timeOut, &before); // signals come in here alone
+        error = errno;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    errno = error;
+    return ready;
+}
+
+} // namespace
+
+int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
+    Polled polled;
     nfds_t count = 0;
     for (const int descriptor : set)
         polled[count++] = {descriptor, POLLIN, 0};
@@ -20,16 +53,20 @@ int waitReadable(DescriptorSet &set, bool immediate) {
         return -1;
     }
 
-    const int ready = poll(polled.data(), count, immediate ? 0 : -1);
+    const int ready = waitFor(polled, count, limit);
     if (!succeeded(ready))
         return -1;
-    // What is reported without being asked for (an end, an error, a closed descriptor) counts too:
-    // its owner learns of it by reading.
+    // What is reported without being asked for (an end, an error, a closed descriptor) counts too.
     for (nfds_t i = 0; i < count; ++i) {
         if (polled[i].revents != 0)
             set.insert(polled[i].fd);
     }
     return ready;
+}
+
+bool endArrived(int descriptor) {
+    pollfd polled = {descriptor, POLLRDHUP, 0};
+    return poll(&polled, 1, 0) == 1;
 }
 
 } // namespace vintok::platform

@@ -5,12 +5,14 @@
 #include "platform/win32/SocketError.h"
 
 #include <SystemSockets.h>
+#include <algorithm>
 
 namespace vintok::platform {
 
 namespace {
 
 constexpr long forever = -1;
+constexpr int interrupted = 4;
 constexpr long slice = 10; // milliseconds between two looks at descriptors that are held back
 
 bool isDead(int descriptor) {
@@ -34,7 +36,7 @@ void keepIf(DescriptorSet &set, Predicate predicate) {
 // As `select` with a read set. One dead descriptor makes that fail as a whole; here it counts as
 // readable, so that its owner learns of it.
 int selectReadable(DescriptorSet &set, long milliseconds) {
-    timeval limit = {0, milliseconds * 1000};
+    timeval limit = {milliseconds / 1000, milliseconds % 1000 * 1000};
     fd_set readable = {};
     for (const int descriptor : set)
         readable.fd_array[readable.fd_count++] = static_cast<SOCKET>(descriptor);
@@ -54,29 +56,49 @@ int selectReadable(DescriptorSet &set, long milliseconds) {
 }
 
 // Gives the descriptors of `all` that are not in `held` a moment to become readable.
-void pauseFor(DescriptorSet all, const DescriptorSet &held) {
+void pauseFor(DescriptorSet all, const DescriptorSet &held, long milliseconds) {
     keepIf(all, [&held](int descriptor) { return !held.contains(descriptor); });
     if (all.size() == 0)
-        Sleep(slice);
+        Sleep(static_cast<DWORD>(milliseconds));
     else
-        selectReadable(all, slice);
+        selectReadable(all, milliseconds);
+}
+
+// What is left of a wait that began at `began`.
+long timeLeft(const WaitLimit &limit, ULONGLONG began) {
+    if (limit.milliseconds == WaitLimit::FOREVER)
+        return forever;
+    const auto passed = static_cast<long long>(GetTickCount64() - began);
+    return static_cast<long>(std::max(0LL, limit.milliseconds - passed));
 }
 
 } // namespace
 
-int waitReadable(DescriptorSet &set, bool immediate) {
+int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
+    if (limit.running != nullptr && !*limit.running) {
+        set.clear();
+        setSocketError(interrupted);
+        return -1;
+    }
+    const ULONGLONG began = GetTickCount64();
     const DescriptorSet all = set;
     for (;;) {
-        const int ready = selectReadable(set, immediate ? 0 : forever);
+        const long left = timeLeft(limit, began);
+        const int ready = selectReadable(set, left);
         if (ready <= 0)
             return ready;
         const DescriptorSet found = set;
         keepIf(set, [](int descriptor) { return !isBelowLowWater(descriptor); });
-        if (set.size() != 0 || immediate)
+        if (set.size() != 0 || left == 0)
             return static_cast<int>(set.size());
-        pauseFor(all, found);
+        pauseFor(all, found, left == forever ? slice : std::min(left, slice));
         set = all;
     }
+}
+
+bool endArrived(int descriptor) {
+    WSAPOLLFD polled = {static_cast<SOCKET>(descriptor), 0, 0};
+    return WSAPoll(&polled, 1, 0) == 1;
 }
 
 } // namespace vintok::platform

@@ -1,0 +1,376 @@
+#include "vintok/TCPSelectBase.h"
+
+#include "platform/Socket.h"
+#include "platform/Thread.h"
+#include "vintok/Log.h"
+#include "vintok/TCPMutex.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+// A pass first dispatches the secure descriptors whose transport holds plaintext, which no wait can
+// see; if there was none it waits, and dispatches what can be read in ascending order. A dispatch
+// calls copies of the records, so a callback may remove any of them.
+//
+// Readiness belongs to a registration. `m_workSet` holds what a wait found and nobody has been
+// called for, whichever pass it was: a dispatch takes its descriptor out, a new registration takes
+// its number out, and a pass within a callback fills the set anew and empties it. So nobody is
+// called to read what somebody else has read, or what an earlier owner of the number was to read.
+//
+// Two things could make the loop spin, and it pauses over them instead: a readable descriptor that
+// nobody handles (none registered, or dead and still registered), and plaintext that nobody takes.
+
+namespace vintok {
+
+namespace {
+
+constexpr int nobody = -1;
+constexpr std::uint32_t pause = 250; // milliseconds
+constexpr int interrupted = 4;       // among the socket errors
+
+// The first descriptor of the set from `from` on.
+int nextIn(const platform::DescriptorSet &set, int from) {
+    const int *const found = std::lower_bound(set.begin(), set.end(), from);
+    return found == set.end() ? nobody : *found;
+}
+
+// Bytes of plaintext that a secure descriptor can be read for at once; 0 for others.
+std::int64_t bufferedBytes(int descriptor) {
+    bool secure = false;
+    bool closed = false;
+    bool boundIPv4 = false;
+    bool boundIPv6 = false;
+    bool boundUnix = false;
+    if (!descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix) || !secure)
+        return 0;
+    return secureBytesPending(descriptor);
+}
+
+bool isOpen(int descriptor) {
+    bool secure = false;
+    bool closed = false;
+    bool boundIPv4 = false;
+    bool boundIPv6 = false;
+    bool boundUnix = false;
+    return descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix);
+}
+
+template <typename T>
+void overwrite(T &field) {
+    // Volatile, or the compiler would leave out a store to what is about to be freed.
+    *const_cast<volatile T *>(&field) = reinterpret_cast<T>(std::uintptr_t{0xDEADBEEF});
+}
+
+} // namespace
+
+// Marks a table walk or a dispatch.
+class TCPSelectBase::Busy {
+public:
+    explicit Busy(TCPSelectBase &base) : m_base(base) {
+        static TCPMutex mutex(12);
+        m_raised = change(mutex, 1);
+    }
+
+    ~Busy() {
+        static TCPMutex mutex(12);
+        if (m_raised)
+            change(mutex, -1);
+    }
+
+    Busy(const Busy &) = delete;
+    Busy &operator=(const Busy &) = delete;
+
+private:
+    bool change(TCPMutex &mutex, int by) {
+        if (mutex.lock() != 0)
+            return false;
+        m_base._signalSafe += by;
+        mutex.unlock();
+        return true;
+    }
+
+    TCPSelectBase &m_base;
+    bool m_raised = false;
+};
+
+class TCPSelectBase::Pass {
+public:
+    explicit Pass(TCPSelectBase &base) : m_base(base) { ++m_base.m_passes; }
+
+    ~Pass() {
+        if (--m_base.m_passes == 0 && m_base.m_released)
+            delete &m_base;
+    }
+
+    Pass(const Pass &) = delete;
+    Pass &operator=(const Pass &) = delete;
+
+private:
+    TCPSelectBase &m_base;
+};
+
+std::atomic<bool> TCPSelectBase::s_checkDebug{true};
+std::atomic<bool> TCPSelectBase::s_selectDebug{false};
+
+// A use of a record after its end shows in a debugger.
+TCPSelectBase::CallbackRecord::~CallbackRecord() {
+    overwrite(function);
+    overwrite(data);
+}
+
+TCPSelectBase::TCPSelectBase() {
+    if (!s_checkDebug.exchange(false))
+        return;
+    const char *debug = std::getenv("TCP_SELECT_DEBUG");
+    if (debug != nullptr && std::strcmp(debug, "True") == 0)
+        s_selectDebug = true;
+}
+
+TCPSelectBase::~TCPSelectBase() = default;
+
+void TCPSelectBase::release() {
+    if (m_passes == 0) {
+        delete this;
+        return;
+    }
+    m_table = {};
+    m_readSet.clear();
+    m_workSet.clear();
+    m_numDescriptors = 0;
+    m_released = true;
+}
+
+// --- Registrations -------------------------------------------------------------------------------
+
+// The slot that the descriptor has or would get; the end when the table is full.
+TCPSelectBase::Table::iterator TCPSelectBase::mf_findSlot(int descriptor) {
+    return std::find_if(m_table.begin(), m_table.end(), [descriptor](const auto &entry) {
+        return entry == nullptr || entry->descriptor == descriptor;
+    });
+}
+
+TCPSelectBase::Entry *TCPSelectBase::mf_find(int descriptor) {
+    const auto slot = mf_findSlot(descriptor);
+    return slot == m_table.end() ? nullptr : slot->get();
+}
+
+bool TCPSelectBase::addCallback(int descriptor, TCPSelectCallback function, void *data) {
+    const Busy busy(*this);
+    const auto slot = mf_findSlot(descriptor);
+    if (slot == m_table.end())
+        return false;
+    try {
+        auto record = std::make_unique<CallbackRecord>(function, data);
+        if (*slot == nullptr)
+            return mf_register(slot, descriptor, std::move(record));
+        auto &callbacks = (*slot)->callbacks;
+        const auto isSame = [&record](const auto &other) { return *other == *record; };
+        if (std::any_of(callbacks.begin(), callbacks.end(), isSame))
+            return false;
+        callbacks.push_back(std::move(record));
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
+bool TCPSelectBase::mf_register(Table::iterator slot, int descriptor,
+                                std::unique_ptr<CallbackRecord> record) {
+    auto entry = std::make_unique<Entry>();
+    entry->descriptor = descriptor;
+    entry->registration = ++m_registrations;
+    entry->callbacks.push_back(std::move(record));
+    if (!m_readSet.insert(descriptor))
+        return false;
+    m_workSet.erase(descriptor);
+    ++m_numDescriptors;
+    m_maxDescriptor = std::max(m_maxDescriptor, descriptor);
+    if (m_minDescriptor == -1 || descriptor < m_minDescriptor)
+        m_minDescriptor = descriptor;
+    *slot = std::move(entry);
+    return true;
+}
+
+bool TCPSelectBase::removeCallback(int descriptor, TCPSelectCallback function, void *data) {
+    const Busy busy(*this);
+    const auto slot = mf_findSlot(descriptor);
+    if (slot == m_table.end() || *slot == nullptr)
+        return false;
+    auto &callbacks = (*slot)->callbacks;
+    const auto found =
+        std::find_if(callbacks.begin(), callbacks.end(), [function, data](const auto &record) {
+            return record->function == function && record->data == data;
+        });
+    if (found == callbacks.end())
+        return false;
+    callbacks.erase(found);
+    if (callbacks.empty())
+        mf_unregister(slot);
+    return true;
+}
+
+void TCPSelectBase::mf_unregister(Table::iterator slot) {
+    m_readSet.erase((*slot)->descriptor);
+    --m_numDescriptors;
+    const auto isFree = [](const auto &entry) { return entry == nullptr; };
+    const auto last = std::find_if(slot, m_table.end(), isFree);
+    std::move(slot + 1, last, slot);
+    (last - 1)->reset();
+}
+
+// --- Passes --------------------------------------------------------------------------------------
+
+int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *running) {
+    if (m_numDescriptors == 0)
+        return -1;
+    const Pass pass(*this);
+    platform::DescriptorSet untouched;
+    const int dispatched = mf_dispatchBuffered(untouched);
+    if (dispatched > 0) {
+        const bool allUntouched = static_cast<std::size_t>(dispatched) == untouched.size();
+        return allUntouched ? dispatched + mf_pollBeside(untouched, immediate) : dispatched;
+    }
+    m_workSet = m_readSet;
+    const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::FOREVER, running};
+    const int result = platform::waitReadable(m_workSet, limit);
+    mf_processSelectReturn(result);
+    return result;
+}
+
+int TCPSelectBase::pollOneDescriptor(int descriptor, bool immediate) {
+    if (descriptor < 0)
+        return -1;
+    const Pass pass(*this);
+    if (bufferedBytes(descriptor) > 0) {
+        const Busy busy(*this);
+        mf_callCallbacks(descriptor);
+        return 1;
+    }
+    // Not the work set, which may hold what an outer pass has still to dispatch.
+    platform::DescriptorSet one;
+    one.insert(descriptor);
+    const int result = platform::waitReadable(one, immediate);
+    if (result < 1)
+        mf_processSelectReturn(result);
+    else if (!mf_dispatch(descriptor))
+        platform::sleepMilliseconds(pause);
+    return result;
+}
+
+// Returns how many were dispatched. Those that have as much plaintext afterwards as before are put
+// in `untouched`.
+int TCPSelectBase::mf_dispatchBuffered(platform::DescriptorSet &untouched) {
+    int dispatched = 0;
+    for (int descriptor = nextIn(m_readSet, m_minDescriptor);
+         descriptor != nobody && descriptor <= m_maxDescriptor;
+         descriptor = nextIn(m_readSet, descriptor + 1)) {
+        const std::int64_t before = bufferedBytes(descriptor);
+        if (before <= 0)
+            continue;
+        const Busy busy(*this);
+        mf_callCallbacks(descriptor);
+        ++dispatched;
+        if (m_readSet.contains(descriptor) && bufferedBytes(descriptor) == before)
+            untouched.insert(descriptor);
+    }
+    return dispatched;
+}
+
+// Plaintext that nobody takes (the beginning of a frame, say) is dispatched in every pass, but it
+// must not keep the others from being waited for, nor the loop from resting.
+int TCPSelectBase::mf_pollBeside(const platform::DescriptorSet &untouched, bool immediate) {
+    m_workSet = m_readSet;
+    for (const int descriptor : untouched)
+        m_workSet.erase(descriptor);
+    const std::int32_t limit = immediate ? 0 : static_cast<std::int32_t>(pause);
+    if (m_workSet.size() == 0) {
+        platform::sleepMilliseconds(static_cast<std::uint32_t>(limit));
+        return 0;
+    }
+    const int result = platform::waitReadable(m_workSet, platform::WaitLimit{limit, nullptr});
+    mf_processSelectReturn(result);
+    return std::max(result, 0);
+}
+
+void TCPSelectBase::mf_processSelectReturn(int result) {
+    if (result < 1) {
+        const int error = platform::socketError();
+        if (s_selectDebug) {
+            const Busy busy(*this);
+            VINTOK_LOG(SEVERITY_INFO,
+                       formatText("TCPSelectBase::mf_processSelectReturn: poll returned %d, errno "
+                                  "=%d '%s'\n",
+                                  result, error, sysErrorString(error)));
+        }
+        // Whatever it is that fails, the next pass would meet it at once.
+        if (result < 0 && error != interrupted)
+            platform::sleepMilliseconds(pause);
+        return;
+    }
+    bool allHandled = true;
+    for (int descriptor = nextIn(m_workSet, m_minDescriptor);
+         descriptor != nobody && descriptor <= m_maxDescriptor;
+         descriptor = nextIn(m_workSet, descriptor + 1))
+        allHandled = mf_dispatch(descriptor) && allHandled;
+    // One pause for all of them: a callback may have removed many, and the others wait.
+    if (!allHandled)
+        platform::sleepMilliseconds(pause);
+}
+
+// False when the descriptor will be found readable again and nobody will have done anything.
+bool TCPSelectBase::mf_dispatch(int descriptor) {
+    if (!mf_callCallbacks(descriptor)) {
+        if (s_selectDebug)
+            VINTOK_LOG(SEVERITY_WARNING,
+                       formatText("TCPSelectBase::mf_callCallbacks(%d,%s)- Not handled, "
+                                  "sleeping.\n",
+                                  descriptor, "False"));
+        return false;
+    }
+    return !mf_isLeftDead(descriptor);
+}
+
+// False when there is no registration to call.
+bool TCPSelectBase::mf_callCallbacks(int descriptor) {
+    m_workSet.erase(descriptor);
+    const Entry *const entry = mf_find(descriptor);
+    if (entry == nullptr)
+        return false;
+    const Busy busy(*this);
+    const std::uint64_t registration = entry->registration;
+    std::vector<CallbackRecord> records;
+    try {
+        records.reserve(entry->callbacks.size());
+        for (const auto &record : entry->callbacks)
+            records.push_back(*record);
+    } catch (const std::bad_alloc &) {
+        return true;
+    }
+    for (const CallbackRecord &record : records) {
+        // Removed records are still called, but not once the number has a new owner.
+        const Entry *const now = mf_find(descriptor);
+        if (m_released || (now != nullptr && now->registration != registration))
+            break;
+        if (record.function != nullptr)
+            record.function(descriptor, record.data, false);
+    }
+    return true;
+}
+
+// Whether the descriptor is closed and its callbacks have left it registered all the same.
+bool TCPSelectBase::mf_isLeftDead(int descriptor) {
+    Entry *const entry = mf_find(descriptor);
+    if (entry == nullptr || isOpen(descriptor))
+        return false;
+    if (!entry->deadReported)
+        VINTOK_LOG(
+            SEVERITY_WARNING,
+            formatText("Descriptor %d is closed, but its callbacks stay registered", descriptor));
+    entry->deadReported = true;
+    return true;
+}
+
+} // namespace vintok
