@@ -1,0 +1,72 @@
+#include "vintok/AcceptGuard.h"
+
+#include "platform/Socket.h"
+#include "platform/Thread.h"
+#include "platform/Wait.h"
+#include "vintok/TCPAddress.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+
+namespace vintok {
+
+namespace {
+
+constexpr std::uint32_t pause = 250; // milliseconds
+
+bool isWaiting(int listener) {
+    platform::DescriptorSet set;
+    return listener >= 0 && set.insert(listener) && platform::waitReadable(set, true) == 1;
+}
+
+} // namespace
+
+AcceptGuard::AcceptGuard() {
+    takeReserve();
+}
+
+AcceptGuard::~AcceptGuard() {
+    if (m_reserve != -1)
+        platform::closeSocket(m_reserve);
+}
+
+int AcceptGuard::accept(int listener) {
+    TCPAddress peer;
+    return accept(listener, peer);
+}
+
+int AcceptGuard::accept(int listener, TCPAddress &peer) {
+    takeReserve();
+    const int descriptor = acceptBoundSocket(listener, peer);
+    if (descriptor != -1) {
+        m_failures = 0;
+        return descriptor;
+    }
+    m_failures = std::min(m_failures + 1, 2u);
+    if (isWaiting(listener))
+        turnAway(listener);
+    return -1;
+}
+
+void AcceptGuard::turnAway(int listener) {
+    if (m_reserve != -1)
+        platform::closeSocket(m_reserve);
+    m_reserve = -1;
+    // Somebody else may have taken what waited, and this accept must not wait for the next.
+    platform::setBlockingMode(listener, false);
+    platform::Endpoint peer;
+    const int refused = platform::acceptSocket(listener, platform::FAMILY_IPV4, peer);
+    platform::setBlockingMode(listener, true);
+    if (refused != -1)
+        platform::closeSocket(refused);
+    else
+        platform::sleepMilliseconds(pause);
+    takeReserve();
+}
+
+void AcceptGuard::takeReserve() {
+    if (m_reserve == -1)
+        m_reserve = platform::openSocket(platform::FAMILY_IPV4);
+}
+
+} // namespace vintok
