@@ -21,6 +21,7 @@
 #include "vintok/Export.h"
 #include "vintok/TempRosterEntry.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -29,6 +30,7 @@
 
 namespace vintok {
 
+class AcceptGuard;
 class ConferenceParticipant;
 class TCPMessage;
 class TCPSelect;
@@ -49,9 +51,9 @@ struct VINTOK_API ConfSecurityOptions {
 
 class VINTOK_API ConferenceParticipant {
 public:
-    // ---- The application's callbacks
-    // ------------------------------------------------------------- A null callback is skipped. The
-    // first argument is the participant that calls.
+    // ---- The application's callbacks ----
+
+    // A null callback is skipped. The first argument is the participant that calls.
 
     // A party of the meeting, or a caller.
     using EntryCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &);
@@ -81,7 +83,8 @@ public:
     // A party joined, here or elsewhere in the meeting. Parties that are servers are not reported,
     // by this and the next three callbacks.
     void setJoinCB(EntryCallback callback) { _joinCB = callback; }
-    // A party left. Set this one: a member without it does not notice that its host has left.
+    // A party left. Set it even to do nothing: without it a member may not notice that its host has
+    // left, and a host tells its members that somebody left without saying who.
     void setLeaveCB(EntryCallback callback) { _leaveCB = callback; }
     // The data of a party changed, or those of the own entry.
     void setUserDataCB(EntryCallback callback) { _userDataCB = callback; }
@@ -124,8 +127,7 @@ public:
     static AlarmCallback alarmCB() { return _alarmCB; }
     static void setAlarmCB(AlarmCallback callback) { _alarmCB = callback; }
 
-    // ---- Life and listening sockets
-    // --------------------------------------------------------------
+    // ---- Life and listening sockets ----
 
     // Starts the library, listens, and prints "\nPORT:<port>\n" on the standard output (0 if
     // nothing listens). Listens on `port`, or on the configured port for 0, or with `exactPort`
@@ -198,18 +200,17 @@ public:
     static void setPrintRosterDebug(bool on) { s_printRosterDebug = on; }
     static void setPrintVerboseDebug(bool on) { s_printVerboseDebug = on; }
 
-    static const unsigned short s_majorVersion = 4;
-    static const unsigned short s_minorVersion = 0;
+    static constexpr unsigned short s_majorVersion = 4;
+    static constexpr unsigned short s_minorVersion = 0;
     // The first versions that offer each ConfService.
-    static const unsigned short s_majorVersionABI = 4;
-    static const unsigned short s_minorVersionABI = 0;
-    static const unsigned short s_majorVersionFIPS = 3;
-    static const unsigned short s_minorVersionFIPS = 2;
-    static const unsigned short s_majorVersionHideIP = 3;
-    static const unsigned short s_minorVersionHideIP = 2;
+    static constexpr unsigned short s_majorVersionABI = 4;
+    static constexpr unsigned short s_minorVersionABI = 0;
+    static constexpr unsigned short s_majorVersionFIPS = 3;
+    static constexpr unsigned short s_minorVersionFIPS = 2;
+    static constexpr unsigned short s_majorVersionHideIP = 3;
+    static constexpr unsigned short s_minorVersionHideIP = 2;
 
-    // ---- Calls
-    // -----------------------------------------------------------------------------------
+    // ---- Calls ----
 
     // Starts a meeting with this party as its host. Alone, a second call renames the meeting. False
     // in company: somebody is listed, and this party is in a meeting already or somebody else hosts
@@ -236,8 +237,7 @@ public:
     // no-answer callback. Calls that a callback places meanwhile stay.
     void hangup();
 
-    // ---- Roster
-    // ----------------------------------------------------------------------------------
+    // ---- Roster ----
 
     // Publishes the own data: a host sends the whole roster to everybody, a member its entry to the
     // host. True if it reached everybody, and there was somebody.
@@ -246,8 +246,7 @@ public:
     // each party at once. False for a member without a host, or if the request could not be sent.
     bool requestRoster();
 
-    // ---- Broadcast and liveness
-    // ------------------------------------------------------------------
+    // ---- Broadcast and liveness ----
 
     // Sends the bytes, which are copied, to all parties of the meeting. False if there is nothing
     // to send or it did not reach everybody; connections found dead have then been dropped.
@@ -259,29 +258,23 @@ public:
     void enableUser(const TCPAddress &address);
 
     // How an application may space out its keep-alives after bad reads.
-    static const unsigned int _badReadKeepAliveDelta = 8;
+    static constexpr unsigned int _badReadKeepAliveDelta = 8;
 
-    // ---- Files
-    // -----------------------------------------------------------------------------------
+    // ---- Files ----
 
     // The bytes of a file that one message carries.
-    static const std::uint64_t _fileTransferChunkSize = 1024;
+    static constexpr std::uint64_t _fileTransferChunkSize = 1024;
 
 private:
-    using Body = unsigned char *;
+    // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp) ----
 
-    // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp)
-    // -----------------------------
-    void _readDebugSwitches();
-    void _listen(bool localOnly, unsigned short port, int tries);
-    void _listenLocal(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
-    void _listenOnOwnAddress(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
-    void _listenAnonymous(unsigned short port, int tries, TCPAddress &ipv4, TCPAddress &ipv6);
-    bool _registerListeners();
-    void _closeListeners();
-    bool _relays() const { return _self.isHost() || _self.isServer(); }
+    struct Route;
+    static void sf_readDebugSwitches();
     static unsigned short sf_getDefaultPort();
     static bool sf_getBindAnonymous();
+    bool _listen(bool localOnly, unsigned short port, std::size_t tries);
+    void _watchListeners();
+    void _closeListener(int &socket);
     static void sf_connectCB(int socket, void *data, bool closed);
     static void sf_dataCB(int descriptor, void *data, bool closed);
     static void sf_signalHandler(int signal);
@@ -289,30 +282,42 @@ private:
     void mf_dataPending(int descriptor, bool closed);
     void _readMessage(ConferenceRosterEntry *peer, bool closed);
     void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
+    bool _relays() const { return _self.isHost() || _self.isServer(); }
+    // Servers have no user: nothing is told about them.
+    void _tell(EntryCallback callback, const ConferenceRosterEntry &party);
 
-    // ---- Lists (ConferenceParticipantLists.cpp)
-    // ---------------------------------------------------- An entry that leaves a list is retired,
-    // and destroyed when the outermost operation returns: until then a pointer or reference to it
-    // stays good, across callbacks too, and no new entry has its address. So the one question after
-    // a callback is whether the pointer is still listed.
-    class Operation;
-    struct Retired {
-        Retired() = default;
-        Retired(const Retired &) {} // a copy of the participant has no operation under way
-        Retired &operator=(const Retired &) { return *this; }
-        std::vector<std::unique_ptr<ConferenceRosterEntry>> entries;
-        std::vector<std::unique_ptr<TempRosterEntry>> calls;
-        int operations = 0; // how deep public operations and dispatch are nested
-        int sweeps = 0;     // how deep sweeps are nested
+    // ---- Lists (ConferenceParticipantLists.cpp) ----
+
+    // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
+    // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
+    // takes its place in memory: after a callback the one question is whether it is still listed.
+    struct Workings {
+        Workings();
+        Workings(const Workings &); // a copy of the participant has no operation under way
+        Workings &operator=(const Workings &);
+        ~Workings();
+        std::vector<std::unique_ptr<ConferenceRosterEntry>> retiredEntries;
+        std::vector<std::unique_ptr<TempRosterEntry>> retiredCalls;
+        int operations = 0; // how deep operations and dispatch are nested
+        int hangups = 0;    // how deep `hangup` is nested
+        int sweeps = 0;     // how deep `_bringOutYerDead` is nested
+        std::unique_ptr<AcceptGuard> door;
+    };
+    // Stands in every operation that can fire a callback or drop a party.
+    class Operation {
+    public:
+        explicit Operation(ConferenceParticipant &participant);
+        ~Operation();
+        Operation(const Operation &) = delete;
+        Operation &operator=(const Operation &) = delete;
+
+    private:
+        Workings &m_workings;
     };
     ConferenceRosterEntry *_addDescriptor(int descriptor);
     bool _addPending(TempRosterEntry *entry);
     bool _isListed(const ConferenceRosterEntry *entry) const;
     bool _isListed(const TempRosterEntry *entry) const;
-    // Calls `visit(entry)` for each entry listed now, in order, unless it has left the list
-    // meanwhile.
-    template <class Visit>
-    void _forEachAttendee(Visit visit);
     ConferenceRosterEntry *_getPeer(const TCPAddress &address) const;
     ConferenceRosterEntry *_getPeer(int descriptor) const;
     TempRosterEntry *_getPending(const TCPAddress &address) const;
@@ -322,50 +327,86 @@ private:
     ConferenceRosterEntry *_getPendingLeader() const;
     bool _removeDescriptor(const TCPAddress &address);
     bool _removeDescriptor(int descriptor);
+    bool _removeAttendee(ConferenceRosterEntry *entry);
+    bool _retire(ConferenceRosterEntry *entry);
     bool _removePending(const TCPAddress &address);
     bool _removePending(int descriptor);
     bool _removePending(TempRosterEntry *entry);
     void _shutdown();
+    // Calls `visit(entry)` for each entry listed now, in order, unless it has left meanwhile.
+    template <class Visit>
+    void _forEachAttendee(Visit visit) {
+        const std::vector<ConferenceRosterEntry *> listed = _attendees;
+        for (ConferenceRosterEntry *entry : listed)
+            if (_isListed(entry))
+                visit(entry);
+    }
 
-    // ---- Calls (ConferenceParticipantCalls.cpp)
-    // ----------------------------------------------------
-    bool mf_acceptCall(ConferenceRosterEntry *peer);
-    bool mf_rejectCall(ConferenceRosterEntry *peer);
+    // ---- Calls (ConferenceParticipantCalls.cpp) ----
+
+    bool _mayCall(const TempRosterEntry &call, bool direct) const;
+    bool _connectCall(std::unique_ptr<TempRosterEntry> call);
     bool mf_hangup(ConferenceRosterEntry *peer);
+    bool _endCall(TempRosterEntry *call);
+    void _tellNoAnswer(const TempRosterEntry &call);
+    bool _dropConnection(ConferenceRosterEntry *peer);
     void _handleHangup(ConferenceRosterEntry *peer);
+    bool _broadcastLeave(const ConferenceRosterEntry &party);
 
-    // ---- Joining (ConferenceParticipantJoin.cpp)
-    // ---------------------------------------------------
+    // ---- Joining (ConferenceParticipantJoin.cpp) ----
+
+    // What became of the secure transport in a join.
+    struct SecureStep {
+        bool wanted = false;      // by either side
+        bool multiplexed = false; // the multiplexer encrypts: nothing to do
+        bool failed = false;
+    };
     bool mf_sendMe(int descriptor, bool proxyConnection, bool oldForm);
     bool _sendMe(ConferenceRosterEntry *peer);
     void _completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending);
+    bool _startJoin(ConferenceRosterEntry *peer, TempRosterEntry *pending);
     bool _ensureHost(ConferenceRosterEntry *peer);
     bool _preJoin(ConferenceRosterEntry *peer);
     bool _sendJoinRequest(ConferenceRosterEntry *peer);
-    void _handleJoinRequest(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
-    void _handleJoinReply(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+    void _handleJoinRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    bool mf_acceptCall(ConferenceRosterEntry *peer);
+    void _welcome(ConferenceRosterEntry *peer);
+    bool mf_rejectCall(ConferenceRosterEntry *peer);
+    void _handleJoinReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    bool _callAccepted(ConferenceRosterEntry *peer, const TempRosterEntry &call);
+    void _giveColor(ConferenceRosterEntry *peer);
+    bool _wantsSecure(const ConferenceRosterEntry *peer) const;
+    SecureStep _acceptSecurely(ConferenceRosterEntry *peer);
+    SecureStep _connectSecurely(ConferenceRosterEntry *peer);
 
-    // ---- Roster (ConferenceParticipantRoster.cpp)
-    // --------------------------------------------------
+    // ---- Roster (ConferenceParticipantRoster.cpp) ----
+
     bool _requestRoster(ConferenceRosterEntry *peer);
     bool _sendRoster(ConferenceRosterEntry *peer);
+    bool _sendListed(TCPMessage &message);
     bool _isUnique(ConferenceRosterEntry *entry);
-    void _handleRosterEntry(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
-    void _handleRosterReply(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
-    void _handleLeaveNotify(ConferenceRosterEntry *peer, Body body, std::uint64_t length);
+    void _logDuplicate(const ConferenceRosterEntry &listed,
+                       const ConferenceRosterEntry &entry) const;
+    void _handleRosterEntry(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _handleRosterReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _takeOwnEntry(const ConferenceRosterEntry &entry);
+    void _handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
 
-    // ---- Broadcast and liveness (ConferenceParticipantBroadcast.cpp)
-    // -------------------------------
+    // ---- Broadcast and liveness (ConferenceParticipantBroadcast.cpp) ----
+
     static bool _formatBroadcastMessage(TCPMessage &message, const unsigned char *data,
                                         std::uint64_t length);
     bool _broadcastData(ConferenceRosterEntry *source, TCPMessage &message);
+    void _logUndelivered(const ConferenceRosterEntry &peer, const ConferenceRosterEntry *source,
+                         const TCPMessage &message) const;
     static bool sf_sendKeepAlive(int descriptor);
     void _bringOutYerDead();
+    ConferenceRosterEntry *_findDead();
     void _setBlockingBroadcast();
     void _setNonBlockingBroadcast();
 
-    // ---- State
-    // -------------------------------------------------------------------------------------
+    // ---- State ----
+
     TCPSelect *_select = nullptr; // owned; null: the participant failed to start
     ConferenceRosterEntry _self;
     std::vector<ConferenceRosterEntry *> _attendees; // owned; every connection and every shadow
@@ -401,7 +442,7 @@ private:
     int _listenIPv4 = -1;
     int _listenIPv6 = -1;
     unsigned int _nextColorIndex = 0;
-    Retired _retired;
+    Workings _workings;
 
     static unsigned short s_defaultPort;
     static bool s_bindAnonymous;

@@ -1,0 +1,42 @@
+#include "vintok/ConferenceMessage.h"
+
+#include "vintok/ConferenceParticipant.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+
+namespace vintok {
+
+bool openMessage(TCPMessageBase &message, const TCPGUID &identifier, std::uint64_t length) {
+    message.setMessageID(identifier);
+    message.setMessageMajorVersion(ConferenceParticipant::s_majorVersion);
+    message.setMessageMinorVersion(ConferenceParticipant::s_minorVersion);
+    return message.allocateMessageBuffer(length);
+}
+
+bool openMessage(TCPMessageBase &message, const TCPGUID &identifier,
+                 const ConferenceRosterEntry &entry) {
+    return openMessage(message, identifier, entry.size()) &&
+           entry.write(message.messageBuffer(), message.messageBufferLength()) != 0;
+}
+
+bool sendByte(int descriptor, const TCPGUID &identifier, unsigned char value) {
+    TCPMessage message(descriptor);
+    if (!openMessage(message, identifier, 1))
+        return false;
+    message.messageBuffer()[0] = value;
+    return message.write(-1, nullptr);
+}
+
+void takeEntry(ConferenceRosterEntry &known, const ConferenceRosterEntry &received) {
+    const int descriptor = known.descriptor();
+    const bool shadow = known.isShadow();
+    const bool proxyPending = known.isProxyPending();
+    const bool multiplexerPending = known.isMUXPending();
+    known = received;
+    known.setDescriptor(descriptor);
+    known.setShadow(shadow);
+    known.setProxyPending(proxyPending);
+    known.setMUXPending(multiplexerPending);
+}
+
+} // namespace vintok

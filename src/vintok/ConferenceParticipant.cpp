@@ -1,0 +1,435 @@
+// The life of a participant, its listening sockets, and the road of a message from the dispatch
+// loop to its handler.
+//
+// `sf_connectCB` and `sf_dataCB` are what the loop calls. One call of the second reads one whole
+// message, and `Route::table` says who handles it and whether it is also passed on to the others.
+// The handlers stand in the sources of their subjects: Join, Calls, Roster, Lead, Broadcast, Files,
+// Clock.
+//
+// Several participants may live on one thread. They share the loop's table of registrations, so one
+// that goes away leaves nothing of itself in it.
+#include "vintok/ConferenceParticipant.h"
+
+#include "platform/File.h"
+#include "vintok/AcceptGuard.h"
+#include "vintok/Globals.h"
+#include "vintok/Log.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace vintok {
+
+unsigned short ConferenceParticipant::s_defaultPort = 7777;
+bool ConferenceParticipant::s_bindAnonymous = true;
+bool ConferenceParticipant::s_printDebug = false;
+bool ConferenceParticipant::s_printVerboseDebug = false;
+bool ConferenceParticipant::s_printRosterDebug = false;
+bool ConferenceParticipant::s_printSSLJoinData = false;
+ConferenceParticipant::AlarmCallback ConferenceParticipant::_alarmCB = nullptr;
+
+namespace {
+
+constexpr std::size_t PORT_SEARCH = 255;
+
+// Turns a debug switch on when the environment says exactly "True", and the log up to `level`
+// unless it lets `severity` through already.
+void readDebugSwitch(const char *variable, ErrSeverity severity, LogLevel level, bool &flag) {
+    const char *value = std::getenv(variable);
+    if (value == nullptr || std::strcmp(value, "True") != 0)
+        return;
+    if ((static_cast<unsigned>(logLevel()) & static_cast<unsigned>(severity)) == 0)
+        setLogLevel(level);
+    flag = true;
+}
+
+// The value of the first line with this key in the configuration file; empty when there is none.
+std::string configuredValue(const char *wanted) {
+    std::string result;
+    const char *root = std::getenv("QOR_INSTALL");
+    if (root == nullptr)
+        return result;
+    const char separator = platform::pathSeparator();
+    const std::string path = std::string(root) + separator + "etc" + separator + "conferencing.cfg";
+    std::FILE *file = platform::openFile(path, "r");
+    if (file == nullptr)
+        return result;
+    char line[512];
+    while (std::fgets(line, sizeof line, file) != nullptr) {
+        char key[sizeof line] = {};
+        char value[sizeof line] = {};
+        if (std::sscanf(line, "%511s%511s", key, value) >= 1 && std::strcmp(key, wanted) == 0) {
+            result = value;
+            break;
+        }
+    }
+    std::fclose(file);
+    return result;
+}
+
+// A pair of listening sockets and where they listen.
+struct Listeners {
+    int ipv4 = -1;
+    int ipv6 = -1;
+    TCPAddress addressIPv4;
+    TCPAddress addressIPv6;
+
+    unsigned short port() const {
+        if (ipv4 != -1)
+            return addressIPv4.hostByteOrderPort();
+        return ipv6 != -1 ? addressIPv6.hostByteOrderPort() : static_cast<unsigned short>(0);
+    }
+};
+
+// In all three the IPv6 socket takes exactly the port that the IPv4 socket has found.
+
+// The IPv4 record has the port and no address, deliberately: a party that only local ones can reach
+// is known by its IPv6 address.
+Listeners listenLocally(unsigned short port, std::size_t tries) {
+    Listeners result;
+    result.ipv4 = createLocalIPv4Socket(port, 0, tries, true);
+    if (result.ipv4 != -1) {
+        result.addressIPv4.setHostByteOrderPort(port);
+        tries = 1;
+    }
+    result.ipv6 = createLocalIPv6Socket(port, 0, tries, true);
+    if (result.ipv6 != -1) {
+        result.addressIPv6.setLoopbackIPv6();
+        result.addressIPv6.setHostByteOrderPort(port);
+    }
+    return result;
+}
+
+int listenOnOwnAddress(TCPAddress &address, unsigned short port, std::size_t tries,
+                       TCPAddress::IPType family) {
+    address.setHostByteOrderPort(port);
+    if (!address.resolve(family))
+        return -1;
+    return createBoundSocket(address, 0, tries, true, TCPAddress::IPTYPE_NONE);
+}
+
+Listeners listenOnOwnAddress(unsigned short port, std::size_t tries) {
+    Listeners result;
+    result.ipv4 = listenOnOwnAddress(result.addressIPv4, port, tries, TCPAddress::IPTYPE_IPV4);
+    if (result.ipv4 != -1) {
+        port = result.addressIPv4.hostByteOrderPort();
+        tries = 1;
+    }
+    result.ipv6 = listenOnOwnAddress(result.addressIPv6, port, tries, TCPAddress::IPTYPE_IPV6);
+    return result;
+}
+
+Listeners listenAnywhere(unsigned short port, std::size_t tries) {
+    Listeners result;
+    result.addressIPv4.setHostByteOrderPort(port);
+    result.ipv4 = createIPv4Socket(result.addressIPv4, 0, tries, true);
+    if (result.ipv4 != -1) {
+        port = result.addressIPv4.hostByteOrderPort();
+        tries = 1;
+    }
+    result.addressIPv6.setHostByteOrderPort(port);
+    result.ipv6 = createIPv6Socket(result.addressIPv6, 0, tries, true);
+    return result;
+}
+
+} // namespace
+
+// ---- Life ----
+
+ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port, bool exactPort) {
+    init();
+    sf_readDebugSwitches();
+    sf_getDefaultPort();
+    sf_getBindAnonymous();
+    if (!_listen(localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : PORT_SEARCH)) {
+        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
+        return;
+    }
+    _self.setMajorVersion(s_majorVersion);
+    _self.setMinorVersion(s_minorVersion);
+    _self.setServer(_serverMode);
+    try {
+        _select = new TCPSelect;
+    } catch (const std::bad_alloc &) {
+        _closeListener(_listenIPv4);
+        _closeListener(_listenIPv6);
+        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not allocate select object");
+        return;
+    }
+    _watchListeners();
+}
+
+ConferenceParticipant::ConferenceParticipant(const ConferenceParticipant &) = default;
+ConferenceParticipant &ConferenceParticipant::operator=(const ConferenceParticipant &) = default;
+
+ConferenceParticipant::~ConferenceParticipant() {
+    // Another participant may keep the thread's loop alive, and would meet what is left in it.
+    for (const ConferenceRosterEntry *entry : _attendees)
+        if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
+            _select->removeCallback(entry->descriptor(), sf_dataCB, this);
+    _shutdown();
+    _closeListener(_listenIPv4);
+    _closeListener(_listenIPv6);
+    delete _select;
+    for (TempRosterEntry *call : _pending)
+        delete call;
+    _workings.door.reset();
+    fini();
+}
+
+void ConferenceParticipant::sf_readDebugSwitches() {
+    readDebugSwitch("CONFERENCE_PARTICIPANT_DEBUG", SEVERITY_DEBUG, LOG_DEBUG, s_printDebug);
+    readDebugSwitch("CONFERENCE_ROSTER_DEBUG", SEVERITY_DEBUG, LOG_DEBUG, s_printRosterDebug);
+    readDebugSwitch("CONFERENCE_PRINT_SSL_JOIN_DATA", SEVERITY_INFO, LOG_INFO, s_printSSLJoinData);
+}
+
+// Both read the configuration once in a process.
+unsigned short ConferenceParticipant::sf_getDefaultPort() {
+    static const bool read = [] {
+        std::sscanf(configuredValue("CLIENT_PORT").c_str(), "%hu", &s_defaultPort);
+        return true;
+    }();
+    static_cast<void>(read);
+    return s_defaultPort;
+}
+
+bool ConferenceParticipant::sf_getBindAnonymous() {
+    static const bool read = [] {
+        const std::string value = configuredValue("BIND_ANONYMOUS");
+        if (value == "True" || value == "False")
+            s_bindAnonymous = value == "True";
+        return true;
+    }();
+    static_cast<void>(read);
+    return s_bindAnonymous;
+}
+
+// False when neither family could be listened on.
+bool ConferenceParticipant::_listen(bool localOnly, unsigned short port, std::size_t tries) {
+    const Listeners listeners = localOnly         ? listenLocally(port, tries)
+                                : s_bindAnonymous ? listenAnywhere(port, tries)
+                                                  : listenOnOwnAddress(port, tries);
+    _listenIPv4 = listeners.ipv4;
+    _listenIPv6 = listeners.ipv6;
+    if (_listenIPv6 != -1 && listeners.addressIPv6.isIPv6())
+        _self = listeners.addressIPv6;
+    if (_listenIPv4 != -1 && listeners.addressIPv4.isIPv4())
+        _self = listeners.addressIPv4;
+    std::printf("\nPORT:%hu\n", listeners.port());
+    std::fflush(stdout);
+    return _listenIPv4 != -1 || _listenIPv6 != -1;
+}
+
+void ConferenceParticipant::_watchListeners() {
+    for (int *socket : {&_listenIPv4, &_listenIPv6})
+        if (*socket != -1 && !_select->addSocketCallback(*socket, sf_connectCB, this, false, false))
+            _closeListener(*socket);
+    if (_listenIPv4 != -1 || _listenIPv6 != -1)
+        return;
+    delete _select;
+    _select = nullptr;
+    VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not add connect callback");
+}
+
+void ConferenceParticipant::_closeListener(int &socket) {
+    if (socket == -1)
+        return;
+    if (_select != nullptr)
+        _select->removeCallback(socket, sf_connectCB, this);
+    shutdownSocket(socket);
+    socket = -1;
+}
+
+bool ConferenceParticipant::setMeetingName(const std::string &meetingName) {
+    return _self.isHost() && _self.setMeetingName(meetingName);
+}
+
+void ConferenceParticipant::setServerMode(bool on) {
+    _serverMode = on;
+    _self.setServer(on);
+}
+
+void ConferenceParticipant::disableUser(const TCPAddress &address) {
+    if (ConferenceRosterEntry *peer = _getPeer(address))
+        peer->setEnabled(false);
+}
+
+void ConferenceParticipant::enableUser(const TCPAddress &address) {
+    if (ConferenceRosterEntry *peer = _getPeer(address))
+        peer->setEnabled(true);
+}
+
+void ConferenceParticipant::_tell(EntryCallback callback, const ConferenceRosterEntry &party) {
+    if (callback != nullptr && !party.isServer())
+        callback(this, party);
+}
+
+void ConferenceParticipant::sf_signalHandler(int signal) {
+    std::signal(signal, sf_signalHandler);
+}
+
+// ---- From the loop ----
+
+void ConferenceParticipant::sf_connectCB(int socket, void *data, bool) {
+    auto *participant = static_cast<ConferenceParticipant *>(data);
+    if (participant != nullptr &&
+        (socket == participant->_listenIPv4 || socket == participant->_listenIPv6))
+        participant->mf_connectPending(socket);
+}
+
+void ConferenceParticipant::sf_dataCB(int descriptor, void *data, bool closed) {
+    auto *participant = static_cast<ConferenceParticipant *>(data);
+    if (participant == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no conference instance data");
+    } else if (participant->_attendees.empty()) {
+        VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no attendees");
+    } else if (participant->_getPeer(descriptor) == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "Data Pending on non peer descriptor");
+    } else {
+        participant->mf_dataPending(descriptor, closed);
+    }
+}
+
+void ConferenceParticipant::mf_connectPending(int socket) {
+    const Operation operation(*this);
+    const int descriptor = _workings.door->accept(socket);
+    if (descriptor == -1) {
+        if (_workings.door->firstFailure())
+            VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
+        return;
+    }
+    secureAccept(descriptor);
+    expectFrames(descriptor);
+    if (_select == nullptr ||
+        !_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending select failed");
+        shutdownSocket(descriptor);
+        return;
+    }
+    if (!mf_sendMe(descriptor, false, true)) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending send me failed");
+        _select->removeCallback(descriptor, sf_dataCB, this);
+        shutdownSocket(descriptor);
+        return;
+    }
+    if (_addDescriptor(descriptor) == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending add descriptor failed");
+        return; // deliberately still registered
+    }
+    VINTOK_LOG(SEVERITY_INFO, "Connection accepted fd = " + std::to_string(descriptor));
+}
+
+void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
+    const Operation operation(*this);
+    ConferenceRosterEntry *peer = _getPeer(descriptor);
+    if (peer == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending fd not in peer list removing CB");
+        if (_select != nullptr) {
+            _select->removeCallback(descriptor, sf_dataCB, this);
+            shutdownSocket(descriptor);
+        }
+        return;
+    }
+    try {
+        _readMessage(peer, closed);
+    } catch (const std::bad_alloc &) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending allocation failed");
+    }
+    peer = _getPeer(descriptor);
+    if (peer != nullptr)
+        peer->setBadRead(false);
+}
+
+void ConferenceParticipant::_readMessage(ConferenceRosterEntry *peer, bool closed) {
+    const int descriptor = peer->descriptor();
+    TCPMessage message(descriptor);
+    if (!closed && message.read(-1, nullptr)) {
+        _handleMessage(peer, message);
+        return;
+    }
+    VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
+    // A failed read is taken for a bad message as long as the line takes a keep-alive.
+    if (!closed && sf_sendKeepAlive(descriptor))
+        return;
+    _handleHangup(peer);
+}
+
+// ---- Dispatch ----
+
+// What is done with a message. The row's version flag says that the message shows which version its
+// sender speaks.
+struct ConferenceParticipant::Route {
+    using Party = ConferenceParticipant;
+    using Peer = ConferenceRosterEntry;
+    enum Relay { RELAY_NEVER, RELAY_BEFORE, RELAY_AFTER };
+
+    const TCPGUID *identifier;
+    Relay relay;
+    bool showsVersion;
+    void (*handle)(Party &self, Peer *peer, TCPMessage &message);
+
+    static const Route table[];
+
+    static const Route *find(const TCPGUID &identifier);
+
+    // For the handlers that need no more than the body.
+    template <void (Party::*handler)(Peer *, unsigned char *, std::uint64_t)>
+    static void body(Party &self, Peer *peer, TCPMessage &message) {
+        (self.*handler)(peer, message.messageBuffer(), message.messageBufferLength());
+    }
+
+    static void broadcast(Party &self, Peer *, TCPMessage &message) {
+        if (self._broadcastDataCB != nullptr)
+            self._broadcastDataCB(&self, message.messageBuffer(), message.messageBufferLength());
+    }
+    static void rosterRequest(Party &self, Peer *peer, TCPMessage &) { self._sendRoster(peer); }
+    static void hangup(Party &self, Peer *peer, TCPMessage &) { self._handleHangup(peer); }
+    static void keepAlive(Party &, Peer *, TCPMessage &) {
+        VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
+    }
+};
+
+const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
+    {&TCP_broadcastMessage, RELAY_AFTER, false, broadcast},
+    {&TCP_joinRequest, RELAY_NEVER, true, body<&Party::_handleJoinRequest>},
+    {&TCP_joinReply, RELAY_NEVER, false, body<&Party::_handleJoinReply>},
+    {&TCP_rosterRequest, RELAY_NEVER, false, rosterRequest},
+    {&TCP_rosterReply, RELAY_NEVER, false, body<&Party::_handleRosterReply>},
+    {&TCP_rosterEntry, RELAY_NEVER, true, body<&Party::_handleRosterEntry>},
+    {&TCP_leaveNotify, RELAY_NEVER, false, body<&Party::_handleLeaveNotify>},
+    {&TCP_hangup, RELAY_NEVER, false, hangup},
+    {&TCP_keepAlive, RELAY_NEVER, false, keepAlive},
+};
+
+const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {
+    for (const Route &route : table)
+        if (*route.identifier == identifier)
+            return &route;
+    return nullptr;
+}
+
+void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessage &message) {
+    const Route *route = Route::find(message.messageID());
+    if (route == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleMessage Unknow message");
+        return;
+    }
+    if (route->showsVersion) {
+        peer->setMajorVersion(message.messageMajorVersion());
+        peer->setMinorVersion(message.messageMinorVersion());
+    }
+    if (route->relay == Route::RELAY_BEFORE && _relays())
+        _broadcastData(peer, message);
+    route->handle(*this, peer, message);
+    // Whoever sent it may have gone meanwhile; the others are owed it all the same.
+    if (route->relay == Route::RELAY_AFTER && _relays())
+        _broadcastData(peer, message);
+}
+
+} // namespace vintok

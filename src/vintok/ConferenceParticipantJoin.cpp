@@ -1,0 +1,349 @@
+// How two connected parties become one meeting.
+//
+// The called party speaks first: its hello, a TCP_rosterEntry. The caller answers with its own,
+// sees to it that one of the two hosts (`_ensureHost`), and asks to join. The called party's
+// application accepts or refuses; TCP_joinReply says so. From the reply on both are members of each
+// other: the host gives a colour and sends the roster, the other asks for it.
+//
+// Both sides decide about the secure transport by the same rule on the same bits, the called side
+// as it accepts, the calling side as it hears of it.
+//
+// Any callback may hang up. Each step asks whether the peer is still listed, and once it is not,
+// nothing of the join is finished: what `hangup` has cleared stays cleared.
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/ConferenceMessage.h"
+#include "vintok/Log.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPMessage_1_3.h"
+#include "vintok/TCPStream.h"
+
+namespace vintok {
+
+namespace {
+
+bool canHideIPs(const ConferenceRosterEntry &party) {
+    const unsigned short major = party.majorVersion();
+    return major > ConferenceParticipant::s_majorVersionHideIP ||
+           (major == ConferenceParticipant::s_majorVersionHideIP &&
+            party.minorVersion() >= ConferenceParticipant::s_minorVersionHideIP);
+}
+
+const char *truth(bool value) {
+    return value ? "true" : "false";
+}
+
+} // namespace
+
+// ---- The hello ----
+
+bool ConferenceParticipant::mf_sendMe(int descriptor, bool proxyConnection, bool oldForm) {
+    TCPMessage current(descriptor);
+    TCPMessage_1_3 old(descriptor); // the form that every version can read
+    TCPMessageBase &message = oldForm ? static_cast<TCPMessageBase &>(old) : current;
+    if (!openMessage(message, TCP_rosterEntry, _self.size())) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_sendMe allocate message failed");
+        return false;
+    }
+    _self.setProxyConnection(proxyConnection);
+    const bool sent = _self.write(message.messageBuffer(), message.messageBufferLength()) != 0 &&
+                      message.write(-1, nullptr);
+    _self.setProxyConnection(false);
+    if (sent)
+        VINTOK_LOG(SEVERITY_TRACE, "mf_sendMe succeeded");
+    else
+        VINTOK_LOG(SEVERITY_ERROR, "mf_sendMe write failed");
+    return sent;
+}
+
+bool ConferenceParticipant::_sendMe(ConferenceRosterEntry *peer) {
+    return _isListed(peer) && mf_sendMe(peer->descriptor(), peer->isProxy(), false);
+}
+
+// ---- The calling side, up to the request ----
+
+// The called party has said hello.
+void ConferenceParticipant::_completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending) {
+    if (!_isListed(peer) || !_isListed(pending) || _startJoin(peer, pending))
+        return;
+    if (_isListed(pending))
+        _removePending(pending);
+    mf_hangup(peer);
+}
+
+// False when the call has come to its end.
+bool ConferenceParticipant::_startJoin(ConferenceRosterEntry *peer, TempRosterEntry *pending) {
+    if (!_sendMe(peer))
+        return false;
+    if (!_ensureHost(peer)) {
+        if (_busyCB != nullptr)
+            _busyCB(this, pending->remoteName(), *peer);
+        return false;
+    }
+    if (!_isListed(peer))
+        return false;
+    const bool allowed = _preJoin(peer);
+    if (!_isListed(peer))
+        return false;
+    if (allowed) {
+        if (!_sendJoinRequest(peer))
+            return false;
+        if (_ringingCB != nullptr)
+            _ringingCB(this, pending->remoteName(), *peer);
+        VINTOK_LOG(SEVERITY_TRACE, "_completeCall send join OK");
+        return true;
+    }
+    pending->m_callOutcome = OUTCOME_COMPLETING;
+    if (_ringingCB != nullptr)
+        _ringingCB(this, pending->remoteName(), *peer); // before the refusal, deliberately
+    if (_rejectedCB != nullptr && _isListed(peer)) {
+        pending->m_callOutcome = OUTCOME_REFUSED;
+        _rejectedCB(this, pending->remoteName(), *peer);
+    }
+    return false;
+}
+
+// Decides who hosts. The caller does when nobody hosts yet; nobody is called who attends another
+// meeting.
+bool ConferenceParticipant::_ensureHost(ConferenceRosterEntry *peer) {
+    if (peer == nullptr)
+        return false;
+    if (peer->isMeeting()) {
+        if (!peer->isHost()) {
+            VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer is in meeting and not host");
+            return false;
+        }
+        if (_self.isMeeting()) {
+            VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer host and me in meeting");
+            return false;
+        }
+        VINTOK_LOG(SEVERITY_TRACE, "_ensureHost peer hosting meeting OK");
+        return true;
+    }
+    if (_self.isHost()) {
+        VINTOK_LOG(SEVERITY_TRACE, "_ensureHost me hosting meeting OK");
+        return true;
+    }
+    if (_self.isMeeting()) {
+        VINTOK_LOG(SEVERITY_ERROR, "_ensureHost in meeting not host placing call");
+        return false;
+    }
+    VINTOK_LOG(SEVERITY_TRACE, "_ensureHost no host so starting meeting OK");
+    return hostMeeting(std::string());
+}
+
+// Guards the hiding of addresses. Run by both sides.
+bool ConferenceParticipant::_preJoin(ConferenceRosterEntry *peer) {
+    if (peer == nullptr)
+        return false;
+    if (_self.isHidingIPsRequired())
+        return canHideIPs(*peer);
+    if (!peer->isHidingIPsRequired())
+        return true;
+    for (const ConferenceRosterEntry *entry : _attendees)
+        if (entry != nullptr && entry != peer)
+            return false; // has seen addresses already
+    _self.setHidingIPsRequired(true);
+    if (_securityCB != nullptr) {
+        ConfSecurityOptions options;
+        options.hideIP = true;
+        _securityCB(this, options);
+    }
+    return true;
+}
+
+bool ConferenceParticipant::_sendJoinRequest(ConferenceRosterEntry *peer) {
+    if (peer == nullptr)
+        return false;
+    TCPMessage message(peer->descriptor());
+    return openMessage(message, TCP_joinRequest, _self) && message.write(-1, nullptr);
+}
+
+// ---- The called side ----
+
+void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    if (!_isListed(peer))
+        return;
+    ConferenceRosterEntry request(peer->descriptor());
+    if (request.read(body, length) == 0 || peer->doBroadcast())
+        return;
+    if (!(request == *peer))
+        return; // not whom the hello announced
+    const unsigned short major = peer->majorVersion();
+    const unsigned short minor = peer->minorVersion();
+    takeEntry(*peer, request);
+    peer->setDoBroadcast(false);
+    peer->setJoinPending(true);
+    peer->setMajorVersion(major); // the header's counts, not what the body claims
+    peer->setMinorVersion(minor);
+    if (!_preJoin(peer)) {
+        mf_rejectCall(peer);
+        return;
+    }
+    if (!_isListed(peer))
+        return;
+    if (_self.isHost())
+        _giveColor(peer);
+    if (_callPendingCB != nullptr)
+        _callPendingCB(this, *peer);
+    else
+        mf_acceptCall(peer);
+}
+
+bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
+    if (!_isListed(peer) || !peer->isJoinPending())
+        return false;
+    const int descriptor = peer->descriptor();
+    if (!sendByte(descriptor, TCP_joinReply, 1))
+        return false;
+    const SecureStep secure = _acceptSecurely(peer);
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Accepted Call fd = %d ssl = %s hangup = %s", descriptor,
+                                          truth(secure.wanted), truth(secure.failed)));
+    if (secure.failed || !_isListed(peer)) {
+        mf_hangup(peer);
+        return false;
+    }
+    peer->setJoinPending(false);
+    peer->setDoBroadcast(true);
+    if (!_self.isMeeting()) {
+        _self.setMeeting(true);
+        _self.setMeetingName(peer->meetingName());
+        _tell(_userDataCB, _self);
+    }
+    if (_isListed(peer))
+        _tell(_joinCB, *peer);
+    if (!_isListed(peer))
+        return false;
+    _welcome(peer);
+    return true;
+}
+
+// The fresh member gets the roster, or is asked for it.
+void ConferenceParticipant::_welcome(ConferenceRosterEntry *peer) {
+    if (_self.isHost()) {
+        _sendRoster(nullptr);
+        return;
+    }
+    if (peer->isLeader())
+        _tell(_leadChangeCB, *peer);
+    if (_isListed(peer))
+        _requestRoster(peer);
+}
+
+bool ConferenceParticipant::mf_rejectCall(ConferenceRosterEntry *peer) {
+    if (!_isListed(peer) || !peer->isJoinPending())
+        return false;
+    if (!sendByte(peer->descriptor(), TCP_joinReply, 0))
+        return false;
+    peer->setJoinPending(false);
+    peer->setDoBroadcast(false);
+    mf_hangup(peer);
+    return true;
+}
+
+// ---- The calling side, from the reply on ----
+
+void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsigned char *body,
+                                             std::uint64_t length) {
+    TempRosterEntry *pending = _isListed(peer) ? _getPending(peer->descriptor()) : nullptr;
+    if (pending == nullptr)
+        return;
+    bool hangsUp = false;
+    if (body != nullptr && length == 1) {
+        if (body[0] != 0) {
+            hangsUp = _callAccepted(peer, *pending);
+        } else {
+            hangsUp = true;
+            if (_rejectedCB != nullptr) {
+                pending->m_callOutcome = OUTCOME_REFUSED;
+                _rejectedCB(this, pending->remoteName(), *peer);
+            }
+        }
+    }
+    if (_isListed(pending))
+        _removePending(pending);
+    if (hangsUp)
+        mf_hangup(peer);
+}
+
+// True when the connection is to be hung up after all. The join is completed first, deliberately:
+// the application sees a party join whose secure handshake has failed.
+bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
+                                          const TempRosterEntry &call) {
+    const int descriptor = peer->descriptor();
+    const SecureStep secure = _connectSecurely(peer);
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Handle fd = %d ssl = %s  hangup = %s", descriptor,
+                                          truth(secure.wanted), truth(secure.failed)));
+    if (_self.isHost())
+        _giveColor(peer);
+    else
+        _self.setMeetingName(peer->meetingName());
+    if (_acceptedCB != nullptr)
+        _acceptedCB(this, call.remoteName(), *peer);
+    if (!_isListed(peer))
+        return false;
+    peer->setDoBroadcast(true);
+    _self.setMeeting(true);
+    _tell(_joinCB, *peer);
+    if (!_isListed(peer))
+        return false;
+    if (_self.isHost())
+        _sendRoster(nullptr);
+    else if (peer->isLeader())
+        _tell(_leadChangeCB, *peer);
+    _requestRoster(peer);
+    return secure.failed;
+}
+
+// The colours of a meeting are never given twice; past 65535 they begin again.
+void ConferenceParticipant::_giveColor(ConferenceRosterEntry *peer) {
+    peer->setColorIndex(static_cast<unsigned short>(_nextColorIndex++));
+    VINTOK_LOG(SEVERITY_DEBUG, peer->toString());
+}
+
+// ---- The secure transport ----
+
+bool ConferenceParticipant::_wantsSecure(const ConferenceRosterEntry *peer) const {
+    return _self.isSecureRequired() || peer->isSecureRequired() || peer->isSecurePreferred() ||
+           _self.isSecurePreferred();
+}
+
+ConferenceParticipant::SecureStep
+ConferenceParticipant::_acceptSecurely(ConferenceRosterEntry *peer) {
+    SecureStep step;
+    step.multiplexed = peer->isMUXEncrypt();
+    step.wanted = !step.multiplexed && _wantsSecure(peer);
+    if (!step.wanted)
+        return step;
+    step.failed = !secureAccept(peer->descriptor());
+    if (step.failed)
+        VINTOK_LOG(SEVERITY_ERROR, "acceptCall Secure Accept Failed");
+    else
+        peer->setSecure(true);
+    return step;
+}
+
+ConferenceParticipant::SecureStep
+ConferenceParticipant::_connectSecurely(ConferenceRosterEntry *peer) {
+    SecureStep step;
+    step.multiplexed = peer->majorVersion() >= 3 && peer->isMUXEncrypt() && _self.isMUXEncrypt();
+    step.wanted = !step.multiplexed && _wantsSecure(peer);
+    if (!step.wanted)
+        return step;
+    bool secure = false, closed = false, boundIPv4 = false, boundIPv6 = false, boundUnix = false;
+    if (!descriptorState(peer->descriptor(), secure, closed, boundIPv4, boundIPv6, boundUnix)) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::descriptorState failed");
+        step.failed = true;
+    } else if (!secure) {
+        step.failed = !secureConnect(peer->descriptor(), std::string());
+        if (step.failed)
+            VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::secureConnect failed");
+        else
+            peer->setSecure(true);
+    }
+    return step;
+}
+
+} // namespace vintok

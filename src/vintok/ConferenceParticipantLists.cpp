@@ -1,0 +1,200 @@
+// The two lists of a participant: the parties that it knows, and its outgoing calls that have not
+// ended. Walks are linear; rosters are small.
+//
+// Whoever is in the middle of a message may lose the party that it is about: a callback may hang
+// up, a failed write may find somebody dead. So nothing that leaves a list is destroyed before the
+// outermost operation has ended (`Operation` counts them), and every step that takes a pointer asks
+// `_isListed` first. The descriptor would not do for that: its number may have a new owner.
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/AcceptGuard.h"
+#include "vintok/Log.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <new>
+
+namespace vintok {
+
+namespace {
+
+// The first of `entries`, null slots skipped, that `matches`; else null.
+template <class Entry, class Match>
+Entry *firstOf(const std::vector<Entry *> &entries, Match matches) {
+    for (Entry *entry : entries)
+        if (entry != nullptr && matches(*entry))
+            return entry;
+    return nullptr;
+}
+
+template <class Entry>
+bool contains(const std::vector<Entry *> &entries, const Entry *entry) {
+    return entry != nullptr && std::find(entries.begin(), entries.end(), entry) != entries.end();
+}
+
+} // namespace
+
+ConferenceParticipant::Workings::Workings() : door(std::make_unique<AcceptGuard>()) {}
+
+ConferenceParticipant::Workings::Workings(const Workings &) : Workings() {}
+
+ConferenceParticipant::Workings &ConferenceParticipant::Workings::operator=(const Workings &) {
+    return *this;
+}
+
+ConferenceParticipant::Workings::~Workings() = default;
+
+ConferenceParticipant::Operation::Operation(ConferenceParticipant &participant)
+    : m_workings(participant._workings) {
+    ++m_workings.operations;
+}
+
+ConferenceParticipant::Operation::~Operation() {
+    if (--m_workings.operations == 0) {
+        m_workings.retiredEntries.clear();
+        m_workings.retiredCalls.clear();
+    }
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_addDescriptor(int descriptor) {
+    if (descriptor != -1 && _getPeer(descriptor) != nullptr)
+        return nullptr;
+    try {
+        auto entry = std::make_unique<ConferenceRosterEntry>(descriptor);
+        entry->setShadow(descriptor == -1);
+        _attendees.push_back(entry.get());
+        return entry.release();
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
+bool ConferenceParticipant::_addPending(TempRosterEntry *entry) {
+    if (entry == nullptr || _isListed(entry))
+        return false;
+    try {
+        _pending.push_back(entry);
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
+bool ConferenceParticipant::_isListed(const ConferenceRosterEntry *entry) const {
+    return contains(_attendees, entry);
+}
+
+bool ConferenceParticipant::_isListed(const TempRosterEntry *entry) const {
+    return contains(_pending, entry);
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_getPeer(const TCPAddress &address) const {
+    return firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
+        return entry == address && !entry.isProxy();
+    });
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_getPeer(int descriptor) const {
+    return firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
+        return entry.descriptor() == descriptor;
+    });
+}
+
+TempRosterEntry *ConferenceParticipant::_getPending(const TCPAddress &address) const {
+    return firstOf(_pending, [&](const TempRosterEntry &entry) { return entry == address; });
+}
+
+TempRosterEntry *ConferenceParticipant::_getPending(int descriptor) const {
+    if (descriptor == -1)
+        return nullptr; // calls that have lost their connection, and belong to no other
+    return firstOf(_pending, [&](const TempRosterEntry &entry) {
+        return entry.associatedDescriptor() == descriptor;
+    });
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_getHost() const {
+    return firstOf(_attendees, [](const ConferenceRosterEntry &entry) {
+        return entry.doBroadcast() && entry.isHost();
+    });
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_getLeader() const {
+    return firstOf(_attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeader(); });
+}
+
+ConferenceRosterEntry *ConferenceParticipant::_getPendingLeader() const {
+    return firstOf(_attendees,
+                   [](const ConferenceRosterEntry &entry) { return entry.isLeadPending(); });
+}
+
+bool ConferenceParticipant::_removeDescriptor(const TCPAddress &address) {
+    return _retire(firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
+        return entry.descriptor() == -1 && entry == address;
+    }));
+}
+
+bool ConferenceParticipant::_removeDescriptor(int descriptor) {
+    return _removeAttendee(_getPeer(descriptor));
+}
+
+// A member that loses one of its hosts and has another gives the whole call up, unless it is doing
+// so already.
+bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
+    if (!_retire(entry))
+        return false;
+    // A call whose connection has gone stays listed, so that its address is not called again; but
+    // the next owner of the descriptor's number is not its answer.
+    if (TempRosterEntry *call = _getPending(entry->descriptor()))
+        call->setAssociatedDescriptor(-1);
+    const auto isMember = [](const ConferenceRosterEntry &other) { return other.doBroadcast(); };
+    if (entry->doBroadcast() && !_self.isHost() && _workings.hangups == 0 &&
+        firstOf(_attendees, isMember) != nullptr)
+        hangup();
+    return true;
+}
+
+// Takes the entry off the list. It is destroyed with the end of the outermost operation.
+bool ConferenceParticipant::_retire(ConferenceRosterEntry *entry) {
+    if (!_isListed(entry))
+        return false;
+    _attendees.erase(std::find(_attendees.begin(), _attendees.end(), entry));
+    _workings.retiredEntries.emplace_back(entry);
+    return true;
+}
+
+bool ConferenceParticipant::_removePending(const TCPAddress &address) {
+    TempRosterEntry *call = _getPending(address);
+    return (call != nullptr || _pending.empty()) && _removePending(call);
+}
+
+bool ConferenceParticipant::_removePending(int descriptor) {
+    TempRosterEntry *call = _getPending(descriptor);
+    return (call != nullptr || _pending.empty()) && _removePending(call);
+}
+
+bool ConferenceParticipant::_removePending(TempRosterEntry *entry) {
+    if (_pending.empty()) {
+        VINTOK_LOG(SEVERITY_ERROR, "_removePending no pending calls");
+        return false;
+    }
+    if (entry == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "_removePending attempting to remove null entry");
+        return false;
+    }
+    if (!_isListed(entry))
+        return false;
+    _pending.erase(std::find(_pending.begin(), _pending.end(), entry));
+    _workings.retiredCalls.emplace_back(entry);
+    return true;
+}
+
+void ConferenceParticipant::_shutdown() {
+    while (!_attendees.empty()) {
+        const std::unique_ptr<ConferenceRosterEntry> entry(_attendees.front());
+        _attendees.erase(_attendees.begin());
+        if (entry != nullptr && entry->descriptor() >= 0)
+            shutdownSocket(entry->descriptor());
+    }
+}
+
+} // namespace vintok

@@ -1,0 +1,293 @@
+// How the parties of a meeting learn of each other.
+//
+// The host is the only source of the roster. It sends one message for each entry: itself first,
+// then every member and shadow, the receiver among them, who learns its own colour so. A non-host
+// keeps the others as shadows, entries without a connection, and publishes its own data to the host
+// alone.
+//
+// A TCP_rosterEntry is what a party says of itself: its hello, or changed data. The test against
+// two connections to one party is made there. The connection whose hello comes second is hung up,
+// whoever called, so two parties that call each other at once may lose both calls.
+//
+// What arrives overwrites an entry, save for what is known at this end only (`takeEntry` and the
+// values that each handler puts back).
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/ConferenceMessage.h"
+#include "vintok/Log.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+
+namespace vintok {
+
+namespace {
+
+enum class Sent { yes, notAllocated, notWritten, notSent };
+
+// Sends one entry in a message whose identifier is set.
+Sent sendEntry(TCPMessage &message, const ConferenceRosterEntry &entry) {
+    if (!message.allocateMessageBuffer(entry.size()))
+        return Sent::notAllocated;
+    if (entry.write(message.messageBuffer(), message.messageBufferLength()) == 0)
+        return Sent::notWritten;
+    return message.write(-1, nullptr) ? Sent::yes : Sent::notSent;
+}
+
+void logOwnEntry(Sent sent, const ConferenceRosterEntry &entry) {
+    switch (sent) {
+    case Sent::yes:
+        VINTOK_LOG(SEVERITY_INFO, "Sent Entry\n" + entry.toString());
+        break;
+    case Sent::notAllocated:
+        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster message buffer allocation failed");
+        break;
+    case Sent::notWritten:
+        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster write roster message buffer failed");
+        break;
+    case Sent::notSent:
+        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster message write Failed");
+        break;
+    }
+}
+
+void logListedEntry(Sent sent, const ConferenceRosterEntry &entry) {
+    switch (sent) {
+    case Sent::yes:
+        VINTOK_LOG(SEVERITY_DEBUG, "Sent Entry\n" + entry.toString());
+        break;
+    case Sent::notAllocated:
+        VINTOK_LOG(SEVERITY_ERROR,
+                   formatText("Allocation failed for entry %d", entry.descriptor()));
+        break;
+    case Sent::notWritten:
+        VINTOK_LOG(SEVERITY_ERROR, "Write Failed\n" + entry.toString());
+        break;
+    case Sent::notSent:
+        VINTOK_LOG(SEVERITY_ERROR, "Send Failed\n" + entry.toString());
+        break;
+    }
+}
+
+} // namespace
+
+// ---- Asking and sending ----
+
+bool ConferenceParticipant::sendRoster() {
+    const Operation operation(*this);
+    if (_self.isHost())
+        return _sendRoster(nullptr);
+    bool sent = false;
+    _forEachAttendee([&](ConferenceRosterEntry *peer) {
+        if (peer->isHost())
+            sent = _sendMe(peer);
+    });
+    return sent;
+}
+
+bool ConferenceParticipant::requestRoster() {
+    const Operation operation(*this);
+    if (_self.isHost()) {
+        if (!_self.isServer())
+            _forEachAttendee([this](ConferenceRosterEntry *peer) {
+                if (peer->doBroadcast() || peer->isShadow())
+                    _tell(_userDataCB, *peer);
+            });
+        return true;
+    }
+    bool sent = false;
+    _forEachAttendee([&](ConferenceRosterEntry *peer) {
+        if (peer->isHost()) {
+            _sendMe(peer);
+            sent = _requestRoster(peer);
+        }
+    });
+    return sent;
+}
+
+bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
+    return _isListed(peer) && sendByte(peer->descriptor(), TCP_rosterRequest, 0);
+}
+
+// To one peer, or to every member. At a non-host the result says nothing: it sends itself and is
+// done.
+bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
+    if (peer == nullptr) {
+        bool sent = false;
+        bool failed = false;
+        _forEachAttendee([&](ConferenceRosterEntry *member) {
+            if (member->doBroadcast())
+                (_sendRoster(member) ? sent : failed) = true;
+        });
+        return sent && !failed;
+    }
+    const int descriptor = peer->descriptor();
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Begin Sending Roster to %d", descriptor));
+    TCPMessage message(descriptor);
+    message.setMessageID(TCP_rosterReply);
+    message.setMessageMajorVersion(s_majorVersion);
+    message.setMessageMinorVersion(s_minorVersion);
+    logOwnEntry(sendEntry(message, _self), _self);
+    const bool sent = _self.isHost() && _sendListed(message);
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Done Sending Roster to %d", descriptor));
+    return sent;
+}
+
+// The entries of the meeting, its receiver among them. True if there was one and none failed.
+bool ConferenceParticipant::_sendListed(TCPMessage &message) {
+    bool any = false;
+    bool failed = false;
+    _forEachAttendee([&](ConferenceRosterEntry *entry) {
+        if (entry->isJoinPending()) {
+            VINTOK_LOG(SEVERITY_DEBUG, formatText("Ignore Pending Entry %d", entry->descriptor()));
+            return;
+        }
+        if (!entry->doBroadcast() && !entry->isShadow())
+            return; // a connection that has not joined is nobody's business
+        const Sent sent = sendEntry(message, *entry);
+        logListedEntry(sent, *entry);
+        (sent == Sent::yes ? any : failed) = true;
+    });
+    return any && !failed;
+}
+
+// ---- What a party says of itself ----
+
+void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    if (!_isListed(peer))
+        return;
+    ConferenceRosterEntry entry(peer->descriptor());
+    if (entry.read(body, length) == 0)
+        return;
+    const bool member = peer->doBroadcast();
+    if (member && !(*peer == entry))
+        return; // a member cannot change its address
+    const ConferenceRosterEntry before = *peer;
+    takeEntry(*peer, entry);
+    peer->setProxyConnection(before.isProxyConnection());
+    peer->setSecure(before.isSecure());
+    peer->setMajorVersion(before.majorVersion());
+    peer->setMinorVersion(before.minorVersion());
+    if (_self.isHost()) {
+        peer->setColorIndex(before.colorIndex());
+        VINTOK_LOG(SEVERITY_DEBUG, peer->toString());
+    }
+    if (member)
+        _tell(_userDataCB, *peer);
+    if (!_isListed(peer))
+        return;
+    if (_isUnique(peer)) {
+        VINTOK_LOG(SEVERITY_DEBUG, formatText("Entry is Unique %d\n", peer->descriptor()));
+        if (TempRosterEntry *pending = _getPending(peer->descriptor()))
+            _completeCall(peer, pending);
+        return;
+    }
+    VINTOK_LOG(SEVERITY_DEBUG,
+               formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
+                   peer->email() + ")");
+    mf_hangup(peer);
+}
+
+bool ConferenceParticipant::_isUnique(ConferenceRosterEntry *entry) {
+    if (entry == nullptr)
+        return true;
+    for (const ConferenceRosterEntry *listed : _attendees) {
+        if (listed == nullptr || listed == entry || listed->isProxyConnection() ||
+            !(*listed == *entry))
+            continue;
+        if (s_printDebug)
+            _logDuplicate(*listed, *entry);
+        return false;
+    }
+    return true;
+}
+
+void ConferenceParticipant::_logDuplicate(const ConferenceRosterEntry &listed,
+                                          const ConferenceRosterEntry &entry) const {
+    std::string name;
+    if (!entry.name(name))
+        name = "unknown";
+    std::string address;
+    entry.ipString(address, false);
+    if (_self.isHidingIPsRequired() || entry.isHidingIPsRequired())
+        address = "0.0.0.0";
+    VINTOK_LOG(SEVERITY_WARNING, "Duplicate connection from (" + name + " )[ " + address +
+                                     " ]  :  " + std::to_string(entry.hostByteOrderPort()) + " (" +
+                                     listed.email() + " and " + entry.email() + ")");
+}
+
+// ---- What the host says of others, and a member of itself ----
+
+void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Receive Roster entry from %d", peer->descriptor()));
+    ConferenceRosterEntry entry;
+    if (entry.read(body, length) == 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "Could not decode Entry\n");
+        return;
+    }
+    VINTOK_LOG(SEVERITY_DEBUG, entry.toString());
+    if (entry == _self) {
+        _takeOwnEntry(entry);
+        return;
+    }
+    ConferenceRosterEntry *known = _getPeer(entry);
+    const bool isNew = known == nullptr;
+    if (isNew)
+        known = _addDescriptor(-1);
+    if (known == nullptr)
+        return;
+    const bool joinPending = known->isJoinPending();
+    const unsigned short color = known->colorIndex();
+    takeEntry(*known, entry);
+    known->setJoinPending(joinPending);
+    if (_self.isHost()) {
+        known->setColorIndex(color);
+        VINTOK_LOG(SEVERITY_DEBUG, known->toString());
+    }
+    if (isNew)
+        _tell(_joinCB, *known);
+    if (isNew && _isListed(known) && known->isLeader())
+        _tell(_leadChangeCB, *known);
+    if (_isListed(known))
+        _tell(_userDataCB, *known);
+    if (_self.isHost())
+        _sendRoster(nullptr); // any entry that reaches the host goes out to all
+}
+
+// The roster's entry of this party itself, which brings its colour.
+void ConferenceParticipant::_takeOwnEntry(const ConferenceRosterEntry &entry) {
+    if (_self.isHost()) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleRosterReply got self back when hosting");
+        return;
+    }
+    _self.setColorIndex(entry.colorIndex());
+    VINTOK_LOG(SEVERITY_DEBUG, _self.toString());
+    if (_userDataCB != nullptr)
+        _userDataCB(this, _self); // a server's too
+}
+
+void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("Receive leave Notify from %d\n", peer->descriptor()));
+    ConferenceRosterEntry entry;
+    if (entry.read(body, length) == 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "Could not decode Entry");
+        return;
+    }
+    VINTOK_LOG(SEVERITY_INFO, "Receive==========\n" + entry.toString() + "\n==============");
+    ConferenceRosterEntry *known = _getPeer(entry);
+    if (known == nullptr || !known->isShadow())
+        return; // a connection goes by its own hang-up
+    const bool joinPending = known->isJoinPending();
+    const unsigned short color = known->colorIndex();
+    takeEntry(*known, entry);
+    known->setJoinPending(joinPending);
+    known->setColorIndex(color);
+    VINTOK_LOG(SEVERITY_DEBUG, known->toString());
+    _tell(_leaveCB, *known);
+    if (_isListed(known))
+        _removeDescriptor(static_cast<const TCPAddress &>(*known));
+}
+
+} // namespace vintok
