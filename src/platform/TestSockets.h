@@ -3,6 +3,7 @@
 #define VINTOK_PLATFORM_TESTSOCKETS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 
 namespace vintok::platform {
@@ -22,6 +23,10 @@ bool setDescriptorLimit(std::size_t count);
 // A child that is started now would get it.
 bool isInherited(int descriptor);
 bool isInherited(std::FILE *file);
+
+// The number under which a child would find the file, and what that child asks about it.
+std::intptr_t fileNumber(std::FILE *file);
+bool isOpenFile(std::intptr_t number);
 
 // From now on a signal comes every few milliseconds and does nothing but interrupt what the system
 // is doing for this process. False where there is no such thing.

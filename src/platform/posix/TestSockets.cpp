@@ -53,6 +53,14 @@ bool isInherited(std::FILE *file) {
     return isInherited(::fileno(file));
 }
 
+std::intptr_t fileNumber(std::FILE *file) {
+    return ::fileno(file);
+}
+
+bool isOpenFile(std::intptr_t number) {
+    return ::fcntl(static_cast<int>(number), F_GETFD) != -1;
+}
+
 bool startInterrupting() {
     struct sigaction action = {};
     action.sa_handler = [](int) {};

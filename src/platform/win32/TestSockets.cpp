@@ -2,7 +2,6 @@
 
 #include "platform/win32/SystemSockets.h"
 
-#include <cstdint>
 #include <io.h>
 
 namespace vintok::platform {
@@ -40,7 +39,15 @@ bool isInherited(int descriptor) {
 }
 
 bool isInherited(std::FILE *file) {
-    return isInheritedHandle(_get_osfhandle(_fileno(file)));
+    return isInheritedHandle(fileNumber(file));
+}
+
+std::intptr_t fileNumber(std::FILE *file) {
+    return _get_osfhandle(_fileno(file));
+}
+
+bool isOpenFile(std::intptr_t number) {
+    return GetFileType(reinterpret_cast<HANDLE>(number)) == FILE_TYPE_DISK;
 }
 
 bool startInterrupting() {
