@@ -1,0 +1,303 @@
+// Two levels. Below are seven mutexes of the system, each held only for the instant of testing or
+// changing a flag. Above are thirteen locks, each a flag and its holder, which `TCPMutex::lock`
+// polls. So a socket call or a callback under one lock holds nothing that another lock needs.
+//
+// A holder that locks again has broken the program: `lock` then leaves the mutex of the system
+// owned and marked busy, so that this thread fails and every other one stops at any lock behind the
+// mutex.
+//
+// Nearly all objects are function-local statics, destroyed at exit in reverse order. The base goes
+// with the last of them. A function that is called later still finds no base and fails, or, when
+// its own object is made only then, makes a base anew.
+#include "vintok/TCPMutex.h"
+
+#include "platform/Thread.h"
+#include "vintok/Log.h"
+#include "vintok/TCPMutexBase.h"
+
+#include <array>
+#include <cstdint>
+#include <new>
+
+namespace vintok {
+
+namespace {
+
+constexpr int usersId = 0;
+constexpr std::uint32_t pollMilliseconds = 10;
+
+struct LockRow {
+    int mutex; // -1: cannot be locked
+    const char *label;
+};
+
+constexpr std::array<LockRow, 13> lockTable = {{
+    {0, "TCPMutex::_instance"},
+    {1, "TCPMessage::_socketDescriptors"},
+    {1, "TCPMessage::_fileDescriptors"},
+    {1, "TCPMessage::_transport"},
+    {1, "TCPMessage::_TCPOriginIP"},
+    {2, "TCPMessage::_subtractTime && TCPMessage::_addTime"},
+    {3, "TCPMessage::_lastError"},
+    {2, "TCPMessage::_startUpCount"},
+    {-1, "(Not assigned)"},
+    {-1, "(Not assigned)"},
+    {4, "ConferenceProcess::_conferenceProcess"},
+    {5, "TCPSelect::_selectBase"},
+    {6, "TCPSelectBase::_signalSafe"},
+}};
+
+// Without a destructor, so that it outlasts every static lock. The base owns the handle.
+struct SystemMutex {
+    platform::RecursiveLock *handle = nullptr;
+    bool busy = false; // a `_mutexLock` stands unmatched
+};
+
+std::array<SystemMutex, TCPMutexBase::mutexCount> s_mutexes;
+
+// Each guarded by the mutex of its row.
+std::array<bool, lockTable.size()> s_lockHeld;
+std::array<std::uint64_t, lockTable.size()> s_lockOwner;
+unsigned s_userCount = 0;
+
+// The making and the end of the base, which no lock can guard that needs the base.
+std::atomic_flag s_baseChanging = ATOMIC_FLAG_INIT;
+
+class BaseChange {
+public:
+    BaseChange() {
+        while (s_baseChanging.test_and_set(std::memory_order_acquire))
+            platform::sleepMilliseconds(1);
+    }
+    ~BaseChange() { s_baseChanging.clear(std::memory_order_release); }
+    BaseChange(const BaseChange &) = delete;
+    BaseChange &operator=(const BaseChange &) = delete;
+};
+
+// Null for a number that has no mutex.
+SystemMutex *mutexFor(int number, bool isIndex) {
+    if (number < 0)
+        return nullptr;
+    auto index = static_cast<std::size_t>(number);
+    if (isIndex && index < s_mutexes.size())
+        return &s_mutexes[index];
+    if (index >= lockTable.size() || lockTable[index].mutex < 0)
+        return nullptr;
+    return &s_mutexes[static_cast<std::size_t>(lockTable[index].mutex)];
+}
+
+bool acquire(SystemMutex &mutex, const char *failure) {
+    if (mutex.handle != nullptr && mutex.handle->acquire())
+        return true;
+    VINTOK_LOG(SEVERITY_ERROR,
+               failure + formatText(" lastError = 0x%X", platform::lastThreadError()));
+    return false;
+}
+
+void release(SystemMutex &mutex) {
+    if (!mutex.handle->release())
+        VINTOK_LOG(SEVERITY_ERROR,
+                   formatText("ReleaseMutex failed lastError = 0x%X", platform::lastThreadError()));
+}
+
+} // namespace
+
+// --- TCPMutexBase --------------------------------------------------------------------
+
+TCPMutexBase *TCPMutexBase::s_instance = nullptr;
+
+TCPMutexBase::TCPMutexBase() {
+    if (s_instance != nullptr)
+        VINTOK_LOG(SEVERITY_ERROR, "multiple instances of base created");
+    else if (_mutexInit() != 0)
+        VINTOK_LOG(SEVERITY_ERROR, "Mutex init failed");
+    else
+        s_instance = this;
+}
+
+TCPMutexBase::~TCPMutexBase() {
+    if (s_instance != this) {
+        VINTOK_LOG(SEVERITY_ERROR, "multiple instance of Base");
+        return;
+    }
+    _mutexDestroy();
+    s_instance = nullptr;
+}
+
+int TCPMutexBase::_mutexInit() {
+    for (SystemMutex &mutex : s_mutexes) {
+        delete mutex.handle; // of a base that could make only some of them
+        mutex.handle = new (std::nothrow) platform::RecursiveLock;
+        if (mutex.handle == nullptr || !mutex.handle->valid()) {
+            VINTOK_LOG(SEVERITY_ERROR, "Cannot Create Mutex in TCPMutexBase::_mutexInit");
+            return -1;
+        }
+        if (!mutex.handle->acquire() || !mutex.handle->release()) {
+            VINTOK_LOG(SEVERITY_ERROR, "Cannot Release Mutex in TCPMutexBase::_mutexInit");
+            return -1;
+        }
+        mutex.busy = false;
+    }
+    s_lockHeld.fill(false);
+    s_lockOwner.fill(0);
+    return 0;
+}
+
+int TCPMutexBase::_mutexDestroy() {
+    for (SystemMutex &mutex : s_mutexes) {
+        delete mutex.handle;
+        mutex.handle = nullptr;
+    }
+    return 0;
+}
+
+int TCPMutexBase::_mutexLock(int number, bool isIndex) {
+    SystemMutex *mutex = mutexFor(number, isIndex);
+    if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED"))
+        return -1;
+    if (mutex->busy) {
+        VINTOK_LOG(SEVERITY_ERROR, "Recursive call to lock");
+        release(*mutex);
+        return -1;
+    }
+    mutex->busy = true;
+    return 0;
+}
+
+int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
+    SystemMutex *mutex = mutexFor(number, isIndex);
+    if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED int TCPMutexBase::_mutexUnlock"))
+        return -1;
+    int result = -1;
+    if (mutex->busy) {
+        mutex->busy = false;
+        release(*mutex); // what `_mutexLock` left owned
+        result = 0;
+    } else {
+        VINTOK_LOG(SEVERITY_ERROR, "Unlock called without lock");
+    }
+    release(*mutex);
+    return result;
+}
+
+// --- TCPMutex ------------------------------------------------------------------------
+
+std::atomic<TCPMutexBase *> TCPMutex::_instance{nullptr};
+
+TCPMutex::TCPMutex(int id) : m_id(id) {
+    const BaseChange change;
+    if (_instance == nullptr)
+        _instance = new (std::nothrow) TCPMutexBase;
+    TCPMutexBase *base = _instance;
+    if (base == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "Cannot create mutex");
+        return;
+    }
+    if (base->_mutexLock(usersId, false) != 0) {
+        _instance = nullptr;
+        delete base;
+        VINTOK_LOG(SEVERITY_ERROR, "Cannot aquire lock on singleton object");
+        return;
+    }
+    s_userCount++;
+    if (base->_mutexUnlock(usersId, false) != 0)
+        VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
+}
+
+TCPMutex::~TCPMutex() {
+    const BaseChange change;
+    TCPMutexBase *base = _instance;
+    if (base == nullptr)
+        return;
+    if (base->_mutexLock(usersId, false) != 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "Cannot aquire lock on singleton object");
+        return;
+    }
+    const bool last = --s_userCount == 0;
+    if (last)
+        _instance = nullptr;
+    if (base->_mutexUnlock(usersId, false) != 0)
+        VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
+    if (last)
+        delete base;
+}
+
+int TCPMutex::lock() {
+    const std::uint64_t self = platform::currentThreadId();
+    for (TCPMutexBase *base = _instance; base != nullptr; base = _instance) {
+        if (base->_mutexLock(m_id, false) != 0) {
+            VINTOK_LOG(SEVERITY_ERROR, "Cannot acquire global lock");
+            return -1;
+        }
+        const auto id = static_cast<std::size_t>(m_id);
+        const bool won = !s_lockHeld[id];
+        if (!won && s_lockOwner[id] == self) {
+            // The mutex stays owned on purpose: see above.
+            VINTOK_LOG(SEVERITY_ERROR, "Deadlock");
+            return -1;
+        }
+        if (won) {
+            s_lockHeld[id] = true;
+            s_lockOwner[id] = self;
+        }
+        if (base->_mutexUnlock(m_id, false) != 0)
+            VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
+        if (won)
+            return 0;
+        platform::sleepMilliseconds(pollMilliseconds);
+    }
+    return -1;
+}
+
+int TCPMutex::trylock() {
+    TCPMutexBase *base = _instance;
+    if (base == nullptr)
+        return -1;
+    if (base->_mutexLock(m_id, false) != 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "Cannot acquire global lock");
+        return -1;
+    }
+    const auto id = static_cast<std::size_t>(m_id);
+    const bool won = !s_lockHeld[id];
+    if (won) {
+        s_lockHeld[id] = true;
+        s_lockOwner[id] = platform::currentThreadId();
+    }
+    if (base->_mutexUnlock(m_id, false) != 0)
+        VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
+    return won ? 0 : -1;
+}
+
+int TCPMutex::unlock() {
+    TCPMutexBase *base = _instance;
+    if (base == nullptr)
+        return -1;
+    if (base->_mutexLock(m_id, false) != 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "Cannot acquire global lock");
+        return -1;
+    }
+    const auto id = static_cast<std::size_t>(m_id);
+    const bool mine = s_lockHeld[id] && s_lockOwner[id] == platform::currentThreadId();
+    if (mine) {
+        s_lockHeld[id] = false;
+        s_lockOwner[id] = 0;
+    }
+    base->_mutexUnlock(m_id, false);
+    return mine ? 0 : -1;
+}
+
+void TCPMutex::lockAll() {
+    if (TCPMutexBase *base = _instance) {
+        for (std::size_t i = 0; i < TCPMutexBase::mutexCount; i++)
+            base->_mutexLock(static_cast<int>(i), true);
+    }
+}
+
+void TCPMutex::unlockAll() {
+    if (TCPMutexBase *base = _instance) {
+        for (std::size_t i = 0; i < TCPMutexBase::mutexCount; i++)
+            base->_mutexUnlock(static_cast<int>(i), true);
+    }
+}
+
+} // namespace vintok
