@@ -2,7 +2,9 @@
 #ifndef VINTOK_GLOBALS_H
 #define VINTOK_GLOBALS_H
 
+#include "vintok/Log.h"
 #include "vintok/TCPAddress.h"
+#include "vintok/TCPMutex.h"
 #include "vintok/TCPStream.h"
 
 #include <atomic>
@@ -47,6 +49,48 @@ inline Globals *startedGlobals() {
     return s_startUpCount.load() != 0 ? s_globals.load() : nullptr;
 }
 
+// The answer of `descriptorState`, asked when this is made.
+struct DescriptorState {
+    explicit DescriptorState(int fd)
+        : known(descriptorState(fd, secure, closed, boundIPv4, boundIPv6, boundUnix)) {}
+
+    bool bound() const { return boundIPv4 || boundIPv6 || boundUnix; }
+
+    bool secure = false;
+    bool closed = false;
+    bool boundIPv4 = false;
+    bool boundIPv6 = false;
+    bool boundUnix = false;
+    bool known; // and not closed
+};
+
+enum LockId : int {
+    LOCK_DESCRIPTORS = 1,
+    LOCK_TRANSPORT = 3,
+    LOCK_LOCAL_ADDRESS = 4,
+    LOCK_CLOCK = 5,
+    LOCK_START_UP = 7,
+    LOCK_CONTROL_PROCESS = 10,
+    LOCK_SELECT_BASE = 11,
+    LOCK_SIGNAL_SAFE = 12
+};
+
+// The result of `operation`, run with `mutex` held, or false when it could not be had. Both
+// failures of the lock are reported as those of the operation `name`; a failed unlock does not undo
+// what was done.
+template <typename Operation>
+bool underLock(TCPMutex &mutex, const char *name, Operation operation,
+               const SourcePlace &place = SourcePlace::caller()) {
+    if (mutex.lock() != 0) {
+        errorAt(place, TCP_ERROR_LOCK_FAILED, name);
+        return false;
+    }
+    const bool result = operation();
+    if (mutex.unlock() != 0)
+        errorAt(place, TCP_ERROR_UNLOCK_FAILED, name);
+    return result;
+}
+
 // The bytes of a plain socket. What `readBytes`, `writeBytes` and so on come down to, without
 // asking the descriptor table.
 std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bool wait,
@@ -56,6 +100,17 @@ std::int64_t sf_socketSend(int fd, const unsigned char *buffer, std::size_t leng
 std::int64_t sf_socketPeek(int fd, unsigned char *buffer, std::size_t length);
 bool sf_socketBytesPending(int fd, std::size_t &pending);
 std::int64_t sf_clearSocket(int fd, std::size_t count);
+
+// What a transfer that moved `total` bytes returns.
+inline std::int64_t countOrFailure(std::size_t total) {
+    return total != 0 ? static_cast<std::int64_t>(total) : -1;
+}
+
+// How much the two that discard bytes take at a time, and how often they try for `count` bytes.
+inline constexpr std::size_t clearChunk = 4096;
+inline std::size_t clearPasses(std::size_t count) {
+    return count / clearChunk + 10;
+}
 
 // The bytes of a secure descriptor, through the transport.
 std::int64_t sf_secureRecv(int fd, unsigned char *buffer, std::size_t length);

@@ -9,11 +9,19 @@
 
 namespace vintok {
 
-// Where a macro stands in the source.
+// Where an error or a message is reported. As the default argument of a helper that reports for its
+// callers, `SourcePlace::caller()` is the place of the call: the trace decoration then names the
+// operation and not the helper.
 struct SourcePlace {
     const char *file;
     unsigned line;
-    const char *function; // as the compiler prints it, with result and arguments
+    const char *function; // as the compiler prints it, with result and arguments, or the bare name
+
+    static constexpr SourcePlace caller(const char *file = __builtin_FILE(),
+                                        unsigned line = __builtin_LINE(),
+                                        const char *function = __builtin_FUNCTION()) {
+        return {file, line, function};
+    }
 };
 
 inline bool isLogged(ErrSeverity severity) {
@@ -24,7 +32,8 @@ inline bool isLogged(ErrSeverity severity) {
 void logAt(const SourcePlace &place, ErrSeverity severity, const std::string &message);
 void errorAt(const SourcePlace &place, TCPError code, const std::string &context);
 
-// The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock".
+// The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock", and "init"
+// gives "vintok::init".
 std::string qualifiedName(const std::string &signature);
 
 // As `printf` of the C standard on every system, into a string. A failure to format gives an empty

@@ -36,8 +36,7 @@ namespace vintok {
 
 class TCPStatusCallback;
 
-// --- Errors
-// ---------------------------------------------------------------------------------------
+// --- Errors --------------------------------------------------------------------------
 
 enum TCPError : std::uint32_t {
     TCP_ERROR_NO_ERROR = 0,
@@ -76,8 +75,7 @@ VINTOK_API void setErrorDebug(bool on);
 // "Unknown Error". Never null; not to be freed.
 VINTOK_API const char *sysErrorString(int code);
 
-// --- Log
-// ------------------------------------------------------------------------------------------
+// --- Log -----------------------------------------------------------------------------
 
 // Which severities are written; each level includes those above it.
 enum LogLevel : std::uint32_t {
@@ -114,8 +112,7 @@ VINTOK_API bool setLogFileName(const std::string &name);
 // trouble with the log goes to `perror`.
 VINTOK_API bool logMessage(const char *message, ErrSeverity severity);
 
-// --- Start and stop
-// -------------------------------------------------------------------------------
+// --- Start and stop ------------------------------------------------------------------
 
 // Starts the library, or joins it: the first call does the work, and each needs its `fini`, also
 // one that returned false because this host's own name does not resolve. May block in the resolver.
@@ -127,8 +124,7 @@ VINTOK_API bool init();
 // without an `init` to match, and when the lock could not be released.
 VINTOK_API bool fini();
 
-// --- Clock
-// ----------------------------------------------------------------------------------------
+// --- Clock ---------------------------------------------------------------------------
 
 // Seconds since 1970-01-01 00:00:00 UTC by the system's clock, plus `getAddTime`, minus
 // `getSubtractTime`. Never fails: before `init` it is the system's time, with the error set.
@@ -144,8 +140,7 @@ VINTOK_API bool zeroTime();
 VINTOK_API std::int64_t getAddTime();
 VINTOK_API std::int64_t getSubtractTime();
 
-// --- Descriptors
-// ----------------------------------------------------------------------------------
+// --- Descriptors ---------------------------------------------------------------------
 
 // The library moves bytes only over descriptors that it knows. Sockets that it creates, connects or
 // accepts are known at once; a socket from elsewhere is made known with `addDescriptor`, which also
@@ -174,8 +169,7 @@ VINTOK_API bool setSecure(int fd, bool secure);
 // Forgets the descriptor and closes the socket at once; the result is that of `removeDescriptor`.
 VINTOK_API bool closeDescriptor(int fd);
 
-// --- Sockets
-// --------------------------------------------------------------------------------------
+// --- Sockets -------------------------------------------------------------------------
 
 // Listens on `address`; the type decides where the address leaves the family open. `backlog` 0 is
 // the system's maximum. Tries as many consecutive ports as `tries` says, from the address's own (0
@@ -235,8 +229,7 @@ VINTOK_API bool setSystemBuffers(int fd, std::size_t size);
 VINTOK_API bool localAddress(TCPAddress &address);
 VINTOK_API bool setLocalAddress(const TCPAddress &address);
 
-// --- Bytes
-// ----------------------------------------------------------------------------------------
+// --- Bytes ---------------------------------------------------------------------------
 
 // The checked operations serve known connections, plain and secure. Others are refused:
 // TCP_ERROR_BAD_FILE_DESCRIPTOR for an unknown or listening descriptor, TCP_ERROR_CONNECTION_RESET
@@ -278,8 +271,7 @@ VINTOK_API std::int64_t rawBytesPending(int fd);
 VINTOK_API std::int64_t clearSocket(int fd, std::size_t count);
 VINTOK_API std::int64_t rawClearSocket(int fd, std::size_t count);
 
-// --- Secure channels
-// ------------------------------------------------------------------------------
+// --- Secure channels -----------------------------------------------------------------
 
 // The one transport of the process, not owned; null takes it out. False without an error before
 // `init`.

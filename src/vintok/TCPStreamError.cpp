@@ -1,0 +1,137 @@
+// The error of each thread. The record is reached through two thread-local variables without a
+// destructor, which can be looked at for as long as the thread runs, and a guard that frees the
+// record when the thread's storage is taken down. Whoever uses the library later still, from the
+// destructor of another thread-local or static object, finds no record: the error is then dropped
+// and reads as none.
+#include "vintok/TCPStream.h"
+
+#include "platform/Socket.h"
+#include "vintok/Log.h"
+
+#include <atomic>
+#include <iterator>
+#include <new>
+
+namespace vintok {
+
+namespace {
+
+struct LastErrorRecord {
+    TCPError code = TCP_ERROR_NO_ERROR;
+    std::string text;
+};
+
+thread_local LastErrorRecord *t_record = nullptr;
+thread_local bool t_ended = false;
+
+struct RecordGuard {
+    RecordGuard() = default;
+    RecordGuard(const RecordGuard &) = delete;
+    RecordGuard &operator=(const RecordGuard &) = delete;
+    ~RecordGuard() {
+        delete t_record;
+        t_record = nullptr;
+        t_ended = true;
+    }
+
+    // The first call on a thread is what makes the guard.
+    void makeRecord() { t_record = new (std::nothrow) LastErrorRecord; }
+};
+
+thread_local RecordGuard t_guard;
+
+LastErrorRecord *threadRecord() {
+    if (t_record == nullptr && !t_ended)
+        t_guard.makeRecord();
+    return t_record;
+}
+
+std::atomic<bool> s_errorDebug{false};
+
+constexpr const char *errorNames[] = {
+    "TCP_ERROR_NO_ERROR",           "TCP_ERROR_UNSPECIFIED_ERROR",   "TCP_ERROR_NOT_INITIALIZED",
+    "TCP_ERROR_WOULD_BLOCK",        "TCP_ERROR_BAD_FILE_DESCRIPTOR", "TCP_ERROR_LOCK_FAILED",
+    "TCP_ERROR_UNLOCK_FAILED",      "TCP_ERROR_INTERRUPT",           "TCP_ERROR_CONNECTION_RESET",
+    "TCP_ERROR_CONNECTION_REFUSED", "TCP_ERROR_MAX_DESCRIPTORS",     "TCP_ERROR_OUT_OF_MEMORY",
+    "TCP_ERROR_CORRUPT_HEADER",     "TCP_ERROR_SSL_TRANSPORT",       "TCP_ERROR_STREAM_BUFFER",
+    "TCP_ERROR_INVALID_ADDRESS",    "TCP_ERROR_INVALID_ARGUMENT",    "TCP_ERROR_SYSTEM_ERROR",
+};
+
+void printError(const LastErrorRecord &record) {
+    const bool known = record.code < std::size(errorNames);
+    const std::string line =
+        formatText("lastError (%s)\n%s\n", known ? errorNames[record.code] : "??",
+                   known ? record.text.c_str() : "");
+    logMessage(line.c_str(), record.code == TCP_ERROR_NO_ERROR ? SEVERITY_DEBUG : SEVERITY_ERROR);
+}
+
+// The numbers that keep their plain form because the byte layer tests them so.
+int tableRow(int error) {
+    switch (error) {
+    case 4:
+        return 10004;
+    case 9:
+        return 10009;
+    case 12:
+        return 8;
+    case 22:
+        return 10022;
+    case 24:
+        return 10024;
+    default:
+        return error;
+    }
+}
+
+} // namespace
+
+bool setLastError(TCPError code, const std::string &text) {
+    LastErrorRecord *record = threadRecord();
+    if (record == nullptr)
+        return false;
+    record->code = code;
+    try {
+        record->text = text;
+        if (s_errorDebug)
+            printError(*record);
+    } catch (const std::bad_alloc &) {
+        // The code stands; a text that does not fit into memory is given up.
+        record->text.clear();
+    }
+    return true;
+}
+
+TCPError lastError() {
+    const LastErrorRecord *record = threadRecord();
+    return record != nullptr ? record->code : TCP_ERROR_NO_ERROR;
+}
+
+std::string lastErrorString() {
+    const LastErrorRecord *record = threadRecord();
+    return record != nullptr ? record->text : std::string();
+}
+
+void setErrorDebug(bool on) {
+    s_errorDebug = on;
+}
+
+std::string withSystemText(const std::string &context, int error) {
+    return context + "\n" + sysErrorString(tableRow(error));
+}
+
+std::string withSystemText(const std::string &context) {
+    return withSystemText(context, platform::socketError());
+}
+
+void errorAt(const SourcePlace &place, TCPError code, const std::string &context) {
+    if (!isLogged(SEVERITY_TRACE)) {
+        setLastError(code, context);
+        return;
+    }
+    setLastError(
+        code, place.file +
+                  formatText(": %u -- < %s >", place.line, qualifiedName(place.function).c_str()) +
+                  context);
+}
+
+} // namespace vintok
