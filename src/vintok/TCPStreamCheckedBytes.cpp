@@ -1,0 +1,158 @@
+// The operations that ask the descriptor table first: they refuse what is no open connection, and
+// go on to the transport for a secure descriptor and to the socket for a plain one.
+#include "vintok/TCPStream.h"
+
+#include "vintok/Globals.h"
+
+#include <algorithm>
+#include <array>
+
+namespace vintok {
+
+namespace {
+
+enum class Route { refused, plain, secure };
+
+// Each may hold a "%d" for the descriptor.
+struct Refusals {
+    const char *bound;
+    const char *closed;
+    const char *unknown;
+};
+
+constexpr Refusals readRefusals = {"Attempt to read from bound socket vintok::readBytes",
+                                   "vintok::readBytes", "vintok::readBytes"};
+
+Route routeOf(int fd, const Refusals &texts, const SourcePlace &place = SourcePlace::caller()) {
+    const DescriptorState state(fd);
+    if (state.known && !state.bound())
+        return state.secure ? Route::secure : Route::plain;
+    const char *text = state.known ? texts.bound : state.closed ? texts.closed : texts.unknown;
+    const TCPError code = state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR;
+    std::string context = text;
+    if (const std::size_t at = context.find("%d"); at != std::string::npos)
+        context.replace(at, 2, std::to_string(fd));
+    errorAt(place, code, context);
+    return Route::refused;
+}
+
+std::int64_t pendingResult(bool known, std::size_t pending) {
+    return known ? static_cast<std::int64_t>(pending) : -1;
+}
+
+std::int64_t plainBytesPending(int fd) {
+    std::size_t pending = 0;
+    const bool known = sf_socketBytesPending(fd, pending);
+    return pendingResult(known, pending);
+}
+
+std::int64_t transportBytesPending(int fd) {
+    std::size_t pending = 0;
+    const bool known = sf_secureBytesPending(fd, pending);
+    return pendingResult(known, pending);
+}
+
+} // namespace
+
+std::int64_t readBytes(int fd, unsigned char *buffer, std::size_t length,
+                       TCPStatusCallback *status) {
+    if (buffer == nullptr || length == 0)
+        return -1;
+    switch (routeOf(fd, readRefusals)) {
+    case Route::plain:
+        return sf_socketRecv(fd, buffer, length, true, status);
+    case Route::secure:
+        return sf_secureRecv(fd, buffer, length);
+    default:
+        return -1;
+    }
+}
+
+std::int64_t writeBytes(int fd, const unsigned char *buffer, std::size_t length,
+                        TCPStatusCallback *status) {
+    if (buffer == nullptr || length == 0)
+        return -1;
+    switch (routeOf(fd, {"vintok::writeBytes (%d) Attempt to write from bound socket.",
+                         "vintok::writeBytes (%d) descriptor closed.",
+                         "vintok::writeBytes (%d) descriptor bad."})) {
+    case Route::plain:
+        return sf_socketSend(fd, buffer, length, true, status);
+    case Route::secure:
+        return sf_secureSend(fd, buffer, length);
+    default:
+        return -1;
+    }
+}
+
+// Refuses in the name of the read, as it always has.
+std::int64_t peekBytes(int fd, unsigned char *buffer, std::size_t length) {
+    if (buffer == nullptr || length == 0)
+        return -1;
+    switch (routeOf(fd, readRefusals)) {
+    case Route::plain:
+        return sf_socketPeek(fd, buffer, length);
+    case Route::secure:
+        return sf_securePeek(fd, buffer, length);
+    default:
+        return -1;
+    }
+}
+
+std::int64_t bytesPending(int fd) {
+    switch (routeOf(fd, {"Attempt to read from bound socket vintok::bytesPending",
+                         "vintok::bytesPending", "vintok::bytesPending"})) {
+    case Route::plain:
+        return plainBytesPending(fd);
+    case Route::secure:
+        return transportBytesPending(fd);
+    default:
+        return -1;
+    }
+}
+
+// Refuses a listening socket in the name of the next one, as it always has.
+std::int64_t socketBytesPending(int fd) {
+    const Route route = routeOf(fd, {"Attempt to read from bound socket vintok::secureBytesPending",
+                                     "vintok::socketBytesPending", "vintok::socketBytesPending"});
+    if (route == Route::plain)
+        return plainBytesPending(fd);
+    if (route == Route::secure)
+        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
+                     "Attempt to read from secure socket vintok::socketBytesPending");
+    return -1;
+}
+
+std::int64_t secureBytesPending(int fd) {
+    const Route route = routeOf(fd, {"Attempt to read from bound socket vintok::secureBytesPending",
+                                     "vintok::secureBytesPending", "vintok::secureBytesPending"});
+    if (route == Route::secure)
+        return transportBytesPending(fd);
+    if (route == Route::plain)
+        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
+                     "Attempt to read from non secure socket vintok::secureBytesPending");
+    return -1;
+}
+
+std::int64_t clearSocket(int fd, std::size_t count) {
+    std::array<unsigned char, clearChunk> scratch;
+    std::size_t total = 0;
+    std::size_t chunk = scratch.size();
+    for (std::size_t passes = 0; passes < clearPasses(count) && total < count; passes++) {
+        const std::int64_t pending = bytesPending(fd);
+        if (pending <= 0)
+            break;
+        // Once small, it stays small.
+        chunk = std::min({chunk, count - total, static_cast<std::size_t>(pending)});
+        const std::int64_t got = readBytes(fd, scratch.data(), chunk, nullptr);
+        if (got == 0 || (got < 0 && lastError() != TCP_ERROR_INTERRUPT))
+            break;
+        if (got < 0)
+            continue;
+        total += static_cast<std::size_t>(got);
+        VINTOK_LOG(SEVERITY_INFO, formatText("vintok::clearSocket(%d) --  discarded %lu bytes  \n",
+                                             fd, static_cast<unsigned long>(got)));
+    }
+    return countOrFailure(total);
+}
+
+} // namespace vintok

@@ -1,0 +1,192 @@
+// The library's side of a secure channel. The transport is the application's; it is read without a
+// lock wherever bytes move, and under lock id 3 where a descriptor enters or leaves it.
+#include "vintok/TCPStream.h"
+
+#include "vintok/Globals.h"
+
+namespace vintok {
+
+namespace {
+
+TCPTransport *installedTransport() {
+    const Globals *globals = s_globals;
+    return globals != nullptr ? globals->m_transport.load() : nullptr;
+}
+
+void reportLost(const DescriptorState &state, const char *name,
+                const SourcePlace &place = SourcePlace::caller()) {
+    errorAt(place, state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR, name);
+}
+
+// A descriptor for which the handshake did not work out goes on as a plain one.
+bool fallBack(int fd) {
+    setSecure(fd, false);
+    return false;
+}
+
+bool tellTransport(TCPMutex &mutex, const char *name, bool (TCPTransport::*tell)(int), int fd,
+                   const SourcePlace &place = SourcePlace::caller()) {
+    return underLock(
+        mutex, name,
+        [&] {
+            if (TCPTransport *installed = installedTransport())
+                return (installed->*tell)(fd);
+            errorAt(place, TCP_ERROR_NOT_INITIALIZED, name);
+            return false;
+        },
+        place);
+}
+
+} // namespace
+
+bool setTransport(TCPTransport *newTransport) {
+    static TCPMutex mutex(LOCK_TRANSPORT);
+    return underLock(mutex, "vintok::setTransport", [newTransport] {
+        Globals *globals = startedGlobals();
+        if (globals != nullptr)
+            globals->m_transport = newTransport;
+        return globals != nullptr;
+    });
+}
+
+TCPTransport *transport() {
+    return startedGlobals() != nullptr ? installedTransport() : nullptr;
+}
+
+bool secureConnect(int fd, const std::string &peerName) {
+    if (!addDescriptor(fd, true, false, false, false))
+        return false;
+    if (TCPTransport *installed = transport()) {
+        const char *peer = peerName.empty() ? nullptr : peerName.c_str();
+        return installed->secureConnect(fd, peer) || fallBack(fd);
+    }
+    fallBack(fd);
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "vintok::secureConnect");
+    return false;
+}
+
+bool secureAccept(int fd) {
+    if (!addDescriptor(fd, true, false, false, false))
+        return false;
+    if (TCPTransport *installed = transport())
+        return installed->secureAccept(fd) || fallBack(fd);
+    fallBack(fd);
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "vintok::secureAccept");
+    return false;
+}
+
+bool sf_addSecureDescriptor(int fd) {
+    static TCPMutex mutex(LOCK_TRANSPORT);
+    return tellTransport(mutex, "sf_addSecureDescriptor", &TCPTransport::addSecureDescriptor, fd);
+}
+
+bool sf_removeSecureDescriptor(int fd) {
+    static TCPMutex mutex(LOCK_TRANSPORT);
+    return tellTransport(mutex, "sf_removeSecureDescriptor", &TCPTransport::removeSecureDescriptor,
+                         fd);
+}
+
+bool sf_secureBytesPending(int fd, std::size_t &pending) {
+    pending = 0;
+    TCPTransport *installed = installedTransport();
+    if (installed == nullptr) {
+        VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT,
+                     "sf_secureBytesPending (s_globals && s_globals->m_transport)");
+        return false;
+    }
+    if (installed->secureBytesPending(fd, &pending, false)) {
+        if (pending != 0)
+            return true;
+        std::size_t raw = 0;
+        if (!sf_socketBytesPending(fd, raw) || raw == 0)
+            return true;
+        if (installed->secureBytesPending(fd, &pending, true))
+            return true;
+    }
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "sf_secureBytesPending transport returned false");
+    return false;
+}
+
+std::int64_t sf_securePeek(int fd, unsigned char *buffer, std::size_t length) {
+    std::size_t pending = 0;
+    if (!sf_secureBytesPending(fd, pending))
+        return -1;
+    if (length > pending) {
+        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, "sf_securePeek");
+        return -1;
+    }
+    if (TCPTransport *installed = installedTransport())
+        return installed->securePeek(fd, buffer, length);
+    // Speaks of the receive, as it always has.
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "sf_secureRecv (s_globals && s_globals->m_transport)");
+    return -1;
+}
+
+// Without a transport the next two return 0, unlike the peek: callers can tell it from a plain
+// failure.
+std::int64_t sf_secureRecv(int fd, unsigned char *buffer, std::size_t length) {
+    if (TCPTransport *installed = installedTransport())
+        return installed->secureRecv(fd, buffer, length);
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "sf_secureRecv (s_globals && s_globals->m_transport)");
+    return 0;
+}
+
+std::int64_t sf_secureSend(int fd, const unsigned char *buffer, std::size_t length) {
+    if (TCPTransport *installed = installedTransport())
+        return installed->secureSend(fd, buffer, length);
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "sf_secureSend (s_globals && s_globals->m_transport)");
+    return 0;
+}
+
+bool secureStatus(int fd, std::size_t &value, std::string &text) {
+    const DescriptorState state(fd);
+    if (!state.known) {
+        reportLost(state, "vintok::secureStatus");
+        return false;
+    }
+    // From here on the result of a refusal is true; the error is what counts.
+    const char *refusal = nullptr;
+    TCPError code = TCP_ERROR_BAD_FILE_DESCRIPTOR;
+    if (state.bound()) {
+        refusal = "Attempt to read from bound socket.";
+    } else if (!state.secure) {
+        refusal = "Attempt to get secure status from non secure descriptor";
+    } else if (TCPTransport *installed = transport()) {
+        return installed->secureStatus(fd, value, text);
+    } else {
+        code = TCP_ERROR_SSL_TRANSPORT;
+        refusal = "no transport";
+    }
+    VINTOK_ERROR(code, formatText("vintok::secureStatus (%d) %s", fd, refusal));
+    return true;
+}
+
+SecureError lastSecureError(int fd) {
+    const DescriptorState state(fd);
+    if (!state.known) {
+        reportLost(state, "vintok::lastSecureError");
+        return SECURE_ERROR_BAD_DESCRIPTOR;
+    }
+    // A listener of the local family is not asked for here and falls under "not secure".
+    if (state.boundIPv4 || state.boundIPv6) {
+        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
+                     formatText("vintok::lastSecureError (%d) Get error on bound socket.", fd));
+        return SECURE_ERROR_NOT_SECURE;
+    }
+    if (!state.secure)
+        return SECURE_ERROR_NOT_SECURE;
+    if (TCPTransport *installed = transport())
+        return installed->lastSecureError(fd);
+    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "vintok::lastSecureError");
+    return SECURE_ERROR_NO_TRANSPORT;
+}
+
+bool certificateInfo(int fd, TCPCertInfo &info) {
+    const DescriptorState state(fd);
+    TCPTransport *installed = transport();
+    if (!state.known || !state.secure || installed == nullptr)
+        return state.known;
+    return installed->certificateInfo(fd, info);
+}
+
+} // namespace vintok

@@ -1,0 +1,362 @@
+// From an address to a socket and back. The family follows from the address: local before IPv6
+// before IPv4. Every socket that comes out of here is in the descriptor table, which also makes it
+// blocking and sizes its buffers; every one that fails on the way is closed. Whatever goes wrong
+// with the table itself shows when bytes are to move.
+#include "vintok/TCPStream.h"
+
+#include "platform/Socket.h"
+#include "vintok/Globals.h"
+
+#include <array>
+
+namespace vintok {
+
+namespace {
+
+constexpr int longestBacklog = 0x7FFFFFFF;
+
+bool takeAddress(const TCPAddress &address, platform::Endpoint &endpoint) {
+    switch (endpoint.family) {
+    case platform::FAMILY_LOCAL:
+        return address.name(endpoint.path) && endpoint.path.size() <= platform::MAX_LOCAL_PATH;
+    case platform::FAMILY_IPV6:
+        return address.IPv6(endpoint.ipv6.data());
+    default:
+        return address.IPv4(endpoint.ipv4);
+    }
+}
+
+int closeAndFail(int fd) {
+    platform::closeSocket(fd);
+    return -1;
+}
+
+// --- Listening -----------------------------------------------------------------------
+
+// What is to be bound, as address and type together say it.
+struct Binding {
+    Binding(const TCPAddress &address, TCPAddress::IPType type)
+        : wantV4(address.isIPv4() || type == TCPAddress::IPTYPE_IPV4),
+          wantV6(address.isIPv6() || type == TCPAddress::IPTYPE_IPV6),
+          wantUnix(address.isUnix() || type == TCPAddress::IPTYPE_UNIX) {
+        endpoint.family = wantUnix ? platform::FAMILY_LOCAL
+                          : wantV6 ? platform::FAMILY_IPV6
+                                   : platform::FAMILY_IPV4;
+        platform::Endpoint held;
+        anyAddress =
+            (wantV4 && address.IPv4(held.ipv4) && held.ipv4 == 0) ||
+            (wantV6 && address.IPv6(held.ipv6.data()) && held.ipv6 == platform::Endpoint().ipv6);
+    }
+
+    bool wantV4;
+    bool wantV6;
+    bool wantUnix;
+    bool anyAddress;
+    platform::Endpoint endpoint;
+};
+
+// A system that refuses an option does not stop the socket from being made.
+void setListenerOptions(int fd, const Binding &binding, const SourcePlace &place) {
+    if (!binding.wantUnix && !platform::setExclusiveAddress(fd))
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR,
+                withSystemText("set SO_REUSEADDR vintok::createBoundSocket"));
+    if (binding.endpoint.family == platform::FAMILY_IPV6 && !platform::setIPv6Only(fd))
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR,
+                withSystemText("set IPV6_V6ONLY vintok::createBoundSocket"));
+}
+
+bool bindOnce(int fd, const platform::Endpoint &endpoint, const SourcePlace &place) {
+    if (platform::bindSocket(fd, endpoint))
+        return true;
+    errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText("bind vintok::createBoundSocket"));
+    return false;
+}
+
+// The port after 65535 is 0.
+bool walkPorts(int fd, Binding &binding, TCPAddress &address, std::size_t tries,
+               const SourcePlace &place) {
+    TCPAddress candidate = address;
+    for (std::size_t i = 0; i < tries; i++) {
+        binding.endpoint.port = candidate.port();
+        if (bindOnce(fd, binding.endpoint, place)) {
+            address.setPort(candidate.port());
+            return true;
+        }
+        candidate.setHostByteOrderPort(
+            static_cast<std::uint16_t>(candidate.hostByteOrderPort() + 1));
+    }
+    return false;
+}
+
+bool bindAddress(int fd, Binding &binding, TCPAddress &address, std::size_t tries,
+                 const SourcePlace &place) {
+    if (!takeAddress(address, binding.endpoint))
+        return false;
+    if (binding.wantUnix)
+        return bindOnce(fd, binding.endpoint, place);
+    return walkPorts(fd, binding, address, tries, place);
+}
+
+// The caller is to learn an address that others can call, so a wildcard becomes this host's own.
+void updateAddress(const Binding &binding, TCPAddress &address) {
+    if (binding.wantUnix)
+        return;
+    if (binding.anyAddress)
+        address.resolve(binding.wantV6 ? TCPAddress::IPTYPE_IPV6 : TCPAddress::IPTYPE_IPV4);
+    else if (binding.wantV6)
+        address.setIPv6(binding.endpoint.ipv6.data());
+    else
+        address.setIPv4(binding.endpoint.ipv4);
+}
+
+// --- Connecting ----------------------------------------------------------------------
+
+// What a failed connect is called; tested in this order, and by the plain numbers where they are
+// plain.
+TCPError connectError(int error) {
+    switch (error) {
+    case 12:
+        return TCP_ERROR_OUT_OF_MEMORY;
+    case 24:
+        return TCP_ERROR_MAX_DESCRIPTORS;
+    case 124:
+        return TCP_ERROR_OUT_OF_MEMORY;
+    case 10061:
+        return TCP_ERROR_CONNECTION_REFUSED;
+    default:
+        return TCP_ERROR_SYSTEM_ERROR;
+    }
+}
+
+std::string connectContext(const TCPAddress &address) {
+    const std::string context = "connect vintok::connectToBoundSocket";
+    std::string text;
+    const bool printable = address.isUnix() ? address.name(text) : address.ipString(text, false);
+    return printable ? context + " -- ( " + text + " )" : context;
+}
+
+// --- Accepting -----------------------------------------------------------------------
+
+platform::Family familyOf(const DescriptorState &listener) {
+    return listener.boundIPv4   ? platform::FAMILY_IPV4
+           : listener.boundIPv6 ? platform::FAMILY_IPV6
+                                : platform::FAMILY_LOCAL;
+}
+
+TCPError acceptError(int error) {
+    return error == 4   ? TCP_ERROR_INTERRUPT
+           : error == 9 ? TCP_ERROR_BAD_FILE_DESCRIPTOR
+                        : TCP_ERROR_SYSTEM_ERROR;
+}
+
+void takePeer(const platform::Endpoint &endpoint, TCPAddress &peer) {
+    if (endpoint.family == platform::FAMILY_LOCAL)
+        return;
+    if (endpoint.family == platform::FAMILY_IPV4)
+        peer.setIPv4(endpoint.ipv4);
+    else
+        peer.setIPv6(endpoint.ipv6.data());
+    peer.setPort(endpoint.port);
+}
+
+// --- Loopback ------------------------------------------------------------------------
+
+// Tries `attempt` on the loopback addresses of the families that this host has, IPv4 first, and if
+// that yields nothing on both.
+template <typename Attempt>
+int onLoopback(unsigned short port, Attempt attempt) {
+    TCPAddress address;
+    localAddress(address);
+    const bool hasIPv4 = address.isIPv4();
+    const bool hasIPv6 = address.isIPv6();
+    int fd = -1;
+    for (const bool both : {false, true}) {
+        if (fd == -1 && (both || hasIPv4)) {
+            address.setHostByteOrderPort(port);
+            address.setLoopbackIPv4();
+            fd = attempt(address);
+        }
+        if (fd == -1 && (both || hasIPv6)) {
+            address.setHostByteOrderPort(port);
+            address.setLoopbackIPv6();
+            fd = attempt(address);
+        }
+    }
+    return fd;
+}
+
+// Makes a socket at an address with this port, and tells the port that was taken.
+template <typename Create>
+int withPort(unsigned short &port, Create create) {
+    TCPAddress address;
+    address.setHostByteOrderPort(port);
+    const int fd = create(address);
+    if (fd != -1)
+        port = address.hostByteOrderPort();
+    return fd;
+}
+
+} // namespace
+
+int createBoundSocket(TCPAddress &address, int backlog, std::size_t tries, bool,
+                      TCPAddress::IPType type) {
+    const SourcePlace place = SourcePlace::caller();
+    Binding binding(address, type);
+    const int fd = platform::openSocket(binding.endpoint.family);
+    if (fd == -1) {
+        VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText("socket vintok::createBoundSocket"));
+        return -1;
+    }
+    setListenerOptions(fd, binding, place);
+    if (!bindAddress(fd, binding, address, tries, place))
+        return closeAndFail(fd);
+    if (!platform::listenSocket(fd, backlog == 0 ? longestBacklog : backlog))
+        return closeAndFail(fd);
+    updateAddress(binding, address);
+    const platform::Family family = binding.endpoint.family;
+    addDescriptor(fd, false, family == platform::FAMILY_IPV4, family == platform::FAMILY_IPV6,
+                  family == platform::FAMILY_LOCAL);
+    return fd;
+}
+
+int createIPv4Socket(TCPAddress &address, int backlog, std::size_t tries, bool flag) {
+    const std::uint16_t port = address.port();
+    address.clear();
+    address.setPort(port);
+    address.setIPv4(0);
+    return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_IPV4);
+}
+
+int createIPv6Socket(TCPAddress &address, int backlog, std::size_t tries, bool flag) {
+    const std::uint16_t port = address.port();
+    address.clear();
+    address.setPort(port);
+    address.setIPv6(std::array<std::uint16_t, 8>{}.data());
+    return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_IPV6);
+}
+
+int createIPv4Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
+    return withPort(
+        port, [&](TCPAddress &address) { return createIPv4Socket(address, backlog, tries, flag); });
+}
+
+int createIPv6Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
+    return withPort(
+        port, [&](TCPAddress &address) { return createIPv6Socket(address, backlog, tries, flag); });
+}
+
+int createLocalIPv4Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
+    return withPort(port, [&](TCPAddress &address) {
+        address.setLoopbackIPv4();
+        return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
+    });
+}
+
+int createLocalIPv6Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
+    return withPort(port, [&](TCPAddress &address) {
+        address.setLoopbackIPv6();
+        return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
+    });
+}
+
+int createLocalSocket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
+    unsigned short taken = port;
+    const int fd = onLoopback(port, [&](TCPAddress &address) {
+        const int made = createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
+        taken = address.hostByteOrderPort();
+        return made;
+    });
+    if (fd != -1)
+        port = taken;
+    return fd;
+}
+
+int createUnixSocket(const std::string &path, int backlog, bool flag) {
+    TCPAddress address;
+    address.setUnix(path);
+    return createBoundSocket(address, backlog, 0, flag, TCPAddress::IPTYPE_NONE);
+}
+
+int connectToBoundSocket(const TCPAddress &address) {
+    platform::Endpoint endpoint;
+    endpoint.family = address.isUnix()   ? platform::FAMILY_LOCAL
+                      : address.isIPv6() ? platform::FAMILY_IPV6
+                                         : platform::FAMILY_IPV4;
+    endpoint.port = address.port();
+    const int fd = platform::openSocket(endpoint.family);
+    if (fd == -1) {
+        const int error = platform::socketError();
+        VINTOK_ERROR(connectError(error),
+                     withSystemText("socket vintok::connectToBoundSocket", error));
+        return -1;
+    }
+    if (!takeAddress(address, endpoint))
+        return closeAndFail(fd);
+    if (!platform::connectSocket(fd, endpoint)) {
+        const int error = platform::socketError();
+        platform::closeSocket(fd);
+        VINTOK_ERROR(connectError(error), withSystemText(connectContext(address), error));
+        return -1;
+    }
+    addDescriptor(fd, false, false, false, false);
+    return fd;
+}
+
+int connectLocal(unsigned short port) {
+    return onLoopback(port,
+                      [](const TCPAddress &address) { return connectToBoundSocket(address); });
+}
+
+int connectUnix(const std::string &path) {
+    TCPAddress address;
+    address.setUnix(path);
+    return connectToBoundSocket(address);
+}
+
+int acceptBoundSocket(int fd, TCPAddress &peer) {
+    const DescriptorState state(fd);
+    if (!state.known) {
+        if (state.closed)
+            VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "Closed socket vintok::acceptBoundSocket");
+        else
+            VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR, "vintok::acceptBoundSocket");
+        return -1;
+    }
+    if (!state.bound()) {
+        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR, "Not a bound socket vintok::acceptBoundSocket");
+        return -1;
+    }
+    platform::Endpoint endpoint;
+    int accepted = platform::acceptSocket(fd, familyOf(state), endpoint);
+    int error = accepted == -1 ? platform::socketError() : 0;
+    if (error == 4) {
+        const DescriptorState again(fd);
+        if (again.known && again.bound()) {
+            accepted = platform::acceptSocket(fd, familyOf(again), endpoint);
+            error = accepted == -1 ? platform::socketError() : 0;
+        }
+    }
+    if (accepted == -1) {
+        VINTOK_ERROR(acceptError(error), withSystemText("vintok::acceptBoundSocket", error));
+        return -1;
+    }
+    takePeer(endpoint, peer);
+    addDescriptor(accepted, false, false, false, false);
+    return accepted;
+}
+
+int acceptBoundSocket(int fd) {
+    TCPAddress peer;
+    return acceptBoundSocket(fd, peer);
+}
+
+int acceptAndCloseBoundSocket(int &fd) {
+    const int accepted = acceptBoundSocket(fd);
+    if (accepted >= 1) {
+        shutdownSocket(fd);
+        fd = -1;
+    }
+    return accepted;
+}
+
+} // namespace vintok
