@@ -1,0 +1,725 @@
+#include "vintok/TCPAddress.h"
+
+#include "support/Hex.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <random>
+
+namespace vintok {
+namespace {
+
+using test::Bytes;
+using test::cutAt;
+using test::hex;
+
+using Quad = std::array<unsigned char, 4>;
+using Words = std::array<unsigned, 8>; // host byte order
+
+std::uint32_t networkIPv4(const Quad &bytes) {
+    std::uint32_t address = 0;
+    std::memcpy(&address, bytes.data(), sizeof(address));
+    return address;
+}
+
+std::array<std::uint16_t, 8> networkIPv6(const Words &words) {
+    std::array<std::uint16_t, 8> result{};
+    for (std::size_t i = 0; i < words.size(); ++i) {
+        const unsigned char bytes[] = {static_cast<unsigned char>(words[i] >> 8),
+                                       static_cast<unsigned char>(words[i])};
+        std::memcpy(&result[i], bytes, sizeof(bytes));
+    }
+    return result;
+}
+
+TCPAddress literal(const std::string &text) {
+    TCPAddress address;
+    address.setName(text);
+    return address;
+}
+
+TCPAddress network(const std::string &text) {
+    TCPAddress address;
+    EXPECT_TRUE(address.setNetwork(text)) << text;
+    return address;
+}
+
+TCPAddress nameOnly(const std::string &name, std::uint16_t port = 0) {
+    TCPAddress address = literal(name);
+    address.setHostByteOrderPort(port);
+    return address;
+}
+
+TCPAddress unixPath(const std::string &path) {
+    TCPAddress address;
+    address.setUnix(path);
+    return address;
+}
+
+Bytes stored(const TCPAddress &address) {
+    TCPAddress::Storage storage;
+    EXPECT_TRUE(address.storage(storage));
+    Bytes bytes(sizeof(storage));
+    std::memcpy(bytes.data(), &storage, sizeof(storage));
+    return bytes;
+}
+
+std::string text(const TCPAddress &address) {
+    std::string result = "untouched";
+    address.ipString(result);
+    return result;
+}
+
+// ---- Flags -------------------------------------------------------------------------------------
+
+TEST(Flags, followFromTheAddress) {
+    const struct {
+        const char *text;
+        std::uint32_t type;
+    } rows[] = {
+        {"10.0.0.1", 1},         {"0.0.0.0", 1},   {"127.0.0.1", 9}, {"127.0.0.2", 1},
+        {"255.255.255.255", 17}, {"::", 2},        {"::1", 10},      {"1::1", 2},
+        {"::7f00:1", 2},         {"ff01::1", 18},  {"ff02::1", 18},  {"ff0f:1:2:3:4:5:6:7", 18},
+        {"ff12::1", 2}, // transient multicast
+        {"fe80::1", 2},          {"somewhere", 0},
+    };
+    for (const auto &row : rows) {
+        const TCPAddress address = literal(row.text);
+        EXPECT_EQ(address.ipType(), row.type) << row.text;
+        EXPECT_EQ(address.isIPv4(), (row.type & 1) != 0) << row.text;
+        EXPECT_EQ(address.isIPv6(), (row.type & 2) != 0) << row.text;
+        EXPECT_EQ(address.isLoopback(), (row.type & 8) != 0) << row.text;
+        EXPECT_EQ(address.isBroadcast(), (row.type & 16) != 0) << row.text;
+        std::string name;
+        EXPECT_TRUE(address.name(name));
+        EXPECT_EQ(name, row.text);
+    }
+    TCPAddress address;
+    address.setLoopbackIPv4();
+    EXPECT_EQ(text(address), "127.0.0.1");
+    address.setBroadcastIPv4();
+    EXPECT_EQ(text(address), "255.255.255.255");
+    address.setLoopbackIPv6();
+    EXPECT_EQ(text(address), "0:0:0:0:0:0:0:1");
+    address.setBroadcastIPv6();
+    EXPECT_EQ(text(address), "ff01:0:0:0:0:0:0:1");
+    EXPECT_EQ(address.ipType(), 18U);
+}
+
+TEST(Flags, ofTheNextAddressReplaceThoseOfTheLast) {
+    TCPAddress address;
+    address.setLoopbackIPv6();
+    address.setIPv4(networkIPv4({10, 1, 2, 3}));
+    EXPECT_EQ(stored(address), hex("000000000000000000000000 0a010203 01000000 0000 0000"));
+    address.setHostByteOrderPort(80);
+    address.setUnix("/run/meeting");
+    EXPECT_TRUE(address.isUnix());
+    EXPECT_EQ(stored(address), hex("00000000000000000000000000000000 04000000 0050 0000"));
+    address.setNetwork("127.0.0.1");
+    EXPECT_EQ(address.ipType(), 33U); // a network is neither loopback nor broadcast
+    EXPECT_TRUE(address.isNetwork());
+}
+
+TEST(RawAddress, isGivenOnlyByTheFamilyThatItHas) {
+    std::uint32_t ipv4 = 7;
+    std::uint16_t words[8] = {};
+    const TCPAddress four = literal("10.1.2.3");
+    EXPECT_TRUE(four.IPv4(ipv4));
+    EXPECT_EQ(ipv4, networkIPv4({10, 1, 2, 3}));
+    EXPECT_FALSE(four.IPv6(words));
+    EXPECT_TRUE(literal("127.0.0.1").IPv4(ipv4));
+
+    const TCPAddress six = literal("1:2::3");
+    EXPECT_FALSE(six.IPv4(ipv4));
+    EXPECT_EQ(ipv4, 0U);
+    EXPECT_TRUE(six.IPv6(words));
+    EXPECT_THAT(words, testing::ElementsAreArray(networkIPv6({1, 2, 0, 0, 0, 0, 0, 3})));
+    EXPECT_FALSE(six.IPv6(nullptr));
+
+    // A type that does not go with the bytes, as a stranger may send it.
+    TCPAddress odd;
+    TCPAddress::IPFormats data;
+    TCPAddress::IPType type;
+    EXPECT_TRUE(six.IPdata(data, type));
+    odd.setIPdata(data, TCPAddress::IPTYPE_IPV4);
+    EXPECT_FALSE(odd.IPv4(ipv4));
+    EXPECT_EQ(ipv4, 0U);
+    odd.setIPdata(data, TCPAddress::IPTYPE_BOTH);
+    EXPECT_FALSE(odd.IPv4(ipv4));
+    EXPECT_FALSE(odd.IPv6(words));
+}
+
+TEST(Port, isKeptInNetworkOrder) {
+    TCPAddress address;
+    address.setHostByteOrderPort(80);
+    EXPECT_EQ(stored(address), hex("00000000000000000000000000000000 00000000 0050 0000"));
+    EXPECT_EQ(address.hostByteOrderPort(), 80);
+    TCPAddress other;
+    other.setPort(address.port());
+    EXPECT_EQ(other.hostByteOrderPort(), 80);
+    address.clear();
+    EXPECT_EQ(address.port(), 0);
+    EXPECT_TRUE(address.empty());
+}
+
+TEST(Empty, meansThatNothingAtAllIsKnown) {
+    EXPECT_TRUE(TCPAddress().empty());
+    EXPECT_FALSE(nameOnly("", 1).empty());
+    EXPECT_FALSE(nameOnly("somewhere").empty());
+    EXPECT_FALSE(literal("0.0.0.0").empty());
+    TCPAddress masked;
+    EXPECT_TRUE(masked.setNetMask(std::uint16_t{1}));
+    EXPECT_FALSE(masked.empty());
+}
+
+TEST(Copies, takeEverything) {
+    TCPAddress source = network("10.0.0.0/8");
+    source.setHostByteOrderPort(80);
+    TCPAddress target = literal("::1");
+    source.clone(target);
+    EXPECT_EQ(stored(target), stored(source));
+    std::string name;
+    EXPECT_TRUE(target.name(name));
+    EXPECT_EQ(name, "10.0.0.0/8");
+}
+
+TEST(Text, thatIsAssignedIsResolvedAndNothingWhenEmpty) {
+    TCPAddress address = literal("10.0.0.1");
+    address = std::string();
+    EXPECT_EQ(text(address), "10.0.0.1");
+    address = std::string("::1");
+    EXPECT_EQ(address.ipType(), 10U);
+}
+
+// ---- Comparison --------------------------------------------------------------------------------
+
+TEST(Equality, doesNotTreatItsSidesAlike) {
+    TCPAddress sameIP = literal("10.0.0.1");
+    sameIP.setNetwork("10.0.0.1/8");
+    const struct {
+        const char *what;
+        TCPAddress left;
+        TCPAddress right;
+        bool equal;
+    } rows[] = {
+        {"the same address", literal("10.0.0.1"), literal("10.0.0.1"), true},
+        {"type, mask and name aside", literal("10.0.0.1"), sameIP, true},
+        {"another address", literal("10.0.0.1"), literal("10.0.0.2"), false},
+        {"another port", nameOnly("10.0.0.1", 1), nameOnly("10.0.0.1", 2), false},
+        {"the same name", nameOnly("a", 1), nameOnly("a", 2), true},
+        {"the case of a name", nameOnly("a"), nameOnly("A"), false},
+        {"a longer name", nameOnly("a"), nameOnly("ab"), false},
+        {"a name and an address with another name", nameOnly("a"), literal("::"), false},
+        {"an address and a name", literal("::"), nameOnly("a"), false},
+        {"an address and the same name", literal("10.0.0.1"), literal("10.0.0.1"), true},
+        {"the same path", unixPath("/a"), unixPath("/a"), true},
+        {"other paths", unixPath("/a"), unixPath("/b"), false},
+        {"a path and an address that is all zeros", unixPath("/a"), literal("::"), true},
+        {"the same the other way round", literal("::"), unixPath("/a"), false},
+        {"nothing at all", TCPAddress(), TCPAddress(), true},
+        {"nothing and all zeros", TCPAddress(), literal("0.0.0.0"), true},
+        {"nothing and a name", TCPAddress(), nameOnly("a"), false},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(row.left == row.right, row.equal) << row.what;
+        EXPECT_EQ(row.left != row.right, !row.equal) << row.what;
+    }
+}
+
+TEST(Order, isThatOfTheStoredBytes) {
+    // Port 256 begins with a larger byte in memory than port 255.
+    const TCPAddress ascending[] = {nameOnly("z"),
+                                    literal("0.0.0.0"),
+                                    literal("10.0.0.1"),
+                                    nameOnly("10.0.0.1", 255),
+                                    nameOnly("10.0.0.1", 256),
+                                    literal("10.0.0.2"),
+                                    literal("200.0.0.1"),
+                                    literal("1::")};
+    for (std::size_t i = 0; i < std::size(ascending); ++i) {
+        for (std::size_t j = 0; j < std::size(ascending); ++j) {
+            SCOPED_TRACE(testing::Message() << i << " and " << j);
+            EXPECT_EQ(ascending[i] < ascending[j], i < j);
+            EXPECT_EQ(ascending[i] > ascending[j], i > j);
+            EXPECT_EQ(ascending[i] <= ascending[j], i <= j);
+            EXPECT_EQ(ascending[i] >= ascending[j], i >= j);
+        }
+    }
+    // Equal by name, whatever the bytes say.
+    EXPECT_TRUE(nameOnly("a", 2) <= nameOnly("a", 1));
+    EXPECT_FALSE(nameOnly("a", 2) < nameOnly("a", 1));
+    EXPECT_TRUE(nameOnly("a", 1) >= nameOnly("a", 2));
+}
+
+// ---- Networks ----------------------------------------------------------------------------------
+
+TEST(Network, holdsTheAddressesThatItsMaskCovers) {
+    const struct {
+        const char *address;
+        const char *network;
+        bool inside;
+    } rows[] = {
+        {"10.1.2.3", "10.0.0.0/8", true},
+        {"11.1.2.3", "10.0.0.0/8", false},
+        {"10.1.2.3", "10.1.2.4/32", false},
+        {"10.1.2.4", "10.1.2.4/32", true},
+        {"10.1.2.4", "10.1.2.4", false}, // no mask
+        {"192.168.7.255", "192.168.4.0/22", true},
+        {"192.168.8.0", "192.168.4.0/22", false},
+        {"128.0.0.0", "255.0.0.0/1", true},
+        {"127.0.0.1", "255.0.0.0/1", false},
+        {"127.0.0.1", "126.0.0.0/7", true},
+        {"::1", "2001:db8::/32", true}, // any IPv6 address, deliberately
+        {"2001:db8::1", "2001:db8::/128", true},
+        {"2001:db8::1", "2001:db8::", false},
+        {"10.1.2.3", "2001:db8::/32", false},
+        {"::1", "10.0.0.0/8", false},
+        {"somewhere", "10.0.0.0/8", false},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(literal(row.address).isInNet(network(row.network)), row.inside)
+            << row.address << " in " << row.network;
+
+    TCPAddress host = literal("10.0.0.0");
+    EXPECT_TRUE(host.setNetMask(std::uint16_t{8}));
+    EXPECT_FALSE(literal("10.1.2.3").isInNet(host)) << "a host with a mask is no network";
+
+    // A mask longer than the address, as it may come over the wire.
+    TCPAddress::Storage storage;
+    TCPAddress wide = network("10.1.2.3/32");
+    wide.storage(storage);
+    storage.maskBits = 65535;
+    wide.setStorage(storage);
+    EXPECT_TRUE(literal("10.1.2.3").isInNet(wide));
+    EXPECT_FALSE(literal("10.1.2.2").isInNet(wide));
+}
+
+TEST(Network, takesItsMaskFromTheTextOrApart) {
+    TCPAddress address;
+    EXPECT_TRUE(address.setNetwork("10.0.0.0/8"));
+    EXPECT_EQ(address.maskBits(), 8);
+    EXPECT_TRUE(address.setNetwork("10.1.0.0"));
+    EXPECT_EQ(address.maskBits(), 8) << "without a length the mask stays";
+    EXPECT_TRUE(address.setNetwork("10.1.0.0", std::uint16_t{32}));
+    EXPECT_EQ(address.maskBits(), 32);
+    EXPECT_FALSE(address.setNetwork("10.1.0.0", std::uint16_t{33}));
+    EXPECT_EQ(address.maskBits(), 32);
+    EXPECT_TRUE(address.setNetwork("10.1.0.0", std::string("255.255.0.0")));
+    EXPECT_EQ(address.maskBits(), 16);
+    EXPECT_TRUE(address.setNetwork("1::", std::uint16_t{128}));
+    EXPECT_EQ(address.ipType(), 34U);
+    EXPECT_FALSE(address.setNetwork("1::", std::uint16_t{129}));
+    for (const char *bad : {"", "somewhere", "10.0.0.0/33", "1::/129"})
+        EXPECT_FALSE(address.setNetwork(bad)) << bad;
+    EXPECT_EQ(address.maskBits(), 128);
+}
+
+TEST(NetMask, countsTheBitsOfAText) {
+    const struct {
+        const char *mask;
+        int bits; // -1: refused
+    } rows[] = {
+        {"255.255.255.0", 24},
+        {"255.255.255.255", 32},
+        {"0.0.0.0", 0},
+        {"128.0.0.0", 1},
+        {"192.0.0.0", 2},
+        {"255.224.0.0", 11},
+        {"255.255.248.0", 21},
+        {"255.255.252.0", 22},
+        {"255.255.254.0", 23},
+        {"255.255.240.0", -1}, // this one byte is not among those that are known
+        {"255.0.255.0", -1},
+        {"255.128.128.0", -1},
+        {"255.255.0.1", -1},
+        {"255.253.0.0", -1},
+        {"ffff:ffff::", 32},
+        {"ffff:fffe::", 31},
+        {"ffff:ff80::", 25},
+        {"ffff:f000::", -1},
+        {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 128},
+        {"ffff::ffff", -1},
+        {"somewhere", -1},
+        {"", -1},
+    };
+    for (const auto &row : rows) {
+        TCPAddress address;
+        EXPECT_TRUE(address.setNetMask(std::uint16_t{77}));
+        EXPECT_EQ(address.setNetMask(std::string(row.mask)), row.bits >= 0) << row.mask;
+        EXPECT_EQ(address.maskBits(), row.bits >= 0 ? row.bits : 77) << row.mask;
+    }
+    TCPAddress ipv4 = literal("10.0.0.1");
+    EXPECT_FALSE(ipv4.setNetMask(std::string("ffff:ffff:8000::"))) << "33 bits are too many here";
+    EXPECT_EQ(ipv4.maskBits(), 0);
+}
+
+TEST(MaskText, isAppended) {
+    const struct {
+        const char *network;
+        const char *text;
+    } rows[] = {
+        {"10.0.0.0", "0.0.0.0"},
+        {"10.0.0.0/1", "128.0.0.0"},
+        {"10.0.0.0/20", "255.255.240.0"},
+        {"10.0.0.0/24", "255.255.255.0"},
+        {"10.0.0.0/31", "255.255.255.254"},
+        {"10.0.0.0/32", "255.255.255.255"},
+        {"1::", "0:0:0:0:0:0:0:0"},
+        {"1::/4", "f000:0:0:0:0:0:0:0"},
+        {"1::/8", "ff00:0:0:0:0:0:0:0"},
+        {"1::/19", "ffff:e000:0:0:0:0:0:0"},
+        {"1::/31", "ffff:fffe:0:0:0:0:0:0"},
+        {"1::/64", "ffff:ffff:ffff:ffff:0:0:0:0"},
+        {"1::/128", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
+    };
+    for (const auto &row : rows) {
+        std::string mask = "mask ";
+        EXPECT_TRUE(network(row.network).maskString(mask));
+        EXPECT_EQ(mask, std::string("mask ") + row.text) << row.network;
+    }
+    std::string mask = "mask ";
+    EXPECT_FALSE(literal("10.0.0.1").maskString(mask));
+    EXPECT_FALSE(TCPAddress().maskString(mask));
+    EXPECT_EQ(mask, "mask ");
+}
+
+// ---- Text --------------------------------------------------------------------------------------
+
+TEST(IPv4Text, isFourNumbersAndAnOptionalLength) {
+    const struct {
+        std::string text;
+        bool accepted;
+        Quad bytes;
+        int bits; // 77 is what the caller had there
+    } rows[] = {
+        {"1.2.3.4", true, {1, 2, 3, 4}, 77},
+        {"255.255.255.255", true, {255, 255, 255, 255}, 77},
+        {"001.002.003.004", true, {1, 2, 3, 4}, 77},
+        {"1.2.3.4/", true, {1, 2, 3, 4}, 77},
+        {"1.2.3.4/0", true, {1, 2, 3, 4}, 0},
+        {"1.2.3.4/32", true, {1, 2, 3, 4}, 32},
+        {"1.2.3.4/33", false, {1, 2, 3, 4}, 0},
+        {"1.2.3.4/65560", true, {1, 2, 3, 4}, 24},      // 16 bits are kept
+        {"0001.002.003.004/08", true, {1, 2, 3, 4}, 8}, // 19 characters
+        {"0001.0002.003.004/08", false, {}, 77},        // 20
+        {"1.2.3", false, {}, 77},
+        {"1.2.3.", false, {}, 77},
+        {".1.2.3", false, {}, 77},
+        {"1..2.3", false, {}, 77},
+        {"1.2.3.4.", false, {}, 77},
+        {"1.2.3.4.5", false, {}, 77},
+        {"256.1.1.1", false, {}, 77},
+        {"1.1.1.256", false, {}, 77},
+        {"4294967297.1.1.1", false, {}, 77},
+        {"1.2.3/4", false, {}, 77},
+        {"1.2.3.4/1/1", false, {}, 77},
+        {"1.2.3.4/8.", false, {}, 77},
+        {"1.2.3.4/-1", false, {}, 77},
+        {" 1.2.3.4", false, {}, 77},
+        {"1.2.3.4 ", false, {}, 77},
+        {"+1.2.3.4", false, {}, 77},
+        {"1.2.3.a", false, {}, 77},
+        {std::string("1.2.3.4\0", 8), false, {}, 77},
+        {"/8", false, {}, 77},
+        {"", false, {}, 77},
+    };
+    for (const auto &row : rows) {
+        std::uint32_t address = 1;
+        std::uint16_t bits = 77;
+        EXPECT_EQ(TCPAddress::sf_parseIPv4(row.text, address, bits), row.accepted) << row.text;
+        EXPECT_EQ(address, networkIPv4(row.bytes)) << row.text;
+        EXPECT_EQ(bits, row.bits) << row.text;
+    }
+}
+
+TEST(IPv6Text, hasEightGroupsAGapAQuadAndALength) {
+    const struct {
+        std::string text;
+        Words words;
+        int bits;
+    } rows[] = {
+        {"1:2:3:4:5:6:7:8", {1, 2, 3, 4, 5, 6, 7, 8}, 77},
+        {"ABCD::1", {0xABCD, 0, 0, 0, 0, 0, 0, 1}, 77},
+        {"::", {}, 77},
+        {"::1", {0, 0, 0, 0, 0, 0, 0, 1}, 77},
+        {"1::", {1}, 77},
+        {"1:2::7:8", {1, 2, 0, 0, 0, 0, 7, 8}, 77},
+        {"::2:3:4:5:6:7:8", {0, 2, 3, 4, 5, 6, 7, 8}, 77},
+        {"1:2:3:4:5:6:7::", {1, 2, 3, 4, 5, 6, 7, 0}, 77},
+        {"1:2:3::5:6:7:8", {1, 2, 3, 0, 5, 6, 7, 8}, 77},
+        {"::ffff:1.2.3.4", {0, 0, 0, 0, 0, 0xFFFF, 0x0102, 0x0304}, 77},
+        {"::1.2.3.4", {0, 0, 0, 0, 0, 0, 0x0102, 0x0304}, 77},
+        {"1::1.2.3.4", {1, 0, 0, 0, 0, 0, 0x0102, 0x0304}, 77},
+        {"1:2:3:4:5:6:1.2.3.4", {1, 2, 3, 4, 5, 6, 0x0102, 0x0304}, 77},
+        {"::255.0.0.255/96", {0, 0, 0, 0, 0, 0, 0xFF00, 0x00FF}, 96},
+        {"2001:db8::/32", {0x2001, 0xDB8}, 32},
+        {"::/0", {}, 0},
+        {"::/", {}, 77},
+        {"1::/128", {1}, 128},
+        {"::1/65600", {0, 0, 0, 0, 0, 0, 0, 1}, 64}, // 16 bits are kept
+        {"::12345", {0, 0, 0, 0, 0, 0, 0, 0x2345}, 77},
+        {"::65537.2.3.4", {0, 0, 0, 0, 0, 0, 0x0102, 0x0304}, 77},
+        {"::1/6a", {0, 0, 0, 0, 0, 0, 0, 1}, 6}, // as far as there are digits
+        {"000000000000:0:0:0:0:0000000:0000000000000000:1/1", {0, 0, 0, 0, 0, 0, 0, 1}, 1},
+    };
+    for (const auto &row : rows) {
+        std::uint16_t words[8];
+        std::uint16_t bits = 77;
+        EXPECT_TRUE(TCPAddress::sf_parseIPv6(row.text, words, bits)) << row.text;
+        EXPECT_THAT(words, testing::ElementsAreArray(networkIPv6(row.words))) << row.text;
+        EXPECT_EQ(bits, row.bits) << row.text;
+    }
+}
+
+TEST(IPv6Text, isRefusedWhenItIsAnythingElse) {
+    const char *const rows[] = {
+        "",
+        ":",
+        ":::",
+        "1",
+        "1.2.3.4",
+        "1:2:3:4:5:6:7",
+        "1:2:3:4:5:6:7:8:9",
+        ":1:2:3:4:5:6:7",
+        "1:2:3:4:5:6:7:",
+        "::1:",
+        ":1::2",
+        "1:::2",
+        "1::2::3",
+        "::2::",
+        "1:2:3:4::5:6:7:8",
+        "g::1",
+        "::1%1",
+        " ::1",
+        "[::1]",
+        "::1.2.3",
+        "::1.2.3.4.5",
+        "::1.2.3.256",
+        "::1.2..4",
+        "1.2.3.4::",
+        "::1.2.3.4:1",
+        ":1.2.3.4",
+        "1:2:3:4:5:6:7:1.2.3.4",
+        "::a.2.3.4",
+
+        "::1/8/8",
+        "::1/8:1",
+        "::1/1.2.3.4",
+        "/64",
+        ".",
+        "/",
+        "::/:",
+        "000000000000:0:0:0:0:0000000:00000000000000000:1/1", // 50 characters
+    };
+    for (const char *row : rows) {
+        std::uint16_t words[8] = {1, 1, 1, 1, 1, 1, 1, 1};
+        std::uint16_t bits = 77;
+        EXPECT_FALSE(TCPAddress::sf_parseIPv6(row, words, bits)) << row;
+        EXPECT_THAT(words, testing::Each(0)) << row;
+        EXPECT_EQ(bits, 77) << row;
+    }
+    std::uint16_t words[8];
+    std::uint16_t bits = 77;
+    EXPECT_FALSE(TCPAddress::sf_parseIPv6("::1/ff", words, bits));
+    EXPECT_EQ(bits, 77);
+    EXPECT_FALSE(TCPAddress::sf_parseIPv6("::1/129", words, bits));
+    EXPECT_EQ(bits, 0);
+}
+
+// Writes words in one of the many ways that mean them.
+std::string writtenSomehow(const Words &words, std::mt19937 &random) {
+    const bool quad = random() % 3 == 0;
+    const std::size_t groups = quad ? 6 : 8;
+    std::size_t gap = groups; // a gap stands for words that are zero
+    std::size_t gapEnd = groups;
+    const std::size_t start = random() % groups;
+    if (words[start] == 0) {
+        gap = start;
+        for (gapEnd = gap; gapEnd < groups && words[gapEnd] == 0;)
+            ++gapEnd;
+    }
+    std::string result;
+    char part[32];
+    for (std::size_t i = 0; i < groups; ++i) {
+        if (i == gap) {
+            result += "::";
+            i = gapEnd - 1;
+            continue;
+        }
+        if (!result.empty() && result.back() != ':')
+            result += ':';
+        const char *const formats[] = {"%x", "%X", "%04x"};
+        std::snprintf(part, sizeof(part), formats[random() % 3], words[i]);
+        result += part;
+    }
+    if (quad) {
+        if (result.back() != ':')
+            result += ':';
+        std::snprintf(part, sizeof(part), "%u.%u.%u.%u", words[6] >> 8, words[6] & 0xFF,
+                      words[7] >> 8, words[7] & 0xFF);
+        result += part;
+    }
+    return result;
+}
+
+TEST(IPv6Text, meansTheSameHoweverItIsWritten) {
+    std::mt19937 random(20260101);
+    for (int round = 0; round < 20000; ++round) {
+        Words words{};
+        for (unsigned &word : words)
+            word = random() % 2 == 0 ? 0
+                                     : static_cast<unsigned>(random()) & (0xFFFFU >> random() % 16);
+        const std::string written = writtenSomehow(words, random);
+        std::uint16_t parsed[8];
+        std::uint16_t bits = 0;
+        ASSERT_TRUE(TCPAddress::sf_parseIPv6(written, parsed, bits)) << written;
+        ASSERT_THAT(parsed, testing::ElementsAreArray(networkIPv6(words))) << written;
+    }
+}
+
+TEST(AnyText, isRefusedOrReadAsSomethingThatPrintsBackTheSame) {
+    constexpr char alphabet[] = "0123456789abfF::::..//g";
+    std::mt19937 random(20260102);
+    int accepted = 0;
+    for (int round = 0; round < 200000; ++round) {
+        std::string garbage(1 + random() % 24, ' ');
+        for (char &c : garbage)
+            c = alphabet[random() % (sizeof(alphabet) - 1)];
+        TCPAddress first;
+        if (!first.setNetwork(garbage))
+            continue;
+        ++accepted;
+        TCPAddress second;
+        ASSERT_TRUE(second.setNetwork(text(first))) << garbage;
+        ASSERT_EQ(stored(second), stored(first)) << garbage;
+    }
+    EXPECT_GT(accepted, 100);
+}
+
+TEST(AddressText, dropsLeadingZerosAndTheLastGroupOfZeros) {
+    const struct {
+        TCPAddress address;
+        const char *text;
+    } rows[] = {
+        {TCPAddress(), "0.0.0.0"},
+        {unixPath("/a"), "0.0.0.0"},
+        {nameOnly("somewhere"), "0.0.0.0"},
+        {literal("10.0.255.1"), "10.0.255.1"},
+        {literal("2001:db8::"), "2001:db8:0:0:0:0:0:"},
+        {literal("::"), "0:0:0:0:0:0:0:"},
+        {literal("::1"), "0:0:0:0:0:0:0:1"},
+        {literal("10:100:1000:1001:1010:101:1:0abc"), "10:100:1000:1001:1010:101:1:abc"},
+        {literal("ff02::1000"), "ff02:0:0:0:0:0:0:1000"},
+        {network("10.0.0.0/8"), "10.0.0.0/8"},
+        {network("10.0.0.0"), "10.0.0.0/0"},
+        {network("2001:db8::/32"), "2001:0db8:0000:0000:0000:0000:0000:0000/32"},
+    };
+    for (const auto &row : rows) {
+        std::string result = "old";
+        EXPECT_TRUE(row.address.ipString(result, true));
+        EXPECT_EQ(result, row.text);
+    }
+    TCPAddress masked = literal("127.0.0.1");
+    EXPECT_TRUE(masked.setNetMask(std::uint16_t{8}));
+    EXPECT_EQ(text(masked), "127.0.0.1");
+
+    TCPAddress::Storage storage{};
+    for (const std::uint32_t type : {3U, 5U, 8U, 25U, 32U, 0x80000001U}) {
+        storage.type = static_cast<TCPAddress::IPType>(type);
+        TCPAddress odd;
+        odd.setStorage(storage);
+        std::string result;
+        EXPECT_FALSE(odd.ipString(result, false));
+        EXPECT_EQ(result, "Internal Error");
+    }
+}
+
+TEST(Name, givesTheAddressTooWhenItIsALiteral) {
+    TCPAddress address = literal("10.0.0.1");
+    address.setName("");
+    EXPECT_EQ(text(address), "10.0.0.1");
+    address.setName("somewhere");
+    EXPECT_EQ(text(address), "10.0.0.1");
+    std::string name;
+    EXPECT_TRUE(address.name(name));
+    EXPECT_EQ(name, "somewhere");
+    name = "kept";
+    EXPECT_FALSE(TCPAddress().name(name));
+    EXPECT_EQ(name, "kept");
+}
+
+TEST(Lower, changesAsciiLettersOnly) {
+    for (int i = -128; i < 128; ++i) {
+        const char before = static_cast<char>(i);
+        char after = before;
+        TCPAddress::sf_lower(after);
+        const bool letter = i >= 'A' && i <= 'Z';
+        EXPECT_EQ(after, letter ? static_cast<char>(i + 32) : before) << i;
+    }
+}
+
+// ---- Wire form ---------------------------------------------------------------------------------
+
+TEST(Wire, holdsEverythingButTheName) {
+    TCPAddress host = nameOnly("10.0.0.1", 7777);
+    TCPAddress wide = network("2001:db8::/32");
+    wide.setHostByteOrderPort(443);
+    const struct {
+        TCPAddress address;
+        const char *wire;
+    } rows[] = {
+        {TCPAddress(), "00000000000000000000000000000000 00000000 0000 0000"},
+        {nameOnly("somewhere"), "00000000000000000000000000000000 00000000 0000 0000"},
+        {host, "0000000000000000000000000a000001 00000001 1e61 0000"},
+        {literal("127.0.0.1"), "0000000000000000000000007f000001 00000009 0000 0000"},
+        {literal("::1"), "00000000000000000000000000000001 0000000a 0000 0000"},
+        {wide, "20010db8000000000000000000000000 00000022 01bb 0020"},
+        {unixPath("/a"), "00000000000000000000000000000000 00000004 0000 0000"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.wire);
+        const Bytes wire = hex(row.wire);
+        Bytes written(25, 0xEE);
+        EXPECT_EQ(row.address.write(written.data(), written.size()), 24U);
+        EXPECT_EQ(cutAt(written, 24), wire);
+        EXPECT_EQ(written[24], 0xEE);
+
+        TCPAddress read = nameOnly("old", 1);
+        EXPECT_EQ(read.read(wire.data(), wire.size()), 24U);
+        EXPECT_EQ(stored(read), stored(row.address));
+        std::string name;
+        EXPECT_FALSE(read.name(name));
+
+        for (std::size_t length = 0; length < wire.size(); ++length) {
+            Bytes cut = cutAt(wire, length);
+            TCPAddress untouched = nameOnly("old", 1);
+            EXPECT_EQ(untouched.read(cut.data(), cut.size()), 0U);
+            EXPECT_TRUE(untouched.name(name));
+            EXPECT_EQ(untouched.hostByteOrderPort(), 1);
+            Bytes room(length, 0xEE);
+            EXPECT_EQ(row.address.write(room.data(), room.size()), 0U);
+            EXPECT_THAT(room, testing::Each(0xEE));
+        }
+    }
+    TCPAddress untouched = nameOnly("old", 1);
+    EXPECT_EQ(untouched.read(nullptr, 24), 0U);
+    EXPECT_EQ(untouched.write(nullptr, 24), 0U);
+    EXPECT_FALSE(untouched.empty());
+}
+
+TEST(Wire, takesTheTypeAsItComes) {
+    const Bytes wire = hex("0102030405060708090a0b0c0d0e0f10 fffffffe abcd ffff");
+    TCPAddress address;
+    EXPECT_EQ(address.read(wire.data(), wire.size()), 24U);
+    EXPECT_EQ(address.ipType(), 0xFFFFFFFEU);
+    EXPECT_EQ(address.maskBits(), 0xFFFF);
+    Bytes again(24);
+    EXPECT_EQ(address.write(again.data(), again.size()), 24U);
+    EXPECT_EQ(again, wire);
+}
+
+} // namespace
+} // namespace vintok
