@@ -48,8 +48,8 @@ int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
         polled[count++] = {descriptor, POLLIN, 0};
     set.clear();
     if (count == 0) {
-        setSocketError(
-            translatedError(EINVAL)); // otherwise nothing but a signal would ever end the wait
+        // Otherwise nothing but a signal would ever end the wait.
+        setSocketError(translatedError(EINVAL));
         return -1;
     }
 

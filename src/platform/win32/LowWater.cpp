@@ -1,6 +1,7 @@
 #include "platform/win32/LowWater.h"
 
 #include "platform/Socket.h"
+#include "platform/Wait.h"
 #include "platform/win32/SocketError.h"
 
 #include <SystemSockets.h>
@@ -40,7 +41,8 @@ bool isBelowLowWater(int descriptor) {
     Mark &mark = found->second;
     std::size_t waiting = 0;
     // Readable without a byte is the end of the stream.
-    if (!bytesWaiting(descriptor, waiting) || waiting == 0 || waiting >= mark.count) {
+    if (!bytesWaiting(descriptor, waiting) || waiting == 0 || waiting >= mark.count ||
+        endArrived(descriptor)) {
         mark.held = false;
         return false;
     }

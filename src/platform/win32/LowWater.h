@@ -1,6 +1,6 @@
 // Low-water marks of descriptors. This system knows none, so the wait keeps them: it holds back a
-// descriptor on which less than its mark has arrived. Nothing tells whether the end of the stream
-// stands behind those bytes, so a descriptor is held back for a bounded time only.
+// descriptor on which less than its mark has arrived. Not every release of the system tells whether
+// the end of the stream stands behind those bytes, so a descriptor is held back for a bounded time.
 #ifndef VINTOK_PLATFORM_WIN32_LOWWATER_H
 #define VINTOK_PLATFORM_WIN32_LOWWATER_H
 
