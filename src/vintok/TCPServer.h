@@ -8,6 +8,7 @@
 
 #include "vintok/Export.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -67,12 +68,13 @@ protected:
 private:
     void mf_listenLocal(unsigned short port, std::size_t tries);
     void mf_listenAnywhere(unsigned short port, std::size_t tries);
-    void mf_register();
-    bool mf_registerListener(int &listener);
+    void mf_dispatchListeners();
+    void mf_dispatchListener(int &listener);
     void mf_closeListener(int &listener);
     void mf_release();
     void mf_connectPending(int listener);
     void mf_dataPending(int descriptor, bool hangup);
+    // For an owner with a timer; the server has none and never calls it.
     bool mf_sendKeepAlive(int except);
     bool mf_writeClients(TCPMessage &message, int except, const char *complaint);
     void mf_shutdown();

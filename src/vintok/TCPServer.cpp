@@ -1,0 +1,282 @@
+#include "vintok/TCPServer.h"
+
+#include "vintok/AcceptGuard.h"
+#include "vintok/Globals.h"
+#include "vintok/Log.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <exception>
+
+// The loop calls with a listening socket that somebody knocks at, or with a client that has sent at
+// least the smallest frame, or has ended. One call takes one connection, or one message. The relay
+// is plain writing, one client after another; who cannot be written to is found out when his own
+// descriptor turns up. A client is dropped by its own message, by a reset, or by the end of its
+// stream; an unfinished or malformed frame drops nobody.
+
+namespace vintok {
+
+namespace {
+
+constexpr std::size_t portsToTry = 255;
+constexpr int systemBacklog = 0;
+
+} // namespace
+
+TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
+    init();
+    const std::size_t tries = exactPort ? 1 : portsToTry;
+    if (localOnly)
+        mf_listenLocal(port, tries);
+    else
+        mf_listenAnywhere(port, tries);
+    if (m_listenIPv4 == -1 && m_listenIPv6 == -1) {
+        VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not create socket");
+        return;
+    }
+    try {
+        m_select = std::make_shared<TCPSelect>();
+        m_acceptGuard = std::make_shared<AcceptGuard>();
+    } catch (const std::exception &) {
+        VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not allocate select object");
+        m_select.reset();
+        mf_closeListener(m_listenIPv4);
+        mf_closeListener(m_listenIPv6);
+        return;
+    }
+    mf_dispatchListeners();
+}
+
+TCPServer::~TCPServer() {
+    mf_release();
+    fini();
+}
+
+TCPServer::TCPServer(const TCPServer &other)
+    : m_select(other.m_select),
+      m_dataCB(other.m_dataCB),
+      m_clients(other.m_clients),
+      m_listenIPv4(other.m_listenIPv4),
+      m_listenIPv6(other.m_listenIPv6),
+      m_port(other.m_port),
+      m_majorVersion(other.m_majorVersion),
+      m_minorVersion(other.m_minorVersion),
+      m_acceptGuard(other.m_acceptGuard) {
+    init(); // for its own destructor
+}
+
+TCPServer &TCPServer::operator=(const TCPServer &other) {
+    if (this == &other)
+        return *this;
+    mf_release();
+    m_select = other.m_select;
+    m_dataCB = other.m_dataCB;
+    m_clients = other.m_clients;
+    m_listenIPv4 = other.m_listenIPv4;
+    m_listenIPv6 = other.m_listenIPv6;
+    m_port = other.m_port;
+    m_majorVersion = other.m_majorVersion;
+    m_minorVersion = other.m_minorVersion;
+    m_acceptGuard = other.m_acceptGuard;
+    return *this;
+}
+
+void TCPServer::setVersion(unsigned short major, unsigned short minor) {
+    m_majorVersion = major;
+    m_minorVersion = minor;
+}
+
+void TCPServer::run() {
+    if (m_select != nullptr)
+        m_select->run();
+}
+
+bool TCPServer::running() const {
+    return m_select != nullptr && m_select->running();
+}
+
+void TCPServer::interrupt() {
+    if (m_select != nullptr)
+        m_select->interrupt();
+}
+
+// --- Listening sockets ---------------------------------------------------------------------------
+
+void TCPServer::mf_listenLocal(unsigned short port, std::size_t tries) {
+    m_listenIPv4 = createLocalIPv4Socket(port, systemBacklog, tries, true);
+    if (m_listenIPv4 != -1)
+        tries = 1; // both families on one port
+    m_listenIPv6 = createLocalIPv6Socket(port, systemBacklog, tries, true);
+    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
+        m_port = port;
+}
+
+void TCPServer::mf_listenAnywhere(unsigned short port, std::size_t tries) {
+    TCPAddress address;
+    address.setHostByteOrderPort(port);
+    m_listenIPv4 = createIPv4Socket(address, systemBacklog, tries, true);
+    if (m_listenIPv4 != -1)
+        tries = 1;
+    else
+        address.setHostByteOrderPort(port);
+    m_listenIPv6 = createIPv6Socket(address, systemBacklog, tries, true);
+    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
+        m_port = address.hostByteOrderPort();
+}
+
+void TCPServer::mf_dispatchListeners() {
+    mf_dispatchListener(m_listenIPv4);
+    mf_dispatchListener(m_listenIPv6);
+    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
+        return;
+    m_select.reset();
+    VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not add connect callback");
+}
+
+void TCPServer::mf_dispatchListener(int &listener) {
+    if (listener != -1 && !m_select->addSocketCallback(listener, sf_connectCB, this, false, false))
+        mf_closeListener(listener);
+}
+
+void TCPServer::mf_closeListener(int &listener) {
+    if (listener == -1)
+        return;
+    if (m_select != nullptr)
+        m_select->removeCallback(listener, sf_connectCB, this);
+    shutdownSocket(listener);
+    listener = -1;
+}
+
+// Lets go of everything but the library.
+void TCPServer::mf_release() {
+    mf_shutdown();
+    mf_closeListener(m_listenIPv4);
+    mf_closeListener(m_listenIPv6);
+    m_select.reset();
+}
+
+void TCPServer::sf_connectCB(int descriptor, void *data, bool /*hangup*/) {
+    auto *const server = static_cast<TCPServer *>(data);
+    if (server != nullptr &&
+        (descriptor == server->m_listenIPv4 || descriptor == server->m_listenIPv6))
+        server->mf_connectPending(descriptor);
+}
+
+void TCPServer::mf_connectPending(int listener) {
+    const int descriptor = m_acceptGuard->accept(listener);
+    if (descriptor == -1) {
+        if (m_acceptGuard->firstFailure())
+            VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
+        return;
+    }
+    if (m_select == nullptr ||
+        !m_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending addSocketCallback failed");
+        shutdownSocket(descriptor);
+        return;
+    }
+    expectFrames(descriptor);
+    m_clients.push_back(descriptor);
+    VINTOK_LOG(SEVERITY_INFO, formatText("Connection accepted fd = %d", descriptor));
+}
+
+// --- Clients -------------------------------------------------------------------------------------
+
+void TCPServer::sf_dataCB(int descriptor, void *data, bool hangup) {
+    auto *const server = static_cast<TCPServer *>(data);
+    if (server == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no server instance data");
+        return;
+    }
+    const std::vector<int> &clients = server->m_clients;
+    if (clients.empty())
+        VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no attendees");
+    else if (std::find(clients.begin(), clients.end(), descriptor) == clients.end())
+        VINTOK_LOG(SEVERITY_ERROR, "Data Pending on non peer descriptor");
+    else
+        server->mf_dataPending(descriptor, hangup);
+}
+
+void TCPServer::mf_dataPending(int descriptor, bool hangup) {
+    TCPMessage message(descriptor);
+    if (hangup) {
+        VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
+        mf_handleHangup(descriptor);
+    } else if (message.read(-1, nullptr)) {
+        mf_handleMessage(message); // may end the server
+    } else if (lastError() == TCP_ERROR_CONNECTION_RESET || streamEnded(descriptor)) {
+        VINTOK_LOG(SEVERITY_ERROR, formatText("Reset on %d", descriptor));
+        mf_handleHangup(descriptor);
+    }
+}
+
+void TCPServer::mf_handleMessage(TCPMessage &message) {
+    if (message.messageID() == TCP_broadcastMessage) {
+        mf_broadcastMessage(message);
+        if (m_dataCB != nullptr)
+            m_dataCB(this, message.messageBuffer(), message.messageBufferLength());
+    } else if (message.messageID() == TCP_hangup) {
+        mf_handleHangup(message.socketDescriptor());
+    } else if (message.messageID() == TCP_keepAlive) {
+        VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
+    }
+}
+
+bool TCPServer::mf_broadcastMessage(TCPMessage &message) {
+    return mf_writeClients(message, message.socketDescriptor(), nullptr);
+}
+
+bool TCPServer::mf_sendKeepAlive(int except) {
+    TCPMessage message;
+    message.setMessageMajorVersion(m_majorVersion);
+    message.setMessageMinorVersion(m_minorVersion);
+    message.setMessageID(TCP_keepAlive);
+    if (!message.allocateMessageBuffer(1))
+        return false;
+    if (message.messageBuffer() == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_sendKeepAlive allocation failed");
+        return false;
+    }
+    message.messageBuffer()[0] = 0;
+    return mf_writeClients(message, except, "mf_sendKeepAlive write failed");
+}
+
+// True unless a write failed; `complaint`, if any, is then logged.
+bool TCPServer::mf_writeClients(TCPMessage &message, int except, const char *complaint) {
+    bool allWritten = true;
+    for (const int client : m_clients) {
+        if (client == except || message.write(client, nullptr))
+            continue;
+        allWritten = false;
+        if (complaint != nullptr)
+            VINTOK_LOG(SEVERITY_ERROR, complaint);
+    }
+    return allWritten;
+}
+
+void TCPServer::mf_handleHangup(int descriptor) {
+    const auto found = std::find(m_clients.begin(), m_clients.end(), descriptor);
+    if (descriptor == -1 || found == m_clients.end())
+        return;
+    m_clients.erase(found);
+    if (m_select != nullptr)
+        m_select->removeCallback(descriptor, sf_dataCB, this);
+    shutdownSocket(descriptor);
+}
+
+void TCPServer::mf_setBlockingBroadcast() {
+    std::for_each(m_clients.begin(), m_clients.end(), setBlocking);
+}
+
+void TCPServer::mf_setNonBlockingBroadcast() {
+    std::for_each(m_clients.begin(), m_clients.end(), setNonBlocking);
+}
+
+void TCPServer::mf_shutdown() {
+    while (!m_clients.empty())
+        mf_handleHangup(m_clients.front());
+}
+
+} // namespace vintok
