@@ -131,11 +131,12 @@ bool sf_removeSecureDescriptor(int fd);
 bool expectFrames(int fd);
 bool expectBytes(int fd);
 
-// Asked after the read of a frame has failed: true when the connection will never bring one, because
-// the peer has ended its side (also behind a frame that it left unfinished), the transport has given
-// its bytes up, or the descriptor is closed or unknown. A known descriptor is then marked closed, and the error is
-// TCP_ERROR_CONNECTION_RESET or TCP_ERROR_BAD_FILE_DESCRIPTOR; the owner hangs up in the same turn,
-// since the descriptor stays readable for ever. While the peer may go on, false.
+// Asked after the read of a frame has failed: true when the connection will never bring one,
+// because the peer has ended its side (also behind a frame that it left unfinished), the transport
+// has given its bytes up, or the descriptor is closed or unknown. A known descriptor is then marked
+// closed, and the error is TCP_ERROR_CONNECTION_RESET or TCP_ERROR_BAD_FILE_DESCRIPTOR; the owner
+// hangs up in the same turn, since the descriptor stays readable for ever. While the peer may go
+// on, false.
 bool streamEnded(int fd);
 
 } // namespace vintok

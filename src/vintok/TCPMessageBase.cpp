@@ -2,6 +2,7 @@
 
 #include "platform/Thread.h"
 #include "vintok/BufferManager.h"
+#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/TCPStatusCallback.h"
 #include "vintok/TCPStream.h"
@@ -29,25 +30,14 @@ constexpr std::uint64_t countLimit = 0x7FFFFFFF;
 constexpr std::uint32_t blockPause = 100; // milliseconds, times the number of the pause
 constexpr std::uint32_t failurePause = 10;
 
-struct DescriptorKind {
-    bool secure = false;
-    bool closed = false;
-    bool boundIPv4 = false;
-    bool boundIPv6 = false;
-    bool boundUnix = false;
-
-    bool bound() const { return boundIPv4 || boundIPv6 || boundUnix; }
-};
-
-// Whether `socket` carries messages; sets the error when it does not. `operation` is its context.
-bool carriesMessages(int socket, const std::string &operation, DescriptorKind &kind) {
-    if (!descriptorState(socket, kind.secure, kind.closed, kind.boundIPv4, kind.boundIPv6,
-                         kind.boundUnix)) {
-        VINTOK_ERROR(kind.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR,
+// Whether the descriptor carries messages; sets the error when not. `operation` is its context.
+bool carriesMessages(const DescriptorState &state, const std::string &operation) {
+    if (!state.known) {
+        VINTOK_ERROR(state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR,
                      operation);
         return false;
     }
-    if (kind.bound()) {
+    if (state.bound()) {
         // Says "read" of a write too: the text is the one that operators know.
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
                      operation + " attempt to read from bound descriptor");
@@ -212,9 +202,9 @@ bool TCPMessageBase::read(int socket, TCPStatusCallback *status) {
         socket = m_socket;
     if (m_rawSocket)
         return mf_readSocket(socket, false, status);
-    DescriptorKind kind;
-    return carriesMessages(socket, "TCPMessageBase::read", kind) &&
-           mf_readSocket(socket, kind.secure, status);
+    const DescriptorState state(socket);
+    return carriesMessages(state, "TCPMessageBase::read") &&
+           mf_readSocket(socket, state.secure, status);
 }
 
 bool TCPMessageBase::mf_readSocket(int socket, bool secure, TCPStatusCallback *status) {
@@ -348,9 +338,9 @@ bool TCPMessageBase::write(int socket, TCPStatusCallback *status) {
         socket = m_socket;
     if (m_rawSocket)
         return mf_writeSocket(socket, false, status);
-    DescriptorKind kind;
-    return carriesMessages(socket, "TCPMessageBase::write", kind) &&
-           mf_writeSocket(socket, kind.secure, status);
+    const DescriptorState state(socket);
+    return carriesMessages(state, "TCPMessageBase::write") &&
+           mf_writeSocket(socket, state.secure, status);
 }
 
 bool TCPMessageBase::mf_writeSocket(int socket, bool secure, TCPStatusCallback *status) {

@@ -1,5 +1,6 @@
 #include "vintok/TCPSelect.h"
 
+#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPSelectBase.h"
@@ -57,7 +58,7 @@ public:
 
 private:
     static TCPMutex &mutex() {
-        static TCPMutex lock(11);
+        static TCPMutex lock(LOCK_SELECT_BASE);
         return lock;
     }
 

@@ -2,6 +2,7 @@
 
 #include "platform/Socket.h"
 #include "platform/Thread.h"
+#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPStream.h"
@@ -39,23 +40,8 @@ int nextIn(const platform::DescriptorSet &set, int from) {
 
 // Bytes of plaintext that a secure descriptor can be read for at once; 0 for others.
 std::int64_t bufferedBytes(int descriptor) {
-    bool secure = false;
-    bool closed = false;
-    bool boundIPv4 = false;
-    bool boundIPv6 = false;
-    bool boundUnix = false;
-    if (!descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix) || !secure)
-        return 0;
-    return secureBytesPending(descriptor);
-}
-
-bool isOpen(int descriptor) {
-    bool secure = false;
-    bool closed = false;
-    bool boundIPv4 = false;
-    bool boundIPv6 = false;
-    bool boundUnix = false;
-    return descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix);
+    const DescriptorState state(descriptor);
+    return state.known && state.secure ? secureBytesPending(descriptor) : 0;
 }
 
 template <typename T>
@@ -70,12 +56,12 @@ void overwrite(T &field) {
 class TCPSelectBase::Busy {
 public:
     explicit Busy(TCPSelectBase &base) : m_base(base) {
-        static TCPMutex mutex(12);
+        static TCPMutex mutex(LOCK_SIGNAL_SAFE);
         m_raised = change(mutex, 1);
     }
 
     ~Busy() {
-        static TCPMutex mutex(12);
+        static TCPMutex mutex(LOCK_SIGNAL_SAFE);
         if (m_raised)
             change(mutex, -1);
     }
@@ -363,7 +349,7 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
 // Whether the descriptor is closed and its callbacks have left it registered all the same.
 bool TCPSelectBase::mf_isLeftDead(int descriptor) {
     Entry *const entry = mf_find(descriptor);
-    if (entry == nullptr || isOpen(descriptor))
+    if (entry == nullptr || DescriptorState(descriptor).known)
         return false;
     if (!entry->deadReported)
         VINTOK_LOG(

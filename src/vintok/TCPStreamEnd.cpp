@@ -12,15 +12,6 @@ namespace {
 
 constexpr std::int64_t smallestFrame = 36;
 
-bool isOpen(int fd) {
-    bool secure = false;
-    bool closed = false;
-    bool boundIPv4 = false;
-    bool boundIPv6 = false;
-    bool boundUnix = false;
-    return descriptorState(fd, secure, closed, boundIPv4, boundIPv6, boundUnix);
-}
-
 void markEnded(int fd) {
     if (setClosed(fd))
         VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "vintok::streamEnded");
@@ -39,7 +30,7 @@ bool streamEnded(int fd) {
         rawPeekBytes(fd, &byte, sizeof byte); // finds a clean end and marks it
     else if (pending < 0 || ended)
         markEnded(fd); // bytes that can never become a frame, or that the transport gave up
-    return !isOpen(fd);
+    return !DescriptorState(fd).known;
 }
 
 } // namespace vintok
