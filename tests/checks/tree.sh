@@ -58,9 +58,8 @@ done | faults "public header"
 
 sources src | grep '\.cpp$' | while read -r file; do
     name=${file#src/}
-    name=${name/posix/\$\{system\}}
-    name=${name/win32/\$\{system\}}
-    grep -qE "(^ *|/)${name//[$]/\\$}" src/CMakeLists.txt tests/CMakeLists.txt || echo "$file"
+    shared=$(sed -E 's/(posix|win32)/${system}/' <<<"$name") # of both systems
+    cat src/CMakeLists.txt tests/CMakeLists.txt | grep -qF -e "$name" -e "$shared" || echo "$file"
 done | faults "not in the build"
 
 for file in tests/*_test.cpp; do
@@ -79,12 +78,12 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.
 layers='
 0 Export TCPException
-1 BufferManager RawBuffer TCPAddress HTTPAddress
+1 BufferManager RawBuffer WireText TCPAddress HTTPAddress
 2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect TCPServer testTCPServer
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant messageUtil
+6 ConferenceParticipant ConferenceMessage messageUtil
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '
