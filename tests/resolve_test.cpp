@@ -1,0 +1,253 @@
+#include "vintok/TCPAddress.h"
+
+#include "platform/Resolve.h"
+#include "support/Addresses.h"
+#include "vintok/TempRosterEntry.h"
+
+#include <gmock/gmock.h>
+
+// Only names that a machine answers for itself: literals, localhost, and its own.
+
+namespace vintok {
+namespace {
+
+using namespace test;
+
+std::string nameOf(const TCPAddress &address) {
+    std::string name;
+    address.name(name);
+    return name;
+}
+
+// No resolver asks anybody about a name that is longer than names can be.
+const std::string impossible(300, 'a');
+
+TEST(Literals, areTakenWithoutTheResolverAndFilteredByFamily) {
+    const struct {
+        const char *name;
+        std::uint32_t type;
+        const char *text; // null: refused
+    } rows[] = {
+        {"10.0.0.1", 0, "10.0.0.1"},
+        {"10.0.0.1", 1, "10.0.0.1"},
+        {"10.0.0.1", 3, "10.0.0.1"},
+        {"10.0.0.1", 2, nullptr},
+        {"10.0.0.1", 4, nullptr},
+        {"10.0.0.1/8", 0, "10.0.0.1"},
+        {"1::1", 0, "1:0:0:0:0:0:0:1"},
+        {"1::1", 2, "1:0:0:0:0:0:0:1"},
+        {"1::1", 3, "1:0:0:0:0:0:0:1"},
+        {"1::1", 1, nullptr},
+        {"", 0, nullptr},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.name << " as " << row.type);
+        TCPAddress address = nameOnly("1.1.1.1", 7777);
+        const auto type = static_cast<TCPAddress::IPType>(row.type);
+        EXPECT_EQ(address.resolve(row.name, type), row.text != nullptr);
+        EXPECT_EQ(text(address), row.text != nullptr ? row.text : "1.1.1.1");
+        EXPECT_EQ(nameOf(address), row.text != nullptr ? row.name : "1.1.1.1");
+        EXPECT_EQ(address.hostByteOrderPort(), 7777);
+        EXPECT_EQ(address.maskBits(), 0);
+    }
+}
+
+TEST(Names, resolveToTheFamilyAskedForAndAreRemembered) {
+    TCPAddress address = nameOnly("1.1.1.1", 7777);
+    ASSERT_TRUE(address.resolve("localhost", TCPAddress::IPTYPE_IPV4));
+    EXPECT_EQ(text(address), "127.0.0.1");
+    EXPECT_TRUE(address.isLoopback());
+    EXPECT_EQ(nameOf(address), "localhost");
+    EXPECT_EQ(address.hostByteOrderPort(), 7777);
+
+    TCPAddress any;
+    ASSERT_TRUE(any.resolve("localhost"));
+    EXPECT_TRUE(any.isLoopback());
+
+    TCPAddress only = literal("localhost");
+    EXPECT_TRUE(only.resolveName());
+    EXPECT_TRUE(only.isLoopback());
+}
+
+TEST(Names, thatDoNotResolveChangeNothing) {
+    TCPAddress address = nameOnly("1.1.1.1", 7777);
+    std::vector<TCPAddress> all = {literal("2.2.2.2")};
+    const TCPAddress before = address;
+    EXPECT_FALSE(address.resolve(impossible));
+    EXPECT_FALSE(address.resolveNetName(impossible));
+    EXPECT_FALSE(address.resolveNetName(""));
+    EXPECT_FALSE(TCPAddress::lookup(impossible, all, TCPAddress::IPTYPE_NONE));
+    EXPECT_FALSE(TCPAddress::lookup("", all, TCPAddress::IPTYPE_NONE));
+    EXPECT_FALSE(TCPAddress::sf_dnsResolve("", address, all, false, TCPAddress::IPTYPE_NONE, true));
+    EXPECT_EQ(stored(address), stored(before));
+    EXPECT_EQ(nameOf(address), "1.1.1.1");
+    EXPECT_EQ(all.size(), 1U);
+}
+
+TEST(ResolveName, fillsWhateverIsMissing) {
+    TCPAddress nothing;
+    EXPECT_FALSE(nothing.resolveName());
+
+    TCPAddress address;
+    address.setLoopbackIPv4();
+    EXPECT_TRUE(address.resolveName());
+    EXPECT_EQ(nameOf(address), "127.0.0.1");
+
+    TCPAddress both = nameOnly("10.0.0.1");
+    both.setName(impossible);
+    EXPECT_TRUE(both.resolveName()) << "nothing is missing, so nobody is asked";
+
+    TCPAddress odd;
+    TCPAddress::IPFormats data{};
+    odd.setIPdata(data, TCPAddress::IPTYPE_NETWORK);
+    EXPECT_FALSE(odd.resolveName());
+    EXPECT_EQ(nameOf(odd), "Internal Error");
+}
+
+TEST(NetName, isTheCanonicalOne) {
+    TCPAddress address = nameOnly("1.1.1.1", 7777);
+    ASSERT_TRUE(address.resolveNetName("localhost", TCPAddress::IPTYPE_IPV4));
+    EXPECT_TRUE(address.isLoopback());
+    EXPECT_FALSE(nameOf(address).empty());
+
+    ASSERT_TRUE(address.resolveNetName("10.0.0.1"));
+    EXPECT_EQ(text(address), "10.0.0.1");
+    ASSERT_TRUE(address.resolveNetName("1::1", TCPAddress::IPTYPE_IPV6));
+    EXPECT_EQ(text(address), "1:0:0:0:0:0:0:1");
+    EXPECT_FALSE(address.resolveNetName("10.0.0.1", TCPAddress::IPTYPE_IPV6));
+    EXPECT_FALSE(address.resolveNetName("1::1", TCPAddress::IPTYPE_IPV4));
+    EXPECT_EQ(text(address), "1:0:0:0:0:0:0:1");
+}
+
+TEST(Lookup, givesEveryAddressOfTheFamily) {
+    std::vector<TCPAddress> all = {literal("2.2.2.2")};
+    ASSERT_TRUE(TCPAddress::lookup("127.0.0.1", all, TCPAddress::IPTYPE_IPV4));
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(text(all[0]), "127.0.0.1");
+    EXPECT_FALSE(TCPAddress::lookup("127.0.0.1", all, TCPAddress::IPTYPE_IPV6));
+    EXPECT_FALSE(TCPAddress::lookup("::1", all, TCPAddress::IPTYPE_IPV4));
+    EXPECT_EQ(all.size(), 1U);
+    ASSERT_TRUE(TCPAddress::lookup("localhost", all, TCPAddress::IPTYPE_IPV4));
+    ASSERT_FALSE(all.empty());
+    for (const TCPAddress &each : all)
+        EXPECT_TRUE(each.isIPv4()) << text(each);
+}
+
+// Which entry of the resolver's list is kept.
+struct Choice {
+    const char *what;
+    const char *name;
+    TCPAddress::IPType type;
+    bool wantAll;
+    std::uint16_t port;
+    const char *kept;  // as text; "0.0.0.0" when none is
+    const char *first; // in the list of all; null when that stays empty
+};
+
+TEST(Choice, fallsOnTheFirstAddressThatIsNotLinkLocal) {
+    const Choice rows[] = {
+        {"IPv4", "10.0.0.1", TCPAddress::IPTYPE_NONE, false, 80, "10.0.0.1", nullptr},
+        {"first IPv4 of all", "10.0.0.1", TCPAddress::IPTYPE_NONE, true, 80, "10.0.0.1",
+         "10.0.0.1"},
+        {"IPv6", "1::1", TCPAddress::IPTYPE_NONE, false, 80, "1:0:0:0:0:0:0:1", nullptr},
+        {"IPv6 of all", "1::1", TCPAddress::IPTYPE_NONE, true, 0, "1:0:0:0:0:0:0:1",
+         "1:0:0:0:0:0:0:1"},
+        {"IPv6 of all with a port", "1::1", TCPAddress::IPTYPE_NONE, true, 80, "0.0.0.0",
+         "1:0:0:0:0:0:0:1"},
+        {"link-local", "fe80::1", TCPAddress::IPTYPE_NONE, false, 0, "0.0.0.0", nullptr},
+        {"link-local of all", "fe80::1", TCPAddress::IPTYPE_NONE, true, 0, "0.0.0.0",
+         "fe80:0:0:0:0:0:0:1"},
+        {"IPv4 in IPv6 form", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, false, 0, "10.0.0.1",
+         nullptr},
+        {"IPv4 in IPv6 form with a port", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, false, 80,
+         "0.0.0.0", nullptr},
+        {"IPv4 in IPv6 form of all", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, true, 0,
+         "10.0.0.1", "10.0.0.1"},
+        {"IPv4 in IPv6 form where only IPv6 is wanted", "::ffff:10.0.0.1", TCPAddress::IPTYPE_IPV6,
+         false, 0, "0:0:0:0:0:ffff:a00:1", nullptr},
+    };
+    for (const Choice &row : rows) {
+        SCOPED_TRACE(row.what);
+        TCPAddress address = nameOnly("2.2.2.2", row.port);
+        EXPECT_TRUE(address.setNetMask(std::uint16_t{8}));
+        std::vector<TCPAddress> all = {literal("3.3.3.3")};
+        ASSERT_TRUE(TCPAddress::sf_dnsResolve(row.name, address, all, true, row.type, row.wantAll));
+        EXPECT_EQ(text(address), row.kept);
+        EXPECT_EQ(nameOf(address), row.name);
+        EXPECT_EQ(address.hostByteOrderPort(), row.port);
+        EXPECT_EQ(address.maskBits(), 0);
+        EXPECT_EQ(all.size(), row.first != nullptr ? 1U : 0U);
+        if (!all.empty() && row.first != nullptr) {
+            EXPECT_EQ(text(all[0]), row.first);
+            EXPECT_EQ(nameOf(all[0]), row.name);
+        }
+    }
+}
+
+TEST(SameAddress, isToldFromTwoTexts) {
+    EXPECT_TRUE(TCPAddress::areEqual("::1", "0:0:0:0:0:0:0:1"));
+    EXPECT_TRUE(TCPAddress::areEqual("10.0.0.1", "010.000.00.1"));
+    EXPECT_TRUE(TCPAddress::areEqual("localhost", "localhost"));
+    EXPECT_FALSE(TCPAddress::areEqual("10.0.0.1", "10.0.0.2"));
+    EXPECT_FALSE(TCPAddress::areEqual("10.0.0.1", ""));
+    EXPECT_FALSE(TCPAddress::areEqual("", ""));
+    EXPECT_FALSE(TCPAddress::areEqual(impossible, impossible));
+}
+
+bool isLoopback(const TCPAddress &address) {
+    return text(address).rfind("127.", 0) == 0;
+}
+
+// Two hosts that both know themselves as 127.0.1.1 are the same party to each other.
+TEST(ThisMachine, isKnownByAnAddressThatMeansItToOthers) {
+    std::string node;
+    ASSERT_TRUE(TCPAddress::nodeName(node));
+    ASSERT_FALSE(node.empty());
+    EXPECT_THAT(node, testing::Each(testing::Gt(' ')));
+    TCPAddress plain;
+    if (!plain.resolve(node, TCPAddress::IPTYPE_IPV4))
+        GTEST_SKIP() << "this machine's name does not resolve";
+
+    TCPAddress own;
+    own.setHostByteOrderPort(7777);
+    ASSERT_TRUE(own.resolve(TCPAddress::IPTYPE_IPV4));
+    EXPECT_EQ(nameOf(own), node);
+    EXPECT_EQ(own.hostByteOrderPort(), 7777);
+    EXPECT_TRUE(own.isIPv4());
+    const bool wasLoopback = isLoopback(plain);
+    platform::Endpoint nearest;
+    if (wasLoopback && platform::interfaceAddress(platform::FAMILY_IPV4, nearest)) {
+        TCPAddress expected;
+        expected.setIPv4(nearest.ipv4);
+        EXPECT_EQ(text(own), text(expected));
+    } else {
+        EXPECT_EQ(text(own), text(plain));
+    }
+
+    TCPAddress any;
+    ASSERT_TRUE(any.resolve());
+    TCPAddress byNetName;
+    if (byNetName.resolveNetName(TCPAddress::IPTYPE_IPV4)) {
+        EXPECT_EQ(isLoopback(byNetName), isLoopback(own));
+    }
+}
+
+TEST(OutgoingCall, resolvesTheProxyOrElseTheParty) {
+    const TempRosterEntry direct("10.0.0.1", "");
+    EXPECT_EQ(&direct.connectAddress(), &static_cast<const TCPAddress &>(direct));
+    EXPECT_EQ(text(direct), "10.0.0.1");
+
+    const TempRosterEntry proxied("10.0.0.1", "10.9.9.9");
+    EXPECT_EQ(text(proxied.connectAddress()), "10.9.9.9");
+    EXPECT_EQ(text(proxied), "0.0.0.0") << "the party is for the proxy to find";
+    std::string ip;
+    EXPECT_TRUE(proxied.proxyIPString(ip));
+    EXPECT_EQ(ip, "10.9.9.9");
+
+    const TempRosterEntry nowhere(impossible, "");
+    EXPECT_EQ(nowhere.connectAddress().ipType(), TCPAddress::IPTYPE_NONE);
+    EXPECT_EQ(nowhere.remoteName(), impossible);
+}
+
+} // namespace
+} // namespace vintok
