@@ -2,8 +2,10 @@
 #ifndef VINTOK_PLATFORM_FILE_H
 #define VINTOK_PLATFORM_FILE_H
 
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <memory>
 #include <string>
 
 namespace vintok::platform {
@@ -13,6 +15,30 @@ std::FILE *openFile(const std::string &path, const char *mode);
 
 // '/' or '\\'.
 char pathSeparator();
+
+// The size in bytes of an open file, wherever it stands; false for what has none.
+bool fileSize(std::FILE *stream, std::int64_t &size);
+
+bool canRead(const std::string &path);
+bool makeDirectory(const std::string &path);
+bool removeFile(const std::string &path);
+
+// Whether a name in a path stands for something other than a file of that name: a device, a drive,
+// a stream inside another file.
+bool isReservedName(const std::string &name);
+
+// While it lives this thread reads multi-byte text as the environment says.
+class EnvironmentLocale {
+public:
+    EnvironmentLocale();
+    ~EnvironmentLocale();
+    EnvironmentLocale(const EnvironmentLocale &) = delete;
+    EnvironmentLocale &operator=(const EnvironmentLocale &) = delete;
+
+private:
+    struct State;
+    std::unique_ptr<State> m_state;
+};
 
 // The broken-down local time of `time`; false when the system cannot tell.
 bool localTime(std::time_t time, std::tm &result);

@@ -174,6 +174,7 @@ ConferenceParticipant::~ConferenceParticipant() {
         if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
     _shutdown();
+    _discardFile();
     _closeListener(_listenIPv4);
     _closeListener(_listenIPv6);
     delete _select;
@@ -350,7 +351,10 @@ void ConferenceParticipant::_readMessage(ConferenceRosterEntry *peer, bool close
     const int descriptor = peer->descriptor();
     TCPMessage message(descriptor);
     if (!closed && message.read(-1, nullptr)) {
-        _handleMessage(peer, message);
+        if (message.messageMajorVersion() < s_majorVersion)
+            _handleVersion(peer, message, ConfServiceABI);
+        else
+            _handleMessage(peer, message);
         return;
     }
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
@@ -388,6 +392,25 @@ struct ConferenceParticipant::Route {
         if (self._broadcastDataCB != nullptr)
             self._broadcastDataCB(&self, message.messageBuffer(), message.messageBufferLength());
     }
+    static void fileBegin(Party &self, Peer *peer, TCPMessage &message) {
+        if (self._fileTransferOrigin.isIPv4() || self._fileTransferOrigin.isIPv6())
+            return; // one file at a time
+        self._fileTransferOrigin = message.originAddress();
+        body<&Party::_handleFileTransferBegin>(self, peer, message);
+    }
+    static void fileData(Party &self, Peer *peer, TCPMessage &message) {
+        if (self._fileTransferOrigin == message.originAddress())
+            body<&Party::_handleFileTransferData>(self, peer, message);
+    }
+    // Of whatever origin, deliberately: an end is how a transfer that hangs is got rid of.
+    static void fileEnd(Party &self, Peer *peer, TCPMessage &message) {
+        body<&Party::_handleFileTransferEnd>(self, peer, message);
+        self._fileTransferOrigin.clear();
+    }
+    static void fileAck(Party &self, Peer *peer, TCPMessage &message) {
+        self._handleFileTransferAck(peer, message.messageBuffer(), message.messageBufferLength(),
+                                    true);
+    }
     static void rosterRequest(Party &self, Peer *peer, TCPMessage &) { self._sendRoster(peer); }
     static void hangup(Party &self, Peer *peer, TCPMessage &) { self._handleHangup(peer); }
     static void keepAlive(Party &, Peer *, TCPMessage &) {
@@ -397,6 +420,10 @@ struct ConferenceParticipant::Route {
 
 const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_broadcastMessage, RELAY_AFTER, false, broadcast},
+    {&TCP_fileTransferData, RELAY_BEFORE, false, fileData},
+    {&TCP_fileTransferBegin, RELAY_BEFORE, false, fileBegin},
+    {&TCP_fileTransferEnd, RELAY_BEFORE, false, fileEnd},
+    {&TCP_fileTransferAck, RELAY_BEFORE, false, fileAck},
     {&TCP_joinRequest, RELAY_NEVER, true, body<&Party::_handleJoinRequest>},
     {&TCP_joinReply, RELAY_NEVER, false, body<&Party::_handleJoinReply>},
     {&TCP_rosterRequest, RELAY_NEVER, false, rosterRequest},
@@ -404,7 +431,13 @@ const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_rosterEntry, RELAY_NEVER, true, body<&Party::_handleRosterEntry>},
     {&TCP_leaveNotify, RELAY_NEVER, false, body<&Party::_handleLeaveNotify>},
     {&TCP_hangup, RELAY_NEVER, false, hangup},
+    {&TCP_leadRequest, RELAY_NEVER, false, body<&Party::_handleLeadRequest>},
+    {&TCP_leadChangeNotify, RELAY_NEVER, false, body<&Party::_handleLeadChangeNotify>},
+    {&TCP_leadReply, RELAY_NEVER, false, body<&Party::_handleLeadReply>},
+    {&TCP_stopLeadRequest, RELAY_NEVER, false, body<&Party::_handleStopLeadRequest>},
     {&TCP_keepAlive, RELAY_NEVER, false, keepAlive},
+    {&TCP_echoRequest32, RELAY_NEVER, false, body<&Party::_handleEchoRequest>},
+    {&TCP_echoReply32, RELAY_NEVER, false, body<&Party::_handleEchoReply>},
 };
 
 const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {

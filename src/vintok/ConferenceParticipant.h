@@ -246,6 +246,18 @@ public:
     // each party at once. False for a member without a host, or if the request could not be sent.
     bool requestRoster();
 
+    // ---- Lead ----
+
+    // Asks for the lead; the answer comes by the lead-reply callback. True when this party leads
+    // already, has asked already, or the question is under way, and for a member that knows of no
+    // host to ask. False outside a meeting or if the question could not be sent; a party alone in
+    // its meeting is refused and hangs up.
+    bool requestStartLeading();
+    // The answers to the lead-request callback, at once or later. False if nobody waits for one, or
+    // if it could not be sent to everybody it concerns.
+    bool acceptLeadChange();
+    bool rejectLeadChange();
+
     // ---- Broadcast and liveness ----
 
     // Sends the bytes, which are copied, to all parties of the meeting. False if there is nothing
@@ -262,8 +274,32 @@ public:
 
     // ---- Files ----
 
+    // Sends a file, of 1 byte to 2 GiB - 1, to all parties of the meeting, and returns when the
+    // last of it has been sent. The file is held in memory meanwhile. `relativePath` is where it
+    // goes below each receiver's folder for files, and must be the end of `path` and occur nowhere
+    // else in it. True if everybody was sent everything; whether they could store it is not
+    // reported.
+    bool transferFile(const std::string &path, const std::string &relativePath);
+
     // The bytes of a file that one message carries.
     static constexpr std::uint64_t _fileTransferChunkSize = 1024;
+
+    // ---- Versions and security ----
+
+    // Whether a version offers the service. False, logged, for a value that is no service.
+    static bool checkVersion(const ConferenceParticipant &party, ConfService service);
+    static bool checkVersion(const ConferenceRosterEntry &party, ConfService service);
+    static bool checkVersion(const TCPMessage &message, ConfService service);
+    static bool checkVersion(unsigned short major, unsigned short minor, ConfService service);
+
+    // What this party demands. The others see it with its entry; a change calls the security
+    // callback.
+    void setSSLOnly(bool on);
+    void setFIPSSecureRequired(bool on);
+    void setHidingIPsRequired(bool on);
+    // True if it could be done: on needs a party that is secure-able, off one that nobody is
+    // connected to.
+    bool setSecurePreferred(bool on);
 
 private:
     // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp) ----
@@ -392,6 +428,30 @@ private:
     void _takeOwnEntry(const ConferenceRosterEntry &entry);
     void _handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
 
+    // ---- Lead (ConferenceParticipantLead.cpp) ----
+
+    bool _memberAsksToLead();
+    bool _hostAsksToLead();
+    bool _openLeadRequest(TCPMessage &message);
+    void _handleLeadRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _hostIsAsked(ConferenceRosterEntry *peer, const unsigned char *body, std::uint64_t length);
+    bool _passLeadRequestOn(const ConferenceRosterEntry &leader, const unsigned char *body,
+                            std::uint64_t length);
+    void _leaderIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
+                        std::uint64_t length);
+    void _decideOnLead(const ConferenceRosterEntry &asking);
+    void _handleLeadReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _handleLeadChangeNotify(ConferenceRosterEntry *peer, unsigned char *body,
+                                 std::uint64_t length);
+    void _handleStopLeadRequest(ConferenceRosterEntry *peer, unsigned char *body,
+                                std::uint64_t length);
+    void _assureLeader();
+    void _announceLeader(ConferenceRosterEntry *leader);
+    void _leaveLeadTo(const ConferenceRosterEntry *leader);
+    bool _writeLeadReply(int descriptor, int accepted);
+    void _notifyLeadRequestAccepted();
+    void _notifyLeadRequestDenied();
+
     // ---- Broadcast and liveness (ConferenceParticipantBroadcast.cpp) ----
 
     static bool _formatBroadcastMessage(TCPMessage &message, const unsigned char *data,
@@ -404,6 +464,39 @@ private:
     ConferenceRosterEntry *_findDead();
     void _setBlockingBroadcast();
     void _setNonBlockingBroadcast();
+
+    // ---- Files (ConferenceParticipantFiles.cpp) ----
+
+    bool _sendFile(const std::string &path, const std::string &relativePath,
+                   const std::vector<unsigned char> &bytes);
+    void _handleFileTransferBegin(ConferenceRosterEntry *peer, unsigned char *body,
+                                  std::uint64_t length);
+    void _fixPath();
+    void _handleFileTransferData(ConferenceRosterEntry *peer, unsigned char *body,
+                                 std::uint64_t length);
+    void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
+                                std::uint64_t length);
+    void _endFile(const TCPAddress &neighbour, bool success);
+    bool _isSending(const TCPAddress &party) const;
+    void _abandonFile();
+    bool _discardFile();
+    void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);
+    void _handleFileTransferAck(ConferenceRosterEntry *peer, unsigned char *body,
+                                std::uint64_t length, bool hasAddress);
+
+    // ---- Clock (ConferenceParticipantClock.cpp) ----
+
+    void _handleEchoRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _handleEchoReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
+    void _tellSynchTime(std::int64_t added, std::int64_t subtracted);
+
+    // ---- Versions and security (ConferenceParticipantSecurity.cpp) ----
+
+    static bool sf_checkVersion(unsigned short major, unsigned short minor, ConfService service);
+    void _handleVersion(ConferenceRosterEntry *peer, const TCPMessage &message,
+                        ConfService service);
+    void _tellSecurity(bool ConfSecurityOptions::*changed);
+    void _printSSLInfo(ConferenceRosterEntry *peer, bool ssl, bool muxMode);
 
     // ---- State ----
 

@@ -170,6 +170,7 @@ void ConferenceParticipant::hangup() {
     _self.setLeadPending(false);
     _self.setMeetingName(std::string());
     _self.setMUXRedirected(false);
+    _abandonFile();
 }
 
 bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
@@ -247,13 +248,19 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
             return; // the callback hung up
     }
     _dropConnection(peer);
+    if (_isSending(*peer))
+        _abandonFile();
     bool nobodyLeft = _attendees.empty();
+    if (!nobodyLeft)
+        _assureLeader();
     if (!_relays() && kept && copy.isHost()) {
         hangup();
     } else {
         if (_relays() && !_broadcastLeave(copy)) {
             _bringOutYerDead();
             nobodyLeft = _attendees.empty();
+            if (!nobodyLeft)
+                _assureLeader();
         }
         if (nobodyLeft)
             hangup();

@@ -18,17 +18,11 @@
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 #include "vintok/TCPStream.h"
+#include "vintok/messageUtil.h"
 
 namespace vintok {
 
 namespace {
-
-bool canHideIPs(const ConferenceRosterEntry &party) {
-    const unsigned short major = party.majorVersion();
-    return major > ConferenceParticipant::s_majorVersionHideIP ||
-           (major == ConferenceParticipant::s_majorVersionHideIP &&
-            party.minorVersion() >= ConferenceParticipant::s_minorVersionHideIP);
-}
 
 const char *truth(bool value) {
     return value ? "true" : "false";
@@ -138,18 +132,14 @@ bool ConferenceParticipant::_preJoin(ConferenceRosterEntry *peer) {
     if (peer == nullptr)
         return false;
     if (_self.isHidingIPsRequired())
-        return canHideIPs(*peer);
+        return checkVersion(*peer, ConfServiceHideIP);
     if (!peer->isHidingIPsRequired())
         return true;
     for (const ConferenceRosterEntry *entry : _attendees)
         if (entry != nullptr && entry != peer)
             return false; // has seen addresses already
     _self.setHidingIPsRequired(true);
-    if (_securityCB != nullptr) {
-        ConfSecurityOptions options;
-        options.hideIP = true;
-        _securityCB(this, options);
-    }
+    _tellSecurity(&ConfSecurityOptions::hideIP);
     return true;
 }
 
@@ -205,6 +195,7 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
         mf_hangup(peer);
         return false;
     }
+    _printSSLInfo(peer, secure.wanted, secure.multiplexed);
     peer->setJoinPending(false);
     peer->setDoBroadcast(true);
     if (!_self.isMeeting()) {
@@ -223,13 +214,16 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
 // The fresh member gets the roster, or is asked for it.
 void ConferenceParticipant::_welcome(ConferenceRosterEntry *peer) {
     if (_self.isHost()) {
+        _assureLeader();
         _sendRoster(nullptr);
         return;
     }
     if (peer->isLeader())
         _tell(_leadChangeCB, *peer);
-    if (_isListed(peer))
-        _requestRoster(peer);
+    if (!_isListed(peer))
+        return;
+    sendEchoRequest(peer->descriptor(), s_majorVersion, s_minorVersion, true);
+    _requestRoster(peer);
 }
 
 bool ConferenceParticipant::mf_rejectCall(ConferenceRosterEntry *peer) {
@@ -276,10 +270,12 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
     const SecureStep secure = _connectSecurely(peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Handle fd = %d ssl = %s  hangup = %s", descriptor,
                                           truth(secure.wanted), truth(secure.failed)));
-    if (_self.isHost())
+    if (_self.isHost()) {
         _giveColor(peer);
-    else
+    } else {
         _self.setMeetingName(peer->meetingName());
+        sendEchoRequest(descriptor, s_majorVersion, s_minorVersion, true);
+    }
     if (_acceptedCB != nullptr)
         _acceptedCB(this, call.remoteName(), *peer);
     if (!_isListed(peer))
@@ -294,6 +290,8 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
     else if (peer->isLeader())
         _tell(_leadChangeCB, *peer);
     _requestRoster(peer);
+    if (_self.isHost())
+        _assureLeader();
     return secure.failed;
 }
 

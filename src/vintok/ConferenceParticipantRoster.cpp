@@ -288,6 +288,8 @@ void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsi
     _tell(_leaveCB, *known);
     if (_isListed(known))
         _removeDescriptor(static_cast<const TCPAddress &>(*known));
+    if (_isSending(*known))
+        _abandonFile();
 }
 
 } // namespace vintok

@@ -1,6 +1,7 @@
 #include "vintok/TCPAddress.h"
 
 #include "vintok/ByteOrder.h"
+#include "vintok/TextNumber.h"
 
 #include <algorithm>
 #include <array>
@@ -34,24 +35,6 @@ constexpr std::uint16_t ipv6MaskLimit = 128;
 
 constexpr TCPAddress::IPType ipv4Network{TCPAddress::IPTYPE_IPV4 | TCPAddress::IPTYPE_NETWORK};
 constexpr TCPAddress::IPType ipv6Network{TCPAddress::IPTYPE_IPV6 | TCPAddress::IPTYPE_NETWORK};
-
-// The value of a digit in lower case, 16 or more for anything else.
-unsigned digitValue(char c) {
-    if (c >= '0' && c <= '9')
-        return static_cast<unsigned>(c - '0');
-    return c >= 'a' && c <= 'f' ? static_cast<unsigned>(c - 'a') + 10 : 16;
-}
-
-// The low 16 bits of the number that `text` begins with. False without a digit.
-bool leadingNumber(std::string_view text, unsigned base, std::uint16_t &number) {
-    if (text.empty() || digitValue(text.front()) >= base)
-        return false;
-    unsigned value = 0;
-    for (std::size_t i = 0; i < text.size() && digitValue(text[i]) < base; ++i)
-        value = (value * base + digitValue(text[i])) & 0xFFFF;
-    number = static_cast<std::uint16_t>(value);
-    return true;
-}
 
 // An empty length leaves `bits` alone; one above the limit makes it 0.
 bool parseMaskLength(std::string_view text, std::uint16_t limit, std::uint16_t &bits) {

@@ -6,6 +6,7 @@
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/ConferenceRosterEntry.h"
 #include "vintok/Export.h"
+#include "vintok/HTTPAddress.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/RosterBase.h"
 #include "vintok/TCPAddress.h"
@@ -24,6 +25,7 @@
 #include "vintok/TCPTransport.h"
 #include "vintok/TempRosterEntry.h"
 #include "vintok/UserInfo.h"
+#include "vintok/messageUtil.h"
 #include "vintok/testTCPServer.h"
 
 #endif

@@ -1,6 +1,9 @@
 #include "platform/File.h"
 
+#include <locale.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 namespace vintok::platform {
 
@@ -11,6 +14,48 @@ std::FILE *openFile(const std::string &path, const char *mode) {
 
 char pathSeparator() {
     return '/';
+}
+
+bool fileSize(std::FILE *stream, std::int64_t &size) {
+    struct stat status = {};
+    if (fstat(fileno(stream), &status) != 0 || !S_ISREG(status.st_mode))
+        return false;
+    size = status.st_size;
+    return true;
+}
+
+bool canRead(const std::string &path) {
+    return access(path.c_str(), R_OK) == 0;
+}
+
+bool makeDirectory(const std::string &path) {
+    return mkdir(path.c_str(), 0777) == 0;
+}
+
+bool removeFile(const std::string &path) {
+    return unlink(path.c_str()) == 0;
+}
+
+bool isReservedName(const std::string &) {
+    return false; // devices have their own folder, and ".." is the caller's to see
+}
+
+struct EnvironmentLocale::State {
+    locale_t ours;
+    locale_t before;
+};
+
+EnvironmentLocale::EnvironmentLocale() {
+    const locale_t ours = newlocale(LC_ALL_MASK, "", locale_t{});
+    if (ours != locale_t{})
+        m_state = std::make_unique<State>(State{ours, uselocale(ours)});
+}
+
+EnvironmentLocale::~EnvironmentLocale() {
+    if (m_state == nullptr)
+        return;
+    uselocale(m_state->before);
+    freelocale(m_state->ours);
 }
 
 bool localTime(std::time_t time, std::tm &result) {

@@ -1,0 +1,48 @@
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/TCPStream.h"
+#include "vintok/messageUtil.h"
+
+#include <array>
+#include <cstring>
+
+namespace vintok {
+
+namespace {
+
+// Deliberately not that of every other message: replies of the clock have always said 4.4.
+constexpr unsigned short REPLY_MINOR_VERSION = 4;
+
+} // namespace
+
+void ConferenceParticipant::_handleEchoRequest(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    if (!_isListed(peer) || body == nullptr || length == 0)
+        return;
+    std::uint64_t sendTime = 0;
+    if (!decodeEchoRequest(body, length, sendTime, true))
+        return;
+    if (!sendEchoReply(peer->descriptor(), sendTime, s_majorVersion, REPLY_MINOR_VERSION, true))
+        return;
+    _tellSynchTime(0, 0); // this clock has not moved, but an exchange took place
+}
+
+void ConferenceParticipant::_handleEchoReply(ConferenceRosterEntry *peer, unsigned char *body,
+                                             std::uint64_t length) {
+    if (!_isListed(peer) || body == nullptr || length == 0)
+        return;
+    if (decodeEchoReply(body, length, true))
+        _tellSynchTime(getAddTime(), getSubtractTime());
+}
+
+void ConferenceParticipant::_tellSynchTime(std::int64_t added, std::int64_t subtracted) {
+    if (_synchTimeCB == nullptr)
+        return;
+    const std::array<std::uint64_t, 2> times = {static_cast<std::uint64_t>(added),
+                                                static_cast<std::uint64_t>(subtracted)};
+    std::array<unsigned char, sizeof times> block = {};
+    std::memcpy(block.data(), times.data(), block.size());
+    _synchTimeCB(this, block.data(), block.size());
+}
+
+} // namespace vintok

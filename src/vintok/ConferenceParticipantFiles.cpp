@@ -1,0 +1,311 @@
+// Files: a sender broadcasts one as a begin, a run of chunks and an end, and every receiver writes
+// it below the folder that QOR_COLLAB_ROOT_LOCAL names.
+//
+// A participant receives one file at a time. `_fileTransferOrigin` is the party whose file it is,
+// from its begin to its end; what others send meanwhile is relayed and not kept. Nothing is
+// acknowledged: the receivers' applications hear of the file, the sender's does not.
+//
+// The path comes from the network. It may use either separator, becomes one of this system, and
+// stays below the root: whatever could lead elsewhere counts as a file that cannot be opened.
+#include "vintok/ConferenceParticipant.h"
+
+#include "platform/File.h"
+#include "vintok/BufferManager.h"
+#include "vintok/ConferenceMessage.h"
+#include "vintok/Log.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/WireText.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace vintok {
+
+namespace {
+
+constexpr std::size_t PATH_CAPACITY = 1024; // of `_fileTransferPath`, its zero byte included
+
+struct CloseFile {
+    void operator()(std::FILE *stream) const { std::fclose(stream); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+bool isSeparator(char c) {
+    return c == '/' || c == '\\';
+}
+
+bool isDrive(const std::string &name) {
+    return name.size() >= 2 && name[1] == ':' &&
+           std::isalpha(static_cast<unsigned char>(name[0])) != 0;
+}
+
+// Whether each name in a path, cut at either separator, stands for itself.
+bool staysBelow(const std::string &path) {
+    for (auto begin = path.begin(); begin != path.end();) {
+        const auto end = std::find_if(begin, path.end(), isSeparator);
+        const std::string name(begin, end);
+        if (name == ".." || isDrive(name) || platform::isReservedName(name))
+            return false;
+        begin = end == path.end() ? end : end + 1;
+    }
+    return true;
+}
+
+// The tail is looked for from the front: one that occurs earlier in the path is refused too,
+// deliberately, as the sender's peers expect the first occurrence.
+bool isTail(const std::string &path, const std::string &tail) {
+    const std::size_t first = path.find(tail);
+    return first != std::string::npos && first + tail.size() == path.size();
+}
+
+// The whole of a file that a transfer can carry: 1 byte to 2 GiB - 1.
+bool readFile(const std::string &path, std::vector<unsigned char> &bytes) {
+    const File file(platform::openFile(path, "rb"));
+    std::int64_t size = 0;
+    if (file == nullptr || !platform::fileSize(file.get(), size) || size < 1 ||
+        size > std::numeric_limits<std::int32_t>::max())
+        return false;
+    bytes.resize(static_cast<std::size_t>(size));
+    return std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+}
+
+// Where each character of a path begins that is a separator, with foreign ones made this system's.
+std::vector<std::size_t> fixSeparators(char *path) {
+    const platform::EnvironmentLocale locale;
+    std::vector<std::size_t> separators;
+    std::mblen(nullptr, 0);
+    const std::size_t length = std::strlen(path);
+    for (std::size_t i = 0; i < length;) {
+        const int step = std::mblen(path + i, length - i);
+        if (step <= 1 && isSeparator(path[i])) {
+            path[i] = platform::pathSeparator();
+            separators.push_back(i);
+        }
+        i += step > 1 ? static_cast<std::size_t>(step) : 1;
+    }
+    return separators;
+}
+
+} // namespace
+
+// ---- Sending ----
+
+bool ConferenceParticipant::transferFile(const std::string &path, const std::string &relativePath) {
+    const Operation operation(*this);
+    if (_attendees.empty() || path.empty() || relativePath.empty() || !isTail(path, relativePath))
+        return false;
+    try {
+        std::vector<unsigned char> bytes;
+        return readFile(path, bytes) && _sendFile(path, relativePath, bytes);
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
+bool ConferenceParticipant::_sendFile(const std::string &path, const std::string &relativePath,
+                                      const std::vector<unsigned char> &bytes) {
+    bool succeeded = false;
+    bool failed = false;
+    TCPMessage message;
+    message.setOriginAddress(_self);
+    const auto send = [&](bool opened) {
+        const bool sent = opened && _broadcastData(nullptr, message);
+        (sent ? succeeded : failed) = true;
+    };
+
+    const bool opened =
+        openMessage(message, TCP_fileTransferBegin, size(path) + size(relativePath));
+    if (opened) {
+        BufferManager body(message.messageBuffer(), message.messageBufferLength());
+        body.write(path);
+        body.write(relativePath);
+    }
+    send(opened);
+
+    // A failed round is noted and the next goes out all the same: others may want the whole file.
+    for (std::size_t done = 0; done < bytes.size();) {
+        const std::size_t chunk =
+            std::min(bytes.size() - done, static_cast<std::size_t>(_fileTransferChunkSize));
+        const bool hasRoom = openMessage(message, TCP_fileTransferData, chunk);
+        if (hasRoom)
+            std::copy_n(bytes.data() + done, chunk, message.messageBuffer());
+        send(hasRoom);
+        done += chunk;
+    }
+
+    const bool ends = openMessage(message, TCP_fileTransferEnd, sizeof(std::uint32_t));
+    if (ends)
+        BufferManager(message.messageBuffer(), message.messageBufferLength())
+            .write(static_cast<std::uint32_t>(bytes.size()));
+    send(ends);
+    return succeeded && !failed;
+}
+
+// ---- Receiving ----
+
+void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, unsigned char *body,
+                                                     std::uint64_t length) {
+    if (_fileTransferStream != nullptr || body == nullptr || length == 0)
+        return;
+    BufferManager cursor(body, length);
+    std::string path;
+    std::string relativePath;
+    if (readText(cursor, path) == 0)
+        return;
+    readText(cursor, relativePath);
+    relativePath = relativePath.c_str(); // a zero byte ends a path
+    VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + path + "\n\t\t" + relativePath);
+    const char *root = std::getenv("QOR_COLLAB_ROOT_LOCAL");
+    if (root == nullptr || *root == '\0' ||
+        std::strlen(root) + relativePath.size() + 1 >= PATH_CAPACITY) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
+        return;
+    }
+    if (!staysBelow(relativePath)) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin path leaves the root " + relativePath);
+        return;
+    }
+    std::snprintf(_fileTransferPath, sizeof _fileTransferPath, "%s/%s", root, relativePath.c_str());
+    _fixPath();
+    _fileTransferReceived = 0;
+    _fileTransferWritten = 0;
+    _fileTransferStream = platform::openFile(_fileTransferPath, "wb");
+    if (_fileTransferStream == nullptr)
+        VINTOK_LOG(SEVERITY_ERROR,
+                   std::string("_handleFileTransferBegin cannot open ") + _fileTransferPath);
+}
+
+// Gives the path this system's separators and makes the folders on its way. Whether they could be
+// made shows when the file is opened.
+void ConferenceParticipant::_fixPath() {
+    const std::vector<std::size_t> separators = fixSeparators(_fileTransferPath);
+    for (const std::size_t separator : separators) {
+        const std::string folder(_fileTransferPath, separator);
+        if (!folder.empty() && !platform::canRead(folder))
+            platform::makeDirectory(folder);
+    }
+}
+
+void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, unsigned char *body,
+                                                    std::uint64_t length) {
+    _fileTransferReceived += length;
+    if (_fileTransferStream != nullptr && body != nullptr)
+        _fileTransferWritten += std::fwrite(body, 1, length, _fileTransferStream);
+    else
+        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferData File transfer data without open file");
+    VINTOK_LOG(SEVERITY_DEBUG, formatText("File Transfer Received = %llu Wrote = %llu.",
+                                          static_cast<unsigned long long>(_fileTransferReceived),
+                                          static_cast<unsigned long long>(_fileTransferWritten)));
+}
+
+void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
+                                                   std::uint64_t length) {
+    if (_fileTransferStream == nullptr)
+        return;
+    // What the stream took and the disk refuses shows now at the latest.
+    const bool closed = std::fclose(_fileTransferStream) == 0;
+    _fileTransferStream = nullptr;
+    std::uint32_t announced = 0;
+    BufferManager(body, length).read(announced);
+
+    bool success = false;
+    if (!closed || _fileTransferReceived != _fileTransferWritten)
+        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferEnd file transfer write failed wrong size");
+    else if (_fileTransferWritten != announced)
+        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferEnd transfer failed wrong size");
+    else
+        success = true;
+    if (success)
+        VINTOK_LOG(SEVERITY_DEBUG, "File TransferComplete");
+    else
+        platform::removeFile(_fileTransferPath);
+    _endFile(peer != nullptr ? static_cast<const TCPAddress &>(*peer) : TCPAddress(), success);
+}
+
+// Tells the application, and leaves the participant ready for the next file.
+void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) {
+    const std::string path = _fileTransferPath;
+    const TCPAddress origin = _fileTransferOrigin;
+    const std::string name = _fileTransferName;
+    _fileTransferPath[0] = '\0';
+    _fileTransferName[0] = '\0';
+    _fileTransferReceived = 0;
+    _fileTransferWritten = 0;
+    _fileTransferOrigin.clear();
+    if (_fileTransferCB != nullptr)
+        _fileTransferCB(this, neighbour, success, path);
+    _sendFileTransferAck(origin, success, name);
+}
+
+bool ConferenceParticipant::_isSending(const TCPAddress &party) const {
+    return (_fileTransferOrigin.isIPv4() || _fileTransferOrigin.isIPv6()) &&
+           _fileTransferOrigin == party;
+}
+
+// The sender has gone, or this party leaves: no end will come.
+void ConferenceParticipant::_abandonFile() {
+    if (_discardFile())
+        _endFile(_fileTransferOrigin, false);
+    _fileTransferOrigin.clear();
+}
+
+// What has arrived of a file is of no use without the rest. False when no file is open.
+bool ConferenceParticipant::_discardFile() {
+    if (_fileTransferStream == nullptr)
+        return false;
+    std::fclose(_fileTransferStream);
+    _fileTransferStream = nullptr;
+    platform::removeFile(_fileTransferPath);
+    return true;
+}
+
+// The body is four bytes short of its fields, deliberately: with the empty name that every transfer
+// has, the result does not fit, and no acknowledgement leaves. Senders rely on hearing nothing.
+void ConferenceParticipant::_sendFileTransferAck(const TCPAddress &origin, bool success,
+                                                 const std::string &name) {
+    TCPMessage message;
+    message.setOriginAddress(_self);
+    if (!openMessage(message, TCP_fileTransferAck, name.size() + 6))
+        return;
+    std::uint32_t address = 0;
+    origin.IPv4(address);
+    BufferManager body(message.messageBuffer(), message.messageBufferLength());
+    const auto *text = reinterpret_cast<const unsigned char *>(name.c_str());
+    const unsigned char zero = 0;
+    if (body.write(address) == 0 || body.write(success ? 1 : 0) == 0 ||
+        body.write(text, name.size() + 1) == 0 || body.write(zero) == 0)
+        return;
+    _broadcastData(nullptr, message);
+}
+
+void ConferenceParticipant::_handleFileTransferAck(ConferenceRosterEntry *, unsigned char *body,
+                                                   std::uint64_t length, bool hasAddress) {
+    if (_fileTransferCB == nullptr || body == nullptr)
+        return;
+    const unsigned char *rest = body;
+    const unsigned char *end = body + length;
+    TCPAddress origin;
+    if (hasAddress && end - rest >= 4) {
+        std::uint32_t address = 0; // as it stands: the writer's swap is not undone, deliberately
+        std::memcpy(&address, rest, sizeof address);
+        origin.setIPv4(address);
+        rest += 4;
+    }
+    bool success = false;
+    if (end - rest >= 4) {
+        success = std::any_of(rest, rest + 4, [](unsigned char byte) { return byte != 0; });
+        rest += 4;
+    }
+    const std::string name(rest, std::find(rest, end, 0));
+    if (name.empty())
+        return;
+    TCPAddress self = _self;
+    self.setPort(0);
+    if (origin == self)
+        _fileTransferCB(this, origin, success, name);
+}
+
+} // namespace vintok

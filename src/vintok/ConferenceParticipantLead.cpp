@@ -1,0 +1,284 @@
+// The lead of a meeting: at most one party has it, and all traffic about it goes through the host.
+//
+// A party asks the host. The host decides when it leads itself; otherwise it passes the question on
+// to the leader, whose answer comes back to the host. The host then answers the party that asked
+// and tells everybody. While a question is open the entry of whoever asked is lead-pending at the
+// host, and every other question is refused. When a leader goes, `_assureLeader` puts the host in
+// its place, or in server mode a member.
+//
+// Only the host knows who leads: a member keeps the leader bit of its own entry up to date here,
+// and those of the others come with the next roster.
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/ConferenceMessage.h"
+#include "vintok/Log.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+
+#include <algorithm>
+
+namespace vintok {
+
+// ---- Asking ----
+
+bool ConferenceParticipant::requestStartLeading() {
+    const Operation operation(*this);
+    return _self.isHost() ? _hostAsksToLead() : _memberAsksToLead();
+}
+
+bool ConferenceParticipant::_memberAsksToLead() {
+    if (_self.isLeader())
+        return true;
+    if (!_self.isMeeting())
+        return false;
+    if (_attendees.empty()) {
+        _notifyLeadRequestDenied();
+        hangup();
+        return false;
+    }
+    const ConferenceRosterEntry *host = _getHost();
+    TCPMessage message;
+    // True without a host to ask, deliberately: callers take false for an end of the meeting.
+    if (!_openLeadRequest(message) || host == nullptr)
+        return true;
+    return message.write(host->descriptor(), nullptr);
+}
+
+bool ConferenceParticipant::_hostAsksToLead() {
+    if (_self.isLeader() || _self.isLeadPending())
+        return true;
+    if (_getPendingLeader() != nullptr) {
+        _notifyLeadRequestDenied();
+        return false;
+    }
+    const ConferenceRosterEntry *leader = _getLeader();
+    if (leader == nullptr)
+        return false;
+    TCPMessage message;
+    if (_openLeadRequest(message) && message.write(leader->descriptor(), nullptr))
+        _self.setLeadPending(true);
+    return true; // also when the write failed: the sweep will find the leader dead
+}
+
+// A party that asks shows itself as the leader that it wants to be.
+bool ConferenceParticipant::_openLeadRequest(TCPMessage &message) {
+    _self.setLeader(true);
+    const bool opened = openMessage(message, TCP_leadRequest, _self);
+    _self.setLeader(false);
+    return opened;
+}
+
+// ---- Being asked ----
+
+void ConferenceParticipant::_handleLeadRequest(ConferenceRosterEntry *peer, unsigned char *body,
+                                               std::uint64_t length) {
+    if (!_isListed(peer) || body == nullptr || length == 0)
+        return;
+    if (_self.isHost())
+        _hostIsAsked(peer, body, length);
+    else if (_self.isLeader())
+        _leaderIsAsked(peer, body, length);
+}
+
+void ConferenceParticipant::_hostIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
+                                         std::uint64_t length) {
+    if (!_self.isMeeting())
+        return;
+    const ConferenceRosterEntry *leader = _self.isLeader() ? &_self : _getLeader();
+    if (_self.isLeadPending() || _getPendingLeader() != nullptr) {
+        _writeLeadReply(peer->descriptor(), 0);
+        return;
+    }
+    ConferenceRosterEntry asking(peer->descriptor());
+    if (asking.read(body, length) == 0)
+        return;
+    peer->setLeadPending(true);
+    if (leader == &_self) {
+        _decideOnLead(*peer);
+        return;
+    }
+    // Where there is nobody to ask, the peer stays lead-pending, deliberately: all refuse until it
+    // leaves or the application decides.
+    const bool canAsk = leader != nullptr && leader != peer;
+    if (!canAsk || !_passLeadRequestOn(*leader, body, length))
+        _writeLeadReply(peer->descriptor(), 0);
+}
+
+bool ConferenceParticipant::_passLeadRequestOn(const ConferenceRosterEntry &leader,
+                                               const unsigned char *body, std::uint64_t length) {
+    TCPMessage message(leader.descriptor());
+    if (!openMessage(message, TCP_leadRequest, length))
+        return false;
+    std::copy_n(body, length, message.messageBuffer());
+    return message.write(-1, nullptr);
+}
+
+void ConferenceParticipant::_leaderIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
+                                           std::uint64_t length) {
+    ConferenceRosterEntry asking(peer->descriptor());
+    if (asking.read(body, length) == 0)
+        _writeLeadReply(peer->descriptor(), 0);
+    else
+        _decideOnLead(asking);
+}
+
+void ConferenceParticipant::_decideOnLead(const ConferenceRosterEntry &asking) {
+    if (_leadRequestCB != nullptr)
+        _leadRequestCB(this, asking);
+    else
+        acceptLeadChange();
+}
+
+bool ConferenceParticipant::acceptLeadChange() {
+    const Operation operation(*this);
+    if (!_self.isHost()) {
+        const ConferenceRosterEntry *host = _getHost();
+        return host != nullptr && _writeLeadReply(host->descriptor(), 1);
+    }
+    ConferenceRosterEntry *leader = _getPendingLeader();
+    if (leader == nullptr)
+        return false;
+    leader->setLeader(true);
+    leader->setLeadPending(false);
+    _self.setLeader(false);
+    TCPMessage message;
+    if (!openMessage(message, TCP_leadChangeNotify, *leader))
+        return false;
+    _leaveLeadTo(leader);
+    const bool sent = _broadcastData(nullptr, message);
+    // A leader that the round has found dead has had a successor meanwhile.
+    if (_isListed(leader))
+        _tell(_leadChangeCB, *leader);
+    return sent;
+}
+
+bool ConferenceParticipant::rejectLeadChange() {
+    const Operation operation(*this);
+    ConferenceRosterEntry *target = _self.isHost() ? _getPendingLeader() : _getHost();
+    if (target == nullptr)
+        return false;
+    const bool sent = _writeLeadReply(target->descriptor(), 0);
+    target->setLeadPending(false);
+    return sent;
+}
+
+// ---- The answer, and its announcement ----
+
+void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *, unsigned char *body,
+                                             std::uint64_t length) {
+    if (body == nullptr || length == 0) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleLeadReply Me or buf not allocated");
+        return;
+    }
+    const int accepted = body[0];
+    const bool wasHost = _self.isHost();
+    ConferenceRosterEntry *target =
+        wasHost && !_self.isLeadPending() ? _getPendingLeader() : &_self;
+    if (target == nullptr)
+        return;
+    target->setLeadPending(false);
+    if (target != &_self)
+        _writeLeadReply(target->descriptor(), accepted);
+    else if (accepted != 0)
+        _notifyLeadRequestAccepted();
+    else
+        _notifyLeadRequestDenied();
+    // Not the host's, or no longer: the callback may have hung up.
+    if (!wasHost || !_self.isHost())
+        return;
+    // A member that asked hears the answer twice, deliberately: applications count on the pair.
+    _writeLeadReply(target->descriptor(), accepted);
+    if (accepted == 0 || _attendees.empty())
+        return;
+    _self.setLeader(false);
+    target->setLeader(true);
+    _announceLeader(target);
+}
+
+void ConferenceParticipant::_handleLeadChangeNotify(ConferenceRosterEntry *peer,
+                                                    unsigned char *body, std::uint64_t length) {
+    if (!_isListed(peer))
+        return;
+    ConferenceRosterEntry leader(peer->descriptor());
+    if (leader.read(body, length) == 0)
+        return;
+    if (leader == _self) {
+        if (_self.isLeader())
+            return;
+        _self.setLeader(true);
+        _tell(_leadChangeCB, _self);
+    } else {
+        _self.setLeader(false);
+        _tell(_leadChangeCB, leader);
+    }
+}
+
+void ConferenceParticipant::_handleStopLeadRequest(ConferenceRosterEntry *, unsigned char *,
+                                                   std::uint64_t) {
+    if (_self.isHost())
+        requestStartLeading();
+}
+
+void ConferenceParticipant::_assureLeader() {
+    if (!_self.isHost())
+        return;
+    ConferenceRosterEntry *first = nullptr; // of the members
+    ConferenceRosterEntry *waiting = nullptr;
+    for (ConferenceRosterEntry *peer : _attendees) {
+        if (peer == nullptr || !peer->doBroadcast())
+            continue;
+        if (peer->isLeader())
+            return;
+        if (first == nullptr)
+            first = peer;
+        if (waiting == nullptr && peer->isLeadPending())
+            waiting = peer;
+    }
+    if (serverMode() && first != nullptr) {
+        if (waiting == nullptr)
+            first->setLeadPending(true);
+        acceptLeadChange();
+        return;
+    }
+    if (_self.isLeader() || _attendees.empty() || !_self.isMeeting())
+        return;
+    _self.setLeader(true);
+    _announceLeader(&_self);
+}
+
+// Tells the members and the application. A member that cannot be reached is found at the next
+// broadcast.
+void ConferenceParticipant::_announceLeader(ConferenceRosterEntry *leader) {
+    TCPMessage message;
+    if (!openMessage(message, TCP_leadChangeNotify, *leader))
+        return;
+    _leaveLeadTo(leader);
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->doBroadcast())
+            message.write(peer->descriptor(), nullptr);
+    _tell(_leadChangeCB, *leader);
+}
+
+void ConferenceParticipant::_leaveLeadTo(const ConferenceRosterEntry *leader) {
+    for (ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer != leader)
+            peer->setLeader(false);
+}
+
+bool ConferenceParticipant::_writeLeadReply(int descriptor, int accepted) {
+    return sendByte(descriptor, TCP_leadReply, static_cast<unsigned char>(accepted));
+}
+
+void ConferenceParticipant::_notifyLeadRequestAccepted() {
+    unsigned char answer = 1;
+    if (_leadReplyCB != nullptr)
+        _leadReplyCB(this, &answer, 1);
+}
+
+void ConferenceParticipant::_notifyLeadRequestDenied() {
+    unsigned char answer = 0;
+    if (_leadReplyCB != nullptr)
+        _leadReplyCB(this, &answer, 1);
+}
+
+} // namespace vintok
