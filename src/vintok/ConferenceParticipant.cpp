@@ -358,9 +358,13 @@ void ConferenceParticipant::_readMessage(ConferenceRosterEntry *peer, bool close
         return;
     }
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
-    // A failed read is taken for a bad message as long as the line takes a keep-alive.
-    if (!closed && sf_sendKeepAlive(descriptor))
-        return;
+    // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
+    // whose stream has ended does not.
+    if (!closed) {
+        streamEnded(descriptor);
+        if (sf_sendKeepAlive(descriptor))
+            return;
+    }
     _handleHangup(peer);
 }
 
