@@ -12,6 +12,12 @@ namespace vintok::platform {
 namespace {
 
 thread_local int t_error = 0;
+thread_local std::uint64_t t_threadId = 0; // 0: not asked for yet
+
+// A child process has one thread, under a number of its own.
+void forgetThreadId() {
+    t_threadId = 0;
+}
 
 bool succeeded(int error) {
     if (error == 0)
@@ -62,7 +68,11 @@ bool RecursiveLock::release() {
 }
 
 std::uint64_t currentThreadId() {
-    return static_cast<std::uint64_t>(gettid());
+    // Every lock asks several times, so the system is asked once.
+    static const int watchesForks = pthread_atfork(nullptr, nullptr, forgetThreadId);
+    if (t_threadId == 0 || watchesForks != 0)
+        t_threadId = static_cast<std::uint64_t>(gettid());
+    return t_threadId;
 }
 
 std::uint32_t currentProcessId() {
