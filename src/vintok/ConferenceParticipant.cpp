@@ -338,7 +338,10 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
         return;
     }
     try {
-        _readMessage(peer, closed);
+        if (peer->isProxyPending() || peer->isMUXPending())
+            _readTunnel(peer);
+        else
+            _readMessage(peer, closed);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending allocation failed");
     }

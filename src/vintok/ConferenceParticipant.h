@@ -381,7 +381,7 @@ private:
     // ---- Calls (ConferenceParticipantCalls.cpp) ----
 
     bool _mayCall(const TempRosterEntry &call, bool direct) const;
-    bool _connectCall(std::unique_ptr<TempRosterEntry> call);
+    bool _connectCall(std::unique_ptr<TempRosterEntry> call, bool direct);
     bool mf_hangup(ConferenceRosterEntry *peer);
     bool _endCall(TempRosterEntry *call);
     void _tellNoAnswer(const TempRosterEntry &call);
@@ -497,6 +497,41 @@ private:
                         ConfService service);
     void _tellSecurity(bool ConfSecurityOptions::*changed);
     void _printSSLInfo(ConferenceRosterEntry *peer, bool ssl, bool muxMode);
+
+    // ---- Tunnels (ConferenceParticipantTunnel.cpp) ----
+
+    // The formats of the requests, for `printf`.
+    static const char _httpProxy[];
+    static const char _httpProxyAuthorized[];
+    static const char _http_pLorMUX[];
+    static const char _pLorMUX_Encrypt[];
+    static const char _pLorMUX_Reason[];
+    // A CONNECT to the multiplexing server, or with `mux` false to the proxy.
+    struct HTTPRequest {
+        const std::string &authentication;
+        const std::string &remoteName;
+        unsigned short port;
+        const std::string &proxyName;
+        unsigned short proxyPort;
+        const std::string &meetingID;
+        bool mux;
+    };
+    static std::string _httpRequest(const HTTPRequest &request);
+    static bool sf_sendHttpRequest(int descriptor, const std::string &authentication,
+                                   const std::string &remoteName, unsigned short port,
+                                   const std::string &proxyName, unsigned short proxyPort,
+                                   const std::string &meetingID, bool mux);
+    static bool _writeRequest(int descriptor, const HTTPRequest &request);
+    static int sf_readHttpResponse(int descriptor, std::string &response);
+    static std::string _httpHeaderValue(const std::string &response, const char *name);
+    bool _startTunnel(ConferenceRosterEntry *peer, TempRosterEntry *call, bool direct);
+    static bool _requestTunnel(const TempRosterEntry &call, bool mux);
+    static void _awaitMultiplexer(ConferenceRosterEntry *peer);
+    void _readTunnel(ConferenceRosterEntry *peer);
+    void _passProxy(ConferenceRosterEntry *peer, const TempRosterEntry *call);
+    void _openTunnel(ConferenceRosterEntry *peer, const std::string &response);
+    void _dropToPlain(ConferenceRosterEntry *peer);
+    void _handleRedirect(ConferenceRosterEntry *peer, const TCPAddress &address);
 
     // ---- State ----
 

@@ -72,7 +72,7 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
         // Of the port as it was given: a call to the default port is never direct in this way.
         const bool direct = proxyName.empty() ||
                             (remoteName == proxyName && port == call->proxyHostByteOrderPort());
-        return _mayCall(*call, direct) && _connectCall(std::move(call));
+        return _mayCall(*call, direct) && _connectCall(std::move(call), direct);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
         return false;
@@ -96,7 +96,7 @@ bool ConferenceParticipant::_mayCall(const TempRosterEntry &call, bool direct) c
     return true;
 }
 
-bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call) {
+bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call, bool direct) {
     const int descriptor = connectToBoundSocket(call->connectAddress());
     if (descriptor == -1) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
@@ -126,6 +126,8 @@ bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call) 
         return false;
     }
     *peer = static_cast<const TCPAddress &>(*pending);
+    if (!pending->meetingID().empty())
+        return _startTunnel(peer, pending, direct);
     expectFrames(descriptor);
     return true;
 }

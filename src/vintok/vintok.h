@@ -7,6 +7,7 @@
 #include "vintok/ConferenceRosterEntry.h"
 #include "vintok/Export.h"
 #include "vintok/HTTPAddress.h"
+#include "vintok/HTTPText.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/RosterBase.h"
 #include "vintok/TCPAddress.h"

@@ -1,0 +1,327 @@
+// Calls through a multiplexing server, and through an HTTP proxy on the way to it.
+//
+// `placeCall` with a meeting identifier sends a CONNECT: to the proxy (the peer is then
+// proxy-pending) or straight to the server (MUX-pending). While one of the two bits stands, what
+// comes on the connection is an HTTP reply and `_readTunnel` takes it. The proxy's success leads to
+// the server's CONNECT on the same connection; the server's success to the ready line, and from
+// there on the connection carries frames, beginning with the hello of whoever the server found.
+// Every other reply ends the call, in the way that its status says (`CallOutcome`).
+//
+// A reply is read byte by byte, so that nothing behind its blank line is taken, and without ever
+// waiting: servers send it in one go.
+#include "vintok/ConferenceParticipant.h"
+
+#include "vintok/ConferenceMessage.h"
+#include "vintok/Globals.h"
+#include "vintok/HTTPAddress.h"
+#include "vintok/HTTPReply.h"
+#include "vintok/Log.h"
+#include "vintok/TCPStream.h"
+
+#include <cstdlib>
+
+namespace vintok {
+
+const char ConferenceParticipant::_httpProxy[] = "CONNECT %s:%hd HTTP/1.0\r\n"
+                                                 "pLorMUX_Version: 2.0\r\n"
+                                                 "pLorMUX_ProxyJump: true\r\n"
+                                                 "pLorMUX_ProxyAddress: %s:%hu\r\n\r\n";
+
+const char ConferenceParticipant::_httpProxyAuthorized[] = "CONNECT %s:%hd HTTP/1.0\r\n"
+                                                           "pLorMUX_Version: 2.0\r\n"
+                                                           "pLorMUX_ProxyJump: true\r\n"
+                                                           "pLorMUX_ProxyAddress: %s:%hu\r\n"
+                                                           "Proxy-authorization: Basic %s\r\n"
+                                                           "Authorization: Basic %s\r\n\r\n";
+
+const char ConferenceParticipant::_http_pLorMUX[] = "CONNECT %s:%hd HTTP/1.0\r\n"
+                                                    "pLorMUX_Version: 2.0\r\n"
+                                                    "pLorMUX_ResponseRequired: true\r\n"
+                                                    "pLorMUX_Encrypt: true\r\n"
+                                                    "pLorMUX_Redirect: true\r\n"
+                                                    "pLorMUX_MeetingID: %s\r\n"
+                                                    "pLorMUX_ConfParticipantVersion: %hu.%hu\r\n"
+                                                    "pLorMUX_ProxyAddress: %s:%hu\r\n"
+                                                    "pLorMUX_ConferenceAddress: %s:%hu\r\n"
+                                                    "QOR_BUILD_INFO: %s\r\n\r\n";
+
+const char ConferenceParticipant::_pLorMUX_Encrypt[] = "pLorMUX_Encrypt";
+const char ConferenceParticipant::_pLorMUX_Reason[] = "pLorMUX_Reason";
+
+namespace {
+
+constexpr std::size_t REQUEST_CAPACITY = 1024;
+constexpr std::size_t REPLY_CAPACITY = 4095;
+constexpr int EMPTY_LOOKS = 64;
+
+// The room that each request is taken to need beside its names, fixed since the first version.
+constexpr std::size_t MULTIPLEXER_ROOM = 308;
+constexpr std::size_t AUTHORIZED_ROOM = 173;
+constexpr std::size_t PROXY_ROOM = 117;
+
+constexpr char READY[] = "pLorMUX_Response: Ready\n\n";
+
+bool isSuccess(int status) {
+    return status >= 200 && status <= 206;
+}
+
+CallOutcome outcomeOf(int status) {
+    if (status == 302)
+        return OUTCOME_REDIRECTED;
+    if (status == 401 || status == 407)
+        return OUTCOME_AUTHENTICATE;
+    return status >= 500 && status <= 505 ? OUTCOME_SERVER_ERROR : OUTCOME_NO_ANSWER;
+}
+
+bool writeText(int descriptor, const std::string &text) {
+    return writeBytes(descriptor, reinterpret_cast<const unsigned char *>(text.data()), text.size(),
+                      nullptr) == static_cast<std::int64_t>(text.size());
+}
+
+// Takes the headers of a reply, blank line included. False when no blank line came.
+bool readHeaders(int descriptor, std::string &headers) {
+    unsigned char last = 0; // that was no carriage return
+    for (int emptyLooks = 0; headers.size() < REPLY_CAPACITY && emptyLooks < EMPTY_LOOKS;) {
+        const std::int64_t pending = bytesPending(descriptor);
+        if (pending == -1) {
+            VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse check for pending failed");
+            return false;
+        }
+        if (pending == 0) {
+            ++emptyLooks;
+            continue;
+        }
+        unsigned char byte = 0;
+        if (readBytes(descriptor, &byte, 1, nullptr) != 1) {
+            VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse read failed");
+            return false;
+        }
+        headers.push_back(static_cast<char>(byte));
+        if (byte == '\n' && last == '\n')
+            return true;
+        if (byte != '\r')
+            last = byte;
+    }
+    return false;
+}
+
+} // namespace
+
+// ---- Requests ----
+
+// A request that is too long goes out as a bare end of headers, deliberately: the server's reply
+// then tells the caller, as it tells of every other bad request.
+std::string ConferenceParticipant::_httpRequest(const HTTPRequest &request) {
+    const std::string &remote = request.remoteName;
+    const std::string &proxy = request.proxyName;
+    const std::string &authentication = request.authentication;
+    const auto connectPort = static_cast<short>(request.port); // above 32767 it prints negative
+    if (request.mux) {
+        const char *variable = std::getenv("QOR_BUILD_INFO");
+        const std::string build = variable != nullptr ? variable : "none";
+        if (build.size() + MULTIPLEXER_ROOM + 2 * remote.size() + proxy.size() +
+                request.meetingID.size() <
+            REQUEST_CAPACITY)
+            return formatText(_http_pLorMUX, remote.c_str(), connectPort, request.meetingID.c_str(),
+                              s_majorVersion, s_minorVersion, proxy.c_str(), request.proxyPort,
+                              remote.c_str(), request.port, build.c_str());
+    } else if (!authentication.empty()) {
+        if (2 * authentication.size() + AUTHORIZED_ROOM + remote.size() + proxy.size() <
+            REQUEST_CAPACITY)
+            return formatText(_httpProxyAuthorized, remote.c_str(), connectPort, proxy.c_str(),
+                              request.proxyPort, authentication.c_str(), authentication.c_str());
+    } else if (proxy.size() + PROXY_ROOM + remote.size() < REQUEST_CAPACITY) {
+        return formatText(_httpProxy, remote.c_str(), connectPort, proxy.c_str(),
+                          request.proxyPort);
+    }
+    return "\r\n\r\n";
+}
+
+bool ConferenceParticipant::sf_sendHttpRequest(int descriptor, const std::string &authentication,
+                                               const std::string &remoteName, unsigned short port,
+                                               const std::string &proxyName,
+                                               unsigned short proxyPort,
+                                               const std::string &meetingID, bool mux) {
+    const HTTPRequest request{authentication, remoteName, port, proxyName,
+                              proxyPort,      meetingID,  mux};
+    if (_writeRequest(descriptor, request))
+        return true;
+    VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest FAILED");
+    return false;
+}
+
+bool ConferenceParticipant::_writeRequest(int descriptor, const HTTPRequest &request) {
+    if (request.remoteName.empty() || request.meetingID.empty()) {
+        VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest bad parameters for HTTP header");
+        return false;
+    }
+    const std::string text = _httpRequest(request);
+    bool secure = false, closed = false, boundIPv4 = false, boundIPv6 = false, boundUnix = false;
+    if (!descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix))
+        return false;
+    if (request.mux && !secure) {
+        if (!secureConnect(descriptor, request.remoteName)) {
+            VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest: secureConnect FAILED");
+            return false;
+        }
+        VINTOK_LOG(SEVERITY_TRACE, "SSL Request: secureConnect ok.");
+    }
+    if (!writeText(descriptor, text))
+        return false;
+    VINTOK_LOG(SEVERITY_INFO, "Sent HTTP Request\n{\n" + text + "}\n");
+    return true;
+}
+
+// A call with a meeting identifier, once it is connected.
+bool ConferenceParticipant::_startTunnel(ConferenceRosterEntry *peer, TempRosterEntry *call,
+                                         bool direct) {
+    peer->setProxyName(call->proxyName());
+    peer->setProxy(!direct);
+    if (!_requestTunnel(*call, direct)) {
+        _removePending(call);
+        _dropConnection(peer);
+        VINTOK_LOG(SEVERITY_ERROR, "placeCall spam HTTP remote failed");
+        return false;
+    }
+    if (direct)
+        _awaitMultiplexer(peer);
+    else
+        peer->setProxyPending(true);
+    return true;
+}
+
+bool ConferenceParticipant::_requestTunnel(const TempRosterEntry &call, bool mux) {
+    return sf_sendHttpRequest(call.associatedDescriptor(), call.authentication(), call.remoteName(),
+                              call.hostByteOrderPort(), call.proxyName(),
+                              call.proxyHostByteOrderPort(), call.meetingID(), mux);
+}
+
+void ConferenceParticipant::_awaitMultiplexer(ConferenceRosterEntry *peer) {
+    peer->setProxyPending(false);
+    peer->setMUXPending(true);
+    peer->setMUXEncrypt(false);
+}
+
+// ---- Replies ----
+
+int ConferenceParticipant::sf_readHttpResponse(int descriptor, std::string &response) {
+    std::string headers;
+    if (!readHeaders(descriptor, headers)) {
+        VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse Failed");
+        return 0;
+    }
+    VINTOK_LOG(SEVERITY_INFO, "Recieved HTTP Reply\n{\n" + headers + "}\n");
+    response = headers;
+    const std::optional<int> parsed = replyStatus(response);
+    if (!parsed)
+        VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse Failed");
+    const int status = parsed.value_or(0);
+    VINTOK_LOG(SEVERITY_DEBUG, "-> Parsed HTTP Reply, returning " + std::to_string(status));
+    return status;
+}
+
+std::string ConferenceParticipant::_httpHeaderValue(const std::string &response, const char *name) {
+    return headerValue(response, name);
+}
+
+void ConferenceParticipant::_readTunnel(ConferenceRosterEntry *peer) {
+    std::string response;
+    const int status = sf_readHttpResponse(peer->descriptor(), response);
+    if (_serverResponseCB != nullptr)
+        _serverResponseCB(this, static_cast<unsigned int>(status), response);
+    if (!_isListed(peer))
+        return;
+    TempRosterEntry *call = _getPending(peer->descriptor());
+    if (call != nullptr) {
+        call->m_callOutcome = outcomeOf(status);
+        call->m_tunnelStatus = status;
+        call->m_tunnelResponse = response;
+    }
+    HTTPAddress target;
+    if (isSuccess(status) && peer->isProxyPending())
+        _passProxy(peer, call);
+    else if (isSuccess(status))
+        _openTunnel(peer, response);
+    else if (status == 302 && redirectTarget(response, target))
+        _handleRedirect(peer, target);
+    else
+        mf_hangup(peer);
+}
+
+// The proxy has connected us to the multiplexing server.
+void ConferenceParticipant::_passProxy(ConferenceRosterEntry *peer, const TempRosterEntry *call) {
+    if (call != nullptr && _requestTunnel(*call, true))
+        _awaitMultiplexer(peer);
+    else
+        mf_hangup(peer);
+}
+
+// The server has connected us to the other party.
+void ConferenceParticipant::_openTunnel(ConferenceRosterEntry *peer, const std::string &response) {
+    const int descriptor = peer->descriptor();
+    peer->setMUXPending(false);
+    const std::string encrypt = _httpHeaderValue(response, _pLorMUX_Encrypt);
+    if (encrypt == "true")
+        peer->setMUXEncrypt(true);
+    else if (!encrypt.empty())
+        _dropToPlain(peer);
+    if (!writeText(descriptor, READY)) {
+        VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending ==> Mux response write to server failed");
+        mf_hangup(peer);
+        return;
+    }
+    expectFrames(descriptor);
+}
+
+void ConferenceParticipant::_dropToPlain(ConferenceRosterEntry *peer) {
+    const int descriptor = peer->descriptor();
+    if (!setSecure(descriptor, false)) {
+        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant: Failed to reset SSL mode");
+        return;
+    }
+    peer->setMUXEncrypt(false);
+    const std::int64_t pending = bytesPending(descriptor);
+    if (pending == -1)
+        VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse check for pending failed");
+    else if (pending > 0)
+        clearSocket(descriptor, static_cast<std::size_t>(pending));
+}
+
+// ---- Redirection ----
+
+// The first redirect of a call costs no retry, if there are any.
+void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
+                                            const TCPAddress &address) {
+    const TempRosterEntry *pending = _getPending(peer->descriptor());
+    if (pending == nullptr) {
+        VINTOK_LOG(SEVERITY_ERROR, "_handleRedirect No Pending entry for redirect reply");
+        return;
+    }
+    const TempRosterEntry call(*pending);
+    mf_hangup(peer);
+
+    std::string name;
+    address.name(name);
+    const unsigned short port = address.hostByteOrderPort();
+    std::string proxyName = call.proxyName();
+    unsigned short proxyPort = call.proxyHostByteOrderPort();
+    if (call.remoteName() == proxyName && call.hostByteOrderPort() == proxyPort) {
+        proxyName = name; // direct before, and direct again
+        proxyPort = port;
+    }
+    unsigned int retries = call.m_authenticationRetries;
+    if (_self.isMUXRedirected() && retries != 0)
+        --retries;
+    if (retries == 0) {
+        _tellNoAnswer(call);
+    } else if (_redirectCB != nullptr) {
+        _redirectCB(this, name, port, proxyName, proxyPort, call.authentication(), retries,
+                    call.meetingID());
+    } else {
+        _self.setMUXRedirected(true);
+        placeCall(name, port, proxyName, proxyPort, call.meetingID(), call.authentication(),
+                  retries);
+    }
+}
+
+} // namespace vintok
