@@ -20,7 +20,7 @@ statement == "" && !/VINTOK_API/ { next }
         n = split(substr(statement, RSTART, RLENGTH), word, " ")
         print "class", word[n]
     } else {
-        sub(/[;{=(].*/, "", statement)
+        sub(/[;{=([].*/, "", statement)
         n = split(statement, word, /[ *&]+/)
         while (n > 1 && word[n] == "")
             --n

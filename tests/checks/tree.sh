@@ -78,12 +78,12 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.
 layers='
 0 Export TCPException
-1 BufferManager RawBuffer WireText TCPAddress HTTPAddress
+1 BufferManager RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
 2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect TCPServer testTCPServer
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant ConferenceMessage messageUtil
+6 ConferenceParticipant ConferenceMessage messageUtil ClockCorrection
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '
