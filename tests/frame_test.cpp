@@ -1,0 +1,244 @@
+#include "platform/Thread.h"
+#include "support/Environment.h"
+#include "support/ScriptedPlatform.h"
+#include "vintok/Globals.h"
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+using namespace vintok;
+using namespace vintok::test;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+std::string contentOf(const std::filesystem::path &path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+// The library is not started, the environment says nothing, and the system's part is scripted.
+class Frame : public testing::Test {
+protected:
+    void TearDown() override {
+        EXPECT_EQ(0U, s_startUpCount) << "a test left the library started";
+        setErrorDebug(false);
+        std::error_code ignored;
+        std::filesystem::remove(logPath, ignored);
+    }
+
+    // Starts with these in the environment and returns what was logged until the end.
+    std::string logOfOneLife(const std::string &level) {
+        const ScopedEnvironment file("VINTOK_ERROR_LOG_FILE", logPath.string());
+        const ScopedEnvironment levelName("VINTOK_ERROR_LOG_LEVEL", level);
+        const bool started = init();
+        setLastError(TCP_ERROR_OUT_OF_MEMORY, "no room");
+        if (started)
+            fini();
+        return contentOf(logPath);
+    }
+
+    ScopedEnvironment noLevel{"VINTOK_ERROR_LOG_LEVEL"};
+    ScopedEnvironment noFile{"VINTOK_ERROR_LOG_FILE"};
+    ScopedEnvironment noPrint{"VINTOK_ERROR_PRINT"};
+    std::filesystem::path logPath =
+        std::filesystem::temp_directory_path() /
+        ("vintok-frame-" + std::to_string(platform::currentProcessId()) + ".log");
+    ScriptedPlatform script;
+};
+
+TEST_F(Frame, FiniNeedsAnInit) {
+    EXPECT_FALSE(fini());
+    EXPECT_EQ(TCP_ERROR_NOT_INITIALIZED, lastError());
+    EXPECT_EQ("vintok::fini", lastErrorString());
+    EXPECT_EQ(0U, script.stops);
+}
+
+TEST_F(Frame, OnlyTheFirstInitAndTheLastFiniDoTheWork) {
+    setLastError(TCP_ERROR_UNSPECIFIED_ERROR, "old");
+    ASSERT_TRUE(init());
+    EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError()) << "the first start clears the error";
+    const Globals *record = s_globals;
+    EXPECT_TRUE(init());
+    EXPECT_EQ(record, s_globals.load());
+    EXPECT_EQ(1U, script.startsWanted.size());
+
+    EXPECT_TRUE(fini());
+    EXPECT_EQ(0U, script.stops);
+    EXPECT_TRUE(setLogLevel(LOG_FATAL)) << "still usable";
+    EXPECT_TRUE(fini());
+    EXPECT_EQ(1U, script.stops);
+    EXPECT_EQ(nullptr, s_globals.load());
+    EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
+    EXPECT_FALSE(setLogLevel(LOG_FATAL));
+}
+
+TEST_F(Frame, TheLogIsAtErrorOnlyWhileNothingIsStarted) {
+    EXPECT_EQ(LOG_ERROR, logLevel());
+    ASSERT_TRUE(init());
+    EXPECT_EQ(LOG_NONE, logLevel());
+    setLogLevel(LOG_TRACE);
+    fini();
+    EXPECT_EQ(LOG_ERROR, logLevel());
+}
+
+TEST_F(Frame, TheEnvironmentSetsTheLevel) {
+    const std::pair<const char *, LogLevel> cases[] = {
+        {"NONE", LOG_NONE},       {"FATAL", LOG_FATAL}, {"ERROR", LOG_ERROR},
+        {"WARNING", LOG_WARNING}, {"INFO", LOG_INFO},   {"DEBUG", LOG_DEBUG},
+        {"TRACE", LOG_TRACE},     {"Debug", LOG_NONE},  {"INFO ", LOG_NONE},
+    };
+    const ScopedEnvironment file("VINTOK_ERROR_LOG_FILE", logPath.string());
+    for (const auto &[name, level] : cases) {
+        const ScopedEnvironment variable("VINTOK_ERROR_LOG_LEVEL", name);
+        ASSERT_TRUE(init());
+        EXPECT_EQ(level, logLevel()) << name;
+        fini();
+    }
+}
+
+TEST_F(Frame, TheEnvironmentIsReadByTheFirstInitAlone) {
+    ASSERT_TRUE(init());
+    ASSERT_TRUE(init());
+    fini();
+    const ScopedEnvironment level("VINTOK_ERROR_LOG_LEVEL", "DEBUG");
+    ASSERT_TRUE(init());
+    EXPECT_EQ(LOG_NONE, logLevel());
+    fini();
+    fini();
+}
+
+TEST_F(Frame, StartAndStopAreToldInTheLog) {
+    const std::string log = logOfOneLife("INFO");
+    const char *inOrder[] = {"\n{\nvintok first init\n}\n",
+                             "\n{\nTrying WSAStartup version 2.2\n}\n",
+                             "\n{\nWinSock Version 2.2\n\n}\n", "\n{\nvintok last fini\n}\n"};
+    std::size_t at = 0;
+    for (const char *entry : inOrder) {
+        at = log.find(entry, at);
+        ASSERT_NE(std::string::npos, at) << entry << "in\n" << log;
+    }
+    EXPECT_THAT(log, Not(HasSubstr("no room"))) << "errors are not printed unless asked for";
+}
+
+TEST_F(Frame, OnlyTheExactWordPrintsErrors) {
+    for (const char *word : {"true", "TRUE", "1", "True "}) {
+        const ScopedEnvironment print("VINTOK_ERROR_PRINT", word);
+        EXPECT_THAT(logOfOneLife("ERROR"), Not(HasSubstr("no room"))) << word;
+    }
+    const ScopedEnvironment print("VINTOK_ERROR_PRINT", "True");
+    EXPECT_THAT(logOfOneLife("ERROR"),
+                HasSubstr("\n{\nlastError (TCP_ERROR_OUT_OF_MEMORY)\nno room\n\n}\n"));
+}
+
+TEST_F(Frame, AnOlderSocketLayerWillDo) {
+    script.start = {fails(), gives(0x0002)};
+    const std::string log = logOfOneLife("INFO");
+    EXPECT_THAT(script.startsWanted, ElementsAre(0x0202, 0x0002));
+    EXPECT_THAT(log, HasSubstr("WSAStartup version 2.2 failed\nTrying WSAStartup version 2.0\n"));
+    EXPECT_THAT(log, HasSubstr("WinSock Version 2.0\n")) << "low byte first";
+}
+
+TEST_F(Frame, NoSocketLayerIsAFailureThatCanBeTriedAgain) {
+    script.start = {fails(), fails(), fails()};
+    const std::string log = logOfOneLife("WARNING");
+    EXPECT_THAT(script.startsWanted, ElementsAre(0x0202, 0x0002, 0x0101));
+    EXPECT_THAT(log, HasSubstr("WSAStartup version 2.0 failed\nTrying WSAStartup version 1.1\n"));
+    EXPECT_THAT(log, HasSubstr("Error: "));
+    EXPECT_THAT(log, HasSubstr("WSAStartup version 1.1 failed.\n"));
+    EXPECT_EQ(0U, s_startUpCount);
+    EXPECT_FALSE(fini());
+
+    delete s_globals.exchange(nullptr); // the next start would lose it
+    EXPECT_TRUE(init());
+    EXPECT_TRUE(fini());
+}
+
+TEST_F(Frame, AHostWithoutANameIsStartedAllTheSame) {
+    script.hostName = {fails()};
+    EXPECT_FALSE(init());
+    EXPECT_EQ(1U, s_startUpCount);
+    EXPECT_TRUE(setLogLevel(LOG_NONE));
+    EXPECT_TRUE(fini());
+}
+
+TEST_F(Frame, WithoutARecordTheLibraryStaysUpAndSaysSo) {
+    ASSERT_TRUE(init());
+    delete s_globals.exchange(nullptr); // as if there had been no memory for it
+    EXPECT_EQ(LOG_ERROR, logLevel());
+    EXPECT_FALSE(addTime(1));
+    EXPECT_EQ(TCP_ERROR_NOT_INITIALIZED, lastError());
+    EXPECT_FALSE(addDescriptor(5, false, false, false, false));
+    EXPECT_EQ(TCP_ERROR_NOT_INITIALIZED, lastError());
+    EXPECT_FALSE(setTransport(nullptr));
+    EXPECT_EQ(nullptr, transport());
+
+    EXPECT_TRUE(fini());
+    EXPECT_EQ(TCP_ERROR_SYSTEM_ERROR, lastError());
+    EXPECT_THAT(lastErrorString(), testing::StartsWith("vintok::fini\n"));
+}
+
+TEST_F(Frame, NothingWorksBeforeInitAndEverythingSaysWhy) {
+    const std::pair<const char *, std::function<void()>> cases[] = {
+        {"vintok::getAddTime", [] { EXPECT_EQ(0, getAddTime()); }},
+        {"vintok::getSubtractTime", [] { EXPECT_EQ(0, getSubtractTime()); }},
+        {"vintok::subtractTime", [] { EXPECT_FALSE(subtractTime(1)); }},
+        {"vintok::zeroTime", [] { EXPECT_FALSE(zeroTime()); }},
+        {"vintok::getTime", [] { EXPECT_LT(0, getTime()); }},
+        {"vintok::addDescriptor",
+         [] { EXPECT_FALSE(addDescriptor(5, false, false, false, false)); }},
+        {"vintok::removeDescriptor", [] { EXPECT_FALSE(removeDescriptor(5)); }},
+        {"vintok::setClosed", [] { EXPECT_FALSE(setClosed(5)); }},
+        {"vintok::setSecure", [] { EXPECT_FALSE(setSecure(5, true)); }},
+        {"vintok::descriptorState (5) Not initialized.", [] { DescriptorState state(5); }},
+        {"vintok::localAddress",
+         [] {
+             TCPAddress address;
+             EXPECT_FALSE(localAddress(address));
+             EXPECT_FALSE(address.empty()) << "an address is found all the same";
+         }},
+        {"vintok::setLocalAddress",
+         [] {
+             TCPAddress address;
+             address.setLoopbackIPv4();
+             EXPECT_FALSE(setLocalAddress(address));
+         }},
+    };
+    for (const auto &[text, operation] : cases) {
+        setLastError(TCP_ERROR_NO_ERROR, "");
+        operation();
+        EXPECT_EQ(TCP_ERROR_NOT_INITIALIZED, lastError()) << text;
+        EXPECT_EQ(text, lastErrorString());
+    }
+    setLastError(TCP_ERROR_NO_ERROR, "");
+    EXPECT_FALSE(setTransport(nullptr));
+    EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
+}
+
+TEST(FrameThreads, ManyThreadsStartAndStopAndTheRecordOutlivesEachOfThem) {
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 20; round++) {
+                const bool usable = init() && addTime(0) && zeroTime() && fini();
+                failures += usable ? 0 : 1;
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(0, failures);
+    EXPECT_EQ(0U, s_startUpCount);
+}
+
+} // namespace

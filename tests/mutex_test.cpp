@@ -1,0 +1,206 @@
+#include "platform/Thread.h"
+#include "support/LogFile.h"
+#include "vintok/Globals.h"
+#include "vintok/TCPMutex.h"
+#include "vintok/TCPMutexBase.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <thread>
+#include <vector>
+
+using namespace vintok;
+using namespace vintok::test;
+
+namespace {
+
+// Destroyed after every lock of the library, and still calls it: that must end in failures and not
+// in a crash, which the exit code of this program would show.
+struct LastUser {
+    ~LastUser() {
+        setClosed(5);
+        if (init())
+            fini();
+        expectFrames(5);
+        TCPMutex mutex(LOCK_CLOCK);
+        if (mutex.lock() != 0 || mutex.unlock() != 0)
+            std::_Exit(1);
+    }
+} lastUser;
+
+// First in this file: later on the library's own locks keep the base alive.
+TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
+    std::atomic<bool> go{false};
+    std::atomic<int> failures{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([&] {
+            while (!go)
+                std::this_thread::yield();
+            for (int n = 0; n < 50; n++) {
+                TCPMutex mutex(LOCK_TRANSPORT);
+                failures += mutex.lock() != 0 || mutex.unlock() != 0 ? 1 : 0;
+            }
+        });
+    }
+    go = true;
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(0, failures);
+}
+
+class Mutex : public testing::Test {
+protected:
+    Mutex() { init(); }
+    ~Mutex() override { fini(); }
+};
+
+// On another thread, to its end.
+template <typename Action>
+void elsewhere(Action action) {
+    std::thread(action).join();
+}
+
+TEST_F(Mutex, ObjectsOfOneIdAreOneLock) {
+    TCPMutex first(LOCK_CLOCK);
+    TCPMutex second(LOCK_CLOCK);
+    TCPMutex other(LOCK_START_UP); // behind the same mutex of the system
+    ASSERT_EQ(0, first.lock());
+    EXPECT_EQ(-1, second.trylock()) << "the holder gets no second one either";
+    elsewhere([&] { EXPECT_EQ(-1, second.trylock()); });
+    EXPECT_EQ(0, other.trylock());
+    EXPECT_EQ(0, other.unlock());
+    EXPECT_EQ(0, second.unlock()) << "the thread holds it, not the object";
+    elsewhere([&] {
+        EXPECT_EQ(0, first.trylock());
+        EXPECT_EQ(0, first.unlock());
+    });
+}
+
+TEST_F(Mutex, OnlyTheHolderUnlocks) {
+    TCPMutex mutex(LOCK_CLOCK);
+    EXPECT_EQ(-1, mutex.unlock()) << "nobody holds it";
+    ASSERT_EQ(0, mutex.lock());
+    elsewhere([&] { EXPECT_EQ(-1, mutex.unlock()); });
+    EXPECT_EQ(-1, mutex.trylock()) << "still held";
+    EXPECT_EQ(0, mutex.unlock());
+    EXPECT_EQ(-1, mutex.unlock());
+}
+
+TEST_F(Mutex, LockWaitsForTheHolderAndExcludesEverybody) {
+    constexpr int rounds = 25;
+    int counter = 0; // guarded by the lock alone
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; i++) {
+        threads.emplace_back([&] {
+            TCPMutex mutex(LOCK_CLOCK);
+            for (int n = 0; n < rounds; n++) {
+                EXPECT_EQ(0, mutex.lock());
+                const int before = counter;
+                std::this_thread::yield();
+                counter = before + 1;
+                EXPECT_EQ(0, mutex.unlock());
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(4 * rounds, counter);
+}
+
+TEST_F(Mutex, IdsWithoutAMutexCannotBeLocked) {
+    const LogFile log(LOG_ERROR);
+    for (const int id : {8, 9, 13, -1}) {
+        TCPMutex mutex(id);
+        EXPECT_EQ(-1, mutex.lock()) << id;
+        EXPECT_EQ(-1, mutex.trylock()) << id;
+        EXPECT_EQ(-1, mutex.unlock()) << id;
+    }
+    EXPECT_EQ(12, log.entries("Cannot acquire global lock"));
+}
+
+// The table of the base itself, which a second object reaches as well as the first.
+class MutexBase : public Mutex {
+protected:
+    LogFile log{LOG_ERROR};
+    TCPMutex keepsTheFirstAlive{LOCK_CLOCK};
+    TCPMutexBase base;
+};
+
+TEST_F(MutexBase, IsOneAtATime) {
+    {
+        const TCPMutexBase second;
+        EXPECT_FALSE(second.valid());
+        EXPECT_EQ(2, log.entries("multiple instances of base created")) << "base, and this one";
+    }
+    EXPECT_EQ(1, log.entries("multiple instance of Base"));
+    EXPECT_EQ(0, keepsTheFirstAlive.lock()) << "the first one stays in working order";
+    EXPECT_EQ(0, keepsTheFirstAlive.unlock());
+}
+
+TEST_F(MutexBase, TellsIndexesFromIds) {
+    // Id 12 is behind index 6: what is locked by the one is found locked by the other.
+    EXPECT_EQ(0, base._mutexLock(12, false));
+    EXPECT_EQ(-1, base._mutexLock(6, true));
+    EXPECT_EQ(0, base._mutexUnlock(6, true));
+    // From 7 on a number is an id even if it is called an index.
+    EXPECT_EQ(0, base._mutexLock(10, true));
+    EXPECT_EQ(0, base._mutexUnlock(4, true));
+    EXPECT_EQ(-1, base._mutexLock(9, true));
+    EXPECT_EQ(-1, base._mutexUnlock(13, false));
+}
+
+TEST_F(MutexBase, NoticesCallsThatDoNotPair) {
+    EXPECT_EQ(-1, base._mutexUnlock(3, true));
+    EXPECT_TRUE(log.has("Unlock called without lock"));
+    EXPECT_EQ(0, base._mutexLock(3, true));
+    EXPECT_EQ(-1, base._mutexLock(3, true));
+    EXPECT_TRUE(log.has("Recursive call to lock"));
+    EXPECT_EQ(0, base._mutexUnlock(3, true)) << "the refused call left nothing behind";
+    elsewhere([&] {
+        EXPECT_EQ(0, base._mutexLock(3, true));
+        EXPECT_EQ(0, base._mutexUnlock(3, true));
+    });
+}
+
+TEST_F(MutexBase, CanBeTakenWhole) {
+    TCPMutex::lockAll();
+    for (int index = 0; index < 7; index++)
+        EXPECT_EQ(-1, base._mutexLock(index, true)) << index;
+    TCPMutex::unlockAll();
+    for (int index = 0; index < 7; index++) {
+        EXPECT_EQ(0, base._mutexLock(index, true)) << index;
+        EXPECT_EQ(0, base._mutexUnlock(index, true)) << index;
+    }
+}
+
+// A thread that locks what it holds has lost: it fails from then on, and whoever else comes to the
+// same mutex of the system stops there.
+TEST_F(MutexBase, ASecondLockByTheHolderStopsEverythingBehindTheMutex) {
+    TCPMutex clock(LOCK_CLOCK);
+    TCPMutex startUp(LOCK_START_UP);
+    ASSERT_EQ(0, clock.lock());
+    EXPECT_EQ(-1, clock.lock());
+    EXPECT_TRUE(log.has("Deadlock"));
+    EXPECT_EQ(-1, startUp.lock());
+    EXPECT_TRUE(log.has("Recursive call to lock"));
+
+    std::atomic<bool> arriving{false};
+    std::atomic<bool> released{false};
+    std::thread other([&] {
+        arriving = true;
+        EXPECT_EQ(0, startUp.lock());
+        EXPECT_TRUE(released) << "it came through while the mutex was owned";
+        startUp.unlock();
+    });
+    while (!arriving)
+        std::this_thread::yield();
+    platform::sleepMilliseconds(20); // enough for one that does not stop to come through
+    released = true;
+    EXPECT_EQ(0, base._mutexUnlock(LOCK_CLOCK, false)); // as no program can
+    other.join();
+    EXPECT_EQ(0, clock.unlock());
+}
+
+} // namespace

@@ -1,0 +1,82 @@
+#include "support/SocketPair.h"
+
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "platform/Thread.h"
+#include "platform/Wait.h"
+#include "support/Meeting.h"
+#include "vintok/TCPStream.h"
+
+#include <chrono>
+
+namespace vintok::test {
+
+namespace {
+
+template <typename Condition>
+bool within20Seconds(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end)
+            return false;
+        platform::sleepMilliseconds(1);
+    }
+    return true;
+}
+
+} // namespace
+
+int listenSomewhere(unsigned short &port) {
+    port = freshPort();
+    return createLocalIPv4Socket(port, 0, 1000, false);
+}
+
+SocketPair::SocketPair() {
+    unsigned short port = 0;
+    int listener = listenSomewhere(port);
+    m_peer = connectLocal(port);
+    m_mine = acceptAndCloseBoundSocket(listener);
+}
+
+SocketPair::~SocketPair() {
+    shutDownMine();
+    shutDownPeer();
+}
+
+void SocketPair::shutDownMine() {
+    shutdownSocket(forgetMine());
+}
+
+void SocketPair::shutDownPeer() {
+    shutdownSocket(forgetPeer());
+}
+
+void SocketPair::resetPeer() {
+    platform::resetOnClose(m_peer);
+    closeDescriptor(forgetPeer());
+}
+
+bool SocketPair::peerSends(const std::string &bytes) {
+    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
+    const auto sent = rawWriteBytes(m_peer, data, bytes.size(), true, nullptr);
+    return sent == static_cast<std::int64_t>(bytes.size()) && awaitBytes(m_mine, bytes.size());
+}
+
+bool awaitBytes(int fd, std::size_t count) {
+    return within20Seconds([&] {
+        std::size_t waiting = 0;
+        return platform::bytesWaiting(fd, waiting) && waiting >= count;
+    });
+}
+
+bool awaitEnd(int fd) {
+    return within20Seconds([&] {
+        platform::DescriptorSet set;
+        set.insert(fd);
+        std::size_t waiting = 0;
+        return platform::waitReadable(set, true) == 1 && platform::bytesWaiting(fd, waiting) &&
+               waiting == 0;
+    });
+}
+
+} // namespace vintok::test
