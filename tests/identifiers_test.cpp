@@ -95,7 +95,7 @@ TEST(Identifiers, thatAreNumberedCarryTheirNumber) {
 
 struct Row {
     const char *wire;
-    const TCPGUID &identifier;
+    TCPGUID identifier;
 };
 
 TEST(Identifiers, meanTheSameForBothEnds) {
