@@ -11,7 +11,7 @@
 
 namespace vintok {
 
-class VINTOK_API ConferenceRosterEntry : public RosterBase {
+class VINTOK_API ConferenceRosterEntry final : public RosterBase {
 public:
     explicit ConferenceRosterEntry(int descriptor = -1);
     explicit ConferenceRosterEntry(const RosterBase &party);

@@ -11,7 +11,7 @@
 
 namespace vintok {
 
-class VINTOK_API TempRosterEntry : public TCPAddress {
+class VINTOK_API TempRosterEntry final : public TCPAddress {
 public:
     // Resolves the proxy, where one is named, and otherwise the party; a proxied party is for the
     // proxy to find. `connectAddress` shows whether that worked. Blocks.
