@@ -277,6 +277,7 @@ TEST_F(Messages, ThatClaimFourGigabytesFailWithTheirStream) {
     ASSERT_TRUE(sends(claim));
     pair.shutDownPeer();
     ASSERT_TRUE(test::awaitBytes(pair.mine(), claim.size()));
+    const test::ScriptedPlatform withoutSleep;
     EXPECT_FALSE(reads());
     EXPECT_NE(TCP_ERROR_CORRUPT_HEADER, lastError());
     EXPECT_EQ(0, rawBytesPending(pair.mine()));
