@@ -1,0 +1,178 @@
+// The older message and what it converts on the way to the stream functions.
+
+#include "platform/TestSockets.h"
+#include "support/Hex.h"
+#include "support/SocketPair.h"
+#include "vintok/TCPMessage_1_3.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+
+namespace vintok {
+
+using test::SocketPair;
+
+namespace {
+
+std::uint32_t networkOrder(const char *digits) {
+    std::uint32_t address = 0;
+    const test::Bytes bytes = test::hex(digits);
+    std::memcpy(&address, bytes.data(), sizeof address);
+    return address;
+}
+
+const std::uint32_t loopback = networkOrder("7f000001");
+
+class OlderMessages : public testing::Test {
+protected:
+    OlderMessages() { TCPMessage_1_3::callStartUp(); }
+    ~OlderMessages() override { TCPMessage_1_3::callCleanUp(); }
+};
+
+} // namespace
+
+TEST_F(OlderMessages, SayTheirOwnVersionWhateverTheyRead) {
+    TCPMessage_1_3 message;
+    EXPECT_EQ(1, TCPMessage_1_3::majorVersion());
+    EXPECT_EQ(3, TCPMessage_1_3::minorVersion());
+    EXPECT_EQ(1, message.TCPHeader::majorVersion());
+    EXPECT_EQ(3, message.TCPHeader::minorVersion());
+}
+
+TEST_F(OlderMessages, CutTheirOwnTimeAndNotTheClocks) {
+    TCPMessage_1_3 message;
+    message.setTimeStamp(0x100000007);
+    EXPECT_EQ(7u, message.timeStamp32());
+
+    const auto now = static_cast<std::int64_t>(TCPMessage_1_3::getTime32());
+    EXPECT_LE(std::abs(getTime() - now), 2);
+    const std::int64_t beyond = std::int64_t{std::numeric_limits<std::uint32_t>::max()} + 1;
+    ASSERT_TRUE(addTime(beyond));
+    EXPECT_EQ(0u, TCPMessage_1_3::getTime32());
+    EXPECT_EQ(0u, TCPMessage_1_3::getAddTime32());
+    ASSERT_TRUE(TCPMessage_1_3::zeroTime());
+
+    EXPECT_TRUE(TCPMessage_1_3::addTime32(std::numeric_limits<std::uint32_t>::max()));
+    EXPECT_EQ(std::numeric_limits<std::uint32_t>::max(), TCPMessage_1_3::getAddTime32());
+    ASSERT_TRUE(TCPMessage_1_3::zeroTime());
+    // A clock before 1970 does not fit either.
+    EXPECT_TRUE(TCPMessage_1_3::subtractTime32(std::numeric_limits<std::uint32_t>::max()));
+    EXPECT_EQ(std::numeric_limits<std::uint32_t>::max(), TCPMessage_1_3::getSubtractTime32());
+    EXPECT_EQ(0u, TCPMessage_1_3::getTime32());
+}
+
+TEST_F(OlderMessages, HaveIPv4OriginsOnly) {
+    TCPMessage_1_3 message;
+    EXPECT_EQ(0u, message.originIPv4());
+    TCPAddress origin;
+    origin.setIPv4(networkOrder("0a010203"));
+    message.setOriginAddress(origin);
+    EXPECT_EQ(networkOrder("0a010203"), message.originIPv4());
+    EXPECT_TRUE(message.allocateMessageBuffer(1));
+
+    TCPMessage_1_3 modern;
+    origin.setLoopbackIPv6();
+    modern.setOriginAddress(origin);
+    EXPECT_EQ(0u, modern.originIPv4());
+    EXPECT_FALSE(modern.allocateMessageBuffer(1)) << "it cannot travel in this frame";
+}
+
+TEST_F(OlderMessages, MoveAllBytesOrFail) {
+    SocketPair pair;
+    std::uint64_t pending = 99;
+    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(pair.mine(), nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(-1, &pending));
+    EXPECT_EQ(99u, pending);
+    EXPECT_TRUE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
+    EXPECT_EQ(0u, pending);
+
+    unsigned char buffer[10] = {};
+    setLastError(TCP_ERROR_NO_ERROR, "nothing failed");
+    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 0, nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), nullptr, 10, nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::writeBytes(pair.mine(), buffer, 0, nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::writeBytes(pair.mine(), nullptr, 10, nullptr));
+    EXPECT_EQ("nothing failed", lastErrorString());
+
+    EXPECT_TRUE(TCPMessage_1_3::writeBytes(
+        pair.peer(), reinterpret_cast<const unsigned char *>("0123456789"), 10, nullptr));
+    EXPECT_TRUE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr));
+    EXPECT_EQ("0123456789", std::string(buffer, buffer + 10));
+
+    ASSERT_TRUE(pair.peerSends("01234"));
+    ASSERT_TRUE(platform::shutdownSending(pair.peer()));
+    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr)) << "five came";
+}
+
+TEST_F(OlderMessages, ResolveToIPv4InNetworkOrder) {
+    EXPECT_EQ(loopback, TCPMessage_1_3::resolveIPv4("127.0.0.1"));
+    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4("::1"));
+    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4(nullptr));
+    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4("no.such.name.invalid"));
+}
+
+TEST_F(OlderMessages, ListenWhereTheModeSays) {
+    const std::uint32_t own = [] {
+        std::uint32_t address = 0;
+        TCPAddress host;
+        return host.resolve(TCPAddress::IPTYPE_IPV4) && host.IPv4(address) ? address : 0;
+    }();
+    ASSERT_NE(0u, own) << "this machine has no address of its own";
+    const struct {
+        int mode;
+        std::uint32_t reached; // the address at which it is found
+    } cases[] = {{1, loopback}, {7, loopback}, {0, own}, {-1, loopback}};
+    for (const auto &row : cases) {
+        unsigned short port = 0;
+        const int taken = test::listenSomewhere(port);
+        unsigned short next = port;
+        unsigned int address = 0;
+        EXPECT_EQ(-1, TCPMessage_1_3::createBoundSocketIPv4(next, 0, row.mode, &address, 0));
+        const int listener =
+            TCPMessage_1_3::createBoundSocketIPv4(next, 0, row.mode, &address, 1000);
+        ASSERT_NE(-1, listener) << row.mode;
+        EXPECT_EQ(own, address) << "what others may call, whatever was bound";
+
+        const int caller = TCPMessage_1_3::connectToBoundSocketIPv4(row.reached, next);
+        const int accepted = TCPMessage_1_3::acceptBoundSocket(listener);
+        EXPECT_NE(-1, caller) << row.mode;
+        EXPECT_NE(-1, accepted) << row.mode;
+        for (const int descriptor : {caller, accepted, listener, taken})
+            EXPECT_TRUE(TCPMessage_1_3::shutdownSocket(descriptor));
+    }
+}
+
+TEST_F(OlderMessages, TakePortsAlreadyTakenOnlyByGoingOn) {
+    unsigned short port = 0;
+    const int taken = test::listenSomewhere(port);
+    unsigned short next = port;
+    EXPECT_EQ(-1, TCPMessage_1_3::createBoundSocketIPv4(next, 0, 1, nullptr, 1));
+    EXPECT_EQ(-1, TCPMessage_1_3::createBoundSocketIPv4(next, 0, 1, nullptr, -1));
+    EXPECT_EQ(port, next);
+    const int listener = TCPMessage_1_3::createBoundSocketIPv4(next, 0, 1, nullptr, 1000);
+    EXPECT_NE(-1, listener);
+    EXPECT_NE(port, next);
+    shutdownSocket(listener);
+    shutdownSocket(taken);
+}
+
+TEST_F(OlderMessages, KnowDescriptorsAsTheStreamLayerDoes) {
+    SocketPair pair;
+    EXPECT_TRUE(TCPMessage_1_3::removeSocketDescriptor(pair.mine()));
+    std::uint64_t pending = 0;
+    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
+    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, TCPMessage_1_3::getLastError());
+    EXPECT_TRUE(TCPMessage_1_3::addSocketDescriptor(pair.mine(), false));
+    EXPECT_TRUE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
+    EXPECT_TRUE(TCPMessage_1_3::setSystemBuffers(pair.mine(), -5));
+
+    // Without a transport a descriptor can be secure; nothing can then be moved over it.
+    EXPECT_EQ(nullptr, TCPMessage_1_3::transport());
+    EXPECT_TRUE(TCPMessage_1_3::setSecure(pair.mine(), true));
+    EXPECT_EQ(-1, TCPMessage_1_3::secureBytesPending(pair.mine()));
+    EXPECT_EQ(TCP_ERROR_SSL_TRANSPORT, TCPMessage_1_3::getLastError());
+}
+
+} // namespace vintok

@@ -1,0 +1,687 @@
+// Messages over sockets and through files: the bytes against bytes written by hand, and every way
+// in which a read or a write can be cut short.
+
+#include "platform/Thread.h"
+#include "support/Hex.h"
+#include "support/LogFile.h"
+#include "support/ScriptedPlatform.h"
+#include "support/SocketPair.h"
+#include "support/StubTransport.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPMessage_1_3.h"
+#include "vintok/TCPStatusCallback.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <memory>
+#include <thread>
+
+namespace vintok {
+
+using test::Bytes;
+using test::hex;
+using test::SocketPair;
+
+namespace {
+
+const char *const longFrame = "0000003e 0002 0000 0102030405060708" // length, version, time
+                              "98153543 0025 0929 0000080009835d5a 0004 0001"
+                              "000000000000000000000000 0a010203 00000001 1e61 0000 'hi'";
+const char *const shortFrame =
+    "00000026 0001 0003 0a010203 05060708" // length, version, origin, time
+    "98153543 0025 0929 0000080009835d5a 0004 0001 'hi'";
+
+std::uint32_t networkOrder(const char *digits) {
+    std::uint32_t address = 0;
+    const Bytes bytes = hex(digits);
+    std::copy(bytes.begin(), bytes.end(), reinterpret_cast<unsigned char *>(&address));
+    return address;
+}
+
+// The message of both frames above.
+template <typename Message>
+void fill(Message &message) {
+    TCPAddress origin;
+    origin.setIPv4(networkOrder("0a010203"));
+    origin.setHostByteOrderPort(7777);
+    message.setMessageID(TCP_keepAlive);
+    message.setMessageMajorVersion(4);
+    message.setMessageMinorVersion(1);
+    ASSERT_TRUE(message.setOriginAddress(origin));
+    ASSERT_TRUE(message.allocateMessageBuffer(2));
+    message.setTimeStamp(0x0102030405060708);
+    std::copy_n("hi", 2, message.messageBuffer());
+}
+
+std::string textOf(const Bytes &bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+
+Bytes received(int fd, std::size_t count) {
+    Bytes bytes(count);
+    if (count == 0)
+        return bytes;
+    EXPECT_EQ(static_cast<std::int64_t>(count),
+              rawReadBytes(fd, bytes.data(), bytes.size(), true, nullptr));
+    return bytes;
+}
+
+// A frame of `length` bytes in all, of a kind that nobody knows.
+Bytes frameOf(std::size_t length) {
+    test::WireFrame frame;
+    frame.body.assign(length - 60, 'b');
+    return frame.encode();
+}
+
+// Hears of every step; `onMessage` and `onByte` may act and may stop the transfer.
+class Watcher : public TCPStatusCallback {
+public:
+    struct Step {
+        bool operator==(const Step &) const = default;
+        std::size_t done;
+        std::size_t left;
+    };
+
+    void messageRead(int, bool, const TCPGUID &, std::size_t done, std::size_t left,
+                     bool *keepGoing) override {
+        steps.push_back({done, left});
+        if (onMessage)
+            *keepGoing = onMessage();
+    }
+    void messageWrite(int socket, bool secure, const TCPGUID &id, std::size_t done,
+                      std::size_t left, bool *keepGoing) override {
+        messageRead(socket, secure, id, done, left, keepGoing);
+    }
+    void byteRead(int, bool, std::size_t, std::size_t, bool *keepGoing) override {
+        if (onByte)
+            *keepGoing = onByte();
+    }
+    void byteWrite(int, bool, std::size_t, std::size_t, bool *keepGoing) override {
+        if (onByte)
+            *keepGoing = onByte();
+    }
+
+    std::vector<Step> steps; // of the message
+    std::function<bool()> onMessage;
+    std::function<bool()> onByte;
+};
+
+class Library : public testing::Test {
+protected:
+    Library() { init(); }
+    ~Library() override { fini(); }
+};
+
+class Messages : public Library {
+protected:
+    // At the this end, of what the peer has sent.
+    bool reads(TCPStatusCallback *status = nullptr) { return message.read(-1, status); }
+    bool sends(const Bytes &bytes) { return pair.peerSends(textOf(bytes)); }
+
+    SocketPair pair;
+    TCPMessage message{pair.mine()};
+};
+
+} // namespace
+
+// --- The frames ----------------------------------------------------------------------------------
+
+TEST_F(Messages, AreLongFramesOnTheWire) {
+    fill(message);
+    ASSERT_TRUE(message.write(-1, nullptr));
+    EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
+}
+
+TEST_F(Messages, OfTheOlderClassAreShortFramesOnTheWire) {
+    TCPMessage_1_3 older(pair.mine());
+    fill(older);
+    ASSERT_TRUE(older.write(-1, nullptr));
+    EXPECT_EQ(hex(shortFrame), received(pair.peer(), 38));
+}
+
+TEST_F(Messages, TakeTheFormOfTheFrameThatArrives) {
+    ASSERT_TRUE(sends(hex(shortFrame)));
+    ASSERT_TRUE(reads());
+    EXPECT_EQ(1, message.majorVersion());
+    EXPECT_EQ(0x05060708, message.timeStamp());
+    std::uint32_t origin = 0;
+    EXPECT_TRUE(message.originAddress().IPv4(origin));
+    EXPECT_EQ(networkOrder("0a010203"), origin);
+
+    TCPMessage_1_3 older(pair.mine());
+    ASSERT_TRUE(sends(hex(longFrame)));
+    ASSERT_TRUE(older.read(-1, nullptr));
+    EXPECT_EQ(0x0102030405060708, older.timeStamp());
+    EXPECT_EQ(7777, older.originAddress().hostByteOrderPort());
+    EXPECT_TRUE(older.messageID() == TCP_keepAlive);
+    EXPECT_EQ(4, older.messageMajorVersion());
+    EXPECT_EQ(1, older.messageMinorVersion());
+    ASSERT_EQ(2u, older.messageBufferLength());
+    EXPECT_EQ(0, std::memcmp(older.messageBuffer(), "hi", 2));
+
+    // And it is the form that they write from then on.
+    ASSERT_TRUE(older.write(-1, nullptr));
+    EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
+}
+
+TEST_F(Messages, ComeOneByOneOutOfAStream) {
+    Bytes stream;
+    for (const std::size_t length : {60u, 61u, 5000u}) {
+        const Bytes frame = frameOf(length);
+        stream.insert(stream.end(), frame.begin(), frame.end());
+    }
+    ASSERT_TRUE(sends(stream));
+    for (const std::size_t length : {60u, 61u, 5000u}) {
+        ASSERT_TRUE(reads());
+        EXPECT_EQ(length, message.rawBufferLength());
+        EXPECT_EQ(length - 60, message.messageBufferLength());
+    }
+    EXPECT_EQ(0, rawBytesPending(pair.mine()));
+}
+
+// --- Reads that do not deliver -------------------------------------------------------------------
+
+TEST_F(Messages, AreNotBegunBefore36BytesHaveCome) {
+    const Bytes frame = hex(longFrame);
+    for (std::size_t cut = 0; cut < 36; ++cut) {
+        ASSERT_TRUE(cut == 0 || sends(test::cutAt(frame, cut)));
+        EXPECT_FALSE(reads()) << cut;
+        EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError()) << cut;
+        EXPECT_EQ(static_cast<std::int64_t>(cut), rawBytesPending(pair.mine()));
+
+        ASSERT_TRUE(pair.peerSends(textOf(frame).substr(cut)));
+        ASSERT_TRUE(test::awaitBytes(pair.mine(), frame.size()));
+        EXPECT_TRUE(reads()) << cut;
+        EXPECT_EQ(2u, message.messageBufferLength());
+    }
+}
+
+TEST_F(Messages, ThatAreMalformedAreDiscardedWithWhatWaitedBehindThem) {
+    const struct {
+        const char *what;
+        std::uint32_t length;
+        std::uint16_t version;
+        std::size_t sent;
+    } cases[] = {
+        {"no length at all", 0, 2, 60},
+        {"less than the length field itself", 3, 1, 60},
+        {"a length of 10", 10, 1, 36},
+        {"one byte less than the smallest header", 35, 1, 36},
+        {"a long frame as long as a short header", 36, 2, 36},
+        {"a long frame of 40 bytes", 40, 2, 40},
+        {"a long frame one byte short", 59, 2, 59},
+        {"version 0 is a long frame too", 59, 0, 59},
+    };
+    for (const auto &row : cases) {
+        Bytes bytes;
+        test::WireWriter writer(bytes);
+        writer.number(row.length, 4);
+        writer.number(row.version, 2);
+        bytes.resize(row.sent, 0);
+        const Bytes good = hex(longFrame);
+        Bytes both = bytes;
+        both.insert(both.end(), good.begin(), good.end());
+        ASSERT_TRUE(sends(both));
+
+        setLastError(TCP_ERROR_NO_ERROR, "");
+        EXPECT_FALSE(reads()) << row.what;
+        EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError()) << row.what;
+        EXPECT_EQ(0, rawBytesPending(pair.mine())) << row.what;
+
+        ASSERT_TRUE(sends(good));
+        EXPECT_TRUE(reads()) << row.what << ": the stream goes on";
+    }
+}
+
+TEST_F(Messages, AreRefusedOnDescriptorsThatCarryNone) {
+    unsigned short port = 0;
+    const int listener = test::listenSomewhere(port);
+    SocketPair closed;
+    ASSERT_TRUE(setClosed(closed.mine()));
+    const struct {
+        int socket;
+        TCPError error;
+        const char *read;
+        const char *write;
+    } cases[] = {
+        {-1, TCP_ERROR_BAD_FILE_DESCRIPTOR, "TCPMessageBase::read", "TCPMessageBase::write"},
+        {999, TCP_ERROR_BAD_FILE_DESCRIPTOR, "TCPMessageBase::read", "TCPMessageBase::write"},
+        {closed.mine(), TCP_ERROR_CONNECTION_RESET, "TCPMessageBase::read",
+         "TCPMessageBase::write"},
+        {listener, TCP_ERROR_BAD_FILE_DESCRIPTOR,
+         "TCPMessageBase::read attempt to read from bound descriptor",
+         "TCPMessageBase::write attempt to read from bound descriptor"},
+    };
+    TCPMessage nowhere;
+    ASSERT_TRUE(nowhere.allocateMessageBuffer(1));
+    for (const auto &row : cases) {
+        EXPECT_FALSE(nowhere.read(row.socket, nullptr));
+        EXPECT_EQ(row.error, lastError()) << row.read;
+        EXPECT_EQ(row.read, lastErrorString());
+        EXPECT_FALSE(nowhere.write(row.socket, nullptr));
+        EXPECT_EQ(row.error, lastError()) << row.write;
+        EXPECT_EQ(row.write, lastErrorString());
+    }
+    shutdownSocket(listener);
+}
+
+TEST_F(Messages, ThatClaimFourGigabytesFailWithTheirStream) {
+    Bytes claim = hex("ffffffff 0002 0000");
+    claim.resize(1000, 0);
+    ASSERT_TRUE(sends(claim));
+    pair.shutDownPeer();
+    ASSERT_TRUE(test::awaitBytes(pair.mine(), claim.size()));
+    const test::ScriptedPlatform withoutSleep;
+    EXPECT_FALSE(reads());
+    EXPECT_NE(TCP_ERROR_CORRUPT_HEADER, lastError());
+    EXPECT_EQ(0, rawBytesPending(pair.mine()));
+}
+
+// --- Peers that stall ----------------------------------------------------------------------------
+
+TEST_F(Messages, WaitForTheRestOfAFrame) {
+    const Bytes frame = frameOf(5000);
+    ASSERT_TRUE(sends(test::cutAt(frame, 100)));
+    std::thread rest([this, &frame] {
+        // What has come is taken first, so the read is in the middle of the frame.
+        while (rawBytesPending(pair.mine()) != 0)
+            platform::sleepMilliseconds(1);
+        for (std::size_t at = 100; at < frame.size(); at += 700)
+            rawWriteBytes(pair.peer(), frame.data() + at, 700, true, nullptr);
+    });
+    EXPECT_TRUE(reads());
+    rest.join();
+    EXPECT_EQ(frame, Bytes(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()));
+}
+
+TEST_F(Messages, OnANonBlockingSocketAreWaitedForToo) {
+    const Bytes frame = frameOf(200);
+    ASSERT_TRUE(sends(test::cutAt(frame, 100)));
+    setNonBlocking(pair.mine());
+    Watcher watcher;
+    int passes = 0;
+    watcher.onByte = [&] {
+        if (++passes == 50) {
+            EXPECT_TRUE(pair.peerSends(textOf(frame).substr(100)));
+        }
+        return true;
+    };
+    EXPECT_TRUE(reads(&watcher));
+    EXPECT_GE(passes, 50);
+    EXPECT_EQ((Watcher::Step{200, 0}), watcher.steps.back());
+}
+
+TEST_F(Messages, EndWhenTheWatcherSaysSo) {
+    test::LogFile log(LOG_ERROR);
+    const Bytes frame = frameOf(200);
+    ASSERT_TRUE(sends(test::cutAt(frame, 100)));
+    setNonBlocking(pair.mine());
+    Watcher watcher;
+    watcher.onByte = [] { return false; };
+    watcher.onMessage = [] { return false; };
+    EXPECT_FALSE(reads(&watcher));
+    EXPECT_THAT(watcher.steps, testing::ElementsAre(Watcher::Step{100, 100}));
+    EXPECT_EQ(1, log.entries("TCPMessageBase::mf_readSocket (" + std::to_string(pair.mine()) +
+                             ") failed, only read 100 bytes of 200\n"))
+        << log.text();
+}
+
+TEST_F(Messages, AreWrittenAsThePeerTakesThem) {
+    message.setMessageID(TCP_broadcastMessage);
+    ASSERT_TRUE(message.allocateMessageBuffer(1 << 20));
+    for (int i = 0; i < 1 << 20; ++i)
+        message.messageBuffer()[i] = static_cast<unsigned char>(i * 7 >> 4);
+    setNonBlocking(pair.mine());
+    Bytes taken;
+    Watcher watcher;
+    watcher.onByte = [&] {
+        const std::int64_t pending = rawBytesPending(pair.peer());
+        const Bytes part =
+            received(pair.peer(), static_cast<std::size_t>(std::max<std::int64_t>(pending, 0)));
+        taken.insert(taken.end(), part.begin(), part.end());
+        return true;
+    };
+    EXPECT_TRUE(message.write(-1, &watcher));
+    const Bytes rest = received(pair.peer(), message.rawBufferLength() - taken.size());
+    taken.insert(taken.end(), rest.begin(), rest.end());
+    EXPECT_EQ(taken, Bytes(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()));
+    EXPECT_EQ((Watcher::Step{message.rawBufferLength(), 0}), watcher.steps.back());
+}
+
+TEST_F(Messages, StopBeingWrittenWhenTheWatcherSaysSo) {
+    test::LogFile log(LOG_ERROR);
+    ASSERT_TRUE(message.allocateMessageBuffer(64 << 20));
+    setNonBlocking(pair.mine());
+    Watcher watcher;
+    watcher.onByte = [] { return false; };
+    watcher.onMessage = [] { return false; };
+    EXPECT_FALSE(message.write(-1, &watcher));
+    ASSERT_EQ(1u, watcher.steps.size());
+    EXPECT_EQ(1, log.entries("TCPMessageBase::mf_writeSocket (" + std::to_string(pair.mine()) +
+                             ") failed, only sent " + std::to_string(watcher.steps[0].done) +
+                             " bytes of " + std::to_string(message.rawBufferLength()) + "\n"))
+        << log.text();
+}
+
+TEST_F(Messages, FindTheirPeerGone) {
+    ASSERT_TRUE(message.allocateMessageBuffer(1000));
+    pair.resetPeer();
+    ASSERT_TRUE(test::awaitEnd(pair.mine()));
+    EXPECT_FALSE(message.write(-1, nullptr));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
+    EXPECT_FALSE(message.write(-1, nullptr));
+    EXPECT_EQ("TCPMessageBase::write", lastErrorString()) << "refused as closed from now on";
+}
+
+// --- Secure descriptors --------------------------------------------------------------------------
+
+namespace {
+
+// A channel whose every transfer the test decides.
+class ScriptedTransport : public test::StubTransport {
+public:
+    std::int64_t secureRecv(int, unsigned char *buffer, std::size_t length) override {
+        ++calls;
+        if (received.empty())
+            return 0; // as a channel does that has ended, without an error of its own
+        const Bytes part = received.front();
+        received.pop_front();
+        if (part.empty()) {
+            setLastError(TCP_ERROR_WOULD_BLOCK, "later");
+            return -1;
+        }
+        EXPECT_LE(part.size(), length);
+        std::copy(part.begin(), part.end(), buffer);
+        return static_cast<std::int64_t>(part.size());
+    }
+    std::int64_t secureSend(int, const unsigned char *, std::size_t length) override {
+        ++calls;
+        return calls <= zeroSends ? 0 : static_cast<std::int64_t>(std::min(length, chunk));
+    }
+    bool secureBytesPending(int, std::size_t *pending, bool) override {
+        *pending = 100;
+        return true;
+    }
+
+    std::deque<Bytes> received; // an empty part blocks
+    int zeroSends = 0;
+    std::size_t chunk = 7;
+    int calls = 0;
+};
+
+class SecureMessages : public Messages {
+protected:
+    SecureMessages() {
+        setTransport(&transport);
+        setSecure(pair.mine(), true);
+    }
+    ~SecureMessages() override {
+        pair.shutDownMine();
+        setTransport(nullptr);
+    }
+
+    bool isClosed() {
+        bool ignored = false;
+        bool closed = false;
+        descriptorState(pair.mine(), ignored, closed, ignored, ignored, ignored);
+        return closed;
+    }
+
+    ScriptedTransport transport;
+    test::ScriptedPlatform platform; // nothing is slept
+};
+
+} // namespace
+
+TEST_F(SecureMessages, ArePutTogetherFromWhatTheTransportGives) {
+    const Bytes frame = hex(longFrame);
+    for (std::size_t at = 0; at < frame.size(); at += 2) {
+        transport.received.push_back({frame[at], frame[at + 1]});
+        if (at == 30)
+            transport.received.insert(transport.received.end(), 3, {}); // it stalls
+    }
+    ASSERT_TRUE(reads());
+    EXPECT_THAT(platform.sleeps, testing::ElementsAre(100, 200, 300));
+    EXPECT_EQ(2u, message.messageBufferLength());
+
+    transport.calls = 0;
+    EXPECT_TRUE(message.write(-1, nullptr));
+    EXPECT_EQ(9, transport.calls) << "62 bytes, 7 at a time";
+}
+
+// A transport that answered 0 at the end of its channel left an older "would block" standing, and
+// the reader waited for ever.
+TEST_F(SecureMessages, GiveUpAfter31ReadsOfNothing) {
+    const Bytes frame = hex(longFrame);
+    transport.received = {test::cutAt(frame, 4), {}};
+    EXPECT_FALSE(reads());
+    EXPECT_EQ(1 + 1 + 31, transport.calls);
+    EXPECT_EQ(100u + 30 * 10, platform.slept());
+    EXPECT_TRUE(isClosed());
+}
+
+TEST_F(SecureMessages, ThatStallAreNotWaitedForByTheReaderWhenSomebodyWatches) {
+    transport.received = {test::cutAt(hex(longFrame), 4)};
+    transport.received.insert(transport.received.end(), 1000, {});
+    Watcher watcher;
+    watcher.onMessage = [&] { return watcher.steps.size() < 500; };
+    EXPECT_FALSE(reads(&watcher));
+    EXPECT_EQ(500u, watcher.steps.size());
+    EXPECT_THAT(platform.sleeps, testing::IsEmpty());
+    EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
+    EXPECT_FALSE(isClosed());
+}
+
+TEST_F(SecureMessages, GiveUpAfter31WritesOfNothingAndNotBefore) {
+    fill(message);
+    transport.zeroSends = 30;
+    transport.chunk = 100;
+    EXPECT_TRUE(message.write(-1, nullptr));
+    EXPECT_FALSE(isClosed());
+
+    transport.calls = 0;
+    transport.zeroSends = 31;
+    EXPECT_FALSE(message.write(-1, nullptr));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
+    EXPECT_TRUE(isClosed());
+}
+
+TEST_F(SecureMessages, WhoseLengthIsCutShortFailWithTheErrorThatCutIt) {
+    transport.received = {{0, 0}};
+    EXPECT_FALSE(reads());
+    EXPECT_EQ("Partial read TCPMessageBase::mf_readSocket", lastErrorString());
+    EXPECT_EQ(10, transport.calls - 1) << "ten attempts in all, and one of the clearing";
+}
+
+// --- Files ---------------------------------------------------------------------------------------
+
+namespace {
+
+class File {
+public:
+    File() {
+        static int number = 0;
+        m_path = (std::filesystem::temp_directory_path() /
+                  ("vintok-records-" + std::to_string(platform::currentProcessId()) + "-" +
+                   std::to_string(++number)))
+                     .string();
+    }
+    ~File() {
+        m_stream.reset();
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored);
+    }
+
+    std::FILE *open(const char *mode) {
+        m_stream.reset(std::fopen(m_path.c_str(), mode));
+        return m_stream.get();
+    }
+
+    std::FILE *holding(const Bytes &bytes) {
+        std::fwrite(bytes.data(), 1, bytes.size(), open("wb"));
+        return open("rb");
+    }
+
+    Bytes bytes() {
+        std::FILE *const stream = open("rb");
+        Bytes bytes(10000);
+        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
+        return bytes;
+    }
+
+private:
+    struct Close {
+        void operator()(std::FILE *stream) const { std::fclose(stream); }
+    };
+    std::string m_path;
+    std::unique_ptr<std::FILE, Close> m_stream;
+};
+
+class Records : public Library {
+protected:
+    File file;
+    TCPMessage message;
+};
+
+} // namespace
+
+TEST_F(Records, LieBackToBackInAFile) {
+    fill(message);
+    TCPMessage_1_3 older;
+    fill(older);
+    std::FILE *const out = file.open("wb");
+    EXPECT_TRUE(message.write(out));
+    EXPECT_TRUE(older.write(out));
+    EXPECT_TRUE(message.write(out));
+    std::fflush(out);
+    Bytes expected = hex(longFrame);
+    for (const char *frame : {shortFrame, longFrame}) {
+        const Bytes bytes = hex(frame);
+        expected.insert(expected.end(), bytes.begin(), bytes.end());
+    }
+    EXPECT_EQ(expected, file.bytes());
+
+    std::FILE *const in = file.open("rb");
+    for (const int version : {2, 1, 2}) {
+        setLastError(TCP_ERROR_SYSTEM_ERROR, "of before");
+        ASSERT_TRUE(message.read(in));
+        EXPECT_EQ(version, message.majorVersion());
+        EXPECT_EQ(2u, message.messageBufferLength());
+        EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
+        EXPECT_EQ("reading file", lastErrorString());
+    }
+    EXPECT_FALSE(message.read(in));
+    EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
+    EXPECT_EQ("Failed to read header size", lastErrorString());
+}
+
+TEST_F(Records, CutShortFailAtEveryLength) {
+    const Bytes frame = hex(longFrame);
+    for (std::size_t cut = 0; cut < frame.size(); ++cut) {
+        std::FILE *const in = file.holding(test::cutAt(frame, cut));
+        errno = EIO; // the end of a file leaves it as it is
+        EXPECT_FALSE(message.read(in)) << cut;
+        EXPECT_EQ(cut < 4 ? TCP_ERROR_CORRUPT_HEADER : TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError())
+            << cut;
+    }
+}
+
+TEST_F(Records, FailByWhatTheSystemSaid) {
+    const struct {
+        int error;
+        TCPError expected;
+    } cases[] = {
+        {EINTR, TCP_ERROR_INTERRUPT},           {EAGAIN, TCP_ERROR_WOULD_BLOCK},
+        {EIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},   {ENXIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},
+        {EBADF, TCP_ERROR_BAD_FILE_DESCRIPTOR}, {ENOMEM, TCP_ERROR_OUT_OF_MEMORY},
+        {ENOSPC, TCP_ERROR_UNSPECIFIED_ERROR},
+    };
+    for (const auto &row : cases) {
+        std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
+        errno = row.error;
+        EXPECT_FALSE(message.read(in));
+        EXPECT_EQ(row.expected, lastError()) << row.error;
+        EXPECT_EQ("reading file", lastErrorString());
+    }
+}
+
+TEST_F(Records, ThatAreMalformedFail) {
+    const struct {
+        const char *bytes;
+        TCPError error;
+        const char *context;
+    } cases[] = {
+        {"00000000", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        {"00000023", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        // Long enough for the other form; nothing is said beyond the result.
+        {"00000024 0002 0000 00000000 00000000 00000000 00000000 00000000 00000000 00000000",
+         TCP_ERROR_NO_ERROR, "reading file"},
+    };
+    for (const auto &row : cases) {
+        EXPECT_FALSE(message.read(file.holding(hex(row.bytes))));
+        EXPECT_EQ(row.error, lastError()) << row.bytes;
+        EXPECT_EQ(row.context, lastErrorString());
+    }
+}
+
+TEST_F(Records, NeedAFileThatTakesThem) {
+    fill(message);
+    std::FILE *const nothing = nullptr;
+    for (const bool written : {message.read(nothing), message.write(nothing)}) {
+        EXPECT_FALSE(written);
+        EXPECT_EQ(TCP_ERROR_INVALID_ARGUMENT, lastError());
+        EXPECT_EQ("FILE * null", lastErrorString());
+    }
+    std::FILE *const readOnly = file.holding({1});
+    EXPECT_FALSE(message.write(readOnly));
+    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
+    EXPECT_EQ("writing file", lastErrorString());
+}
+
+// --- Copies and tracing --------------------------------------------------------------------------
+
+TEST_F(Messages, AreCopiedWithTheirSocket) {
+    fill(message);
+    TCPMessage copy(message);
+    message.setMessageID(TCP_hangup);
+    EXPECT_EQ(pair.mine(), copy.socketDescriptor());
+    ASSERT_TRUE(copy.write(-1, nullptr));
+    EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
+}
+
+TEST_F(Messages, CarryThisHostsAddressWhenAsked) {
+    TCPAddress own;
+    own.setIPv4(networkOrder("0a090807"));
+    ASSERT_TRUE(setLocalAddress(own));
+    ASSERT_TRUE(message.setOriginAddress());
+    std::uint32_t origin = 0;
+    EXPECT_TRUE(message.originAddress().IPv4(origin));
+    EXPECT_EQ(networkOrder("0a090807"), origin);
+}
+
+TEST_F(Messages, TraceTheirReadsWhenAsked) {
+    test::LogFile log;
+    const std::string mine = std::to_string(pair.mine());
+    const bool before = TCPMessage::printDebug();
+    for (const bool tracing : {false, true}) {
+        TCPMessage::setPrintDebug(tracing);
+        ASSERT_TRUE(sends(hex(longFrame)));
+        ASSERT_TRUE(reads());
+        EXPECT_EQ(tracing ? 1 : 0,
+                  log.entries("TCPMessageBase::mf_readSocket (" + mine + ") pending = 62\n"));
+        EXPECT_EQ(tracing ? 1 : 0, log.entries("TCPMessageBase::mf_readSocket fd (" + mine +
+                                               ") read message bytesRead (4) int32Size (4)"));
+        EXPECT_EQ(tracing ? 1 : 0,
+                  log.entries("TCPMessageBase::mf_readSocket (" + mine + ") read 62"));
+    }
+    TCPMessage::setPrintDebug(before);
+}
+
+} // namespace vintok
