@@ -77,6 +77,7 @@ protected:
     // Takes the one byte that waits.
     static void readByte(int descriptor) {
         unsigned char byte = 0;
+        ASSERT_EQ(1, bytesPending(descriptor)) << "called for nothing: a read would wait for ever";
         EXPECT_EQ(1, readBytes(descriptor, &byte, 1, nullptr));
     }
 
