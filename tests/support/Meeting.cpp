@@ -5,6 +5,7 @@
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 
 namespace vintok::test {
@@ -57,6 +58,14 @@ testing::AssertionResult Meeting::until(const std::function<bool()> &condition,
 
 void Meeting::remove(WirePeer *peer) {
     m_peers.erase(std::remove(m_peers.begin(), m_peers.end(), peer), m_peers.end());
+}
+
+std::string caseName(const std::string &sentence) {
+    std::string name = sentence;
+    for (char &c : name) {
+        c = std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
+    }
+    return name;
 }
 
 } // namespace vintok::test

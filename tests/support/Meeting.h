@@ -39,6 +39,15 @@ private:
     std::vector<WirePeer *> m_peers;
 };
 
+// A sentence as the test framework takes it in a name.
+std::string caseName(const std::string &sentence);
+
+// The name of a row of a table, which is its member `name`.
+template <class Case>
+std::string caseName(const testing::TestParamInfo<Case> &row) {
+    return caseName(row.param.name);
+}
+
 } // namespace vintok::test
 
 #endif

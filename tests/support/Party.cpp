@@ -1,5 +1,7 @@
 #include "support/Party.h"
 
+#include "platform/Socket.h"
+
 #include <algorithm>
 
 namespace vintok::test {
@@ -122,6 +124,21 @@ std::string key(const TCPAddress &address) {
     return ip + " " + std::to_string(address.hostByteOrderPort());
 }
 
+bool hasIPv6() {
+    static const bool has = [] {
+        platform::Endpoint loopback;
+        loopback.family = platform::FAMILY_IPV6;
+        reinterpret_cast<unsigned char *>(loopback.ipv6.data())[15] = 1;
+        const int descriptor = platform::openSocket(platform::FAMILY_IPV6);
+        const bool bound = descriptor != -1 && platform::bindSocket(descriptor, loopback);
+        if (descriptor != -1) {
+            platform::closeSocket(descriptor);
+        }
+        return bound;
+    }();
+    return has;
+}
+
 std::string describe(const Roster &roster) {
     std::string text = "{";
     for (const auto &[name, color] : roster) {
@@ -132,10 +149,11 @@ std::string describe(const Roster &roster) {
 
 } // namespace
 
-Party::Party(Meeting &meeting, const std::string &name, bool localOnly)
+Party::Party(Meeting &meeting, const std::string &name, Reach reach)
     : m_meeting(meeting),
       m_name(name),
-      m_participant(std::make_unique<ConferenceParticipant>(localOnly, freshPort())) {
+      m_participant(std::make_unique<ConferenceParticipant>(
+          reach == Reach::thisMachine && hasIPv6(), freshPort())) {
     parties()[m_participant.get()] = this;
     ConferenceParticipant &me = *m_participant;
     me.setFirstName(name);
@@ -195,19 +213,20 @@ bool Party::calls(const WirePeer &other) {
 }
 
 testing::AssertionResult Party::meets(Party &other) {
+    const std::string joinsMe = "join " + other.name(), joinsOther = "join " + m_name;
+    const int before = told(joinsMe), beforeOther = other.told(joinsOther);
     if (!calls(other)) {
         return testing::AssertionFailure() << m_name << " cannot call " << other.name();
     }
-    const auto joined = isTold("join " + other.name());
-    return joined ? other.isTold("join " + m_name) : joined;
+    const auto met = [&] { return told(joinsMe) > before && other.told(joinsOther) > beforeOther; };
+    return m_meeting.until(met, m_name + " meets " + other.name());
 }
 
 testing::AssertionResult Party::meets(WirePeer &other) {
     if (!calls(other)) {
         return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
     }
-    const auto joined = other.isJoined();
-    return joined ? isTold("join " + other.entry.firstName) : joined;
+    return other.isJoined();
 }
 
 bool Party::accepts(const WirePeer &caller) {
@@ -221,6 +240,11 @@ bool Party::rejects(const WirePeer &caller) {
 bool Party::says(const std::string &text) {
     return m_participant->sendBroadcastData(reinterpret_cast<const unsigned char *>(text.data()),
                                             text.size());
+}
+
+void Party::leaves() {
+    m_participant->hangup();
+    forgetOldMeeting();
 }
 
 void Party::dies() {
@@ -259,6 +283,7 @@ Roster Party::roster() const {
 }
 
 void Party::note(const std::string &kind, const std::string &what) {
+    forgetOldMeeting();
     const std::string event = kind + " " + what;
     events.push_back(event);
     if (inside) {
@@ -267,13 +292,17 @@ void Party::note(const std::string &kind, const std::string &what) {
 }
 
 void Party::know(const RosterBase &entry, bool present) {
-    if (!m_participant->isMeeting()) {
-        m_known.clear();
-    }
+    forgetOldMeeting();
     const std::string address = key(entry);
     m_known.erase(address);
     if (present && address != key(m_participant->address())) {
         m_known.emplace(address, Roster::value_type(entry.firstName(), entry.colorIndex()));
+    }
+}
+
+void Party::forgetOldMeeting() {
+    if (!m_participant->isMeeting()) {
+        m_known.clear();
     }
 }
 

@@ -21,8 +21,11 @@ using Roster = std::map<std::string, int>;
 
 class Party {
 public:
-    // Listens for everybody, on a port of its own choice; `localOnly` on the loopback addresses.
-    Party(Meeting &meeting, const std::string &name, bool localOnly = false);
+    // Whom a party listens for, on a port of its own choice. By default for this machine, which
+    // asks no name service for the machine's address; where that would leave it without an address,
+    // because there is no IPv6, for everybody.
+    enum class Reach { thisMachine, everybody };
+    Party(Meeting &meeting, const std::string &name, Reach reach = Reach::thisMachine);
     ~Party();
     Party(const Party &) = delete;
     Party &operator=(const Party &) = delete;
@@ -47,7 +50,7 @@ public:
     bool accepts(const WirePeer &caller);
     bool rejects(const WirePeer &caller);
     bool says(const std::string &text);
-    void leaves() { m_participant->hangup(); }
+    void leaves();
     // The participant is destroyed: its connections close without a goodbye.
     void dies();
 
@@ -72,6 +75,8 @@ public:
     void know(const RosterBase &entry, bool present);
 
 private:
+    void forgetOldMeeting();
+
     Meeting &m_meeting;
     std::string m_name;
     std::unique_ptr<ConferenceParticipant> m_participant;
