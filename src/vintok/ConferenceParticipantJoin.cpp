@@ -256,6 +256,7 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
             }
         }
     }
+    _assureLeader(); // also after a refusal: the caller hosts by now
     if (_isListed(pending))
         _removePending(pending);
     if (hangsUp)
@@ -290,8 +291,6 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
     else if (peer->isLeader())
         _tell(_leadChangeCB, *peer);
     _requestRoster(peer);
-    if (_self.isHost())
-        _assureLeader();
     return secure.failed;
 }
 

@@ -14,15 +14,9 @@ namespace vintok::platform {
 
 namespace {
 
-bool setTimer(suseconds_t first, suseconds_t interval) {
-    const itimerval timer = {{0, interval}, {0, first}};
+bool setTimer(suseconds_t interval) {
+    const itimerval timer = {{0, interval}, {0, interval}};
     return ::setitimer(ITIMER_REAL, &timer, nullptr) == 0;
-}
-
-bool handleAlarm(void (*handler)(int)) {
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    return ::sigaction(SIGALRM, &action, nullptr) == 0;
 }
 
 } // namespace
@@ -68,16 +62,14 @@ bool isOpenFile(std::intptr_t number) {
 }
 
 bool startInterrupting() {
-    return handleAlarm([](int) {}) && setTimer(5000, 5000);
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    return ::sigaction(SIGALRM, &action, nullptr) == 0 && setTimer(5000);
 }
 
 void stopInterrupting() {
-    setTimer(0, 0);
+    setTimer(0);
     std::signal(SIGALRM, SIG_DFL);
-}
-
-bool interruptOnce(std::uint32_t microseconds, void (*handler)(int)) {
-    return handleAlarm(handler) && setTimer(static_cast<suseconds_t>(microseconds), 0);
 }
 
 bool leaveNetwork() {
