@@ -1,4 +1,5 @@
 #include "platform/Socket.h"
+#include "platform/Thread.h"
 #include "support/LogFile.h"
 #include "vintok/Globals.h"
 #include "vintok/TCPException.h"
@@ -33,32 +34,28 @@ TEST(LastError, CanBeReadAfterTheLastFini) {
     EXPECT_EQ("later", lastErrorString());
 }
 
-// Uses the library when its thread is almost gone.
-struct LateUser {
-    ~LateUser() {
-        *stored = setLastError(TCP_ERROR_INTERRUPT, "too late");
-        *code = lastError();
-        *text = lastErrorString();
-    }
-    bool *stored = nullptr;
-    TCPError *code = nullptr;
-    std::string *text = nullptr;
-};
-
-TEST(LastError, IsNoneOnceTheThreadTakesItsStorageDown) {
-    bool stored = true;
-    TCPError code = TCP_ERROR_INTERRUPT;
-    std::string text = "?";
+TEST(LastError, CanBeUsedWhileTheThreadEnds) {
+    struct Late {
+        bool stored = false;
+        TCPError code = TCP_ERROR_NO_ERROR;
+        std::string text;
+    } late;
+    // Made after the error's own slot, so its turn comes after that.
+    setLastError(TCP_ERROR_NO_ERROR, "");
+    platform::ThreadSlot slot([](void *value) {
+        auto *user = static_cast<Late *>(value);
+        user->stored = setLastError(TCP_ERROR_INTERRUPT, "late");
+        user->code = lastError();
+        user->text = lastErrorString();
+    });
     std::thread([&] {
-        thread_local LateUser late; // made before the error's own storage, so it goes after it
-        late.stored = &stored;
-        late.code = &code;
-        late.text = &text;
         setLastError(TCP_ERROR_WOULD_BLOCK, "in time");
+        ASSERT_TRUE(slot.set(&late));
     }).join();
-    EXPECT_FALSE(stored);
-    EXPECT_EQ(TCP_ERROR_NO_ERROR, code);
-    EXPECT_EQ("", text);
+    slot.release();
+    EXPECT_TRUE(late.stored);
+    EXPECT_EQ(TCP_ERROR_INTERRUPT, late.code);
+    EXPECT_EQ("late", late.text);
 }
 
 class ErrorDebug : public testing::Test {

@@ -6,6 +6,7 @@
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
+#include "support/StubTransport.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 #include "vintok/TCPStatusCallback.h"
@@ -384,7 +385,7 @@ TEST_F(Messages, FindTheirPeerGone) {
 namespace {
 
 // A channel whose every transfer the test decides.
-class ScriptedTransport : public TCPTransport {
+class ScriptedTransport : public test::StubTransport {
 public:
     std::int64_t secureRecv(int, unsigned char *buffer, std::size_t length) override {
         ++calls;
@@ -408,14 +409,6 @@ public:
         *pending = 100;
         return true;
     }
-    bool addSecureDescriptor(int) override { return true; }
-    bool removeSecureDescriptor(int) override { return true; }
-    bool secureAccept(int) override { return true; }
-    bool secureConnect(int, const char *) override { return true; }
-    std::int64_t securePeek(int, unsigned char *, std::size_t) override { return -1; }
-    bool secureStatus(int, std::size_t &, std::string &) override { return false; }
-    bool certificateInfo(int, TCPCertInfo &) override { return false; }
-    SecureError lastSecureError(int) override { return SECURE_ERROR_NOT_SECURE; }
 
     std::deque<Bytes> received; // an empty part blocks
     int zeroSends = 0;

@@ -541,6 +541,26 @@ TEST(PlatformThread, LockIsRecursiveAndItsOwnersAlone) {
     EXPECT_FALSE(lock.release());
 }
 
+TEST(PlatformThread, SlotDestroysWhatAThreadLeavesInIt) {
+    struct Value {
+        int destroyed = 0;
+    } own, others;
+    ThreadSlot slot([](void *value) { ++static_cast<Value *>(value)->destroyed; });
+    EXPECT_EQ(nullptr, slot.get());
+    ASSERT_TRUE(slot.set(&own));
+    std::thread([&] {
+        EXPECT_EQ(nullptr, slot.get());
+        EXPECT_TRUE(slot.set(&others));
+    }).join();
+    EXPECT_EQ(1, others.destroyed);
+    EXPECT_EQ(&own, slot.get());
+    EXPECT_EQ(0, own.destroyed);
+    slot.release();
+    EXPECT_EQ(1, own.destroyed);
+    EXPECT_EQ(nullptr, slot.get());
+    EXPECT_FALSE(slot.set(&own));
+}
+
 TEST(PlatformThread, IdsTellThreadsApart) {
     const std::uint64_t own = currentThreadId();
     EXPECT_NE(0u, own);

@@ -33,6 +33,9 @@ bool isOpenFile(std::intptr_t number);
 bool startInterrupting();
 void stopInterrupting();
 
+// A signal comes once, after so long, and `handler` is called for it. The same.
+bool interruptOnce(std::uint32_t microseconds, void (*handler)(int));
+
 // Moves this process for good to a network that has a loopback interface and nothing else. False
 // where that cannot be had. For a process with one thread.
 bool leaveNetwork();

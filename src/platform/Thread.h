@@ -25,6 +25,28 @@ private:
     void *m_handle;
 };
 
+// A pointer of each thread's own, null at first. When a thread ends, the system hands its pointer
+// to `destroy`, unless it is null. What a thread keeps in variables of the language instead is
+// destroyed too late where those are emulated: its memory is gone by then.
+class ThreadSlot {
+public:
+    explicit ThreadSlot(void (*destroy)(void *));
+
+    // Null when nothing was set, or when the system had no slot to give.
+    void *get() const;
+    // False when the system cannot keep it; the caller keeps it then.
+    bool set(void *value) const;
+
+    // Destroys the calling thread's pointer and gives the slot back, which then holds nothing any
+    // more. Before the code of `destroy` goes.
+    void release();
+
+private:
+    void (*m_destroy)(void *);
+    bool m_valid;
+    std::uint32_t m_key = 0;
+};
+
 // Never 0. Unique among the running threads of the system.
 std::uint64_t currentThreadId();
 std::uint32_t currentProcessId();

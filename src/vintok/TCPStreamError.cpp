@@ -1,15 +1,15 @@
-// The error of each thread. The record is reached through two thread-local variables without a
-// destructor, which can be looked at for as long as the thread runs, and a guard that frees the
-// record when the thread's storage is taken down. Whoever uses the library later still, from the
-// destructor of another thread-local or static object, finds no record: the error is then dropped
-// and reads as none.
+// The error of each thread. Its record is made on first need, and destroyed when the thread ends.
+// Who uses the library later than the library's own end, from the destructor of another static
+// object, finds no record: the error is then dropped and reads as none.
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/Thread.h"
 #include "vintok/Log.h"
 
 #include <atomic>
 #include <iterator>
+#include <memory>
 #include <new>
 
 namespace vintok {
@@ -21,29 +21,23 @@ struct LastErrorRecord {
     std::string text;
 };
 
-thread_local LastErrorRecord *t_record = nullptr;
-thread_local bool t_ended = false;
+platform::ThreadSlot &slot() {
+    static platform::ThreadSlot records(
+        [](void *record) { delete static_cast<LastErrorRecord *>(record); });
+    return records;
+}
 
-struct RecordGuard {
-    RecordGuard() = default;
-    RecordGuard(const RecordGuard &) = delete;
-    RecordGuard &operator=(const RecordGuard &) = delete;
-    ~RecordGuard() {
-        delete t_record;
-        t_record = nullptr;
-        t_ended = true;
-    }
-
-    // The first call on a thread is what makes the guard.
-    void makeRecord() { t_record = new (std::nothrow) LastErrorRecord; }
-};
-
-thread_local RecordGuard t_guard;
+// The end of the library.
+const struct SlotEnd {
+    ~SlotEnd() { slot().release(); }
+} s_slotEnd;
 
 LastErrorRecord *threadRecord() {
-    if (t_record == nullptr && !t_ended)
-        t_guard.makeRecord();
-    return t_record;
+    auto *record = static_cast<LastErrorRecord *>(slot().get());
+    if (record != nullptr)
+        return record;
+    std::unique_ptr<LastErrorRecord> made(new (std::nothrow) LastErrorRecord);
+    return slot().set(made.get()) ? made.release() : nullptr;
 }
 
 std::atomic<bool> s_errorDebug{false};

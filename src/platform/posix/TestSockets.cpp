@@ -14,9 +14,15 @@ namespace vintok::platform {
 
 namespace {
 
-bool setTimer(suseconds_t interval) {
-    const itimerval timer = {{0, interval}, {0, interval}};
+bool setTimer(suseconds_t first, suseconds_t interval) {
+    const itimerval timer = {{0, interval}, {0, first}};
     return ::setitimer(ITIMER_REAL, &timer, nullptr) == 0;
+}
+
+bool handleAlarm(void (*handler)(int)) {
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    return ::sigaction(SIGALRM, &action, nullptr) == 0;
 }
 
 } // namespace
@@ -62,14 +68,16 @@ bool isOpenFile(std::intptr_t number) {
 }
 
 bool startInterrupting() {
-    struct sigaction action = {};
-    action.sa_handler = [](int) {};
-    return ::sigaction(SIGALRM, &action, nullptr) == 0 && setTimer(5000);
+    return handleAlarm([](int) {}) && setTimer(5000, 5000);
 }
 
 void stopInterrupting() {
-    setTimer(0);
+    setTimer(0, 0);
     std::signal(SIGALRM, SIG_DFL);
+}
+
+bool interruptOnce(std::uint32_t microseconds, void (*handler)(int)) {
+    return handleAlarm(handler) && setTimer(static_cast<suseconds_t>(microseconds), 0);
 }
 
 bool leaveNetwork() {

@@ -67,6 +67,28 @@ bool RecursiveLock::release() {
     return succeeded(valid() ? pthread_mutex_unlock(mutexOf(m_handle)) : EINVAL);
 }
 
+ThreadSlot::ThreadSlot(void (*destroy)(void *)) : m_destroy(destroy), m_valid(false) {
+    pthread_key_t key = 0;
+    m_valid = succeeded(pthread_key_create(&key, destroy));
+    m_key = key;
+}
+
+void *ThreadSlot::get() const {
+    return m_valid ? pthread_getspecific(m_key) : nullptr;
+}
+
+bool ThreadSlot::set(void *value) const {
+    return m_valid && succeeded(pthread_setspecific(m_key, value));
+}
+
+void ThreadSlot::release() {
+    if (void *own = get(); own != nullptr)
+        m_destroy(own);
+    if (m_valid)
+        pthread_key_delete(m_key);
+    m_valid = false;
+}
+
 std::uint64_t currentThreadId() {
     // Every lock asks several times, so the system is asked once.
     static const int watchesForks = pthread_atfork(nullptr, nullptr, forgetThreadId);

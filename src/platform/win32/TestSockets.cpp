@@ -56,6 +56,10 @@ bool startInterrupting() {
 
 void stopInterrupting() {}
 
+bool interruptOnce(std::uint32_t, void (*)(int)) {
+    return false;
+}
+
 bool leaveNetwork() {
     return false;
 }

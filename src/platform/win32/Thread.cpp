@@ -48,6 +48,27 @@ bool RecursiveLock::release() {
     return succeeded(ReleaseMutex(m_handle));
 }
 
+ThreadSlot::ThreadSlot(void (*destroy)(void *)) : m_destroy(destroy), m_valid(false) {
+    // Fiber-local storage: the thread-local kind knows no function to call at the end.
+    const DWORD key = FlsAlloc(destroy);
+    m_valid = succeeded(key != FLS_OUT_OF_INDEXES);
+    m_key = key;
+}
+
+void *ThreadSlot::get() const {
+    return m_valid ? FlsGetValue(m_key) : nullptr;
+}
+
+bool ThreadSlot::set(void *value) const {
+    return m_valid && succeeded(FlsSetValue(m_key, value));
+}
+
+void ThreadSlot::release() {
+    if (m_valid)
+        FlsFree(m_key); // destroys the pointers of all threads
+    m_valid = false;
+}
+
 std::uint64_t currentThreadId() {
     return GetCurrentThreadId();
 }

@@ -1,0 +1,67 @@
+#include "Command.h"
+
+namespace app {
+
+namespace {
+
+struct Word {
+    std::string_view word;
+    CommandKind kind;
+    std::string_view argument; // as /help shows it; empty: takes none
+    std::string_view meaning;
+};
+
+const Word words[] = {
+    {"/who", CommandKind::who, "", "who is in the meeting, with colours"},
+    {"/accept", CommandKind::accept, "[CALL]", "let a caller in, the one who waits longest first"},
+    {"/reject", CommandKind::reject, "[CALL]", "turn a caller away"},
+    {"/leave", CommandKind::leave, "", "leave the meeting and end"},
+    {"/help", CommandKind::help, "", "this list"},
+};
+
+constexpr std::string_view BLANKS = " \t\r\n\v\f";
+
+std::string_view trimmed(std::string_view text) {
+    const std::size_t begin = text.find_first_not_of(BLANKS);
+    if (begin == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(begin, text.find_last_not_of(BLANKS) - begin + 1);
+}
+
+} // namespace
+
+Command parseCommand(std::string_view line) {
+    line = trimmed(line);
+    if (line.empty()) {
+        return {};
+    }
+    if (line.front() != '/') {
+        return {CommandKind::say, std::string(line)};
+    }
+    if (line.substr(0, 2) == "//") {
+        return {CommandKind::say, std::string(line.substr(1))};
+    }
+    const std::string_view typed = line.substr(0, line.find_first_of(BLANKS));
+    const std::string argument(trimmed(line.substr(typed.size())));
+    for (const Word &word : words) {
+        if (word.word == typed && (argument.empty() || !word.argument.empty())) {
+            return {word.kind, argument};
+        }
+    }
+    return {CommandKind::unknown, std::string(line)};
+}
+
+std::vector<CommandHelp> commandHelp() {
+    std::vector<CommandHelp> help;
+    for (const Word &word : words) {
+        std::string usage(word.word);
+        if (!word.argument.empty()) {
+            usage.append(" ").append(word.argument);
+        }
+        help.push_back({usage, std::string(word.meaning)});
+    }
+    return help;
+}
+
+} // namespace app

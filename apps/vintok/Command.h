@@ -1,0 +1,32 @@
+// What a person types: a line that is said, or a command that begins with a slash. "//" at the
+// front says a line that begins with one slash.
+#ifndef VINTOK_APP_COMMAND_H
+#define VINTOK_APP_COMMAND_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace app {
+
+enum class CommandKind { nothing, say, who, accept, reject, leave, help, unknown };
+
+struct Command {
+    CommandKind kind = CommandKind::nothing;
+    // The line that is said, the argument of the command, or the unknown command with its slash.
+    std::string text;
+};
+
+// White space around the line and around the argument does not count.
+Command parseCommand(std::string_view line);
+
+// How a command is typed and what it does, for /help.
+struct CommandHelp {
+    std::string usage;
+    std::string meaning;
+};
+std::vector<CommandHelp> commandHelp();
+
+} // namespace app
+
+#endif

@@ -1,0 +1,169 @@
+// A record is a kind, a length of four bytes and a text. A record is written with one call and
+// under a lock, so whoever sees its first bytes has all of it shortly; the loop may wait for the
+// rest.
+//
+// A signal handler may do next to nothing: it notes the signal, and the watching thread looks for
+// that note a few times a second. The thread that reads cannot be woken from its wait for a line;
+// it is left behind when the program ends, which is why `main` ends the process without running
+// destructors of static objects.
+#include "Inbox.h"
+
+#include <vintok/TCPSelect.h>
+#include <vintok/TCPStream.h>
+
+#include "LoopbackPair.h"
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <thread>
+
+namespace app {
+
+namespace {
+
+constexpr std::chrono::milliseconds WATCH_INTERVAL(50);
+constexpr int WATCHES_PER_TICK = 20;
+
+using RecordHead = std::array<unsigned char, 5>;
+
+// Free of locks, so that a handler may write it.
+std::atomic<bool> s_signalled = false;
+static_assert(std::atomic<bool>::is_always_lock_free);
+
+extern "C" void noteSignal(int signal) {
+    s_signalled = true;
+    // The next one ends the process: somebody is in a hurry, or the leaving hangs.
+    std::signal(signal, SIG_DFL);
+}
+
+void takeOverSignals() {
+    std::signal(SIGINT, noteSignal);
+    std::signal(SIGTERM, noteSignal);
+#ifdef SIGBREAK // Ctrl-Break, where there is such a key
+    std::signal(SIGBREAK, noteSignal);
+#endif
+}
+
+} // namespace
+
+// The writing end. Closed by the loop's side; whoever writes later is told so.
+struct Inbox::Channel {
+    std::mutex mutex;
+    int descriptor = -1;
+
+    bool write(Kind kind, const std::string &text) {
+        const auto length = static_cast<std::uint32_t>(text.size());
+        std::string record;
+        record += static_cast<char>(kind);
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            record += static_cast<char>(length >> shift & 0xFF);
+        }
+        record += text;
+        const std::lock_guard<std::mutex> lock(mutex);
+        return descriptor != -1 &&
+               vintok::writeBytes(
+                   descriptor, reinterpret_cast<const unsigned char *>(record.data()),
+                   record.size(), nullptr) == static_cast<std::int64_t>(record.size());
+    }
+
+    void close() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        vintok::shutdownSocket(descriptor);
+        descriptor = -1;
+    }
+};
+
+Inbox::Inbox(vintok::TCPSelect &loop) : m_loop(loop), m_channel(std::make_shared<Channel>()) {}
+
+Inbox::~Inbox() {
+    if (m_descriptor != -1) {
+        m_loop.removeCallback(m_descriptor, dataCB, this);
+        // This end first: a thread that waits for room in a full connection holds the lock.
+        vintok::shutdownSocket(m_descriptor);
+        m_channel->close();
+    }
+}
+
+bool Inbox::open(Handler handler) {
+    m_handler = std::move(handler);
+    return makeLoopbackPair(m_descriptor, m_channel->descriptor) &&
+           m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
+}
+
+void Inbox::dataCB(int, void *data, bool) {
+    static_cast<Inbox *>(data)->takeRecord();
+}
+
+void Inbox::takeRecord() {
+    RecordHead head;
+    if (vintok::readBytes(m_descriptor, head.data(), head.size(), nullptr) !=
+        static_cast<std::int64_t>(head.size())) {
+        return;
+    }
+    std::size_t length = 0;
+    for (std::size_t i = 1; i < head.size(); ++i) {
+        length = length << 8 | head[i];
+    }
+    std::string text(length, '\0');
+    if (length == 0 ||
+        vintok::readBytes(m_descriptor, reinterpret_cast<unsigned char *>(text.data()), length,
+                          nullptr) == static_cast<std::int64_t>(length)) {
+        m_handler(static_cast<Kind>(head[0]), text);
+    }
+}
+
+void Inbox::readStandardInput() {
+    std::thread([channel = m_channel] {
+        std::string line;
+        bool tooLong = false;
+        const auto tell = [&] {
+            return channel->write(tooLong ? Kind::longLine : Kind::line, tooLong ? "" : line);
+        };
+        for (int c = std::getc(stdin); c != EOF; c = std::getc(stdin)) {
+            if (c == '\n') {
+                if (!tell()) {
+                    return;
+                }
+                line.clear();
+                tooLong = false;
+            } else if (line.size() == MAX_LINE) {
+                tooLong = true;
+            } else {
+                line += static_cast<char>(c);
+            }
+        }
+        if (!line.empty() && !tell()) {
+            return;
+        }
+        channel->write(Kind::endOfInput, "");
+    }).detach();
+}
+
+void Inbox::watch() {
+    takeOverSignals();
+    std::thread([channel = m_channel] {
+        for (int watches = 1;; ++watches) {
+            std::this_thread::sleep_for(WATCH_INTERVAL);
+            if (s_signalled.exchange(false) && !channel->write(Kind::interrupt, "")) {
+                return;
+            }
+            if (watches % WATCHES_PER_TICK == 0 && !channel->write(Kind::tick, "")) {
+                return;
+            }
+        }
+    }).detach();
+}
+
+void Inbox::pass() {
+    if (m_loop.pollDescriptors(false) == -1) {
+        // A signal, as a rule. Should it be anything that lasts, the loop must not spin.
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+} // namespace app

@@ -1,0 +1,68 @@
+// What reaches the loop from elsewhere in the process: lines of the standard input, interrupts, the
+// passing of time. Two threads wait for these and write a record each time to one end of a pair of
+// connected sockets; the loop reads the other end, so that everything the program does happens on
+// the loop's thread.
+#ifndef VINTOK_APP_INBOX_H
+#define VINTOK_APP_INBOX_H
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace vintok {
+class TCPSelect;
+}
+
+namespace app {
+
+// A longer line of the standard input is told as `longLine`.
+inline constexpr std::size_t MAX_LINE = 65536;
+
+class Inbox {
+public:
+    enum class Kind : unsigned char {
+        line,       // the text has no line end
+        longLine,   // one that was too long; it is passed over
+        endOfInput, // there will be no further line
+        interrupt,  // Ctrl-C or a request to end
+        tick,       // a second has passed
+    };
+    using Handler = std::function<void(Kind, const std::string &)>;
+
+    // Uses the loop for as long as this object lives.
+    explicit Inbox(vintok::TCPSelect &loop);
+    // The threads end by themselves; one that waits for the standard input does so with the
+    // process.
+    ~Inbox();
+    Inbox(const Inbox &) = delete;
+    Inbox &operator=(const Inbox &) = delete;
+
+    // Registers with the loop, which calls `handler` for each record. False when no pair of sockets
+    // can be had.
+    bool open(Handler handler);
+
+    // Starts the thread that reads the standard input.
+    void readStandardInput();
+    // Takes over the signals that ask a program to end, for the life of the process, and starts the
+    // thread that tells of them and of the time. A second signal ends the process at once.
+    void watch();
+
+    // One pass of the loop: waits for what comes next, here or on another descriptor, and handles
+    // it.
+    void pass();
+
+private:
+    struct Channel;
+    static void dataCB(int descriptor, void *data, bool hangup);
+    void takeRecord();
+
+    vintok::TCPSelect &m_loop;
+    int m_descriptor = -1;
+    Handler m_handler;
+    std::shared_ptr<Channel> m_channel; // shared with the threads, which may outlive this object
+};
+
+} // namespace app
+
+#endif

@@ -1,0 +1,104 @@
+#include "Command.h"
+#include "JsonLine.h"
+#include "Report.h"
+
+#include <cstdio>
+
+namespace app {
+
+namespace {
+
+// By CallEvent.
+const char *const callEvents[] = {"calling", "ringing",   "accepted", "rejected",
+                                  "busy",    "no-answer", "too-old"};
+
+void print(const JsonLine &line) {
+    std::fputs((line.str() + '\n').c_str(), stdout);
+    std::fflush(stdout);
+}
+
+JsonLine &describe(JsonLine &line, const Person &person) {
+    line.text("name", person.name).text("address", person.address).number("port", person.port);
+    if (person.colour == NO_COLOUR) {
+        line.nothing("colour");
+    } else {
+        line.number("colour", person.colour);
+    }
+    return line.flag("host", person.host).flag("self", person.self);
+}
+
+JsonLine personEvent(const char *event, const Person &person) {
+    JsonLine line(event);
+    return describe(line, person);
+}
+
+class JsonReport : public Report {
+public:
+    void listening(const std::string &address, unsigned short port) override {
+        print(JsonLine("port").text("address", address).number("port", port));
+    }
+    void connected(const std::string &whom) override {
+        print(JsonLine("connected").text("whom", whom));
+    }
+    void hosting(const std::string &meeting) override {
+        print(JsonLine("hosting").text("meeting", meeting));
+    }
+    void call(CallEvent event, const std::string &whom) override {
+        print(JsonLine(callEvents[static_cast<int>(event)]).text("whom", whom));
+    }
+    void asked(unsigned int call, const Person &caller) override {
+        print(personEvent("asked", caller).text("email", caller.email).number("call", call));
+    }
+    void joined(const Person &person) override { print(personEvent("joined", person)); }
+    void left(const Person &person) override { print(personEvent("left", person)); }
+    void changed(const Person &person, const Person &) override {
+        print(personEvent("changed", person));
+    }
+    void said(const Person &person, const std::string &text) override {
+        print(personEvent("said", person).text("text", text));
+    }
+    void relayed(const std::string &text) override {
+        print(JsonLine("relayed").text("text", text));
+    }
+    void strangeData(std::size_t bytes) override {
+        print(JsonLine("data").number("bytes", static_cast<std::int64_t>(bytes)));
+    }
+    void roster(const std::string &meeting, const std::vector<Person> &people) override {
+        std::vector<JsonLine> parties;
+        for (const Person &person : people) {
+            JsonLine party;
+            describe(party, person)
+                .text("email", person.email)
+                .text("title", person.title)
+                .text("phone", person.phone);
+            parties.push_back(party);
+        }
+        print(JsonLine("roster").text("meeting", meeting).list("parties", parties));
+    }
+    void help() override {
+        std::vector<JsonLine> commands;
+        for (const CommandHelp &command : commandHelp()) {
+            commands.push_back(
+                JsonLine().text("usage", command.usage).text("meaning", command.meaning));
+        }
+        print(JsonLine("help").list("commands", commands));
+    }
+    void problem(const std::string &text) override {
+        print(JsonLine("problem").text("text", text));
+    }
+    void ended(const std::string &reason) override {
+        print(JsonLine("ended").text("reason", reason));
+    }
+    void failed(const std::string &reason) override {
+        print(JsonLine("error").text("reason", reason));
+        complain(reason);
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Report> makeJsonReport() {
+    return std::make_unique<JsonReport>();
+}
+
+} // namespace app

@@ -1,0 +1,181 @@
+#include "Options.h"
+
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <optional>
+
+namespace app {
+
+namespace {
+
+const std::map<std::string, std::optional<vintok::LogLevel>> logLevels = {
+    {"none", vintok::LOG_NONE},       {"fatal", vintok::LOG_FATAL}, {"error", vintok::LOG_ERROR},
+    {"warning", vintok::LOG_WARNING}, {"info", vintok::LOG_INFO},   {"debug", vintok::LOG_DEBUG},
+    {"trace", vintok::LOG_TRACE}};
+const std::map<std::string, Answer> answers = {
+    {"yes", Answer::yes}, {"ask", Answer::ask}, {"no", Answer::no}};
+const std::map<std::string, When> whens = {
+    {"auto", When::automatic}, {"always", When::always}, {"never", When::never}};
+
+// An option whose value is one of the words of `table`.
+template <class Value>
+CLI::Option *addWord(CLI::App &app, const std::string &name, Value &value,
+                     const std::map<std::string, Value> &table, const std::string &help) {
+    std::vector<std::string> words;
+    for (const auto &row : table) {
+        words.push_back(row.first);
+    }
+    const auto set = [&value, &table](const std::string &word) { value = table.at(word); };
+    return app.add_option_function<std::string>(name, set, help)->check(CLI::IsMember(words));
+}
+
+void addName(CLI::App &app, Options &options) {
+    const auto setName = [&options](const std::string &name) {
+        const std::size_t blank = name.find(' ');
+        options.firstName = name.substr(0, blank);
+        options.lastName = blank == std::string::npos ? "" : name.substr(blank + 1);
+    };
+    app.add_option_function<std::string>("--name", setName,
+                                         "Your name: the first word is the first name")
+        ->type_name("NAME");
+    app.add_option("--email", options.email, "Your e-mail address")->type_name("TEXT");
+    app.add_option("--title", options.title, "Your title")->type_name("TEXT");
+    app.add_option("--phone", options.phone, "Your telephone number")->type_name("TEXT");
+}
+
+void addListening(CLI::App &app, Options &options, const std::string &usualPort) {
+    app.add_option("--port", options.port,
+                   "Listen on this port, or the first free one after it (" + usualPort + ")")
+        ->type_name("PORT")
+        ->check(CLI::Range(1, 65535));
+    app.add_flag("--exact-port", options.exactPort, "Fail if the port is taken");
+    app.add_flag("--local", options.localOnly, "Be reachable from this machine only");
+}
+
+void addOutput(CLI::App &app, Options &options) {
+    app.add_flag("--json", options.json,
+                 "Print one JSON object for each event, on a line of its own. Skip lines that do "
+                 "not begin with '{': the library announces its port in plain text");
+    addWord(app, "--color", options.colour, whens, "Use colours (auto: on a terminal)")
+        ->type_name("auto|always|never");
+    addWord(app, "--log-level", options.logLevel, logLevels,
+            "What the library logs to standard error (none, or VINTOK_ERROR_LOG_LEVEL)")
+        ->type_name("none|fatal|error|warning|info|debug|trace");
+    app.add_option("--log-file", options.logFile, "Log to this file instead")->type_name("FILE");
+}
+
+void addTarget(CLI::App &app, Options &options, const std::string &help) {
+    const auto setTarget = [&options](const std::string &text) {
+        if (!parseTarget(text, options.target)) {
+            throw CLI::ValidationError("'" + text +
+                                       "' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT");
+        }
+    };
+    app.add_option_function<std::string>("target", setTarget, help)
+        ->type_name("HOST[:PORT]")
+        ->required();
+}
+
+void addMeeting(CLI::App &app, Options &options) {
+    app.add_flag("--stay", options.stay, "Stay in the meeting when the standard input ends");
+    app.add_option("--keep-alive", options.keepAlive,
+                   "Seconds between tests of the connections, 0 for none (30)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, 86400));
+}
+
+CLI::App *addHost(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand("host", "Hold a meeting that others can join");
+    app->add_option("--meeting", options.meeting, "The name of the meeting")->type_name("NAME");
+    addWord(*app, "--answer", options.answer, answers, "Let callers in (yes)")
+        ->type_name("yes|ask|no");
+    addMeeting(*app, options);
+    addName(*app, options);
+    addListening(*app, options, "the configured port, normally 7777");
+    addOutput(*app, options);
+    return app;
+}
+
+CLI::App *addJoin(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
+    addTarget(*app, options, "Whom to call");
+    app->add_option("--patience", options.patience,
+                    "Seconds to wait for the answer, 0 for as long as it takes (0)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0, 86400));
+    addMeeting(*app, options);
+    addName(*app, options);
+    addListening(*app, options, "the configured port, normally 7777");
+    addOutput(*app, options);
+    return app;
+}
+
+CLI::App *addRelay(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand(
+        "relay", "Pass every broadcast message of a client on to the other clients");
+    addListening(*app, options, "8787");
+    addOutput(*app, options);
+    return app;
+}
+
+CLI::App *addRelayClient(CLI::App &program, Options &options, const std::string &name,
+                         const std::string &help) {
+    CLI::App *app = program.add_subcommand(name, help);
+    addTarget(*app, options, "Where the relay is; its port is 8787 unless given");
+    addOutput(*app, options);
+    return app;
+}
+
+const char footer[] =
+    "In a meeting, a line typed is said to everybody; /help lists the commands. The end of the\n"
+    "input leaves the meeting, and so does Ctrl-C.\n\n"
+    "Exit status: 0 fine (also when the host ends the meeting), 1 the run failed (no connection,\n"
+    "port taken, call refused), 2 wrong usage.";
+
+} // namespace
+
+ParseResult parseOptions(int count, const char *const *arguments, Options &options,
+                         std::string &text) {
+    CLI::App program("Meetings over TCP, from the command line.", "vintok");
+    program.footer(footer);
+    program.set_version_flag("--version", "vintok " VINTOK_VERSION);
+    program.set_help_all_flag("--help-all", "Print the help of every command");
+    program.require_subcommand(
+        -1); // at most one; that one is needed is said below, in better words
+    const std::pair<CLI::App *, Role> roles[] = {
+        {addHost(program, options), Role::host},
+        {addJoin(program, options), Role::join},
+        {addRelay(program, options), Role::relay},
+        {addRelayClient(program, options, "relay-send",
+                        "Send the lines of the standard input through a relay"),
+         Role::relaySend},
+        {addRelayClient(program, options, "relay-listen", "Print what comes through a relay"),
+         Role::relayListen},
+    };
+    try {
+        program.parse(count, arguments);
+    } catch (const CLI::CallForVersion &version) {
+        text = version.what();
+        return ParseResult::done;
+    } catch (const CLI::CallForAllHelp &) {
+        text = program.help("", CLI::AppFormatMode::All);
+        return ParseResult::done;
+    } catch (const CLI::CallForHelp &) {
+        text = program.help();
+        return ParseResult::done;
+    } catch (const CLI::ParseError &error) {
+        text = error.what();
+        return ParseResult::wrong;
+    }
+    for (const auto &[app, role] : roles) {
+        if (app->parsed()) {
+            options.role = role;
+            return ParseResult::run;
+        }
+    }
+    text = "a command is needed: host, join, relay, relay-send or relay-listen";
+    return ParseResult::wrong;
+}
+
+} // namespace app

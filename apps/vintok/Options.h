@@ -1,0 +1,57 @@
+// The command line.
+#ifndef VINTOK_APP_OPTIONS_H
+#define VINTOK_APP_OPTIONS_H
+
+#include "Target.h"
+
+#include <vintok/TCPStream.h>
+
+#include <optional>
+#include <string>
+
+namespace app {
+
+enum class Role { host, join, relay, relaySend, relayListen };
+enum class Answer { yes, ask, no };
+enum class When { automatic, always, never };
+
+struct Options {
+    Role role = Role::host;
+
+    // Whom to call: join, and the clients of a relay.
+    Target target;
+
+    // Who this is.
+    std::string firstName;
+    std::string lastName;
+    std::string email;
+    std::string title;
+    std::string phone;
+
+    // Where to listen; port 0 is the usual one.
+    unsigned short port = 0;
+    bool exactPort = false;
+    bool localOnly = false;
+
+    std::string meeting;
+    Answer answer = Answer::yes;
+    bool stay = false;
+    unsigned int keepAlive = 30; // seconds, 0: none
+    unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
+
+    bool json = false;
+    When colour = When::automatic;
+    std::optional<vintok::LogLevel> logLevel; // none: as the environment says
+    std::string logFile;
+};
+
+enum class ParseResult { run, done, wrong };
+
+// `done`: what was asked for, help or the version, is in `text` and goes to the standard output.
+// `wrong`: `text` says in one line what is wrong.
+ParseResult parseOptions(int count, const char *const *arguments, Options &options,
+                         std::string &text);
+
+} // namespace app
+
+#endif

@@ -1,0 +1,151 @@
+// Everything happens on one thread, inside the passes of the loop. The participant and the inbox
+// share that loop. A party is calling (join only, until the answer), in a meeting, or done; once it
+// is done the loop ends after the pass that it is in, and the participant goes down with the party.
+//
+// The library does not tell when the connection of a call that was not yet answered breaks. The
+// loop then has as many descriptors as before the call, which `afterPass` looks for.
+#include "Party.h"
+
+#include "Failure.h"
+#include "Send.h"
+
+#include <vintok/TCPAddress.h>
+
+namespace app {
+
+namespace {
+
+constexpr unsigned int PARTING_SECONDS = 3; // that a host has to hang up
+
+} // namespace
+
+Party::Party(const Options &options, Report &report)
+    : m_options(options), m_report(report), m_participant(options, *this), m_inbox(m_loop) {
+    m_listeners = m_loop.numDescriptors();
+}
+
+int Party::run() {
+    if (m_listeners == 0) {
+        const std::string port =
+            m_options.port == 0 ? "the usual port" : "port " + std::to_string(m_options.port);
+        fail(withLastFailure("cannot listen on " + port));
+        return m_exitCode;
+    }
+    introduce();
+    setCallbacks();
+    if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
+        fail(withLastFailure("cannot make sockets on the loopback address"));
+        return m_exitCode;
+    }
+    const Person me = self();
+    m_people.take(me);
+    m_report.listening(me.address, me.port);
+    if (m_options.role == Role::host ? host() : call()) {
+        loop();
+    }
+    return m_exitCode;
+}
+
+void Party::introduce() {
+    m_participant.setFirstName(m_options.firstName);
+    m_participant.setLastName(m_options.lastName);
+    m_participant.setEmail(m_options.email);
+    m_participant.setTitle(m_options.title);
+    m_participant.setPhone(m_options.phone);
+}
+
+bool Party::host() {
+    m_report.hosting(m_options.meeting);
+    return m_participant.hostMeeting(m_options.meeting);
+}
+
+bool Party::call() {
+    const Target &target = m_options.target;
+    m_report.call(CallEvent::calling, target.text());
+    m_calling = true;
+    // Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
+    if (!m_participant.placeCall(target.host, target.port, "", 0, "", "", 0)) {
+        fail(callFailure());
+        return false;
+    }
+    return true;
+}
+
+std::string Party::callFailure() {
+    const std::string failure = withLastFailure("cannot reach " + m_options.target.text());
+    vintok::TCPAddress address;
+    if (!address.resolve(m_options.target.host)) {
+        return "cannot find the host '" + m_options.target.host + "'";
+    }
+    const unsigned short port = m_options.target.port;
+    address.setHostByteOrderPort(port == 0 ? PARTY_PORT : port);
+    if (m_participant.address() == address) {
+        return m_options.target.text() + " is this very party";
+    }
+    return failure;
+}
+
+void Party::loop() {
+    m_inbox.watch();
+    m_inbox.readStandardInput();
+    while (!m_done) {
+        m_inbox.pass();
+        afterPass();
+    }
+}
+
+void Party::afterPass() {
+    if (m_done) {
+        return;
+    }
+    if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
+        return callEnds(CallEvent::noAnswer, "has hung up without an answer");
+    }
+    if (m_options.role == Role::host && !m_participant.isHost()) {
+        // The library ends a meeting when the last guest has gone. This one goes on.
+        m_participant.hostMeeting(m_options.meeting);
+    }
+    if (m_options.role == Role::join && !m_calling && !m_participant.isMeeting()) {
+        return m_leaving ? part() : finish("The meeting is over.");
+    }
+    while (!m_calling && !m_done && !m_unsaid.empty()) {
+        const std::string text = m_unsaid.front();
+        m_unsaid.pop_front();
+        send(text);
+    }
+    if (!m_calling && m_inputEnded && !m_options.stay) {
+        leave();
+    }
+}
+
+void Party::finish(const std::string &reason) {
+    m_done = true;
+    m_report.ended(reason);
+}
+
+void Party::fail(const std::string &reason) {
+    m_done = true;
+    m_exitCode = 1;
+    m_report.failed(reason);
+}
+
+void Party::leave() {
+    if (m_leaving || m_done) {
+        return;
+    }
+    // A guest waits for the host to close the connection, so that its last lines arrive.
+    if (m_participant.isMeeting() && m_host != -1 && sendHangup(m_host)) {
+        m_leaving = true;
+        m_patience = PARTING_SECONDS;
+        return;
+    }
+    part();
+}
+
+void Party::part() {
+    m_calling = false;
+    m_participant.hangup();
+    finish("Left the meeting.");
+}
+
+} // namespace app

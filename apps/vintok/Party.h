@@ -1,0 +1,91 @@
+// One party of a meeting, from its start to its leaving: what `vintok host` and `vintok join` run.
+#ifndef VINTOK_APP_PARTY_H
+#define VINTOK_APP_PARTY_H
+
+#include "Command.h"
+#include "Inbox.h"
+#include "Options.h"
+#include "Person.h"
+#include "Report.h"
+
+#include <vintok/ConferenceParticipant.h>
+#include <vintok/TCPSelect.h>
+
+#include <deque>
+#include <map>
+#include <string>
+
+namespace app {
+
+class Party {
+public:
+    // Both must outlive the party. Listens at once.
+    Party(const Options &options, Report &report);
+
+    // Hosts or calls, and stays in the meeting until it ends. Returns the exit code of the program.
+    int run();
+
+private:
+    // The library's callbacks get the participant: this one knows its party.
+    struct Participant : vintok::ConferenceParticipant {
+        Participant(const Options &options, Party &its)
+            : ConferenceParticipant(options.localOnly, options.port, options.exactPort),
+              party(its) {}
+        Party &party;
+    };
+
+    // ---- Start, loop and end (Party.cpp)
+    void introduce();
+    void setCallbacks();
+    bool host();
+    bool call();
+    std::string callFailure();
+    void loop();
+    void afterPass();
+    void finish(const std::string &reason);
+    void fail(const std::string &reason);
+    void leave();
+    void part();
+
+    // ---- What the meeting tells (PartyEvents.cpp)
+    static Party &of(vintok::ConferenceParticipant *participant);
+    void callPending(const vintok::ConferenceRosterEntry &entry);
+    void joined(const vintok::ConferenceRosterEntry &entry);
+    void left(const vintok::ConferenceRosterEntry &entry);
+    void changed(const vintok::ConferenceRosterEntry &entry);
+    void heard(const unsigned char *data, std::size_t length);
+    void callEnds(CallEvent event, const std::string &reason);
+    void giveUp(const std::string &reason);
+    Person self() const;
+
+    // ---- What the person and the clock tell (PartyCommands.cpp)
+    void take(Inbox::Kind kind, const std::string &text);
+    void obey(const Command &command);
+    void say(const std::string &text);
+    void send(const std::string &text);
+    void answer(const Command &command);
+    void tick();
+
+    const Options &m_options;
+    Report &m_report;
+    vintok::TCPSelect m_loop; // the thread's; also the participant's
+    Participant m_participant;
+    Inbox m_inbox;
+    int m_listeners = 0;    // how many descriptors the loop had when nothing but listening was on
+    bool m_calling = false; // an own call has not been answered
+    int m_host = -1;        // the connection to the host, at a guest
+    bool m_leaving = false; // the host has been told and has not hung up yet
+    unsigned int m_patience = 0; // ticks until it is left without that
+    bool m_done = false;
+    int m_exitCode = 0;
+    bool m_inputEnded = false;
+    unsigned int m_seconds = 0;       // since the loop began
+    std::deque<std::string> m_unsaid; // typed before there was a meeting
+    People m_people;
+    std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer
+    unsigned int m_lastCall = 0;
+};
+
+} // namespace app
+
+#endif

@@ -1,0 +1,114 @@
+#include "Party.h"
+
+#include "Saying.h"
+#include "Text.h"
+
+namespace app {
+
+namespace {
+
+// How much may be typed ahead of an answered call.
+constexpr std::size_t MAX_UNSAID = 1000;
+
+} // namespace
+
+void Party::take(Inbox::Kind kind, const std::string &text) {
+    if (m_leaving && kind != Inbox::Kind::tick) {
+        return;
+    }
+    switch (kind) {
+    case Inbox::Kind::line:
+        return obey(parseCommand(text));
+    case Inbox::Kind::longLine:
+        return m_report.problem("a line of more than " + std::to_string(MAX_LINE) +
+                                " bytes was not said");
+    case Inbox::Kind::endOfInput:
+        m_inputEnded = true; // what was typed before comes first
+        return;
+    case Inbox::Kind::interrupt:
+        if (m_calling) {
+            return giveUp("was not waited for any longer");
+        }
+        return leave();
+    case Inbox::Kind::tick:
+        return tick();
+    }
+}
+
+void Party::obey(const Command &command) {
+    switch (command.kind) {
+    case CommandKind::nothing:
+        return;
+    case CommandKind::say:
+        return say(command.text);
+    case CommandKind::who:
+        return m_report.roster(m_participant.meetingName(), m_people.all());
+    case CommandKind::accept:
+    case CommandKind::reject:
+        return answer(command);
+    case CommandKind::leave:
+        return leave();
+    case CommandKind::help:
+        return m_report.help();
+    case CommandKind::unknown:
+        return m_report.problem("there is no command '" + command.text + "'; /help lists them");
+    }
+}
+
+void Party::say(const std::string &text) {
+    if (m_calling || !m_unsaid.empty()) { // a line does not overtake those that wait
+        if (m_unsaid.size() == MAX_UNSAID) {
+            return m_report.problem(
+                "the call is not answered yet, and too many lines wait already");
+        }
+        m_unsaid.push_back(text);
+        return;
+    }
+    send(text);
+}
+
+void Party::send(const std::string &text) {
+    const Person me = self();
+    const std::string body = encodeSaying({me.address, me.port, me.name, text});
+    if (m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
+                                        body.size())) {
+        m_report.said(me, text);
+    } else if (m_people.all().size() <= 1) {
+        m_report.problem("nobody else is in the meeting");
+    } else {
+        m_report.problem("the line did not reach everybody");
+    }
+}
+
+void Party::answer(const Command &command) {
+    auto caller = m_callers.begin();
+    unsigned short number = 0;
+    if (!command.text.empty()) {
+        caller = parseNumber(command.text, number) ? m_callers.find(number) : m_callers.end();
+    }
+    if (caller == m_callers.end()) {
+        return m_report.problem(m_callers.empty() ? "nobody waits for an answer"
+                                                  : "there is no call '" + command.text + "'");
+    }
+    const vintok::TCPAddress address = caller->second;
+    m_callers.erase(caller);
+    const bool accepts = command.kind == CommandKind::accept;
+    if (!(accepts ? m_participant.acceptCall(address) : m_participant.rejectCall(address))) {
+        m_report.problem("the caller is gone");
+    }
+}
+
+void Party::tick() {
+    ++m_seconds;
+    if (m_leaving && --m_patience == 0) {
+        return part();
+    }
+    if (m_calling && m_options.patience != 0 && m_seconds >= m_options.patience) {
+        return giveUp("did not answer in time");
+    }
+    if (m_options.keepAlive != 0 && m_seconds % m_options.keepAlive == 0) {
+        m_participant.sendAllKeepAlive();
+    }
+}
+
+} // namespace app

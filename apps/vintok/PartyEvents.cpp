@@ -1,0 +1,145 @@
+#include "Party.h"
+
+#include "Saying.h"
+
+#include <string_view>
+
+namespace app {
+
+Party &Party::of(vintok::ConferenceParticipant *participant) {
+    return static_cast<Participant *>(participant)->party;
+}
+
+void Party::setCallbacks() {
+    using Library = vintok::ConferenceParticipant;
+    using Entry = vintok::ConferenceRosterEntry;
+    using Called = vintok::RosterBase;
+    m_participant.setCallPendingCB([](Library *p, const Entry &e) { of(p).callPending(e); });
+    m_participant.setJoinCB([](Library *p, const Entry &e) { of(p).joined(e); });
+    m_participant.setLeaveCB([](Library *p, const Entry &e) { of(p).left(e); });
+    m_participant.setUserDataCB([](Library *p, const Entry &e) { of(p).changed(e); });
+    m_participant.setBroadcastDataCB([](Library *p, unsigned char *data, std::uint64_t length) {
+        of(p).heard(data, static_cast<std::size_t>(length));
+    });
+    m_participant.setRingingCB([](Library *p, const std::string &, const Called &) {
+        of(p).m_report.call(CallEvent::ringing, of(p).m_options.target.text());
+    });
+    m_participant.setAcceptedCB([](Library *p, const std::string &, const Called &) {
+        of(p).m_calling = false;
+        of(p).m_report.call(CallEvent::accepted, of(p).m_options.target.text());
+    });
+    m_participant.setRejectedCB([](Library *p, const std::string &, const Called &) {
+        of(p).callEnds(CallEvent::rejected, "has rejected the call");
+    });
+    m_participant.setBusyCB([](Library *p, const std::string &, const Called &) {
+        of(p).callEnds(CallEvent::busy, "is busy: in a meeting that somebody else hosts");
+    });
+    m_participant.setNoAnswerCB([](Library *p, const std::string &, const Called &) {
+        of(p).callEnds(CallEvent::noAnswer, "has hung up without an answer");
+    });
+    m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
+        // A stranger that calls us with an old version is turned away without a word.
+        if (of(p).m_calling) {
+            of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
+        }
+    });
+}
+
+Person Party::self() const {
+    vintok::ConferenceRosterEntry entry(
+        static_cast<const vintok::TCPAddress &>(m_participant.address()));
+    entry.setFirstName(m_participant.firstName());
+    entry.setLastName(m_participant.lastName());
+    entry.setEmail(m_participant.email());
+    entry.setTitle(m_participant.title());
+    entry.setPhone(m_participant.phone());
+    entry.setColorIndex(m_participant.colorIndex());
+    entry.setHost(m_participant.isHost());
+    Person person = personOf(entry);
+    person.self = true;
+    return person;
+}
+
+void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
+    // Only a host has a meeting to let somebody into, and a meeting has one host: a caller that
+    // reached us while we were none has made itself one.
+    if (!m_participant.isHost() || entry.isHost() || m_options.answer == Answer::no) {
+        m_participant.rejectCall(entry);
+        return;
+    }
+    if (m_options.answer == Answer::yes) {
+        m_participant.acceptCall(entry);
+        return;
+    }
+    m_callers.emplace(++m_lastCall, entry);
+    m_report.asked(m_lastCall, personOf(entry));
+}
+
+void Party::joined(const vintok::ConferenceRosterEntry &entry) {
+    const Person person = personOf(entry);
+    m_people.take(person);
+    if (m_options.role == Role::join && person.host) {
+        m_host = entry.descriptor();
+    }
+    m_report.joined(person);
+}
+
+void Party::left(const vintok::ConferenceRosterEntry &entry) {
+    const Person person = personOf(entry);
+    m_people.remove(person);
+    if (m_leaving) {
+        return; // it is this party that leaves
+    }
+    m_report.left(person);
+    if (m_options.role == Role::join && person.host) {
+        finish("The host has left: the meeting is over.");
+    }
+}
+
+void Party::changed(const vintok::ConferenceRosterEntry &entry) {
+    const Person me = self();
+    Person person = personOf(entry);
+    if (person.address == me.address && person.port == me.port) {
+        person = me;
+    }
+    const Person *known = m_people.find(person.address, person.port);
+    if (known && !(*known == person)) {
+        const Person before = *known;
+        m_people.take(person);
+        m_report.changed(person, before);
+    }
+}
+
+void Party::heard(const unsigned char *data, std::size_t length) {
+    Saying saying;
+    if (!decodeSaying(std::string_view(reinterpret_cast<const char *>(data), length), saying)) {
+        m_report.strangeData(length);
+        return;
+    }
+    Person speaker;
+    if (const Person *known = m_people.find(saying.address, saying.port)) {
+        speaker = *known;
+        speaker.self = false; // whoever speaks in our name is to be heard
+    } else {
+        speaker.name = saying.name;
+        speaker.address = saying.address;
+        speaker.port = saying.port;
+    }
+    m_report.said(speaker, saying.text);
+}
+
+void Party::callEnds(CallEvent event, const std::string &reason) {
+    if (!m_calling) {
+        return;
+    }
+    m_calling = false;
+    m_report.call(event, m_options.target.text());
+    fail(m_options.target.text() + ' ' + reason);
+}
+
+void Party::giveUp(const std::string &reason) {
+    callEnds(CallEvent::noAnswer, reason);
+    m_participant.hangup();
+}
+
+} // namespace app

@@ -1,0 +1,60 @@
+#include "Person.h"
+
+#include <algorithm>
+
+namespace app {
+
+namespace {
+
+std::string joined(const std::string &first, const std::string &last) {
+    return first.empty() || last.empty() ? first + last : first + ' ' + last;
+}
+
+template <class List>
+auto findIn(List &people, const std::string &address, unsigned short port) {
+    return std::find_if(people.begin(), people.end(), [&](const Person &person) {
+        return person.port == port && person.address == address;
+    });
+}
+
+} // namespace
+
+Person personOf(const vintok::ConferenceRosterEntry &entry) {
+    Person person;
+    person.email = entry.email();
+    person.title = entry.title();
+    person.phone = entry.phone();
+    entry.ipString(person.address);
+    person.port = entry.hostByteOrderPort();
+    person.colour = entry.colorIndex();
+    person.host = entry.isHost();
+    person.name = joined(entry.firstName(), entry.lastName());
+    if (person.name.empty()) {
+        person.name = person.email.empty() ? person.address + ' ' + std::to_string(person.port)
+                                           : person.email;
+    }
+    return person;
+}
+
+void People::take(const Person &person) {
+    const auto known = findIn(m_people, person.address, person.port);
+    if (known == m_people.end()) {
+        m_people.push_back(person);
+    } else {
+        *known = person;
+    }
+}
+
+void People::remove(const Person &person) {
+    const auto known = findIn(m_people, person.address, person.port);
+    if (known != m_people.end()) {
+        m_people.erase(known);
+    }
+}
+
+const Person *People::find(const std::string &address, unsigned short port) const {
+    const auto known = findIn(m_people, address, port);
+    return known == m_people.end() ? nullptr : &*known;
+}
+
+} // namespace app

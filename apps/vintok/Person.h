@@ -1,0 +1,47 @@
+// A party of the meeting as the person at the screen gets to see it, and the list of them.
+#ifndef VINTOK_APP_PERSON_H
+#define VINTOK_APP_PERSON_H
+
+#include <vintok/ConferenceRosterEntry.h>
+
+#include <string>
+#include <vector>
+
+namespace app {
+
+// The colour of a party to which the meeting has given none.
+inline constexpr unsigned short NO_COLOUR = 65535;
+
+struct Person {
+    std::string name; // first and last name, or the e-mail, or the address
+    std::string email;
+    std::string title;
+    std::string phone;
+    std::string address;
+    unsigned short port = 0;
+    unsigned short colour = NO_COLOUR;
+    bool host = false;
+    bool self = false;
+
+    bool operator==(const Person &other) const = default;
+};
+
+Person personOf(const vintok::ConferenceRosterEntry &entry);
+
+// Who is in the meeting, this party first, in the order in which they were heard of. A party is
+// known by its address and port.
+class People {
+public:
+    // Adds a person or takes the new data of one.
+    void take(const Person &person);
+    void remove(const Person &person);
+    const Person *find(const std::string &address, unsigned short port) const;
+    const std::vector<Person> &all() const { return m_people; }
+
+private:
+    std::vector<Person> m_people;
+};
+
+} // namespace app
+
+#endif

@@ -1,0 +1,39 @@
+#include "Target.h"
+
+#include "Text.h"
+
+#include <algorithm>
+
+namespace app {
+
+std::string Target::text() const {
+    std::string result = host.find(':') == std::string::npos ? host : '[' + host + ']';
+    return port == 0 ? result : result + ':' + std::to_string(port);
+}
+
+bool parseTarget(std::string_view text, Target &target) {
+    std::string_view host = text;
+    std::string_view rest;
+    if (!text.empty() && text.front() == '[') {
+        const std::size_t end = text.find(']');
+        if (end == std::string_view::npos) {
+            return false;
+        }
+        host = text.substr(1, end - 1);
+        rest = text.substr(end + 1);
+    } else if (std::count(text.begin(), text.end(), ':') == 1) {
+        host = text.substr(0, text.find(':'));
+        rest = text.substr(host.size());
+    }
+    unsigned short port = 0;
+    const bool named = !host.empty() && host.find_first_of(" \t/[]") == std::string_view::npos;
+    if (!named || (!rest.empty() &&
+                   (rest.front() != ':' || !parseNumber(rest.substr(1), port) || port == 0))) {
+        return false;
+    }
+    target.host = host;
+    target.port = port;
+    return true;
+}
+
+} // namespace app

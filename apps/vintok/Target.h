@@ -1,0 +1,28 @@
+// Where a call goes: HOST[:PORT].
+#ifndef VINTOK_APP_TARGET_H
+#define VINTOK_APP_TARGET_H
+
+#include <string>
+#include <string_view>
+
+namespace app {
+
+// Where a party listens unless its configuration says otherwise, and where a relay does.
+inline constexpr unsigned short PARTY_PORT = 7777;
+inline constexpr unsigned short RELAY_PORT = 8787;
+
+struct Target {
+    std::string host;
+    unsigned short port = 0; // 0: none was given
+
+    // As it was written: "[::1]:7777", "meeting.example".
+    std::string text() const;
+};
+
+// A name or an IPv4 literal, with or without a port; an IPv6 literal alone or, with a port, in
+// brackets. Ports are 1 to 65535. False for anything else; nothing is resolved.
+bool parseTarget(std::string_view text, Target &target);
+
+} // namespace app
+
+#endif

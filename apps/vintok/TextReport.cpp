@@ -1,0 +1,137 @@
+#include "Command.h"
+#include "Palette.h"
+#include "Report.h"
+#include "Text.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace app {
+
+namespace {
+
+constexpr std::size_t NAME_LIMIT = 64;
+constexpr std::size_t LONGEST_PADDED_NAME = 24;
+
+void print(const std::string &line) {
+    std::fputs((line + '\n').c_str(), stdout);
+    std::fflush(stdout);
+}
+
+class TextReport : public Report {
+public:
+    explicit TextReport(bool colours) : m_colours(colours) {}
+
+    void listening(const std::string &address, unsigned short port) override {
+        print("Listening on " + address + " port " + std::to_string(port) + '.');
+    }
+
+    // The output is for the lines alone.
+    void connected(const std::string &) override {}
+
+    void hosting(const std::string &meeting) override {
+        print("Hosting the meeting" + quotedMeeting(meeting) + ". /help tells what can be typed.");
+    }
+
+    void call(CallEvent event, const std::string &whom) override {
+        switch (event) {
+        case CallEvent::calling:
+            return print("Calling " + printable(whom) + " ...");
+        case CallEvent::ringing:
+            return print("Ringing ...");
+        case CallEvent::accepted:
+            return print("The call was accepted. /help tells what can be typed.");
+        default:
+            return; // the others end the run, which says why
+        }
+    }
+
+    void asked(unsigned int call, const Person &caller) override {
+        const std::string number = std::to_string(call);
+        print("Call " + number + ": " + nameOf(caller) + " (" + caller.address + " port " +
+              std::to_string(caller.port) + ") wants to join. /accept " + number + " or /reject " +
+              number + '?');
+    }
+
+    void joined(const Person &person) override {
+        print(nameOf(person) + " is in the meeting, in " + colourText(person.colour) + '.');
+    }
+    void left(const Person &person) override { print(nameOf(person) + " has left the meeting."); }
+
+    void changed(const Person &person, const Person &before) override {
+        if (person.self && person.colour != before.colour) {
+            print(paint("You are in " + colourText(person.colour) + '.', person));
+        } else if (person.name != before.name) {
+            print(nameOf(before) + " is now " + nameOf(person) + '.');
+        }
+    }
+
+    void said(const Person &person, const std::string &text) override {
+        // On a terminal the own line stands there already, as it was typed.
+        if (!person.self) {
+            print(paint(printable(person.name, NAME_LIMIT) + ": " + printable(text), person));
+        }
+    }
+
+    void relayed(const std::string &text) override { print(printable(text)); }
+
+    void strangeData(std::size_t bytes) override {
+        print("(" + std::to_string(bytes) + " bytes arrived that are no line)");
+    }
+
+    void roster(const std::string &meeting, const std::vector<Person> &people) override {
+        print("In the meeting" + quotedMeeting(meeting) + ':');
+        for (const Person &person : people) {
+            print(rosterLine(person));
+        }
+    }
+
+    void help() override {
+        print("A line is said to everybody. A line that begins with a slash is a command:");
+        for (const CommandHelp &command : commandHelp()) {
+            std::string usage = command.usage;
+            usage.resize(std::max<std::size_t>(usage.size(), 16), ' ');
+            print("  " + usage + "  " + command.meaning);
+        }
+        print("  //TEXT            say /TEXT");
+    }
+
+    void problem(const std::string &text) override { complain(text); }
+    void ended(const std::string &reason) override { print(printable(reason)); }
+    void failed(const std::string &reason) override { complain(reason); }
+
+private:
+    std::string paint(const std::string &text, const Person &person) const {
+        return m_colours ? coloured(text, person.colour) : text;
+    }
+
+    std::string nameOf(const Person &person) const {
+        return paint(printable(person.name, NAME_LIMIT), person);
+    }
+
+    static std::string quotedMeeting(const std::string &meeting) {
+        return meeting.empty() ? "" : " \"" + printable(meeting, NAME_LIMIT) + '"';
+    }
+
+    std::string rosterLine(const Person &person) const {
+        std::string name = printable(person.name, NAME_LIMIT);
+        name.resize(std::max(name.size(), LONGEST_PADDED_NAME), ' ');
+        return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " +
+               person.address + " port " + std::to_string(person.port) +
+               (person.host ? "  host" : "") + (person.self ? "  you" : "");
+    }
+
+    bool m_colours;
+};
+
+} // namespace
+
+std::unique_ptr<Report> makeTextReport(bool colours) {
+    return std::make_unique<TextReport>(colours);
+}
+
+void complain(const std::string &text) {
+    std::fputs(("vintok: " + printable(text) + '\n').c_str(), stderr);
+}
+
+} // namespace app

@@ -1,0 +1,98 @@
+#include "Options.h"
+#include "Party.h"
+#include "Relay.h"
+#include "Report.h"
+
+#include <vintok/TCPStream.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+namespace {
+
+constexpr int FAILED = 1;
+constexpr int WRONG_USAGE = 2;
+
+bool variableSet(const char *name) {
+    const char *value = std::getenv(name);
+    return value && *value;
+}
+
+// The standard output is a device, as a terminal is and a file or a pipe is not. Where devices have
+// no names among the files it counts as none.
+bool isDevice() {
+    std::error_code error;
+    return std::filesystem::is_character_file("/dev/stdout", error);
+}
+
+// A terminal says what it is in TERM; without that word one must not send it escape sequences.
+bool wantsColours(app::When when) {
+    if (when != app::When::automatic) {
+        return when == app::When::always;
+    }
+    const char *terminal = std::getenv("TERM");
+    const bool capable = terminal && *terminal && std::string_view(terminal) != "dumb";
+    return capable && !variableSet("NO_COLOR") && isDevice();
+}
+
+int runRole(const app::Options &options, app::Report &report) {
+    switch (options.role) {
+    case app::Role::host:
+    case app::Role::join:
+        return app::Party(options, report).run();
+    case app::Role::relay:
+        return app::runRelay(options, report);
+    case app::Role::relaySend:
+    case app::Role::relayListen:
+        break;
+    }
+    return app::runRelayClient(options, report);
+}
+
+int runLibrary(const app::Options &options) {
+    const std::unique_ptr<app::Report> report =
+        options.json ? app::makeJsonReport() : app::makeTextReport(wantsColours(options.colour));
+    // False also when this machine's own name does not resolve, which is no reason to give up.
+    vintok::init();
+    if (!vintok::setLogLevel(options.logLevel.value_or(vintok::logLevel()))) {
+        report->failed("the network cannot be used");
+        return FAILED;
+    }
+    if (!options.logFile.empty()) {
+        vintok::setLogFileName(options.logFile);
+    }
+    const int code = runRole(options, *report);
+    vintok::fini();
+    return code;
+}
+
+} // namespace
+
+int main(int count, char **arguments) {
+    app::Options options;
+    std::string text;
+    int code = 0;
+    switch (app::parseOptions(count, arguments, options, text)) {
+    case app::ParseResult::wrong:
+        app::complain(text + " (see vintok --help)");
+        code = WRONG_USAGE;
+        break;
+    case app::ParseResult::done:
+        std::fputs((text + '\n').c_str(), stdout);
+        break;
+    case app::ParseResult::run:
+        code = runLibrary(options);
+        break;
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        app::complain("cannot write to the standard output");
+        code = code == 0 ? FAILED : code;
+    }
+    std::fflush(stderr);
+    // The thread that waits for the standard input is still there and holds its lock.
+    std::_Exit(code);
+}

@@ -1,0 +1,435 @@
+// Runs of the real program: as a person or a script starts it, with real processes, real signals
+// and real deaths.
+#include "support/Program.h"
+
+#include "platform/Socket.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+
+#include <gmock/gmock.h>
+
+using namespace vintok::test;
+using testing::HasSubstr;
+using vintok::TCPAddress;
+
+namespace {
+
+// A port of this machine on which every call is refused: somebody holds it and does not listen.
+class RefusingPort {
+public:
+    RefusingPort() {
+        vintok::platform::Endpoint endpoint;
+        m_socket = vintok::platform::openSocket(vintok::platform::FAMILY_IPV4);
+        TCPAddress loopback;
+        loopback.setLoopbackIPv4();
+        loopback.IPv4(endpoint.ipv4);
+        for (unsigned short port = 20000; port < 60000 && m_port == 0; ++port) {
+            loopback.setHostByteOrderPort(port);
+            endpoint.port = loopback.port();
+            m_port = vintok::platform::bindSocket(m_socket, endpoint) ? port : 0;
+        }
+    }
+    ~RefusingPort() { vintok::platform::closeSocket(m_socket); }
+
+    std::string target() const { return "127.0.0.1:" + std::to_string(m_port); }
+
+private:
+    int m_socket = -1;
+    unsigned short m_port = 0;
+};
+
+// Somebody who takes calls and has nothing to say.
+class SilentListener {
+public:
+    SilentListener() { m_socket = vintok::createLocalIPv4Socket(m_port, 0, 255, true); }
+    ~SilentListener() {
+        vintok::shutdownSocket(m_socket);
+        for (const int call : m_calls) {
+            vintok::shutdownSocket(call);
+        }
+    }
+
+    std::string target() const { return "127.0.0.1:" + std::to_string(m_port); }
+    void takeCall() { m_calls.push_back(vintok::acceptBoundSocket(m_socket)); }
+    void hangUp() {
+        vintok::closeDescriptor(m_calls.back());
+        m_calls.pop_back();
+    }
+
+private:
+    unsigned short m_port = 21000;
+    int m_socket = -1;
+    std::vector<int> m_calls;
+};
+
+class ProgramTest : public testing::Test {
+protected:
+    void SetUp() override { vintok::init(); }
+    void TearDown() override { vintok::fini(); }
+};
+
+// Failed in the way that tools do: the code, one line that says why in the program's name.
+void expectFailure(ChildProcess &run, int code, const std::string &why) {
+    EXPECT_EQ(code, run.exitCode()) << run.story();
+    EXPECT_EQ(0u, run.errors().find("vintok: ")) << run.story();
+    EXPECT_THAT(run.errors(), HasSubstr(why)) << run.story();
+    EXPECT_EQ(1, std::count(run.errors().begin(), run.errors().end(), '\n')) << run.story();
+}
+
+std::string portOf(const std::string &target) {
+    return target.substr(target.find(':') + 1);
+}
+
+// Ann hosts, Bob and Cid have joined, and all three know all three.
+class MeetingTest : public ProgramTest {
+protected:
+    MeetingTest()
+        : ann({"host", "--meeting", "Budget", "--name", "Ann Lee"}),
+          target(ann.target()),
+          bob({"join", target, "--name", "Bob"}) {
+        EXPECT_TRUE(ann.tells("joined", {named("Bob"), colour(1)})) << ann.story();
+        cid = std::make_unique<Program>(
+            std::vector<std::string>{"join", target, "--name", "Cid", "--email", "cid@x"});
+        EXPECT_TRUE(ann.tells("joined", {named("Cid"), colour(2)})) << ann.story();
+        EXPECT_TRUE(bob.tells("joined", {named("Cid"), colour(2)})) << bob.story();
+        EXPECT_TRUE(cid->tells("joined", {named("Bob"), colour(1)})) << cid->story();
+        EXPECT_TRUE(cid->tells("changed", {named("Cid"), colour(2), {"self", "true"}}))
+            << cid->story();
+    }
+
+    Program ann;
+    std::string target;
+    Program bob;
+    std::unique_ptr<Program> cid;
+};
+
+TEST_F(ProgramTest, WrongUsageEndsWithTwoAndALine) {
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{}, "a command is needed"},
+        {{"hots"}, "hots"},
+        {{"join"}, "target"},
+        {{"join", "host:0"}, "host:0"},
+        {{"host", "--port", "65536"}, "65536"},
+        {{"host", "--colour"}, "--colour"},
+    };
+    for (const auto &[arguments, why] : cases) {
+        ChildProcess run = Program::plain(arguments);
+        expectFailure(run, 2, why);
+        EXPECT_EQ("", run.output());
+    }
+}
+
+TEST_F(ProgramTest, HelpAndVersionEndWithZero) {
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{"--help"}, "relay-listen"},
+        {{"join", "--help"}, "--patience"},
+        {{"--version"}, "vintok 4."}};
+    for (const auto &[arguments, what] : cases) {
+        ChildProcess run = Program::plain(arguments);
+        EXPECT_EQ(0, run.exitCode()) << run.story();
+        EXPECT_THAT(run.output(), HasSubstr(what));
+        EXPECT_EQ("", run.errors());
+    }
+}
+
+TEST_F(ProgramTest, ACallThatCannotBePlacedEndsWithOneAndALine) {
+    const RefusingPort refusing;
+    for (const char *role : {"join", "relay-listen", "relay-send"}) {
+        Program refused({role, refusing.target()});
+        expectFailure(refused, 1, "cannot reach " + refusing.target() + ": Connection refused");
+        Program unknown({role, "nowhere.invalid"});
+        expectFailure(unknown, 1, "cannot find the host 'nowhere.invalid'");
+    }
+}
+
+TEST_F(ProgramTest, ATakenPortIsAFailureOnlyWhenItMustBeThatOne) {
+    Program first({"host"});
+    const std::string port = portOf(first.target());
+    Program second({"host", "--port", port, "--exact-port"});
+    expectFailure(second, 1, "cannot listen on port " + port + ": Address already in use");
+    Program third({"host", "--port", port});
+    EXPECT_NE(port, portOf(third.target())) << third.story();
+    Program relay({"relay", "--port", port, "--exact-port"});
+    expectFailure(relay, 1, "cannot listen on port " + port + ": Address already in use");
+}
+
+TEST_F(ProgramTest, ACallThatNobodyAnswersEnds) {
+    SilentListener silent;
+    Program dropped({"join", silent.target()});
+    silent.takeCall();
+    silent.hangUp();
+    expectFailure(dropped, 1, silent.target() + " has hung up without an answer");
+
+    Program impatient({"join", silent.target(), "--patience", "1"});
+    silent.takeCall();
+    expectFailure(impatient, 1, silent.target() + " did not answer in time");
+
+    Program interrupted({"join", silent.target()});
+    silent.takeCall();
+    ASSERT_TRUE(interrupted.tells("calling")) << interrupted.story();
+    interrupted.type("/leave");
+    EXPECT_EQ(0, interrupted.exitCode()) << interrupted.story();
+}
+
+TEST_F(MeetingTest, EachKnowsTheOthersByNameAndColour) {
+    for (Program *party : {&ann, &bob, cid.get()}) {
+        std::string roster;
+        party->type("/who");
+        ASSERT_TRUE(party->tells("roster", {text("meeting", "Budget")}, &roster)) << party->story();
+        for (const char *part : {R"("name":"Ann Lee",)", R"("name":"Bob",)", R"("name":"Cid",)",
+                                 R"("colour":0,"host":true,)", R"("colour":1,"host":false,)",
+                                 R"("colour":2,"host":false,)", R"("email":"cid@x")"}) {
+            EXPECT_THAT(roster, HasSubstr(part));
+        }
+    }
+}
+
+TEST_F(MeetingTest, ALineReachesTheOthersInTheSpeakersColour) {
+    const std::string hard = "\"quoted\" \\ \x1b[31m \xff end";
+    const std::string inJson = R"(\"quoted\" \\ \u001b[31m \ufffd end)";
+    const struct {
+        Program &speaker;
+        const char *name;
+        int index;
+        Program &first;
+        Program &second;
+    } turns[] = {
+        {ann, "Ann Lee", 0, bob, *cid}, {bob, "Bob", 1, ann, *cid}, {*cid, "Cid", 2, ann, bob}};
+    for (const auto &turn : turns) {
+        turn.speaker.type(hard);
+        for (Program *listener : {&turn.first, &turn.second}) {
+            EXPECT_TRUE(listener->tells(
+                "said",
+                {named(turn.name), colour(turn.index), text("text", inJson), {"self", "false"}}))
+                << listener->story();
+        }
+        EXPECT_TRUE(turn.speaker.tells("said", {text("text", inJson), {"self", "true"}}));
+    }
+}
+
+TEST_F(MeetingTest, LeavingInOrderIsToldToTheOthers) {
+    bob.type("/leave");
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+    EXPECT_TRUE(ann.tells("left", {named("Bob"), colour(1)})) << ann.story();
+    EXPECT_TRUE(cid->tells("left", {named("Bob"), colour(1)})) << cid->story();
+    cid->endInput();
+    EXPECT_EQ(0, cid->exitCode()) << cid->story();
+    EXPECT_TRUE(ann.tells("left", {named("Cid")})) << ann.story();
+}
+
+TEST_F(MeetingTest, AnInterruptLeavesInOrder) {
+    if (!bob.interrupt()) {
+        GTEST_SKIP() << "no console to send an interrupt through";
+    }
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+    EXPECT_TRUE(bob.tells("ended")) << bob.story();
+    EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    EXPECT_TRUE(cid->tells("left", {named("Bob")})) << cid->story();
+    EXPECT_TRUE(ann.interrupt());
+    EXPECT_EQ(0, ann.exitCode()) << ann.story();
+    EXPECT_EQ(0, cid->exitCode()) << cid->story();
+}
+
+TEST_F(MeetingTest, AKilledPartyIsFoundDeadAndTheOthersAreTold) {
+    bob.kill();
+    cid->type("is Bob still there?");
+    EXPECT_TRUE(ann.tells("left", {named("Bob"), colour(1)})) << ann.story();
+    EXPECT_TRUE(cid->tells("left", {named("Bob"), colour(1)})) << cid->story();
+    ann.type("no");
+    EXPECT_TRUE(cid->tells("said", {text("text", "no")})) << cid->story();
+}
+
+TEST_F(MeetingTest, WhenTheHostLeavesTheOthersEndWell) {
+    ann.type("/leave");
+    EXPECT_EQ(0, ann.exitCode()) << ann.story();
+    for (Program *guest : {&bob, cid.get()}) {
+        EXPECT_TRUE(guest->tells("left", {named("Ann Lee")})) << guest->story();
+        EXPECT_TRUE(
+            guest->tells("ended", {text("reason", "The host has left: the meeting is over.")}))
+            << guest->story();
+        EXPECT_EQ(0, guest->exitCode()) << guest->story();
+    }
+}
+
+TEST_F(MeetingTest, WhenTheHostIsKilledTheOthersEndWell) {
+    ann.kill();
+    for (Program *guest : {&bob, cid.get()}) {
+        EXPECT_EQ(0, guest->exitCode()) << guest->story();
+        EXPECT_TRUE(guest->tells("ended")) << guest->story();
+    }
+}
+
+TEST_F(MeetingTest, AGuestOfAnotherMeetingIsBusy) {
+    // Bob's port: the roster of anybody has it.
+    std::string roster;
+    ann.type("/who");
+    ASSERT_TRUE(ann.tells("roster", {}, &roster));
+    const std::size_t bobs = roster.find("\"port\":", roster.find("\"name\":\"Bob\"")) + 7;
+    const std::string bobsTarget =
+        "127.0.0.1:" + roster.substr(bobs, roster.find(',', bobs) - bobs);
+    Program dan({"join", bobsTarget, "--name", "Dan"});
+    expectFailure(dan, 1, bobsTarget + " is busy");
+    EXPECT_TRUE(dan.tells("busy")) << dan.story();
+}
+
+TEST_F(ProgramTest, AHostWhoseGuestsHaveAllGoneStillHosts) {
+    Program ann({"host", "--meeting", "Long", "--name", "Ann"});
+    const std::string target = ann.target();
+    for (int round = 0; round < 2; ++round) {
+        Program bob({"join", target, "--name", "Bob"});
+        ASSERT_TRUE(bob.tells("joined", {named("Ann"), {"host", "true"}})) << bob.story();
+        ASSERT_TRUE(ann.tells("joined", {named("Bob"), colour(1)})) << ann.story();
+        bob.type("/leave");
+        ASSERT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    }
+    ann.type("anybody?");
+    EXPECT_TRUE(ann.tells("problem", {text("text", "nobody else is in the meeting")}))
+        << ann.story();
+}
+
+TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
+    Program ann({"host", "--answer", "ask", "--name", "Ann"});
+    const std::string target = ann.target();
+    Program bob({"join", target, "--name", "Bob", "--email", "bob@x"});
+    ASSERT_TRUE(bob.tells("ringing")) << bob.story();
+    ASSERT_TRUE(ann.tells("asked", {named("Bob"), text("email", "bob@x"), {"call", "1"}}))
+        << ann.story();
+    Program cid({"join", target, "--name", "Cid"});
+    ASSERT_TRUE(ann.tells("asked", {named("Cid"), {"call", "2"}})) << ann.story();
+    Program dan({"join", target, "--name", "Dan"});
+    ASSERT_TRUE(ann.tells("asked", {named("Dan"), {"call", "3"}})) << ann.story();
+    ann.type("/reject 2");
+    expectFailure(cid, 1, target + " has rejected the call");
+    EXPECT_TRUE(cid.tells("rejected")) << cid.story();
+    ann.type("/accept");
+    EXPECT_TRUE(bob.tells("accepted")) << bob.story();
+    EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story();
+    dan.kill();
+    ann.type("/accept 2");
+    EXPECT_TRUE(ann.tells("problem", {text("text", "there is no call '2'")})) << ann.story();
+    ann.type("/accept 3");
+    EXPECT_TRUE(ann.tells("problem", {text("text", "the caller is gone")})) << ann.story();
+    ann.type("/accept");
+    EXPECT_TRUE(ann.tells("problem", {text("text", "nobody waits for an answer")})) << ann.story();
+}
+
+TEST_F(ProgramTest, WhatIsTypedAheadIsSaidOnceTheCallIsAnswered) {
+    Program ann({"host", "--answer", "ask", "--name", "Ann"});
+    Program bob({"join", ann.target(), "--name", "Bob"});
+    bob.type("first");
+    bob.type("second");
+    bob.endInput();
+    ASSERT_TRUE(ann.tells("asked", {named("Bob")})) << ann.story();
+    ann.type("/accept");
+    EXPECT_TRUE(ann.tells("said", {named("Bob"), text("text", "first")})) << ann.story();
+    EXPECT_TRUE(ann.tells("said", {named("Bob"), text("text", "second")})) << ann.story();
+    EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+}
+
+TEST_F(ProgramTest, AListenerWithoutInputMayStay) {
+    Program ann({"host", "--name", "Ann"});
+    Program bob({"join", ann.target(), "--name", "Bob", "--stay"});
+    bob.endInput();
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story();
+    ann.type("still there?");
+    EXPECT_TRUE(bob.tells("said", {text("text", "still there?")})) << bob.story();
+}
+
+TEST_F(ProgramTest, OddInputIsAnsweredAndTheRunGoesOn) {
+    Program ann({"host"});
+    ASSERT_NE("", ann.target());
+    ann.type("/dance");
+    EXPECT_TRUE(
+        ann.tells("problem", {text("text", "there is no command '/dance'; /help lists them")}))
+        << ann.story();
+    ann.type(std::string(70000, 'x'));
+    EXPECT_TRUE(
+        ann.tells("problem", {text("text", "a line of more than 65536 bytes was not said")}))
+        << ann.errors();
+    ann.type(std::string("a\0b", 3));
+    EXPECT_TRUE(ann.tells("problem", {text("text", "nobody else is in the meeting")}));
+    ann.type("/help");
+    EXPECT_TRUE(ann.tells("help")) << ann.story();
+}
+
+TEST_F(ProgramTest, ATerminalIsSafeFromWhatOthersSend) {
+    ChildProcess ann = Program::plain({"host", "--local", "--name", "Ann", "--color", "always"});
+    std::string line;
+    ASSERT_TRUE(ann.printed("Listening on", &line)) << ann.story();
+    const std::string port =
+        line.substr(line.rfind(' ') + 1, line.rfind('.') - line.rfind(' ') - 1);
+    Program eve({"join", "127.0.0.1:" + port, "--name", "Eve \x1b]0;title\x07"});
+    ASSERT_TRUE(ann.printed("is in the meeting, in green (1).", &line)) << ann.story();
+    EXPECT_THAT(line, HasSubstr(R"(Eve \x1b]0;title\x07)"));
+    eve.type("\x1b[2J\rAnn: I agree");
+    ASSERT_TRUE(ann.printed("I agree", &line)) << ann.story();
+    EXPECT_EQ("\x1b[38;5;34mEve \\x1b]0;title\\x07: \\x1b[2J\\x0dAnn: I agree\x1b[0m", line);
+    ann.type("/who");
+    EXPECT_TRUE(ann.printed("green (1)", &line)) << ann.story();
+    ann.type("/dance");
+    EXPECT_TRUE(ann.complained("vintok: there is no command '/dance'")) << ann.story();
+}
+
+TEST_F(ProgramTest, ARelayPassesLinesFromOneClientToTheOthers) {
+    Program relay({"relay"});
+    const std::string target = relay.target();
+    Program first({"relay-listen", target});
+    ASSERT_TRUE(first.tells("connected")) << first.story();
+    Program second({"relay-listen", target});
+    ASSERT_TRUE(second.tells("connected")) << second.story();
+    Program sender({"relay-send", target});
+    Program other({"relay-send", target});
+    ASSERT_TRUE(other.tells("connected")) << other.story();
+    for (const char *line : {"one", "", "three \x1b[2J"}) {
+        sender.type(line);
+    }
+    sender.endInput();
+    EXPECT_EQ(0, sender.exitCode()) << sender.story();
+    for (Program *listener : {&first, &second}) {
+        for (const char *line : {"one", "", R"(three \u001b[2J)"}) {
+            EXPECT_TRUE(listener->tells("relayed", {text("text", line)})) << listener->story();
+        }
+    }
+    EXPECT_THAT(other.output(), testing::Not(HasSubstr("relayed")));
+    EXPECT_THAT(sender.output(), testing::Not(HasSubstr("relayed")));
+
+    relay.kill();
+    expectFailure(first, 1, "the relay has closed the connection");
+    expectFailure(other, 1, "the relay has closed the connection");
+}
+
+// What nobody reads piles up until the relay has to wait for the one who does not read.
+TEST_F(ProgramTest, ARelayClientThatOnlySendsDoesNotHoldUpTheOthers) {
+    Program relay({"relay"});
+    const std::string target = relay.target();
+    Program idle({"relay-send", target});
+    ASSERT_TRUE(idle.tells("connected")) << idle.story();
+    Program listener({"relay-listen", target});
+    ASSERT_TRUE(listener.tells("connected")) << listener.story();
+    Program sender({"relay-send", target});
+    const std::string line(60000, 'x');
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_TRUE(sender.type(line)) << sender.errors();
+        ASSERT_TRUE(listener.tells("relayed")) << "line " << i << '\n' << relay.story();
+    }
+    sender.type("the end");
+    sender.endInput();
+    EXPECT_EQ(0, sender.exitCode()) << sender.errors();
+    EXPECT_TRUE(listener.tells("relayed", {text("text", "the end")})) << listener.errors();
+}
+
+TEST_F(ProgramTest, AnInterruptEndsARelayAndItsClients) {
+    Program relay({"relay"});
+    Program listener({"relay-listen", relay.target()});
+    ASSERT_TRUE(listener.tells("connected")) << listener.story();
+    if (!listener.interrupt()) {
+        GTEST_SKIP() << "no console to send an interrupt through";
+    }
+    EXPECT_EQ(0, listener.exitCode()) << listener.story();
+    EXPECT_TRUE(relay.interrupt());
+    EXPECT_EQ(0, relay.exitCode()) << relay.story();
+}
+
+} // namespace

@@ -1,0 +1,582 @@
+// The dispatch loop: who is called, in which order, and what callbacks may do to it meanwhile.
+
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "support/LogFile.h"
+#include "support/ScriptedPlatform.h"
+#include "support/SocketPair.h"
+#include "support/StubTransport.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <gmock/gmock.h>
+#include <map>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace vintok {
+
+using test::SocketPair;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+// A callback that notes its calls in the order of all, and then does what the test wants.
+struct Watch {
+    using Action = std::function<void(int descriptor)>;
+
+    Watch(std::vector<std::string> &order, std::string called, Action does = {})
+        : calls(order), name(std::move(called)), action(std::move(does)) {}
+
+    static void call(int descriptor, void *data, bool hangup) {
+        auto &watch = *static_cast<Watch *>(data);
+        EXPECT_FALSE(hangup);
+        watch.calls.push_back(watch.name);
+        if (watch.action)
+            watch.action(descriptor);
+    }
+
+    std::vector<std::string> &calls;
+    std::string name;
+    Action action;
+};
+
+class Select : public testing::Test {
+protected:
+    Select() { init(); }
+    ~Select() override {
+        select.reset();
+        pairs.clear();
+        std::for_each(taken.begin(), taken.end(), shutdownSocket);
+        fini();
+    }
+
+    // Connections in ascending order of their descriptors, each with a byte to read.
+    void makeReadablePairs(std::size_t count) {
+        while (pairs.size() < count) {
+            pairs.push_back(std::make_unique<SocketPair>());
+            ASSERT_TRUE(pairs.back()->peerSends("x"));
+        }
+        std::sort(pairs.begin(), pairs.end(),
+                  [](const auto &a, const auto &b) { return a->mine() < b->mine(); });
+    }
+
+    bool add(int descriptor, Watch &watch, bool secure = false) {
+        return select->addSocketCallback(descriptor, Watch::call, &watch, true, secure);
+    }
+    bool remove(int descriptor, Watch &watch) {
+        return select->removeCallback(descriptor, Watch::call, &watch);
+    }
+
+    // Takes the one byte that waits.
+    static void readByte(int descriptor) {
+        unsigned char byte = 0;
+        ASSERT_EQ(1, bytesPending(descriptor)) << "called for nothing: a read would wait for ever";
+        EXPECT_EQ(1, readBytes(descriptor, &byte, 1, nullptr));
+    }
+
+    // Closes the connection, and makes others until one has its number. False where the system does
+    // not give the number out again.
+    bool takeOver(SocketPair &old) {
+        const int number = old.mine();
+        unsigned short port = 0;
+        const int listener = test::listenSomewhere(port);
+        old.shutDownMine();
+        successor = -1;
+        for (int attempt = 0; attempt < 64 && successor != number; ++attempt) {
+            successor = connectLocal(port);
+            successorPeer = acceptBoundSocket(listener);
+            taken.insert(taken.end(), {successor, successorPeer});
+        }
+        shutdownSocket(listener);
+        return successor == number;
+    }
+
+    std::unique_ptr<TCPSelect> select = std::make_unique<TCPSelect>();
+    std::vector<std::unique_ptr<SocketPair>> pairs;
+    std::vector<std::string> calls;
+    int successor = -1;
+    int successorPeer = -1;
+    std::vector<int> taken;
+};
+
+} // namespace
+
+// --- Registration and order ----------------------------------------------------------------------
+
+TEST_F(Select, RefusesWhatItCannotDispatch) {
+    makeReadablePairs(1);
+    const int descriptor = pairs[0]->mine();
+    Watch watch(calls, "a");
+    EXPECT_FALSE(select->addSocketCallback(descriptor, nullptr, &watch, true, false));
+    EXPECT_FALSE(select->addSocketCallback(-1, Watch::call, &watch, true, false));
+    EXPECT_FALSE(add(1 << 20, watch)) << "no socket";
+    EXPECT_EQ(0, select->numDescriptors());
+
+    EXPECT_TRUE(add(descriptor, watch));
+    EXPECT_FALSE(add(descriptor, watch)) << "the same pair again";
+    EXPECT_FALSE(select->removeCallback(descriptor, Watch::call, nullptr));
+    EXPECT_EQ(1, select->numDescriptors());
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("a"));
+}
+
+TEST_F(Select, CallsInOrderOfDescriptorsAndOfRegistration) {
+    makeReadablePairs(3);
+    std::vector<std::unique_ptr<Watch>> watches;
+    for (const int which : {2, 0, 1}) {
+        for (const char *suffix : {"-first", "-second"}) {
+            watches.push_back(std::make_unique<Watch>(calls, std::to_string(which) + suffix));
+            ASSERT_TRUE(add(pairs[static_cast<std::size_t>(which)]->mine(), *watches.back()));
+        }
+    }
+    EXPECT_EQ(3, select->numDescriptors());
+    EXPECT_EQ(3, select->pollDescriptors(true));
+    EXPECT_THAT(calls,
+                ElementsAre("0-first", "0-second", "1-first", "1-second", "2-first", "2-second"));
+}
+
+TEST_F(Select, ForgetsADescriptorWithItsLastCallback) {
+    makeReadablePairs(1);
+    const int descriptor = pairs[0]->mine();
+    Watch first(calls, "first");
+    Watch second(calls, "second");
+    ASSERT_TRUE(add(descriptor, first));
+    ASSERT_TRUE(add(descriptor, second));
+    EXPECT_TRUE(remove(descriptor, first));
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("second"));
+    EXPECT_TRUE(remove(descriptor, second));
+    EXPECT_FALSE(remove(descriptor, second));
+    EXPECT_EQ(0, select->numDescriptors());
+    EXPECT_EQ(-1, select->pollDescriptors(true)) << "nothing to wait for";
+}
+
+TEST_F(Select, LooksWithoutWaiting) {
+    SocketPair quiet;
+    Watch watch(calls, "a");
+    ASSERT_TRUE(add(quiet.mine(), watch));
+    EXPECT_EQ(0, select->pollDescriptors(true));
+    EXPECT_EQ(0, select->pollOneDescriptor(quiet.mine(), true));
+    ASSERT_TRUE(quiet.peerSends("x"));
+    EXPECT_EQ(1, select->pollOneDescriptor(quiet.mine(), false));
+    EXPECT_THAT(calls, ElementsAre("a"));
+}
+
+TEST_F(Select, IsOneTableForAThread) {
+    makeReadablePairs(1);
+    Watch watch(calls, "a");
+    {
+        TCPSelect other;
+        ASSERT_TRUE(other.addSocketCallback(pairs[0]->mine(), Watch::call, &watch, true, false));
+        EXPECT_EQ(1, select->numDescriptors());
+        int elsewhere = -1;
+        std::thread([&elsewhere] { elsewhere = TCPSelect().numDescriptors(); }).join();
+        EXPECT_EQ(0, elsewhere);
+    }
+    EXPECT_EQ(1, select->pollDescriptors(true))
+        << "registrations outlive the object that made them";
+    EXPECT_THAT(calls, ElementsAre("a"));
+    select = std::make_unique<TCPSelect>();
+    EXPECT_EQ(1, select->numDescriptors()) << "the new one came before the old one went";
+    select.reset();
+    select = std::make_unique<TCPSelect>();
+    EXPECT_EQ(0, select->numDescriptors()) << "the table went with the last one";
+}
+
+TEST_F(Select, PollsOneAmongMany) {
+    makeReadablePairs(2);
+    Watch low(calls, "low");
+    Watch high(calls, "high");
+    ASSERT_TRUE(add(pairs[0]->mine(), low));
+    ASSERT_TRUE(add(pairs[1]->mine(), high));
+    EXPECT_EQ(1, select->pollOneDescriptor(pairs[1]->mine(), true));
+    EXPECT_THAT(calls, ElementsAre("high"));
+}
+
+// --- Running -------------------------------------------------------------------------------------
+
+TEST_F(Select, RunsUntilNothingIsRegistered) {
+    select->run();
+    EXPECT_FALSE(select->running());
+
+    makeReadablePairs(2);
+    Watch a(calls, "a", [&](int descriptor) {
+        EXPECT_TRUE(select->running());
+        EXPECT_FALSE(select->signalSafe());
+        remove(descriptor, a);
+    });
+    Watch b(calls, "b", [&](int descriptor) { remove(descriptor, b); });
+    ASSERT_TRUE(add(pairs[0]->mine(), a));
+    ASSERT_TRUE(add(pairs[1]->mine(), b));
+    EXPECT_TRUE(select->signalSafe());
+    select->run();
+    EXPECT_THAT(calls, ElementsAre("a", "b"));
+    EXPECT_FALSE(select->running());
+    EXPECT_TRUE(select->signalSafe());
+}
+
+TEST_F(Select, StopsRunningAfterThePassThatInterruptsIt) {
+    makeReadablePairs(2);
+    Watch a(calls, "a", [&](int) { select->interrupt(); });
+    Watch b(calls, "b");
+    ASSERT_TRUE(add(pairs[0]->mine(), a));
+    ASSERT_TRUE(add(pairs[1]->mine(), b));
+    select->run();
+    EXPECT_THAT(calls, ElementsAre("a", "b"));
+    EXPECT_EQ(2, select->numDescriptors());
+}
+
+// --- Callbacks that change the table -------------------------------------------------------------
+
+TEST_F(Select, StillCallsWhatAnEarlierCallbackOfTheDescriptorRemoved) {
+    makeReadablePairs(1);
+    const int descriptor = pairs[0]->mine();
+    Watch second(calls, "second");
+    Watch third(calls, "third");
+    Watch first(calls, "first", [&](int) {
+        remove(descriptor, first);
+        remove(descriptor, second);
+        remove(descriptor, third);
+    });
+    for (Watch *watch : {&first, &second, &third})
+        ASSERT_TRUE(add(descriptor, *watch));
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("first", "second", "third"));
+    EXPECT_EQ(0, select->numDescriptors());
+}
+
+TEST_F(Select, CallsACallbackThatIsAddedMeanwhileInTheNextPass) {
+    makeReadablePairs(2);
+    Watch late(calls, "late");
+    Watch later(calls, "later");
+    Watch first(calls, "first", [&](int descriptor) {
+        add(descriptor, late);
+        add(pairs[1]->mine(), later);
+    });
+    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    select->pollDescriptors(true);
+    EXPECT_THAT(calls, ElementsAre("first"));
+    calls.clear();
+    select->pollDescriptors(true);
+    EXPECT_THAT(calls, ElementsAre("first", "late", "later"));
+}
+
+// The loop paused for each of many descriptors that one callback had removed, and everybody waited.
+TEST_F(Select, PausesOnceForAllThatNobodyOwnsAnyMore) {
+    makeReadablePairs(4);
+    std::vector<std::unique_ptr<Watch>> others;
+    for (std::size_t i = 1; i < pairs.size(); ++i) {
+        others.push_back(std::make_unique<Watch>(calls, "removed"));
+        ASSERT_TRUE(add(pairs[i]->mine(), *others.back()));
+    }
+    Watch first(calls, "first", [&](int) {
+        for (std::size_t i = 1; i < pairs.size(); ++i)
+            remove(pairs[i]->mine(), *others[i - 1]);
+    });
+    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    test::ScriptedPlatform platform;
+    EXPECT_EQ(4, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("first"));
+    EXPECT_EQ(1, select->numDescriptors());
+    EXPECT_THAT(platform.sleeps, ElementsAre(250));
+    EXPECT_EQ(1, select->pollDescriptors(true)) << "the next pass no longer sees them";
+    EXPECT_THAT(platform.sleeps, ElementsAre(250));
+}
+
+TEST_F(Select, PausesForAReadableDescriptorThatNobodyOwns) {
+    makeReadablePairs(1);
+    test::ScriptedPlatform platform;
+    EXPECT_EQ(1, select->pollOneDescriptor(pairs[0]->mine(), true));
+    EXPECT_THAT(platform.sleeps, ElementsAre(250));
+}
+
+// A callback closed another connection and opened a new one, which got the number; the new owner
+// was called for bytes that were never his, and his read waited for ever.
+TEST_F(Select, DoesNotCallTheNewOwnerOfANumberForTheOldOnesBytes) {
+    makeReadablePairs(2);
+    const int number = pairs[1]->mine();
+    bool takenOver = false;
+    Watch oldOwner(calls, "old owner");
+    Watch newOwner(calls, "new owner", readByte);
+    Watch first(calls, "first", [&](int descriptor) {
+        readByte(descriptor);
+        remove(number, oldOwner);
+        takenOver = takeOver(*pairs[1]) && add(number, newOwner);
+    });
+    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    ASSERT_TRUE(add(number, oldOwner));
+    test::ScriptedPlatform platform;
+    EXPECT_EQ(2, select->pollDescriptors(true));
+    if (!takenOver)
+        GTEST_SKIP() << "this system does not give the number out again";
+    EXPECT_THAT(calls, ElementsAre("first"));
+    EXPECT_THAT(platform.sleeps, IsEmpty());
+    EXPECT_EQ(0, select->pollDescriptors(true));
+
+    const auto *const byte = reinterpret_cast<const unsigned char *>("y");
+    ASSERT_EQ(1, writeBytes(successorPeer, byte, 1, nullptr));
+    ASSERT_TRUE(test::awaitBytes(number, 1));
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("first", "new owner"));
+}
+
+TEST_F(Select, DoesNotCallTheOldOwnersOnceTheNumberIsSomebodyElses) {
+    makeReadablePairs(1);
+    const int number = pairs[0]->mine();
+    bool takenOver = false;
+    Watch second(calls, "second");
+    Watch newOwner(calls, "new owner", readByte);
+    Watch first(calls, "first", [&](int) {
+        remove(number, first);
+        remove(number, second);
+        takenOver = takeOver(*pairs[0]) && add(number, newOwner);
+    });
+    ASSERT_TRUE(add(number, first));
+    ASSERT_TRUE(add(number, second));
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    if (!takenOver)
+        GTEST_SKIP() << "this system does not give the number out again";
+    EXPECT_THAT(calls, ElementsAre("first"));
+    EXPECT_EQ(0, select->pollDescriptors(true));
+}
+
+// A pass within a callback read what the outer pass had seen, and the outer pass called for it
+// again.
+TEST_F(Select, CallsOnceForWhatAPassWithinACallbackHasRead) {
+    makeReadablePairs(3);
+    Watch middle(calls, "middle", readByte);
+    Watch high(calls, "high", readByte);
+    Watch low(calls, "low", [&](int descriptor) {
+        readByte(descriptor);
+        EXPECT_EQ(1, select->pollOneDescriptor(pairs[2]->mine(), true));
+        EXPECT_EQ(1, select->pollDescriptors(true));
+    });
+    ASSERT_TRUE(add(pairs[0]->mine(), low));
+    ASSERT_TRUE(add(pairs[1]->mine(), middle));
+    ASSERT_TRUE(add(pairs[2]->mine(), high));
+    EXPECT_EQ(3, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("low", "high", "middle"));
+    EXPECT_TRUE(select->signalSafe());
+}
+
+TEST_F(Select, MayBeDestroyedByItsOwnCallback) {
+    makeReadablePairs(2);
+    Watch other(calls, "other");
+    Watch second(calls, "second");
+    Watch first(calls, "first", [&](int descriptor) {
+        select.reset();
+        select = std::make_unique<TCPSelect>(); // a new table, of the same thread
+        EXPECT_TRUE(add(descriptor, second));
+    });
+    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    ASSERT_TRUE(add(pairs[0]->mine(), second));
+    ASSERT_TRUE(add(pairs[1]->mine(), other));
+    select->run();
+    EXPECT_THAT(calls, ElementsAre("first")) << "the running table has ended with its object";
+    EXPECT_EQ(1, select->pollDescriptors(true));
+    EXPECT_THAT(calls, ElementsAre("first", "second"));
+}
+
+TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
+    makeReadablePairs(2);
+    TCPSelect other;
+    Watch first(calls, "first", [&](int) { select.reset(); });
+    Watch second(calls, "second");
+    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    ASSERT_TRUE(add(pairs[1]->mine(), second));
+    select->run();
+    EXPECT_THAT(calls, ElementsAre("first", "second")) << "the pass is the table's";
+    EXPECT_EQ(2, other.numDescriptors());
+    EXPECT_TRUE(other.removeCallback(pairs[0]->mine(), Watch::call, &first));
+    EXPECT_TRUE(other.removeCallback(pairs[1]->mine(), Watch::call, &second));
+}
+
+// --- Descriptors that have died ------------------------------------------------------------------
+
+// A callback that did nothing about a closed descriptor was called again and again, as fast as the
+// machine could.
+TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
+    makeReadablePairs(1);
+    const int number = pairs[0]->mine();
+    Watch idle(calls, "idle");
+    ASSERT_TRUE(add(number, idle));
+    pairs[0]->shutDownMine();
+    test::LogFile log(LOG_WARNING);
+    test::ScriptedPlatform platform;
+    for (int pass = 0; pass < 3; ++pass)
+        EXPECT_EQ(1, select->pollDescriptors(false));
+    EXPECT_THAT(calls, ElementsAre("idle", "idle", "idle"));
+    EXPECT_THAT(platform.sleeps, ElementsAre(250, 250, 250));
+    EXPECT_EQ(1, log.entries("Descriptor " + std::to_string(number) +
+                             " is closed, but its callbacks stay registered"))
+        << log.text();
+    EXPECT_TRUE(remove(number, idle));
+}
+
+TEST_F(Select, ServesTheOthersBesideADeadDescriptor) {
+    makeReadablePairs(3);
+    std::vector<std::unique_ptr<Watch>> watches;
+    for (const auto &pair : pairs) {
+        watches.push_back(std::make_unique<Watch>(calls, std::to_string(watches.size())));
+        ASSERT_TRUE(add(pair->mine(), *watches.back()));
+    }
+    const int dead = pairs[1]->mine();
+    pairs[1]->shutDownMine();
+    test::ScriptedPlatform platform;
+    // Some systems find the dead one first and the others in the next pass.
+    for (int pass = 0; pass < 2; ++pass) {
+        select->pollDescriptors(true);
+        remove(dead, *watches[1]);
+    }
+    EXPECT_THAT(calls, testing::IsSupersetOf({"0", "1", "2"}));
+}
+
+// --- Many, and high ones -------------------------------------------------------------------------
+
+TEST_F(Select, TakesAThousandAndTwentyFourDescriptorsOfAnyNumber) {
+    const std::size_t before = platform::descriptorLimit();
+    if (before != 0 && before < 2500 && !platform::setDescriptorLimit(2500))
+        GTEST_SKIP() << "this process may not open so many descriptors";
+    std::vector<int> sockets;
+    const auto open = [&sockets] {
+        sockets.push_back(platform::openSocket(platform::FAMILY_IPV4));
+        return sockets.back();
+    };
+    for (int i = 0; i < 1100; ++i)
+        ASSERT_NE(-1, open());
+    makeReadablePairs(1); // beyond the sockets that were opened before it
+
+    Watch idle(calls, "idle");
+    Watch high(calls, "high", readByte);
+    ASSERT_TRUE(add(pairs[0]->mine(), high));
+    EXPECT_EQ(1, select->pollDescriptors(true)) << pairs[0]->mine();
+    EXPECT_THAT(calls, ElementsAre("high"));
+
+    for (std::size_t i = 0; i < 1023; ++i)
+        ASSERT_TRUE(add(sockets[i], idle)) << i;
+    EXPECT_EQ(1024, select->numDescriptors());
+    EXPECT_FALSE(add(sockets[1023], idle)) << "the 1025th";
+    EXPECT_EQ(1024, select->numDescriptors());
+    Watch another(calls, "another");
+    EXPECT_TRUE(add(sockets[0], another)) << "a known descriptor takes more callbacks";
+
+    ASSERT_TRUE(pairs[0]->peerSends("x"));
+    calls.clear();
+    select->pollDescriptors(true);
+    EXPECT_THAT(calls, testing::Contains("high"));
+
+    EXPECT_TRUE(remove(sockets[500], idle));
+    EXPECT_TRUE(add(sockets[1023], idle)) << "there is room again";
+    select.reset();
+    for (const int socket : sockets)
+        closeDescriptor(socket);
+    if (before != 0)
+        platform::setDescriptorLimit(before);
+}
+
+// --- Secure descriptors --------------------------------------------------------------------------
+
+namespace {
+
+// Holds plaintext for descriptors.
+class Buffers : public test::StubTransport {
+public:
+    bool secureBytesPending(int descriptor, std::size_t *pending, bool) override {
+        *pending = plaintext[descriptor];
+        return true;
+    }
+    std::map<int, std::size_t> plaintext;
+};
+
+class SecureSelect : public Select {
+protected:
+    SecureSelect() { setTransport(&transport); }
+    ~SecureSelect() override {
+        pairs.clear();
+        silent.shutDownMine();
+        setTransport(nullptr);
+    }
+
+    Buffers transport;
+    SocketPair silent;
+};
+
+} // namespace
+
+TEST_F(SecureSelect, CallsForPlaintextThatNoWaitCanSee) {
+    makeReadablePairs(1);
+    Watch plain(calls, "plain", readByte);
+    Watch secure(calls, "secure", [&](int descriptor) { transport.plaintext[descriptor] -= 1; });
+    ASSERT_TRUE(add(pairs[0]->mine(), plain));
+    ASSERT_TRUE(add(silent.mine(), secure, true));
+    transport.plaintext[silent.mine()] = 2;
+    EXPECT_EQ(1, select->pollDescriptors(false));
+    EXPECT_EQ(1, select->pollDescriptors(false));
+    EXPECT_THAT(calls, ElementsAre("secure", "secure")) << "before the wait is even asked";
+    EXPECT_EQ(1, select->pollDescriptors(false));
+    EXPECT_THAT(calls, ElementsAre("secure", "secure", "plain"));
+    transport.plaintext[silent.mine()] = 1;
+    EXPECT_EQ(1, select->pollOneDescriptor(silent.mine(), false));
+    EXPECT_EQ("secure", calls.back());
+}
+
+// The beginning of a frame on one secure connection kept the loop from ever looking at the others.
+TEST_F(SecureSelect, ServesTheOthersBesidePlaintextThatNobodyTakes) {
+    makeReadablePairs(1);
+    Watch plain(calls, "plain", readByte);
+    Watch secure(calls, "secure");
+    ASSERT_TRUE(add(pairs[0]->mine(), plain));
+    ASSERT_TRUE(add(silent.mine(), secure, true));
+    transport.plaintext[silent.mine()] = 10;
+    EXPECT_EQ(2, select->pollDescriptors(false));
+    EXPECT_THAT(calls, ElementsAre("secure", "plain"));
+    EXPECT_EQ(1, select->pollDescriptors(false)) << "a wait that ends by itself";
+    EXPECT_THAT(calls, ElementsAre("secure", "plain", "secure"));
+
+    // Alone it must not make the loop spin either.
+    ASSERT_TRUE(remove(pairs[0]->mine(), plain));
+    test::ScriptedPlatform platform;
+    EXPECT_EQ(1, select->pollDescriptors(false));
+    EXPECT_THAT(platform.sleeps, ElementsAre(250));
+}
+
+// --- Signals -------------------------------------------------------------------------------------
+
+namespace {
+
+TCPSelect *s_interrupted = nullptr;
+
+} // namespace
+
+// A signal that came between the loop's look at its flag and the wait was lost, and the loop waited
+// for ever.
+TEST_F(Select, IsInterruptedByASignalWheneverItComes) {
+    SocketPair quiet;
+    Watch nobody(calls, "nobody");
+    ASSERT_TRUE(add(quiet.mine(), nobody));
+    makeReadablePairs(1);
+    s_interrupted = select.get();
+    for (std::uint32_t delay = 1; delay <= 400; ++delay) {
+        // The signal is under way only once the loop runs, and from then on nothing else ends it.
+        Watch arm(calls, "arm", [&, delay](int descriptor) {
+            EXPECT_TRUE(remove(descriptor, arm));
+            const auto handler = [](int) { s_interrupted->interrupt(); };
+            if (!platform::interruptOnce(delay % 100 + 1, handler))
+                s_interrupted->interrupt();
+        });
+        ASSERT_TRUE(add(pairs[0]->mine(), arm));
+        select->run();
+        ASSERT_FALSE(select->running());
+    }
+    EXPECT_EQ(400u, calls.size());
+    platform::stopInterrupting();
+}
+
+} // namespace vintok

@@ -1,0 +1,420 @@
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "support/Meeting.h"
+#include "support/MemoryTransport.h"
+#include "support/ScriptedPlatform.h"
+#include "support/SocketPair.h"
+#include "vintok/Globals.h"
+
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+
+using namespace vintok;
+using namespace vintok::test;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+bool canOpen(platform::Family family) {
+    const int fd = platform::openSocket(family);
+    if (fd != -1)
+        platform::closeSocket(fd);
+    return fd != -1;
+}
+
+TCPAddress loopbackAt(unsigned short port) {
+    TCPAddress address;
+    address.setLoopbackIPv4();
+    address.setHostByteOrderPort(port);
+    return address;
+}
+
+class Sockets : public testing::Test {
+protected:
+    Sockets() {
+        init();
+        setLastError(TCP_ERROR_NO_ERROR, "untouched");
+    }
+    ~Sockets() override {
+        for (const int fd : opened)
+            closeDescriptor(fd);
+        fini();
+    }
+
+    // To be closed with the test.
+    int keep(int fd) {
+        if (fd != -1)
+            opened.push_back(fd);
+        return fd;
+    }
+    static void expectError(TCPError code, const std::string &text) {
+        EXPECT_EQ(code, lastError());
+        EXPECT_THAT(lastErrorString(), StartsWith(text));
+        setLastError(TCP_ERROR_NO_ERROR, "untouched");
+    }
+    static void expectNoError() { EXPECT_EQ("untouched", lastErrorString()); }
+
+    // Connects to the listener, which accepts.
+    void expectReachable(int listener, const TCPAddress &address) {
+        const int connected = keep(connectToBoundSocket(address));
+        EXPECT_NE(-1, connected) << lastErrorString();
+        if (connected != -1) {
+            EXPECT_NE(-1, keep(acceptBoundSocket(listener))) << lastErrorString();
+        }
+    }
+
+    std::vector<int> opened;
+};
+
+// --- Listening ------------------------------------------------------------------------
+
+TEST_F(Sockets, WalkOnFromABusyPort) {
+    unsigned short busy = 0;
+    ASSERT_NE(-1, keep(listenSomewhere(busy)));
+    TCPAddress address = loopbackAt(busy);
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 1, false, TCPAddress::IPTYPE_NONE));
+    expectError(TCP_ERROR_SYSTEM_ERROR,
+                "bind vintok::createBoundSocket\nAddress already in use.\n");
+    EXPECT_EQ(busy, address.hostByteOrderPort());
+
+    const int listener = keep(createBoundSocket(address, 0, 255, false, TCPAddress::IPTYPE_NONE));
+    ASSERT_NE(-1, listener);
+    EXPECT_NE(busy, address.hostByteOrderPort());
+    EXPECT_TRUE(address.isLoopback());
+    expectReachable(listener, address);
+    const DescriptorState state(listener);
+    EXPECT_TRUE(state.known && state.boundIPv4 && !state.boundIPv6 && !state.boundUnix);
+}
+
+TEST_F(Sockets, WalkFromTheLastPortToZero) {
+    unsigned short last = 65535;
+    keep(createLocalIPv4Socket(last, 0, 1, false)); // or somebody else has it
+    unsigned short port = 65535;
+    EXPECT_NE(-1, keep(createLocalIPv4Socket(port, 0, 2, false)));
+    EXPECT_EQ(0, port) << "the system chose one";
+}
+
+TEST_F(Sockets, ThatCannotBeBoundLeaveNothingAndNoError) {
+    const int free = platform::openSocket(platform::FAMILY_IPV4);
+    platform::closeSocket(free);
+    TCPAddress address = loopbackAt(freshPort());
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 0, false, TCPAddress::IPTYPE_NONE)) << "no tries";
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 5, false, TCPAddress::IPTYPE_UNIX)) << "no path";
+    TCPAddress empty;
+    EXPECT_EQ(-1, createBoundSocket(empty, 0, 5, false, TCPAddress::IPTYPE_NONE));
+    EXPECT_EQ(-1, createBoundSocket(empty, 0, 5, false, TCPAddress::IPTYPE_IPV4));
+    if (canOpen(platform::FAMILY_IPV6)) {
+        EXPECT_EQ(-1, createBoundSocket(address, 0, 5, false, TCPAddress::IPTYPE_IPV6));
+    }
+    if (canOpen(platform::FAMILY_IPV6) && canOpen(platform::FAMILY_LOCAL))
+        expectNoError();
+    const int next = platform::openSocket(platform::FAMILY_IPV4);
+    EXPECT_EQ(free, next) << "a descriptor was lost";
+    platform::closeSocket(next);
+}
+
+TEST_F(Sockets, OnAllInterfacesTellAnAddressThatOthersCanCall) {
+    TCPAddress address = loopbackAt(freshPort());
+    const int listener = keep(createIPv4Socket(address, 0, 1000, false));
+    ASSERT_NE(-1, listener) << lastErrorString();
+    std::uint32_t ip = 0;
+    EXPECT_TRUE(address.IPv4(ip));
+    EXPECT_NE(0U, ip);
+    EXPECT_NE(0, address.port());
+    expectReachable(listener, address);
+    expectReachable(listener, loopbackAt(address.hostByteOrderPort()));
+}
+
+TEST_F(Sockets, OfIPv6LeaveIPv4Alone) {
+    unsigned short port = freshPort();
+    const int wildcard = keep(createIPv6Socket(port, 0, 1000, false));
+    if (wildcard == -1)
+        GTEST_SKIP() << "no IPv6 here";
+    EXPECT_TRUE(DescriptorState(wildcard).boundIPv6);
+    unsigned short same = port;
+    EXPECT_NE(-1, keep(createIPv4Socket(same, 0, 1, false))) << "the port is free for IPv4";
+
+    unsigned short local = freshPort();
+    const int listener = keep(createLocalIPv6Socket(local, 0, 1000, false));
+    ASSERT_NE(-1, listener);
+    TCPAddress address;
+    address.setLoopbackIPv6();
+    address.setHostByteOrderPort(local);
+    const int connected = keep(connectToBoundSocket(address));
+    ASSERT_NE(-1, connected);
+    TCPAddress peer;
+    EXPECT_NE(-1, keep(acceptBoundSocket(listener, peer)));
+    EXPECT_TRUE(peer.isIPv6() && peer.isLoopback());
+    EXPECT_NE(0, peer.port());
+}
+
+TEST_F(Sockets, OnLoopbackMeetWhateverTheHostSpeaks) {
+    unsigned short port = freshPort();
+    int listener = createLocalSocket(port, 0, 1000, false);
+    ASSERT_NE(-1, listener);
+    EXPECT_NE(-1, keep(connectLocal(port)));
+    EXPECT_NE(-1, keep(acceptAndCloseBoundSocket(listener)));
+    EXPECT_EQ(-1, listener);
+}
+
+TEST_F(Sockets, OfTheLocalFamilyTakePathsOf107Bytes) {
+    if (!canOpen(platform::FAMILY_LOCAL))
+        GTEST_SKIP() << "no local sockets here";
+    const auto folder = std::filesystem::temp_directory_path() / "vintok-sockets-test";
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
+    std::string path = (folder / "s").string();
+    path.resize(107, 's');
+
+    EXPECT_EQ(-1, createUnixSocket(path + "s", 0, false));
+    EXPECT_EQ(-1, createUnixSocket("", 0, false));
+    EXPECT_EQ(-1, connectUnix(path + "s"));
+    expectNoError();
+
+    const int listener = keep(createUnixSocket(path, 0, false));
+    ASSERT_NE(-1, listener) << lastErrorString();
+    EXPECT_TRUE(DescriptorState(listener).boundUnix);
+    EXPECT_EQ(-1, createUnixSocket(path, 0, false)) << "the path is taken";
+    expectError(TCP_ERROR_SYSTEM_ERROR, "bind vintok::createBoundSocket\n");
+    EXPECT_NE(-1, keep(connectUnix(path)));
+    TCPAddress peer = loopbackAt(7);
+    EXPECT_NE(-1, keep(acceptBoundSocket(listener, peer)));
+    EXPECT_TRUE(peer == loopbackAt(7)) << "a local peer has no address";
+    EXPECT_EQ(-1, connectUnix(path.substr(0, 100)));
+    EXPECT_THAT(lastErrorString(), HasSubstr(" -- ( " + path.substr(0, 100) + " )\n"));
+    std::filesystem::remove_all(folder);
+}
+
+// --- Connecting -----------------------------------------------------------------------
+
+TEST_F(Sockets, ConnectToNobodyAndSayWhom) {
+    unsigned short port = 0;
+    const int listener = listenSomewhere(port);
+    closeDescriptor(listener);
+    EXPECT_EQ(-1, connectToBoundSocket(loopbackAt(port)));
+    expectError(TCP_ERROR_CONNECTION_REFUSED,
+                "connect vintok::connectToBoundSocket -- ( 127.0.0.1 )\nConnection refused.\n");
+    TCPAddress nameOnly;
+    nameOnly.setName("somewhere");
+    EXPECT_EQ(-1, connectToBoundSocket(nameOnly));
+    expectNoError();
+}
+
+TEST_F(Sockets, SayThatThereAreTooMany) {
+    const std::size_t limit = platform::descriptorLimit();
+    const int probe = platform::openSocket(platform::FAMILY_IPV4);
+    platform::closeSocket(probe);
+    if (limit == 0 || !platform::setDescriptorLimit(static_cast<std::size_t>(probe)))
+        GTEST_SKIP() << "the system sets no such limit";
+    EXPECT_EQ(-1, connectToBoundSocket(loopbackAt(1)));
+    expectError(TCP_ERROR_MAX_DESCRIPTORS,
+                "socket vintok::connectToBoundSocket\nToo many open files.\n");
+    TCPAddress address = loopbackAt(freshPort());
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 5, false, TCPAddress::IPTYPE_NONE));
+    expectError(TCP_ERROR_SYSTEM_ERROR, "socket vintok::createBoundSocket\nToo many open files.\n");
+    EXPECT_TRUE(platform::setDescriptorLimit(limit));
+}
+
+// --- Accepting ------------------------------------------------------------------------
+
+TEST_F(Sockets, AcceptOnOpenListenersOnly) {
+    SocketPair pair;
+    EXPECT_EQ(-1, acceptBoundSocket(54321));
+    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "vintok::acceptBoundSocket");
+    EXPECT_EQ(-1, acceptBoundSocket(pair.mine()));
+    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "Not a bound socket vintok::acceptBoundSocket");
+    unsigned short port = 0;
+    const int listener = keep(listenSomewhere(port));
+    setClosed(listener);
+    EXPECT_EQ(-1, acceptBoundSocket(listener));
+    expectError(TCP_ERROR_CONNECTION_RESET, "Closed socket vintok::acceptBoundSocket");
+    int fd = listener;
+    EXPECT_EQ(-1, acceptAndCloseBoundSocket(fd));
+    EXPECT_EQ(listener, fd) << "a failure closes nothing";
+    EXPECT_TRUE(removeDescriptor(listener));
+    EXPECT_TRUE(addDescriptor(listener, false, true, false, false));
+}
+
+TEST_F(Sockets, AcceptTellsWhoCame) {
+    unsigned short port = 0;
+    const int listener = keep(listenSomewhere(port));
+    const int connected = keep(connectLocal(port));
+    TCPAddress peer;
+    const int accepted = keep(acceptBoundSocket(listener, peer));
+    ASSERT_NE(-1, accepted);
+    EXPECT_TRUE(peer.isLoopback());
+    platform::Endpoint end;
+    ASSERT_TRUE(platform::boundEndpoint(connected, platform::FAMILY_IPV4, end));
+    EXPECT_EQ(end.port, peer.port());
+    const DescriptorState state(accepted);
+    EXPECT_TRUE(state.known && !state.bound() && !state.secure);
+}
+
+TEST_F(Sockets, AcceptTriesOnceMoreAfterAnInterruption) {
+    unsigned short port = 0;
+    const int listener = keep(listenSomewhere(port));
+    const int connected = keep(connectLocal(port));
+    ASSERT_NE(-1, connected);
+    struct Case {
+        std::deque<Answer> failures;
+        TCPError code;
+        int row;
+    };
+    const Case cases[] = {
+        {{fails(4), fails(4)}, TCP_ERROR_INTERRUPT, 10004},
+        {{fails(9)}, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009},
+        {{fails(4), fails(10009)}, TCP_ERROR_SYSTEM_ERROR, 10009},
+        {{fails(24)}, TCP_ERROR_SYSTEM_ERROR, 10024},
+        {{fails(10004)}, TCP_ERROR_SYSTEM_ERROR, 10004},
+    };
+    ScriptedPlatform script;
+    for (const Case &each : cases) {
+        script.accept = each.failures;
+        EXPECT_EQ(-1, acceptBoundSocket(listener));
+        EXPECT_TRUE(script.accept.empty());
+        expectError(each.code,
+                    std::string("vintok::acceptBoundSocket\n") + sysErrorString(each.row));
+    }
+    script.accept = {fails(4)};
+    EXPECT_NE(-1, keep(acceptBoundSocket(listener)));
+}
+
+// --- Ending ---------------------------------------------------------------------------
+
+TEST_F(Sockets, ShutDownAreForgottenAndClosed) {
+    SocketPair pair;
+    const int fd = pair.forgetMine();
+    EXPECT_TRUE(shutdownSocket(fd));
+    EXPECT_FALSE(DescriptorState(fd).known);
+    unsigned char byte = 0;
+    EXPECT_TRUE(awaitEnd(pair.peer()));
+    EXPECT_EQ(0, platform::receive(pair.peer(), &byte, 1));
+    setLastError(TCP_ERROR_NO_ERROR, "untouched");
+    EXPECT_FALSE(shutdownSocket(-1));
+    expectNoError();
+}
+
+TEST_F(Sockets, ShutDownWithUnreadBytesDoNotResetThePeer) {
+    SocketPair pair;
+    ASSERT_TRUE(pair.peerSends(std::string(10000, 'x')));
+    pair.shutDownMine();
+    ASSERT_TRUE(awaitEnd(pair.peer()));
+    unsigned char byte = 0;
+    EXPECT_EQ(0, platform::receive(pair.peer(), &byte, 1)) << platform::socketError();
+}
+
+TEST_F(Sockets, ThatAreUnknownAreShutDownAllTheSame) {
+    SocketPair pair;
+    removeDescriptor(pair.mine());
+    EXPECT_FALSE(shutdownSocket(pair.forgetMine()));
+    EXPECT_TRUE(awaitEnd(pair.peer()));
+}
+
+TEST_F(Sockets, ThatAreClosedOrListenAreShutDownWithTheirRow) {
+    SocketPair pair;
+    const int closed = pair.forgetMine();
+    setClosed(closed);
+    EXPECT_FALSE(shutdownSocket(closed)) << "it was not open";
+    EXPECT_FALSE(DescriptorState(closed).closed) << "the row is gone";
+    unsigned short port = 0;
+    const int listener = listenSomewhere(port);
+    EXPECT_TRUE(shutdownSocket(listener));
+    expectNoError(); // a shutdown of the socket would have failed
+    EXPECT_EQ(-1, connectLocal(port));
+}
+
+TEST_F(Sockets, ThatWereNeverConnectedSayWhyTheShutdownFailed) {
+    const int fd = platform::openSocket(platform::FAMILY_IPV4);
+    addDescriptor(fd, false, false, false, false);
+    EXPECT_TRUE(shutdownSocket(fd));
+    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
+}
+
+TEST_F(Sockets, ThatAreSecureLeaveTheTransportFirst) {
+    MemoryTransport memory;
+    setTransport(&memory);
+    SocketPair pair;
+    ASSERT_TRUE(setSecure(pair.mine(), true));
+    EXPECT_TRUE(shutdownSocket(pair.forgetMine()));
+    EXPECT_THAT(memory.descriptors, testing::IsEmpty());
+    EXPECT_EQ(2U, memory.calls.size()) << "added and removed once";
+    setTransport(nullptr);
+}
+
+// --- Options --------------------------------------------------------------------------
+
+TEST_F(Sockets, BuffersAreAskedForWithinBounds) {
+    const std::pair<std::size_t, int> cases[] = {
+        {0, 32767}, {1, 4096}, {100, 4096}, {4096, 4096}, {20000, 20000}};
+    for (const auto &[size, asked] : cases) {
+        const int fd = platform::openSocket(platform::FAMILY_IPV4);
+        const int like = platform::openSocket(platform::FAMILY_IPV4);
+        EXPECT_TRUE(setSystemBuffers(fd, size));
+        // Systems give more than they are asked for, but the same to everybody.
+        ASSERT_TRUE(platform::setReceiveBuffer(like, asked));
+        ASSERT_TRUE(platform::setSendBuffer(like, asked));
+        int granted = 0;
+        int expected = 0;
+        ASSERT_TRUE(platform::receiveBuffer(fd, granted) &&
+                    platform::receiveBuffer(like, expected));
+        EXPECT_EQ(expected, granted) << size;
+        ASSERT_TRUE(platform::sendBuffer(fd, granted) && platform::sendBuffer(like, expected));
+        EXPECT_EQ(expected, granted) << size;
+        platform::closeSocket(fd);
+        platform::closeSocket(like);
+    }
+    EXPECT_FALSE(setSystemBuffers(-1, 0));
+    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "Bad descriptor");
+    EXPECT_FALSE(setSystemBuffers(54321, 0));
+    expectError(TCP_ERROR_SYSTEM_ERROR, "Set receive buffer failed\n");
+}
+
+TEST_F(Sockets, AreMadeBlockingWhenTheyBecomeKnown) {
+    SocketPair pair;
+    removeDescriptor(pair.mine());
+    setNonBlocking(pair.mine());
+    unsigned char byte = 0;
+    EXPECT_EQ(-1, platform::receive(pair.mine(), &byte, 1));
+    EXPECT_EQ(10035, platform::socketError());
+    ASSERT_TRUE(addDescriptor(pair.mine(), false, false, false, false));
+    pair.resetPeer();
+    EXPECT_EQ(-1, platform::receive(pair.mine(), &byte, 1)) << "waits for the reset";
+    EXPECT_EQ(10054, platform::socketError());
+}
+
+TEST_F(Sockets, WithNegativeNumbersHaveNoOptions) {
+    const std::pair<const char *, void (*)(int)> cases[] = {
+        {"vintok::setNoDelay", setNoDelay},
+        {"vintok::setBlocking", setBlocking},
+        {"vintok::setNonBlocking", setNonBlocking}};
+    for (const auto &[name, option] : cases) {
+        option(-1);
+        expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, name);
+    }
+    setNoDelay(54321); // a refusal of the system is not told
+    expectNoError();
+}
+
+TEST_F(Sockets, TheOwnAddressKeepsNoPortAndTakesNone) {
+    TCPAddress address;
+    EXPECT_FALSE(setLocalAddress(address));
+    expectError(TCP_ERROR_INVALID_ADDRESS, "vintok::setLocalAddress");
+    address.setUnix("somewhere");
+    EXPECT_FALSE(setLocalAddress(address));
+    expectError(TCP_ERROR_INVALID_ADDRESS, "vintok::setLocalAddress");
+
+    EXPECT_TRUE(setLocalAddress(loopbackAt(99)));
+    TCPAddress own;
+    EXPECT_TRUE(localAddress(own));
+    EXPECT_EQ(0, own.port());
+    EXPECT_TRUE(own.isLoopback());
+    TCPAddress withPort;
+    withPort.setHostByteOrderPort(4711);
+    EXPECT_TRUE(localAddress(withPort));
+    EXPECT_EQ(4711, withPort.hostByteOrderPort());
+    EXPECT_TRUE(withPort.isLoopback());
+}
+
+} // namespace

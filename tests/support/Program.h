@@ -1,0 +1,51 @@
+// The program `vintok`, run as a child: a party of a meeting, a relay or its client. Tests of it
+// read its JSON events.
+//
+//     Program host({"host", "--name", "Ann"});
+//     Program guest({"join", host.target(), "--name", "Bob"});
+//     ASSERT_TRUE(host.tells("joined", {named("Bob")})) << host.story();
+#ifndef VINTOK_TESTS_PROGRAM_H
+#define VINTOK_TESTS_PROGRAM_H
+
+#include "support/ChildProcess.h"
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace vintok::test {
+
+// A field of an event, as JSON has it: {"name", "\"Ann\""}, {"colour", "1"}.
+using EventField = std::pair<std::string, std::string>;
+
+// Texts that need no escaping.
+inline EventField text(const std::string &key, const std::string &value) {
+    return {key, '"' + value + '"'};
+}
+inline EventField named(const std::string &name) {
+    return text("name", name);
+}
+inline EventField colour(int index) {
+    return {"colour", std::to_string(index)};
+}
+
+class Program : public ChildProcess {
+public:
+    // A run that is reachable from this machine only and prints JSON; `relay-...` and `join` get
+    // their target as an argument.
+    explicit Program(std::vector<std::string> arguments);
+
+    // A run with exactly these arguments.
+    static ChildProcess plain(std::vector<std::string> arguments);
+
+    // Waits for an event of that kind with these fields, behind the last one that was waited for.
+    bool tells(const std::string &event, const std::vector<EventField> &fields = {},
+               std::string *line = nullptr);
+
+    // Where it listens; empty when it does not come to that.
+    std::string target();
+};
+
+} // namespace vintok::test
+
+#endif
