@@ -195,8 +195,8 @@ public:
     static bool nodeName(std::string &name);
 
     // "1.2.3.4" or "1.2.3.4/24", of fewer than 20 characters. Without a length `bits` stays as the
-    // caller set it; a length above 32 is refused and sets it to 0. After any other refusal
-    // `address` is 0.
+    // caller set it; a length above 32 is refused and sets it to 0. Where anything but the length
+    // is refused, `address` is 0.
     static bool sf_parseIPv4(const std::string &text, std::uint32_t &address, std::uint16_t &bits);
 
     // The same for IPv6, of fewer than 50 characters: groups, "::", a dotted quad at the end, and
