@@ -1,0 +1,81 @@
+#!/bin/bash
+# Holds the meeting of tools/meeting across three hosts: network namespaces that are joined by a bridge in
+# a fourth. Each host has its own name, which its hosts file maps to 127.0.1.1, as a Debian machine does;
+# all parties listen on the same port. A party that takes its own address from that file is then the same
+# party as every other, and a meeting of such parties falls apart; on one machine nobody would notice.
+#
+# usage: namespaces.sh PROGRAM
+#
+# Exit status 77, with the reason, where namespaces cannot be made (it takes root).
+set -euo pipefail
+program=$(realpath "$1")
+cd "$(dirname "$0")/.."
+
+skip() {
+    echo "skipped: $*"
+    exit 77
+}
+[ "$(id -u)" -eq 0 ] || skip "network namespaces take root"
+command -v ip >/dev/null || skip "there is no 'ip' (package iproute2)"
+unshare --mount --uts true 2>/dev/null || skip "mount and host name namespaces are not allowed here"
+
+. tools/meeting-acts
+
+# Their names in the kernel: unique to this run.
+space() { echo "vintok$$-$1"; }
+declare -A number=([Ann]=1 [Bob]=2 [Cid]=3)
+address_of() { echo "192.0.2.${number[$1]}"; }
+
+at_end() {
+    local name
+    for name in switch Ann Bob Cid; do
+        ip netns delete "$(space $name)" 2>/dev/null || true
+    done
+}
+
+make_switch() {
+    ip netns add "$(space switch)" 2>"$stage/why" || skip "no network namespace: $(cat "$stage/why")"
+    ip -n "$(space switch)" link add bridge type bridge 2>"$stage/why" ||
+        skip "no bridge: $(cat "$stage/why")"
+    ip -n "$(space switch)" link set bridge up
+}
+
+# A host, its cable to the switch, and its name.
+make_host() {
+    local name=$1 other
+    ip netns add "$(space "$name")"
+    ip -n "$(space "$name")" link add cable type veth peer name "to$name" netns "$(space switch)" \
+        2>"$stage/why" || skip "no pair of interfaces: $(cat "$stage/why")"
+    ip -n "$(space switch)" link set "to$name" master bridge up
+    ip -n "$(space "$name")" address add "$(address_of "$name")/24" dev cable
+    ip -n "$(space "$name")" link set lo up
+    ip -n "$(space "$name")" link set cable up
+    {
+        echo "127.0.0.1 localhost"
+        echo "127.0.1.1 ${name,,}.example ${name,,}"
+        for other in Ann Bob Cid; do
+            [ "$other" = "$name" ] || echo "$(address_of "$other") ${other,,}.example ${other,,}"
+        done
+    } >"$stage/hosts.$name"
+}
+
+run() {
+    local name=$1
+    shift
+    exec ip netns exec "$(space "$name")" unshare --mount --uts bash -c '
+        mount --bind "$1" /etc/hosts && hostname "$2" && shift 2 && exec "$@"' \
+        bash "$stage/hosts.$name" "${name,,}" "$program" "$@"
+}
+host_target=ann
+options=(--port 7777 --exact-port)
+
+make_switch
+for name in Ann Bob Cid; do
+    make_host $name
+done
+act "Three hosts"
+for name in Ann Bob Cid; do
+    does $name has "$(address_of $name), and calls itself $(sed -n 's/^127.0.1.1 //p' "$stage/hosts.$name")"
+done
+
+hold_meeting
