@@ -139,8 +139,20 @@ bool TCPAddress::resolve(const std::string &name, IPType type) {
 
 bool TCPAddress::resolve(IPType type) {
     std::string node;
-    if (!nodeName(node) || !resolve(node, type))
+    if (!nodeName(node))
         return false;
+    // A machine that knows its name as loopback has it from a file, in one family as a rule: asking
+    // for the other would wait for name servers that have never heard of it.
+    TCPAddress own;
+    const bool isLocal = own.resolve(node, IPTYPE_NONE) && isLoopbackNet(own);
+    if (!isLocal)
+        return resolve(node, type);
+    if (!isWanted(IPTYPE_IPV4, type) && !own.isIPv6())
+        own.setLoopbackIPv6();
+    else if (!isWanted(IPTYPE_IPV6, type) && !own.isIPv4())
+        own.setLoopbackIPv4();
+    own.setPort(port());
+    TCPAddress::operator=(own);
     mf_preferInterface(type);
     return true;
 }
