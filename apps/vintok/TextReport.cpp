@@ -132,6 +132,7 @@ std::unique_ptr<Report> makeTextReport(bool colours) {
 
 void complain(const std::string &text) {
     std::fputs(("vintok: " + printable(text) + '\n').c_str(), stderr);
+    std::fflush(stderr); // not every runtime leaves it unbuffered when it is a pipe
 }
 
 } // namespace app
