@@ -26,6 +26,11 @@ bool sendByte(int descriptor, const TCPGUID &identifier, unsigned char value);
 // descriptor, whether there is one at all, and what is awaited on it are not for the wire to say.
 void takeEntry(ConferenceRosterEntry &known, const ConferenceRosterEntry &received);
 
+// As the log writes it.
+inline const char *boolText(bool value) {
+    return value ? "true" : "false";
+}
+
 // Counts how deep something is nested.
 class Nested {
 public:

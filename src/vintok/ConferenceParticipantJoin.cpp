@@ -22,14 +22,6 @@
 
 namespace vintok {
 
-namespace {
-
-const char *truth(bool value) {
-    return value ? "true" : "false";
-}
-
-} // namespace
-
 // ---- The hello ----
 
 bool ConferenceParticipant::mf_sendMe(int descriptor, bool proxyConnection, bool oldForm) {
@@ -190,7 +182,7 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
         return false;
     const SecureStep secure = _acceptSecurely(peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Accepted Call fd = %d ssl = %s hangup = %s", descriptor,
-                                          truth(secure.wanted), truth(secure.failed)));
+                                          boolText(secure.wanted), boolText(secure.failed)));
     if (secure.failed || !_isListed(peer)) {
         mf_hangup(peer);
         return false;
@@ -270,7 +262,7 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
     const int descriptor = peer->descriptor();
     const SecureStep secure = _connectSecurely(peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Handle fd = %d ssl = %s  hangup = %s", descriptor,
-                                          truth(secure.wanted), truth(secure.failed)));
+                                          boolText(secure.wanted), boolText(secure.failed)));
     if (_self.isHost()) {
         _giveColor(peer);
     } else {

@@ -13,10 +13,6 @@ namespace vintok {
 
 namespace {
 
-const char *boolText(bool value) {
-    return value ? "true" : "false";
-}
-
 std::string presentTime() {
     std::tm now = {};
     return platform::localTime(std::time(nullptr), now) ? std::asctime(&now) : "\n";
