@@ -2,6 +2,7 @@
 
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
+#include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
@@ -26,6 +27,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
+
+// The first table of the process looks at it.
+const test::ScopedEnvironment debug("TCP_SELECT_DEBUG", "True");
 
 // A callback that notes its calls in the order of all, and then does what the test wants.
 struct Watch {
@@ -167,6 +171,23 @@ TEST_F(Select, LooksWithoutWaiting) {
     ASSERT_TRUE(quiet.peerSends("x"));
     EXPECT_EQ(1, select->pollOneDescriptor(quiet.mine(), false));
     EXPECT_THAT(calls, ElementsAre("a"));
+}
+
+TEST_F(Select, TellsOfItsWaitsWhenTheEnvironmentAsks) {
+    makeReadablePairs(1);
+    SocketPair quiet;
+    Watch watch(calls, "a");
+    ASSERT_TRUE(add(quiet.mine(), watch));
+    test::LogFile log(LOG_INFO);
+    test::ScriptedPlatform platform;
+    platform::setSocketError(10035);
+    EXPECT_EQ(0, select->pollDescriptors(true));
+    EXPECT_THAT(log.text(), testing::HasSubstr("TCPSelectBase::mf_processSelectReturn: poll "
+                                               "returned 0, errno =10035 'Resource temporarily"));
+    EXPECT_EQ(1, select->pollOneDescriptor(pairs[0]->mine(), true));
+    EXPECT_TRUE(log.has("TCPSelectBase::mf_callCallbacks(" + std::to_string(pairs[0]->mine()) +
+                        ",False)- Not handled, sleeping.\n"))
+        << log.text();
 }
 
 TEST_F(Select, IsOneTableForAThread) {

@@ -3,6 +3,7 @@
 #include "platform/Socket.h"
 #include "platform/Thread.h"
 #include "platform/Wait.h"
+#include "vintok/Globals.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 
@@ -15,8 +16,10 @@ namespace {
 constexpr std::uint32_t pause = 250; // milliseconds
 
 bool isWaiting(int listener) {
+    const DescriptorState state(listener);
     platform::DescriptorSet set;
-    return listener >= 0 && set.insert(listener) && platform::waitReadable(set, true) == 1;
+    return state.known && state.bound() && set.insert(listener) &&
+           platform::waitReadable(set, true) == 1;
 }
 
 } // namespace

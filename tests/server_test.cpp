@@ -1,0 +1,546 @@
+// The relay, seen by its clients; who misbehaves, dies or crowds it; and its three programs.
+
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "platform/Wait.h"
+#include "support/ChildProcess.h"
+#include "support/LogFile.h"
+#include "support/SocketPair.h"
+#include "support/WirePeer.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPServer.h"
+#include "vintok/TCPStream.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+#include <memory>
+#include <optional>
+#include <utility>
+
+namespace vintok {
+
+using test::Bytes;
+using test::ChildProcess;
+using test::Meeting;
+using test::WireFrame;
+using test::WirePeer;
+namespace id = test::id;
+
+namespace {
+
+constexpr bool exactPort = true;
+constexpr bool localOnly = true;
+
+Bytes bodyOf(const std::string &text) {
+    return Bytes(text.begin(), text.end());
+}
+
+class Server : public TCPServer {
+public:
+    using TCPServer::mf_broadcastMessage;
+    using TCPServer::mf_handleHangup;
+    using TCPServer::TCPServer;
+
+    std::vector<int> froms; // of every message, the client's descriptor
+
+protected:
+    void mf_handleMessage(TCPMessage &message) override {
+        froms.push_back(message.socketDescriptor());
+        TCPServer::mf_handleMessage(message);
+    }
+};
+
+class Relay : public testing::Test {
+protected:
+    Relay() : server(std::in_place, test::freshPort(), !exactPort, localOnly) {}
+
+    void SetUp() override {
+        ASSERT_NE(0, server->port());
+        listeners = select.numDescriptors();
+        for (WirePeer *peer : {&ann, &bob, &cem})
+            ASSERT_TRUE(connects(*peer));
+    }
+
+    // Connects and waits until the server has taken the connection.
+    testing::AssertionResult connects(WirePeer &peer) {
+        const int before = clients();
+        const auto connected = peer.connects(server->port());
+        return connected ? meeting.until([&] { return clients() == before + 1; }, "no accept")
+                         : connected;
+    }
+
+    int clients() const { return select.numDescriptors() - listeners; }
+
+    // The server's end of the peer's connection.
+    int endOf(WirePeer &peer) {
+        const std::size_t before = server->froms.size();
+        peer.sends(id::keepAlive);
+        EXPECT_TRUE(meeting.until([&] { return server->froms.size() > before; }, "keep-alive"));
+        return server->froms.empty() ? -1 : server->froms.back();
+    }
+
+    // Everybody but the speaker hears it, and hears it next.
+    void speaks(WirePeer &speaker, const std::string &text) {
+        ASSERT_TRUE(speaker.sends(id::broadcast, bodyOf(text)));
+        for (WirePeer *peer : {&ann, &bob, &cem}) {
+            WireFrame frame;
+            if (peer == &speaker || !peer->connected() || peer->ended())
+                continue;
+            ASSERT_TRUE(peer->receives(id::broadcast, &frame)) << text;
+            EXPECT_EQ(bodyOf(text), frame.body);
+        }
+    }
+
+    Meeting meeting;
+    TCPSelect select; // the thread's table, to look at
+    int listeners = 0;
+    std::optional<Server> server;
+    WirePeer ann{meeting, "Ann"};
+    WirePeer bob{meeting, "Bob"};
+    WirePeer cem{meeting, "Cem"};
+};
+
+} // namespace
+
+// --- Relaying ------------------------------------------------------------------------------------
+
+TEST_F(Relay, PassesABroadcastOnToEverybodyElseAsItCame) {
+    WireFrame sent;
+    sent.id = id::broadcast;
+    sent.time = 0x0102030405060708;
+    sent.origin = test::WireAddress::ipv4(0x0A010203, 7777);
+    sent.body = bodyOf("hello");
+    ASSERT_TRUE(ann.sends(sent.encode()));
+    for (WirePeer *peer : {&bob, &cem}) {
+        WireFrame heard;
+        ASSERT_TRUE(peer->receives(id::broadcast, &heard));
+        EXPECT_EQ(sent.encode(), heard.encode());
+    }
+    // Ann hears what Bob says, and nothing of her own before it.
+    speaks(bob, "hello Ann");
+}
+
+TEST_F(Relay, KeepsClientsWhoseMessagesMeanNothingToIt) {
+    for (const unsigned char unknown : {id::keepAlive, id::rosterRequest, id::leadRequest})
+        ASSERT_TRUE(ann.sends(unknown, bodyOf("what?")));
+    ASSERT_TRUE(ann.sends(std::uint8_t{0}));
+    speaks(ann, "still here");
+    EXPECT_EQ(3, clients());
+}
+
+TEST_F(Relay, GivesTheBodyToItsOwnerThoughNobodyElseIsThere) {
+    static std::vector<std::pair<TCPServer *, std::string>> heard;
+    heard.clear();
+    server->setDataCB([](TCPServer *relay, unsigned char *body, std::uint64_t length) {
+        heard.emplace_back(relay, std::string(body, body + length));
+    });
+    bob.closes();
+    cem.closes();
+    ASSERT_TRUE(meeting.until([&] { return clients() == 1; }, "two leave"));
+    ASSERT_TRUE(ann.sends(id::keepAlive, bodyOf("not this")));
+    ASSERT_TRUE(ann.sends(id::broadcast, bodyOf("to myself")));
+    ASSERT_TRUE(meeting.until([] { return !heard.empty(); }, "the body"));
+    EXPECT_THAT(heard,
+                testing::ElementsAre(std::pair<TCPServer *, std::string>(&*server, "to myself")));
+}
+
+TEST_F(Relay, WritesInOrderOfConnectionAndTellsWhetherAllHeard) {
+    const int annsEnd = endOf(ann);
+    const int bobsEnd = endOf(bob);
+    TCPMessage message;
+    message.setMessageID(TCP_broadcastMessage);
+    ASSERT_TRUE(message.allocateMessageBuffer(1));
+    EXPECT_TRUE(server->mf_broadcastMessage(message));
+    setClosed(bobsEnd);
+    EXPECT_FALSE(server->mf_broadcastMessage(message));
+    for (WirePeer *peer : {&ann, &cem}) {
+        EXPECT_TRUE(peer->receives(id::broadcast));
+        EXPECT_TRUE(peer->receives(id::broadcast)) << "a failure stops nobody else's";
+    }
+    EXPECT_EQ(3, clients()) << "who cannot be written to is dropped at his next read";
+    ASSERT_TRUE(bob.sends(id::keepAlive));
+    ASSERT_TRUE(bob.seesTheEnd());
+
+    server->mf_handleHangup(endOf(cem));
+    message.setSocketDescriptor(annsEnd);
+    EXPECT_TRUE(server->mf_broadcastMessage(message)) << "nobody to write to";
+    EXPECT_EQ(1, clients());
+    server->mf_handleHangup(-1);
+    server->mf_handleHangup(999);
+    EXPECT_EQ(1, clients());
+}
+
+// --- Leaving and dying ---------------------------------------------------------------------------
+
+TEST_F(Relay, LosesAClientThatHangsUpResetsOrEnds) {
+    const std::pair<const char *, std::function<void(WirePeer &)>> ways[] = {
+        {"a hang-up", [](WirePeer &peer) { peer.sends(id::hangup); }},
+        {"an end of the stream", [](WirePeer &peer) { peer.closes(); }},
+        {"a reset", [](WirePeer &peer) { peer.resets(); }},
+        // It goes on reading, and its descriptor stays readable for ever.
+        {"half an end", [](WirePeer &peer) { peer.halfCloses(); }},
+        {"an end behind a whole message",
+         [](WirePeer &peer) {
+             peer.sends(id::keepAlive);
+             peer.halfCloses();
+         }},
+    };
+    for (const auto &[what, leave] : ways) {
+        WirePeer dora(meeting, "Dora");
+        ASSERT_TRUE(connects(dora));
+        leave(dora);
+        EXPECT_TRUE(meeting.until([&] { return clients() == 3; }, what));
+        if (dora.connected()) {
+            EXPECT_TRUE(dora.seesTheEnd()) << what;
+        }
+        speaks(ann, std::string("after ") + what);
+    }
+}
+
+// The loop turned without end for a client that had sent one byte.
+TEST_F(Relay, IsNotWokenByTheBeginningOfAMessage) {
+    const int end = endOf(ann);
+    WireFrame frame;
+    frame.id = id::broadcast;
+    frame.body = bodyOf("in pieces");
+    const Bytes bytes = frame.encode();
+    ASSERT_TRUE(ann.sends(test::Bytes(bytes.begin(), bytes.begin() + 35)));
+    ASSERT_TRUE(test::awaitBytes(end, 35));
+    EXPECT_EQ(0, select.pollDescriptors(true));
+    EXPECT_EQ(3, clients());
+    speaks(bob, "meanwhile");
+
+    ASSERT_TRUE(ann.sends(test::Bytes(bytes.begin() + 35, bytes.end())));
+    WireFrame heard;
+    ASSERT_TRUE(bob.receives(id::broadcast, &heard));
+    EXPECT_EQ(frame.body, heard.body);
+}
+
+TEST_F(Relay, LosesAClientThatEndsWithinAMessage) {
+    const int end = endOf(ann);
+    ASSERT_TRUE(ann.sends(Bytes(10, 0)));
+    ann.halfCloses();
+    ASSERT_TRUE(test::awaitBytes(end, 10));
+    if (!meeting.until([&] { return clients() == 2; }, "the end")) {
+        ASSERT_FALSE(platform::endArrived(end));
+        GTEST_SKIP() << "this system does not tell of an end behind bytes";
+    }
+    EXPECT_TRUE(ann.seesTheEnd());
+}
+
+TEST_F(Relay, ReadsOnAfterAMalformedMessage) {
+    test::LogFile log(LOG_ERROR);
+    const int end = endOf(ann);
+    Bytes malformed = {0, 0, 0, 10};
+    malformed.resize(36, 0);
+    ASSERT_TRUE(ann.sends(malformed));
+    ASSERT_TRUE(test::awaitBytes(end, malformed.size()));
+    ASSERT_TRUE(meeting.until([&] { return rawBytesPending(end) == 0; }, "the bytes taken"));
+    EXPECT_EQ(3, clients());
+    speaks(ann, "well formed");
+    EXPECT_EQ("", log.text());
+}
+
+TEST_F(Relay, MayEndInItsOwnCallback) {
+    static std::function<void()> end;
+    end = [this] { server.reset(); };
+    server->setDataCB([](TCPServer *, unsigned char *, std::uint64_t) { end(); });
+    ASSERT_TRUE(ann.sends(id::broadcast, bodyOf("the last words")));
+    server->run();
+    EXPECT_FALSE(server.has_value());
+    EXPECT_TRUE(bob.receives(id::broadcast)) << "it was passed on first";
+    for (WirePeer *peer : {&ann, &bob, &cem})
+        EXPECT_TRUE(peer->seesTheEnd());
+    EXPECT_EQ(0, select.numDescriptors());
+}
+
+TEST_F(Relay, SharesItsConnectionsWithACopy) {
+    std::optional<Server> copy(server);
+    EXPECT_EQ(server->port(), copy->port());
+    copy->setVersion(4, 1);
+    EXPECT_EQ(4, copy->majorVersion());
+    EXPECT_EQ(0, server->majorVersion());
+    copy.reset();
+    for (WirePeer *peer : {&ann, &bob, &cem})
+        EXPECT_TRUE(peer->seesTheEnd()) << "whichever goes first closes them for both";
+    server.reset();
+    EXPECT_EQ(0, select.numDescriptors());
+}
+
+TEST_F(Relay, ThatIsAssignedToLetsGoOfItsOwnConnections) {
+    Server other(test::freshPort(), !exactPort, localOnly);
+    ASSERT_NE(server->port(), other.port());
+    other = *server;
+    EXPECT_EQ(server->port(), other.port());
+    for (WirePeer *peer : {&ann, &bob, &cem})
+        EXPECT_FALSE(peer->ended());
+    speaks(ann, "nobody is disturbed");
+}
+
+// --- Too many ------------------------------------------------------------------------------------
+
+namespace {
+
+// Lets this process open no more descriptors than it has.
+class NoMoreDescriptors {
+public:
+    NoMoreDescriptors() : m_before(platform::descriptorLimit()) {
+        platform::setDescriptorLimit(100);
+        for (int taken = 0; taken != -1; taken = platform::openSocket(platform::FAMILY_IPV4))
+            m_taken.push_back(taken);
+        m_taken.erase(m_taken.begin());
+    }
+    ~NoMoreDescriptors() {
+        for (const int taken : m_taken)
+            platform::closeSocket(taken);
+        platform::setDescriptorLimit(m_before);
+    }
+    NoMoreDescriptors(const NoMoreDescriptors &) = delete;
+    NoMoreDescriptors &operator=(const NoMoreDescriptors &) = delete;
+
+private:
+    std::size_t m_before;
+    std::vector<int> m_taken;
+};
+
+int count(const std::string &text, const std::string &what) {
+    int found = 0;
+    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        ++found;
+    return found;
+}
+
+} // namespace
+
+// A process out of descriptors could not accept a connection, which then stayed to be accepted: the
+// loop turned without end and filled the log.
+TEST_F(Relay, TurnsCallersAwayWhenThereAreNoDescriptors) {
+    if (platform::descriptorLimit() == 0)
+        GTEST_SKIP() << "this system sets no limit";
+    setLogLevel(LOG_ERROR);
+    testing::internal::CaptureStderr(); // a log file would need a descriptor, too
+    for (int shortage = 0; shortage < 2; ++shortage) {
+        WirePeer callers[] = {{meeting, "one"}, {meeting, "two"}, {meeting, "three"}};
+        for (WirePeer &caller : callers)
+            EXPECT_TRUE(caller.connects(server->port()));
+        {
+            NoMoreDescriptors full;
+            for (WirePeer &caller : callers)
+                EXPECT_TRUE(caller.seesTheEnd());
+            EXPECT_EQ(0, select.pollDescriptors(true)) << "nobody waits to be accepted";
+            speaks(ann, "the meeting goes on");
+            EXPECT_EQ(3, clients());
+        }
+        WirePeer late(meeting, "late");
+        EXPECT_TRUE(connects(late)) << "there is room again";
+        late.closes();
+        EXPECT_TRUE(meeting.until([&] { return clients() == 3; }, "it leaves"));
+    }
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(2, count(log, "mf_connectPending accept failed")) << "once for each shortage\n"
+                                                                << log;
+}
+
+// --- Ports ---------------------------------------------------------------------------------------
+
+namespace {
+
+class Ports : public testing::Test {
+protected:
+    Ports() { init(); }
+    ~Ports() override {
+        for (const int listener : taken)
+            shutdownSocket(listener);
+        fini();
+    }
+
+    // A port that somebody listens on, on both families where there are two.
+    unsigned short takenPort() {
+        unsigned short port = 0;
+        taken.push_back(test::listenSomewhere(port));
+        unsigned short same = port;
+        taken.push_back(createLocalIPv6Socket(same, 0, 1, false));
+        hasIPv6 = taken.back() != -1;
+        return port;
+    }
+
+    static bool takesCalls(const TCPAddress &host, unsigned short port) {
+        TCPAddress address = host;
+        address.setHostByteOrderPort(port);
+        const int caller = connectToBoundSocket(address);
+        closeDescriptor(caller);
+        return caller != -1;
+    }
+
+    std::vector<int> taken;
+    bool hasIPv6 = false;
+};
+
+} // namespace
+
+TEST_F(Ports, ThatAreTakenLeaveAnExactServerWithNone) {
+    test::LogFile log(LOG_ERROR);
+    for (const bool local : {localOnly, !localOnly}) {
+        const unsigned short port = takenPort();
+        if (!hasIPv6)
+            GTEST_SKIP() << "no IPv6 here";
+        TCPServer server(port, exactPort, local);
+        EXPECT_EQ(0, server.port());
+        server.run();
+        EXPECT_FALSE(server.running());
+        server.interrupt();
+    }
+    EXPECT_EQ(2, log.entries("TCPServer could not create socket"));
+}
+
+TEST_F(Ports, ThatAreTakenAreWalkedPastByBothFamiliesTogether) {
+    TCPAddress ipv4;
+    ipv4.setLoopbackIPv4();
+    TCPAddress ipv6;
+    ipv6.setLoopbackIPv6();
+    for (const bool local : {localOnly, !localOnly}) {
+        const unsigned short port = takenPort();
+        const TCPServer server(port, !exactPort, local);
+        EXPECT_GT(server.port(), port);
+        EXPECT_TRUE(takesCalls(ipv4, server.port()));
+        EXPECT_EQ(hasIPv6, takesCalls(ipv6, server.port()));
+    }
+}
+
+// --- The programs --------------------------------------------------------------------------------
+
+namespace {
+
+const ChildProcess::Environment quiet = {{"VINTOK_ERROR_LOG_LEVEL", std::nullopt},
+                                         {"VINTOK_ERROR_LOG_FILE", std::nullopt},
+                                         {"VINTOK_ERROR_PRINT", std::nullopt},
+                                         {"TCP_MESSAGE_DEBUG", std::nullopt}};
+
+using Arguments = std::vector<std::string>;
+
+ChildProcess start(const std::string &program, Arguments arguments,
+                   const ChildProcess::Environment &changes = {}) {
+    arguments.insert(arguments.begin(), program);
+    ChildProcess::Environment environment = quiet;
+    environment.insert(environment.end(), changes.begin(), changes.end());
+    return ChildProcess(arguments, environment);
+}
+
+// A relay that listens; it takes the port that it is given or none.
+std::unique_ptr<ChildProcess> startRelay(std::string &port) {
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        port = std::to_string(test::freshPort());
+        auto relay = std::make_unique<ChildProcess>(Arguments{TEST_SERVER, "-port", port}, quiet);
+        std::string line;
+        if (relay->printed("PORT: ", &line) && line == "PORT: " + port)
+            return relay;
+    }
+    return nullptr;
+}
+
+bool hasSignals() {
+    const bool has = platform::startInterrupting();
+    platform::stopInterrupting();
+    return has;
+}
+
+// Ends the program as a person does, where the system allows it; else by force.
+void expectItEndsWhenInterrupted(ChildProcess &child, int exitCode) {
+    if (!hasSignals())
+        child.kill();
+    else if (child.interrupt())
+        EXPECT_EQ(exitCode, child.exitCode()) << child.story();
+    else
+        ADD_FAILURE() << child.story();
+}
+
+} // namespace
+
+TEST(ServerPrograms, CarryLinesFromOneClientToTheOthers) {
+    std::string port;
+    const auto relay = startRelay(port);
+    ASSERT_NE(nullptr, relay);
+    ChildProcess first = start(TEST_RECV, {"-port", port});
+    ChildProcess second = start(TEST_RECV, {"what", "-host", "127.0.0.1", "-port", port});
+    ChildProcess sender = start(TEST_SEND, {"-host", "127.0.0.1", "-port", port});
+    for (ChildProcess *receiver : {&first, &second}) {
+        // Nothing tells when it has connected: the line is said until it is heard.
+        const auto heard = [&] {
+            sender.type("anybody there?");
+            return receiver->printed([](const std::string &) { return true; });
+        };
+        ASSERT_TRUE(heard()) << receiver->story() << sender.story();
+    }
+    const std::string longLine(3000, 'x');
+    ASSERT_TRUE(sender.type("one"));
+    ASSERT_TRUE(sender.type(longLine));
+    ASSERT_TRUE(sender.type("two"));
+    sender.endInput();
+    EXPECT_EQ(0, sender.exitCode()) << sender.story();
+    for (ChildProcess *receiver : {&first, &second}) {
+        std::string line;
+        EXPECT_TRUE(receiver->printed("one", &line)) << receiver->story();
+        EXPECT_EQ("one", line);
+        EXPECT_TRUE(receiver->printed("xxx", &line));
+        EXPECT_EQ(longLine, line) << "it came in pieces of 1023 bytes";
+        EXPECT_TRUE(receiver->printed("two", &line));
+    }
+    expectItEndsWhenInterrupted(first, 1);
+    expectItEndsWhenInterrupted(*relay, 0);
+    EXPECT_EQ(1, second.exitCode()) << "its connection has ended\n" << second.story();
+}
+
+TEST(ServerPrograms, SayWhyTheyCannotBeginByTheirExitCode) {
+    std::string port;
+    const auto relay = startRelay(port);
+    ASSERT_NE(nullptr, relay);
+    ChildProcess another = start(TEST_SERVER, {"-port", port});
+    EXPECT_TRUE(another.printed("PORT: 0")) << another.story();
+    EXPECT_EQ(1, another.exitCode());
+    relay->kill();
+
+    EXPECT_EQ(1, start(TEST_RECV, {}).exitCode());
+    EXPECT_EQ(1, start(TEST_RECV, {"-port"}).exitCode());
+    EXPECT_EQ(1, start(TEST_RECV, {"-port", port}).exitCode()) << "nobody listens";
+    EXPECT_EQ(1, start(TEST_SEND, {"-port", port}).exitCode());
+    EXPECT_EQ(1, start(TEST_SEND, {"-host", "no.such.name.invalid", "-port", port}).exitCode());
+}
+
+TEST(ServerPrograms, PrintWhatARudeServerSends) {
+    Meeting meeting;
+    WirePeer server(meeting, "server");
+    ASSERT_TRUE(server.listens());
+    ChildProcess receiver = start(TEST_RECV, {"-port", std::to_string(server.port())});
+    ASSERT_TRUE(server.picksUp());
+    ASSERT_TRUE(server.sends(id::broadcast, {}));                  // no last byte to make zero
+    ASSERT_TRUE(server.sends(id::keepAlive, bodyOf("abcd\nxyz"))); // the last one is lost
+    ASSERT_TRUE(server.sends(id::broadcast, bodyOf("!\n?")));
+    std::string line;
+    EXPECT_TRUE(receiver.printed("abcd", &line)) << receiver.story();
+    EXPECT_EQ("abcd", line);
+    EXPECT_TRUE(receiver.printed("xy", &line)) << receiver.story();
+    EXPECT_EQ("xy!", line);
+    server.resets();
+    EXPECT_EQ(1, receiver.exitCode()) << receiver.story();
+}
+
+TEST(ServerPrograms, TraceWhatTheEnvironmentAsksFor) {
+    Meeting meeting;
+    const std::pair<const char *, bool> cases[] = {
+        {"True", true}, {"true", false}, {"TRUE", false}, {"", false}};
+    for (const auto &[value, traces] : cases) {
+        WirePeer server(meeting, "server");
+        ASSERT_TRUE(server.listens());
+        ChildProcess sender = start(TEST_SEND, {"-port", std::to_string(server.port())},
+                                    {{"TCP_MESSAGE_DEBUG", value}});
+        ASSERT_TRUE(server.picksUp());
+        ASSERT_TRUE(sender.type("a line"));
+        ASSERT_TRUE(server.receives(id::broadcast));
+        sender.endInput();
+        EXPECT_EQ(0, sender.exitCode());
+        EXPECT_EQ(traces ? 1 : 0, count(sender.errors(), ") wrote 1084")) << sender.story();
+    }
+}
+
+} // namespace vintok
