@@ -35,6 +35,7 @@ class HostProcess {
 public:
     HostProcess(Host host, const Load &load) {
         int ends[2];
+        std::fflush(stdout); // or the child would print it again
         if (pipe(ends) != 0 || (m_process = fork()) < 0)
             fail("starting a host");
         if (m_process == 0) {
