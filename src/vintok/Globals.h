@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,7 +21,8 @@ enum DescriptorFlag : std::uint32_t {
     DESC_CLOSED = 2,
     DESC_BOUND_IPV4 = 4,
     DESC_BOUND_IPV6 = 8,
-    DESC_BOUND_UNIX = 16
+    DESC_BOUND_UNIX = 16,
+    DESC_BOUND = DESC_BOUND_IPV4 | DESC_BOUND_IPV6 | DESC_BOUND_UNIX
 };
 
 struct DescriptorEntry {
@@ -32,8 +34,10 @@ struct DescriptorEntry {
 // The one record of the process, from the first `init` to the last `fini`. What readers look at
 // without a lock is atomic; the address and the log file name are the caller's to keep quiet.
 struct Globals {
-    TCPAddress m_localAddress;                  // port 0
-    std::vector<DescriptorEntry> m_descriptors; // in order of arrival; lock id 1
+    TCPAddress m_localAddress;                        // port 0
+    std::vector<DescriptorEntry> m_descriptors;       // in order of arrival; lock id 1
+    std::map<int, std::vector<unsigned char>> m_held; // see `holdFrameStart`; lock id 1
+    std::atomic<bool> m_holds{false};                 // whether there are any
     std::atomic<TCPTransport *> m_transport{nullptr};
     std::atomic<std::int64_t> m_addTime{0};
     std::atomic<std::int64_t> m_subtractTime{0};
@@ -130,13 +134,28 @@ bool sf_removeSecureDescriptor(int fd);
 // error, when the descriptor is unknown, listens or is closed, or the system has no such mark.
 bool expectFrames(int fd);
 bool expectBytes(int fd);
+inline constexpr std::size_t smallestFrame = 36;
+
+// Takes bytes that are too few to begin a frame out of the socket of a plain connection that
+// carries frames. They count as pending all the same, and the operations on a socket's bytes give
+// them back first: `takeHeld` and `lookAtHeld` copy as many as fit, 0 for none.
+bool holdFrameStart(int fd);
+std::size_t takeHeld(int fd, unsigned char *buffer, std::size_t length);
+std::size_t lookAtHeld(int fd, unsigned char *buffer, std::size_t length);
+std::size_t countHeld(int fd);
+
+// For whoever has lock id 1. The row of a descriptor, or null; what is held of it forgotten; the
+// receive mark of its socket set to what the row says.
+DescriptorEntry *findEntry(Globals &globals, int fd);
+void forgetHeld(Globals &globals, int fd);
+bool applyReceiveMark(const Globals &globals, const DescriptorEntry &entry);
 
 // Asked after the read of a frame has failed: true when the connection will never bring one,
 // because the peer has ended its side (also behind a frame that it left unfinished), the transport
 // has given its bytes up, or the descriptor is closed or unknown. A known descriptor is then marked
 // closed, and the error is TCP_ERROR_CONNECTION_RESET or TCP_ERROR_BAD_FILE_DESCRIPTOR; the owner
 // hangs up in the same turn, since the descriptor stays readable for ever. While the peer may go
-// on, false.
+// on, false, and `holdFrameStart` has been called.
 bool streamEnded(int fd);
 
 } // namespace vintok

@@ -6,7 +6,8 @@
 // and are kept apart for that. The peek alone can tell a clean end of stream.
 //
 // Every byte passes `takeIn` or `putOut`, or is looked at by `lookAt` and `countWaiting`: whoever
-// wants to buffer a direction does it in these four.
+// wants to buffer a direction does it in these four. The start of a frame may be held already, and
+// is in front of what the socket has.
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
@@ -22,15 +23,24 @@ namespace vintok {
 namespace {
 
 std::int64_t takeIn(int fd, unsigned char *buffer, std::size_t length) {
-    return platform::receive(fd, buffer, length);
+    const std::size_t held = takeHeld(fd, buffer, length);
+    return held != 0 ? static_cast<std::int64_t>(held) : platform::receive(fd, buffer, length);
 }
 
 std::int64_t lookAt(int fd, unsigned char *buffer, std::size_t length) {
-    return platform::peek(fd, buffer, length);
+    const std::size_t held = lookAtHeld(fd, buffer, length);
+    if (held == 0)
+        return platform::peek(fd, buffer, length);
+    const std::int64_t behind =
+        held < length ? platform::peek(fd, buffer + held, length - held) : 0;
+    return static_cast<std::int64_t>(held) + std::max<std::int64_t>(behind, 0);
 }
 
 bool countWaiting(int fd, std::size_t &count) {
-    return platform::bytesWaiting(fd, count);
+    if (!platform::bytesWaiting(fd, count))
+        return false;
+    count += countHeld(fd);
+    return true;
 }
 
 std::int64_t putOut(int fd, const unsigned char *buffer, std::size_t length) {

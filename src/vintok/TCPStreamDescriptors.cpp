@@ -16,15 +16,6 @@ namespace vintok {
 
 namespace {
 
-constexpr std::uint32_t boundFlags = DESC_BOUND_IPV4 | DESC_BOUND_IPV6 | DESC_BOUND_UNIX;
-constexpr int smallestFrame = 36;
-
-DescriptorEntry *findEntry(Globals &globals, int fd) {
-    const auto found = std::find_if(globals.m_descriptors.begin(), globals.m_descriptors.end(),
-                                    [fd](const DescriptorEntry &entry) { return entry.fd == fd; });
-    return found != globals.m_descriptors.end() ? &*found : nullptr;
-}
-
 std::uint32_t firstBoundFlag(bool boundIPv4, bool boundIPv6, bool boundUnix) {
     if (boundIPv4)
         return DESC_BOUND_IPV4;
@@ -46,16 +37,10 @@ bool appendEntry(Globals &globals, const DescriptorEntry &entry) {
     }
 }
 
-// A secure transport reads records of its own size, so the mark rests while a descriptor is secure.
-bool applyReceiveMark(const DescriptorEntry &entry) {
-    const bool marked = entry.frames && (entry.flags & DESC_SECURE) == 0;
-    return platform::setReceiveLowWater(entry.fd, marked ? smallestFrame : 1);
-}
-
-void changeSecure(DescriptorEntry &entry, bool secure) {
+void changeSecure(const Globals &globals, DescriptorEntry &entry, bool secure) {
     entry.flags = secure ? entry.flags | DESC_SECURE : entry.flags & ~std::uint32_t{DESC_SECURE};
     if (entry.frames)
-        applyReceiveMark(entry);
+        applyReceiveMark(globals, entry);
 }
 
 // Without a transport a descriptor can carry the flag all the same.
@@ -74,7 +59,7 @@ bool upgradeEntry(const Globals &globals, DescriptorEntry &entry, bool secure,
         return true;
     if (!transportAccepts(globals, entry.fd))
         return refuseSecure(place);
-    changeSecure(entry, true);
+    changeSecure(globals, entry, true);
     return true;
 }
 
@@ -107,7 +92,7 @@ bool setEntrySecure(const Globals &globals, DescriptorEntry &entry, bool secure,
         return false;
     if (!told)
         errorAt(place, TCP_ERROR_SSL_TRANSPORT, "vintok::setSecure");
-    changeSecure(entry, secure);
+    changeSecure(globals, entry, secure);
     return told;
 }
 
@@ -116,8 +101,9 @@ void removeEntry(Globals &globals, DescriptorEntry *entry) {
         sf_removeSecureDescriptor(entry->fd);
     if (entry->frames) {
         entry->frames = false;
-        applyReceiveMark(*entry); // the socket may live on in other hands
+        applyReceiveMark(globals, *entry); // the socket may live on in other hands
     }
+    forgetHeld(globals, entry->fd);
     auto &table = globals.m_descriptors;
     table.erase(table.begin() + (entry - table.data()));
 }
@@ -137,16 +123,13 @@ DescriptorEntry *requireEntry(int fd, const char *name, const SourcePlace &place
     return entry;
 }
 
-bool expect(int fd, bool frames) {
-    Globals *globals = startedGlobals();
-    DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
-    if (entry == nullptr || (entry->flags & (boundFlags | DESC_CLOSED)) != 0)
-        return false;
-    entry->frames = frames;
-    return applyReceiveMark(*entry);
-}
-
 } // namespace
+
+DescriptorEntry *findEntry(Globals &globals, int fd) {
+    const auto found = std::find_if(globals.m_descriptors.begin(), globals.m_descriptors.end(),
+                                    [fd](const DescriptorEntry &entry) { return entry.fd == fd; });
+    return found != globals.m_descriptors.end() ? &*found : nullptr;
+}
 
 bool addDescriptor(int fd, bool secure, bool boundIPv4, bool boundIPv6, bool boundUnix) {
     static TCPMutex mutex(LOCK_DESCRIPTORS);
@@ -237,16 +220,6 @@ bool closeDescriptor(int fd) {
     const bool removed = removeDescriptor(fd);
     platform::closeSocket(fd);
     return removed;
-}
-
-bool expectFrames(int fd) {
-    static TCPMutex mutex(LOCK_DESCRIPTORS);
-    return underLock(mutex, "vintok::expectFrames", [fd] { return expect(fd, true); });
-}
-
-bool expectBytes(int fd) {
-    static TCPMutex mutex(LOCK_DESCRIPTORS);
-    return underLock(mutex, "vintok::expectBytes", [fd] { return expect(fd, false); });
 }
 
 } // namespace vintok

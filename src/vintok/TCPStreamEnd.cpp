@@ -10,8 +10,6 @@ namespace vintok {
 
 namespace {
 
-constexpr std::int64_t smallestFrame = 36;
-
 void markEnded(int fd) {
     if (setClosed(fd))
         VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "vintok::streamEnded");
@@ -23,14 +21,17 @@ bool streamEnded(int fd) {
     // In this order: all the bytes come before the end, so the count misses none.
     const bool ended = platform::endArrived(fd);
     const std::int64_t pending = bytesPending(fd);
-    if (pending >= smallestFrame)
+    if (pending >= static_cast<std::int64_t>(smallestFrame))
         return false;
     unsigned char byte = 0;
     if (pending >= 0 && rawBytesPending(fd) == 0)
         rawPeekBytes(fd, &byte, sizeof byte); // finds a clean end and marks it
     else if (pending < 0 || ended)
         markEnded(fd); // bytes that can never become a frame, or that the transport gave up
-    return !DescriptorState(fd).known;
+    if (!DescriptorState(fd).known)
+        return true;
+    holdFrameStart(fd);
+    return false;
 }
 
 } // namespace vintok
