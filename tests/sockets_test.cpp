@@ -1,5 +1,6 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
+#include "platform/Thread.h"
 #include "support/Meeting.h"
 #include "support/MemoryTransport.h"
 #include "support/ScriptedPlatform.h"
