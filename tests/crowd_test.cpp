@@ -1,0 +1,424 @@
+// Many parties, and things that happen at the same time: members that come and go at random, calls
+// that cross, one who does not listen while others talk, many deaths at once, more descriptors than
+// a classic wait can hold and fewer than are needed.
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "platform/Thread.h"
+#include "support/LogFile.h"
+#include "support/Party.h"
+#include "support/WirePeer.h"
+#include "vintok/TCPStream.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <thread>
+
+namespace vintok::test {
+namespace {
+
+class Crowd : public testing::Test {
+protected:
+    Crowd() { setLogLevel(LOG_NONE); }
+
+    Meeting meeting;
+};
+
+// ---- Coming and going
+
+// A member that keeps the roster as it is told, and knows what it should be told.
+struct Member {
+    Member(Meeting &meeting, const std::string &name) : peer(meeting, name) {}
+
+    // Takes in what has come; the connection goes on being read.
+    void listen() {
+        std::vector<WireFrame> frames;
+        ASSERT_TRUE(peer.fences(&frames));
+        for (const WireFrame &frame : frames) {
+            const auto entry = WireEntry::decode(frame.body);
+            if (frame.id == id::rosterReply && entry) {
+                roster[entry->address.port] = {entry->firstName, entry->color};
+            } else if (frame.id == id::leaveNotify && entry) {
+                roster.erase(entry->address.port);
+            }
+        }
+    }
+
+    WirePeer peer;
+    int color = 0;
+    std::map<std::uint16_t, Roster::value_type> roster; // by port: no two members share one
+};
+
+// What must hold, kept beside the meeting: who is in it, under which name and colour.
+class Oracle {
+public:
+    Oracle(Meeting &meeting, Party &host, unsigned seed)
+        : m_meeting(meeting), m_host(host), m_random(seed) {}
+
+    std::size_t size() const { return m_members.size(); }
+    std::size_t below(std::size_t limit) { return m_random() % limit; }
+
+    void joins(const std::string &name) {
+        auto member = std::make_unique<Member>(m_meeting, name);
+        if (below(2) == 0) {
+            ASSERT_TRUE(member->peer.joins(m_host.port()));
+        } else {
+            ASSERT_TRUE(member->peer.listens() && m_host.meets(member->peer));
+        }
+        member->color = m_nextColor++;
+        m_members.push_back(std::move(member));
+    }
+    void renames() {
+        Member &member = any();
+        member.peer.entry.firstName += "'";
+        ASSERT_TRUE(member.peer.saysHello() && member.peer.fences());
+        ASSERT_TRUE(m_host->sendRoster());
+    }
+    void speaks() { ASSERT_TRUE(any().peer.sends(id::broadcast, {'x'})); }
+    void leaves() {
+        const std::size_t which = below(m_members.size());
+        WirePeer &peer = m_members[which]->peer;
+        switch (below(4)) {
+        case 0:
+            ASSERT_TRUE(peer.sends(id::hangup) && peer.seesTheEnd());
+            break;
+        case 1:
+            peer.closes();
+            break;
+        case 2:
+            peer.resets();
+            break;
+        default:
+            peer.halfCloses();
+            ASSERT_TRUE(peer.seesTheEnd());
+        }
+        m_members.erase(m_members.begin() + static_cast<std::ptrdiff_t>(which));
+        ASSERT_TRUE(m_host.sees(truth()));
+    }
+    // Everybody's roster is the true one.
+    void check() {
+        for (const auto &member : m_members) {
+            member->listen();
+            Roster told;
+            for (const auto &[port, party] : member->roster) {
+                told.insert(party);
+            }
+            Roster expected = truth();
+            expected[m_host.name()] = 0;
+            ASSERT_EQ(expected, told) << member->peer.entry.firstName;
+        }
+        ASSERT_EQ(truth(), m_host.roster());
+    }
+
+private:
+    Member &any() { return *m_members[below(m_members.size())]; }
+    Roster truth() const {
+        Roster roster;
+        for (const auto &member : m_members) {
+            roster[member->peer.entry.firstName] = member->color;
+        }
+        return roster;
+    }
+
+    Meeting &m_meeting;
+    Party &m_host;
+    std::mt19937 m_random;
+    std::vector<std::unique_ptr<Member>> m_members;
+    int m_nextColor = 1;
+};
+
+TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
+    const char *fixed = std::getenv("VINTOK_TEST_SEED");
+    const unsigned seed =
+        fixed != nullptr ? static_cast<unsigned>(std::atoi(fixed)) : std::random_device()();
+    SCOPED_TRACE("VINTOK_TEST_SEED=" + std::to_string(seed));
+    Party ann(meeting, "Ann");
+    ASSERT_TRUE(ann.hosts("Plan"));
+    Oracle oracle(meeting, ann, seed);
+    constexpr std::size_t room = 25;
+    for (int came = 0; came < 200 && !HasFatalFailure();) {
+        const std::size_t dice = oracle.below(10);
+        if (oracle.size() == 0 || (dice < 5 && oracle.size() < room)) {
+            oracle.joins("Member" + std::to_string(++came));
+        } else if (dice < 8) {
+            oracle.leaves();
+        } else if (dice == 8) {
+            oracle.renames();
+        } else {
+            oracle.speaks();
+        }
+        if (oracle.below(8) == 0) {
+            oracle.check();
+        }
+    }
+    oracle.check();
+}
+
+// ---- At the same moment
+
+TEST_F(Crowd, TwoThatCallEachOtherAtOnceMeetOrTryAgain) {
+    for (int round = 0; round < 5; ++round) {
+        Party ann(meeting, "Ann"), bob(meeting, "Bob");
+        ASSERT_TRUE(ann.calls(bob) && bob.calls(ann));
+        const auto met = [&] {
+            return ann.roster().count("Bob") == 1 && bob.roster().count("Ann") == 1;
+        };
+        const auto parted = [&] {
+            return !ann->isMeeting() && !bob->isMeeting() &&
+                   ann.told("noAnswer " + bob.ip()) == 1 && bob.told("noAnswer " + ann.ip()) == 1;
+        };
+        ASSERT_TRUE(meeting.until([&] { return met() || parted(); }, "both calls have ended"))
+            << testing::PrintToString(ann.events) << testing::PrintToString(bob.events);
+        ASSERT_TRUE(met() || ann.meets(bob));
+        EXPECT_TRUE(ann.sees({{"Bob", bob->colorIndex()}}));
+        EXPECT_TRUE(ann->isHost() != bob->isHost());
+        EXPECT_TRUE(ann.says("hello") && bob.hears("hello"));
+    }
+}
+
+TEST_F(Crowd, AListedPartyMayKnockAsOftenAsItLikes) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()));
+    TCPSelect loop;
+    const int before = loop.numDescriptors();
+    for (int times = 0; times < 50; ++times) {
+        WirePeer again(meeting, "Again");
+        again.entry = bob.entry;
+        ASSERT_TRUE(again.connects(ann.port()) && again.saysHello() && again.asksToJoin());
+        ASSERT_TRUE(again.seesTheEnd());
+    }
+    EXPECT_EQ(before, loop.numDescriptors());
+    EXPECT_EQ(ann.roster(), (Roster{{"Bob", 1}}));
+    EXPECT_TRUE(ann.says("hello") && bob.receives(id::broadcast));
+}
+
+// ---- One who does not listen
+
+// Reads, or gives up, on a thread of its own once `enough` bytes wait for it: the host is stuck by
+// then, or will be.
+class Deaf {
+public:
+    enum class Then { reads, dies };
+    Deaf(WirePeer &peer, Then then) : m_peer(peer), m_thread([this, then] { run(then); }) {}
+    ~Deaf() {
+        m_stop = true;
+        m_thread.join();
+    }
+    Deaf(const Deaf &) = delete;
+    Deaf &operator=(const Deaf &) = delete;
+
+    std::size_t heard() const { return m_heard; }
+
+private:
+    void run(Then then) {
+        constexpr std::size_t enough = 30000;
+        std::vector<unsigned char> buffer(65536);
+        bool listens = false;
+        while (!m_stop) {
+            std::size_t waiting = 0;
+            if (!platform::bytesWaiting(m_peer.descriptor(), waiting)) {
+                return;
+            }
+            listens = listens || waiting >= enough;
+            if (listens && then == Then::dies) {
+                m_peer.resets();
+                return;
+            }
+            if (!listens || waiting == 0) {
+                platform::sleepMilliseconds(1);
+                continue;
+            }
+            const auto count = platform::receive(m_peer.descriptor(), buffer.data(), waiting);
+            m_heard += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+    }
+
+    WirePeer &m_peer;
+    std::atomic<bool> m_stop = false;
+    std::atomic<std::size_t> m_heard = 0;
+    std::thread m_thread;
+};
+
+TEST_F(Crowd, OneWhoIsDeafForAWhileHoldsTheOthersUpAndLosesNothing) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
+    ASSERT_TRUE(bob.fences() && cid.fences());
+    bob.turnsDeaf(true);
+    constexpr int times = 400;
+    const std::string text(5000, 'x');
+    const Deaf deaf(bob, Deaf::Then::reads);
+    for (int said = 0; said < times; ++said) {
+        ASSERT_TRUE(ann.says(text));
+        ASSERT_TRUE(cid.receives(id::broadcast));
+    }
+    EXPECT_TRUE(meeting.until([&] { return deaf.heard() == times * (60 + text.size()); },
+                              "the deaf one catches up"));
+}
+
+TEST_F(Crowd, OneWhoDiesDeafIsDroppedAndTheOthersHearEverything) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
+    ASSERT_TRUE(bob.fences() && cid.fences());
+    bob.turnsDeaf(true);
+    const std::string text(5000, 'x');
+    {
+        const Deaf deaf(bob, Deaf::Then::dies);
+        for (int said = 0; said < 400; ++said) {
+            ann.says(text);
+            ASSERT_TRUE(cid.receives(id::broadcast));
+        }
+    }
+    EXPECT_EQ(1, ann.told("leave Bob"));
+    EXPECT_TRUE(ann.says("at last") && cid.receives(id::broadcast));
+}
+
+// ---- Many deaths
+
+TEST_F(Crowd, AHostSurvivesTheDeathOfMostOfItsMembersAtOnce) {
+    Party ann(meeting, "Ann");
+    WirePeer survivor(meeting, "Survivor");
+    std::vector<std::unique_ptr<WirePeer>> others;
+    ASSERT_TRUE(ann.hosts("Plan"));
+    for (int number = 0; number < 50; ++number) {
+        others.push_back(std::make_unique<WirePeer>(meeting, "Member" + std::to_string(number)));
+        ASSERT_TRUE(others.back()->joins(ann.port()));
+        if (number == 25) {
+            ASSERT_TRUE(survivor.joins(ann.port()));
+        }
+    }
+    ASSERT_TRUE(survivor.fences());
+    TCPSelect loop;
+    const int before = loop.numDescriptors();
+    for (const auto &member : others) {
+        member->resets();
+    }
+    EXPECT_FALSE(ann.says("hello"));
+    EXPECT_EQ(ann.roster(), (Roster{{"Survivor", 27}}));
+    EXPECT_EQ(before - 50, loop.numDescriptors());
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(survivor.fences(&frames));
+    std::set<std::string> gone;
+    for (const WireEntry &party : entries(frames, id::leaveNotify)) {
+        gone.insert(party.firstName);
+    }
+    EXPECT_EQ(50u, gone.size()) << "each departure is told";
+    EXPECT_TRUE(ann.says("again"));
+}
+
+TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
+    Party ann(meeting, "Ann");
+    ASSERT_TRUE(ann.hosts("Plan"));
+    TCPSelect loop;
+    const int before = loop.numDescriptors();
+    {
+        std::vector<std::unique_ptr<WirePeer>> members;
+        for (int number = 0; number < 40; ++number) {
+            members.push_back(std::make_unique<WirePeer>(meeting, "Member"));
+            ASSERT_TRUE(members.back()->joins(ann.port()));
+        }
+    }
+    EXPECT_TRUE(meeting.until([&] { return !ann->isMeeting(); }, "nobody is left"));
+    EXPECT_EQ(40, ann.told("leave Member"));
+    EXPECT_EQ(before, loop.numDescriptors());
+}
+
+// ---- Descriptors
+
+// Sockets that only take up numbers.
+class Ballast {
+public:
+    ~Ballast() {
+        for (const int descriptor : m_descriptors) {
+            platform::closeSocket(descriptor);
+        }
+    }
+    // Stops where the system gives no more. Returns how many there are.
+    std::size_t fill(std::size_t count) {
+        while (m_descriptors.size() < count) {
+            const int descriptor = platform::openSocket(platform::FAMILY_IPV4);
+            if (descriptor == -1) {
+                break;
+            }
+            m_descriptors.push_back(descriptor);
+        }
+        return m_descriptors.size();
+    }
+    void drop(std::size_t count) {
+        for (; count > 0 && !m_descriptors.empty(); --count) {
+            platform::closeSocket(m_descriptors.back());
+            m_descriptors.pop_back();
+        }
+    }
+
+private:
+    std::vector<int> m_descriptors;
+};
+
+TEST_F(Crowd, AHostWorksInAProcessWithManyDescriptors) {
+    const std::size_t limit = platform::descriptorLimit();
+    constexpr std::size_t wanted = 1100;
+    if (limit != 0 && limit < wanted + 50 && !platform::setDescriptorLimit(wanted + 50)) {
+        GTEST_SKIP() << "this process may not have " << wanted << " descriptors";
+    }
+    {
+        Ballast ballast;
+        const std::size_t got = ballast.fill(wanted);
+        if (got < wanted) {
+            GTEST_SKIP() << "this system gives " << got << " sockets, not " << wanted;
+        }
+        Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+        ASSERT_TRUE(gather(ann, {&bob, &cid}));
+        EXPECT_TRUE(bob.says("hello") && ann.hears("hello") && cid.hears("hello"));
+        bob.leaves();
+        EXPECT_TRUE(ann.sees({{"Cid", 2}}) && cid.sees({{"Ann", 0}}));
+    }
+    platform::setDescriptorLimit(limit);
+}
+
+// A listener whose connection cannot be accepted stays readable; a host that only noted that would
+// spin.
+TEST_F(Crowd, AHostWithoutDescriptorsTurnsCallersAwayAndServesItsMembers) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && bob.fences());
+    const std::size_t limit = platform::descriptorLimit();
+    if (limit == 0 || !platform::setDescriptorLimit(200)) {
+        GTEST_SKIP() << "this system sets no limit on descriptors";
+    }
+    {
+        LogFile log;
+        Ballast ballast;
+        ASSERT_LT(ballast.fill(200), 200u);
+        for (int times = 0; times < 3; ++times) {
+            WirePeer caller(meeting, "Caller");
+            ballast.drop(1);
+            ASSERT_TRUE(caller.connects(ann.port()));
+            EXPECT_TRUE(caller.seesTheEnd());
+            EXPECT_FALSE(caller.receives(id::rosterEntry));
+            EXPECT_TRUE(ann.says("hello"));
+            ASSERT_TRUE(bob.fences());
+            caller.closes();
+            ballast.fill(200);
+        }
+        int busyTurns = 0;
+        for (int turns = 0; turns < 20; ++turns) {
+            busyTurns += meeting.turn() ? 1 : 0;
+        }
+        EXPECT_LT(busyTurns, 5) << "nothing is left to do";
+        ballast.drop(20);
+        EXPECT_EQ(1, log.entries("mf_connectPending accept failed"));
+        WirePeer caller(meeting, "Caller");
+        EXPECT_TRUE(caller.joins(ann.port())) << "as soon as there is room";
+    }
+    platform::setDescriptorLimit(limit);
+}
+
+} // namespace
+} // namespace vintok::test
