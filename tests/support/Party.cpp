@@ -223,10 +223,15 @@ testing::AssertionResult Party::meets(Party &other) {
 }
 
 testing::AssertionResult Party::meets(WirePeer &other) {
+    const std::string joins = "join " + other.entry.firstName;
+    const int before = told(joins);
     if (!calls(other)) {
         return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
     }
-    return other.isJoined();
+    const auto joined = other.isJoined();
+    return joined
+               ? m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins)
+               : joined;
 }
 
 bool Party::accepts(const WirePeer &caller) {

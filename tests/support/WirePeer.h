@@ -56,12 +56,12 @@ public:
     const Bytes &rest() const { return m_bytes; }
     // Without this the bytes that come are cut into frames as they arrive.
     void readsText(bool on) { m_text = on; }
-    void turnsDeaf(bool on) { m_deaf = on; }
 
     void closes();     // politely at the level of the stream, without a word at ours
     void resets();     // as a crashed machine would
     void halfCloses(); // goes on reading
-    int descriptor() const { return m_descriptor; }
+    // Gives the connection away as it stands: the caller reads and closes it from now on.
+    int handsOver();
 
     // Reads what has come. True when there was something new. The meeting calls it in each turn.
     bool pump();
@@ -71,7 +71,6 @@ private:
     int m_listener = -1;
     int m_descriptor = -1;
     bool m_ended = false;
-    bool m_deaf = false;
     bool m_text = false;
     std::uint32_t m_token = 0x5EED0000;
     Bytes m_bytes;
