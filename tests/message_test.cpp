@@ -525,7 +525,9 @@ public:
     }
 
     std::FILE *holding(const Bytes &bytes) {
-        std::fwrite(bytes.data(), 1, bytes.size(), open("wb"));
+        open("wb");
+        if (!bytes.empty())
+            std::fwrite(bytes.data(), 1, bytes.size(), m_stream.get());
         return open("rb");
     }
 

@@ -93,6 +93,8 @@ bool TCPMessageBase::write(std::FILE *stream) {
     if (stream == nullptr)
         return refuse(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
     const std::size_t length = rawBufferLength();
+    if (length == 0)
+        return true; // a message that was never filled has no bytes to point at
     std::size_t written = 0;
     for (int pass = 0; pass < maxPasses; ++pass) {
         written += std::fwrite(rawBuffer() + written, 1, length - written, stream);
