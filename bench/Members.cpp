@@ -142,8 +142,8 @@ void Members::drain(int timeout) {
     int ready = epoll_wait(m_epoll, events, 64, timeout);
     for (int i = 0; i < ready; ++i) {
         ssize_t got = recv(events[i].data.fd, m_scratch.data(), m_scratch.size(), MSG_DONTWAIT);
-        if (got == 0)
-            fail("receiving");
+        if (got == 0) // the host has passed everything on, and gone
+            epoll_ctl(m_epoll, EPOLL_CTL_DEL, events[i].data.fd, nullptr);
         if (got > 0 && events[i].data.fd != m_speaker)
             m_drained += static_cast<std::size_t>(got);
     }
