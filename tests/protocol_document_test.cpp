@@ -2,10 +2,12 @@
 // compared with those that the document shows, and the same values are encoded again.
 #include "vintok/BufferManager.h"
 #include "vintok/ConferenceRosterEntry.h"
+#include "vintok/ControlText.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPHeader.h"
 #include "vintok/UserInfo.h"
+#include "vintok/messageUtil.h"
 
 #include <cstring>
 #include <fstream>
@@ -162,6 +164,40 @@ Bytes text(Bytes bytes, const std::string &wanted) {
     return encoded;
 }
 
+// Several texts, one behind the other.
+Bytes texts(const Bytes &bytes, const std::vector<std::string> &wanted) {
+    Bytes encoded;
+    auto from = bytes.begin();
+    for (const std::string &one : wanted) {
+        auto to = from + std::min<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(size(one)),
+                                                  bytes.end() - from);
+        Bytes again = text(Bytes(from, to), one);
+        encoded.insert(encoded.end(), again.begin(), again.end());
+        from = to;
+    }
+    return encoded;
+}
+
+Bytes number(Bytes bytes, std::uint32_t wanted) {
+    std::uint32_t got = 0;
+    EXPECT_EQ(BufferManager(bytes.data(), bytes.size()).read(got), 4u);
+    EXPECT_EQ(got, wanted);
+    Bytes encoded(4);
+    BufferManager(encoded.data(), encoded.size()).write(wanted);
+    return encoded;
+}
+
+Bytes echoRequest(Bytes bytes) {
+    std::uint64_t sendTime = 0;
+    EXPECT_TRUE(decodeEchoRequest(bytes.data(), bytes.size(), sendTime, true));
+    return number(bytes, static_cast<std::uint32_t>(sendTime));
+}
+
+Bytes controlText() {
+    std::string lines = formatAddress(ipv4("192.0.2.10", 7777));
+    return Bytes(lines.c_str(), lines.c_str() + lines.size() + 1);
+}
+
 Bytes identifier(Bytes bytes, const TCPGUID &wanted) {
     TCPGUID got = {};
     BufferManager from(bytes.data(), bytes.size());
@@ -178,6 +214,7 @@ struct Frame {
     TCPAddress origin;
     TCPGUID identifier;
     std::string body;
+    std::uint16_t messageMinor = 0;
 };
 
 Bytes frame(const Bytes &bytes, const Frame &wanted) {
@@ -190,7 +227,7 @@ Bytes frame(const Bytes &bytes, const Frame &wanted) {
     EXPECT_EQ(got.timeStamp(), newYear);
     EXPECT_TRUE(got.messageID() == wanted.identifier);
     EXPECT_EQ(got.messageMajorVersion(), 4);
-    EXPECT_EQ(got.messageMinorVersion(), 0);
+    EXPECT_EQ(got.messageMinorVersion(), wanted.messageMinor);
     EXPECT_EQ(std::string(got.messageBuffer(), got.messageBuffer() + got.messageBufferLength()),
               wanted.body);
     expectSame(static_cast<const TCPAddress &>(got), wanted.origin);
@@ -198,6 +235,7 @@ Bytes frame(const Bytes &bytes, const Frame &wanted) {
     TCPHeader encoded(wanted.origin, wanted.major, wanted.minor);
     encoded.setMessageID(wanted.identifier);
     encoded.setMessageMajorVersion(4);
+    encoded.setMessageMinorVersion(wanted.messageMinor);
     EXPECT_TRUE(encoded.allocateMessageBuffer(wanted.body.size()));
     EXPECT_TRUE(encoded.setTimeStamp(newYear));
     std::memcpy(encoded.messageBuffer(), wanted.body.data(), wanted.body.size());
@@ -230,6 +268,18 @@ const std::map<std::string, std::function<Bytes(const Bytes &)>> &meanings() {
          [](const Bytes &bytes) {
              return frame(bytes, {2, 0, TCPAddress(), TCP_joinReply, std::string(1, '\1')});
          }},
+        {"file-begin",
+         [](const Bytes &bytes) {
+             return texts(bytes, {"/srv/plans/roof.txt", "plans/roof.txt"});
+         }},
+        {"file-end", [](const Bytes &bytes) { return number(bytes, 2500); }},
+        {"echo-request", echoRequest},
+        {"echo-reply",
+         [](const Bytes &bytes) {
+             const std::string times("\x69\x55\xb8\xfd\x69\x55\xb9\0", 8);
+             return frame(bytes, {2, 0, TCPAddress(), TCP_echoReply32, times, 4});
+         }},
+        {"control-text", [](const Bytes &) { return controlText(); }},
         {"hangup",
          [](const Bytes &bytes) {
              return frame(bytes, {2, 0, TCPAddress(), TCP_hangup, std::string(1, '\0')});
@@ -261,6 +311,18 @@ TEST(ProtocolDocument, NamesTheIdentifiersByTheirNumbers) {
         {"TCP_hangup", TCP_hangup},
         {"TCP_keepAlive", TCP_keepAlive},
         {"TCP_leaveNotify", TCP_leaveNotify},
+        {"TCP_conferenceControlRequest", TCP_conferenceControlRequest},
+        {"TCP_conferenceControlReply", TCP_conferenceControlReply},
+        {"TCP_leadRequest", TCP_leadRequest},
+        {"TCP_leadChangeNotify", TCP_leadChangeNotify},
+        {"TCP_leadReply", TCP_leadReply},
+        {"TCP_stopLeadRequest", TCP_stopLeadRequest},
+        {"TCP_fileTransferBegin", TCP_fileTransferBegin},
+        {"TCP_fileTransferData", TCP_fileTransferData},
+        {"TCP_fileTransferEnd", TCP_fileTransferEnd},
+        {"TCP_fileTransferAck", TCP_fileTransferAck},
+        {"TCP_echoRequest32", TCP_echoRequest32},
+        {"TCP_echoReply32", TCP_echoReply32},
     };
     std::map<std::string, unsigned> found;
     for (const auto &[name, number] : documentNumbers())
