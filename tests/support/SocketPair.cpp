@@ -8,6 +8,7 @@
 #include "vintok/TCPStream.h"
 
 #include <chrono>
+#include <thread>
 
 namespace vintok::test {
 
@@ -60,6 +61,17 @@ bool SocketPair::peerSends(const std::string &bytes) {
     const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
     const auto sent = rawWriteBytes(m_peer, data, bytes.size(), true, nullptr);
     return sent == static_cast<std::int64_t>(bytes.size()) && awaitBytes(m_mine, bytes.size());
+}
+
+bool SocketPair::receiveWaits() {
+    std::thread sender([this] {
+        platform::sleepMilliseconds(30); // one that does not wait has returned by then
+        platform::send(m_peer, reinterpret_cast<const unsigned char *>("x"), 1);
+    });
+    unsigned char byte = 0;
+    const bool waited = platform::receive(m_mine, &byte, 1) == 1;
+    sender.join();
+    return waited;
 }
 
 bool awaitBytes(int fd, std::size_t count) {

@@ -30,6 +30,9 @@ public:
     // Sends from the peer and waits until all of it can be read here.
     bool peerSends(const std::string &bytes);
 
+    // Whether a receive of this side waits for the byte that the peer sends a moment later.
+    bool receiveWaits();
+
 private:
     int m_mine = -1;
     int m_peer = -1;
