@@ -5,6 +5,12 @@ target_compile_options(vintok_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
   $<$<BOOL:${VINTOK_WERROR}>:-Werror>)
+# Log lines name source files from the project's folder. A compiler cache may make the compiler's
+# path one from the build folder; that is cut off too.
+file(RELATIVE_PATH from_build ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
+if(from_build MATCHES "^\\.\\./")
+  target_compile_options(vintok_settings INTERFACE -ffile-prefix-map=${from_build}=)
+endif()
 # Addresses have virtual operations but no virtual destructor, and live in vectors: there Clang takes
 # the container's own call of the destructor for a mistake.
 target_compile_options(vintok_settings INTERFACE
