@@ -314,6 +314,13 @@ TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
     EXPECT_TRUE(ann.tells("problem", {text("text", "nobody waits for an answer")})) << ann.story();
 }
 
+TEST_F(ProgramTest, AHostMayTurnEverybodyAway) {
+    Program ann({"host", "--answer", "no"});
+    const std::string target = ann.target();
+    Program bob({"join", target});
+    expectFailure(bob, 1, target + " has rejected the call");
+}
+
 TEST_F(ProgramTest, WhatIsTypedAheadIsSaidOnceTheCallIsAnswered) {
     Program ann({"host", "--answer", "ask", "--name", "Ann"});
     Program bob({"join", ann.target(), "--name", "Bob"});

@@ -46,13 +46,21 @@ bool shows(int descriptor, const Cookie &cookie) {
            shown == cookie;
 }
 
-// One try. Both ends are -1 or good afterwards.
-void tryPair(int &readEnd, int &writeEnd) {
-    unsigned short port = 0;
+// Listens on some port above those that services use.
+int listenSomewhere(unsigned short &port) {
     std::random_device source;
-    // The walk over ports begins somewhere above those that services use.
     port = static_cast<unsigned short>(20000 + source() % 40000);
-    int listener = vintok::createLocalIPv4Socket(port, 1, PORTS, true);
+    return vintok::createLocalIPv4Socket(port, 0, PORTS, true);
+}
+
+// One try. Both ends are -1 or good afterwards.
+void tryPair(int &readEnd, int &writeEnd,
+             const std::function<void(unsigned short port)> &listening) {
+    unsigned short port = 0;
+    int listener = listenSomewhere(port);
+    if (listener != -1 && listening) {
+        listening(port);
+    }
     vintok::TCPAddress address;
     address.setLoopbackIPv4();
     address.setHostByteOrderPort(port);
@@ -74,10 +82,11 @@ void tryPair(int &readEnd, int &writeEnd) {
 
 } // namespace
 
-bool makeLoopbackPair(int &readEnd, int &writeEnd) {
+bool makeLoopbackPair(int &readEnd, int &writeEnd,
+                      const std::function<void(unsigned short port)> &listening) {
     readEnd = writeEnd = -1;
     for (int i = 0; i < TRIES && readEnd == -1; ++i) {
-        tryPair(readEnd, writeEnd);
+        tryPair(readEnd, writeEnd, listening);
     }
     return readEnd != -1;
 }

@@ -23,6 +23,7 @@ template <class Value>
 CLI::Option *addWord(CLI::App &app, const std::string &name, Value &value,
                      const std::map<std::string, Value> &table, const std::string &help) {
     std::vector<std::string> words;
+    words.reserve(table.size());
     for (const auto &row : table) {
         words.push_back(row.first);
     }

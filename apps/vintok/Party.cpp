@@ -72,7 +72,7 @@ bool Party::call() {
 }
 
 std::string Party::callFailure() {
-    const std::string failure = withLastFailure("cannot reach " + m_options.target.text());
+    std::string failure = withLastFailure("cannot reach " + m_options.target.text());
     vintok::TCPAddress address;
     if (!address.resolve(m_options.target.host)) {
         return "cannot find the host '" + m_options.target.host + "'";

@@ -9,16 +9,14 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
-
-extern char **environ;
 
 namespace vintok::platform {
 
@@ -110,6 +108,7 @@ std::vector<std::string> childEnvironment(const ProcessStart &start) {
 
 std::vector<char *> pointers(std::vector<std::string> &texts) {
     std::vector<char *> result;
+    result.reserve(texts.size() + 1);
     for (std::string &text : texts) {
         result.push_back(text.data());
     }
