@@ -403,6 +403,7 @@ struct ConferenceParticipant::Route {
         if (self._fileTransferOrigin.isIPv4() || self._fileTransferOrigin.isIPv6())
             return; // one file at a time
         self._fileTransferOrigin = message.originAddress();
+        self._workings.fileNeighbour = peer;
         body<&Party::_handleFileTransferBegin>(self, peer, message);
     }
     static void fileData(Party &self, Peer *peer, TCPMessage &message) {
@@ -413,6 +414,7 @@ struct ConferenceParticipant::Route {
     static void fileEnd(Party &self, Peer *peer, TCPMessage &message) {
         body<&Party::_handleFileTransferEnd>(self, peer, message);
         self._fileTransferOrigin.clear();
+        self._workings.fileNeighbour = nullptr;
     }
     static void fileAck(Party &self, Peer *peer, TCPMessage &message) {
         self._handleFileTransferAck(peer, message.messageBuffer(), message.messageBufferLength(),

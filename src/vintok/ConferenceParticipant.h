@@ -338,6 +338,7 @@ private:
         int hangups = 0;    // how deep `hangup` is nested
         int sweeps = 0;     // how deep `_bringOutYerDead` is nested
         std::unique_ptr<AcceptGuard> door;
+        const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
     };
     // Stands in every operation that can fire a callback or drop a party.
     class Operation {
@@ -477,7 +478,7 @@ private:
     void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length);
     void _endFile(const TCPAddress &neighbour, bool success);
-    bool _isSending(const TCPAddress &party) const;
+    bool _isSending(const ConferenceRosterEntry &party) const;
     void _abandonFile();
     bool _discardFile();
     void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);

@@ -231,6 +231,8 @@ bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
         _select->removeCallback(descriptor, sf_dataCB, this);
     const bool removed = _removeAttendee(peer);
     shutdownSocket(descriptor);
+    if (_isSending(*peer))
+        _abandonFile();
     return removed;
 }
 
@@ -250,8 +252,6 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
             return; // the callback hung up
     }
     _dropConnection(peer);
-    if (_isSending(*peer))
-        _abandonFile();
     bool nobodyLeft = _attendees.empty();
     if (!nobodyLeft)
         _assureLeader();

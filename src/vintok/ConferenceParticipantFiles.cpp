@@ -235,21 +235,27 @@ void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) 
     _fileTransferReceived = 0;
     _fileTransferWritten = 0;
     _fileTransferOrigin.clear();
+    _workings.fileNeighbour = nullptr;
     if (_fileTransferCB != nullptr)
         _fileTransferCB(this, neighbour, success, path);
     _sendFileTransferAck(origin, success, name);
 }
 
-bool ConferenceParticipant::_isSending(const TCPAddress &party) const {
-    return (_fileTransferOrigin.isIPv4() || _fileTransferOrigin.isIPv6()) &&
-           _fileTransferOrigin == party;
+// Whether no more of the file comes once this party is gone: it is the sender, or the connection
+// that the file comes by.
+bool ConferenceParticipant::_isSending(const ConferenceRosterEntry &party) const {
+    return _workings.fileNeighbour == &party ||
+           ((_fileTransferOrigin.isIPv4() || _fileTransferOrigin.isIPv6()) &&
+            _fileTransferOrigin == party);
 }
 
 // The sender has gone, or this party leaves: no end will come.
 void ConferenceParticipant::_abandonFile() {
-    if (_discardFile())
-        _endFile(_fileTransferOrigin, false);
+    _workings.fileNeighbour = nullptr;
+    const TCPAddress origin = _fileTransferOrigin;
     _fileTransferOrigin.clear();
+    if (_discardFile())
+        _endFile(origin, false);
 }
 
 // What has arrived of a file is of no use without the rest. False when no file is open.

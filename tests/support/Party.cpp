@@ -57,7 +57,9 @@ void onSynchTime(ConferenceParticipant *me, unsigned char *, std::uint64_t lengt
     note(me, "synch", std::to_string(length));
 }
 
-void onFile(ConferenceParticipant *me, const TCPAddress &, bool whole, const std::string &) {
+void onFile(ConferenceParticipant *me, const TCPAddress &neighbour, bool whole,
+            const std::string &path) {
+    parties().at(me)->files.push_back({neighbour, path});
     note(me, "file", whole ? "whole" : "failed");
 }
 

@@ -67,6 +67,12 @@ public:
 
     // One line for each callback: its kind and whom it names, in order.
     std::vector<std::string> events;
+    // What came with each "file" event.
+    struct File {
+        TCPAddress neighbour;
+        std::string path;
+    };
+    std::vector<File> files;
     // Runs inside each callback, behind the note of it.
     std::function<void(const std::string &event)> inside;
 
