@@ -1,0 +1,642 @@
+// Files: what goes over the wire for one, what a receiver stores of it and where, and what becomes
+// of it when somebody lies, dies or leaves in the middle.
+#include "platform/File.h"
+#include "platform/Thread.h"
+#include "support/Environment.h"
+#include "support/LogFile.h"
+#include "support/Party.h"
+#include "support/WirePeer.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <gmock/gmock.h>
+#include <iterator>
+#include <set>
+#include <thread>
+
+namespace vintok::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
+
+std::string contentOf(const fs::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+// Text without a period that a chunk's length could hide.
+std::string contentOfSize(std::size_t size) {
+    std::string content(size, '\0');
+    std::uint32_t value = 12345;
+    for (char &c : content) {
+        value = value * 1103515245 + 12345;
+        c = static_cast<char>(value >> 24);
+    }
+    return content;
+}
+
+Bytes beginBody(const std::string &path, const std::string &relativePath) {
+    Bytes body;
+    WireWriter writer(body);
+    writer.text(path);
+    writer.text(relativePath);
+    return body;
+}
+
+Bytes endBody(std::uint32_t size) {
+    Bytes body;
+    WireWriter(body).number(size, 4);
+    return body;
+}
+
+// A folder of the test's own, with the receivers' root in it.
+class Files : public testing::Test {
+protected:
+    Files() {
+        static int number = 0;
+        folder = fs::temp_directory_path() /
+                 ("vintok-files-" + std::to_string(platform::currentProcessId()) + "-" +
+                  std::to_string(++number));
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+        root = folder / "root";
+        variable = std::make_unique<ScopedEnvironment>(rootVariable, root.string());
+    }
+    ~Files() override {
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+
+    std::string makeFile(const std::string &name, const std::string &content) const {
+        const fs::path path = folder / "source" / name;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << content;
+        return path.string();
+    }
+    // The files in the root, by their paths in it with '/'.
+    std::set<std::string> stored() const {
+        std::set<std::string> paths;
+        if (fs::is_directory(root))
+            for (const auto &entry : fs::recursive_directory_iterator(root))
+                if (!entry.is_directory())
+                    paths.insert(fs::relative(entry.path(), root).generic_string());
+        return paths;
+    }
+    // What is around the root.
+    std::set<std::string> around() const {
+        std::set<std::string> paths;
+        for (const auto &place : {folder, fs::current_path()})
+            for (const auto &entry : fs::directory_iterator(place))
+                if (entry.path() != root)
+                    paths.insert(entry.path().string());
+        return paths;
+    }
+
+    // Makes the peers members of a meeting that Ann hosts.
+    void joined(const std::vector<WirePeer *> &peers) {
+        ASSERT_TRUE(ann->isHost() || ann.hosts("talk"));
+        for (WirePeer *peer : peers)
+            ASSERT_TRUE(peer->joins(ann.port()) && peer->fences());
+        ann.forgets();
+    }
+    static bool begins(WirePeer &peer, const std::string &relativePath) {
+        return peer.sends(id::fileBegin, beginBody("/from/" + relativePath, relativePath));
+    }
+    static bool data(WirePeer &peer, const std::string &text) {
+        return peer.sends(id::fileData, Bytes(text.begin(), text.end()));
+    }
+    static bool sendsFile(WirePeer &peer, const std::string &relativePath,
+                          const std::string &text) {
+        return begins(peer, relativePath) && data(peer, text) &&
+               peer.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(text.size()))) &&
+               peer.fences();
+    }
+    // After whatever has happened, a file from `peer` and a word from Ann still arrive.
+    void expectThatTheMeetingGoesOn(WirePeer &peer) {
+        ann.forgets();
+        ann.files.clear();
+        EXPECT_TRUE(sendsFile(peer, "after.txt", "still here"));
+        EXPECT_EQ(1, ann.told("file whole"));
+        EXPECT_EQ("still here", contentOf(root / "after.txt"));
+        EXPECT_TRUE(ann.says("goes on"));
+        EXPECT_TRUE(peer.receives(id::broadcast));
+        std::error_code ignored;
+        fs::remove(root / "after.txt", ignored);
+    }
+
+    fs::path folder, root;
+    std::unique_ptr<ScopedEnvironment> variable;
+    Meeting meeting;
+    Party ann{meeting, "Ann"};
+    WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"};
+};
+
+// ---- Whole files
+
+class FileSizes : public Files, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(FileSizes, AFileGoesOutInChunksAndIsStoredAsItWas) {
+    const std::string content = contentOfSize(GetParam());
+    const std::string path = makeFile("sub/f.bin", content);
+    Party eve(meeting, "Eve"), fay(meeting, "Fay");
+    ASSERT_TRUE(gather(ann, {&eve, &fay}));
+    joined({&bob});
+    ASSERT_TRUE(ann->transferFile(path, "sub/f.bin"));
+    EXPECT_TRUE(eve.isTold("file whole") && fay.isTold("file whole"));
+    EXPECT_EQ(content, contentOf(root / "sub" / "f.bin"));
+    EXPECT_EQ(root / "sub" / "f.bin", fs::path(eve.files.at(0).path));
+    EXPECT_EQ(ann->address(), eve.files.at(0).neighbour);
+    EXPECT_EQ(0, ann.told("file whole")) << "the sender does not get its own file";
+
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(bob.fences(&frames));
+    std::erase_if(frames, [](const WireFrame &frame) {
+        return frame.id < id::fileBegin || frame.id > id::fileEnd;
+    });
+    ASSERT_EQ(2 + (content.size() + 1023) / 1024, frames.size());
+    EXPECT_EQ(beginBody(path, "sub/f.bin"), frames.front().body);
+    EXPECT_EQ(endBody(static_cast<std::uint32_t>(content.size())), frames.back().body);
+    std::string came;
+    for (std::size_t i = 1; i + 1 < frames.size(); ++i) {
+        EXPECT_TRUE(i + 2 == frames.size() || frames[i].body.size() == 1024) << i;
+        came.append(frames[i].body.begin(), frames[i].body.end());
+    }
+    EXPECT_TRUE(content == came);
+    for (const WireFrame &frame : frames)
+        EXPECT_EQ(frames.front().origin, frame.origin);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, FileSizes, testing::Values(1, 1024, 2048, 2049));
+
+TEST_F(Files, AHostRelaysAFileAndStoresItToo) {
+    const std::string content = contentOfSize(5000);
+    const std::string path = makeFile("f.bin", content);
+    Party eve(meeting, "Eve"), fay(meeting, "Fay");
+    ASSERT_TRUE(gather(ann, {&eve, &fay}));
+    joined({&bob});
+    ASSERT_TRUE(eve->transferFile(path, "f.bin"));
+    EXPECT_TRUE(ann.isTold("file whole") && fay.isTold("file whole"));
+    EXPECT_EQ(ann->address(), fay.files.at(0).neighbour) << "who passed it on";
+    EXPECT_EQ(eve->address(), ann.files.at(0).neighbour);
+    EXPECT_EQ(content, contentOf(root / "f.bin"));
+    WireFrame frame;
+    std::string came;
+    ASSERT_TRUE(bob.receives(id::fileBegin, &frame));
+    for (int chunk = 0; chunk < 5; ++chunk) {
+        ASSERT_TRUE(bob.receives(id::fileData, &frame));
+        came.append(frame.body.begin(), frame.body.end());
+    }
+    EXPECT_TRUE(content == came);
+    EXPECT_TRUE(bob.receives(id::fileEnd, &frame));
+    EXPECT_EQ(endBody(5000), frame.body);
+    EXPECT_EQ(0, eve.told("file whole")) << "it does not come back";
+}
+
+// Its sender does not read until all is sent, so that it needs a thread of its own.
+TEST_F(Files, AFileThatFillsEveryBufferArrivesWholeAtEverybody) {
+    const std::string content = contentOfSize(300000);
+    const std::string path = makeFile("long.bin", content);
+    Party fay(meeting, "Fay");
+    ASSERT_TRUE(gather(ann, {&fay}));
+    joined({&bob});
+    std::promise<Party *> stands;
+    std::promise<void> received;
+    std::thread sender([&, wait = received.get_future()] {
+        Meeting own;
+        Party eve(own, "Eve");
+        stands.set_value(&eve);
+        EXPECT_TRUE(eve.isTold("join Ann"));
+        EXPECT_TRUE(eve->transferFile(path, "long.bin"));
+        wait.wait();
+    });
+    const Party *eve = stands.get_future().get();
+    EXPECT_TRUE(ann.calls(*eve));
+    EXPECT_TRUE(ann.isTold("file whole") && fay.isTold("file whole"));
+    EXPECT_TRUE(content == contentOf(root / "long.bin"));
+    std::string came;
+    for (WireFrame frame; came.size() < content.size() && bob.receives(id::fileData, &frame);)
+        came.append(frame.body.begin(), frame.body.end());
+    EXPECT_TRUE(content == came);
+    EXPECT_TRUE(bob.receives(id::fileEnd));
+    received.set_value();
+    sender.join();
+}
+
+TEST_F(Files, AFileReplacesTheOneOfItsName) {
+    joined({&bob});
+    EXPECT_TRUE(sendsFile(bob, "f", "long before") && sendsFile(bob, "f", "short"));
+    EXPECT_EQ("short", contentOf(root / "f"));
+}
+
+// ---- What is not sent
+
+TEST_F(Files, WhatCannotBeSentIsRefusedAndNobodyHearsOfIt) {
+    const std::string path = makeFile("a.txt", "text");
+    EXPECT_FALSE(ann->transferFile(path, "a.txt")) << "nobody is there";
+    joined({&bob});
+    EXPECT_FALSE(ann->transferFile(makeFile("empty", ""), "empty"));
+    EXPECT_FALSE(ann->transferFile((folder / "source").string(), "source")) << "a folder";
+    EXPECT_FALSE(ann->transferFile((folder / "none").string(), "none"));
+    EXPECT_FALSE(ann->transferFile(path, "b.txt"));
+    EXPECT_FALSE(ann->transferFile(path, "a.tx")) << "not to the end";
+    EXPECT_FALSE(ann->transferFile(makeFile("b.txt/b.txt", "text"), "b.txt")) << "occurs earlier";
+    EXPECT_FALSE(ann->transferFile("", "a.txt"));
+    EXPECT_FALSE(ann->transferFile(path, ""));
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(bob.fences(&frames));
+    EXPECT_THAT(kinds(frames), IsEmpty());
+    EXPECT_TRUE(ann->transferFile(path, "a.txt"));
+    EXPECT_TRUE(bob.receives(id::fileEnd));
+}
+
+// ---- Roots that are none
+
+TEST_F(Files, WithoutARootEverythingIsCountedAndPassedOn) {
+    LogFile log;
+    joined({&bob, &cid});
+    for (const bool set : {false, true}) {
+        SCOPED_TRACE(set);
+        variable.reset();
+        variable = set ? std::make_unique<ScopedEnvironment>(rootVariable, "")
+                       : std::make_unique<ScopedEnvironment>(rootVariable);
+        EXPECT_TRUE(sendsFile(bob, "f", "text"));
+        WireFrame frame;
+        EXPECT_TRUE(cid.receives(id::fileBegin) && cid.receives(id::fileData, &frame));
+        EXPECT_EQ(Bytes({'t', 'e', 'x', 't'}), frame.body);
+        EXPECT_TRUE(cid.receives(id::fileEnd));
+    }
+    EXPECT_EQ(2, log.entries("_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set"));
+    EXPECT_EQ(2, log.entries("_handleFileTransferData File transfer data without open file"));
+    EXPECT_TRUE(log.has("File Transfer Received = 8 Wrote = 0."));
+    EXPECT_TRUE(ann.files.empty());
+    variable.reset();
+    variable = std::make_unique<ScopedEnvironment>(rootVariable, root.string());
+    expectThatTheMeetingGoesOn(bob);
+}
+
+TEST_F(Files, ARootThatIsNoFolderStoresNothing) {
+    joined({&bob});
+    const std::string file = makeFile("regular", "mine");
+    for (const std::string &place : {file, file + "/below"}) {
+        SCOPED_TRACE(place);
+        const ScopedEnvironment instead(rootVariable, place);
+        EXPECT_TRUE(sendsFile(bob, "f", "text"));
+        EXPECT_TRUE(ann.files.empty());
+        EXPECT_EQ("mine", contentOf(file));
+    }
+    fs::create_directories(root / "taken");
+    EXPECT_TRUE(sendsFile(bob, "taken", "text")) << "a folder of that name";
+    EXPECT_TRUE(ann.files.empty() && fs::is_directory(root / "taken"));
+    expectThatTheMeetingGoesOn(bob);
+}
+
+// ---- Where a received path leads
+
+struct PathCase {
+    std::string relativePath;
+    std::string place; // in the root; empty: refused
+};
+
+TEST_F(Files, NoPathLeadsOutOfTheRoot) {
+    const std::string nul("a\0/../../b", 10);
+    const auto unlessDevice = [](const char *name) {
+        return platform::isReservedName(name) ? std::string() : std::string(name);
+    };
+    const PathCase cases[] = {
+        {"f.bin", "f.bin"},
+        {"sub/dir/f.bin", "sub/dir/f.bin"},
+        {"sub\\dir\\f.bin", "sub/dir/f.bin"},
+        {"./x", "x"},
+        {"..x/y", "..x/y"},
+        {"/abs/x", "abs/x"},
+        {"\\\\server\\share\\x", "server/share/x"},
+        {"..", ""},
+        {"../x", ""},
+        {"a/../../x", ""},
+        {"..\\x", ""},
+        {"a\\..\\..\\x", ""},
+        {"a/..", ""},
+        {"C:\\x", ""},
+        {"c:x", ""},
+        {"a/c:x", ""},
+        {"CON", unlessDevice("CON")},
+        {"nul.txt", unlessDevice("nul.txt")},
+        {"sub/", ""},
+        {"", ""},
+        {std::string(300, 'n'), ""},
+        {std::string(1100, 'n'), ""},
+        {nul, "a"},
+    };
+    joined({&bob});
+    fs::create_directories(root);
+    std::ofstream(folder / "x") << "mine";
+    const std::set<std::string> before = around();
+    for (const PathCase &row : cases) {
+        SCOPED_TRACE(row.relativePath);
+        ann.files.clear();
+        EXPECT_TRUE(sendsFile(bob, row.relativePath, "evil"));
+        if (row.place.empty()) {
+            EXPECT_THAT(stored(), IsEmpty());
+            EXPECT_TRUE(ann.files.empty());
+        } else {
+            EXPECT_THAT(stored(), ElementsAre(row.place));
+            EXPECT_EQ("evil", contentOf(root / row.place));
+            EXPECT_EQ(1u, ann.files.size());
+        }
+        EXPECT_EQ(before, around());
+        EXPECT_EQ("mine", contentOf(folder / "x"));
+        for (const auto &entry : fs::directory_iterator(root))
+            fs::remove_all(entry);
+    }
+    expectThatTheMeetingGoesOn(bob);
+}
+
+TEST_F(Files, APathAndItsRootHaveRoomFor1023Characters) {
+    joined({&bob});
+    const std::string part = std::string(99, 'd') + "/";
+    std::string relativePath;
+    while (root.string().size() + 1 + relativePath.size() + part.size() < 1000)
+        relativePath += part;
+    // The rest of the room is less than the longest name.
+    relativePath += std::string(1022 - root.string().size() - relativePath.size(), 'f');
+    if (!platform::makeDirectory(root.string()))
+        GTEST_SKIP() << "cannot make the root";
+    fs::create_directories((root / relativePath).parent_path());
+    std::ofstream probe(root / relativePath);
+    if (!probe.is_open())
+        GTEST_SKIP() << "this system has no paths of that length";
+    probe.close();
+    EXPECT_TRUE(sendsFile(bob, relativePath, "deep"));
+    EXPECT_EQ(1, ann.told("file whole"));
+    ann.files.clear();
+    EXPECT_TRUE(sendsFile(bob, relativePath + "f", "deep"));
+    EXPECT_TRUE(ann.files.empty());
+}
+
+// ---- Wrong sizes, full disks
+
+TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
+    LogFile log;
+    joined({&bob});
+    for (const std::uint32_t size : {3u, 5u, 0u}) {
+        SCOPED_TRACE(size);
+        ann.files.clear();
+        ASSERT_TRUE(begins(bob, "sub/f") && data(bob, "text"));
+        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(size)) && bob.fences());
+        ASSERT_EQ(1u, ann.files.size());
+        EXPECT_EQ(root / "sub" / "f", fs::path(ann.files[0].path));
+        EXPECT_THAT(stored(), IsEmpty());
+    }
+    EXPECT_EQ(3, ann.told("file failed"));
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "text"));
+    ASSERT_TRUE(bob.sends(id::fileEnd, {0, 0, 4}) && bob.fences());
+    EXPECT_EQ(4, ann.told("file failed")) << "an end that is cut short";
+    EXPECT_EQ(4, log.entries("_handleFileTransferEnd transfer failed wrong size"));
+    expectThatTheMeetingGoesOn(bob);
+}
+
+TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
+    std::error_code failed;
+    fs::create_directories(root);
+    if (!fs::exists("/dev/full"))
+        GTEST_SKIP() << "no device that is always full";
+    LogFile log;
+    joined({&bob});
+    for (const std::size_t size : {10u, 20000u}) {
+        SCOPED_TRACE(size);
+        ann.forgets();
+        fs::create_symlink("/dev/full", root / "f", failed);
+        ASSERT_FALSE(failed);
+        EXPECT_TRUE(sendsFile(bob, "f", contentOfSize(size)));
+        EXPECT_EQ(1, ann.told("file failed"));
+        EXPECT_FALSE(fs::is_symlink(root / "f"));
+    }
+    EXPECT_EQ(2, log.entries("_handleFileTransferEnd file transfer write failed wrong size"));
+    expectThatTheMeetingGoesOn(bob);
+}
+
+// ---- Two at a time, and none
+
+TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
+    WirePeer dan(meeting, "Dan");
+    joined({&bob, &cid, &dan});
+    ASSERT_TRUE(begins(bob, "first") && bob.fences());
+    ASSERT_TRUE(begins(cid, "second") && data(cid, "not this") && cid.fences());
+    ASSERT_TRUE(data(bob, "this") && bob.fences());
+    ASSERT_TRUE(data(cid, "nor this") && cid.fences());
+    ASSERT_TRUE(bob.sends(id::fileEnd, endBody(4)) && bob.fences());
+    EXPECT_THAT(stored(), ElementsAre("first"));
+    EXPECT_EQ("this", contentOf(root / "first"));
+    EXPECT_EQ(1, ann.told("file whole"));
+    ASSERT_TRUE(cid.sends(id::fileEnd, endBody(16)) && cid.fences());
+    EXPECT_EQ(1u, ann.files.size()) << "no file of Cid's was open";
+
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(dan.fences(&frames));
+    std::erase_if(frames, [](const WireFrame &frame) { return frame.id == id::rosterEntry; });
+    EXPECT_THAT(kinds(frames), ElementsAre(id::fileBegin, id::fileBegin, id::fileData, id::fileData,
+                                           id::fileData, id::fileEnd, id::fileEnd));
+    if (frames.size() == 7) {
+        EXPECT_EQ(cid.entry.address, frames[1].origin);
+        EXPECT_EQ(bob.entry.address, frames[3].origin);
+    }
+    expectThatTheMeetingGoesOn(cid);
+}
+
+TEST_F(Files, AnEndOfWhateverOriginEndsTheFile) {
+    joined({&bob, &cid});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "text") && bob.fences());
+    ASSERT_TRUE(cid.sends(id::fileEnd, endBody(4)) && cid.fences());
+    EXPECT_EQ(1, ann.told("file whole"));
+    EXPECT_EQ(addressOf(cid).hostByteOrderPort(), ann.files.at(0).neighbour.hostByteOrderPort());
+    expectThatTheMeetingGoesOn(bob);
+}
+
+TEST_F(Files, WhatIsNoBeginOpensNothing) {
+    joined({&bob});
+    const Bytes whole = beginBody("/f", "f");
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+        SCOPED_TRACE(length);
+        const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+        ASSERT_TRUE(bob.sends(id::fileBegin, cut) && bob.sends(id::fileEnd, endBody(0)));
+        ASSERT_TRUE(bob.fences());
+        EXPECT_THAT(stored(), IsEmpty());
+    }
+    Bytes huge = whole;
+    huge[7] = huge[8] = 0x7F; // the second count
+    ASSERT_TRUE(bob.sends(id::fileBegin, huge) && bob.sends(id::fileEnd, endBody(0)));
+    EXPECT_TRUE(ann.files.empty());
+    expectThatTheMeetingGoesOn(bob);
+}
+
+// ---- Who goes in the middle
+
+TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
+    WirePeer dan(meeting, "Dan");
+    joined({&bob, &cid, &dan});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, contentOfSize(1024)) && bob.fences());
+    EXPECT_THAT(stored(), ElementsAre("f"));
+    bob.closes();
+    EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Bob"));
+    EXPECT_THAT(stored(), IsEmpty());
+    EXPECT_EQ(root / "f", fs::path(ann.files.at(0).path));
+    EXPECT_EQ(addressOf(bob), ann.files.at(0).neighbour);
+    expectThatTheMeetingGoesOn(cid);
+
+    // The origin is what the sender wrote, which need not be its own.
+    WireFrame begin;
+    begin.id = id::fileBegin;
+    begin.origin = WireAddress::ipv4(0x0A630001, 9);
+    begin.body = beginBody("/f", "f");
+    ann.forgets();
+    ASSERT_TRUE(dan.sends(begin.encode()) && dan.fences());
+    EXPECT_THAT(stored(), ElementsAre("f"));
+    dan.resets();
+    EXPECT_TRUE(ann.isTold("file failed"));
+    EXPECT_THAT(stored(), IsEmpty());
+    expectThatTheMeetingGoesOn(cid);
+}
+
+TEST_F(Files, ASenderThatIsHungUpLeavesNothingBehind) {
+    joined({&bob, &cid});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
+    WireFrame old;
+    old.id = id::keepAlive;
+    old.major = 3;
+    old.origin = bob.entry.address;
+    old.body = {0};
+    ASSERT_TRUE(bob.sends(old.encode()));
+    EXPECT_TRUE(ann.isTold("file failed"));
+    EXPECT_THAT(stored(), IsEmpty());
+    expectThatTheMeetingGoesOn(cid);
+}
+
+TEST_F(Files, AReceiverThatLeavesKeepsNoHalf) {
+    joined({&bob});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
+    ann.leaves();
+    EXPECT_EQ(1, ann.told("file failed"));
+    EXPECT_THAT(stored(), IsEmpty());
+    joined({&cid});
+    expectThatTheMeetingGoesOn(cid);
+}
+
+TEST_F(Files, AReceiverThatIsDestroyedKeepsNoHalf) {
+    joined({&bob});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
+    ann.dies();
+    EXPECT_THAT(stored(), IsEmpty());
+}
+
+TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
+    WirePeer host(meeting, "Host");
+    host.entry.state = state::meeting | state::host;
+    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined());
+    WireEntry eve = WireEntry::party("Eve", 7);
+    ASSERT_TRUE(host.sends(id::rosterReply, eve.encode()) && host.fences());
+    WireFrame frame;
+    frame.id = id::fileBegin;
+    frame.origin = eve.address;
+    frame.body = beginBody("/f", "f");
+    ASSERT_TRUE(host.sends(frame.encode()) && host.fences());
+    EXPECT_THAT(stored(), ElementsAre("f"));
+    ASSERT_TRUE(host.sends(id::leaveNotify, eve.encode()) && host.fences());
+    EXPECT_EQ(1, ann.told("file failed"));
+    EXPECT_THAT(stored(), IsEmpty());
+    expectThatTheMeetingGoesOn(host);
+
+    ASSERT_TRUE(host.sends(frame.encode()) && host.fences());
+    host.closes();
+    EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Host"));
+    EXPECT_THAT(stored(), IsEmpty());
+}
+
+TEST_F(Files, TheCallbackMayHangUp) {
+    joined({&bob});
+    ann.inside = [this](const std::string &event) {
+        if (event == "file whole" || event == "file failed")
+            ann.leaves();
+    };
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "text"));
+    ASSERT_TRUE(bob.sends(id::fileEnd, endBody(4)));
+    EXPECT_TRUE(bob.seesTheEnd());
+    EXPECT_EQ("text", contentOf(root / "f"));
+    joined({&cid});
+    ASSERT_TRUE(begins(cid, "g") && data(cid, "text") && cid.fences());
+    ann.leaves();
+    EXPECT_EQ(1, ann.told("file failed"));
+    EXPECT_THAT(stored(), ElementsAre("f"));
+}
+
+// ---- Acknowledgements, which nobody sends and everybody can read
+
+struct AckCase {
+    const char *name;
+    Bytes afterAddress;
+    const char *event; // empty: none
+};
+
+TEST_F(Files, AnAcknowledgementIsReadWhenItIsMeantForThisParty) {
+    Party host(meeting, "Host", Party::Reach::everybody);
+    unsigned int own = 0;
+    if (!host->address().IPv4(own))
+        GTEST_SKIP() << "this machine has no IPv4 address";
+    const auto *inMemory = reinterpret_cast<const unsigned char *>(&own);
+    ASSERT_TRUE(host.hosts("talk"));
+    ASSERT_TRUE(bob.joins(host.port()) && cid.joins(host.port()) && cid.fences());
+    const AckCase cases[] = {
+        {"whole", {0, 0, 0, 1, 'f', 0}, "file whole"},
+        {"any bit", {0, 4, 0, 0, 'f', 0, 0}, "file whole"},
+        {"failed", {0, 0, 0, 0, 'f', 0}, "file failed"},
+        {"no end of the name", {0, 0, 0, 1, 'f'}, "file whole"},
+        {"no name", {0, 0, 0, 1, 0, 'f', 0}, ""},
+        {"nothing behind the result", {0, 0, 0, 1}, ""},
+        {"no result", {'f', 0}, "file failed"},
+        {"nothing", {}, ""},
+    };
+    for (const AckCase &row : cases) {
+        SCOPED_TRACE(row.name);
+        host.forgets();
+        host.files.clear();
+        Bytes body(inMemory, inMemory + 4);
+        body.insert(body.end(), row.afterAddress.begin(), row.afterAddress.end());
+        ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
+        if (*row.event == '\0') {
+            EXPECT_TRUE(host.files.empty());
+        } else {
+            ASSERT_EQ(1u, host.files.size());
+            EXPECT_EQ(1, host.told(row.event));
+            EXPECT_EQ("f", host.files[0].path);
+        }
+        WireFrame frame;
+        EXPECT_TRUE(cid.receives(id::fileAck, &frame));
+        EXPECT_EQ(body, frame.body) << "passed on as it came";
+
+        host.files.clear();
+        body[3] = static_cast<unsigned char>(body[3] ^ 1); // another party's
+        ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
+        EXPECT_TRUE(host.files.empty());
+        EXPECT_TRUE(cid.receives(id::fileAck));
+    }
+    for (std::size_t length = 0; length < 4; ++length)
+        ASSERT_TRUE(bob.sends(id::fileAck, Bytes(inMemory, inMemory + length)));
+    EXPECT_TRUE(bob.fences() && host.files.empty());
+}
+
+TEST_F(Files, NobodySendsAnAcknowledgement) {
+    joined({&bob, &cid});
+    ASSERT_TRUE(sendsFile(bob, "f", "text"));
+    ASSERT_EQ(1, ann.told("file whole"));
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(bob.fences(&frames));
+    EXPECT_THAT(kinds(frames), IsEmpty());
+}
+
+} // namespace
+} // namespace vintok::test
