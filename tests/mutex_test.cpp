@@ -31,22 +31,25 @@ struct LastUser {
 
 // First in this file: later on the library's own locks keep the base alive.
 TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
-    std::atomic<bool> go{false};
+    testing::internal::CaptureStderr();
+    constexpr int threadCount = 2;
+    std::atomic<int> arrived{0};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; i++) {
+    for (int i = 0; i < threadCount; i++) {
         threads.emplace_back([&] {
-            while (!go)
-                std::this_thread::yield();
-            for (int n = 0; n < 50; n++) {
+            for (int round = 1; round <= 1000; round++) {
+                arrived++; // so that all of them begin each round together
+                while (arrived < round * threadCount)
+                    std::this_thread::yield();
                 TCPMutex mutex(LOCK_TRANSPORT);
                 failures += mutex.lock() != 0 || mutex.unlock() != 0 ? 1 : 0;
             }
         });
     }
-    go = true;
     for (std::thread &thread : threads)
         thread.join();
+    EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "trouble that was logged";
     EXPECT_EQ(0, failures);
 }
 
