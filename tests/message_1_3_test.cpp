@@ -1,29 +1,22 @@
 // The older message and what it converts on the way to the stream functions.
 
 #include "platform/TestSockets.h"
-#include "support/Hex.h"
+#include "support/Addresses.h"
 #include "support/SocketPair.h"
 #include "vintok/TCPMessage_1_3.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <string>
 
 namespace vintok {
 
+using test::networkIPv4;
 using test::SocketPair;
 
 namespace {
 
-std::uint32_t networkOrder(const char *digits) {
-    std::uint32_t address = 0;
-    const test::Bytes bytes = test::hex(digits);
-    std::memcpy(&address, bytes.data(), sizeof address);
-    return address;
-}
-
-const std::uint32_t loopback = networkOrder("7f000001");
+const std::uint32_t loopback = networkIPv4({127, 0, 0, 1});
 
 class OlderMessages : public testing::Test {
 protected:
@@ -67,9 +60,9 @@ TEST_F(OlderMessages, HaveIPv4OriginsOnly) {
     TCPMessage_1_3 message;
     EXPECT_EQ(0u, message.originIPv4());
     TCPAddress origin;
-    origin.setIPv4(networkOrder("0a010203"));
+    origin.setIPv4(networkIPv4({10, 1, 2, 3}));
     message.setOriginAddress(origin);
-    EXPECT_EQ(networkOrder("0a010203"), message.originIPv4());
+    EXPECT_EQ(networkIPv4({10, 1, 2, 3}), message.originIPv4());
     EXPECT_TRUE(message.allocateMessageBuffer(1));
 
     TCPMessage_1_3 modern;

@@ -1,8 +1,8 @@
-// Messages over sockets and through files: the bytes against bytes written by hand, and every way
-// in which a read or a write can be cut short.
+// Messages over sockets: the bytes against bytes written by hand, and every way in which a read or
+// a write can be cut short.
 
 #include "platform/Thread.h"
-#include "support/Hex.h"
+#include "support/KnownMessage.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
@@ -13,52 +13,23 @@
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <deque>
-#include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
-#include <memory>
 #include <thread>
 
 namespace vintok {
 
 using test::Bytes;
 using test::hex;
+using test::longFrame;
+using test::makeKnown;
+using test::networkIPv4;
+using test::shortFrame;
 using test::SocketPair;
 
 namespace {
-
-const char *const longFrame = "0000003e 0002 0000 0102030405060708" // length, version, time
-                              "98153543 0025 0929 0000080009835d5a 0004 0001"
-                              "000000000000000000000000 0a010203 00000001 1e61 0000 'hi'";
-const char *const shortFrame =
-    "00000026 0001 0003 0a010203 05060708" // length, version, origin, time
-    "98153543 0025 0929 0000080009835d5a 0004 0001 'hi'";
-
-std::uint32_t networkOrder(const char *digits) {
-    std::uint32_t address = 0;
-    const Bytes bytes = hex(digits);
-    std::copy(bytes.begin(), bytes.end(), reinterpret_cast<unsigned char *>(&address));
-    return address;
-}
-
-// The message of both frames above.
-template <typename Message>
-void fill(Message &message) {
-    TCPAddress origin;
-    origin.setIPv4(networkOrder("0a010203"));
-    origin.setHostByteOrderPort(7777);
-    message.setMessageID(TCP_keepAlive);
-    message.setMessageMajorVersion(4);
-    message.setMessageMinorVersion(1);
-    ASSERT_TRUE(message.setOriginAddress(origin));
-    ASSERT_TRUE(message.allocateMessageBuffer(2));
-    message.setTimeStamp(0x0102030405060708);
-    std::copy_n("hi", 2, message.messageBuffer());
-}
 
 std::string textOf(const Bytes &bytes) {
     return std::string(bytes.begin(), bytes.end());
@@ -134,14 +105,14 @@ protected:
 // --- The frames ----------------------------------------------------------------------------------
 
 TEST_F(Messages, AreLongFramesOnTheWire) {
-    fill(message);
+    makeKnown(message);
     ASSERT_TRUE(message.write(-1, nullptr));
     EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
 }
 
 TEST_F(Messages, OfTheOlderClassAreShortFramesOnTheWire) {
     TCPMessage_1_3 older(pair.mine());
-    fill(older);
+    makeKnown(older);
     ASSERT_TRUE(older.write(-1, nullptr));
     EXPECT_EQ(hex(shortFrame), received(pair.peer(), 38));
 }
@@ -153,7 +124,7 @@ TEST_F(Messages, TakeTheFormOfTheFrameThatArrives) {
     EXPECT_EQ(0x05060708, message.timeStamp());
     std::uint32_t origin = 0;
     EXPECT_TRUE(message.originAddress().IPv4(origin));
-    EXPECT_EQ(networkOrder("0a010203"), origin);
+    EXPECT_EQ(networkIPv4({10, 1, 2, 3}), origin);
 
     TCPMessage_1_3 older(pair.mine());
     ASSERT_TRUE(sends(hex(longFrame)));
@@ -480,7 +451,7 @@ TEST_F(SecureMessages, ThatStallAreNotWaitedForByTheReaderWhenSomebodyWatches) {
 }
 
 TEST_F(SecureMessages, GiveUpAfter31WritesOfNothingAndNotBefore) {
-    fill(message);
+    makeKnown(message);
     transport.zeroSends = 30;
     transport.chunk = 100;
     EXPECT_TRUE(message.write(-1, nullptr));
@@ -500,157 +471,10 @@ TEST_F(SecureMessages, WhoseLengthIsCutShortFailWithTheErrorThatCutIt) {
     EXPECT_EQ(10, transport.calls - 1) << "ten attempts in all, and one of the clearing";
 }
 
-// --- Files ---------------------------------------------------------------------------------------
-
-namespace {
-
-class File {
-public:
-    File() {
-        static int number = 0;
-        m_path = (std::filesystem::temp_directory_path() /
-                  ("vintok-records-" + std::to_string(platform::currentProcessId()) + "-" +
-                   std::to_string(++number)))
-                     .string();
-    }
-    ~File() {
-        m_stream.reset();
-        std::error_code ignored;
-        std::filesystem::remove(m_path, ignored);
-    }
-
-    std::FILE *open(const char *mode) {
-        m_stream.reset(std::fopen(m_path.c_str(), mode));
-        return m_stream.get();
-    }
-
-    std::FILE *holding(const Bytes &bytes) {
-        open("wb");
-        if (!bytes.empty())
-            std::fwrite(bytes.data(), 1, bytes.size(), m_stream.get());
-        return open("rb");
-    }
-
-    Bytes bytes() {
-        std::FILE *const stream = open("rb");
-        Bytes bytes(10000);
-        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
-        return bytes;
-    }
-
-private:
-    struct Close {
-        void operator()(std::FILE *stream) const { std::fclose(stream); }
-    };
-    std::string m_path;
-    std::unique_ptr<std::FILE, Close> m_stream;
-};
-
-class Records : public Library {
-protected:
-    File file;
-    TCPMessage message;
-};
-
-} // namespace
-
-TEST_F(Records, LieBackToBackInAFile) {
-    fill(message);
-    TCPMessage_1_3 older;
-    fill(older);
-    std::FILE *const out = file.open("wb");
-    EXPECT_TRUE(message.write(out));
-    EXPECT_TRUE(older.write(out));
-    EXPECT_TRUE(message.write(out));
-    std::fflush(out);
-    Bytes expected = hex(longFrame);
-    for (const char *frame : {shortFrame, longFrame}) {
-        const Bytes bytes = hex(frame);
-        expected.insert(expected.end(), bytes.begin(), bytes.end());
-    }
-    EXPECT_EQ(expected, file.bytes());
-
-    std::FILE *const in = file.open("rb");
-    for (const int version : {2, 1, 2}) {
-        setLastError(TCP_ERROR_SYSTEM_ERROR, "of before");
-        ASSERT_TRUE(message.read(in));
-        EXPECT_EQ(version, message.majorVersion());
-        EXPECT_EQ(2u, message.messageBufferLength());
-        EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
-        EXPECT_EQ("reading file", lastErrorString());
-    }
-    EXPECT_FALSE(message.read(in));
-    EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
-    EXPECT_EQ("Failed to read header size", lastErrorString());
-}
-
-TEST_F(Records, CutShortFailAtEveryLength) {
-    const Bytes frame = hex(longFrame);
-    for (std::size_t cut = 0; cut < frame.size(); ++cut) {
-        std::FILE *const in = file.holding(test::cutAt(frame, cut));
-        errno = EIO; // the end of a file leaves it as it is
-        EXPECT_FALSE(message.read(in)) << cut;
-        EXPECT_EQ(cut < 4 ? TCP_ERROR_CORRUPT_HEADER : TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError())
-            << cut;
-    }
-}
-
-TEST_F(Records, FailByWhatTheSystemSaid) {
-    const struct {
-        int error;
-        TCPError expected;
-    } cases[] = {
-        {EINTR, TCP_ERROR_INTERRUPT},           {EAGAIN, TCP_ERROR_WOULD_BLOCK},
-        {EIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},   {ENXIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},
-        {EBADF, TCP_ERROR_BAD_FILE_DESCRIPTOR}, {ENOMEM, TCP_ERROR_OUT_OF_MEMORY},
-        {ENOSPC, TCP_ERROR_UNSPECIFIED_ERROR},
-    };
-    for (const auto &row : cases) {
-        std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
-        errno = row.error;
-        EXPECT_FALSE(message.read(in));
-        EXPECT_EQ(row.expected, lastError()) << row.error;
-        EXPECT_EQ("reading file", lastErrorString());
-    }
-}
-
-TEST_F(Records, ThatAreMalformedFail) {
-    const struct {
-        const char *bytes;
-        TCPError error;
-        const char *context;
-    } cases[] = {
-        {"00000000", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
-        {"00000023", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
-        // Long enough for the other form; nothing is said beyond the result.
-        {"00000024 0002 0000 00000000 00000000 00000000 00000000 00000000 00000000 00000000",
-         TCP_ERROR_NO_ERROR, "reading file"},
-    };
-    for (const auto &row : cases) {
-        EXPECT_FALSE(message.read(file.holding(hex(row.bytes))));
-        EXPECT_EQ(row.error, lastError()) << row.bytes;
-        EXPECT_EQ(row.context, lastErrorString());
-    }
-}
-
-TEST_F(Records, NeedAFileThatTakesThem) {
-    fill(message);
-    std::FILE *const nothing = nullptr;
-    for (const bool written : {message.read(nothing), message.write(nothing)}) {
-        EXPECT_FALSE(written);
-        EXPECT_EQ(TCP_ERROR_INVALID_ARGUMENT, lastError());
-        EXPECT_EQ("FILE * null", lastErrorString());
-    }
-    std::FILE *const readOnly = file.holding({1});
-    EXPECT_FALSE(message.write(readOnly));
-    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
-    EXPECT_EQ("writing file", lastErrorString());
-}
-
 // --- Copies and tracing --------------------------------------------------------------------------
 
 TEST_F(Messages, AreCopiedWithTheirSocket) {
-    fill(message);
+    makeKnown(message);
     TCPMessage copy(message);
     message.setMessageID(TCP_hangup);
     EXPECT_EQ(pair.mine(), copy.socketDescriptor());
@@ -660,12 +484,12 @@ TEST_F(Messages, AreCopiedWithTheirSocket) {
 
 TEST_F(Messages, CarryThisHostsAddressWhenAsked) {
     TCPAddress own;
-    own.setIPv4(networkOrder("0a090807"));
+    own.setIPv4(networkIPv4({10, 9, 8, 7}));
     ASSERT_TRUE(setLocalAddress(own));
     ASSERT_TRUE(message.setOriginAddress());
     std::uint32_t origin = 0;
     EXPECT_TRUE(message.originAddress().IPv4(origin));
-    EXPECT_EQ(networkOrder("0a090807"), origin);
+    EXPECT_EQ(networkIPv4({10, 9, 8, 7}), origin);
 }
 
 TEST_F(Messages, TraceTheirReadsWhenAsked) {

@@ -46,7 +46,7 @@ TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
         mf_closeListener(m_listenIPv6);
         return;
     }
-    mf_dispatchListeners();
+    mf_registerListeners();
 }
 
 TCPServer::~TCPServer() {
@@ -126,16 +126,16 @@ void TCPServer::mf_listenAnywhere(unsigned short port, std::size_t tries) {
         m_port = address.hostByteOrderPort();
 }
 
-void TCPServer::mf_dispatchListeners() {
-    mf_dispatchListener(m_listenIPv4);
-    mf_dispatchListener(m_listenIPv6);
+void TCPServer::mf_registerListeners() {
+    mf_registerListener(m_listenIPv4);
+    mf_registerListener(m_listenIPv6);
     if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
         return;
     m_select.reset();
     VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not add connect callback");
 }
 
-void TCPServer::mf_dispatchListener(int &listener) {
+void TCPServer::mf_registerListener(int &listener) {
     if (listener != -1 && !m_select->addSocketCallback(listener, sf_connectCB, this, false, false))
         mf_closeListener(listener);
 }

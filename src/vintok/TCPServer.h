@@ -68,8 +68,8 @@ protected:
 private:
     void mf_listenLocal(unsigned short port, std::size_t tries);
     void mf_listenAnywhere(unsigned short port, std::size_t tries);
-    void mf_dispatchListeners();
-    void mf_dispatchListener(int &listener);
+    void mf_registerListeners();
+    void mf_registerListener(int &listener);
     void mf_closeListener(int &listener);
     void mf_release();
     void mf_connectPending(int listener);

@@ -1,0 +1,171 @@
+// Messages in files: records back to back, and every way in which one can be cut short or be none.
+
+#include "platform/Thread.h"
+#include "support/KnownMessage.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPMessage_1_3.h"
+#include "vintok/TCPStream.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace vintok {
+
+using test::Bytes;
+using test::hex;
+using test::longFrame;
+using test::makeKnown;
+using test::shortFrame;
+
+namespace {
+
+class File {
+public:
+    File() {
+        static int number = 0;
+        m_path = (std::filesystem::temp_directory_path() /
+                  ("vintok-records-" + std::to_string(platform::currentProcessId()) + "-" +
+                   std::to_string(++number)))
+                     .string();
+    }
+    ~File() {
+        m_stream.reset();
+        std::error_code ignored;
+        std::filesystem::remove(m_path, ignored);
+    }
+
+    std::FILE *open(const char *mode) {
+        m_stream.reset(std::fopen(m_path.c_str(), mode));
+        return m_stream.get();
+    }
+
+    std::FILE *holding(const Bytes &bytes) {
+        open("wb");
+        if (!bytes.empty())
+            std::fwrite(bytes.data(), 1, bytes.size(), m_stream.get());
+        return open("rb");
+    }
+
+    Bytes bytes() {
+        std::FILE *const stream = open("rb");
+        Bytes bytes(10000);
+        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
+        return bytes;
+    }
+
+private:
+    struct Close {
+        void operator()(std::FILE *stream) const { std::fclose(stream); }
+    };
+    std::string m_path;
+    std::unique_ptr<std::FILE, Close> m_stream;
+};
+
+class Records : public testing::Test {
+protected:
+    Records() { init(); }
+    ~Records() override { fini(); }
+
+    File file;
+    TCPMessage message;
+};
+
+} // namespace
+
+TEST_F(Records, LieBackToBackInAFile) {
+    makeKnown(message);
+    TCPMessage_1_3 older;
+    makeKnown(older);
+    std::FILE *const out = file.open("wb");
+    EXPECT_TRUE(message.write(out));
+    EXPECT_TRUE(older.write(out));
+    EXPECT_TRUE(message.write(out));
+    std::fflush(out);
+    Bytes expected = hex(longFrame);
+    for (const char *frame : {shortFrame, longFrame}) {
+        const Bytes bytes = hex(frame);
+        expected.insert(expected.end(), bytes.begin(), bytes.end());
+    }
+    EXPECT_EQ(expected, file.bytes());
+
+    std::FILE *const in = file.open("rb");
+    for (const int version : {2, 1, 2}) {
+        setLastError(TCP_ERROR_SYSTEM_ERROR, "of before");
+        ASSERT_TRUE(message.read(in));
+        EXPECT_EQ(version, message.majorVersion());
+        EXPECT_EQ(2u, message.messageBufferLength());
+        EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
+        EXPECT_EQ("reading file", lastErrorString());
+    }
+    EXPECT_FALSE(message.read(in));
+    EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
+    EXPECT_EQ("Failed to read header size", lastErrorString());
+}
+
+TEST_F(Records, CutShortFailAtEveryLength) {
+    const Bytes frame = hex(longFrame);
+    for (std::size_t cut = 0; cut < frame.size(); ++cut) {
+        std::FILE *const in = file.holding(test::cutAt(frame, cut));
+        errno = EIO; // the end of a file leaves it as it is
+        EXPECT_FALSE(message.read(in)) << cut;
+        EXPECT_EQ(cut < 4 ? TCP_ERROR_CORRUPT_HEADER : TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError())
+            << cut;
+    }
+}
+
+TEST_F(Records, FailByWhatTheSystemSaid) {
+    const struct {
+        int error;
+        TCPError expected;
+    } cases[] = {
+        {EINTR, TCP_ERROR_INTERRUPT},           {EAGAIN, TCP_ERROR_WOULD_BLOCK},
+        {EIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},   {ENXIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},
+        {EBADF, TCP_ERROR_BAD_FILE_DESCRIPTOR}, {ENOMEM, TCP_ERROR_OUT_OF_MEMORY},
+        {ENOSPC, TCP_ERROR_UNSPECIFIED_ERROR},
+    };
+    for (const auto &row : cases) {
+        std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
+        errno = row.error;
+        EXPECT_FALSE(message.read(in));
+        EXPECT_EQ(row.expected, lastError()) << row.error;
+        EXPECT_EQ("reading file", lastErrorString());
+    }
+}
+
+TEST_F(Records, ThatAreMalformedFail) {
+    const struct {
+        const char *bytes;
+        TCPError error;
+        const char *context;
+    } cases[] = {
+        {"00000000", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        {"00000023", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        // Long enough for the other form; nothing is said beyond the result.
+        {"00000024 0002 0000 00000000 00000000 00000000 00000000 00000000 00000000 00000000",
+         TCP_ERROR_NO_ERROR, "reading file"},
+    };
+    for (const auto &row : cases) {
+        EXPECT_FALSE(message.read(file.holding(hex(row.bytes))));
+        EXPECT_EQ(row.error, lastError()) << row.bytes;
+        EXPECT_EQ(row.context, lastErrorString());
+    }
+}
+
+TEST_F(Records, NeedAFileThatTakesThem) {
+    makeKnown(message);
+    std::FILE *const nothing = nullptr;
+    for (const bool written : {message.read(nothing), message.write(nothing)}) {
+        EXPECT_FALSE(written);
+        EXPECT_EQ(TCP_ERROR_INVALID_ARGUMENT, lastError());
+        EXPECT_EQ("FILE * null", lastErrorString());
+    }
+    std::FILE *const readOnly = file.holding({1});
+    EXPECT_FALSE(message.write(readOnly));
+    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
+    EXPECT_EQ("writing file", lastErrorString());
+}
+
+} // namespace vintok
