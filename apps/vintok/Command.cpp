@@ -13,6 +13,9 @@ struct Word {
 
 const Word words[] = {
     {"/who", CommandKind::who, "", "who is in the meeting, with colours"},
+    {"/lead", CommandKind::lead, "", "ask for the lead"},
+    {"/give", CommandKind::give, "", "give the lead to the party that asks for it"},
+    {"/keep", CommandKind::keep, "", "do not give it"},
     {"/accept", CommandKind::accept, "[CALL]", "let a caller in, the one who waits longest first"},
     {"/reject", CommandKind::reject, "[CALL]", "turn a caller away"},
     {"/leave", CommandKind::leave, "", "leave the meeting and end"},

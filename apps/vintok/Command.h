@@ -9,7 +9,19 @@
 
 namespace app {
 
-enum class CommandKind { nothing, say, who, accept, reject, leave, help, unknown };
+enum class CommandKind {
+    nothing,
+    say,
+    who,
+    lead,
+    give,
+    keep,
+    accept,
+    reject,
+    leave,
+    help,
+    unknown
+};
 
 struct Command {
     CommandKind kind = CommandKind::nothing;

@@ -54,6 +54,11 @@ public:
     void changed(const Person &person, const Person &) override {
         print(personEvent("changed", person));
     }
+    void leads(const Person &person) override { print(personEvent("leader", person)); }
+    void leadAsked(const Person &person) override { print(personEvent("lead-asked", person)); }
+    void leadAnswered(bool granted) override {
+        print(JsonLine("lead-answer").flag("granted", granted));
+    }
     void said(const Person &person, const std::string &text) override {
         print(personEvent("said", person).text("text", text));
     }
@@ -68,6 +73,7 @@ public:
         for (const Person &person : people) {
             JsonLine party;
             describe(party, person)
+                .flag("leader", person.leader)
                 .text("email", person.email)
                 .text("title", person.title)
                 .text("phone", person.phone);

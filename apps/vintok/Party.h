@@ -54,6 +54,9 @@ private:
     void left(const vintok::ConferenceRosterEntry &entry);
     void changed(const vintok::ConferenceRosterEntry &entry);
     void heard(const unsigned char *data, std::size_t length);
+    void leads(const vintok::ConferenceRosterEntry &entry);
+    void leadAsked(const vintok::ConferenceRosterEntry &entry);
+    void leadAnswered(bool granted);
     void callEnds(CallEvent event, const std::string &reason);
     void giveUp(const std::string &reason);
     Person self() const;
@@ -64,6 +67,8 @@ private:
     void say(const std::string &text);
     void send(const std::string &text);
     void answer(const Command &command);
+    void askForLead();
+    void answerForLead(bool give);
     void tick();
 
     const Options &m_options;
@@ -82,6 +87,8 @@ private:
     unsigned int m_seconds = 0;       // since the loop began
     std::deque<std::string> m_unsaid; // typed before there was a meeting
     People m_people;
+    bool m_wantsLead = false; // has asked for it and has not been answered
+    bool m_leadAsked = false; // somebody waits for this party's answer
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer
     unsigned int m_lastCall = 0;
 };

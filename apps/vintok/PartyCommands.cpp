@@ -43,6 +43,11 @@ void Party::obey(const Command &command) {
         return say(command.text);
     case CommandKind::who:
         return m_report.roster(m_participant.meetingName(), m_people.all());
+    case CommandKind::lead:
+        return askForLead();
+    case CommandKind::give:
+    case CommandKind::keep:
+        return answerForLead(command.kind == CommandKind::give);
     case CommandKind::accept:
     case CommandKind::reject:
         return answer(command);
@@ -73,7 +78,7 @@ void Party::send(const std::string &text) {
     if (m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
                                         body.size())) {
         m_report.said(me, text);
-    } else if (m_people.all().size() <= 1) {
+    } else if (m_people.alone()) {
         m_report.problem("nobody else is in the meeting");
     } else {
         m_report.problem("the line did not reach everybody");
@@ -95,6 +100,28 @@ void Party::answer(const Command &command) {
     const bool accepts = command.kind == CommandKind::accept;
     if (!(accepts ? m_participant.acceptCall(address) : m_participant.rejectCall(address))) {
         m_report.problem("the caller is gone");
+    }
+}
+
+void Party::askForLead() {
+    if (m_participant.isLeader()) {
+        return m_report.problem("the lead is yours already");
+    }
+    m_wantsLead = true;
+    const bool asked = m_participant.requestStartLeading();
+    if (!asked && m_wantsLead) { // a refusal on the spot has been told
+        m_wantsLead = false;
+        m_report.problem("there is nobody to ask for the lead");
+    }
+}
+
+void Party::answerForLead(bool give) {
+    if (!m_leadAsked) {
+        return m_report.problem("nobody asks for the lead");
+    }
+    m_leadAsked = false;
+    if (!(give ? m_participant.acceptLeadChange() : m_participant.rejectLeadChange())) {
+        m_report.problem("the answer did not reach everybody");
     }
 }
 

@@ -21,6 +21,11 @@ void Party::setCallbacks() {
     m_participant.setBroadcastDataCB([](Library *p, unsigned char *data, std::uint64_t length) {
         of(p).heard(data, static_cast<std::size_t>(length));
     });
+    m_participant.setLeadChangeCB([](Library *p, const Entry &e) { of(p).leads(e); });
+    m_participant.setLeadRequestCB([](Library *p, const Entry &e) { of(p).leadAsked(e); });
+    m_participant.setLeadReplyCB([](Library *p, unsigned char *answer, std::uint64_t length) {
+        of(p).leadAnswered(length != 0 && *answer != 0);
+    });
     m_participant.setRingingCB([](Library *p, const std::string &, const Called &) {
         of(p).m_report.call(CallEvent::ringing, of(p).m_options.target.text());
     });
@@ -126,6 +131,32 @@ void Party::heard(const unsigned char *data, std::size_t length) {
         speaker.port = saying.port;
     }
     m_report.said(speaker, saying.text);
+}
+
+void Party::leads(const vintok::ConferenceRosterEntry &entry) {
+    const Person me = self();
+    Person person = personOf(entry);
+    if (person.address == me.address && person.port == me.port) {
+        person = me;
+        m_wantsLead = false;
+    } else {
+        m_leadAsked = false;
+    }
+    m_people.setLeader(person);
+    m_report.leads(person);
+}
+
+void Party::leadAsked(const vintok::ConferenceRosterEntry &entry) {
+    m_leadAsked = true;
+    m_report.leadAsked(personOf(entry));
+}
+
+// A member hears the answer of another member twice.
+void Party::leadAnswered(bool granted) {
+    if (m_wantsLead) {
+        m_wantsLead = false;
+        m_report.leadAnswered(granted);
+    }
 }
 
 void Party::callEnds(CallEvent event, const std::string &reason) {

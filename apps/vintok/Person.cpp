@@ -52,6 +52,20 @@ void People::remove(const Person &person) {
     }
 }
 
+void People::setLeader(const Person &person) {
+    m_leaderAddress = person.address;
+    m_leaderPort = person.port;
+}
+
+std::vector<Person> People::all() const {
+    std::vector<Person> people = m_people;
+    const auto leader = findIn(people, m_leaderAddress, m_leaderPort);
+    if (leader != people.end()) {
+        leader->leader = true;
+    }
+    return people;
+}
+
 const Person *People::find(const std::string &address, unsigned short port) const {
     const auto known = findIn(m_people, address, port);
     return known == m_people.end() ? nullptr : &*known;

@@ -22,6 +22,7 @@ struct Person {
     unsigned short colour = NO_COLOUR;
     bool host = false;
     bool self = false;
+    bool leader = false; // in lists only
 
     bool operator==(const Person &other) const = default;
 };
@@ -36,10 +37,16 @@ public:
     void take(const Person &person);
     void remove(const Person &person);
     const Person *find(const std::string &address, unsigned short port) const;
-    const std::vector<Person> &all() const { return m_people; }
+    // The one who leads from now on.
+    void setLeader(const Person &person);
+    bool alone() const { return m_people.size() <= 1; }
+    // With the leader marked.
+    std::vector<Person> all() const;
 
 private:
     std::vector<Person> m_people;
+    std::string m_leaderAddress;
+    unsigned short m_leaderPort = 0;
 };
 
 } // namespace app

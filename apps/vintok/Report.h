@@ -30,6 +30,11 @@ public:
     virtual void left(const Person &person) = 0;
     // This is also how a party learns its own colour.
     virtual void changed(const Person &person, const Person &before) = 0;
+    // Somebody leads from now on; somebody asks this party for the lead; the answer to its own
+    // question.
+    virtual void leads(const Person &person) = 0;
+    virtual void leadAsked(const Person &person) = 0;
+    virtual void leadAnswered(bool granted) = 0;
     virtual void said(const Person &person, const std::string &text) = 0;
     // A line relayed without a speaker.
     virtual void relayed(const std::string &text) = 0;

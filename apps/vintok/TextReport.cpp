@@ -66,6 +66,19 @@ public:
         }
     }
 
+    void leads(const Person &person) override {
+        print(person.self ? paint("You lead the meeting.", person)
+                          : nameOf(person) + " leads the meeting.");
+    }
+    void leadAsked(const Person &person) override {
+        print(nameOf(person) + " asks for the lead. /give or /keep?");
+    }
+    void leadAnswered(bool granted) override {
+        if (!granted) { // the other answer is followed by the news
+            print("The lead was not given to you.");
+        }
+    }
+
     void said(const Person &person, const std::string &text) override {
         // On a terminal the own line stands there already, as it was typed.
         if (!person.self) {
@@ -118,7 +131,8 @@ private:
         name.resize(std::max(name.size(), LONGEST_PADDED_NAME), ' ');
         return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " +
                person.address + " port " + std::to_string(person.port) +
-               (person.host ? "  host" : "") + (person.self ? "  you" : "");
+               (person.host ? "  host" : "") + (person.leader ? "  leader" : "") +
+               (person.self ? "  you" : "");
     }
 
     bool m_colours;
