@@ -314,6 +314,20 @@ TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
     EXPECT_TRUE(ann.tells("problem", {text("text", "nobody waits for an answer")})) << ann.story();
 }
 
+TEST_F(ProgramTest, AnInterruptWhileItRingsGivesTheCallUp) {
+    Program ann({"host", "--answer", "ask"});
+    const std::string target = ann.target();
+    Program bob({"join", target});
+    ASSERT_TRUE(bob.tells("ringing")) << bob.story();
+    ASSERT_TRUE(ann.tells("asked")) << ann.story();
+    if (!bob.interrupt()) {
+        GTEST_SKIP() << "no console to send an interrupt through";
+    }
+    expectFailure(bob, 1, target + " was not waited for any longer");
+    ann.type("/accept");
+    EXPECT_TRUE(ann.tells("problem", {text("text", "the caller is gone")})) << ann.story();
+}
+
 TEST_F(ProgramTest, AHostMayTurnEverybodyAway) {
     Program ann({"host", "--answer", "no"});
     const std::string target = ann.target();

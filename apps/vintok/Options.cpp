@@ -18,6 +18,15 @@ const std::map<std::string, Answer> answers = {
 const std::map<std::string, When> whens = {
     {"auto", When::automatic}, {"always", When::always}, {"never", When::never}};
 
+// A check that leaves its own words out of the help, where the name of the value says it better.
+CLI::Validator silent(CLI::Validator check) {
+    return check.description("");
+}
+
+CLI::Validator between(unsigned int least, unsigned int most) {
+    return silent(CLI::Range(least, most));
+}
+
 // An option whose value is one of the words of `table`.
 template <class Value>
 CLI::Option *addWord(CLI::App &app, const std::string &name, Value &value,
@@ -28,7 +37,8 @@ CLI::Option *addWord(CLI::App &app, const std::string &name, Value &value,
         words.push_back(row.first);
     }
     const auto set = [&value, &table](const std::string &word) { value = table.at(word); };
-    return app.add_option_function<std::string>(name, set, help)->check(CLI::IsMember(words));
+    return app.add_option_function<std::string>(name, set, help)
+        ->check(silent(CLI::IsMember(words)));
 }
 
 void addName(CLI::App &app, Options &options) {
@@ -49,7 +59,7 @@ void addListening(CLI::App &app, Options &options, const std::string &usualPort)
     app.add_option("--port", options.port,
                    "Listen on this port, or the first free one after it (" + usualPort + ")")
         ->type_name("PORT")
-        ->check(CLI::Range(1, 65535));
+        ->check(between(1, 65535));
     app.add_flag("--exact-port", options.exactPort, "Fail if the port is taken");
     app.add_flag("--local", options.localOnly, "Be reachable from this machine only");
 }
@@ -83,7 +93,7 @@ void addMeeting(CLI::App &app, Options &options) {
     app.add_option("--keep-alive", options.keepAlive,
                    "Seconds between tests of the connections, 0 for none (30)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0, 86400));
+        ->check(between(0, 86400));
 }
 
 CLI::App *addHost(CLI::App &program, Options &options) {
@@ -104,7 +114,7 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     app->add_option("--patience", options.patience,
                     "Seconds to wait for the answer, 0 for as long as it takes (0)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0, 86400));
+        ->check(between(0, 86400));
     addMeeting(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
