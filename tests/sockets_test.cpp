@@ -31,6 +31,13 @@ TCPAddress loopbackAt(unsigned short port) {
     return address;
 }
 
+bool canReceiveAfterShutdown() {
+    SocketPair pair;
+    unsigned char byte = 0;
+    return pair.peerSends("x") && platform::shutdownBoth(pair.mine()) &&
+           platform::receive(pair.mine(), &byte, 1) == 1;
+}
+
 class Sockets : public testing::Test {
 protected:
     Sockets() {
@@ -298,6 +305,8 @@ TEST_F(Sockets, ShutDownAreForgottenAndClosed) {
 
 // What is left unread when a socket closes resets the connection, and what was sent last is lost.
 TEST_F(Sockets, ShutDownWithUnreadBytesStillDeliverWhatWasSent) {
+    if (!canReceiveAfterShutdown())
+        GTEST_SKIP() << "here nothing can be drained any more";
     SocketPair pair;
     ASSERT_TRUE(pair.peerSends(std::string(10000, 'x')));
     const ScriptedPlatform noSleep;
