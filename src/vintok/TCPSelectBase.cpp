@@ -44,6 +44,13 @@ std::int64_t bufferedBytes(int descriptor) {
     return state.known && state.secure ? secureBytesPending(descriptor) : 0;
 }
 
+// Readable for ever, since its peer or its socket has gone.
+bool isDead(int descriptor) {
+    const DescriptorState state(descriptor);
+    int size = 0;
+    return state.closed || (!state.known && !platform::receiveBuffer(descriptor, size));
+}
+
 template <typename T>
 void overwrite(T &field) {
     // Volatile, or the compiler would leave out a store to what is about to be freed.
@@ -346,10 +353,10 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
     return true;
 }
 
-// Whether the descriptor is closed and its callbacks have left it registered all the same.
+// Whether the descriptor is dead and its callbacks have left it registered all the same.
 bool TCPSelectBase::mf_isLeftDead(int descriptor) {
     Entry *const entry = mf_find(descriptor);
-    if (entry == nullptr || DescriptorState(descriptor).known)
+    if (entry == nullptr || !isDead(descriptor))
         return false;
     if (!entry->deadReported)
         VINTOK_LOG(
