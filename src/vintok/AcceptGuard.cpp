@@ -14,12 +14,20 @@ namespace vintok {
 namespace {
 
 constexpr std::uint32_t pause = 250; // milliseconds
+constexpr unsigned patience = 16;
 
 bool isWaiting(int listener) {
     const DescriptorState state(listener);
     platform::DescriptorSet set;
     return state.known && state.bound() && set.insert(listener) &&
            platform::waitReadable(set, true) == 1;
+}
+
+bool isShortOfDescriptors() {
+    const int probe = platform::openSocket(platform::FAMILY_IPV4);
+    if (probe != -1)
+        platform::closeSocket(probe);
+    return probe == -1;
 }
 
 } // namespace
@@ -45,8 +53,10 @@ int AcceptGuard::accept(int listener, TCPAddress &peer) {
         m_failures = 0;
         return descriptor;
     }
-    m_failures = std::min(m_failures + 1, 2u);
-    if (isWaiting(listener))
+    m_failures = std::min(m_failures + 1, patience);
+    // Some systems fail an accept for a caller who has gone again; the next one in the line is not
+    // to pay for that.
+    if ((m_failures == patience || isShortOfDescriptors()) && isWaiting(listener))
         turnAway(listener);
     return -1;
 }
