@@ -312,21 +312,17 @@ const Action actions[] = {
          s.ann.leaves();
      },
      true},
-    {"speaks", [](Stage &s) { s.ann.says("inside"); }, false},
-    {"spreads and asks for the roster",
+    {"says all that can be said",
      [](Stage &s) {
+         s.ann.says("inside");
          s.ann->sendRoster();
          s.ann->requestRoster();
-     },
-     false},
-    {"moves the lead",
-     [](Stage &s) {
          s.ann->requestStartLeading();
          s.ann->acceptLeadChange();
          s.ann->rejectLeadChange();
+         s.ann.hosts("Inside");
      },
      false},
-    {"hosts", [](Stage &s) { s.ann.hosts("Inside"); }, false},
     {"finds everybody dead",
      [](Stage &s) {
          for (WirePeer *peer : s.peers()) {
