@@ -48,14 +48,7 @@ int AcceptGuard::accept(int listener) {
 
 int AcceptGuard::accept(int listener, TCPAddress &peer) {
     takeReserve();
-    int descriptor = acceptBoundSocket(listener, peer);
-    if (descriptor == -1 && isWaiting(listener)) {
-        // Where a caller that gave up in the queue fails an accept, the next in line has no part in
-        // it. It may give up as well, and this accept must not wait for another.
-        platform::setBlockingMode(listener, false);
-        descriptor = acceptBoundSocket(listener, peer);
-        platform::setBlockingMode(listener, true);
-    }
+    const int descriptor = acceptBoundSocket(listener, peer);
     if (descriptor != -1) {
         m_failures = 0;
         return descriptor;
