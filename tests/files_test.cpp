@@ -537,7 +537,7 @@ TEST_F(Files, AReceiverThatIsDestroyedKeepsNoHalf) {
 TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
     WirePeer host(meeting, "Host");
     host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined());
+    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
     WireEntry eve = WireEntry::party("Eve", 7);
     ASSERT_TRUE(host.sends(id::rosterReply, eve.encode()) && host.fences());
     WireFrame frame;

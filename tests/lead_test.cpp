@@ -223,7 +223,7 @@ protected:
 TEST_F(LeadOnTheWire, AnAskerShowsItselfAsTheLeaderInItsRequestOnly) {
     WirePeer host(meeting, "Host");
     host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined());
+    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
     ASSERT_TRUE(ann->requestStartLeading());
     WireFrame request;
     ASSERT_TRUE(host.receives(id::leadRequest, &request));
@@ -254,7 +254,7 @@ TEST_F(LeadOnTheWire, AnAskerShowsItselfAsTheLeaderInItsRequestOnly) {
 TEST_F(LeadOnTheWire, ALeaderThatCannotReadTheQuestionRefuses) {
     WirePeer host(meeting, "Host");
     host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined());
+    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
     ASSERT_TRUE(ann->requestStartLeading());
     WireFrame request;
     ASSERT_TRUE(host.receives(id::leadRequest, &request));
