@@ -32,6 +32,19 @@ int listenSomewhere(unsigned short &port) {
     return createLocalIPv4Socket(port, 0, 1000, false);
 }
 
+WireFrame takeFrame(int fd) {
+    constexpr std::size_t lengthSize = 4;
+    Bytes bytes(lengthSize);
+    if (!awaitBytes(fd, lengthSize) || rawPeekBytes(fd, bytes.data(), lengthSize) != 4)
+        return {};
+    const std::uint64_t length = WireReader(bytes.data(), lengthSize).number(4);
+    bytes.resize(length);
+    if (!awaitBytes(fd, length) ||
+        rawReadBytes(fd, bytes.data(), length, true, nullptr) != static_cast<std::int64_t>(length))
+        return {};
+    return WireFrame::take(bytes).value_or(WireFrame{});
+}
+
 SocketPair::SocketPair() {
     unsigned short port = 0;
     int listener = listenSomewhere(port);

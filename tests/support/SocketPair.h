@@ -3,6 +3,8 @@
 #ifndef VINTOK_TESTS_SUPPORT_SOCKETPAIR_H
 #define VINTOK_TESTS_SUPPORT_SOCKETPAIR_H
 
+#include "support/Wire.h"
+
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -40,6 +42,9 @@ private:
 
 // Waits until `count` bytes have arrived at the socket.
 bool awaitBytes(int fd, std::size_t count);
+
+// Takes one frame off the socket, and waits until it is all there.
+WireFrame takeFrame(int fd);
 
 // Waits until the end of its stream, or a reset, has arrived at the socket.
 bool awaitEnd(int fd);
