@@ -240,6 +240,32 @@ int WirePeer::handsOver() {
     return descriptor;
 }
 
+void WirePeer::readsText(bool on) {
+    m_text = on;
+    cutFrames();
+}
+
+testing::AssertionResult WirePeer::receivesText(const std::string &text) {
+    m_meeting.until([&] { return m_bytes.size() >= text.size() || m_ended; }, text);
+    const std::string came(m_bytes.begin(), m_bytes.end());
+    if (came.compare(0, text.size(), text) != 0) {
+        return testing::AssertionFailure()
+               << entry.firstName << " awaits \"" << text << "\"; came instead: \"" << came << '"';
+    }
+    m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(text.size()));
+    return testing::AssertionSuccess();
+}
+
+void WirePeer::cutFrames() {
+    while (!m_text) {
+        auto frame = WireFrame::take(m_bytes);
+        if (!frame) {
+            break;
+        }
+        m_frames.push_back(std::move(*frame));
+    }
+}
+
 bool WirePeer::pump() {
     if (m_descriptor == -1 || m_ended || !readable(m_descriptor)) {
         return false;
@@ -251,13 +277,7 @@ bool WirePeer::pump() {
         return true;
     }
     m_bytes.insert(m_bytes.end(), buffer.begin(), buffer.begin() + count);
-    while (!m_text) {
-        auto frame = WireFrame::take(m_bytes);
-        if (!frame) {
-            break;
-        }
-        m_frames.push_back(std::move(*frame));
-    }
+    cutFrames();
     return true;
 }
 

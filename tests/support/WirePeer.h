@@ -55,7 +55,10 @@ public:
     // Bytes that have come and are no whole frame: HTTP text, or a frame cut short.
     const Bytes &rest() const { return m_bytes; }
     // Without this the bytes that come are cut into frames as they arrive.
-    void readsText(bool on) { m_text = on; }
+    void readsText(bool on);
+    // Waits for exactly this text, ahead of whatever else comes.
+    testing::AssertionResult receivesText(const std::string &text);
+    bool sendsText(const std::string &text) { return sends(Bytes(text.begin(), text.end())); }
 
     void closes();     // politely at the level of the stream, without a word at ours
     void resets();     // as a crashed machine would
@@ -67,6 +70,8 @@ public:
     bool pump();
 
 private:
+    void cutFrames();
+
     Meeting &m_meeting;
     int m_listener = -1;
     int m_descriptor = -1;
