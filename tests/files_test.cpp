@@ -604,8 +604,9 @@ TEST_F(Files, AnAcknowledgementIsReadWhenItIsMeantForThisParty) {
         SCOPED_TRACE(row.name);
         host.forgets();
         host.files.clear();
-        Bytes body(inMemory, inMemory + 4);
-        body.insert(body.end(), row.afterAddress.begin(), row.afterAddress.end());
+        Bytes body(sizeof own + row.afterAddress.size());
+        std::copy(row.afterAddress.begin(), row.afterAddress.end(),
+                  std::copy_n(inMemory, sizeof own, body.begin()));
         ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
         if (*row.event == '\0') {
             EXPECT_TRUE(host.files.empty());
