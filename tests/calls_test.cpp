@@ -343,6 +343,21 @@ TEST_F(Calls, InCompanyACallWhoseConnectionDiesKeepsItsPlaceUntilTheHangUp) {
     }
 }
 
+// The next call gets the number of the dead one's descriptor, and was taken for it.
+TEST_F(Calls, ADeadCallIsNotAnsweredByTheNextOneInItsPlace) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid"), dan(meeting, "Dan");
+    ASSERT_TRUE(ann.hosts("Plan") && cid.joins(ann.port()) && bob.listens() && dan.listens());
+    ASSERT_TRUE(ann.calls(bob) && bob.picksUp());
+    bob.closes();
+    ASSERT_TRUE(cid.receives(id::leaveNotify));
+    ASSERT_TRUE(ann.calls(dan) && dan.isJoined() && ann.isTold("join Dan"));
+    EXPECT_FALSE(ann.calls(bob)) << "the dead call has kept its place";
+    ann.forgets();
+    ann.leaves();
+    EXPECT_EQ(1, ann.told("noAnswer 127.0.0.1"));
+}
+
 TEST_F(Calls, ARefusedCallIsNotToldWithoutACallback) {
     Party ann(meeting, "Ann");
     ann->setRejectedCB(nullptr);

@@ -370,5 +370,28 @@ TEST_F(Hostile, ACallerThatClaimsToBeThePartyItCallsIsNotListedAsIt) {
     stands();
 }
 
+// A connection whose peer was believed to be behind a proxy took frames for HTTP, and was lost.
+TEST_F(Hostile, HowAPartyIsReachedIsNotForTheWireToSay) {
+    constexpr std::uint32_t road = state::shadow | state::proxyPending | state::multiplexerPending;
+    WireEntry lie = bob.entry;
+    lie.state |= road;
+    ASSERT_TRUE(bob.sends(id::rosterEntry, lie.encode()) && bob.fences()) << "of itself";
+    WirePeer eve(meeting, "Eve");
+    eve.entry.state |= road;
+    ASSERT_TRUE(eve.joins(ann.port()) && eve.sends(id::rosterReply, lie.encode()) && eve.fences());
+    EXPECT_TRUE(bob.fences()) << "of another";
+
+    WirePeer mask(meeting, "Mask");
+    mask.entry.state |= road;
+    ASSERT_TRUE(mask.connects(ann.port()) && mask.saysHello() && mask.fences());
+    ASSERT_TRUE(bob.fences() && bob.sends(id::rosterRequest));
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(bob.fences(&frames));
+    for (const WireEntry &party : entries(frames, id::rosterReply)) {
+        EXPECT_NE("Mask", party.firstName) << "nobody has admitted it";
+    }
+    stands();
+}
+
 } // namespace
 } // namespace vintok::test

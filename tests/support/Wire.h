@@ -28,7 +28,9 @@ inline constexpr unsigned char broadcast = 0x12, joinRequest = 0x13, joinReply =
 namespace state {
 inline constexpr std::uint32_t meeting = 0x1, host = 0x4, leader = 0x8, server = 0x10,
                                joinPending = 0x20, shadow = 0x40, leadPending = 0x80,
-                               secureRequired = 0x400, proxyConnection = 0x2000, hiding = 0x400000;
+                               secureRequired = 0x400, proxyPending = 0x1000,
+                               proxyConnection = 0x2000, multiplexerPending = 0x20000,
+                               hiding = 0x400000;
 } // namespace state
 
 // Appends big-endian values.
