@@ -293,6 +293,7 @@ TEST_F(Descriptors, SayThatTheLockFailed) {
 
 TEST_F(Descriptors, CanBeAddedAndRemovedByManyThreads) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; i++) {
         threads.emplace_back([] {
             const int fd = platform::openSocket(platform::FAMILY_IPV4);

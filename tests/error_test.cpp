@@ -146,7 +146,7 @@ TEST(Exceptions, SayWhoseTheyAre) {
     TCPException second(first);
     second = first;
     try {
-        throw second;
+        throw TCPException(second);
     } catch (const std::exception &caught) {
         EXPECT_STREQ("vintok::TCPException", caught.what());
     }

@@ -227,6 +227,7 @@ TEST_F(Frame, NothingWorksBeforeInitAndEverythingSaysWhy) {
 TEST(FrameThreads, ManyThreadsStartAndStopAndTheRecordOutlivesEachOfThem) {
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; i++) {
         threads.emplace_back([&] {
             for (int round = 0; round < 20; round++) {

@@ -144,6 +144,7 @@ TEST_F(Log, EntriesOfThreadsDoNotMix) {
     constexpr int perThread = 50;
     const std::string message(500, 'x');
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; i++) {
         threads.emplace_back([&] {
             for (int n = 0; n < perThread; n++)

@@ -36,6 +36,7 @@ TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
     std::atomic<int> arrived{0};
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
+    threads.reserve(threadCount);
     for (int i = 0; i < threadCount; i++) {
         threads.emplace_back([&] {
             for (int round = 1; round <= 1000; round++) {
@@ -95,6 +96,7 @@ TEST_F(Mutex, LockWaitsForTheHolderAndExcludesEverybody) {
     constexpr int rounds = 25;
     int counter = 0; // guarded by the lock alone
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; i++) {
         threads.emplace_back([&] {
             TCPMutex mutex(LOCK_CLOCK);

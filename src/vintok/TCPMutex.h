@@ -39,7 +39,8 @@ public:
     // -1 when the calling thread does not hold the lock, which then stays as it is.
     int unlock();
 
-    // Every mutex of the system at once, by its index, whatever the ids: for a debugger's hand.
+    // Every mutex of the system, whatever the ids: all locks stand still between the two. Nothing
+    // in the library needs that.
     static void lockAll();
     static void unlockAll();
 

@@ -211,7 +211,7 @@ VINTOK_API int acceptBoundSocket(int fd);
 VINTOK_API int acceptAndCloseBoundSocket(int &fd);
 
 // Ends the connection both ways, discards what had arrived, forgets the descriptor and closes it. A
-// listening socket is only forgotten and closed. True when the descriptor was known.
+// listening socket is only forgotten and closed. True when the descriptor was known and open.
 VINTOK_API bool shutdownSocket(int fd);
 
 // Refusals of the system are not told.
