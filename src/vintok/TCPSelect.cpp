@@ -110,8 +110,10 @@ TCPSelect::~TCPSelect() {
 TCPSelect::TCPSelect(const TCPSelect &other) : m_running(other.running()), m_base(other.m_base) {}
 
 TCPSelect &TCPSelect::operator=(const TCPSelect &other) {
-    m_running = other.running();
-    m_base = other.m_base;
+    if (this != &other) {
+        m_running = other.running();
+        m_base = other.m_base;
+    }
     return *this;
 }
 

@@ -54,6 +54,7 @@ bool isDead(int descriptor) {
 template <typename T>
 void overwrite(T &field) {
     // Volatile, or the compiler would leave out a store to what is about to be freed.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): nobody is to follow it
     *const_cast<volatile T *>(&field) = reinterpret_cast<T>(std::uintptr_t{0xDEADBEEF});
 }
 
