@@ -116,7 +116,7 @@ TEST_F(ControlText, EveryRequestHasItsText) {
     expectNothingMore();
 }
 
-TEST_F(ControlText, EveryNotificationHasItsText) {
+TEST_F(ControlText, EveryNotificationAboutPeopleHasItsText) {
     const TCPAddress &address = ann;
     const std::string lines = "address\n10.0.0.1\nport\n40000\n";
     const Case cases[] = {
@@ -159,6 +159,18 @@ TEST_F(ControlText, EveryNotificationHasItsText) {
          "authenticationString\nauth\nport\n65535\nproxyPort\n80\ntriesRemaining\n4294967295\n"},
         {[](int d) { return replyNotifyCallAuthenticationRequired(d, "", 1, "", 2, "", 3, ""); },
          "authenticationRequired\nmachineName\n\nport\n1\nproxyPort\n2\ntriesRemaining\n3\n"},
+    };
+    for (const Case &row : cases) {
+        EXPECT_TRUE(row.send(fd())) << row.text;
+        expectMessage(replyID, row.text);
+    }
+    expectNothingMore();
+}
+
+TEST_F(ControlText, EveryNotificationAboutTheProcessAndItsWorkHasItsText) {
+    const TCPAddress &address = ann;
+    const std::string lines = "address\n10.0.0.1\nport\n40000\n";
+    const Case cases[] = {
         {[](int d) { return replyNotifyFileTransfer(d, "f"); }, "transferFile\nf\n"},
         {[&](int d) { return replyNotifyFileTransferred(d, address, 1, "f"); },
          "transferredFileSuccess\n" + lines + "filePath\nf\n"},
