@@ -428,6 +428,27 @@ TEST_F(Calls, ACallThatIsScreenedCanBeRefused) {
     EXPECT_FALSE(bob->acceptCall(ann->address())) << "the caller is gone";
 }
 
+TEST_F(Calls, AMeetingIsToldInTheLog) {
+    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+    LogFile log(LOG_TRACE);
+    ASSERT_TRUE(gather(ann, {&bob, &cid}));
+    EXPECT_TRUE(ann->sendAllKeepAlive());
+    cid.leaves();
+    ASSERT_TRUE(bob.isTold("leave Cid"));
+    const std::string text = log.text();
+    for (const char *line :
+         {"Connection accepted fd = ", "mf_sendMe succeeded", "Entry is Unique ",
+          "_ensureHost no host so starting meeting OK", "_ensureHost me hosting meeting OK",
+          "ConferenceParticipant::hostMeeting index = 0", "_completeCall send join OK",
+          "Accepted Call fd = ", " ssl = false hangup = false",
+          "Handle fd = ", " ssl = false  hangup = false", "Begin Sending Roster to ",
+          "Sent Entry\nIP:  ", "Done Sending Roster to ", "Receive Roster entry from ",
+          "Keep Alive", "Receive leave Notify from ",
+          "Receive==========\nIP:  ", "\n=============="}) {
+        EXPECT_THAT(text, testing::HasSubstr(line));
+    }
+}
+
 // ---- Parting
 
 TEST_F(Calls, WhenTheHostLeavesTheMeetingIsOver) {

@@ -160,6 +160,13 @@ TEST_F(Joins, WhoJoinsAHostSetsItsClockAndAsksForTheRoster) {
 }
 
 TEST_F(Joins, AJoinedLeaderIsMadeKnown) {
+    Party bob(meeting, "Bob");
+    WirePeer called(meeting, "Called");
+    called.entry.state = hosting | state::leader;
+    ASSERT_TRUE(bob.meets(called) && called.fences());
+    EXPECT_THAT(bob.events, ElementsAre("ringing Called", "accepted Called", "join Called",
+                                        "leader Called", "synch 16"));
+
     Party ann(meeting, "Ann");
     WirePeer host(meeting, "Host");
     host.entry.state = hosting | state::leader;
@@ -306,7 +313,8 @@ struct LossCase {
 
 const LossCase lossCases[] = {{"closes", &WirePeer::closes},
                               {"resets", &WirePeer::resets},
-                              {"halfCloses", &WirePeer::halfCloses}};
+                              {"halfCloses", &WirePeer::halfCloses},
+                              {"hangsUp", &WirePeer::hangsUp}};
 
 class CallerLost : public Joins, public testing::WithParamInterface<LossCase> {};
 
@@ -339,6 +347,24 @@ TEST_P(CallerLost, AtEachStepLeavesNothingBehind) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, CallerLost, testing::ValuesIn(lossCases), caseName<LossCase>);
+
+TEST_F(Joins, AnAnswerThatCannotBeSentIsNoAnswer) {
+    Party ann(meeting, "Ann");
+    ann.screensCalls();
+    for (const bool accept : {true, false}) {
+        WirePeer cid(meeting, "Cid");
+        ASSERT_TRUE(cid.connects(ann.port()) && cid.saysHello() && cid.asksToJoin());
+        ann.forgets();
+        ASSERT_TRUE(ann.isTold("pending Cid"));
+        cid.resets();
+        EXPECT_FALSE(accept ? ann.accepts(cid) : ann.rejects(cid));
+        EXPECT_FALSE(ann->isMeeting());
+        EXPECT_THAT(ann.events, ElementsAre("pending Cid"));
+        TCPSelect loop;
+        const int before = loop.numDescriptors();
+        EXPECT_TRUE(meeting.until([&] { return loop.numDescriptors() < before; }, "the loss"));
+    }
+}
 
 TEST_F(Joins, AJoinWhileTheApplicationIsAskedCountsTheVersionOfTheHeader) {
     static unsigned short major, minor;

@@ -122,7 +122,13 @@ TEST_F(Participant, LivesOnOneFamilyWhenThePortIsTakenInTheOther) {
     if (squatter.port() == 0) {
         GTEST_SKIP() << "this machine has no IPv6";
     }
-    EXPECT_EQ(line(squatter.port()), announced(false, squatter.port(), true));
+    for (const bool exactPort : {true, false}) {
+        EXPECT_EQ(line(squatter.port()), announced(false, squatter.port(), exactPort));
+        TCPSelect loop;
+        const int before = loop.numDescriptors();
+        const ConferenceParticipant party(false, squatter.port(), exactPort);
+        EXPECT_EQ(before + 1, loop.numDescriptors()) << "it does not look for another port";
+    }
 }
 
 TEST_F(Participant, CanBeForThisMachineOnly) {

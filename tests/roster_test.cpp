@@ -121,6 +121,33 @@ TEST_F(RosterExchange, AloneThereIsNobodyToTellAndNobodyToAsk) {
     EXPECT_TRUE(ann->requestRoster());
 }
 
+TEST_F(RosterExchange, AMemberThatAsksTellsWhoItIsFirst) {
+    Party bob(meeting, "Bob");
+    WirePeer host(meeting, "Host");
+    host.entry.state = hosting;
+    ASSERT_TRUE(host.joins(bob.port()) && host.fences());
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(bob->sendRoster() && bob->requestRoster() && host.fences(&frames));
+    std::vector<int> kinds;
+    for (const WireFrame &frame : frames) {
+        kinds.push_back(frame.id);
+        EXPECT_EQ(2, frame.format);
+    }
+    EXPECT_THAT(kinds, ElementsAre(id::rosterEntry, id::rosterEntry, id::rosterRequest));
+    host.resets();
+    EXPECT_FALSE(bob->sendRoster() || bob->requestRoster());
+}
+
+TEST_F(RosterExchange, AServerThatHostsHasNobodyToTellOfItsRoster) {
+    Party relay(meeting, "Relay");
+    relay->setServerMode(true);
+    WirePeer bob(meeting, "Bob");
+    ASSERT_TRUE(relay.hosts("Plan") && bob.joins(relay.port()) && bob.fences());
+    relay.forgets();
+    EXPECT_TRUE(relay->requestRoster());
+    EXPECT_THAT(relay.events, IsEmpty());
+}
+
 // ---- What a host sends
 
 TEST_F(RosterExchange, AMemberThatAsksGetsTheHostFirstAndItselfAmongTheOthers) {
@@ -176,6 +203,22 @@ TEST_F(RosterExchange, WhatReachesAHostGoesOutToAll) {
     const auto roster = entries(frames, id::rosterReply);
     ASSERT_THAT(namesIn(roster), ElementsAre("Ann", "Bob", "Cid"));
     EXPECT_EQ("Dr", roster[1].title);
+}
+
+TEST_F(RosterExchange, WhoCannotBeReachedDoesNotKeepTheRosterFromTheOthers) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
+    ASSERT_TRUE(bob.fences() && cid.fences());
+    bob.resets();
+    LogFile log;
+    EXPECT_FALSE(ann->sendRoster());
+    EXPECT_TRUE(log.has("_sendRoster message write Failed"));
+    EXPECT_THAT(log.text(), testing::HasSubstr("Send Failed\nIP:  10.77."));
+    std::vector<WireFrame> frames;
+    ASSERT_TRUE(cid.fences(&frames));
+    EXPECT_THAT(namesIn(entries(frames, id::rosterReply)), ElementsAre("Ann", "Bob", "Cid"));
+    EXPECT_TRUE(ann.isTold("leave Bob")) << "the loop finds out";
 }
 
 // ---- Whose word counts

@@ -234,6 +234,10 @@ void WirePeer::halfCloses() {
     platform::shutdownSending(m_descriptor);
 }
 
+void WirePeer::hangsUp() {
+    sends(id::hangup);
+}
+
 int WirePeer::handsOver() {
     const int descriptor = m_descriptor;
     m_descriptor = -1;

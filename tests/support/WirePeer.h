@@ -63,6 +63,7 @@ public:
     void closes();     // politely at the level of the stream, without a word at ours
     void resets();     // as a crashed machine would
     void halfCloses(); // goes on reading
+    void hangsUp();    // as a party should
     // Gives the connection away as it stands: the caller reads and closes it from now on.
     int handsOver();
 
