@@ -163,7 +163,7 @@ TEST_F(Joins, AJoinedLeaderIsMadeKnown) {
     Party bob(meeting, "Bob");
     WirePeer called(meeting, "Called");
     called.entry.state = hosting | state::leader;
-    ASSERT_TRUE(bob.meets(called) && called.fences());
+    ASSERT_TRUE(called.listens() && bob.meets(called) && called.fences());
     EXPECT_THAT(bob.events, ElementsAre("ringing Called", "accepted Called", "join Called",
                                         "leader Called", "synch 16"));
 
