@@ -51,7 +51,7 @@ Bytes cut(Bytes bytes, std::size_t length) {
 // Fewer bytes than the smallest frame are no message yet: whoever took them for a broken one would
 // answer each turn of the loop with a keep-alive, until nobody is served any more.
 TEST_F(Hostile, AFewBytesAndSilenceCostNobodyAnything) {
-    for (const std::size_t count : {1, 4, 35}) {
+    for (const std::size_t count : {std::size_t(1), std::size_t(4), std::size_t(35)}) {
         WirePeer stray(meeting, "Stray");
         WireFrame hello;
         hello.id = id::rosterEntry;
@@ -77,7 +77,7 @@ TEST_F(Hostile, AFewBytesAndSilenceCostNobodyAnything) {
 TEST_F(Hostile, AFewBytesAndTheEndAreAnEnd) {
     TCPSelect loop;
     const int before = loop.numDescriptors();
-    for (const std::size_t count : {1, 4, 35}) {
+    for (const std::size_t count : {std::size_t(1), std::size_t(4), std::size_t(35)}) {
         for (const auto end : {&WirePeer::closes, &WirePeer::resets, &WirePeer::halfCloses}) {
             WirePeer stray(meeting, "Stray");
             ASSERT_TRUE(stray.connects(ann.port()) && stray.receives(id::rosterEntry));
