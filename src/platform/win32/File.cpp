@@ -1,9 +1,12 @@
 #include "platform/File.h"
 
+#include <SystemSockets.h>
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstring>
 #include <direct.h>
+#include <fcntl.h>
 #include <io.h>
 #include <locale.h>
 #include <string_view>
@@ -33,9 +36,46 @@ std::string deviceStem(const std::string &name) {
     return stem;
 }
 
+// Waits, for a second at most, until nobody else appends to the file: what a stream holds may take
+// several writes. The lock, on a byte that no file has, goes with the handle.
+void awaitTurn(HANDLE file) {
+    for (int tries = 0; tries < 1000; ++tries) {
+        OVERLAPPED place = {};
+        place.OffsetHigh = 0x7FFFFFFF;
+        if (LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place))
+            return;
+        Sleep(1);
+    }
+}
+
+// The runtime's own way to append looks for the end first and then writes there, over what others
+// have written meanwhile. Here the system finds the end with each write. Null on failure, and then
+// `errno` is not set.
+std::FILE *openAppending(const std::string &path, const char *mode) {
+    const HANDLE handle = CreateFileA(path.c_str(), FILE_APPEND_DATA | GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle == INVALID_HANDLE_VALUE)
+        return nullptr;
+    awaitTurn(handle);
+    const int text = std::strchr(mode, 'b') == nullptr ? _O_TEXT : _O_BINARY;
+    const int descriptor = _open_osfhandle(reinterpret_cast<std::intptr_t>(handle), text);
+    if (descriptor == -1) {
+        CloseHandle(handle);
+        return nullptr;
+    }
+    std::FILE *stream = _fdopen(descriptor, mode);
+    if (stream == nullptr)
+        _close(descriptor);
+    return stream;
+}
+
 } // namespace
 
 std::FILE *openFile(const std::string &path, const char *mode) {
+    const bool appending = mode[0] == 'a' && std::strchr(mode, '+') == nullptr;
+    if (std::FILE *stream = appending ? openAppending(path, mode) : nullptr; stream != nullptr)
+        return stream;
     // "N" opens without inheritance.
     return std::fopen(path.c_str(), (std::string(mode) + "N").c_str());
 }
