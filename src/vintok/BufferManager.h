@@ -45,8 +45,7 @@ public:
     // range.
     std::uint64_t seek(std::uint64_t offset);
 
-    // ---- Values: the bytes moved, or 0 with target and cursor untouched
-    // ---------------------------
+    // ---- Values: the bytes moved, or 0 with target and cursor untouched ----
 
     std::uint64_t read(signed char &value);
     std::uint64_t read(unsigned char &value);
@@ -103,14 +102,12 @@ public:
     template <typename T>
     std::enable_if_t<isOtherInt64<T>, BufferManager &> operator<<(T value);
 
-    // ---- Blocks: `count`, or 0 for a block that does not fit and for a block of no bytes
-    // ----------
+    // ---- Blocks: `count`, or 0 for a block that does not fit and for a block of no bytes ----
 
     std::uint64_t read(unsigned char *destination, std::uint64_t count);
     std::uint64_t write(const unsigned char *source, std::uint64_t count);
 
-    // ---- Strings: a 32-bit length that counts the zero byte too, the text, the zero byte
-    // ----------
+    // ---- Strings: a 32-bit length that counts the zero byte too, the text, the zero byte ----
 
     // Return the bytes taken, length included, or 0 with the cursor where it was.
     //

@@ -54,16 +54,14 @@ public:
     std::uint64_t getBadReadKeepAliveTime() const;
     void setBadReadKeepAliveTime(std::uint64_t time);
 
-    // ---- The meeting: false, changing nothing, without memory
-    // ------------------------------------
+    // ---- The meeting: false, changing nothing, without memory ----
 
     const std::string &meetingName() const;
     bool setMeetingName(const std::string &name);
     const std::string &meetingID() const;
     bool setMeetingID(const std::string &identifier);
 
-    // ---- State: one bit for each, in the order of the bits
-    // ---------------------------------------
+    // ---- State: one bit for each, in the order of the bits ----
 
     // The party is in a meeting.
     bool isMeeting() const;
@@ -121,8 +119,7 @@ public:
     // proxy.
     std::string toString() const;
 
-    // ---- Wire form: `RosterBase`, state 4, meeting name, meeting identifier
-    // ----------------------
+    // ---- Wire form: `RosterBase`, state 4, meeting name, meeting identifier ----
 
     // As on `UserInfo`. What is known at this end only survives a `read`, a failed one too.
     std::uint64_t size() const;

@@ -46,8 +46,7 @@ public:
     // and of nothing else: the port stays visible.
     std::string toString(bool hideIP) const;
 
-    // ---- Wire form: address, user, major version 2, minor version 2, colour 2
-    // --------------------
+    // ---- Wire form: address, user, major version 2, minor version 2, colour 2 ----
 
     // As on `UserInfo`. After a failed `read` the parts before the bad one are filled.
     std::uint64_t size() const;

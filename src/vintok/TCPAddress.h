@@ -154,8 +154,7 @@ public:
     // with nothing appended, for what is not a network.
     bool maskString(std::string &text) const;
 
-    // ---- Text and names; those that take or use a name may block
-    // ---------------------------------
+    // ---- Text and names; those that take or use a name may block ----
 
     // The address as text: "0.0.0.0" where there is none, a network with "/length" behind it. IPv6
     // groups lose their leading zeros but are not folded to "::", and a last group of zero prints
@@ -216,8 +215,7 @@ public:
                               std::vector<TCPAddress> &all, bool literal, IPType type,
                               bool wantAll);
 
-    // ---- Wire form: address 16, type 4, port 2, mask length 2; the name is not sent
-    // --------------
+    // ---- Wire form: address 16, type 4, port 2, mask length 2; the name is not sent ----
 
     // The number of bytes that `write` needs, the same for every kind of address.
     std::uint64_t size() const;
