@@ -267,7 +267,7 @@ constexpr SystemError systemErrors[] = {
     {10092,
      "Winsock.dll version out of range.\n"
      "\tThe current Windows Sockets implementation does not support the Windows Sockets\n"
-     "\tspecification version requested by the application. Check that no old Windows Sockets\n"
+     "\tversion requested by the application. Check that no old Windows Sockets\n"
      "\tDLL files are being accessed.\n"},
     {10093,
      "Successful WSAStartup not yet performed.\n"
