@@ -13,6 +13,7 @@
 #include "vintok/ConferenceParticipant.h"
 
 #include "vintok/ConferenceMessage.h"
+#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
@@ -321,11 +322,11 @@ ConferenceParticipant::_connectSecurely(ConferenceRosterEntry *peer) {
     step.wanted = !step.multiplexed && _wantsSecure(peer);
     if (!step.wanted)
         return step;
-    bool secure = false, closed = false, boundIPv4 = false, boundIPv6 = false, boundUnix = false;
-    if (!descriptorState(peer->descriptor(), secure, closed, boundIPv4, boundIPv6, boundUnix)) {
+    const DescriptorState state(peer->descriptor());
+    if (!state.known) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::descriptorState failed");
         step.failed = true;
-    } else if (!secure) {
+    } else if (!state.secure) {
         step.failed = !secureConnect(peer->descriptor(), std::string());
         if (step.failed)
             VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::secureConnect failed");

@@ -156,10 +156,10 @@ bool ConferenceParticipant::_writeRequest(int descriptor, const HTTPRequest &req
         return false;
     }
     const std::string text = _httpRequest(request);
-    bool secure = false, closed = false, boundIPv4 = false, boundIPv6 = false, boundUnix = false;
-    if (!descriptorState(descriptor, secure, closed, boundIPv4, boundIPv6, boundUnix))
+    const DescriptorState state(descriptor);
+    if (!state.known)
         return false;
-    if (request.mux && !secure) {
+    if (request.mux && !state.secure) {
         if (!secureConnect(descriptor, request.remoteName)) {
             VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest: secureConnect FAILED");
             return false;
