@@ -66,6 +66,11 @@ public:
     // The neighbour that passed the file on, whether the file is whole, and its path here.
     using FileTransferCallback = void (*)(ConferenceParticipant *, const TCPAddress &, bool,
                                           const std::string &path);
+    // Whose file it is, the bytes so far, the size of the file or 0 where it is not known, and the
+    // path of the file here.
+    using FileProgressCallback = void (*)(ConferenceParticipant *, const TCPAddress &origin,
+                                          std::uint64_t done, std::uint64_t total,
+                                          const std::string &path);
     // What a further `placeCall` would take.
     using ProxyCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
                                    unsigned short port, const std::string &proxyName,
@@ -96,6 +101,14 @@ public:
     void setBroadcastDataCB(DataCallback callback) { _broadcastDataCB = callback; }
     // A file has arrived, or has failed to.
     void setFileTransferCB(FileTransferCallback callback) { _fileTransferCB = callback; }
+    // A file goes on: once when it begins, with 0 bytes done, and then for every message that
+    // carries a part of it. The origin is the party that sends it, this one inside `transferFile`.
+    // A receiver learns the size with the end, so there the total is 0; the end itself is told by
+    // the file-transfer callback alone. A begin that stores nothing, because there is no folder for
+    // files or the file cannot be opened, is told with an empty path, and nothing more of that
+    // file. The callback may call any operation, but `transferFile` is false inside it at the
+    // sender; a hang-up in it ends the transfer.
+    void setFileProgressCB(FileProgressCallback callback) { _fileProgressCB = callback; }
     // The answer to the own request for the lead: one byte, 1 granted, 0 refused.
     void setLeadReplyCB(DataCallback callback) { _leadReplyCB = callback; }
     // The clock was compared with another party's: 16 bytes, two 64-bit values in host byte order,
@@ -278,8 +291,15 @@ public:
     // last of it has been sent. The file is held in memory meanwhile. `relativePath` is where it
     // goes below each receiver's folder for files, and must be the end of `path` and occur nowhere
     // else in it. True if everybody was sent everything; whether they could store it is not
-    // reported.
+    // reported. Nothing is received meanwhile: the loop does not run. False, sending nothing, from
+    // a callback that fires inside it.
     bool transferFile(const std::string &path, const std::string &relativePath);
+
+    // Where files that arrive are stored from now on, in the whole process: sets the environment
+    // variable QOR_COLLAB_ROOT_LOCAL, which says so otherwise. Empty: nowhere, files are passed on
+    // and not kept. The folder is made when a file needs it. False if the environment refuses. Not
+    // to be called while another thread reads the environment.
+    static bool setFileRoot(const std::string &folder);
 
     // The bytes of a file that one message carries.
     static constexpr std::uint64_t _fileTransferChunkSize = 1024;
@@ -339,6 +359,7 @@ private:
         int sweeps = 0;     // how deep `_bringOutYerDead` is nested
         std::unique_ptr<AcceptGuard> door;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
+        bool sendsFile = false;                               // inside `transferFile`
     };
     // Stands in every operation that can fire a callback or drop a party.
     class Operation {
@@ -470,9 +491,12 @@ private:
 
     bool _sendFile(const std::string &path, const std::string &relativePath,
                    const std::vector<unsigned char> &bytes);
+    void _tellFileProgress(const TCPAddress &origin, std::uint64_t done, std::uint64_t total,
+                           const char *path);
     void _handleFileTransferBegin(ConferenceRosterEntry *peer, unsigned char *body,
                                   std::uint64_t length);
     void _fixPath();
+    void _openFile(const std::string &relativePath);
     void _handleFileTransferData(ConferenceRosterEntry *peer, unsigned char *body,
                                  std::uint64_t length);
     void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
@@ -572,6 +596,7 @@ private:
     int _listenIPv6 = -1;
     unsigned int _nextColorIndex = 0;
     Workings _workings;
+    FileProgressCallback _fileProgressCB = nullptr;
 
     static unsigned short s_defaultPort;
     static bool s_bindAnonymous;

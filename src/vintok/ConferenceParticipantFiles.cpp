@@ -9,6 +9,7 @@
 // stays below the root: whatever could lead elsewhere counts as a file that cannot be opened.
 #include "vintok/ConferenceParticipant.h"
 
+#include "platform/Environment.h"
 #include "platform/File.h"
 #include "vintok/BufferManager.h"
 #include "vintok/ConferenceMessage.h"
@@ -26,6 +27,7 @@ namespace vintok {
 
 namespace {
 
+constexpr const char *ROOT_VARIABLE = "QOR_COLLAB_ROOT_LOCAL";
 constexpr std::size_t PATH_CAPACITY = 1024; // of `_fileTransferPath`, its zero byte included
 
 struct CloseFile {
@@ -95,14 +97,34 @@ std::vector<std::size_t> fixSeparators(char *path) {
 
 bool ConferenceParticipant::transferFile(const std::string &path, const std::string &relativePath) {
     const Operation operation(*this);
+    // Receivers could not tell the parts of two files of one origin apart.
+    if (_workings.sendsFile)
+        return false;
     if (_attendees.empty() || path.empty() || relativePath.empty() || !isTail(path, relativePath))
         return false;
+    _workings.sendsFile = true;
+    bool sent = false;
     try {
         std::vector<unsigned char> bytes;
-        return readFile(path, bytes) && _sendFile(path, relativePath, bytes);
+        sent = readFile(path, bytes) && _sendFile(path, relativePath, bytes);
     } catch (const std::bad_alloc &) {
-        return false;
+        sent = false; // not even begun: the rest needs no memory to speak of
     }
+    _workings.sendsFile = false;
+    return sent;
+}
+
+bool ConferenceParticipant::setFileRoot(const std::string &folder) {
+    return folder.empty() ? platform::unsetEnvironment(ROOT_VARIABLE)
+                          : platform::setEnvironment(ROOT_VARIABLE, folder);
+}
+
+void ConferenceParticipant::_tellFileProgress(const TCPAddress &origin, std::uint64_t done,
+                                              std::uint64_t total, const char *path) {
+    if (_fileProgressCB == nullptr)
+        return;
+    const TCPAddress whose = origin; // the callback may end the transfer that it belongs to
+    _fileProgressCB(this, whose, done, total, path);
 }
 
 bool ConferenceParticipant::_sendFile(const std::string &path, const std::string &relativePath,
@@ -124,9 +146,10 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
         body.write(relativePath);
     }
     send(opened);
+    _tellFileProgress(_self, 0, bytes.size(), path.c_str());
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
-    for (std::size_t done = 0; done < bytes.size();) {
+    for (std::size_t done = 0; done < bytes.size() && !_attendees.empty();) {
         const std::size_t chunk =
             std::min(bytes.size() - done, static_cast<std::size_t>(_fileTransferChunkSize));
         const bool hasRoom = openMessage(message, TCP_fileTransferData, chunk);
@@ -134,7 +157,10 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
             std::copy_n(bytes.data() + done, chunk, message.messageBuffer());
         send(hasRoom);
         done += chunk;
+        _tellFileProgress(_self, done, bytes.size(), path.c_str());
     }
+    if (_attendees.empty())
+        return false; // all have gone, or the application has hung up
 
     const bool ends = openMessage(message, TCP_fileTransferEnd, sizeof(std::uint32_t));
     if (ends)
@@ -158,7 +184,14 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
     readText(cursor, relativePath);
     relativePath = relativePath.c_str(); // a zero byte ends a path
     VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + path + "\n\t\t" + relativePath);
-    const char *root = std::getenv("QOR_COLLAB_ROOT_LOCAL");
+    _openFile(relativePath);
+    _tellFileProgress(_fileTransferOrigin, 0, 0,
+                      _fileTransferStream != nullptr ? _fileTransferPath : "");
+}
+
+// Leaves the stream null for a file that is not to be stored or cannot be.
+void ConferenceParticipant::_openFile(const std::string &relativePath) {
+    const char *root = std::getenv(ROOT_VARIABLE);
     if (root == nullptr || *root == '\0' ||
         std::strlen(root) + relativePath.size() + 1 >= PATH_CAPACITY) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
@@ -199,6 +232,8 @@ void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, uns
     VINTOK_LOG(SEVERITY_DEBUG, formatText("File Transfer Received = %llu Wrote = %llu.",
                                           static_cast<unsigned long long>(_fileTransferReceived),
                                           static_cast<unsigned long long>(_fileTransferWritten)));
+    if (_fileTransferStream != nullptr)
+        _tellFileProgress(_fileTransferOrigin, _fileTransferReceived, 0, _fileTransferPath);
 }
 
 void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,

@@ -1,0 +1,139 @@
+// What an application is told while a file is under way, at both ends of it.
+#include "platform/Thread.h"
+#include "support/Environment.h"
+#include "support/Party.h"
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gmock/gmock.h>
+
+namespace vintok::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+
+// One call of the callback.
+struct Step {
+    const ConferenceParticipant *at;
+    TCPAddress origin;
+    std::uint64_t done;
+    std::uint64_t total;
+    std::string path;
+};
+std::vector<Step> steps;
+std::function<void(ConferenceParticipant &, const Step &)> inside;
+
+void onProgress(ConferenceParticipant *at, const TCPAddress &origin, std::uint64_t done,
+                std::uint64_t total, const std::string &path) {
+    steps.push_back({at, origin, done, total, path});
+    if (inside)
+        inside(*at, Step(steps.back()));
+}
+
+class FileProgress : public testing::Test {
+protected:
+    FileProgress() {
+        folder = fs::temp_directory_path() /
+                 ("vintok-progress-" + std::to_string(platform::currentProcessId()));
+        fs::create_directories(folder);
+        path = (folder / "f.bin").string();
+        std::ofstream(path, std::ios::binary) << std::string(2049, 'x');
+        steps.clear();
+        inside = nullptr;
+        EXPECT_TRUE(gather(ann, {&bob, &cid}));
+        for (Party *party : {&ann, &bob, &cid})
+            (*party)->setFileProgressCB(onProgress);
+    }
+    ~FileProgress() override {
+        ConferenceParticipant::setFileRoot("");
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+    }
+
+    // "done/total" of each call at that party, all about a file of Bob's at this path.
+    static std::vector<std::string> told(const Party &party, const std::string &where,
+                                         const Party &sender) {
+        std::vector<std::string> lines;
+        for (const Step &step : steps)
+            if (step.at == &party.participant()) {
+                EXPECT_TRUE(step.origin == sender->address());
+                EXPECT_EQ(fs::path(where), fs::path(step.path));
+                lines.push_back(std::to_string(step.done) + '/' + std::to_string(step.total));
+            }
+        return lines;
+    }
+
+    fs::path folder;
+    std::string path;
+    ScopedEnvironment variable{"QOR_COLLAB_ROOT_LOCAL"}; // put back in the end
+    Meeting meeting;
+    Party ann{meeting, "Ann"}, bob{meeting, "Bob"}, cid{meeting, "Cid"};
+};
+
+TEST_F(FileProgress, BothEndsAreToldOfTheBeginAndOfEachPart) {
+    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
+    ASSERT_TRUE(bob->transferFile(path, "f.bin"));
+    EXPECT_THAT(told(bob, path, bob), ElementsAre("0/2049", "1024/2049", "2048/2049", "2049/2049"));
+    ASSERT_TRUE(ann.isTold("file whole"));
+    const std::string stored = (folder / "in" / "f.bin").string();
+    EXPECT_THAT(told(ann, stored, bob), ElementsAre("0/0", "1024/0", "2048/0", "2049/0"));
+}
+
+TEST_F(FileProgress, AFileThatIsNotStoredIsToldOnceWithoutAPath) {
+    for (const char *root : {"", "f.bin/below"}) { // no folder, and one that cannot be made
+        steps.clear();
+        ASSERT_TRUE(
+            ConferenceParticipant::setFileRoot(*root == '\0' ? "" : (folder / root).string()));
+        ASSERT_TRUE(bob->transferFile(path, "f.bin") && bob.says("done"));
+        ASSERT_TRUE(ann.hears("done") && cid.hears("done"));
+        EXPECT_THAT(told(ann, "", bob), ElementsAre("0/0"));
+        EXPECT_THAT(told(cid, "", bob), ElementsAre("0/0"));
+        for (Party *party : {&ann, &cid})
+            party->forgets();
+    }
+}
+
+TEST_F(FileProgress, ASenderThatHangsUpInItSendsNoMore) {
+    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
+    inside = [&](ConferenceParticipant &at, const Step &step) {
+        if (&at == &bob.participant() && step.done == 2048)
+            at.hangup();
+    };
+    EXPECT_FALSE(bob->transferFile(path, "f.bin"));
+    EXPECT_THAT(told(bob, path, bob), ElementsAre("0/2049", "1024/2049", "2048/2049"));
+    EXPECT_TRUE(ann.isTold("file failed") && cid.isTold("file failed"));
+    EXPECT_THAT(fs::is_empty(folder / "in"), true);
+}
+
+TEST_F(FileProgress, AReceiverMayHangUpInIt) {
+    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
+    for (const std::uint64_t when : {0, 1024}) {
+        inside = [&](ConferenceParticipant &at, const Step &step) {
+            if (&at == &cid.participant() && step.done == when)
+                at.hangup();
+        };
+        cid.forgets();
+        ASSERT_TRUE(bob->transferFile(path, "f.bin"));
+        ASSERT_TRUE(cid.isTold("file failed") && ann.isTold("leave Cid"));
+        ASSERT_TRUE(ann.isTold("file whole"));
+        ann.forgets();
+        ASSERT_TRUE(cid.meets(ann));
+    }
+}
+
+TEST_F(FileProgress, NoSecondFileStartsInsideTheFirst) {
+    bool second = true;
+    inside = [&](ConferenceParticipant &at, const Step &) {
+        if (&at == &bob.participant())
+            second = at.transferFile(path, "f.bin");
+    };
+    EXPECT_TRUE(bob->transferFile(path, "f.bin"));
+    EXPECT_FALSE(second);
+    inside = nullptr;
+    EXPECT_TRUE(bob->transferFile(path, "f.bin")) << "afterwards it may";
+}
+
+} // namespace
+} // namespace vintok::test
