@@ -32,6 +32,8 @@ void Party::take(Inbox::Kind kind, const std::string &text) {
         return leave();
     case Inbox::Kind::tick:
         return tick();
+    case Inbox::Kind::alarm:
+        return;
     }
 }
 

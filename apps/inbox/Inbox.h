@@ -5,6 +5,7 @@
 #ifndef VINTOK_APP_INBOX_H
 #define VINTOK_APP_INBOX_H
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -27,6 +28,7 @@ public:
         endOfInput, // there will be no further line
         interrupt,  // Ctrl-C or a request to end
         tick,       // a second has passed
+        alarm,      // the time of `wakeAt` has come
     };
     using Handler = std::function<void(Kind, const std::string &)>;
 
@@ -47,6 +49,10 @@ public:
     // Takes over the signals that ask a program to end, for the life of the process, and starts the
     // thread that tells of them and of the time. A second signal ends the process at once.
     void watch();
+
+    // Once `watch` has been called: one `alarm` at that time or up to a twentieth of a second after
+    // it. The next call replaces a time that has not come yet.
+    void wakeAt(std::chrono::steady_clock::time_point time);
 
     // One pass of the loop: waits for what comes next, here or on another descriptor, and handles
     // it.

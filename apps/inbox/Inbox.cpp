@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 namespace app {
@@ -51,10 +52,23 @@ void takeOverSignals() {
 
 } // namespace
 
-// The writing end. Closed by the loop's side; whoever writes later is told so.
+// The writing end, and the time of the alarm. Closed by the loop's side; whoever writes later is
+// told so.
 struct Inbox::Channel {
     std::mutex mutex;
     int descriptor = -1;
+    std::mutex alarmMutex; // not the other one, which may be held for as long as a write takes
+    std::optional<std::chrono::steady_clock::time_point> alarm;
+
+    // Whether the alarm is due, once for each.
+    bool takeAlarm() {
+        const std::lock_guard<std::mutex> lock(alarmMutex);
+        const bool due = alarm && *alarm <= std::chrono::steady_clock::now();
+        if (due) {
+            alarm.reset();
+        }
+        return due;
+    }
 
     bool write(Kind kind, const std::string &text) {
         const auto length = static_cast<std::uint32_t>(text.size());
@@ -152,11 +166,19 @@ void Inbox::watch() {
             if (s_signalled.exchange(false) && !channel->write(Kind::interrupt, "")) {
                 return;
             }
+            if (channel->takeAlarm() && !channel->write(Kind::alarm, "")) {
+                return;
+            }
             if (watches % WATCHES_PER_TICK == 0 && !channel->write(Kind::tick, "")) {
                 return;
             }
         }
     }).detach();
+}
+
+void Inbox::wakeAt(std::chrono::steady_clock::time_point time) {
+    const std::lock_guard<std::mutex> lock(m_channel->alarmMutex);
+    m_channel->alarm = time;
 }
 
 void Inbox::pass() {
