@@ -51,6 +51,7 @@ RecordReader::Result RecordReader::next(vintok::TCPMessage &message) {
         }
     }
     std::memcpy(message.rawBuffer(), head.data(), head.size());
+    message.clear(); // the older form has no port, and would leave the one before
     if (!message.readHeader()) {
         return damaged("no header of a message");
     }

@@ -46,6 +46,17 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
+struct AddField {
+    JsonLine &line;
+    const std::string &key;
+
+    void operator()(Fields::Nothing) const { line.nothing(key); }
+    void operator()(bool value) const { line.flag(key, value); }
+    void operator()(std::int64_t value) const { line.number(key, value); }
+    void operator()(Fields::Time value) const { line.number(key, value.seconds); }
+    void operator()(const std::string &value) const { line.text(key, value); }
+};
+
 } // namespace
 
 JsonLine::JsonLine(std::string_view event) {
@@ -79,6 +90,18 @@ JsonLine &JsonLine::list(std::string_view key, const std::vector<JsonLine> &valu
         fields += (&value == &values.front() ? "" : ",") + value.str();
     }
     fields += ']';
+    return *this;
+}
+
+JsonLine &JsonLine::object(std::string_view key, const JsonLine &value) {
+    this->key(key) += value.str();
+    return *this;
+}
+
+JsonLine &JsonLine::fields(const Fields &fields) {
+    for (const Fields::Field &field : fields.all()) {
+        std::visit(AddField{*this, field.key}, field.value);
+    }
     return *this;
 }
 

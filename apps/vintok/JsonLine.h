@@ -8,6 +8,8 @@
 #ifndef VINTOK_APP_JSONLINE_H
 #define VINTOK_APP_JSONLINE_H
 
+#include "Fields.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -28,6 +30,8 @@ public:
     JsonLine &flag(std::string_view key, bool value);
     JsonLine &nothing(std::string_view key);
     JsonLine &list(std::string_view key, const std::vector<JsonLine> &values);
+    JsonLine &object(std::string_view key, const JsonLine &value);
+    JsonLine &fields(const Fields &fields);
 
     // The object, without an end of line.
     std::string str() const { return '{' + m_fields + '}'; }

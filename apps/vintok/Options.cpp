@@ -138,6 +138,16 @@ CLI::App *addRelayClient(CLI::App &program, Options &options, const std::string 
     return app;
 }
 
+CLI::App *addDecode(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand("decode", "Print the messages of a record file");
+    app->add_option("file", options.file, "The file; - is the standard input")
+        ->type_name("FILE")
+        ->required();
+    app->add_flag("--full", options.full, "Show long bodies to their end");
+    app->add_flag("--json", options.json, "Print one JSON object for each message");
+    return app;
+}
+
 const char footer[] =
     "In a meeting, a line typed is said to everybody; /help lists the commands. The end of the\n"
     "input leaves the meeting, and so does Ctrl-C.\n\n"
@@ -163,6 +173,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
          Role::relaySend},
         {addRelayClient(program, options, "relay-listen", "Print what comes through a relay"),
          Role::relayListen},
+        {addDecode(program, options), Role::decode},
     };
     try {
         program.parse(count, arguments);
@@ -185,7 +196,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
             return ParseResult::run;
         }
     }
-    text = "a command is needed: host, join, relay, relay-send or relay-listen";
+    text = "a command is needed: host, join, relay, relay-send, relay-listen or decode";
     return ParseResult::wrong;
 }
 

@@ -11,7 +11,7 @@
 
 namespace app {
 
-enum class Role { host, join, relay, relaySend, relayListen };
+enum class Role { host, join, relay, relaySend, relayListen, decode };
 enum class Answer { yes, ask, no };
 enum class When { automatic, always, never };
 
@@ -38,6 +38,10 @@ struct Options {
     bool stay = false;
     unsigned int keepAlive = 30; // seconds, 0: none
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
+
+    // A record file, and whether all of a long body is shown: decode.
+    std::string file;
+    bool full = false;
 
     bool json = false;
     When colour = When::automatic;

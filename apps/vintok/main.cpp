@@ -1,3 +1,4 @@
+#include "Decode.h"
 #include "Options.h"
 #include "Party.h"
 #include "Relay.h"
@@ -46,6 +47,7 @@ int runRole(const app::Options &options, app::Report &report) {
         return app::Party(options, report).run();
     case app::Role::relay:
         return app::runRelay(options, report);
+    case app::Role::decode:
     case app::Role::relaySend:
     case app::Role::relayListen:
         break;
@@ -56,6 +58,9 @@ int runRole(const app::Options &options, app::Report &report) {
 int runLibrary(const app::Options &options) {
     const std::unique_ptr<app::Report> report =
         options.json ? app::makeJsonReport() : app::makeTextReport(wantsColours(options.colour));
+    if (options.role == app::Role::decode) { // needs no network
+        return app::runDecode(options, *report);
+    }
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     if (!vintok::setLogLevel(options.logLevel.value_or(vintok::logLevel()))) {

@@ -1,0 +1,353 @@
+// Each kind of body has a function that takes what it understands off the front of the bytes and
+// tells it in fields. What it leaves is shown as bytes. A body that is not what its identifier
+// promises keeps the fields that made sense.
+#include "MessageText.h"
+
+#include "Saying.h"
+#include "Text.h"
+
+#include <vintok/BufferManager.h>
+#include <vintok/ConferenceRosterEntry.h>
+
+#include <cstdio>
+
+namespace app {
+
+namespace {
+
+// The bytes that are left of a body.
+class Body {
+public:
+    explicit Body(std::string_view bytes) : m_bytes(bytes) {}
+
+    std::string_view rest() const { return m_bytes; }
+    const unsigned char *data() const {
+        return reinterpret_cast<const unsigned char *>(m_bytes.data());
+    }
+    void take(std::size_t count) { m_bytes.remove_prefix(count); }
+
+    template <class Number>
+    bool number(Number &value) {
+        // A cursor that reads leaves the bytes alone.
+        vintok::BufferManager cursor(const_cast<unsigned char *>(data()), m_bytes.size());
+        const std::uint64_t count = cursor.read(value);
+        take(static_cast<std::size_t>(count));
+        return count != 0;
+    }
+
+    // A length that counts the zero byte behind the text, the text, the zero byte.
+    bool text(std::string &value) {
+        const Body before = *this;
+        std::uint32_t length = 0;
+        if (!number(length) || length == 0 || length > m_bytes.size()) {
+            *this = before;
+            return false;
+        }
+        value = m_bytes.substr(0, length - 1);
+        take(length);
+        return true;
+    }
+
+private:
+    std::string_view m_bytes;
+};
+
+// False when the body is malformed.
+using Reader = bool (*)(Body &, Fields &);
+
+struct StateWord {
+    bool (vintok::ConferenceRosterEntry::*is)() const;
+    const char *word;
+};
+
+// In the order of the bits.
+const StateWord stateWords[] = {
+    {&vintok::ConferenceRosterEntry::isMeeting, "meeting"},
+    {&vintok::ConferenceRosterEntry::isHost, "host"},
+    {&vintok::ConferenceRosterEntry::isLeader, "leader"},
+    {&vintok::ConferenceRosterEntry::isServer, "server"},
+    {&vintok::ConferenceRosterEntry::isJoinPending, "join-pending"},
+    {&vintok::ConferenceRosterEntry::isShadow, "shadow"},
+    {&vintok::ConferenceRosterEntry::isLeadPending, "lead-pending"},
+    {&vintok::ConferenceRosterEntry::isSecure, "secure"},
+    {&vintok::ConferenceRosterEntry::isSecureAble, "secure-able"},
+    {&vintok::ConferenceRosterEntry::isSecureRequired, "secure-required"},
+    {&vintok::ConferenceRosterEntry::isProxy, "proxy"},
+    {&vintok::ConferenceRosterEntry::isProxyPending, "proxy-pending"},
+    {&vintok::ConferenceRosterEntry::isProxyConnection, "proxy-connection"},
+    {&vintok::ConferenceRosterEntry::isMUXPending, "mux-pending"},
+    {&vintok::ConferenceRosterEntry::isMUXEncrypt, "mux-encrypt"},
+    {&vintok::ConferenceRosterEntry::isSecurePreferred, "secure-preferred"},
+    {&vintok::ConferenceRosterEntry::isMUXRedirected, "mux-redirected"},
+    {&vintok::ConferenceRosterEntry::isFIPSSecureRequired, "fips-required"},
+    {&vintok::ConferenceRosterEntry::isHidingIPsRequired, "hiding-ips"},
+    {&vintok::ConferenceRosterEntry::isSSLOnly, "ssl-only"},
+};
+
+std::string versionText(unsigned int major, unsigned int minor) {
+    return std::to_string(major) + '.' + std::to_string(minor);
+}
+
+void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
+    std::string address;
+    entry.ipString(address);
+    std::string name = entry.firstName();
+    name += (name.empty() || entry.lastName().empty() ? "" : " ") + entry.lastName();
+    std::string state;
+    for (const StateWord &one : stateWords) {
+        if ((entry.*one.is)()) {
+            state += (state.empty() ? "" : " ") + std::string(one.word);
+        }
+    }
+    fields.text("name", name)
+        .text("title", entry.title())
+        .text("email", entry.email())
+        .text("phone", entry.phone())
+        .text("address", address)
+        .number("port", entry.hostByteOrderPort())
+        .text("version", versionText(entry.majorVersion(), entry.minorVersion()));
+    if (entry.colorIndex() == vintok::RosterBase::s_noColor) {
+        fields.nothing("colour");
+    } else {
+        fields.number("colour", entry.colorIndex());
+    }
+    fields.text("state", state)
+        .text("meeting", entry.meetingName())
+        .text("meeting-id", entry.meetingID());
+}
+
+bool readEntry(Body &body, Fields &fields) {
+    vintok::ConferenceRosterEntry entry;
+    const std::uint64_t count = entry.read(body.data(), body.rest().size());
+    if (count == 0) {
+        return false;
+    }
+    tellEntry(entry, fields);
+    body.take(static_cast<std::size_t>(count));
+    return true;
+}
+
+bool readAnswer(Body &body, Fields &fields) {
+    unsigned char answer = 0;
+    if (!body.number(answer)) {
+        return false;
+    }
+    fields.flag("granted", answer != 0);
+    return true;
+}
+
+// One byte that nobody reads.
+bool readNothing(Body &body, Fields &) {
+    if (body.rest() == std::string_view("\0", 1)) {
+        body.take(1);
+    }
+    return true;
+}
+
+// Whether every character can be shown as it is, line ends and tabs included.
+bool isPlainText(std::string_view text) {
+    for (std::size_t position = 0; position < text.size();) {
+        const char32_t character = nextCharacter(text, position);
+        if (character == MALFORMED || (isHostileToTerminals(character) && character != '\n' &&
+                                       character != '\r' && character != '\t')) {
+            return false;
+        }
+    }
+    return !text.empty();
+}
+
+// A text, with or without a zero byte at the end, or bytes.
+bool readBytes(Body &body, Fields &fields) {
+    std::string_view text = body.rest();
+    if (!text.empty() && text.back() == '\0') {
+        text.remove_suffix(1);
+    }
+    if (isPlainText(text)) {
+        fields.text("text", std::string(text));
+        body.take(body.rest().size());
+    }
+    return true;
+}
+
+bool readBroadcast(Body &body, Fields &fields) {
+    Saying saying;
+    if (!decodeSaying(body.rest(), saying)) {
+        return readBytes(body, fields);
+    }
+    fields.text("name", saying.name)
+        .text("address", saying.address)
+        .number("port", saying.port)
+        .text("text", saying.text);
+    body.take(body.rest().size());
+    return true;
+}
+
+bool readFileBegin(Body &body, Fields &fields) {
+    std::string path;
+    std::string relative;
+    if (!body.text(path)) {
+        return false;
+    }
+    fields.text("path", path);
+    if (!body.text(relative)) {
+        return false;
+    }
+    fields.text("relative", relative);
+    return true;
+}
+
+bool readFileEnd(Body &body, Fields &fields) {
+    std::uint32_t size = 0;
+    if (!body.number(size)) {
+        return false;
+    }
+    fields.number("size", size);
+    return true;
+}
+
+bool readFileAck(Body &body, Fields &fields) {
+    unsigned char address[4] = {};
+    std::uint32_t success = 0;
+    for (unsigned char &part : address) {
+        if (!body.number(part)) {
+            return false;
+        }
+    }
+    if (!body.number(success)) {
+        return false;
+    }
+    const std::string name(body.rest().substr(0, body.rest().find('\0')));
+    fields
+        .text("address",
+              versionText(address[0], address[1]) + '.' + versionText(address[2], address[3]))
+        .flag("success", success != 0)
+        .text("name", name);
+    body.take(body.rest().size());
+    return true;
+}
+
+template <class Time>
+bool readTime(Body &body, Fields &fields, const char *key) {
+    Time time = 0;
+    if (!body.number(time)) {
+        return false;
+    }
+    fields.time(key, static_cast<std::int64_t>(time));
+    return true;
+}
+
+template <class Time>
+bool readEchoRequest(Body &body, Fields &fields) {
+    return readTime<Time>(body, fields, "sent");
+}
+
+template <class Time>
+bool readEchoReply(Body &body, Fields &fields) {
+    return readTime<Time>(body, fields, "sent") && readTime<Time>(body, fields, "received");
+}
+
+bool readControlText(Body &body, Fields &fields) {
+    if (body.rest().empty() || body.rest().back() != '\0') {
+        return false;
+    }
+    std::string_view text = body.rest().substr(0, body.rest().find('\0'));
+    body.take(text.size() + 1);
+    while (!text.empty() && text.back() == '\n') {
+        text.remove_suffix(1);
+    }
+    fields.text("text", std::string(text));
+    return true;
+}
+
+struct Kind {
+    const vintok::TCPGUID &identifier;
+    const char *name;
+    Reader read;
+};
+
+const Kind kinds[] = {
+    {vintok::TCP_conferenceControlRequest, "TCP_conferenceControlRequest", readControlText},
+    {vintok::TCP_conferenceControlReply, "TCP_conferenceControlReply", readControlText},
+    {vintok::TCP_broadcastMessage, "TCP_broadcastMessage", readBroadcast},
+    {vintok::TCP_joinRequest, "TCP_joinRequest", readEntry},
+    {vintok::TCP_joinReply, "TCP_joinReply", readAnswer},
+    {vintok::TCP_joinNotify, "TCP_joinNotify", readBytes},
+    {vintok::TCP_leaveNotify, "TCP_leaveNotify", readEntry},
+    {vintok::TCP_rosterRequest, "TCP_rosterRequest", readNothing},
+    {vintok::TCP_rosterReply, "TCP_rosterReply", readEntry},
+    {vintok::TCP_rosterEntry, "TCP_rosterEntry", readEntry},
+    {vintok::TCP_colorIndex, "TCP_colorIndex", readBytes},
+    {vintok::TCP_peerColorIndex, "TCP_peerColorIndex", readBytes},
+    {vintok::TCP_leadRequest, "TCP_leadRequest", readEntry},
+    {vintok::TCP_leadChangeNotify, "TCP_leadChangeNotify", readEntry},
+    {vintok::TCP_leadReply, "TCP_leadReply", readAnswer},
+    {vintok::TCP_hangup, "TCP_hangup", readNothing},
+    {vintok::TCP_stopLeadRequest, "TCP_stopLeadRequest", readNothing},
+    {vintok::TCP_keepAlive, "TCP_keepAlive", readNothing},
+    {vintok::TCP_fileTransferBegin, "TCP_fileTransferBegin", readFileBegin},
+    {vintok::TCP_fileTransferData, "TCP_fileTransferData", readBytes},
+    {vintok::TCP_fileTransferEnd, "TCP_fileTransferEnd", readFileEnd},
+    {vintok::TCP_fileTransferAck, "TCP_fileTransferAck", readFileAck},
+    {vintok::TCP_echoRequest32, "TCP_echoRequest32", readEchoRequest<std::uint32_t>},
+    {vintok::TCP_echoReply32, "TCP_echoReply32", readEchoReply<std::uint32_t>},
+    {vintok::TCP_echoRequest, "TCP_echoRequest", readEchoRequest<std::uint64_t>},
+    {vintok::TCP_echoReply, "TCP_echoReply", readEchoReply<std::uint64_t>},
+    {vintok::TCP_RECYCLE_ME_1, "TCP_RECYCLE_ME_1", readBytes},
+    {vintok::TCP_RECYCLE_ME_2, "TCP_RECYCLE_ME_2", readBytes},
+    {vintok::TCP_RECYCLE_ME_3, "TCP_RECYCLE_ME_3", readBytes},
+    {vintok::TCP_RECYCLE_ME_4, "TCP_RECYCLE_ME_4", readBytes},
+    {vintok::TCP_RECYCLE_ME_5, "TCP_RECYCLE_ME_5", readBytes},
+    {vintok::TCP_RECYCLE_ME_6, "TCP_RECYCLE_ME_6", readBytes},
+    {vintok::TCP_RECYCLE_ME_7, "TCP_RECYCLE_ME_7", readBytes},
+    {vintok::TCP_RECYCLE_ME_8, "TCP_RECYCLE_ME_8", readBytes},
+    {vintok::TCP_RECYCLE_ME_9, "TCP_RECYCLE_ME_9", readBytes},
+    {vintok::TCP_RECYCLE_ME_10, "TCP_RECYCLE_ME_10", readBytes},
+};
+
+const Kind *kindOf(const vintok::TCPGUID &identifier) {
+    for (const Kind &kind : kinds) {
+        if (kind.identifier == identifier) {
+            return &kind;
+        }
+    }
+    return nullptr;
+}
+
+std::string hexadecimal(const vintok::TCPGUID &identifier) {
+    char text[40];
+    const std::uint8_t *tail = identifier.Data4;
+    std::snprintf(text, sizeof(text), "%08x%04x%04x%02x%02x%02x%02x%02x%02x%02x%02x",
+                  static_cast<unsigned int>(identifier.Data1), identifier.Data2, identifier.Data3,
+                  tail[0], tail[1], tail[2], tail[3], tail[4], tail[5], tail[6], tail[7]);
+    return text;
+}
+
+} // namespace
+
+std::string identifierName(const vintok::TCPGUID &identifier) {
+    if (const Kind *kind = kindOf(identifier)) {
+        return kind->name;
+    }
+    // The identifiers 46 to 99 carry their number in two decimal digits.
+    vintok::TCPGUID family = vintok::TCP_messageID_99;
+    family.Data2 = identifier.Data2;
+    const unsigned int tens = identifier.Data2 >> 4;
+    const unsigned int ones = identifier.Data2 & 0xF;
+    const unsigned int number = tens * 10 + ones;
+    if (family == identifier && tens <= 9 && ones <= 9 && number >= 46) {
+        return "TCP_messageID_" + std::to_string(number);
+    }
+    return hexadecimal(identifier);
+}
+
+BodyText readBody(const vintok::TCPMessageBase &message) {
+    BodyText text;
+    Body body(std::string_view(reinterpret_cast<const char *>(message.messageBuffer()),
+                               static_cast<std::size_t>(message.messageBufferLength())));
+    const Kind *kind = kindOf(message.messageID());
+    text.malformed = !(kind ? kind->read : readBytes)(body, text.fields);
+    text.rest = body.rest();
+    return text;
+}
+
+} // namespace app

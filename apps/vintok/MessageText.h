@@ -1,0 +1,29 @@
+// What a message is and what its body says, for whoever looks at one from outside.
+#ifndef VINTOK_APP_MESSAGETEXT_H
+#define VINTOK_APP_MESSAGETEXT_H
+
+#include "Fields.h"
+
+#include <vintok/TCPMessageBase.h>
+
+#include <string>
+#include <string_view>
+
+namespace app {
+
+// "TCP_joinRequest", or the 16 bytes in hexadecimal for an identifier that the library has no name
+// for.
+std::string identifierName(const vintok::TCPGUID &identifier);
+
+struct BodyText {
+    Fields fields;          // what it says
+    bool malformed = false; // it is not what its identifier promises
+    std::string_view rest;  // the bytes that `fields` does not tell, in the message
+};
+
+// Valid for as long as the message keeps its body.
+BodyText readBody(const vintok::TCPMessageBase &message);
+
+} // namespace app
+
+#endif

@@ -1,0 +1,228 @@
+// Runs of `vintok decode` over files of messages that the library wrote, whole and damaged.
+#include "support/Program.h"
+#include "support/TemporaryFolder.h"
+
+#include "support/Hex.h"
+#include "vintok/ConferenceRosterEntry.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPMessage_1_3.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+
+using namespace vintok;
+using namespace vintok::test;
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr std::int64_t newYear = 1767225600; // 2026-01-01 00:00:00 UTC
+
+std::string bytesOf(const char *text) {
+    const Bytes bytes = hex(text);
+    return std::string(bytes.begin(), bytes.end());
+}
+
+std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std::string &body) {
+    message.setMessageID(identifier);
+    message.setMessageMajorVersion(4);
+    EXPECT_TRUE(message.allocateMessageBuffer(body.size()));
+    std::copy(body.begin(), body.end(), message.messageBuffer());
+    message.setTimeStamp(newYear);
+    if (body.empty()) { // the time is then in the fields alone
+        message.TCPHeader::write();
+    }
+    return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
+}
+
+std::string frame(const TCPGUID &identifier, const std::string &body) {
+    TCPMessage message;
+    return frame(message, identifier, body);
+}
+
+std::string entryBody() {
+    ConferenceRosterEntry ann;
+    ann.setLoopbackIPv4();
+    ann.setHostByteOrderPort(7001);
+    ann.setFirstName("Ann");
+    ann.setLastName("\"Lee\"\x1b");
+    ann.setEmail("ann@x");
+    ann.setMajorVersion(4);
+    ann.setColorIndex(3);
+    ann.setMeeting(true);
+    ann.setHost(true);
+    ann.setMeetingName("Budget");
+    std::string body(ann.size(), '\0');
+    ann.write(reinterpret_cast<unsigned char *>(body.data()), body.size());
+    return body;
+}
+
+const char *const entryJson =
+    R"({"name":"Ann \"Lee\"\u001b","title":"","email":"ann@x","phone":"","address":"127.0.0.1",)"
+    R"("port":7001,"version":"4.0","colour":3,"state":"meeting host","meeting":"Budget",)"
+    R"("meeting-id":""})";
+
+class Decode : public testing::Test {
+protected:
+    std::string run(const std::string &content, int code,
+                    const std::vector<std::string> &options = {"--json"}) {
+        std::vector<std::string> arguments{"decode", folder.holding("record", content)};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        ChildProcess program = Program::plain(arguments);
+        EXPECT_EQ(code, program.exitCode()) << program.story();
+        errors = program.errors();
+        return program.output();
+    }
+
+    TemporaryFolder folder;
+    std::string errors;
+};
+
+struct Known {
+    const TCPGUID &identifier;
+    const char *name;
+    std::string body;
+    std::string fields;    // the object in JSON
+    const char *rest = ""; // bytes that are shown as such
+    bool malformed = false;
+};
+
+const std::vector<Known> &knownMessages() {
+    static const TCPGUID strange = {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 255}};
+    static const std::vector<Known> messages = {
+        {TCP_rosterEntry, "TCP_rosterEntry", entryBody(), entryJson},
+        {TCP_joinRequest, "TCP_joinRequest", entryBody(), entryJson},
+        {TCP_rosterReply, "TCP_rosterReply", entryBody() + "x", entryJson, "78"},
+        {TCP_leaveNotify, "TCP_leaveNotify", entryBody().substr(0, 30), "{}",
+         "0000000000000000000000007f000001000000091b59000000000004416e", true},
+        {TCP_leadRequest, "TCP_leadRequest", entryBody(), entryJson},
+        {TCP_leadChangeNotify, "TCP_leadChangeNotify", "", "{}", "", true},
+        {TCP_joinReply, "TCP_joinReply", "\1", R"({"granted":true})"},
+        {TCP_leadReply, "TCP_leadReply", bytesOf("00"), R"({"granted":false})"},
+        {TCP_hangup, "TCP_hangup", bytesOf("00"), "{}"},
+        {TCP_keepAlive, "TCP_keepAlive", bytesOf("07"), "{}", "07"},
+        {TCP_rosterRequest, "TCP_rosterRequest", "", "{}"},
+        {TCP_broadcastMessage, "TCP_broadcastMessage", "say 1\n::1 7001\nAnn\nhi\nall",
+         R"({"name":"Ann","address":"::1","port":7001,"text":"hi\nall"})"},
+        {TCP_broadcastMessage, "TCP_broadcastMessage", bytesOf("'line' 0a00"),
+         R"({"text":"line\n"})"},
+        {TCP_broadcastMessage, "TCP_broadcastMessage", bytesOf("1bff00"), "{}", "1bff00"},
+        {TCP_fileTransferBegin, "TCP_fileTransferBegin",
+         bytesOf("00000004 '/a' 0a00 00000002 'b' 00"), R"({"path":"/a\n","relative":"b"})"},
+        {TCP_fileTransferBegin, "TCP_fileTransferBegin", bytesOf("00000002 'a' 00 ffffffff 'b'"),
+         R"({"path":"a"})", "ffffffff62", true},
+        {TCP_fileTransferBegin, "TCP_fileTransferBegin", bytesOf("00000000"), "{}", "00000000",
+         true},
+        {TCP_fileTransferData, "TCP_fileTransferData", "content", R"({"text":"content"})"},
+        {TCP_fileTransferEnd, "TCP_fileTransferEnd", bytesOf("ffffffff"), R"({"size":4294967295})"},
+        {TCP_fileTransferEnd, "TCP_fileTransferEnd", bytesOf("ffff"), "{}", "ffff", true},
+        {TCP_fileTransferAck, "TCP_fileTransferAck", bytesOf("0a010203 00000001 'a' 0000"),
+         R"({"address":"10.1.2.3","success":true,"name":"a"})"},
+        {TCP_echoRequest32, "TCP_echoRequest32", bytesOf("6955b8fd"), R"({"sent":1767225597})"},
+        {TCP_echoReply32, "TCP_echoReply32", bytesOf("6955b8fd 6955b900"),
+         R"({"sent":1767225597,"received":1767225600})"},
+        {TCP_echoReply, "TCP_echoReply", bytesOf("000000006955b8fd 6955"), R"({"sent":1767225597})",
+         "6955", true},
+        {TCP_conferenceControlRequest, "TCP_conferenceControlRequest",
+         bytesOf("'startup' 0a 'port' 0a '0' 0a00"), R"({"text":"startup\nport\n0"})"},
+        {TCP_conferenceControlReply, "TCP_conferenceControlReply", "hosting\n", "{}",
+         "686f7374696e670a", true},
+        {TCP_messageID_46, "TCP_messageID_46", "x", R"({"text":"x"})"},
+        {TCP_RECYCLE_ME_10, "TCP_RECYCLE_ME_10", "x", R"({"text":"x"})"},
+        {strange, "00000001000200030405060708090aff", "x", R"({"text":"x"})"},
+    };
+    return messages;
+}
+
+TEST_F(Decode, TellsWhatEveryKindOfMessageSays) {
+    std::string content;
+    std::string expected;
+    for (const Known &known : knownMessages()) {
+        expected += R"({"event":"message","offset":)" + std::to_string(content.size()) +
+                    R"(,"time":1767225600,"identifier":")" + known.name +
+                    R"(","frame":"2.0","version":"4.0","address":"","port":0,"length":)" +
+                    std::to_string(known.body.size()) + R"(,"malformed":)" +
+                    (known.malformed ? "true" : "false") + R"(,"body":)" + known.fields +
+                    R"(,"hex":")" + known.rest + R"(","hidden":0})" + '\n';
+        content += frame(known.identifier, known.body);
+    }
+    EXPECT_EQ(expected, run(content, 0));
+    EXPECT_EQ("", errors);
+}
+
+TEST_F(Decode, ShowsBothFormsOfFrameToAPerson) {
+    TCPMessage today;
+    TCPMessage_1_3 older;
+    for (TCPMessageBase *message :
+         {static_cast<TCPMessageBase *>(&today), static_cast<TCPMessageBase *>(&older)}) {
+        TCPAddress origin;
+        origin.setLoopbackIPv4();
+        origin.setHostByteOrderPort(7001);
+        message->setOriginAddress(origin);
+    }
+    const std::string content =
+        frame(today, TCP_broadcastMessage, "say 1\n::1 7\nAnn\none\x1b\n\ntwo") +
+        frame(older, TCP_fileTransferData, std::string(20, '\xff'));
+    EXPECT_EQ("0  2026-01-01 00:00:00 UTC  TCP_broadcastMessage  25 bytes  frame 2.0  message 4.0"
+              "  from 127.0.0.1 port 7001\n"
+              "    name        Ann\n"
+              "    address     ::1\n"
+              "    port        7\n"
+              "    text        one\\x1b\n"
+              "                \n"
+              "                two\n"
+              "85  2026-01-01 00:00:00 UTC  TCP_fileTransferData  20 bytes  frame 1.3  message 4.0"
+              "  from 127.0.0.1\n"
+              "    ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ................\n"
+              "    ff ff ff ff                                     ....\n",
+              run(content, 0, {}));
+}
+
+TEST_F(Decode, BoundsWhatIsLongUnlessAllIsWanted) {
+    const std::string content = frame(TCP_broadcastMessage, std::string(1000, '\xff')) +
+                                frame(TCP_broadcastMessage, std::string(5000, 'x'));
+    EXPECT_THAT(run(content, 0, {}), HasSubstr("and 744 more bytes, which --full shows"));
+    const std::string full = run(content, 0, {"--full"});
+    EXPECT_THAT(full, Not(HasSubstr("--full")));
+    EXPECT_THAT(full, HasSubstr(std::string(5000, 'x')));
+    EXPECT_EQ(1000, std::count(full.begin(), full.end(), '.') - 4) << "the versions have four";
+    EXPECT_THAT(run(content, 0), HasSubstr(R"(ff","hidden":744})"));
+    EXPECT_THAT(run(content, 0, {"--json", "--full"}), HasSubstr(R"(ff","hidden":0})"));
+}
+
+TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
+    const std::string first = frame(TCP_broadcastMessage, "hello");
+    const std::string hangup = frame(TCP_hangup, std::string(1, '\0'));
+    std::vector<std::pair<std::string, std::string>> cases = {
+        {bytesOf("0000000a"), "a record cannot have a length of 10 bytes"},
+        {bytesOf("ffffffff") + hangup, "the file ends after 65 of 4294967295 bytes"},
+        {bytesOf("00000028 0002") + std::string(34, 'x'), "no header of a message"},
+    };
+    for (const std::size_t cut : {1, 3, 4, 20, 59, 60}) {
+        cases.emplace_back(hangup.substr(0, cut), "the file ends after " + std::to_string(cut) +
+                                                      " of " + (cut < 4 ? "4" : "61") + " bytes");
+    }
+    for (const auto &[damage, reason] : cases) {
+        const std::string output = run(first + damage, 1);
+        EXPECT_THAT(output, HasSubstr(R"("body":{"text":"hello"})"));
+        EXPECT_THAT(output, HasSubstr(R"({"event":"damaged","offset":65,"reason":")" + reason));
+        EXPECT_EQ("vintok: '" + folder.path("record") +
+                      "' stops making sense at byte 65: " + reason + '\n',
+                  errors);
+    }
+}
+
+TEST_F(Decode, OfNoFileFailsAndOfAnEmptyOneIsNothing) {
+    EXPECT_EQ("", run("", 0));
+    ChildProcess missing = Program::plain({"decode", folder.path("missing")});
+    EXPECT_EQ(1, missing.exitCode()) << missing.story();
+    EXPECT_THAT(missing.errors(), HasSubstr("missing': No such file or directory\n"));
+    ChildProcess input = Program::plain({"decode", "-"});
+    input.type("This is a line and no message.");
+    input.endInput();
+    EXPECT_EQ(1, input.exitCode()) << input.story();
+    EXPECT_THAT(input.errors(), HasSubstr("'-' stops making sense at byte 0"));
+}
+
+} // namespace
