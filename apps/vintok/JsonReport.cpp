@@ -89,6 +89,9 @@ public:
         }
         print(JsonLine("help").list("commands", commands));
     }
+    void notice(const Notice &notice) override {
+        print(JsonLine(notice.event).fields(notice.fields));
+    }
     void problem(const std::string &text) override {
         print(JsonLine("problem").text("text", text));
     }

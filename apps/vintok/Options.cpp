@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <limits>
 #include <map>
 #include <optional>
 
@@ -94,6 +95,9 @@ void addMeeting(CLI::App &app, Options &options) {
                    "Seconds between tests of the connections, 0 for none (30)")
         ->type_name("SECONDS")
         ->check(between(0, 86400));
+    app.add_option("--record", options.recordFile,
+                   "Write everything that is said into this file, which loses what it held")
+        ->type_name("FILE");
 }
 
 CLI::App *addHost(CLI::App &program, Options &options) {
@@ -108,14 +112,36 @@ CLI::App *addHost(CLI::App &program, Options &options) {
     return app;
 }
 
+void addPatience(CLI::App &app, Options &options) {
+    app.add_option("--patience", options.patience,
+                   "Seconds to wait for the answer, 0 for as long as it takes (0)")
+        ->type_name("SECONDS")
+        ->check(between(0, 86400));
+}
+
 CLI::App *addJoin(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
     addTarget(*app, options, "Whom to call");
-    app->add_option("--patience", options.patience,
-                    "Seconds to wait for the answer, 0 for as long as it takes (0)")
-        ->type_name("SECONDS")
-        ->check(between(0, 86400));
+    addPatience(*app, options);
     addMeeting(*app, options);
+    addName(*app, options);
+    addListening(*app, options, "the configured port, normally 7777");
+    addOutput(*app, options);
+    return app;
+}
+
+CLI::App *addReplay(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand(
+        "replay", "Join a meeting, say again what a record file holds, leave");
+    app->add_option("file", options.file, "The record file")->type_name("FILE")->required();
+    addTarget(*app, options, "Whom to call");
+    app->add_option("--speed", options.speed, "How many times faster than it was recorded (1)")
+        ->type_name("FACTOR")
+        ->check(silent(CLI::Range(0.001, 1e6)));
+    app->add_flag_callback(
+        "--no-wait", [&options] { options.speed = std::numeric_limits<double>::infinity(); },
+        "Do not wait between the messages");
+    addPatience(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
     addOutput(*app, options);
@@ -173,6 +199,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
          Role::relaySend},
         {addRelayClient(program, options, "relay-listen", "Print what comes through a relay"),
          Role::relayListen},
+        {addReplay(program, options), Role::join},
         {addDecode(program, options), Role::decode},
     };
     try {
@@ -196,7 +223,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
             return ParseResult::run;
         }
     }
-    text = "a command is needed: host, join, relay, relay-send, relay-listen or decode";
+    text = "a command is needed: host, join, relay, relay-send, relay-listen, replay or decode";
     return ParseResult::wrong;
 }
 

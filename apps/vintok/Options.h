@@ -39,9 +39,11 @@ struct Options {
     unsigned int keepAlive = 30; // seconds, 0: none
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
 
-    // A record file, and whether all of a long body is shown: decode.
+    // A record file: what decode prints, and what a party plays.
     std::string file;
-    bool full = false;
+    bool full = false;      // decode shows all of a long body
+    double speed = 1;       // of playing: seconds of the recording in one second
+    std::string recordFile; // what a party records its meeting into
 
     bool json = false;
     When colour = When::automatic;

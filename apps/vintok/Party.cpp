@@ -31,6 +31,9 @@ int Party::run() {
         fail(withLastFailure("cannot listen on " + port));
         return m_exitCode;
     }
+    if (!openFiles()) {
+        return m_exitCode;
+    }
     introduce();
     setCallbacks();
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
@@ -87,9 +90,15 @@ std::string Party::callFailure() {
 
 void Party::loop() {
     m_inbox.watch();
-    m_inbox.readStandardInput();
+    if (!m_player) {
+        m_inbox.readStandardInput();
+    }
     while (!m_done) {
-        m_inbox.pass();
+        if (m_playsNow) {
+            m_loop.pollDescriptors(true);
+        } else {
+            m_inbox.pass();
+        }
         afterPass();
     }
 }
@@ -106,12 +115,15 @@ void Party::afterPass() {
         m_participant.hostMeeting(m_options.meeting);
     }
     if (m_options.role == Role::join && !m_calling && !m_participant.isMeeting()) {
-        return m_leaving ? part() : finish("The meeting is over.");
+        return m_leaving ? part() : meetingEnds("The meeting is over.");
     }
     while (!m_calling && !m_done && !m_unsaid.empty()) {
         const std::string text = m_unsaid.front();
         m_unsaid.pop_front();
         send(text);
+    }
+    if (!m_calling && !m_done && !m_leaving && m_player) {
+        play();
     }
     if (!m_calling && m_inputEnded && !m_options.stay) {
         leave();
@@ -127,6 +139,14 @@ void Party::fail(const std::string &reason) {
     m_done = true;
     m_exitCode = 1;
     m_report.failed(reason);
+}
+
+// Not by this party's own will.
+void Party::meetingEnds(const std::string &reason) {
+    if (m_player) {
+        return fail("the meeting has ended before the recording did");
+    }
+    finish(reason);
 }
 
 void Party::leave() {
@@ -145,6 +165,9 @@ void Party::leave() {
 void Party::part() {
     m_calling = false;
     m_participant.hangup();
+    if (!m_failure.empty()) {
+        return fail(m_failure);
+    }
     finish("Left the meeting.");
 }
 

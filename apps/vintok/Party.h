@@ -6,6 +6,8 @@
 #include "Inbox.h"
 #include "Options.h"
 #include "Person.h"
+#include "Player.h"
+#include "RecordWriter.h"
 #include "Report.h"
 
 #include <vintok/ConferenceParticipant.h>
@@ -13,6 +15,7 @@
 
 #include <deque>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace app {
@@ -44,6 +47,7 @@ private:
     void afterPass();
     void finish(const std::string &reason);
     void fail(const std::string &reason);
+    void meetingEnds(const std::string &reason);
     void leave();
     void part();
 
@@ -60,6 +64,12 @@ private:
     void callEnds(CallEvent event, const std::string &reason);
     void giveUp(const std::string &reason);
     Person self() const;
+
+    // ---- Recording and playing (PartyRecording.cpp)
+    bool openFiles();
+    void record(const std::string &body);
+    void play();
+    void playMessage();
 
     // ---- What the person and the clock tell (PartyCommands.cpp)
     void take(Inbox::Kind kind, const std::string &text);
@@ -91,6 +101,13 @@ private:
     bool m_leadAsked = false; // somebody waits for this party's answer
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer
     unsigned int m_lastCall = 0;
+    RecordWriter m_recorder;
+    File m_playFile;
+    std::uint64_t m_playSize = 0;     // in bytes, 0 when it is not known
+    std::unique_ptr<Player> m_player; // until everything is played
+    Pacing::TimePoint m_playsNext{};  // when the inbox wakes the loop for it
+    bool m_playsNow = false;          // the next message may be due as well
+    std::string m_failure;            // told once the meeting is left
 };
 
 } // namespace app

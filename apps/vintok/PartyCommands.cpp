@@ -79,6 +79,7 @@ void Party::send(const std::string &text) {
     const std::string body = encodeSaying({me.address, me.port, me.name, text});
     if (m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
                                         body.size())) {
+        record(body);
         m_report.said(me, text);
     } else if (m_people.alone()) {
         m_report.problem("nobody else is in the meeting");

@@ -97,7 +97,7 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     }
     m_report.left(person);
     if (m_options.role == Role::join && person.host) {
-        finish("The host has left: the meeting is over.");
+        meetingEnds("The host has left: the meeting is over.");
     }
 }
 
@@ -116,8 +116,10 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
 }
 
 void Party::heard(const unsigned char *data, std::size_t length) {
+    const std::string body(reinterpret_cast<const char *>(data), length);
+    record(body);
     Saying saying;
-    if (!decodeSaying(std::string_view(reinterpret_cast<const char *>(data), length), saying)) {
+    if (!decodeSaying(body, saying)) {
         m_report.strangeData(length);
         return;
     }

@@ -2,6 +2,7 @@
 #ifndef VINTOK_APP_REPORT_H
 #define VINTOK_APP_REPORT_H
 
+#include "Fields.h"
 #include "Person.h"
 
 #include <cstddef>
@@ -13,6 +14,13 @@ namespace app {
 
 // How an outgoing call goes on and ends.
 enum class CallEvent { calling, ringing, accepted, rejected, busy, noAnswer, tooOld };
+
+// Something that only one command of the program tells.
+struct Notice {
+    std::string event;    // for a script
+    std::string sentence; // for a person; bytes as they come
+    Fields fields;        // for a script
+};
 
 class Report {
 public:
@@ -42,6 +50,7 @@ public:
     virtual void strangeData(std::size_t bytes) = 0;
     virtual void roster(const std::string &meeting, const std::vector<Person> &people) = 0;
     virtual void help() = 0;
+    virtual void notice(const Notice &notice) = 0;
     // Something that was asked for did not work; the run goes on.
     virtual void problem(const std::string &text) = 0;
     // The run ends well, and why.

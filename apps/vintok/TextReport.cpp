@@ -109,6 +109,7 @@ public:
         print("  //TEXT            say /TEXT");
     }
 
+    void notice(const Notice &notice) override { print(printable(notice.sentence)); }
     void problem(const std::string &text) override { complain(text); }
     void ended(const std::string &reason) override { print(printable(reason)); }
     void failed(const std::string &reason) override { complain(reason); }

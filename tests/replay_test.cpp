@@ -1,0 +1,125 @@
+// Runs of `vintok host --record` and `vintok replay`: a meeting is recorded and said again in
+// another one.
+#include "support/Program.h"
+#include "support/TemporaryFolder.h"
+
+#include "vintok/TCPMessage.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+
+using namespace vintok::test;
+using testing::HasSubstr;
+
+namespace {
+
+std::string said(std::int64_t stamp, const std::string &text,
+                 const vintok::TCPGUID &identifier = vintok::TCP_broadcastMessage) {
+    const std::string body = "say 1\n192.0.2.1 7777\nCleo\n" + text;
+    vintok::TCPMessage message;
+    message.setMessageID(identifier);
+    message.allocateMessageBuffer(body.size());
+    message.setTimeStamp(stamp);
+    std::copy(body.begin(), body.end(), message.messageBuffer());
+    return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
+}
+
+class Replay : public testing::Test {
+protected:
+    void expectLines(Program &listener, const std::vector<std::string> &lines) {
+        for (const std::string &line : lines) {
+            std::string event;
+            ASSERT_TRUE(listener.tells("said", {}, &event)) << listener.story();
+            EXPECT_THAT(event, HasSubstr("\"text\":\"" + line + "\"}"));
+        }
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(Replay, SaysAgainWhatWasRecordedAtEitherEnd) {
+    const std::string hosts = folder.path("host's");
+    const std::string guests = folder.path("guest's");
+    {
+        Program ann({"host", "--name", "Ann", "--record", hosts});
+        Program bob({"join", ann.target(), "--name", "Bob", "--record", guests});
+        ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story();
+        bob.type("one");
+        ASSERT_TRUE(ann.tells("said", {text("text", "one")})) << ann.story();
+        ann.type("two");
+        ASSERT_TRUE(bob.tells("said", {text("text", "two")})) << bob.story();
+    }
+    Program cid({"host", "--name", "Cid"});
+    const std::string target = cid.target();
+    Program dan({"join", target, "--name", "Dan"});
+    ASSERT_TRUE(cid.tells("joined", {named("Dan")})) << cid.story();
+    for (const std::string &file : {hosts, guests}) {
+        Program replay({"replay", file, target, "--no-wait", "--name", "Tape"});
+        for (Program *listener : {&cid, &dan}) {
+            ASSERT_TRUE(listener->tells("joined", {named("Tape")})) << listener->story();
+            expectLines(*listener, {"one", "two"});
+            ASSERT_TRUE(listener->tells("left", {named("Tape")})) << listener->story();
+        }
+        EXPECT_EQ(0, replay.exitCode()) << replay.story();
+        EXPECT_TRUE(replay.tells("played", {{"number", "1"}, named("Bob"), {"percent", "50"}}));
+        EXPECT_TRUE(replay.tells("played", {{"number", "2"}, named("Ann"), {"percent", "100"}}));
+        EXPECT_TRUE(replay.tells("played-all", {{"messages", "2"}, {"skipped", "0"}}));
+        EXPECT_TRUE(replay.tells("ended")) << replay.story();
+    }
+}
+
+TEST_F(Replay, KeepsTheOrderHoweverManyThereAre) {
+    std::string content;
+    std::vector<std::string> lines;
+    for (int i = 0; i < 300; ++i) {
+        lines.push_back("line " + std::to_string(i));
+        content += said(1000000 - i % 7 * 1000, lines.back());
+        content += said(0, "no broadcast", vintok::TCP_fileTransferData);
+    }
+    Program ann({"host", "--name", "Ann"});
+    Program replay({"replay", folder.holding("many", content), ann.target(), "--speed", "1000000"});
+    expectLines(ann, lines);
+    EXPECT_EQ(0, replay.exitCode()) << replay.story();
+    EXPECT_TRUE(replay.tells("played-all", {{"messages", "300"}, {"skipped", "300"}}));
+}
+
+TEST_F(Replay, PlaysOfADamagedFileWhatMakesSense) {
+    Program ann({"host", "--name", "Ann"});
+    const std::string whole = said(5, "one") + said(5, "two");
+    const std::string file = folder.holding("cut", whole + said(5, "three").substr(0, 50));
+    Program replay({"replay", file, ann.target()});
+    expectLines(ann, {"one", "two"});
+    EXPECT_EQ(1, replay.exitCode()) << replay.story();
+    EXPECT_EQ("vintok: '" + file + "' stops making sense at byte " + std::to_string(whole.size()) +
+                  ": the file ends after 50 of 91 bytes\n",
+              replay.errors());
+    EXPECT_TRUE(ann.tells("left")) << ann.story();
+}
+
+TEST_F(Replay, WaitsBetweenMessagesAndFailsWhenTheMeetingEndsMeanwhile) {
+    const std::string file = folder.holding("long", said(0, "first") + said(86400, "next day"));
+    Program ann({"host", "--name", "Ann"});
+    Program replay({"replay", file, ann.target()});
+    expectLines(ann, {"first"});
+    ann.type("/leave");
+    EXPECT_EQ(1, replay.exitCode()) << replay.story();
+    EXPECT_EQ("vintok: the meeting has ended before the recording did\n", replay.errors());
+    EXPECT_THAT(ann.output(), testing::Not(HasSubstr("next day")));
+}
+
+TEST_F(Replay, FilesThatCannotBeUsedAreToldBeforeAnybodyIsCalled) {
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{"replay", folder.path("missing"), "127.0.0.1:9"}, "cannot open"},
+        {{"join", "127.0.0.1:9", "--record", folder.path("no/folder")}, "cannot write"},
+        {{"host", "--record", folder.path("no/folder")}, "cannot write"},
+    };
+    for (const auto &[arguments, why] : cases) {
+        ChildProcess run = Program::plain(arguments);
+        EXPECT_EQ(1, run.exitCode()) << run.story();
+        EXPECT_THAT(run.errors(), HasSubstr(why));
+        EXPECT_THAT(run.errors(), HasSubstr("No such file or directory"));
+        EXPECT_EQ(std::string::npos, run.output().find("Calling")) << run.story();
+    }
+}
+
+} // namespace
