@@ -1,5 +1,6 @@
 // The older message and what it converts on the way to the stream functions.
 
+#include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "support/Addresses.h"
 #include "support/SocketPair.h"

@@ -47,11 +47,15 @@ void setSocketError(int error);
 int openSocket(Family family);
 bool closeSocket(int descriptor);
 bool shutdownBoth(int descriptor);
+// Ends our side of the stream; the peer's side stays open.
+bool shutdownSending(int descriptor);
 
 // A local path that is empty or above `MAX_LOCAL_PATH` is refused with 10014.
 bool bindSocket(int descriptor, const Endpoint &endpoint);
 bool listenSocket(int descriptor, int backlog);
 bool connectSocket(int descriptor, const Endpoint &endpoint);
+// How a connect that did not wait has ended, once the descriptor can be written. Takes the error.
+bool connectSucceeded(int descriptor);
 
 // `family` is the listener's. On success `peer` is filled, its path excepted.
 int acceptSocket(int descriptor, Family family, Endpoint &peer);

@@ -8,9 +8,6 @@
 
 namespace vintok::platform {
 
-// Ends our side of the stream; the peer's side stays open.
-bool shutdownSending(int descriptor);
-
 // Closing the descriptor then drops what is unsent and resets the connection.
 bool resetOnClose(int descriptor);
 

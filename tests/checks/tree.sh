@@ -72,7 +72,8 @@ done | faults "not in the build"
 sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include <(vintok|platform)/[^>]+>' /dev/null |
     while IFS=: read -r file line; do
         included=$(sed -E 's/.*["<](.*)[">]/\1/' <<<"$line")
-        public_header "$included" || echo "$file includes $included"
+        [[ $file == apps/multiplexer/* && $included == platform/* ]] || # waits for thousands at once
+            public_header "$included" || echo "$file includes $included"
     done | faults "a program reaches behind the public headers"
 
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.

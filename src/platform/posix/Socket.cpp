@@ -63,6 +63,10 @@ bool shutdownBoth(int descriptor) {
     return succeeded(shutdown(descriptor, SHUT_RDWR));
 }
 
+bool shutdownSending(int descriptor) {
+    return succeeded(shutdown(descriptor, SHUT_WR));
+}
+
 bool bindSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) && succeeded(bind(descriptor, &address.any, address.length));
@@ -76,6 +80,15 @@ bool connectSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) &&
            succeeded(connect(descriptor, &address.any, address.length));
+}
+
+bool connectSucceeded(int descriptor) {
+    int error = 0;
+    if (!getOption(descriptor, SOL_SOCKET, SO_ERROR, error))
+        return false;
+    if (error != 0)
+        setSocketError(translatedError(error));
+    return error == 0;
 }
 
 int acceptSocket(int descriptor, Family family, Endpoint &peer) {

@@ -27,10 +27,6 @@ bool handleAlarm(void (*handler)(int)) {
 
 } // namespace
 
-bool shutdownSending(int descriptor) {
-    return ::shutdown(descriptor, SHUT_WR) == 0;
-}
-
 bool resetOnClose(int descriptor) {
     const linger option = {1, 0};
     return ::setsockopt(descriptor, SOL_SOCKET, SO_LINGER, &option, sizeof(option)) == 0;

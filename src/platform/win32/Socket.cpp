@@ -74,6 +74,10 @@ bool shutdownBoth(int descriptor) {
     return succeeded(shutdown(socketOf(descriptor), SD_BOTH));
 }
 
+bool shutdownSending(int descriptor) {
+    return succeeded(shutdown(socketOf(descriptor), SD_SEND));
+}
+
 bool bindSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) &&
@@ -88,6 +92,15 @@ bool connectSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) &&
            succeeded(connect(socketOf(descriptor), &address.any, address.length));
+}
+
+bool connectSucceeded(int descriptor) {
+    int error = 0;
+    if (!getOption(descriptor, SOL_SOCKET, SO_ERROR, error))
+        return false;
+    if (error != 0)
+        setSocketError(error);
+    return error == 0;
 }
 
 int acceptSocket(int descriptor, Family family, Endpoint &peer) {

@@ -16,10 +16,6 @@ bool isInheritedHandle(std::intptr_t handle) {
 
 } // namespace
 
-bool shutdownSending(int descriptor) {
-    return ::shutdown(static_cast<SOCKET>(descriptor), SD_SEND) == 0;
-}
-
 bool resetOnClose(int descriptor) {
     const linger option = {1, 0};
     return ::setsockopt(static_cast<SOCKET>(descriptor), SOL_SOCKET, SO_LINGER,

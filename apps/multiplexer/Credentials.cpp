@@ -1,0 +1,77 @@
+#include "Credentials.h"
+
+#include <vintok/HTTPText.h>
+#include <vintok/TCPAddress.h>
+
+namespace mux {
+
+namespace {
+
+// RFC 4648, with padding.
+std::string base64(std::string_view text) {
+    static constexpr std::string_view digits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); i += 3) {
+        unsigned int bits = 0;
+        for (std::size_t j = i; j < i + 3; ++j) {
+            bits = bits << 8 | (j < text.size() ? static_cast<unsigned char>(text[j]) : 0u);
+        }
+        for (std::size_t j = 0; j < 4; ++j) {
+            result += i + j > text.size() ? '=' : digits[bits >> (18 - 6 * j) & 0x3F];
+        }
+    }
+    return result;
+}
+
+// Always walks the whole of `given`.
+bool equalInConstantTime(std::string_view given, std::string_view secret) {
+    unsigned int difference = given.size() == secret.size() ? 0 : 1;
+    for (std::size_t i = 0; i < given.size(); ++i) {
+        difference |= static_cast<unsigned char>(given[i]) ^
+                      static_cast<unsigned char>(secret[i % secret.size()]);
+    }
+    return difference == 0;
+}
+
+} // namespace
+
+bool Credentials::add(std::string_view pair) {
+    if (pair.find(':') == std::string_view::npos) {
+        return false;
+    }
+    m_accepted.push_back(base64(pair));
+    return true;
+}
+
+std::size_t Credentials::add(std::istream &lines) {
+    std::string line;
+    for (std::size_t number = 1; std::getline(lines, line); ++number) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        if (!line.empty() && line.front() != '#' && !add(line)) {
+            return number;
+        }
+    }
+    return 0;
+}
+
+bool Credentials::accept(std::string_view authorization) const {
+    const std::size_t blank = authorization.find(' ');
+    if (blank == std::string_view::npos) {
+        return false;
+    }
+    std::string scheme(authorization.substr(0, blank));
+    for (char &c : scheme) {
+        vintok::TCPAddress::sf_lower(c);
+    }
+    const std::string_view given = authorization.substr(blank + 1);
+    bool good = false;
+    for (const std::string &accepted : m_accepted) { // all of them, whichever matches
+        good = equalInConstantTime(given, accepted) || good;
+    }
+    return good && scheme == vintok::http_basic;
+}
+
+} // namespace mux

@@ -1,0 +1,66 @@
+#include "Meetings.h"
+
+#include "Session.h"
+
+#include <algorithm>
+
+namespace mux {
+
+void Meetings::add(Session &session) {
+    Waiting &waiting = m_meetings[session.meeting()];
+    (session.offers() ? waiting.offers : waiting.callers).push_back(&session);
+    ++m_waiting;
+}
+
+void Meetings::remove(Session &session) {
+    const auto found = m_meetings.find(session.meeting());
+    if (found == m_meetings.end()) {
+        return;
+    }
+    std::deque<Session *> &queue = session.offers() ? found->second.offers : found->second.callers;
+    const auto place = std::find(queue.begin(), queue.end(), &session);
+    if (place != queue.end()) {
+        queue.erase(place);
+        --m_waiting;
+    }
+    forgetIfEmpty(session.meeting());
+}
+
+void Meetings::ended(const std::string &meeting) {
+    --m_meetings[meeting].answered;
+    forgetIfEmpty(meeting);
+}
+
+bool Meetings::hasAnswerer(const std::string &meeting) const {
+    const auto found = m_meetings.find(meeting);
+    return found != m_meetings.end() &&
+           (!found->second.offers.empty() || found->second.answered != 0);
+}
+
+void Meetings::forgetIfEmpty(const std::string &meeting) {
+    const auto found = m_meetings.find(meeting);
+    if (found != m_meetings.end() && found->second.offers.empty() &&
+        found->second.callers.empty() && found->second.answered == 0) {
+        m_meetings.erase(found);
+    }
+}
+
+Session *Meetings::takeOffer(const std::string &meeting) {
+    return take(meeting, &Waiting::offers);
+}
+
+Session *Meetings::takeCaller(const std::string &meeting) {
+    return take(meeting, &Waiting::callers);
+}
+
+Session *Meetings::take(const std::string &meeting, std::deque<Session *> Waiting::*queue) {
+    const auto found = m_meetings.find(meeting);
+    if (found == m_meetings.end() || (found->second.*queue).empty()) {
+        return nullptr;
+    }
+    Session *session = (found->second.*queue).front();
+    remove(*session);
+    return session;
+}
+
+} // namespace mux

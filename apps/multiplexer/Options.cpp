@@ -1,0 +1,205 @@
+#include "Options.h"
+
+#include "Endpoints.h"
+#include "Target.h"
+
+#include <CLI/CLI.hpp>
+
+#include <fstream>
+#include <limits>
+#include <vintok/HTTPAddress.h>
+
+namespace mux {
+
+namespace {
+
+constexpr long long MANY = 1000000;
+
+// A check that leaves its own words out of the help, where the name of the value says it better.
+CLI::Validator between(long long least, long long most) {
+    return CLI::Range(least, most).description("");
+}
+
+[[noreturn]] void wrong(const std::string &text, const std::string &form) {
+    throw CLI::ValidationError("'" + text + "' is not " + form);
+}
+
+Authority authorityOf(const std::string &text, const std::string &form) {
+    Authority authority;
+    if (!parseAuthority(text, authority)) {
+        wrong(text, form);
+    }
+    return authority;
+}
+
+using Setter = std::function<void(const std::string &)>;
+
+// An option that may be given several times.
+void addEach(CLI::App &app, const std::string &name, const Setter &set, const std::string &type,
+             const std::string &help) {
+    const auto setAll = [set](const std::vector<std::string> &texts) {
+        for (const std::string &text : texts) {
+            set(text);
+        }
+    };
+    app.add_option_function<std::vector<std::string>>(name, setAll, help)
+        ->type_name(type)
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
+void addNumber(CLI::App &app, const std::string &name, std::size_t &value, long long least,
+               const std::string &type, const std::string &help) {
+    app.add_option(name, value, help + " (" + std::to_string(value) + ")")
+        ->type_name(type)
+        ->check(between(least, MANY));
+}
+
+void addSeconds(CLI::App &app, const std::string &name, std::chrono::seconds &value,
+                long long least, const std::string &help) {
+    const auto set = [&value](long long seconds) { value = std::chrono::seconds(seconds); };
+    app.add_option_function<long long>(name, set, help + " (" + std::to_string(value.count()) + ")")
+        ->type_name("SECONDS")
+        ->check(between(least, MANY));
+}
+
+void addListening(CLI::App &app, Options &options) {
+    const auto listen = [&options](const std::string &text) {
+        Endpoint endpoint;
+        if (!makeEndpoint(text, 1, endpoint)) {
+            wrong(text, "an address");
+        }
+        options.listen.push_back(text);
+    };
+    addEach(app, "--listen", listen, "ADDRESS",
+            "Listen on this address; may be given several times (0.0.0.0)");
+    app.add_option("--port", options.port,
+                   "Listen on this port; 0 takes a free one (" + std::to_string(DEFAULT_PORT) + ")")
+        ->type_name("PORT")
+        ->check(between(0, std::numeric_limits<std::uint16_t>::max()));
+    const auto name = [&options](const std::string &text) {
+        options.names.push_back(authorityOf(text, "HOST:PORT"));
+    };
+    addEach(app, "--name", name, "HOST:PORT",
+            "Clients call this server by this name: it is no party to be called");
+}
+
+void addParties(CLI::App &app, Options &options) {
+    const auto allow = [&options](const std::string &text) {
+        if (!options.allowed.add(text)) {
+            wrong(text, "HOST, HOST:PORT, NETWORK/BITS or [NETWORK/BITS]:PORT");
+        }
+    };
+    addEach(app, "--allow", allow, "HOST[:PORT]|NETWORK",
+            "Clients may have this party called, or any of this network (none)");
+    const auto meeting = [&options](const std::string &text) {
+        const std::size_t equals = text.rfind('=');
+        std::optional<Authority> party;
+        if (equals != std::string::npos) {
+            party = authorityOf(text.substr(equals + 1), "HOST:PORT");
+        }
+        options.meetings[text.substr(0, equals)] = party;
+    };
+    addEach(app, "--meeting", meeting, "ID[=HOST:PORT]",
+            "Whoever comes with this meeting identifier is joined with that party; without one, "
+            "only with a party that offers to answer");
+    const auto redirect = [&options](const std::string &text) {
+        const std::size_t equals = text.rfind('=');
+        if (equals == std::string::npos) {
+            wrong(text, "ID=HOST:PORT or HOST:PORT=HOST:PORT");
+        }
+        const Authority target = authorityOf(text.substr(equals + 1), "HOST:PORT");
+        vintok::HTTPAddress check;
+        if (!check.setURL("http://" + target.text() + '/')) {
+            wrong(text, "a place to be sent to");
+        }
+        options.redirects[text.substr(0, equals)] = target;
+    };
+    addEach(app, "--redirect", redirect, "ID|HOST:PORT=HOST:PORT",
+            "Send clients that ask for this meeting, or this address, elsewhere");
+}
+
+void addCredentials(CLI::App &app, Options &options) {
+    const auto add = [&options](const std::string &pair) {
+        if (!options.credentials.add(pair)) {
+            wrong(pair.substr(0, 1) + "...", "NAME:PASSWORD");
+        }
+    };
+    addEach(app, "--credentials", add, "NAME:PASSWORD",
+            "Let in who has these; others on this machine can see them in the list of processes");
+    const auto read = [&options](const std::string &file) {
+        std::ifstream lines(file);
+        if (!lines) {
+            throw CLI::ValidationError("cannot read " + file);
+        }
+        if (const std::size_t number = options.credentials.add(lines)) {
+            throw CLI::ValidationError(file + ", line " + std::to_string(number) +
+                                       ": not NAME:PASSWORD");
+        }
+        if (options.credentials.empty()) { // or everybody would be let in
+            throw CLI::ValidationError(file + " holds no credentials");
+        }
+    };
+    addEach(app, "--credentials-file", read, "FILE", "The same, one on each line of a file");
+    const auto open = [&options](const std::string &id) { options.openMeetings.push_back(id); };
+    addEach(app, "--open-meeting", open, "ID",
+            "Whoever knows this meeting identifier needs no credentials");
+}
+
+void addLimits(CLI::App &app, Options &options) {
+    addNumber(app, "--max-tunnels", options.maxTunnels, 1, "COUNT", "Tunnels at once");
+    addNumber(app, "--max-waiting", options.maxWaiting, 1, "COUNT", "Parties that wait at once");
+    addNumber(app, "--max-requests", options.maxRequests, 1, "COUNT",
+              "Clients at once that have no tunnel and do not wait");
+    addNumber(app, "--max-header", options.maxHeader, 256, "BYTES", "The longest request");
+    addSeconds(app, "--request-time", options.requestTime, 1, "How long a request may take");
+    addSeconds(app, "--connect-time", options.connectTime, 1,
+               "How long a call to a party may take");
+    addSeconds(app, "--wait-time", options.waitTime, 1, "How long a client waits for the other");
+    addSeconds(app, "--idle-time", options.idleTime, 0,
+               "How long a tunnel may be silent, 0 for ever");
+}
+
+void addLog(CLI::App &app, Options &options) {
+    app.add_option("--log-file", options.logFile, "Write the log here, behind what is there")
+        ->type_name("FILE");
+    app.add_flag("--quiet", options.quiet, "Write no log");
+    app.add_flag("--hide-meetings", options.hideMeetings,
+                 "Leave meeting identifiers out of the log");
+}
+
+const char footer[] =
+    "Prints \"listening on ADDRESS port PORT\" and then its log. Ends on Ctrl-C or SIGTERM.\n\n"
+    "Exit status: 0 fine, 1 the run failed (port taken, log not writable), 2 wrong usage.";
+
+} // namespace
+
+ParseResult parseOptions(int count, const char *const *arguments, Options &options,
+                         std::string &text) {
+    CLI::App program("Joins parties of meetings that cannot reach each other.", "multiplexer");
+    program.footer(footer);
+    program.set_version_flag("--version", "multiplexer " VINTOK_VERSION);
+    addListening(program, options);
+    addParties(program, options);
+    addCredentials(program, options);
+    addLimits(program, options);
+    addLog(program, options);
+    try {
+        program.parse(count, arguments);
+    } catch (const CLI::CallForVersion &version) {
+        text = version.what();
+        return ParseResult::done;
+    } catch (const CLI::CallForHelp &) {
+        text = program.help();
+        return ParseResult::done;
+    } catch (const CLI::ParseError &error) {
+        text = error.what();
+        return ParseResult::wrong;
+    }
+    if (options.listen.empty()) {
+        options.listen.emplace_back("0.0.0.0");
+    }
+    return ParseResult::run;
+}
+
+} // namespace mux

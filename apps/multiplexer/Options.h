@@ -1,0 +1,55 @@
+// The command line.
+#ifndef MULTIPLEXER_OPTIONS_H
+#define MULTIPLEXER_OPTIONS_H
+
+#include "Credentials.h"
+#include "Request.h"
+#include "Rules.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace mux {
+
+inline constexpr std::uint16_t DEFAULT_PORT = 7780;
+
+struct Options {
+    std::vector<std::string> listen; // literals
+    std::uint16_t port = DEFAULT_PORT;
+
+    Credentials credentials;
+    std::vector<std::string> openMeetings; // need none
+    Rules allowed;
+    std::vector<Authority> names;                             // what this server is called by
+    std::map<std::string, std::optional<Authority>> meetings; // who answers; nothing: who offers to
+    std::map<std::string, Authority> redirects; // by meeting identifier or "host:port"
+
+    std::size_t maxTunnels = 10000;
+    std::size_t maxWaiting = 1000;
+    std::size_t maxRequests = 1000;
+    std::size_t maxHeader = 8192; // bytes
+    std::chrono::seconds requestTime{10};
+    std::chrono::seconds connectTime{10};
+    std::chrono::seconds waitTime{60};
+    std::chrono::seconds idleTime{3600}; // 0: for ever
+
+    std::string logFile;
+    bool quiet = false;
+    bool hideMeetings = false;
+};
+
+enum class ParseResult { run, done, wrong };
+
+// `done`: what was asked for, help or the version, is in `text` and goes to the standard output.
+// `wrong`: `text` says in one line what is wrong.
+ParseResult parseOptions(int count, const char *const *arguments, Options &options,
+                         std::string &text);
+
+} // namespace mux
+
+#endif

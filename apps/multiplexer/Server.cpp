@@ -1,0 +1,229 @@
+#include "Server.h"
+
+#include "Endpoints.h"
+
+#include <atomic>
+#include <cstdio>
+#include <limits>
+#include <thread>
+#include <utility>
+#include <vintok/TCPStream.h>
+
+namespace mux {
+
+namespace platform = vintok::platform;
+
+namespace {
+
+constexpr int WOULD_BLOCK = 10035; // of the system error table
+constexpr int ACCEPTS = 64;        // at a time
+constexpr std::chrono::milliseconds TICK(100);
+constexpr std::int32_t WAIT_MS = 100;
+constexpr std::int32_t WAIT_FOR_NAMES_MS = 5;
+
+std::atomic<bool> s_interrupted = false;
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
+
+} // namespace
+
+class Server::Listener final : public Watched {
+public:
+    Listener(Server &server, int descriptor, platform::Family family)
+        : m_server(server), m_descriptor(descriptor), m_family(family) {}
+    ~Listener() {
+        watch(false);
+        platform::closeSocket(m_descriptor);
+    }
+    Listener(const Listener &) = delete;
+    Listener &operator=(const Listener &) = delete;
+
+    void ready(bool, bool) override { m_server.accept(*this); }
+    void watch(bool on) {
+        m_server.m_poller.watch(m_descriptor, on, false, static_cast<Watched *>(this));
+    }
+    int accept(Endpoint &peer) { return platform::acceptSocket(m_descriptor, m_family, peer); }
+
+private:
+    Server &m_server;
+    const int m_descriptor;
+    const platform::Family m_family;
+};
+
+Server::Server(const Options &options) : m_options(options) {
+    if (options.quiet) {
+        m_log.silence();
+    }
+}
+
+Server::~Server() = default;
+
+bool Server::start(std::string &failure) {
+    if (!m_options.logFile.empty() && !m_log.open(m_options.logFile)) {
+        failure = "cannot write to " + m_options.logFile;
+        return false;
+    }
+    m_port = m_options.port;
+    for (const std::string &address : m_options.listen) {
+        Endpoint endpoint;
+        if (!makeEndpoint(address, m_port, endpoint) || !listen(endpoint, failure)) {
+            failure = "cannot listen on " + address + " port " + std::to_string(m_port) + failure;
+            return false;
+        }
+        std::printf("listening on %s port %u\n", address.c_str(), m_port);
+    }
+    std::fflush(stdout);
+    return true;
+}
+
+bool Server::listen(const Endpoint &endpoint, std::string &failure) {
+    const int descriptor = platform::openSocket(endpoint.family);
+    bool good = descriptor != -1;
+    if (good) {
+        platform::setExclusiveAddress(descriptor);
+        if (endpoint.family == platform::FAMILY_IPV6) {
+            platform::setIPv6Only(descriptor);
+        }
+        good = platform::bindSocket(descriptor, endpoint) &&
+               platform::listenSocket(descriptor, std::numeric_limits<int>::max()) &&
+               platform::setBlockingMode(descriptor, false);
+    }
+    Endpoint bound;
+    if (good && platform::boundEndpoint(descriptor, endpoint.family, bound)) {
+        m_port = portOf(bound); // which all the others take, too
+        m_listeners.push_back(std::make_unique<Listener>(*this, descriptor, endpoint.family));
+        m_listeners.back()->watch(true);
+        return true;
+    }
+    std::string reason = vintok::sysErrorString(platform::socketError());
+    failure = ": " + reason.substr(0, reason.find('\n'));
+    if (descriptor != -1) {
+        platform::closeSocket(descriptor);
+    }
+    return false;
+}
+
+void Server::interrupt() {
+    s_interrupted = true;
+}
+
+void Server::run() {
+    while (!s_interrupted) {
+        round();
+    }
+    m_listeners.clear();
+    for (const auto &[id, session] : m_sessions) {
+        session->end("the server ends");
+    }
+    sweep();
+}
+
+void Server::round() {
+    const std::int32_t limit = m_resolver.open() != 0 ? WAIT_FOR_NAMES_MS : WAIT_MS;
+    if (!m_poller.wait(m_events, limit)) {
+        std::this_thread::sleep_for(TICK); // should it last, the loop must not spin
+    }
+    m_now = Clock::now();
+    for (const platform::Poller::Event &event : m_events) {
+        static_cast<Watched *>(event.owner)->ready(event.readable, event.writable);
+    }
+    for (const Resolver::Answer &answer : m_resolver.take()) {
+        const auto found = m_sessions.find(answer.first);
+        if (found != m_sessions.end()) {
+            found->second->resolved(answer.second);
+        }
+    }
+    if (m_now - m_lastTick >= TICK) {
+        m_lastTick = m_now;
+        tick();
+    }
+    sweep();
+}
+
+void Server::tick() {
+    for (const auto &[id, session] : m_sessions) {
+        session->tick();
+    }
+    watchListeners(true);
+}
+
+void Server::sweep() {
+    for (const std::uint64_t id : m_finished) {
+        m_sessions.erase(id);
+    }
+    m_finished.clear();
+    m_buried.clear();
+}
+
+void Server::watchListeners(bool on) {
+    if (on != m_accepting) {
+        m_accepting = on;
+        for (const auto &listener : m_listeners) {
+            listener->watch(on);
+        }
+    }
+}
+
+void Server::accept(Listener &listener) {
+    for (int i = 0; i < ACCEPTS; ++i) {
+        Endpoint peer;
+        const int descriptor = listener.accept(peer);
+        if (descriptor == -1) {
+            // Out of descriptors the listener would stay readable for nothing. After a connection
+            // that was gone before it was taken, a pause does no harm.
+            const bool none = platform::socketError() == WOULD_BLOCK;
+            return none ? void() : watchListeners(false);
+        }
+        ++m_statistics.accepted;
+        if (m_unsettled.size() >= m_options.maxRequests) {
+            m_sessions.at(*m_unsettled.begin())->end("too many requests");
+        }
+        const std::uint64_t id = ++m_lastId;
+        auto connection = std::make_unique<Connection>(m_poller, descriptor, plain(peer));
+        m_sessions.emplace(id, std::make_unique<Session>(*this, id, std::move(connection)));
+        m_unsettled.insert(id);
+    }
+}
+
+void Server::changed(const Session &session, Session::State before) {
+    const auto isTunnel = [](Session::State state) {
+        return state == Session::State::resolving || state == Session::State::connecting ||
+               state == Session::State::passing;
+    };
+    m_tunnels += isTunnel(session.state()) ? 1u : 0u;
+    m_tunnels -= isTunnel(before) ? 1u : 0u;
+    if (session.state() == Session::State::request || session.state() == Session::State::closing) {
+        m_unsettled.insert(session.id());
+    } else {
+        m_unsettled.erase(session.id());
+    }
+    if (session.state() == Session::State::finished) {
+        m_finished.push_back(session.id());
+    }
+}
+
+void Server::bury(std::unique_ptr<Connection> connection) {
+    connection->close();
+    m_buried.push_back(std::move(connection));
+}
+
+std::string Server::statusPage() const {
+    const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(m_now - m_started);
+    const std::pair<const char *, std::uint64_t> rows[] = {
+        {"uptime-seconds", static_cast<std::uint64_t>(uptime.count())},
+        {"tunnels", m_tunnels},
+        {"waiting", m_meetings.waiting()},
+        {"requests", m_unsettled.size()},
+        {"connections-accepted", m_statistics.accepted},
+        {"tunnels-opened", m_statistics.opened},
+        {"refused", m_statistics.refused},
+        {"bytes-to-called", m_statistics.toCalled},
+        {"bytes-to-caller", m_statistics.toCaller},
+    };
+    std::string page;
+    for (const auto &[name, value] : rows) {
+        page += std::string(name) + ' ' + std::to_string(value) + '\n';
+    }
+    return page;
+}
+
+} // namespace mux
