@@ -13,6 +13,10 @@ namespace vintok::platform {
 // As `fopen`; children do not inherit the stream.
 std::FILE *openFile(const std::string &path, const char *mode);
 
+// Creates a file that its owner alone may read, and opens it for writing. Null, with `errno`, when
+// the path exists, whatever it is. Where files have no modes it is like any other.
+std::FILE *createPrivateFile(const std::string &path);
+
 // '/' or '\\'.
 char pathSeparator();
 

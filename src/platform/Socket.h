@@ -70,6 +70,11 @@ std::int64_t peek(int descriptor, unsigned char *buffer, std::size_t length);
 // Returns the count or -1. Raises no signal when the peer is gone.
 std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t length);
 
+// The same for an owner who does the waiting: they never wait, whatever mode the descriptor is in.
+// -1 with 10035 when nothing can be moved now.
+std::int64_t receiveNow(int descriptor, unsigned char *buffer, std::size_t length);
+std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t length);
+
 // How many bytes can be received now.
 bool bytesWaiting(int descriptor, std::size_t &count);
 

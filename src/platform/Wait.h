@@ -52,6 +52,12 @@ inline int waitReadable(DescriptorSet &set, bool immediate) {
     return waitReadable(set, WaitLimit{immediate ? 0 : WaitLimit::FOREVER, nullptr});
 }
 
+// Waits for one descriptor alone. True when it can go on: when it can be read, or written, without
+// waiting, or has ended or failed. False when the time (negative: for ever) is over or a signal was
+// handled meanwhile.
+enum class Await { readable, writable };
+bool awaitSocket(int descriptor, Await what, std::int32_t milliseconds);
+
 // Whether the peer has ended its side of the stream, though bytes from before may still be waiting.
 // False when the system cannot tell.
 bool endArrived(int descriptor);

@@ -1,4 +1,4 @@
-// Marks what the shared library exports. Everything else stays hidden.
+// Marks what the shared libraries export. Everything else stays hidden.
 #ifndef VINTOK_EXPORT_H
 #define VINTOK_EXPORT_H
 
@@ -8,8 +8,14 @@
 #else
 #define VINTOK_API __declspec(dllimport)
 #endif
+#if defined(VINTOK_TLS_BUILDING)
+#define VINTOK_TLS_API __declspec(dllexport)
+#else
+#define VINTOK_TLS_API __declspec(dllimport)
+#endif
 #else
 #define VINTOK_API __attribute__((visibility("default")))
+#define VINTOK_TLS_API VINTOK_API
 #endif
 
 #endif

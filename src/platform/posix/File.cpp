@@ -1,5 +1,6 @@
 #include "platform/File.h"
 
+#include <fcntl.h>
 #include <locale.h>
 #include <sys/stat.h>
 #include <time.h>
@@ -10,6 +11,14 @@ namespace vintok::platform {
 std::FILE *openFile(const std::string &path, const char *mode) {
     // "e" opens close-on-exec.
     return std::fopen(path.c_str(), (std::string(mode) + "e").c_str());
+}
+
+std::FILE *createPrivateFile(const std::string &path) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    std::FILE *stream = descriptor == -1 ? nullptr : fdopen(descriptor, "w");
+    if (descriptor != -1 && stream == nullptr)
+        close(descriptor);
+    return stream;
 }
 
 char pathSeparator() {

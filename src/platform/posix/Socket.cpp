@@ -41,6 +41,12 @@ std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t leng
     return count;
 }
 
+std::int64_t sendWith(int descriptor, const unsigned char *buffer, std::size_t length, int flags) {
+    const ssize_t count = ::send(descriptor, buffer, length, flags);
+    succeeded(count);
+    return count;
+}
+
 } // namespace
 
 bool startSockets(std::uint16_t wanted, std::uint16_t &granted) {
@@ -119,9 +125,15 @@ std::int64_t peek(int descriptor, unsigned char *buffer, std::size_t length) {
 }
 
 std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t length) {
-    const ssize_t count = ::send(descriptor, buffer, length, MSG_NOSIGNAL);
-    succeeded(count);
-    return count;
+    return sendWith(descriptor, buffer, length, MSG_NOSIGNAL);
+}
+
+std::int64_t receiveNow(int descriptor, unsigned char *buffer, std::size_t length) {
+    return receiveWith(descriptor, buffer, length, MSG_DONTWAIT);
+}
+
+std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t length) {
+    return sendWith(descriptor, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 bool bytesWaiting(int descriptor, std::size_t &count) {

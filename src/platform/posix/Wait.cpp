@@ -64,6 +64,11 @@ int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
     return ready;
 }
 
+bool awaitSocket(int descriptor, Await what, std::int32_t milliseconds) {
+    pollfd polled = {descriptor, static_cast<short>(what == Await::readable ? POLLIN : POLLOUT), 0};
+    return poll(&polled, 1, milliseconds < 0 ? -1 : milliseconds) == 1;
+}
+
 bool endArrived(int descriptor) {
     pollfd polled = {descriptor, POLLRDHUP, 0};
     return poll(&polled, 1, 0) == 1;

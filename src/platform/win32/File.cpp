@@ -80,6 +80,15 @@ std::FILE *openFile(const std::string &path, const char *mode) {
     return std::fopen(path.c_str(), (std::string(mode) + "N").c_str());
 }
 
+std::FILE *createPrivateFile(const std::string &path) {
+    const int flags = _O_WRONLY | _O_CREAT | _O_EXCL | _O_NOINHERIT | _O_BINARY;
+    const int descriptor = _open(path.c_str(), flags, _S_IREAD | _S_IWRITE);
+    std::FILE *stream = descriptor == -1 ? nullptr : _fdopen(descriptor, "wb");
+    if (descriptor != -1 && stream == nullptr)
+        _close(descriptor);
+    return stream;
+}
+
 char pathSeparator() {
     return '\\';
 }

@@ -1,6 +1,7 @@
 #include "platform/Socket.h"
 
 #include "platform/SocketAddress.h"
+#include "platform/Wait.h"
 #include "platform/win32/LowWater.h"
 #include "platform/win32/SocketError.h"
 
@@ -41,6 +42,11 @@ std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t leng
     if (succeeded(count) && count == 0)
         setSocketError(0);
     return count;
+}
+
+std::int64_t wouldBlock() {
+    setSocketError(WSAEWOULDBLOCK);
+    return -1;
 }
 
 } // namespace
@@ -136,6 +142,17 @@ std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t lengt
                              boundedLength(length), 0);
     succeeded(count);
     return count;
+}
+
+// There is no flag for this here. A socket that can be written to takes all of a buffer at once.
+std::int64_t receiveNow(int descriptor, unsigned char *buffer, std::size_t length) {
+    return awaitSocket(descriptor, Await::readable, 0) ? receive(descriptor, buffer, length)
+                                                       : wouldBlock();
+}
+
+std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t length) {
+    return awaitSocket(descriptor, Await::writable, 0) ? send(descriptor, buffer, length)
+                                                       : wouldBlock();
 }
 
 bool bytesWaiting(int descriptor, std::size_t &count) {

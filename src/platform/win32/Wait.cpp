@@ -96,6 +96,17 @@ int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
     }
 }
 
+bool awaitSocket(int descriptor, Await what, std::int32_t milliseconds) {
+    timeval limit = {milliseconds / 1000, milliseconds % 1000 * 1000};
+    fd_set wanted = {};
+    fd_set failed = {};
+    FD_SET(static_cast<SOCKET>(descriptor), &wanted);
+    FD_SET(static_cast<SOCKET>(descriptor), &failed);
+    fd_set *const reading = what == Await::readable ? &wanted : nullptr;
+    fd_set *const writing = what == Await::writable ? &wanted : nullptr;
+    return select(0, reading, writing, &failed, milliseconds < 0 ? nullptr : &limit) != 0;
+}
+
 bool endArrived(int descriptor) {
     WSAPOLLFD polled = {static_cast<SOCKET>(descriptor), 0, 0};
     return WSAPoll(&polled, 1, 0) == 1;

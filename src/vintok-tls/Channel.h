@@ -1,0 +1,89 @@
+// One connection under TLS: OpenSSL's object between the socket and two buffers.
+#ifndef VINTOK_TLS_CHANNEL_H
+#define VINTOK_TLS_CHANNEL_H
+
+#include "vintok-tls/OpenSSL.h"
+#include "vintok/TCPCertInfo.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace vintok::tls {
+
+// Calls nothing of the library. Reads never wait; a write waits until all is sent. One thread may
+// read while another one writes.
+class Channel {
+public:
+    explicit Channel(int descriptor);
+    Channel(const Channel &) = delete;
+    Channel &operator=(const Channel &) = delete;
+
+    enum class Progress {
+        done,
+        waitsToRead,
+        waitsToWrite,
+        ended // `failure` tells why
+    };
+
+    // The handshake, which a thread does alone: `begin` once, then `shake` until it is done.
+    void begin(Connection connection);
+    Progress shake();
+    bool isUp() const;
+
+    // Up to `length` bytes of plaintext, at least one when it is done.
+    Progress read(unsigned char *buffer, std::size_t length, std::size_t &count);
+    // Copies `length` bytes that `pending` covers, or fails.
+    bool peek(unsigned char *buffer, std::size_t length) const;
+    // Opens what the socket has, up to a bound; returns how many bytes of plaintext are ready.
+    std::size_t takeIn();
+    std::size_t pending() const;
+
+    // All or nothing; `last` adds the close of the channel to the same write.
+    bool write(const unsigned char *buffer, std::size_t length, bool last);
+
+    // Says the close, without waiting, unless the channel has failed or somebody writes. Looks
+    // first whether the peer has ended the stream without one, and then `failure` says so.
+    void close();
+
+    Failure failure() const;
+    void fail(const Failure &failure);
+    std::size_t strength(std::string &text) const;
+    void describePeer(TCPCertInfo &info) const;
+
+private:
+    friend struct SocketBio;
+    int receive(BIO *bio, char *buffer, int length);
+    int hold(const char *buffer, int length);
+
+    Progress explain(int result);
+    Progress openRecord();
+    bool encrypt(const unsigned char *buffer, std::size_t length);
+    bool flush(bool wait);
+    void flushAside();
+    std::size_t ready() const { return m_plain.size() - m_taken; }
+    std::size_t take(unsigned char *buffer, std::size_t length);
+
+    const int m_descriptor;
+
+    mutable std::mutex m_lock; // of all that follows, up to the next one
+    Connection m_connection;
+    bool m_up = false;
+    bool m_socketEnded = false;
+    int m_firstByte = -1; // that the peer sent
+    std::string m_socketFailure;
+    Failure m_failure;
+    std::vector<unsigned char> m_plain; // opened, of which `m_taken` have been read
+    std::size_t m_taken = 0;
+    std::vector<unsigned char> m_sealed; // not yet handed to the writer
+
+    std::mutex m_writing; // of what is on its way; taken before `m_lock`
+    std::vector<unsigned char> m_sending;
+    std::size_t m_sent = 0;
+};
+
+} // namespace vintok::tls
+
+#endif

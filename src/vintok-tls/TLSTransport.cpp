@@ -1,0 +1,410 @@
+// The seam's operations over one channel for each secure descriptor.
+//
+// Both sides of a connection try a handshake as soon as it stands, and each may be without TLS. A
+// party without it that was called speaks first, and one that calls waits for that. So the
+// accepting side looks whether the first bytes are a handshake, for a short while since there may
+// never be any, and the connecting side, where plain is allowed, looks whether the other one speaks
+// before it says its own hello: that hello would be read as a frame. Whoever finds the peer plain
+// has sent and taken nothing, and the connection goes on plain.
+//
+// From the first byte of a handshake on there is no way back: what fails then breaks the connection
+// off. The library goes on with it, finds it closed, and drops it in its own way.
+//
+// `m_lock` guards the channels' table and is held for look-ups only. Where the library's locks are
+// held, in `addSecureDescriptor` and `removeSecureDescriptor`, nothing waits.
+#include "vintok-tls/TLSTransport.h"
+
+#include "platform/Socket.h"
+#include "platform/Wait.h"
+#include "vintok-tls/Channel.h"
+#include "vintok-tls/Settings.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <new>
+#include <thread>
+
+namespace vintok {
+
+using tls::Channel;
+using tls::Failure;
+using tls::Role;
+using tls::Settings;
+using Progress = Channel::Progress;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t helloStart = 6;          // bytes that tell a ClientHello
+constexpr std::chrono::milliseconds moment(5); // when bytes are there but too few
+
+Clock::time_point after(std::uint32_t milliseconds) {
+    return Clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+// Milliseconds until then, rounded up.
+std::int32_t until(Clock::time_point end) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    return static_cast<std::int32_t>(std::max<std::int64_t>(0, left.count()));
+}
+
+// Whether the bytes begin, or might begin, a record with a ClientHello.
+bool isHello(const unsigned char *bytes, std::size_t count) {
+    const auto is = [&](std::size_t at, int least, int most) {
+        return at >= count || (bytes[at] >= least && bytes[at] <= most);
+    };
+    return is(0, 0x16, 0x16) && is(1, 3, 3) && is(2, 0, 4) && is(5, 1, 1);
+}
+
+enum class Start { silent, hello, plain, ended };
+
+// Waits for the peer's first bytes, and leaves them.
+Start awaitStart(int fd, std::uint32_t milliseconds) {
+    const Clock::time_point end = after(milliseconds);
+    for (;;) {
+        const bool readable = platform::awaitSocket(fd, platform::Await::readable, until(end));
+        unsigned char bytes[helloStart] = {};
+        const std::int64_t pending = rawBytesPending(fd);
+        if (pending > 0) {
+            const auto count = static_cast<std::size_t>(
+                std::max<std::int64_t>(0, rawPeekBytes(fd, bytes, sizeof bytes)));
+            if (!isHello(bytes, count))
+                return Start::plain;
+            if (count == helloStart || Clock::now() >= end)
+                return Start::hello;
+            std::this_thread::sleep_for(moment);
+            continue;
+        }
+        if (pending < 0 || readable)
+            return Start::ended;
+        if (Clock::now() >= end)
+            return Start::silent;
+    }
+}
+
+void logLine(ErrSeverity severity, int fd, const std::string &text) {
+    if ((std::uint32_t{logLevel()} & std::uint32_t{severity}) != 0)
+        logMessage(("TLS on descriptor " + std::to_string(fd) + ": " + text).c_str(), severity);
+}
+
+// The channel has a certain end, so its words come once.
+void setError(TCPError code, const char *operation, const Failure &failure) {
+    setLastError(code, std::string("vintok::TLSTransport::") + operation + '\n' + failure.words);
+}
+
+} // namespace
+
+struct tls::State {
+    using ChannelPtr = std::shared_ptr<Channel>;
+
+    ChannelPtr find(int fd) const {
+        const std::lock_guard guard(m_lock);
+        const auto found = m_channels.find(fd);
+        return found != m_channels.end() ? found->second : nullptr;
+    }
+
+    std::shared_ptr<const Settings> settings() const {
+        const std::lock_guard guard(m_lock);
+        return m_settings;
+    }
+
+    void keep(const Failure &failure) {
+        const std::lock_guard guard(m_lock);
+        m_failure = failure;
+    }
+
+    ChannelPtr findUp(int fd, const char *operation) const;
+    bool left(int fd, const char *operation, const Failure &failure);
+    bool breakOff(int fd, const char *operation, const Failure &failure);
+    bool plainPeer(int fd, const char *operation, const Settings &settings,
+                   const std::string &words);
+    bool shake(int fd, const char *operation, const Settings &settings, Role role,
+               const std::string &name);
+    std::int64_t send(int fd, const char *operation, const unsigned char *buffer,
+                      std::size_t length, bool last);
+    std::int64_t lost(int fd, const Channel &channel, const char *operation);
+
+    mutable std::mutex m_lock;
+    std::map<int, ChannelPtr> m_channels;
+    std::shared_ptr<const Settings> m_settings; // null until it is open
+    Failure m_failure;
+    bool m_connectsUnnamed = true;
+};
+
+// The channel of a descriptor whose handshake is done; null after setting the error.
+tls::State::ChannelPtr tls::State::findUp(int fd, const char *operation) const {
+    ChannelPtr channel = find(fd);
+    if (channel != nullptr && channel->isUp())
+        return channel;
+    setError(TCP_ERROR_SSL_TRANSPORT, operation, {TLS_ERROR_SETTINGS, "no handshake was made"});
+    return nullptr;
+}
+
+// --- How a handshake does not come about -----------------------------------------------
+
+// Nothing was sent or taken: the connection can go on plain.
+bool tls::State::left(int fd, const char *operation, const Failure &failure) {
+    logLine(SEVERITY_INFO, fd, "goes on plain: " + failure.words);
+    setError(TCP_ERROR_SSL_TRANSPORT, operation, failure);
+    return false;
+}
+
+bool tls::State::breakOff(int fd, const char *operation, const Failure &failure) {
+    keep(failure);
+    logLine(SEVERITY_ERROR, fd, "broken off: " + failure.words);
+    setClosed(fd);
+    platform::shutdownBoth(fd);
+    setError(TCP_ERROR_SSL_TRANSPORT, operation, failure);
+    return false;
+}
+
+bool tls::State::plainPeer(int fd, const char *operation, const Settings &settings,
+                           const std::string &words) {
+    if (settings.options.required)
+        return breakOff(fd, operation, {TLS_ERROR_PEER_PLAIN, words + ", and TLS is required"});
+    return left(fd, operation, {TLS_ERROR_PEER_PLAIN, words});
+}
+
+bool tls::State::shake(int fd, const char *operation, const Settings &settings, Role role,
+                       const std::string &name) {
+    const ChannelPtr channel = find(fd);
+    Failure failure;
+    tls::Connection connection = tls::makeConnection(settings, role, name, failure);
+    if (connection == nullptr)
+        return breakOff(fd, operation, failure);
+    const Clock::time_point end = after(settings.options.handshakeTime);
+    channel->begin(std::move(connection));
+    for (;;) {
+        const Progress progress = channel->shake();
+        if (progress == Progress::done)
+            break;
+        if (progress == Progress::ended)
+            return breakOff(fd, operation, channel->failure());
+        if (until(end) == 0) {
+            channel->fail({TLS_ERROR_TIME, "the peer did not finish the handshake in time"});
+            continue;
+        }
+        platform::awaitSocket(fd,
+                              progress == Progress::waitsToRead ? platform::Await::readable
+                                                                : platform::Await::writable,
+                              until(end));
+    }
+    std::string strength;
+    channel->strength(strength);
+    TCPCertInfo peer;
+    channel->describePeer(peer);
+    logLine(SEVERITY_INFO, fd,
+            strength + (peer.m_text1.empty() ? ", the peer shows no certificate"
+                                             : ", the peer is " + peer.m_text1));
+    return true;
+}
+
+// The channel has ended, or failed, with nothing left to read.
+std::int64_t tls::State::lost(int fd, const Channel &channel, const char *operation) {
+    const Failure failure = channel.failure();
+    keep(failure);
+    setClosed(fd);
+    setError(TCP_ERROR_CONNECTION_RESET, operation, failure);
+    return -1;
+}
+
+// --- Life ------------------------------------------------------------------------------
+
+TLSTransport::TLSTransport() : m_state(std::make_unique<tls::State>()) {}
+
+TLSTransport::~TLSTransport() = default;
+
+bool TLSTransport::open(const TLSOptions &options) {
+    auto settings = std::make_shared<Settings>();
+    std::string words;
+    if (!tls::makeSettings(options, *settings, words)) {
+        setError(TCP_ERROR_SSL_TRANSPORT, "open", {TLS_ERROR_SETTINGS, words});
+        return false;
+    }
+    const std::lock_guard guard(m_state->m_lock);
+    m_state->m_settings = std::move(settings);
+    return true;
+}
+
+void TLSTransport::setConnectsUnnamed(bool on) {
+    const std::lock_guard guard(m_state->m_lock);
+    m_state->m_connectsUnnamed = on;
+}
+
+TLSError TLSTransport::lastFailure(std::string &words) const {
+    const std::lock_guard guard(m_state->m_lock);
+    words = m_state->m_failure.words;
+    return m_state->m_failure.error;
+}
+
+void TLSTransport::clearFailure() {
+    m_state->keep({});
+}
+
+bool TLSTransport::addSecureDescriptor(int fd) {
+    try {
+        auto channel = std::make_shared<Channel>(fd);
+        const std::lock_guard guard(m_state->m_lock);
+        m_state->m_channels.insert_or_assign(fd, std::move(channel));
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
+    }
+}
+
+bool TLSTransport::removeSecureDescriptor(int fd) {
+    const tls::State::ChannelPtr channel = m_state->find(fd);
+    if (channel == nullptr)
+        return false;
+    channel->close();
+    const Failure failure = channel->failure();
+    if (channel->isUp() && failure.error == TLS_ERROR_TRUNCATED)
+        logLine(SEVERITY_WARNING, fd,
+                "the stream ended without a close of the channel: " + failure.words);
+    const std::lock_guard guard(m_state->m_lock);
+    m_state->m_channels.erase(fd);
+    return true;
+}
+
+// --- Handshakes ------------------------------------------------------------------------
+
+bool TLSTransport::secureAccept(int fd) {
+    constexpr const char *operation = "secureAccept";
+    const tls::State::ChannelPtr channel = m_state->find(fd);
+    const std::shared_ptr<const Settings> settings = m_state->settings();
+    if (channel == nullptr || settings == nullptr)
+        return m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"});
+    if (channel->isUp())
+        return true;
+    if (!settings->hasCertificate)
+        return m_state->plainPeer(fd, operation, *settings,
+                                  "there is no certificate to accept with");
+    switch (awaitStart(fd, settings->options.acceptWait)) {
+    case Start::silent:
+        return m_state->plainPeer(fd, operation, *settings, "the caller does not begin with TLS");
+    case Start::plain:
+        return m_state->plainPeer(fd, operation, *settings, "the caller speaks without TLS");
+    case Start::ended:
+        return m_state->breakOff(fd, operation, {TLS_ERROR_TRUNCATED, "the caller is gone"});
+    case Start::hello:
+        break;
+    }
+    return m_state->shake(fd, operation, *settings, Role::accepts, "");
+}
+
+bool TLSTransport::secureConnect(int fd, const char *peerName) {
+    constexpr const char *operation = "secureConnect";
+    const tls::State::ChannelPtr channel = m_state->find(fd);
+    const std::shared_ptr<const Settings> settings = m_state->settings();
+    if (channel == nullptr || settings == nullptr)
+        return m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"});
+    if (channel->isUp())
+        return true;
+    {
+        const std::lock_guard guard(m_state->m_lock);
+        if (peerName == nullptr && !m_state->m_connectsUnnamed) {
+            setError(TCP_ERROR_SSL_TRANSPORT, operation, {TLS_ERROR_UNNAMED, "no name is given"});
+            return false;
+        }
+    }
+    // One that demands TLS has nothing to wait for: a peer that speaks plain will be broken off.
+    const std::uint32_t wait = settings->options.required ? 0 : settings->options.connectWait;
+    switch (awaitStart(fd, wait)) {
+    case Start::hello: // nobody says that to who connects
+    case Start::plain:
+        return m_state->plainPeer(fd, operation, *settings, "the other side speaks without TLS");
+    case Start::ended:
+        return m_state->breakOff(fd, operation, {TLS_ERROR_TRUNCATED, "the other side is gone"});
+    case Start::silent:
+        break;
+    }
+    return m_state->shake(fd, operation, *settings, Role::connects,
+                          peerName != nullptr ? peerName : settings->options.expectedName);
+}
+
+// --- Bytes -----------------------------------------------------------------------------
+
+bool TLSTransport::secureBytesPending(int fd, std::size_t *pending, bool socketHasData) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureBytesPending");
+    if (channel == nullptr)
+        return false;
+    *pending = socketHasData ? channel->takeIn() : channel->pending();
+    if (*pending != 0)
+        return true;
+    const Failure failure = channel->failure();
+    if (failure.error == TLS_ERROR_NONE)
+        return true;
+    // Whoever waits for this descriptor is to find it: its socket may hold nothing more.
+    if (socketHasData && failure.error != TLS_ERROR_CLOSED) {
+        m_state->keep(failure);
+        logLine(SEVERITY_ERROR, fd, failure.words);
+        platform::shutdownBoth(fd);
+    }
+    setError(TCP_ERROR_SSL_TRANSPORT, "secureBytesPending", failure);
+    return false;
+}
+
+std::int64_t TLSTransport::securePeek(int fd, unsigned char *buffer, std::size_t length) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "securePeek");
+    return channel != nullptr && channel->peek(buffer, length) ? static_cast<std::int64_t>(length)
+                                                               : -1;
+}
+
+std::int64_t TLSTransport::secureRecv(int fd, unsigned char *buffer, std::size_t length) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureRecv");
+    while (channel != nullptr) {
+        std::size_t count = 0;
+        const Progress progress = channel->read(buffer, length, count);
+        if (progress == Progress::done)
+            return static_cast<std::int64_t>(count);
+        if (progress == Progress::ended)
+            return m_state->lost(fd, *channel, "secureRecv");
+        platform::awaitSocket(fd, platform::Await::readable, -1);
+    }
+    return -1;
+}
+
+std::int64_t tls::State::send(int fd, const char *operation, const unsigned char *buffer,
+                              std::size_t length, bool last) {
+    const ChannelPtr channel = findUp(fd, operation);
+    if (channel == nullptr)
+        return -1;
+    return channel->write(buffer, length, last) ? static_cast<std::int64_t>(length)
+                                                : lost(fd, *channel, operation);
+}
+
+std::int64_t TLSTransport::secureSend(int fd, const unsigned char *buffer, std::size_t length) {
+    return m_state->send(fd, "secureSend", buffer, length, false);
+}
+
+std::int64_t TLSTransport::sendLast(int fd, const unsigned char *buffer, std::size_t length) {
+    return m_state->send(fd, "sendLast", buffer, length, true);
+}
+
+// --- Questions -------------------------------------------------------------------------
+
+bool TLSTransport::secureStatus(int fd, std::size_t &value, std::string &text) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureStatus");
+    if (channel != nullptr)
+        value = channel->strength(text);
+    return channel != nullptr;
+}
+
+bool TLSTransport::certificateInfo(int fd, TCPCertInfo &info) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "certificateInfo");
+    if (channel != nullptr)
+        channel->describePeer(info);
+    return channel != nullptr;
+}
+
+SecureError TLSTransport::lastSecureError(int fd) {
+    const tls::State::ChannelPtr channel = m_state->find(fd);
+    return channel != nullptr ? static_cast<SecureError>(channel->failure().error)
+                              : SECURE_ERROR_NOT_SECURE;
+}
+
+} // namespace vintok
