@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 namespace app {
 
@@ -144,18 +145,33 @@ private:
     std::string m_origin;
 };
 
+// Null, with the reason told, when there is nothing to read from.
+std::FILE *openRecord(const std::string &path, File &file, Report &report) {
+    if (path == "-") {
+        // A system whose standard input has such a name passes its bytes on as they are.
+        std::error_code error;
+        if (std::filesystem::exists("/dev/stdin", error)) {
+            return stdin;
+        }
+        report.failed("cannot open '-': the standard input is no stream of bytes on this system");
+        return nullptr;
+    }
+    file.reset(std::fopen(path.c_str(), "rb"));
+    if (!file) {
+        report.failed("cannot open '" + path + "': " + std::strerror(errno));
+    }
+    return file.get();
+}
+
 } // namespace
 
 int runDecode(const Options &options, Report &report) {
     File file;
-    if (options.file != "-") {
-        file.reset(std::fopen(options.file.c_str(), "rb"));
-        if (!file) {
-            report.failed("cannot open '" + options.file + "': " + std::strerror(errno));
-            return 1;
-        }
+    std::FILE *const input = openRecord(options.file, file, report);
+    if (!input) {
+        return 1;
     }
-    RecordReader reader(file ? file.get() : stdin);
+    RecordReader reader(input);
     vintok::TCPMessage message;
     RecordReader::Result result = reader.next(message);
     for (; result == RecordReader::Result::record; result = reader.next(message)) {
