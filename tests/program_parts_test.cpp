@@ -1,4 +1,5 @@
 #include "Command.h"
+#include "FileAnnouncement.h"
 #include "JsonLine.h"
 #include "LoopbackPair.h"
 #include "Options.h"
@@ -112,6 +113,7 @@ TEST(Command, TellsWhatIsSaidFromWhatIsAsked) {
         {"/accept", CommandKind::accept, ""},
         {"/accept \t 12 ", CommandKind::accept, "12"},
         {"/reject 3", CommandKind::reject, "3"},
+        {"/send  my plan.txt ", CommandKind::send, "my plan.txt"},
         {"/help", CommandKind::help, ""},
         {"/", CommandKind::unknown, "/"},
         {"/whoami", CommandKind::unknown, "/whoami"},
@@ -134,12 +136,12 @@ TEST(Command, HelpListsWhatIsUnderstood) {
 }
 
 TEST(Saying, IsATextOfFourLines) {
-    const std::string body = encodeSaying({"192.0.2.1", 7777, "Ann Lee", "hello\nall"});
+    const std::string body = encodeSaying({{"192.0.2.1", 7777}, "Ann Lee", "hello\nall"});
     EXPECT_EQ("say 1\n192.0.2.1 7777\nAnn Lee\nhello\nall", body);
     Saying saying;
     ASSERT_TRUE(decodeSaying(body, saying));
-    EXPECT_EQ("192.0.2.1", saying.address);
-    EXPECT_EQ(7777, saying.port);
+    EXPECT_EQ("192.0.2.1", saying.place.address);
+    EXPECT_EQ(7777, saying.place.port);
     EXPECT_EQ("Ann Lee", saying.name);
     EXPECT_EQ("hello\nall", saying.text);
 }
@@ -147,7 +149,8 @@ TEST(Saying, IsATextOfFourLines) {
 TEST(Saying, WhatIsSaidComesBackWhateverItHolds) {
     for (const TextCase &one : textCases) {
         Saying saying;
-        ASSERT_TRUE(decodeSaying(encodeSaying({"::1", 1, one.text, one.text}), saying)) << one.what;
+        ASSERT_TRUE(decodeSaying(encodeSaying({{"::1", 1}, one.text, one.text}), saying))
+            << one.what;
         EXPECT_EQ(one.text, saying.text) << one.what;
         EXPECT_EQ(std::string::npos, saying.name.find('\n')) << one.what;
     }
@@ -158,7 +161,7 @@ TEST(Saying, AnOverlongNameOrTextIsCutSoThatItCanBeRead) {
     name += "\u20ac"; // the limit falls into it
     const std::string text(MAX_SAID_TEXT + 100, 't');
     Saying saying;
-    ASSERT_TRUE(decodeSaying(encodeSaying({"::1", 1, name, text}), saying));
+    ASSERT_TRUE(decodeSaying(encodeSaying({{"::1", 1}, name, text}), saying));
     EXPECT_EQ(std::string(MAX_SAID_NAME - 1, 'n'), saying.name);
     EXPECT_EQ(MAX_SAID_TEXT, saying.text.size());
 }
@@ -177,15 +180,66 @@ TEST(Saying, AnythingElseIsRefusedAndChangesNothing) {
         {"a negative port", "say 1\n::1 -1\nAnn\nhello"},
         {"a port with a tail", "say 1\n::1 1x\nAnn\nhello"},
         {"no name", "say 1\n::1 1\nAnn"},
-        {"an endless address", "say 1\n" + std::string(MAX_SAID_ADDRESS, ':') + " 1\nAnn\nhello"},
+        {"an endless address", "say 1\n" + std::string(MAX_BODY_ADDRESS, ':') + " 1\nAnn\nhello"},
         {"an endless name", "say 1\n::1 1\n" + std::string(MAX_SAID_NAME + 1, 'n') + "\nhello"},
         {"an endless text", "say 1\n::1 1\nAnn\n" + std::string(MAX_SAID_TEXT + 1, 't')},
     };
     for (const auto &[what, body] : bodies) {
-        Saying saying{"before", 5, "name", "text"};
+        Saying saying{{"before", 5}, "name", "text"};
         EXPECT_FALSE(decodeSaying(body, saying)) << what;
-        EXPECT_EQ("before", saying.address) << what;
+        EXPECT_EQ("before", saying.place.address) << what;
         EXPECT_EQ("text", saying.text) << what;
+    }
+}
+
+const std::string hash(64, 'a');
+
+TEST(FileAnnouncement, AnAnnouncementAndAClosingComeBackAsTheyWere) {
+    const std::string body =
+        encodeAnnouncement({{"192.0.2.1", 7777}, "my plan.txt", {MAX_FILE_SIZE, hash}});
+    EXPECT_EQ("file 1\n192.0.2.1 7777\nmy plan.txt\n2147483647 " + hash, body);
+    FileAnnouncement announcement;
+    ASSERT_TRUE(decodeAnnouncement(body, announcement));
+    EXPECT_EQ((Place{"192.0.2.1", 7777}), announcement.place);
+    EXPECT_EQ("my plan.txt", announcement.name);
+    EXPECT_EQ((FileSum{MAX_FILE_SIZE, hash}), announcement.sum);
+    for (const bool sent : {false, true}) {
+        FileClosing closing;
+        ASSERT_TRUE(decodeClosing(encodeClosing({{"::1", 1}, sent}), closing));
+        EXPECT_EQ(sent, closing.sent);
+        EXPECT_EQ("::1", closing.place.address);
+    }
+}
+
+TEST(FileAnnouncement, AnythingElseIsRefusedAndChangesNothing) {
+    const std::string head = "file 1\n::1 1\n";
+    for (const std::string &body : {std::string(),
+                                    std::string(2000, '\0'),
+                                    "file 2\n::1 1\nf\n1 " + hash,
+                                    "say 1\n::1 1\nf\n1 " + hash,
+                                    "file 1\n::1\nf\n1 " + hash,
+                                    head,
+                                    head + "f",
+                                    head + "\n1 " + hash,
+                                    head + std::string(MAX_FILE_NAME + 1, 'f') + "\n1 " + hash,
+                                    head + "f\n0 " + hash,
+                                    head + "f\n2147483648 " + hash,
+                                    head + "f\n99999999999999999999999 " + hash,
+                                    head + "f\n-1 " + hash,
+                                    head + "f\n1" + hash,
+                                    head + "f\n1 ",
+                                    head + "f\n 1 " + hash,
+                                    head + "f\n1 a" + hash,
+                                    head + "f\n1 " + std::string(64, 'A'),
+                                    head + "f\n1 " + hash + "\n",
+                                    std::string("file-end 1\n::1 1\n"),
+                                    std::string("file-end 1\n::1 1\nsent\n")}) {
+        FileAnnouncement announcement{{"before", 5}, "name", {7, "sum"}};
+        EXPECT_FALSE(decodeAnnouncement(body, announcement)) << body;
+        EXPECT_EQ("name", announcement.name) << body;
+        FileClosing closing{{"before", 5}, true};
+        EXPECT_FALSE(decodeClosing(body, closing)) << body;
+        EXPECT_EQ("before", closing.place.address) << body;
     }
 }
 
@@ -289,6 +343,7 @@ TEST(Options, WrongOnesAreToldInOneLine) {
         {{"host", "--log-level", "loud"}, "--log-level"},
         {{"host", "--name"}, "--name"},
         {{"relay", "--meeting", "x"}, "--meeting"},
+        {{"join", "a", "--clock-offset", "1"}, "--clock-offset"},
         {{"relay-send"}, "target"},
     };
     for (const auto &one : cases) {

@@ -18,6 +18,8 @@ const Word words[] = {
     {"/keep", CommandKind::keep, "", "do not give it"},
     {"/accept", CommandKind::accept, "[CALL]", "let a caller in, the one who waits longest first"},
     {"/reject", CommandKind::reject, "[CALL]", "turn a caller away"},
+    {"/send", CommandKind::send, "FILE", "send a file to everybody"},
+    {"/time", CommandKind::time, "", "the time by the meeting's clock"},
     {"/leave", CommandKind::leave, "", "leave the meeting and end"},
     {"/help", CommandKind::help, "", "this list"},
 };

@@ -18,6 +18,8 @@ enum class CommandKind {
     keep,
     accept,
     reject,
+    send,
+    time,
     leave,
     help,
     unknown

@@ -32,6 +32,19 @@ JsonLine personEvent(const char *event, const Person &person) {
     return describe(line, person);
 }
 
+// By FileEnd.
+const char *const fileResults[] = {"sent", "not-sent", "received", "differs", "unsure", "lost"};
+
+JsonLine &sized(JsonLine &line, const char *key, std::uint64_t bytes, bool known) {
+    return known ? line.number(key, static_cast<std::int64_t>(bytes)) : line.nothing(key);
+}
+
+JsonLine fileEvent(const char *event, const FileNews &file) {
+    JsonLine line = personEvent(event, file.person);
+    line.text("file", file.name);
+    return sized(line, "size", file.announced.size, file.announced.size != 0);
+}
+
 class JsonReport : public Report {
 public:
     void listening(const std::string &address, unsigned short port) override {
@@ -67,6 +80,27 @@ public:
     }
     void strangeData(std::size_t bytes) override {
         print(JsonLine("data").number("bytes", static_cast<std::int64_t>(bytes)));
+    }
+    void fileBegins(const FileNews &file) override {
+        print(fileEvent("file-begin", file)
+                  .text("sha256", file.announced.sha256)
+                  .text("path", file.path));
+    }
+    void fileGoesOn(const FileNews &file) override {
+        JsonLine line = fileEvent("file-progress", file);
+        line.number("bytes", static_cast<std::int64_t>(file.done));
+        print(sized(line, "percent", static_cast<std::uint64_t>(percentOf(file)),
+                    file.announced.size != 0));
+    }
+    void fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) override {
+        JsonLine line = fileEvent("file-end", file);
+        line.text("result", fileResults[static_cast<int>(end)])
+            .text("announced", file.announced.sha256);
+        sized(line, "bytes", sum.size, end != FileEnd::lost);
+        print(line.text("sha256", sum.sha256).text("path", file.path));
+    }
+    void fileRefused(const FileNews &file, const std::string &reason) override {
+        print(fileEvent("file-refused", file).text("reason", reason));
     }
     void roster(const std::string &meeting, const std::vector<Person> &people) override {
         std::vector<JsonLine> parties;

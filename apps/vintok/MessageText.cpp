@@ -175,8 +175,8 @@ bool readBroadcast(Body &body, Fields &fields) {
         return readBytes(body, fields);
     }
     fields.text("name", saying.name)
-        .text("address", saying.address)
-        .number("port", saying.port)
+        .text("address", saying.place.address)
+        .number("port", saying.place.port)
         .text("text", saying.text);
     body.take(body.rest().size());
     return true;

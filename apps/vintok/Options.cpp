@@ -98,6 +98,14 @@ void addMeeting(CLI::App &app, Options &options) {
     app.add_option("--record", options.recordFile,
                    "Write everything that is said into this file, which loses what it held")
         ->type_name("FILE");
+    app.add_option("--files", options.files,
+                   "Store the files that others send in this folder, in place of what is there "
+                   "under their names (QOR_COLLAB_ROOT_LOCAL; without either they are refused)")
+        ->type_name("DIR")
+        ->check(silent(!CLI::ExistingFile));
+    addWord(app, "--progress", options.progress, whens,
+            "Show how far a file has come (auto: on a terminal)")
+        ->type_name("auto|always|never");
 }
 
 CLI::App *addHost(CLI::App &program, Options &options) {
@@ -105,6 +113,11 @@ CLI::App *addHost(CLI::App &program, Options &options) {
     app->add_option("--meeting", options.meeting, "The name of the meeting")->type_name("NAME");
     addWord(*app, "--answer", options.answer, answers, "Let callers in (yes)")
         ->type_name("yes|ask|no");
+    app->add_option("--clock-offset", options.clockOffset,
+                    "Run the meeting's clock so far ahead of this machine's, to try out how "
+                    "guests follow it (0)")
+        ->type_name("SECONDS")
+        ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addMeeting(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");

@@ -6,6 +6,7 @@
 
 #include <vintok/TCPStream.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -41,12 +42,15 @@ struct Options {
 
     // A record file: what decode prints, and what a party plays.
     std::string file;
-    bool full = false;      // decode shows all of a long body
-    double speed = 1;       // of playing: seconds of the recording in one second
-    std::string recordFile; // what a party records its meeting into
+    bool full = false;            // decode shows all of a long body
+    double speed = 1;             // of playing: seconds of the recording in one second
+    std::string recordFile;       // what a party records its meeting into
+    std::string files;            // the folder for files that arrive; empty: the environment's
+    std::int64_t clockOffset = 0; // seconds that a host's clock is ahead of the machine's
 
     bool json = false;
     When colour = When::automatic;
+    When progress = When::automatic;
     std::optional<vintok::LogLevel> logLevel; // none: as the environment says
     std::string logFile;
 };

@@ -20,7 +20,11 @@ constexpr unsigned int PARTING_SECONDS = 3; // that a host has to hang up
 } // namespace
 
 Party::Party(const Options &options, Report &report)
-    : m_options(options), m_report(report), m_participant(options, *this), m_inbox(m_loop) {
+    : m_options(options),
+      m_report(report),
+      m_participant(options, *this),
+      m_inbox(m_loop),
+      m_files(m_participant, m_people, report) {
     m_listeners = m_loop.numDescriptors();
 }
 
@@ -36,6 +40,11 @@ int Party::run() {
     }
     introduce();
     setCallbacks();
+    vintok::addTime(m_options.clockOffset);
+    if (!m_options.files.empty() && !Participant::setFileRoot(m_options.files)) {
+        fail("cannot keep files in '" + m_options.files + "'");
+        return m_exitCode;
+    }
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
         fail(withLastFailure("cannot make sockets on the loopback address"));
         return m_exitCode;
@@ -118,14 +127,17 @@ void Party::afterPass() {
         return m_leaving ? part() : meetingEnds("The meeting is over.");
     }
     while (!m_calling && !m_done && !m_unsaid.empty()) {
-        const std::string text = m_unsaid.front();
+        const Command command = m_unsaid.front();
         m_unsaid.pop_front();
-        send(text);
+        obey(command);
     }
     if (!m_calling && !m_done && !m_leaving && m_player) {
         play();
     }
-    if (!m_calling && m_inputEnded && !m_options.stay) {
+    if (!m_calling && !m_done && !m_leaving) {
+        m_files.sendNext();
+    }
+    if (!m_calling && m_inputEnded && !m_options.stay && m_files.allSent()) {
         leave();
     }
 }

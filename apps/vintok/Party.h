@@ -3,6 +3,7 @@
 #define VINTOK_APP_PARTY_H
 
 #include "Command.h"
+#include "Files.h"
 #include "Inbox.h"
 #include "Options.h"
 #include "Person.h"
@@ -74,8 +75,9 @@ private:
     // ---- What the person and the clock tell (PartyCommands.cpp)
     void take(Inbox::Kind kind, const std::string &text);
     void obey(const Command &command);
+    bool mustWait(const Command &command);
     void say(const std::string &text);
-    void send(const std::string &text);
+    void tellTime();
     void answer(const Command &command);
     void askForLead();
     void answerForLead(bool give);
@@ -94,9 +96,10 @@ private:
     bool m_done = false;
     int m_exitCode = 0;
     bool m_inputEnded = false;
-    unsigned int m_seconds = 0;       // since the loop began
-    std::deque<std::string> m_unsaid; // typed before there was a meeting
+    unsigned int m_seconds = 0;   // since the loop began
+    std::deque<Command> m_unsaid; // typed before there was a meeting
     People m_people;
+    Files m_files;
     bool m_wantsLead = false; // has asked for it and has not been answered
     bool m_leadAsked = false; // somebody waits for this party's answer
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer

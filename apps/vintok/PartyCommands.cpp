@@ -17,8 +17,13 @@ void Party::take(Inbox::Kind kind, const std::string &text) {
         return;
     }
     switch (kind) {
-    case Inbox::Kind::line:
-        return obey(parseCommand(text));
+    case Inbox::Kind::line: {
+        const Command command = parseCommand(text);
+        if (!mustWait(command)) {
+            obey(command);
+        }
+        return;
+    }
     case Inbox::Kind::longLine:
         return m_report.problem("a line of more than " + std::to_string(MAX_LINE) +
                                 " bytes was not said");
@@ -53,6 +58,10 @@ void Party::obey(const Command &command) {
     case CommandKind::accept:
     case CommandKind::reject:
         return answer(command);
+    case CommandKind::send:
+        return m_files.send(command.text, self());
+    case CommandKind::time:
+        return tellTime();
     case CommandKind::leave:
         return leave();
     case CommandKind::help:
@@ -62,21 +71,36 @@ void Party::obey(const Command &command) {
     }
 }
 
-void Party::say(const std::string &text) {
-    if (m_calling || !m_unsaid.empty()) { // a line does not overtake those that wait
-        if (m_unsaid.size() == MAX_UNSAID) {
-            return m_report.problem(
-                "the call is not answered yet, and too many lines wait already");
-        }
-        m_unsaid.push_back(text);
-        return;
+// What is for the others waits for the answer to the call, and does not overtake what waits.
+bool Party::mustWait(const Command &command) {
+    if ((command.kind != CommandKind::say && command.kind != CommandKind::send) ||
+        (!m_calling && m_unsaid.empty())) {
+        return false;
     }
-    send(text);
+    if (m_unsaid.size() == MAX_UNSAID) {
+        m_report.problem("the call is not answered yet, and too many lines wait already");
+    } else {
+        m_unsaid.push_back(command);
+    }
+    return true;
 }
 
-void Party::send(const std::string &text) {
+void Party::tellTime() {
+    const std::int64_t now = vintok::getTime();
+    const std::int64_t ahead = vintok::getAddTime() - vintok::getSubtractTime();
+    const std::string offset = std::to_string(ahead < 0 ? -ahead : ahead) + " seconds ";
+    m_report.notice({"time",
+                     "The meeting's time is " + timeText(now) + ", " +
+                         (ahead == 0  ? "the same as"
+                          : ahead > 0 ? offset + "ahead of"
+                                      : offset + "behind") +
+                         " this machine's clock.",
+                     Fields().time("time", now).number("offset", ahead)});
+}
+
+void Party::say(const std::string &text) {
     const Person me = self();
-    const std::string body = encodeSaying({me.address, me.port, me.name, text});
+    const std::string body = encodeSaying({{me.address, me.port}, me.name, text});
     if (m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
                                         body.size())) {
         record(body);
@@ -130,6 +154,7 @@ void Party::answerForLead(bool give) {
 
 void Party::tick() {
     ++m_seconds;
+    m_files.tick();
     if (m_leaving && --m_patience == 0) {
         return part();
     }

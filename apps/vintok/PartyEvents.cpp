@@ -21,6 +21,13 @@ void Party::setCallbacks() {
     m_participant.setBroadcastDataCB([](Library *p, unsigned char *data, std::uint64_t length) {
         of(p).heard(data, static_cast<std::size_t>(length));
     });
+    m_participant.setFileProgressCB(
+        [](Library *p, const vintok::TCPAddress &origin, std::uint64_t done, std::uint64_t,
+           const std::string &path) { of(p).m_files.goesOn(origin, done, path); });
+    m_participant.setFileTransferCB(
+        [](Library *p, const vintok::TCPAddress &, bool whole, const std::string &path) {
+            of(p).m_files.ends(whole, path);
+        });
     m_participant.setLeadChangeCB([](Library *p, const Entry &e) { of(p).leads(e); });
     m_participant.setLeadRequestCB([](Library *p, const Entry &e) { of(p).leadAsked(e); });
     m_participant.setLeadReplyCB([](Library *p, unsigned char *answer, std::uint64_t length) {
@@ -92,6 +99,7 @@ void Party::joined(const vintok::ConferenceRosterEntry &entry) {
 void Party::left(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry);
     m_people.remove(person);
+    m_files.left(person);
     if (m_leaving) {
         return; // it is this party that leaves
     }
@@ -106,8 +114,9 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
     Person person = personOf(entry);
     if (person.address == me.address && person.port == me.port) {
         person = me;
+        m_files.rosterCame();
     }
-    const Person *known = m_people.find(person.address, person.port);
+    const Person *known = m_people.find({person.address, person.port});
     if (known && !(*known == person)) {
         const Person before = *known;
         m_people.take(person);
@@ -118,19 +127,22 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
 void Party::heard(const unsigned char *data, std::size_t length) {
     const std::string body(reinterpret_cast<const char *>(data), length);
     record(body);
+    if (m_files.heard(body)) {
+        return;
+    }
     Saying saying;
     if (!decodeSaying(body, saying)) {
         m_report.strangeData(length);
         return;
     }
     Person speaker;
-    if (const Person *known = m_people.find(saying.address, saying.port)) {
+    if (const Person *known = m_people.find(saying.place)) {
         speaker = *known;
         speaker.self = false; // whoever speaks in our name is to be heard
     } else {
         speaker.name = saying.name;
-        speaker.address = saying.address;
-        speaker.port = saying.port;
+        speaker.address = saying.place.address;
+        speaker.port = saying.place.port;
     }
     m_report.said(speaker, saying.text);
 }

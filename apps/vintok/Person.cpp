@@ -66,8 +66,8 @@ std::vector<Person> People::all() const {
     return people;
 }
 
-const Person *People::find(const std::string &address, unsigned short port) const {
-    const auto known = findIn(m_people, address, port);
+const Person *People::find(const Place &place) const {
+    const auto known = findIn(m_people, place.address, place.port);
     return known == m_people.end() ? nullptr : &*known;
 }
 

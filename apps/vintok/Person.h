@@ -2,6 +2,8 @@
 #ifndef VINTOK_APP_PERSON_H
 #define VINTOK_APP_PERSON_H
 
+#include "BodyHead.h"
+
 #include <vintok/ConferenceRosterEntry.h>
 
 #include <string>
@@ -36,7 +38,7 @@ public:
     // Adds a person or takes the new data of one.
     void take(const Person &person);
     void remove(const Person &person);
-    const Person *find(const std::string &address, unsigned short port) const;
+    const Person *find(const Place &place) const;
     // The one who leads from now on.
     void setLeader(const Person &person);
     bool alone() const { return m_people.size() <= 1; }

@@ -3,6 +3,7 @@
 #define VINTOK_APP_REPORT_H
 
 #include "Fields.h"
+#include "FileNews.h"
 #include "Person.h"
 
 #include <cstddef>
@@ -48,6 +49,13 @@ public:
     virtual void relayed(const std::string &text) = 0;
     // A broadcast whose body is no line.
     virtual void strangeData(std::size_t bytes) = 0;
+    // A file goes out or comes in, and how far it is: at each per cent, or less often.
+    virtual void fileBegins(const FileNews &file) = 0;
+    virtual void fileGoesOn(const FileNews &file) = 0;
+    // With what there is of it here, if that is whole.
+    virtual void fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) = 0;
+    // Somebody's file is not stored.
+    virtual void fileRefused(const FileNews &file, const std::string &reason) = 0;
     virtual void roster(const std::string &meeting, const std::vector<Person> &people) = 0;
     virtual void help() = 0;
     virtual void notice(const Notice &notice) = 0;
@@ -60,8 +68,9 @@ public:
 };
 
 // Both print on the standard output, a line for each event, at once; `failed` and text's `problem`
-// go to standard error. With `colours` the text has the escape sequences of a terminal.
-std::unique_ptr<Report> makeTextReport(bool colours);
+// go to standard error. With `colours` the text has the escape sequences of a terminal; with
+// `progress` a file that is under way has a line that changes in place.
+std::unique_ptr<Report> makeTextReport(bool colours, bool progress);
 std::unique_ptr<Report> makeJsonReport();
 
 // One line on standard error, in the program's name.

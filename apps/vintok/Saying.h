@@ -1,15 +1,16 @@
-// A line said in a meeting, as the body of a broadcast message. A body that was relayed arrives
-// without a sender, so it names its own:
+// A line said in a meeting, as the body of a broadcast message. It has a head (BodyHead.h) and the
+// rest:
 //
 //     say 1\n
-//     <address> <port>\n     where the speaker listens, as in the roster: this finds name and
-//     colour <name>\n               for a listener whose roster does not have the speaker <text>
-//     UTF-8, up to the end of the body
+//     <address> <port>\n     finds name and colour of the speaker
+//     <name>\n               for a listener whose roster does not have the speaker
+//     <text>                 UTF-8, up to the end of the body
 //
-// A body proves nothing: any party can speak in another's name, since a meeting trusts its members.
 // Name and text are bytes from the network and go through `printable` before anybody sees them.
 #ifndef VINTOK_APP_SAYING_H
 #define VINTOK_APP_SAYING_H
+
+#include "BodyHead.h"
 
 #include <cstddef>
 #include <string>
@@ -18,14 +19,12 @@
 namespace app {
 
 struct Saying {
-    std::string address; // as TCPAddress::ipString has it
-    unsigned short port = 0;
+    Place place;
     std::string name;
     std::string text;
 };
 
 // What a receiver takes; longer fields make a body unreadable.
-inline constexpr std::size_t MAX_SAID_ADDRESS = 64;
 inline constexpr std::size_t MAX_SAID_NAME = 256;
 inline constexpr std::size_t MAX_SAID_TEXT = 65536;
 

@@ -13,6 +13,8 @@ namespace app {
 struct FileSum {
     std::uint64_t size = 0;
     std::string sha256;
+
+    bool operator==(const FileSum &other) const = default;
 };
 
 // Reads the file once, a block at a time, which takes a while for a big one. False when it cannot

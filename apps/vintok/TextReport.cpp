@@ -1,5 +1,6 @@
 #include "Command.h"
 #include "Palette.h"
+#include "ProgressLine.h"
 #include "Report.h"
 #include "Text.h"
 
@@ -11,16 +12,27 @@ namespace app {
 namespace {
 
 constexpr std::size_t NAME_LIMIT = 64;
+constexpr std::size_t FILE_NAME_LIMIT = 200;
 constexpr std::size_t LONGEST_PADDED_NAME = 24;
 
 void print(const std::string &line) {
+    ProgressLine::clear();
     std::fputs((line + '\n').c_str(), stdout);
     std::fflush(stdout);
 }
 
+std::string bytes(std::uint64_t count) {
+    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
+}
+
+std::string described(const FileSum &sum) {
+    return sum.sha256.empty() ? "it cannot be read here"
+                              : bytes(sum.size) + ", SHA-256 " + sum.sha256;
+}
+
 class TextReport : public Report {
 public:
-    explicit TextReport(bool colours) : m_colours(colours) {}
+    TextReport(bool colours, bool progress) : m_colours(colours), m_progress(progress) {}
 
     void listening(const std::string &address, unsigned short port) override {
         print("Listening on " + address + " port " + std::to_string(port) + '.');
@@ -92,6 +104,47 @@ public:
         print("(" + std::to_string(bytes) + " bytes arrived that are no line)");
     }
 
+    void fileBegins(const FileNews &file) override {
+        if (file.person.self) {
+            print("Sending " + titleOf(file) + " to everybody; what others say shows afterwards.");
+        } else {
+            print(nameOf(file.person) + " sends " + titleOf(file) + '.');
+        }
+    }
+    void fileGoesOn(const FileNews &file) override {
+        if (m_progress) {
+            ProgressLine::show(printable(file.name, ProgressLine::NAME_LIMIT), file.done,
+                               file.announced.size);
+        }
+    }
+    void fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) override {
+        const std::string name = printable(file.name, FILE_NAME_LIMIT);
+        const std::string received = "Received " + name + " from " + nameOf(file.person);
+        const std::string what = ": " + described(sum);
+        const std::string where = ", in " + printable(file.path);
+        switch (end) {
+        case FileEnd::sent:
+            return print("Sent " + name + what);
+        case FileEnd::notSent:
+            return print("Sent " + name + ", but NOT to everybody" + what);
+        case FileEnd::received:
+            return print(received + ", as announced" + what + where);
+        case FileEnd::differs:
+            return print(received + ", but it is NOT what was announced" + what + where +
+                         " (announced: " + described(file.announced) + ')');
+        case FileEnd::unsure:
+            return print(received + what + where + " (not compared: nothing was announced)");
+        case FileEnd::lost:
+            return print(nameOf(file.person) + "'s file " + name +
+                         " has NOT arrived: it broke off or could not be stored, and nothing is "
+                         "kept of it.");
+        }
+    }
+    void fileRefused(const FileNews &file, const std::string &reason) override {
+        print(nameOf(file.person) + "'s file " + (file.name.empty() ? "" : titleOf(file) + ' ') +
+              "is NOT stored here: " + printable(reason) + '.');
+    }
+
     void roster(const std::string &meeting, const std::vector<Person> &people) override {
         print("In the meeting" + quotedMeeting(meeting) + ':');
         for (const Person &person : people) {
@@ -123,6 +176,12 @@ private:
         return paint(printable(person.name, NAME_LIMIT), person);
     }
 
+    static std::string titleOf(const FileNews &file) {
+        const std::uint64_t size = file.announced.size;
+        return printable(file.name, FILE_NAME_LIMIT) + " (" +
+               (size == 0 ? "of a size that was not announced" : bytes(size)) + ')';
+    }
+
     static std::string quotedMeeting(const std::string &meeting) {
         return meeting.empty() ? "" : " \"" + printable(meeting, NAME_LIMIT) + '"';
     }
@@ -137,15 +196,17 @@ private:
     }
 
     bool m_colours;
+    bool m_progress;
 };
 
 } // namespace
 
-std::unique_ptr<Report> makeTextReport(bool colours) {
-    return std::make_unique<TextReport>(colours);
+std::unique_ptr<Report> makeTextReport(bool colours, bool progress) {
+    return std::make_unique<TextReport>(colours, progress);
 }
 
 void complain(const std::string &text) {
+    ProgressLine::clear();
     std::fputs(("vintok: " + printable(text) + '\n').c_str(), stderr);
     std::fflush(stderr); // not every runtime leaves it unbuffered when it is a pipe
 }

@@ -31,13 +31,13 @@ bool isDevice() {
 }
 
 // A terminal says what it is in TERM; without that word one must not send it escape sequences.
-bool wantsColours(app::When when) {
-    if (when != app::When::automatic) {
-        return when == app::When::always;
-    }
+bool onTerminal() {
     const char *terminal = std::getenv("TERM");
-    const bool capable = terminal && *terminal && std::string_view(terminal) != "dumb";
-    return capable && !variableSet("NO_COLOR") && isDevice();
+    return terminal && *terminal && std::string_view(terminal) != "dumb" && isDevice();
+}
+
+bool wanted(app::When when, bool otherwise) {
+    return when == app::When::automatic ? otherwise : when == app::When::always;
 }
 
 int runRole(const app::Options &options, app::Report &report) {
@@ -57,7 +57,10 @@ int runRole(const app::Options &options, app::Report &report) {
 
 int runLibrary(const app::Options &options) {
     const std::unique_ptr<app::Report> report =
-        options.json ? app::makeJsonReport() : app::makeTextReport(wantsColours(options.colour));
+        options.json
+            ? app::makeJsonReport()
+            : app::makeTextReport(wanted(options.colour, onTerminal() && !variableSet("NO_COLOR")),
+                                  wanted(options.progress, onTerminal()));
     if (options.role == app::Role::decode) { // needs no network
         return app::runDecode(options, *report);
     }

@@ -1,0 +1,45 @@
+// What the program itself broadcasts begins with two lines: what it is, such as "say 1", and where
+// the party listens that speaks, as in the roster:
+//
+//     <mark>\n
+//     <address> <port>\n
+//     ...
+//
+// A body that was relayed arrives without its sender, so it names its own. It proves nothing: any
+// party can speak in another's name, since a meeting trusts its members. All of it is bytes from
+// the network.
+#ifndef VINTOK_APP_BODYHEAD_H
+#define VINTOK_APP_BODYHEAD_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace app {
+
+// A longer address makes a body unreadable.
+inline constexpr std::size_t MAX_BODY_ADDRESS = 64;
+
+// Where a party listens; the address as TCPAddress::ipString has it.
+struct Place {
+    std::string address;
+    unsigned short port = 0;
+
+    bool operator==(const Place &other) const = default;
+};
+
+std::string beginBody(std::string_view mark, const Place &place);
+
+// Takes the first two lines off the front of a body. False when they are others; `body` may have
+// lost lines then.
+bool takeBodyHead(std::string_view &body, std::string_view mark, Place &place);
+
+// Takes one line off the front. False when there is no line end within the limit.
+bool takeLine(std::string_view &body, std::size_t limit, std::string_view &line);
+
+// The front of a text: as many whole characters as fit.
+std::string_view cut(std::string_view text, std::size_t limit);
+
+} // namespace app
+
+#endif

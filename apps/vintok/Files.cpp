@@ -1,0 +1,333 @@
+// A meeting carries one file at a time: a receiver takes one at a time, and two parties that both
+// write and do not read would in the end wait for each other. So a sender first announces its file
+// to all and, unless it is the host, asks the host for the roster. The host handles what a party
+// sends in order, and so does every connection: when the answer has come, so has every announcement
+// that the host passed on before this one. If there is one, the other party goes first. (A roster
+// that the host sends for a reason of its own, just then, is taken for the answer. Two files then
+// cross, and every receiver keeps one of them.)
+//
+// An announcement holds until its sender closes it or leaves, or has been silent for a minute. The
+// library's callbacks tell what becomes of the file itself; a file that was not announced arrives
+// all the same.
+#include "Files.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+namespace app {
+
+namespace {
+
+constexpr unsigned int ROSTER_SECONDS = 3; // that the host has to answer
+constexpr unsigned int QUIET_SECONDS = 60; // after which a sender no longer keeps others from it
+
+Place placeOf(const Person &person) {
+    return {person.address, person.port};
+}
+
+std::string inQuotes(const std::string &text) {
+    return '\'' + text + '\'';
+}
+
+// Why a file cannot be sent; empty, with `file` filled in, when it can.
+std::string examine(const std::string &path, FileNews &file) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found) {
+        return "there is no file " + inQuotes(path);
+    }
+    if (std::filesystem::is_directory(status)) {
+        return inQuotes(path) + " is a folder; only files can be sent";
+    }
+    // The size of anything else is not known before it has been read, if it ends at all.
+    if (!std::filesystem::is_regular_file(status)) {
+        return inQuotes(path) + " is not a regular file";
+    }
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (!error && size > MAX_FILE_SIZE) {
+        return inQuotes(path) + " is too big: " + std::to_string(size) +
+               " bytes, and a file may have " + std::to_string(MAX_FILE_SIZE);
+    }
+    file.path = path;
+    file.name = std::filesystem::path(path).filename().string();
+    if (path.find(file.name) + file.name.size() != path.size() ||
+        file.name.size() > MAX_FILE_NAME) {
+        return inQuotes(path) + " cannot be sent under this path: the name " + inQuotes(file.name) +
+               " occurs earlier in it; send the file from its own folder";
+    }
+    if (!sumFile(path, file.announced)) {
+        return "cannot read " + inQuotes(path) + ": " + std::strerror(errno);
+    }
+    if (file.announced.size == 0) {
+        return inQuotes(path) + " is empty, and an empty file cannot be sent";
+    }
+    return "";
+}
+
+bool endsIn(const std::string &path, const std::string &name) {
+    return path.size() > name.size() &&
+           path.compare(path.size() - name.size(), name.size(), name) == 0;
+}
+
+std::string whyRefused() {
+    const char *root = std::getenv("QOR_COLLAB_ROOT_LOCAL");
+    return root && *root ? "it cannot be written below " + inQuotes(root)
+                         : "no folder for files was given, with --files DIR";
+}
+
+} // namespace
+
+int percentOf(const FileNews &file) {
+    const std::uint64_t size = file.announced.size;
+    return size == 0 ? 0 : static_cast<int>(std::min(file.done, size) * 100 / size);
+}
+
+// ---- Sending
+
+void Files::send(const std::string &path, const Person &self) {
+    if (path.empty()) {
+        return m_report.problem("which file? /send FILE");
+    }
+    if (m_people.alone()) {
+        return m_report.problem("nobody else is in the meeting");
+    }
+    const std::string other = rival();
+    if (!other.empty()) {
+        return m_report.problem(other + "; wait until that is over");
+    }
+    FileNews file;
+    file.person = self;
+    const std::string obstacle = examine(path, file);
+    if (!obstacle.empty()) {
+        return m_report.problem(obstacle);
+    }
+    m_outgoing.push_back(file);
+}
+
+void Files::sendNext() {
+    while (!m_outgoing.empty()) {
+        if (!m_claimed) {
+            claim();
+        }
+        if (m_asked) {
+            return;
+        }
+        const std::string other = rival();
+        if (other.empty()) {
+            transfer();
+        } else {
+            withdraw(other + ", who was first; send " + inQuotes(m_outgoing.front().path) +
+                     " again when that is over");
+        }
+        m_outgoing.pop_front();
+        m_claimed = false;
+    }
+}
+
+void Files::claim() {
+    const FileNews &file = m_outgoing.front();
+    m_claimed = true;
+    broadcast(encodeAnnouncement({placeOf(file.person), file.name, file.announced}));
+    m_asked = !m_participant.isHost() && m_participant.requestRoster();
+    m_patience = ROSTER_SECONDS;
+}
+
+void Files::transfer() {
+    FileNews &file = m_outgoing.front();
+    m_sending = true;
+    m_begun = false;
+    const bool sent = m_participant.transferFile(file.path, file.name);
+    m_sending = false;
+    if (!m_begun) {
+        return withdraw(m_people.alone() ? "nobody else is in the meeting"
+                                         : inQuotes(file.path) + " can no longer be read");
+    }
+    broadcast(encodeClosing({placeOf(file.person), true}));
+    m_report.fileEnds(file, sent ? FileEnd::sent : FileEnd::notSent, file.announced);
+}
+
+void Files::withdraw(const std::string &reason) {
+    broadcast(encodeClosing({placeOf(m_outgoing.front().person), false}));
+    m_report.problem(reason);
+}
+
+void Files::broadcast(const std::string &body) {
+    m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
+                                    body.size());
+}
+
+// Who else is sending, and what. Empty: nobody.
+std::string Files::rival() const {
+    const auto sends = [](const Person &person, const std::string &name) {
+        return person.name + " is sending " + inQuotes(name);
+    };
+    if (m_incoming && m_quiet < QUIET_SECONDS) {
+        return sends(m_incoming->person, m_incoming->name);
+    }
+    if (!m_offers.empty()) {
+        const FileAnnouncement &announcement = m_offers.front().announcement;
+        return sends(personAt(announcement.place), announcement.name);
+    }
+    return "";
+}
+
+// ---- What the meeting tells
+
+bool Files::heard(std::string_view body) {
+    FileAnnouncement announcement;
+    FileClosing closing;
+    const bool begins = decodeAnnouncement(body, announcement);
+    if (!begins && !decodeClosing(body, closing)) {
+        return false;
+    }
+    // Only of parties that are here and are not this one, so that there are never many.
+    const Person *sender = m_people.find(begins ? announcement.place : closing.place);
+    if (!sender || sender->self) {
+        return false;
+    }
+    if (begins) {
+        dropOffer(announcement.place);
+        m_offers.push_back({announcement});
+    } else {
+        closed(closing);
+    }
+    return true;
+}
+
+void Files::closed(const FileClosing &closing) {
+    const Offer *offer = offerOf(closing.place);
+    if (offer && closing.sent && !offer->told) {
+        m_report.fileRefused(newsOf(closing.place),
+                             "it did not come, or while another one was arriving");
+    }
+    dropOffer(closing.place);
+}
+
+void Files::left(const Person &person) {
+    dropOffer(placeOf(person));
+}
+
+void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path) {
+    if (m_sending) {
+        if (done == 0) {
+            m_begun = true;
+            return m_report.fileBegins(m_outgoing.front());
+        }
+        return tellProgress(m_outgoing.front(), done);
+    }
+    Place place;
+    origin.ipString(place.address);
+    place.port = origin.hostByteOrderPort();
+    m_quiet = 0;
+    if (Offer *offer = offerOf(place)) {
+        offer->quiet = 0;
+    }
+    if (m_incoming && m_incoming->path == path) {
+        tellProgress(*m_incoming, done);
+    } else {
+        begins(place, path);
+    }
+}
+
+void Files::begins(const Place &place, const std::string &path) {
+    FileNews file = newsOf(place);
+    if (Offer *offer = offerOf(place)) {
+        offer->told = true;
+    }
+    if (path.empty()) {
+        return m_report.fileRefused(file, whyRefused());
+    }
+    if (file.name.empty() || !endsIn(path, file.name)) { // not the one that was announced
+        file.announced = FileSum();
+        file.name = std::filesystem::path(path).filename().string();
+    }
+    file.path = path;
+    m_incoming = file;
+    m_report.fileBegins(file);
+}
+
+void Files::ends(bool whole, const std::string &path) {
+    // Another path comes with an acknowledgement, which nobody owes anybody.
+    if (!m_incoming || m_incoming->path != path) {
+        return;
+    }
+    const FileNews file = *m_incoming;
+    m_incoming.reset();
+    FileSum sum;
+    FileEnd end = FileEnd::lost;
+    if (whole) {
+        const bool known = sumFile(path, sum) && file.announced.size != 0;
+        end = !known                  ? FileEnd::unsure
+              : sum == file.announced ? FileEnd::received
+                                      : FileEnd::differs;
+    }
+    m_report.fileEnds(file, end, sum);
+}
+
+// Once for each per cent; without a known size each time that the MiB have doubled.
+void Files::tellProgress(FileNews &file, std::uint64_t done) {
+    const auto step = [&file] {
+        return file.announced.size != 0 ? percentOf(file)
+                                        : static_cast<int>(std::bit_width(file.done >> 20));
+    };
+    const int before = step();
+    file.done = done;
+    if (step() != before) {
+        m_report.fileGoesOn(file);
+    }
+}
+
+void Files::tick() {
+    ++m_quiet;
+    if (m_asked && --m_patience == 0) {
+        m_asked = false;
+    }
+    for (Offer &offer : m_offers) {
+        ++offer.quiet;
+    }
+    std::erase_if(m_offers, [](const Offer &offer) { return offer.quiet >= QUIET_SECONDS; });
+}
+
+// ---- Who sends what
+
+Files::Offer *Files::offerOf(const Place &place) {
+    const auto offer = std::find_if(m_offers.begin(), m_offers.end(), [&](const Offer &one) {
+        return one.announcement.place == place;
+    });
+    return offer == m_offers.end() ? nullptr : &*offer;
+}
+
+void Files::dropOffer(const Place &place) {
+    std::erase_if(m_offers, [&](const Offer &offer) { return offer.announcement.place == place; });
+}
+
+Person Files::personAt(const Place &place) const {
+    if (const Person *known = m_people.find(place)) {
+        Person person = *known;
+        person.self = false; // whoever sends in our name is not this party
+        return person;
+    }
+    Person person;
+    person.address = place.address;
+    person.port = place.port;
+    person.name = place.address + ' ' + std::to_string(place.port);
+    return person;
+}
+
+// What is known before the file itself: who sends it, and what was announced.
+FileNews Files::newsOf(const Place &place) {
+    FileNews file;
+    file.person = personAt(place);
+    if (const Offer *offer = offerOf(place)) {
+        file.name = offer->announcement.name;
+        file.announced = offer->announcement.sum;
+    }
+    return file;
+}
+
+} // namespace app

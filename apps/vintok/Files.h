@@ -1,0 +1,87 @@
+// The files of one party of a meeting: the one that it sends, and what others send.
+#ifndef VINTOK_APP_FILES_H
+#define VINTOK_APP_FILES_H
+
+#include "FileAnnouncement.h"
+#include "FileNews.h"
+#include "Person.h"
+#include "Report.h"
+
+#include <vintok/ConferenceParticipant.h>
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace app {
+
+class Files {
+public:
+    // All three must outlive this object.
+    Files(vintok::ConferenceParticipant &participant, const People &people, Report &report)
+        : m_participant(participant), m_people(people), m_report(report) {}
+
+    // ---- Sending
+
+    // Takes a file up for sending and reports why not where it cannot be. Blocks while it is read.
+    void send(const std::string &path, const Person &self);
+    // To be called between two passes of the loop. Sends what it may by now, and blocks until it is
+    // sent.
+    void sendNext();
+    // Nothing waits to be sent.
+    bool allSent() const { return m_outgoing.empty(); }
+
+    // ---- What the meeting tells
+
+    // A broadcast; false when it is about no file, or about one of somebody who is not here.
+    bool heard(std::string_view body);
+    // The host has told this party about itself.
+    void rosterCame() { m_asked = false; }
+    void left(const Person &person);
+    // The library's callbacks.
+    void goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path);
+    void ends(bool whole, const std::string &path);
+    // A second has passed.
+    void tick();
+
+private:
+    // A file that another party has announced and not closed yet.
+    struct Offer {
+        FileAnnouncement announcement;
+        bool told = false;      // the person has been told what became of it
+        unsigned int quiet = 0; // ticks since the last that was heard of it
+    };
+
+    Offer *offerOf(const Place &place);
+    void dropOffer(const Place &place);
+    Person personAt(const Place &place) const;
+    FileNews newsOf(const Place &place);
+    std::string rival() const;
+    void broadcast(const std::string &body);
+    void claim();
+    void transfer();
+    void withdraw(const std::string &reason);
+    void closed(const FileClosing &closing);
+    void begins(const Place &place, const std::string &path);
+    void tellProgress(FileNews &file, std::uint64_t done);
+
+    vintok::ConferenceParticipant &m_participant;
+    const People &m_people;
+    Report &m_report;
+    std::deque<FileNews> m_outgoing; // the first is the one that is being sent
+    bool m_claimed = false;          // the first has been announced
+    bool m_asked = false;            // and the host has not answered since
+    unsigned int m_patience = 0;     // ticks to wait for that answer
+    bool m_sending = false;          // the library is at work on the first
+    bool m_begun = false;            // and could read it
+    std::optional<FileNews> m_incoming;
+    unsigned int m_quiet = 0;    // ticks since the last of it
+    std::vector<Offer> m_offers; // of parties that are here, one of each
+};
+
+} // namespace app
+
+#endif
