@@ -6,18 +6,18 @@ namespace app {
 
 namespace {
 
-constexpr std::int64_t LONGEST_GAP = 365 * 24 * 3600;
 // Well inside what a time point can hold.
-constexpr double LONGEST_PLAY = 100.0 * LONGEST_GAP;
+constexpr double LONGEST_PLAY = 100.0 * Pacing::A_YEAR;
 
 // Stamps come from a file: their difference may be out of all range.
-std::int64_t gapBetween(std::int64_t earlier, std::int64_t later) {
+std::int64_t gapBetween(std::int64_t earlier, std::int64_t later, std::int64_t longest) {
     if (later <= earlier) {
         return 0;
     }
     const std::uint64_t gap =
         static_cast<std::uint64_t>(later) - static_cast<std::uint64_t>(earlier);
-    return static_cast<std::int64_t>(std::min<std::uint64_t>(gap, LONGEST_GAP));
+    return static_cast<std::int64_t>(
+        std::min<std::uint64_t>(gap, static_cast<std::uint64_t>(longest)));
 }
 
 } // namespace
@@ -31,7 +31,7 @@ void Pacing::next(std::int64_t stamp, TimePoint now) {
         return;
     }
     using Seconds = std::chrono::duration<double>;
-    const auto gap = static_cast<double>(gapBetween(m_stamp, stamp));
+    const auto gap = static_cast<double>(gapBetween(m_stamp, stamp, m_longestGap));
     const double position = Seconds(m_position).count() + gap / m_speed;
     m_stamp = stamp;
     m_position =

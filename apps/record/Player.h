@@ -24,11 +24,14 @@ class Pacing {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    // How many seconds of the recording pass in one second, above 0. Infinity waits for nothing.
-    explicit Pacing(double speed) : m_speed(speed) {}
+    static constexpr std::int64_t A_YEAR = 365 * 24 * 3600;
 
-    // The record that comes next and its time stamp. A stamp that goes back costs no time, and none
-    // costs more than a year.
+    // How many seconds of the recording pass in one second, above 0. Infinity waits for nothing. No
+    // record is due more than `longestGap` seconds, up to a year, after the one before it.
+    explicit Pacing(double speed, std::int64_t longestGap = A_YEAR)
+        : m_speed(speed), m_longestGap(longestGap) {}
+
+    // The record that comes next and its time stamp. A stamp that goes back costs no time.
     void next(std::int64_t stamp, TimePoint now);
     // When it is due: counted from the first record, so that delays do not add up.
     TimePoint due() const { return m_start + m_position; }
@@ -40,6 +43,7 @@ public:
 
 private:
     double m_speed;
+    std::int64_t m_longestGap; // of the recording's time
     bool m_begun = false;
     bool m_paused = false;
     std::int64_t m_stamp = 0; // of the record before
@@ -57,7 +61,8 @@ public:
         damaged, // so is everything up to where the file stops making sense: see `reader`
     };
 
-    Player(std::FILE *file, double speed) : m_reader(file), m_pacing(speed) {}
+    Player(std::FILE *file, double speed, std::int64_t longestGap = Pacing::A_YEAR)
+        : m_reader(file), m_pacing(speed, longestGap) {}
 
     State look(Pacing::TimePoint now);
 

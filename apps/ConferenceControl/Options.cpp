@@ -1,0 +1,122 @@
+#include "Options.h"
+
+#include "ControlParser.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace control {
+
+namespace {
+
+using Member = std::variant<bool Options::*, std::string Options::*, unsigned short Options::*,
+                            unsigned int Options::*>;
+
+struct Row {
+    const char *name;
+    const char *value; // what the help calls it; null for an option without one
+    Member member;
+    const char *help;
+};
+
+const std::vector<Row> &rows() {
+    static const std::vector<Row> rows = {
+        {"-h", nullptr, &Options::help, "Print this and end"},
+        {"-path", "SOCKET", &Options::path, "The application's socket. Without it: host alone"},
+        {"-listen", "PORT", &Options::port, "Listen here, or on the first free port after it"},
+        {"-local", nullptr, &Options::local, "Be reachable from this machine only"},
+        {"-server", nullptr, &Options::server, "Relay for the others, without a user here"},
+        {"-hideIP", nullptr, &Options::hideIP, "Demand that addresses are hidden"},
+        {"-sslAuto", nullptr, &Options::sslAuto, "Secure connections where possible"},
+        {"-sslFIPS", nullptr, &Options::sslFIPS, "Demand FIPS-grade security"},
+        {"-sslMUX", nullptr, &Options::sslMUX, "Leave encryption to the multiplexing server"},
+        {"-uf", "TEXT", &Options::firstName, "The user's first name"},
+        {"-ul", "TEXT", &Options::lastName, "The user's last name"},
+        {"-ut", "TEXT", &Options::title, "The user's title"},
+        {"-ue", "TEXT", &Options::email, "The user's e-mail address"},
+        {"-up", "TEXT", &Options::phone, "The user's telephone number"},
+        {"-mid", "TEXT", &Options::meetingID, "The meeting's identifier"},
+        {"-mn", "TEXT", &Options::meetingName, "The meeting's name"},
+        {"-alarm", "SECONDS", &Options::alarm, "Between tests of the connections, 0 for none (30)"},
+        {"-bg", nullptr, &Options::background, "Run on when the terminal interrupts or goes"},
+        {"-verbose", nullptr, &Options::verbose, "Log what happens"},
+        {"-debug", nullptr, &Options::debug, "Log in detail"},
+        {"-roster", nullptr, &Options::roster, "Log the roster in detail"},
+    };
+    return rows;
+}
+
+template <class Number>
+bool takeNumber(std::string_view text, Number &number) {
+    const char *end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return error == std::errc() && stop == end;
+}
+
+// What each kind of option does with its value.
+struct Setter {
+    Options &options;
+    const char *value;
+
+    bool operator()(bool Options::*member) const { return options.*member = true; }
+    bool operator()(std::string Options::*member) const {
+        options.*member = value;
+        return true;
+    }
+    bool operator()(unsigned short Options::*member) const {
+        return takeNumber(value, options.*member);
+    }
+    bool operator()(unsigned int Options::*member) const {
+        constexpr unsigned int A_DAY = 86400;
+        return takeNumber(value, options.*member) && options.*member <= A_DAY;
+    }
+};
+
+} // namespace
+
+bool readOptions(int count, const char *const *arguments, Options &options,
+                 std::string &complaint) {
+    for (int i = 1; i < count; ++i) {
+        const char *name = arguments[i];
+        const auto row = std::find_if(rows().begin(), rows().end(), [&](const Row &candidate) {
+            return std::strcmp(candidate.name, name) == 0;
+        });
+        if (row == rows().end()) {
+            complaint = "'" + quote(name) + "' is no option";
+            return false;
+        }
+        const char *value = "";
+        if (row->value != nullptr && ++i >= count) {
+            complaint = std::string(name) + " needs a value";
+            return false;
+        }
+        if (row->value != nullptr)
+            value = arguments[i];
+        if (!std::visit(Setter{options, value}, row->member)) {
+            complaint = std::string(name) + ": '" + quote(value) + "' cannot be used";
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string helpText() {
+    constexpr std::size_t COLUMN = 18;
+    std::string text = "usage: ConferenceControl [OPTION [VALUE]] ...\n\n"
+                       "A party of a meeting that an application drives over a local socket.\n\n";
+    for (const Row &row : rows()) {
+        std::string line = std::string("  ") + row.name;
+        if (row.value != nullptr)
+            line += std::string(" ") + row.value;
+        line.resize(std::max(line.size(), COLUMN), ' ');
+        text += line + "  " + row.help + "\n";
+    }
+    return text + "\nExit status: 0 fine (also when the application has gone), 1 the run failed, "
+                  "2 wrong usage.\n";
+}
+
+} // namespace control

@@ -1,0 +1,155 @@
+#include "Session.h"
+
+#include <vintok/ControlNotify.h>
+#include <vintok/TCPStream.h>
+
+#include <algorithm>
+
+namespace control {
+
+Session &Session::of(vintok::ConferenceParticipant *participant) {
+    return static_cast<Participant *>(participant)->session;
+}
+
+void Session::setCallbacks() {
+    using Library = vintok::ConferenceParticipant;
+    using Entry = vintok::ConferenceRosterEntry;
+    m_participant->setSecurityCB([](Library *p, const vintok::ConfSecurityOptions &changed) {
+        if (changed.hideIP)
+            vintok::replyNotifyHideIP(of(p).fd(), p->isHidingIPsRequired());
+    });
+    m_participant->setCallPendingCB([](Library *p, const Entry &e) { of(p).callPending(e); });
+    m_participant->setJoinCB([](Library *p, const Entry &e) { of(p).joined(e); });
+    m_participant->setLeaveCB([](Library *p, const Entry &e) { of(p).left(e); });
+    m_participant->setUserDataCB([](Library *p, const Entry &e) {
+        of(p).observe();
+        vintok::replyNotifyUserInMeeting(of(p).fd(), e);
+    });
+    m_participant->setLeadChangeCB([](Library *p, const Entry &e) {
+        of(p).observe();
+        vintok::replyNotifyLeaderChange(of(p).fd(), e);
+    });
+    m_participant->setLeadRequestCB([](Library *p, const Entry &e) { of(p).leadAsked(e); });
+    m_participant->setLeadReplyCB([](Library *p, unsigned char *answer, std::uint64_t length) {
+        of(p).leadAnswered(length != 0 && *answer != 0);
+    });
+    m_participant->setBroadcastDataCB([](Library *p, unsigned char *data, std::uint64_t length) {
+        of(p).record(data, static_cast<std::size_t>(length));
+    });
+    m_participant->setFileTransferCB(
+        [](Library *p, const vintok::TCPAddress &neighbour, bool whole, const std::string &path) {
+            vintok::replyNotifyFileTransferred(of(p).fd(), neighbour, whole ? 1 : 0, path);
+        });
+    // The side that is asked for its time gets zeros: the offsets themselves are always true.
+    m_participant->setSynchTimeCB(
+        [](Library *p, unsigned char *, std::uint64_t) { of(p).tellTime(); });
+}
+
+// How the own calls go. Without a redirect callback the library follows redirects by itself.
+void Session::setCallCallbacks() {
+    using Library = vintok::ConferenceParticipant;
+    using Called = vintok::RosterBase;
+    using Name = const std::string;
+    m_participant->setRingingCB([](Library *p, Name &name, const Called &party) {
+        vintok::replyNotifyRinging(of(p).fd(), name, party);
+    });
+    m_participant->setAcceptedCB([](Library *p, Name &name, const Called &party) {
+        vintok::replyNotifyCallAccepted(of(p).fd(), name, party);
+    });
+    m_participant->setBusyCB([](Library *p, Name &name, const Called &party) {
+        vintok::replyNotifyBusy(of(p).fd(), name, party);
+    });
+    m_participant->setRejectedCB([](Library *p, Name &name, const Called &party) {
+        vintok::replyNotifyCallRejected(of(p).fd(), name, party);
+    });
+    m_participant->setNoAnswerCB([](Library *p, Name &name, const Called &) {
+        vintok::replyNotifyCallNoAnswer(of(p).fd(), name);
+    });
+    m_participant->setVersionCB([](Library *p, Name &name, const Called &party) {
+        vintok::replyNotifyVersionNotCompatible(of(p).fd(), name, party);
+    });
+    m_participant->setProxyCB([](Library *p, Name &name, unsigned short port, Name &proxy,
+                                 unsigned short proxyPort, Name &authentication,
+                                 unsigned int retries, Name &meetingID) {
+        vintok::replyNotifyCallAuthenticationRequired(of(p).fd(), name, port, proxy, proxyPort,
+                                                      authentication, retries, meetingID);
+    });
+    m_participant->setServerResponseCB([](Library *p, unsigned int status, Name &response) {
+        vintok::replyNotifyServerResponse(of(p).fd(), status, response);
+    });
+}
+
+// Tells what has changed without a callback.
+void Session::observe() {
+    if (m_participant->isMeeting() && !m_inMeeting) {
+        m_inMeeting = true;
+        vintok::replyNotifyBeginMeeting(fd(), m_participant->isHidingIPsRequired(),
+                                        m_participant->meetingName());
+    }
+    if (m_participant->isHost() && !m_hosting)
+        vintok::replyNotifyHosting(fd());
+    m_hosting = m_participant->isHost();
+    if (m_participant->isLeader() != m_leading) {
+        m_leading = m_participant->isLeader();
+        m_leading ? vintok::replyNotifyBeginLeading(fd()) : vintok::replyNotifyEndLeading(fd());
+        m_wantsLead = m_wantsLead && !m_leading;
+        m_stopsLeading = m_stopsLeading && m_leading;
+    }
+    if (!m_participant->isMeeting() && m_inMeeting) {
+        m_inMeeting = false;
+        m_host = -1;
+        m_wantsLead = m_stopsLeading = false;
+        m_parties.clear();
+        m_callers.clear();
+        endRecordings();
+        vintok::replyNotifyEndMeeting(fd());
+    }
+}
+
+// The request that answers does not say whom, so that the application gets one caller at a time.
+void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
+    m_callers.push_back(entry);
+    if (m_callers.size() == 1)
+        vintok::replyNotifyCallPending(fd(), entry);
+}
+
+void Session::joined(const vintok::ConferenceRosterEntry &entry) {
+    observe();
+    if (!isParty(entry))
+        m_parties.push_back(entry);
+    if (!m_participant->isHost() && entry.isHost())
+        m_host = entry.descriptor();
+    vintok::replyNotifyUserJoin(fd(), entry);
+}
+
+void Session::left(const vintok::ConferenceRosterEntry &entry) {
+    const vintok::TCPAddress &address = entry;
+    m_parties.erase(std::remove(m_parties.begin(), m_parties.end(), address), m_parties.end());
+    vintok::replyNotifyUserLeave(fd(), entry);
+}
+
+void Session::leadAsked(const vintok::ConferenceRosterEntry &entry) {
+    if (m_stopsLeading) // it is the host, which was asked to take it
+        m_participant->acceptLeadChange();
+    else
+        vintok::replyNotifyLeadRequestPending(fd(), entry);
+}
+
+// A member hears the answer to its one question twice.
+void Session::leadAnswered(bool granted) {
+    if (!m_wantsLead)
+        return;
+    m_wantsLead = false;
+    granted ? vintok::replyNotifyBeginLeadingGranted(fd())
+            : vintok::replyNotifyBeginLeadingDenied(fd());
+}
+
+// A party that is reachable from this machine only may have no address to tell.
+vintok::TCPAddress Session::ownAddress() const {
+    vintok::TCPAddress address = m_participant->address();
+    if (!address.isIPv4() && !address.isIPv6())
+        address.setLoopbackIPv4();
+    return address;
+}
+
+} // namespace control

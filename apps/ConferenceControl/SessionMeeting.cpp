@@ -1,0 +1,177 @@
+#include "Session.h"
+
+#include <vintok/ControlNotify.h>
+#include <vintok/TCPGUID.h>
+#include <vintok/TCPStream.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <utility>
+
+namespace control {
+
+// ---- Meeting ----
+
+std::string Session::conveneMeeting(const Text &text) {
+    const bool renames = m_inMeeting;
+    const std::string before =
+        std::exchange(m_meetingName, text.has(Field::meetingName) ? text.value(Field::meetingName)
+                                                                  : m_options.meetingName);
+    if (!convene()) {
+        m_meetingName = before;
+        return "somebody else is here already";
+    }
+    m_convened = true;
+    if (renames)
+        vintok::replyNotifyBeginMeeting(fd(), m_participant->isHidingIPsRequired(), m_meetingName);
+    return "";
+}
+
+bool Session::convene() {
+    if (m_options.server)
+        m_participant->setServerMode(true); // the end of a meeting takes that away
+    const bool hosts = m_participant->hostMeeting(m_meetingName);
+    observe();
+    return hosts;
+}
+
+std::string Session::adjournMeeting(const Text &) {
+    if (!m_participant->isHost())
+        return "only the host can end the meeting";
+    leave();
+    return "";
+}
+
+std::string Session::hangup(const Text &) {
+    leave();
+    return "";
+}
+
+void Session::leave() {
+    m_convened = false;
+    m_callers.clear();
+    m_participant->hangup();
+    if (m_options.server)
+        m_participant->setServerMode(true);
+}
+
+// ---- Calls ----
+
+std::string Session::placeCall(const Text &text) {
+    const std::string &name = text.value(Field::machineName);
+    const std::int64_t tries = text.number(Field::triesRemaining);
+    const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
+    vintok::replyNotifyDialing(fd(), name);
+    if (m_participant->placeCall(name, port(Field::port), text.value(Field::proxyAddress),
+                                 port(Field::proxyPort), text.value(Field::meetingID),
+                                 text.value(Field::authenticationString),
+                                 static_cast<unsigned int>(std::max<std::int64_t>(tries, 0))))
+        return "";
+    vintok::replyNotifyCallNoAnswer(fd(), name);
+    return "'" + quote(name) + "' cannot be called";
+}
+
+std::string Session::acceptPendingCall(const Text &) {
+    return answerCall(true);
+}
+
+std::string Session::rejectPendingCall(const Text &) {
+    return answerCall(false);
+}
+
+std::string Session::answerCall(bool accept) {
+    if (m_callers.empty())
+        return "nobody calls";
+    const vintok::RosterBase caller = m_callers.front();
+    m_callers.pop_front();
+    const bool done =
+        accept ? m_participant->acceptCall(caller) : m_participant->rejectCall(caller);
+    if (!m_callers.empty())
+        vintok::replyNotifyCallPending(fd(), m_callers.front());
+    return done ? "" : "the caller has gone";
+}
+
+// ---- Parties ----
+
+bool Session::isParty(const vintok::TCPAddress &address) const {
+    return std::find(m_parties.begin(), m_parties.end(), address) != m_parties.end();
+}
+
+// Whose record the request carries makes no difference: the answer is everybody. A member's comes
+// from its host, and has the member itself in it.
+std::string Session::roster(const Text &) {
+    if (m_participant->isHost()) {
+        vintok::RosterBase self(ownAddress());
+        self.setFirstName(m_participant->firstName());
+        self.setLastName(m_participant->lastName());
+        self.setTitle(m_participant->title());
+        self.setEmail(m_participant->email());
+        self.setPhone(m_participant->phone());
+        self.setColorIndex(m_participant->colorIndex());
+        vintok::replyNotifyUserInMeeting(fd(), self);
+    }
+    return m_participant->requestRoster() ? "" : "the host cannot be asked";
+}
+
+std::string Session::disableUser(const Text &text) {
+    if (!isParty(text.address()))
+        return "there is no such party";
+    m_participant->disableUser(text.address());
+    return "";
+}
+
+std::string Session::enableUser(const Text &text) {
+    if (!isParty(text.address()))
+        return "there is no such party";
+    m_participant->enableUser(text.address());
+    return "";
+}
+
+// ---- Lead ----
+
+std::string Session::startLeading(const Text &) {
+    m_wantsLead = true;
+    const bool asked = m_participant->requestStartLeading();
+    if (m_participant->isLeader() || !asked)
+        leadAnswered(asked); // nobody else will, unless the library has done so already
+    return asked ? "" : "there is nobody to ask";
+}
+
+// Only a member can give the lead back, and it goes to the host.
+std::string Session::stopLeading(const Text &) {
+    if (!m_participant->isLeader())
+        return "somebody else leads";
+    if (m_participant->isHost() || m_host == -1)
+        return "the host leads until somebody asks for the lead";
+    vintok::TCPMessage message(m_host);
+    message.setMessageMajorVersion(vintok::ConferenceParticipant::majorVersion());
+    message.setMessageMinorVersion(vintok::ConferenceParticipant::minorVersion());
+    message.setMessageID(vintok::TCP_stopLeadRequest);
+    m_stopsLeading = message.allocateMessageBuffer(1) && message.write(-1, nullptr);
+    return m_stopsLeading ? "" : "the host cannot be reached";
+}
+
+std::string Session::acceptLeadChange(const Text &) {
+    return m_participant->acceptLeadChange() ? "" : "nobody waits for the lead, or has gone";
+}
+
+std::string Session::rejectLeadChange(const Text &) {
+    return m_participant->rejectLeadChange() ? "" : "nobody waits for the lead, or has gone";
+}
+
+// ---- Files ----
+
+std::string Session::transferFile(const Text &text) {
+    const std::string &path = text.value(Field::filePath);
+    if (path.empty())
+        return "it names no file";
+    const std::string relative = text.has(Field::relativePath)
+                                     ? text.value(Field::relativePath)
+                                     : std::filesystem::path(path).filename().string();
+    vintok::replyNotifyFileTransfer(fd(), path);
+    const bool sent = m_participant->transferFile(path, relative);
+    vintok::replyNotifyFileTransferred(fd(), ownAddress(), sent ? 1 : 0, path);
+    return sent ? "" : "'" + quote(path, 200) + "' was not sent to everybody";
+}
+
+} // namespace control
