@@ -151,7 +151,7 @@ bool restrict(const TLSOptions &options, SSL_CTX *context) {
                         SSL_OP_NO_RENEGOTIATION | SSL_OP_NO_TICKET | SSL_OP_NO_COMPRESSION);
     // Meetings are long and calls are rare: resuming one would not be worth what it keeps.
     SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_OFF);
-    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
+    SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
     SSL_CTX_set_security_level(context, securityLevel);
     SSL_CTX_set_default_passwd_cb(context, noPassPhrase);
     const int oldest = options.oldest == TLSVersion::TLS1_3 ? TLS1_3_VERSION : TLS1_2_VERSION;
