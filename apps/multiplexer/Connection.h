@@ -54,6 +54,7 @@ public:
     bool send(std::string_view bytes);
     bool flush();
     bool hasBacklog() const { return !m_backlog.empty(); }
+    std::size_t held() const { return m_unread.size() + m_backlog.size(); }
     // Ends this side of the stream behind what has been sent.
     void endSending();
 

@@ -207,6 +207,10 @@ void Server::bury(std::unique_ptr<Connection> connection) {
 }
 
 std::string Server::statusPage() const {
+    std::uint64_t held = 0;
+    for (const auto &[id, session] : m_sessions) {
+        held += session->held();
+    }
     const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(m_now - m_started);
     const std::pair<const char *, std::uint64_t> rows[] = {
         {"uptime-seconds", static_cast<std::uint64_t>(uptime.count())},
@@ -218,6 +222,7 @@ std::string Server::statusPage() const {
         {"refused", m_statistics.refused},
         {"bytes-to-called", m_statistics.toCalled},
         {"bytes-to-caller", m_statistics.toCaller},
+        {"bytes-held", held},
     };
     std::string page;
     for (const auto &[name, value] : rows) {

@@ -54,6 +54,9 @@ public:
     // The server ends, or wants this place for somebody else.
     void end(const std::string &reason);
 
+    // Bytes that could not be passed yet.
+    std::size_t held() const;
+
     // Of a client that waits.
     const std::string &meeting() const { return m_meeting; }
     bool offers() const { return m_offers; }

@@ -44,11 +44,15 @@ void Session::pass() {
     if (!passFrom(m_near, m_far) || !passFrom(m_far, m_near)) {
         return;
     }
+    // The ready line of one end lets the other one through, and no socket tells of what was sent
+    // ahead.
+    if (m_near.connection->hasUnread() && !passFrom(m_near, m_far)) {
+        return;
+    }
     if (m_near.ended && m_far.ended && !m_near.connection->hasBacklog() &&
         !m_far.connection->hasBacklog()) {
         return closeTunnel("ended");
     }
-    // The ready line of one end lets the other one through.
     m_near.connection->watch(mayReceive(m_near, m_far));
     m_far.connection->watch(mayReceive(m_far, m_near));
 }
@@ -107,6 +111,14 @@ bool Session::passBytes(Leg &from, Leg &to, std::string_view bytes) {
         return false;
     }
     return true;
+}
+
+std::size_t Session::held() const {
+    std::size_t sum = 0;
+    for (const Leg *leg : {&m_near, &m_far}) {
+        sum += leg->connection ? leg->connection->held() : 0;
+    }
+    return sum;
 }
 
 void Session::closeTunnel(const std::string &reason) {

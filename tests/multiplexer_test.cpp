@@ -1,0 +1,502 @@
+// The multiplexer as a process, between raw clients and between participants of the library.
+#include "platform/TestSockets.h"
+#include "support/Multiplexer.h"
+#include "support/Party.h"
+#include "support/PlainTransport.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+
+namespace vintok::test {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::string number(std::size_t value) {
+    return std::to_string(value);
+}
+
+// Two clients of one meeting, joined and past their ready lines.
+struct Tunnel {
+    explicit Tunnel(const Multiplexer &mux, const std::string &meeting = "talk")
+        : a(mux.port()), b(mux.port()) {
+        const std::size_t waiting = mux.count("waiting");
+        a.sends(callTo(mux, meeting));
+        EXPECT_TRUE(mux.comesTo("waiting", waiting + 1));
+        b.sends(callTo(mux, meeting));
+        for (Client *each : {&a, &b}) {
+            EXPECT_THAT(each->answer(), StartsWith(OPENED));
+            EXPECT_TRUE(each->sends(READY));
+        }
+    }
+    Client a;
+    Client b;
+};
+
+// ---- Who is joined with whom
+
+TEST(AMultiplexer, JoinsTwoPartiesOfAMeeting) {
+    Multiplexer mux;
+    Tunnel one(mux, "one");
+    Tunnel two(mux, "two");
+    for (Tunnel *tunnel : {&one, &two}) {
+        EXPECT_TRUE(tunnel->a.sends("to b") && tunnel->b.sends("to a"));
+        EXPECT_EQ("to b", tunnel->b.receives(4));
+        EXPECT_EQ("to a", tunnel->a.receives(4));
+    }
+    one.a.closes();
+    EXPECT_TRUE(one.b.seesTheEnd());
+    one.b.closes();
+    EXPECT_TRUE(mux.comesTo("tunnels", 1)) << mux.story();
+    EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 ")) << mux.story();
+}
+
+TEST(AMultiplexer, CallsThePartyThatIsNamedIfItMay) {
+    Called party;
+    Called other;
+    Multiplexer mux({"--allow", party.address(), "--meeting", "listed=" + other.address()});
+    Client named(mux.port());
+    named.sends(request("127.0.0.1", party.port(), "talk"));
+    const auto picked = party.picksUp();
+    ASSERT_NE(nullptr, picked);
+    EXPECT_THAT(named.answer(), StartsWith(OPENED));
+
+    Client listed(mux.port());
+    listed.sends(callTo(mux, "listed"));
+    ASSERT_NE(nullptr, other.picksUp());
+    EXPECT_THAT(listed.answer(), StartsWith(OPENED));
+
+    for (const char *host : {"127.0.0.1", "::ffff:127.0.0.1", "party.invalid"}) {
+        Client refused(mux.port());
+        refused.sends(request(host, other.port(), "talk"));
+        EXPECT_THAT(refused.answer(), StartsWith("HTTP/1.0 403 ")) << host;
+    }
+}
+
+TEST(AMultiplexer, LetsTheOthersOfAMeetingComeWhereAPartyIsNotReached) {
+    Called party;
+    party.stops();
+    Multiplexer mux({"--allow", "127.0.0.1"});
+    Client a(mux.port());
+    a.sends(request("127.0.0.1", party.port(), "talk"));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    Client b(mux.port());
+    b.sends(request("127.0.0.1", party.port(), "talk"));
+    EXPECT_THAT(a.answer(), StartsWith(OPENED));
+    EXPECT_THAT(b.answer(), StartsWith(OPENED));
+}
+
+TEST(AMultiplexer, JoinsCallersWithWhoeverOffersToAnswerAndNotWithEachOther) {
+    Multiplexer mux;
+    Client callers[3] = {Client(mux.port()), Client(mux.port()), Client(mux.port())};
+    callers[0].sends(callTo(mux, "talk"));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    Client first(mux.port()), second(mux.port());
+    first.sends(callTo(mux, "talk", OFFER));
+    EXPECT_THAT(callers[0].answer(), StartsWith(OPENED));
+    EXPECT_THAT(first.answer(), StartsWith(OPENED));
+    callers[1].sends(callTo(mux, "talk"));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    callers[2].sends(callTo(mux, "talk"));
+    EXPECT_TRUE(mux.comesTo("waiting", 2)) << "the one who answers will come back";
+    second.sends(callTo(mux, "talk", OFFER));
+    EXPECT_THAT(callers[1].answer(), StartsWith(OPENED)) << "who came first is next";
+    EXPECT_EQ(1u, mux.count("waiting"));
+}
+
+TEST(AMultiplexer, ForgetsClientsThatLeaveWhileTheyWait) {
+    Multiplexer mux;
+    {
+        Client a(mux.port()), b(mux.port());
+        a.sends(callTo(mux, "talk"));
+        b.sends(callTo(mux, "tea"));
+        EXPECT_TRUE(mux.comesTo("waiting", 2));
+        b.resets();
+    }
+    EXPECT_TRUE(mux.comesTo("waiting", 0));
+    Tunnel tunnel(mux);
+}
+
+// ---- Bytes
+
+TEST(AMultiplexer, TakesRequestsAndReadyLinesInAnyPieces) {
+    Multiplexer mux;
+    const std::string asked = callTo(mux, "talk");
+    Client a(mux.port()), b(mux.port());
+    for (const char byte : asked) {
+        a.sends(std::string(1, byte));
+    }
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    b.sends(asked + READY + "all at once");
+    a.sends(READY + "first");
+    for (Client *each : {&a, &b}) {
+        EXPECT_THAT(each->answer(), StartsWith(OPENED));
+    }
+    EXPECT_EQ("first", b.receives(5));
+    EXPECT_EQ("all at once", a.receives(11));
+    for (const std::size_t cut : {1u, 10u, 24u}) {
+        Client c(mux.port()), d(mux.port());
+        c.sends(callTo(mux, "cut") + READY.substr(0, cut));
+        EXPECT_TRUE(mux.comesTo("waiting", 1));
+        d.sends(callTo(mux, "cut") + READY);
+        EXPECT_THAT(c.answer(), StartsWith(OPENED));
+        c.sends(READY.substr(cut) + READY);
+        EXPECT_THAT(d.answer(), StartsWith(OPENED));
+        EXPECT_EQ(READY, d.receives(READY.size())) << "the second one is the other's to read";
+    }
+}
+
+TEST(AMultiplexer, HoldsBytesBackUntilTheReadyLine) {
+    Called party;
+    Multiplexer mux({"--meeting", "talk=" + party.address(), "--request-time", "1"});
+    Client a(mux.port());
+    a.sends(callTo(mux, "talk"));
+    const auto called = party.picksUp();
+    ASSERT_NE(nullptr, called);
+    called->sends("hello");
+    EXPECT_THAT(a.answer(), EndsWith("pLorMUX_Encrypt: false\r\n\r\n"));
+    EXPECT_EQ(0u, mux.count("bytes-to-caller"));
+    EXPECT_FALSE(a.hasBytes());
+    a.sends(READY);
+    EXPECT_EQ("hello", a.receives(5));
+
+    Client wrong(mux.port());
+    wrong.sends(callTo(mux, "talk"));
+    const auto second = party.picksUp();
+    ASSERT_NE(nullptr, second);
+    EXPECT_THAT(wrong.answer(), StartsWith(OPENED));
+    wrong.sends("pLorMUX_Response: Never");
+    EXPECT_TRUE(wrong.seesTheEnd() && second->seesTheEnd());
+
+    Client silent(mux.port());
+    silent.sends(callTo(mux, "talk"));
+    const auto third = party.picksUp();
+    ASSERT_NE(nullptr, third);
+    EXPECT_THAT(silent.answer(), StartsWith(OPENED));
+    EXPECT_TRUE(third->seesTheEnd()) << "its time is over";
+
+    Client plain(mux.port()); // asks for no ready line
+    std::string asked = callTo(mux, "talk");
+    const std::string header = "pLorMUX_ResponseRequired: true\r\n";
+    plain.sends(asked.erase(asked.find(header), header.size()) + READY);
+    const auto fourth = party.picksUp();
+    ASSERT_NE(nullptr, fourth);
+    EXPECT_EQ(READY, fourth->receives(READY.size()));
+}
+
+TEST(AMultiplexer, PassesTheEndOfEachSideByItself) {
+    Multiplexer mux;
+    for (const bool fromCaller : {true, false}) {
+        Tunnel tunnel(mux);
+        Client &early = fromCaller ? tunnel.a : tunnel.b;
+        Client &late = fromCaller ? tunnel.b : tunnel.a;
+        early.sends("last words");
+        early.endsSending();
+        EXPECT_EQ("last words", late.rest());
+        const std::string much(3 << 20, 'm');
+        std::thread writer([&] {
+            late.sends(much);
+            late.endsSending();
+        });
+        EXPECT_EQ(much, early.receives(much.size()));
+        writer.join();
+        EXPECT_TRUE(early.seesTheEnd());
+        EXPECT_TRUE(mux.comesTo("tunnels", 0));
+    }
+    EXPECT_TRUE(mux.printed(" \"ended\"")) << mux.story();
+    Tunnel reset(mux);
+    reset.a.resets();
+    EXPECT_TRUE(reset.b.seesTheEnd());
+    EXPECT_TRUE(mux.printed(" \"lost\"")) << mux.story();
+}
+
+// Bytes of no short period.
+std::string pattern(std::size_t size) {
+    std::string bytes(size, '\0');
+    std::uint32_t state = 1;
+    for (char &byte : bytes) {
+        state = state * 1664525 + 1013904223;
+        byte = static_cast<char>(state >> 24);
+    }
+    return bytes;
+}
+
+TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {
+    Multiplexer mux;
+    Tunnel slow(mux, "slow");
+    const std::string much = pattern(64 << 20);
+    std::size_t sent = 0;
+    std::size_t passed = 0;
+    for (int quiet = 0; quiet < 3;) { // until nothing moves any more
+        const std::size_t before = sent + passed;
+        sent += slow.a.pours(much.substr(sent));
+        passed = mux.count("bytes-to-caller");
+        quiet = sent + passed == before ? quiet + 1 : 0;
+    }
+    ASSERT_LT(sent, much.size()) << "somebody keeps all of it";
+    EXPECT_LE(mux.count("bytes-held"), 65536u);
+    Tunnel other(mux, "other");
+    other.a.sends("meanwhile");
+    EXPECT_EQ("meanwhile", other.b.receives(9)) << "nobody else waits";
+
+    std::thread writer([&] { slow.a.sends(much.substr(sent)); });
+    std::thread back([&] { slow.b.sends(much); });
+    std::string there;
+    std::thread reader([&] { there = slow.b.receives(much.size()); });
+    EXPECT_TRUE(slow.a.receives(much.size()) == much);
+    for (std::thread *each : {&writer, &back, &reader}) {
+        each->join();
+    }
+    EXPECT_TRUE(there == much);
+    EXPECT_EQ(0u, mux.count("bytes-held"));
+}
+
+// ---- Participants
+
+class Participants : public testing::Test {
+protected:
+    Participants() {
+        setTransport(&transport);
+        EXPECT_TRUE(ben.hosts("Tuesday"));
+    }
+    ~Participants() override { setTransport(nullptr); }
+
+    std::string addressOfBen() { return "127.0.0.1:" + number(ben.port()); }
+    void talk() {
+        ASSERT_TRUE(ann.isTold("join Ben"));
+        ASSERT_TRUE(ben.isTold("join Ann"));
+        EXPECT_TRUE(ann.says("through") && ben.hears("through"));
+        EXPECT_TRUE(ben.says("and back") && ann.hears("and back"));
+        ann.leaves();
+        EXPECT_TRUE(ben.isTold("leave Ann"));
+        ann.forgets();
+        ben.forgets();
+    }
+
+    PlainTransport transport;
+    Meeting meeting;
+    Party ann{meeting, "Ann"};
+    Party ben{meeting, "Ben"};
+};
+
+TEST_F(Participants, MeetThroughIt) {
+    Multiplexer mux({"--allow", "127.0.0.1", "--meeting", "talk=" + addressOfBen()});
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "talk", "", 0)); // straight to it
+    talk();
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", ben.port(), "127.0.0.1", mux.port(), "any", "", 0));
+    talk(); // with it as the proxy
+}
+
+TEST_F(Participants, FollowARedirect) {
+    Multiplexer there({"--meeting", "talk=" + addressOfBen()});
+    Multiplexer here({"--redirect", "talk=" + there.address(), "--redirect",
+                      "party.invalid:7777=" + addressOfBen(), "--allow", addressOfBen()});
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", here.port(), "", 0, "talk", "", 1));
+    EXPECT_TRUE(ann.isTold("response 302"));
+    talk();
+    ASSERT_TRUE(ann->placeCall("party.invalid", 7777, "127.0.0.1", here.port(), "any", "", 1));
+    EXPECT_TRUE(ann.isTold("response 302"));
+    talk();
+}
+
+TEST_F(Participants, AreAskedForCredentials) {
+    Multiplexer mux({"--credentials", "Ann:secret", "--allow", "127.0.0.1", "--meeting",
+                     "open=" + addressOfBen(), "--open-meeting", "open"});
+    const auto calls = [&](const std::string &authentication) {
+        return ann->placeCall("127.0.0.1", ben.port(), "127.0.0.1", mux.port(), "talk",
+                              authentication, 2);
+    };
+    ASSERT_TRUE(calls(""));
+    EXPECT_TRUE(ann.isTold("response 407"));
+    EXPECT_TRUE(ann.isTold("proxy 127.0.0.1 1"));
+    ASSERT_TRUE(calls("QW5uOndyb25n"));
+    EXPECT_TRUE(ann.isTold("response 407"));
+    ASSERT_TRUE(calls("QW5uOnNlY3JldA=="));
+    talk();
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "talk", "", 0));
+    EXPECT_TRUE(ann.isTold("response 401"));
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "open", "", 0));
+    talk();
+}
+
+TEST_F(Participants, LearnThatNobodyCame) {
+    Multiplexer mux({"--wait-time", "1"});
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "talk", "", 0));
+    EXPECT_TRUE(ann.isTold("response 504"));
+    ann.leaves();
+}
+
+// ---- Refusals
+
+struct RefusalCase {
+    const char *what;
+    std::string bytes;
+    const char *answer;
+};
+
+TEST(AMultiplexer, RefusesWhatItCannotTake) {
+    Multiplexer mux({"--credentials", "Ann:secret", "--redirect", "away=other.example:81"});
+    const std::string basic = "Authorization: Basic QW5uOnNlY3JldA==\r\n";
+    const std::string start = "CONNECT a.example:1 HTTP/1.0\r\n";
+    const RefusalCase cases[] = {
+        {"a request that did not fit", "\r\n\r\n", "400 "},
+        {"noise", std::string("\0\0\0\0", 4), "400 "},
+        {"a megabyte of header", start + "A: " + std::string(1 << 20, 'x') + "\r\n\r\n", "431 "},
+        {"a megabyte of headers",
+         [&] {
+             std::string all = start;
+             while (all.size() < (1u << 20)) {
+                 all += "A: b\r\n";
+             }
+             return all;
+         }(),
+         "431 "},
+        {"another method", "POST / HTTP/1.0\r\nContent-Length: 3\r\n\r\nabc", "405 "},
+        {"another page", "GET / HTTP/1.1\r\nHost: x\r\n\r\n", "404 "},
+        {"no meeting", start + basic + "\r\n", "400 "},
+        {"no address", "CONNECT here HTTP/1.0\r\npLorMUX_MeetingID: a\r\n" + basic + "\r\n",
+         "400 "},
+        {"port 0", "CONNECT a:0 HTTP/1.0\r\npLorMUX_MeetingID: a\r\n" + basic + "\r\n", "400 "},
+        {"no credentials", callTo(mux, "talk"),
+         "401 Unauthorized\r\npLorMUX_Version: 2.0\r\n"
+         "WWW-Authenticate: Basic realm="},
+        {"wrong credentials", callTo(mux, "talk", "Authorization: Basic QW5u\r\n"), "401 "},
+        {"no credentials on the way", jump(),
+         "407 Proxy Authentication Required\r\n"
+         "pLorMUX_Version: 2.0\r\n"
+         "Proxy-Authenticate: Basic realm="},
+        {"another meeting elsewhere", callTo(mux, "away", basic),
+         "302 Found\r\npLorMUX_Version: 2.0\r\nLocation: http://other.example:81/\r\n"},
+        {"a party that may not be called", request("10.1.2.3", 80, "talk", basic), "403 "},
+    };
+    for (const RefusalCase &row : cases) {
+        SCOPED_TRACE(row.what);
+        Client client(mux.port());
+        std::thread writer([&] { client.sends(row.bytes); });
+        EXPECT_THAT(client.answer(), StartsWith(std::string("HTTP/1.0 ") + row.answer));
+        writer.join();
+        EXPECT_TRUE(client.seesTheEnd());
+    }
+    Client twice(mux.port());
+    twice.sends(jump("Proxy-authorization: Basic QW5uOnNlY3JldA==\r\n") + jump());
+    EXPECT_THAT(twice.answer(), StartsWith(OPENED));
+    EXPECT_THAT(twice.answer(), StartsWith("HTTP/1.0 400 ")) << "the way goes no further";
+    EXPECT_EQ(std::size(cases) + 1, mux.count("refused"));
+}
+
+TEST(AMultiplexer, KeepsItsLimits) {
+    Called party;
+    Multiplexer mux({"--meeting", "talk=" + party.address(), "--max-tunnels", "1", "--max-waiting",
+                     "1", "--max-requests", "5", "--request-time", "1", "--idle-time", "1"});
+    {
+        Client waits(mux.port()), one(mux.port()), two(mux.port());
+        waits.sends(callTo(mux, "tea"));
+        EXPECT_TRUE(mux.comesTo("waiting", 1));
+        one.sends(callTo(mux, "cake"));
+        EXPECT_THAT(one.answer(), StartsWith("HTTP/1.0 503 "));
+        two.sends(callTo(mux, "talk"));
+        const auto called = party.picksUp();
+        ASSERT_NE(nullptr, called);
+        EXPECT_THAT(two.answer(), StartsWith(OPENED));
+        two.sends(READY);
+        Client three(mux.port());
+        three.sends(callTo(mux, "talk"));
+        EXPECT_THAT(three.answer(), StartsWith("HTTP/1.0 503 "));
+        EXPECT_TRUE(called->seesTheEnd()) << "nobody says anything";
+        EXPECT_TRUE(mux.printed(" \"idle\"")) << mux.story();
+    }
+    std::vector<std::unique_ptr<Client>> halfOpen;
+    for (int i = 0; i < 100; ++i) {
+        halfOpen.push_back(std::make_unique<Client>(mux.port()));
+        halfOpen.back()->sends("CONNECT ");
+    }
+    EXPECT_EQ(5u, mux.count("requests"));
+    EXPECT_THAT(halfOpen.front()->answer(), StartsWith("HTTP/1.0 503 ")) << "the oldest goes";
+    EXPECT_THAT(halfOpen.back()->answer(), StartsWith("HTTP/1.0 408 "));
+}
+
+// ---- The process
+
+TEST(AMultiplexer, CarriesAThousandTunnelsAndMore) {
+    constexpr std::size_t RESERVE = 200; // of descriptors, for everything else
+    std::size_t pairs = 2000;
+#if defined(__SANITIZE_ADDRESS__)
+    pairs = 500;
+#endif
+    const std::size_t limit = platform::descriptorLimit();
+    pairs = limit == 0 ? 200 : std::min(pairs, (limit - RESERVE) / 2);
+    Called party;
+    Multiplexer mux({"--meeting", "talk=" + party.address(), "--quiet"});
+    struct Pair {
+        std::unique_ptr<Client> caller, called;
+    };
+    std::vector<Pair> all;
+    for (std::size_t i = 0; i < pairs; ++i) {
+        Pair pair;
+        pair.caller = std::make_unique<Client>(mux.port());
+        pair.caller->sends(callTo(mux, "talk") + READY);
+        pair.called = party.picksUp();
+        ASSERT_NE(nullptr, pair.called) << i << mux.story();
+        all.push_back(std::move(pair));
+    }
+    EXPECT_EQ(pairs, mux.count("tunnels"));
+    for (std::size_t i = 0; i < pairs; ++i) {
+        all[i].caller->sends(number(i) + '\n');
+        all[i].called->sends(number(i * 7) + '\n');
+    }
+    for (std::size_t i = 0; i < pairs; ++i) {
+        EXPECT_EQ(number(i) + '\n', all[i].called->receives(number(i).size() + 1));
+        ASSERT_THAT(all[i].caller->answer(), StartsWith(OPENED)) << i;
+        EXPECT_EQ(number(i * 7) + '\n', all[i].caller->receives(number(i * 7).size() + 1));
+    }
+    all.clear();
+    EXPECT_TRUE(mux.comesTo("tunnels", 0));
+}
+
+TEST(AMultiplexer, EndsInOrder) {
+    Multiplexer mux;
+    Tunnel tunnel(mux);
+    Client waits(mux.port());
+    waits.sends(callTo(mux, "tea"));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    if (!mux.interrupt()) {
+        GTEST_SKIP() << "no signal can be sent to a program here";
+    }
+    EXPECT_EQ(0, mux.exitCode()) << mux.story();
+    EXPECT_THAT(waits.answer(), StartsWith("HTTP/1.0 503 "));
+    EXPECT_TRUE(tunnel.a.seesTheEnd() && tunnel.b.seesTheEnd());
+    EXPECT_THAT(mux.output(), HasSubstr("\"the server ends\""));
+}
+
+TEST(AMultiplexer, SaysWhatIsWrongWithItsOptions) {
+    const std::vector<std::string> wrong[] = {
+        {"--listen", "here.example"},
+        {"--port", "70000"},
+        {"--allow", "10.0.0.0/99"},
+        {"--meeting", "talk=ben"},
+        {"--redirect", "talk"},
+        {"--credentials", "Ann"},
+        {"--credentials-file", "/no/such/file"},
+        {"--name", "mux"},
+        {"--idle-time", "-1"},
+    };
+    for (const std::vector<std::string> &options : wrong) {
+        std::vector<std::string> command = {MULTIPLEXER};
+        command.insert(command.end(), options.begin(), options.end());
+        ChildProcess run(command);
+        EXPECT_EQ(2, run.exitCode()) << run.story();
+        EXPECT_THAT(run.errors(), StartsWith("multiplexer: ")) << run.story();
+    }
+    Called taken;
+    ChildProcess run({MULTIPLEXER, "--listen", "127.0.0.1", "--port", number(taken.port())});
+    EXPECT_EQ(1, run.exitCode()) << run.story();
+    EXPECT_THAT(run.errors(), StartsWith("multiplexer: cannot listen on 127.0.0.1 port "));
+}
+
+} // namespace
+} // namespace vintok::test

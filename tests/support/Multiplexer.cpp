@@ -1,0 +1,210 @@
+#include "support/Multiplexer.h"
+
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
+#include "platform/Wait.h"
+#include "vintok/TCPAddress.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace vintok::test {
+
+namespace {
+
+platform::Endpoint loopback(unsigned short port) {
+    TCPAddress address;
+    address.setLoopbackIPv4();
+    address.setHostByteOrderPort(port);
+    platform::Endpoint endpoint;
+    address.IPv4(endpoint.ipv4);
+    endpoint.port = address.port();
+    return endpoint;
+}
+
+const unsigned char *raw(const std::string &bytes) {
+    return reinterpret_cast<const unsigned char *>(bytes.data());
+}
+
+std::vector<std::string> command(const std::vector<std::string> &options) {
+    std::vector<std::string> all = {MULTIPLEXER, "--listen", "127.0.0.1", "--port", "0"};
+    all.insert(all.end(), options.begin(), options.end());
+    return all;
+}
+
+} // namespace
+
+// ---- A client
+
+Client::Client(unsigned short port) : m_descriptor(platform::openSocket(platform::FAMILY_IPV4)) {
+    EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
+}
+
+bool Client::sends(const std::string &bytes) {
+    std::size_t sent = 0;
+    while (sent < bytes.size()) {
+        const std::int64_t count =
+            platform::send(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
+        if (count <= 0) {
+            return false;
+        }
+        sent += static_cast<std::size_t>(count);
+    }
+    return true;
+}
+
+std::size_t Client::pours(const std::string &bytes) {
+    std::size_t sent = 0;
+    std::int64_t count = 1;
+    while (count > 0 && sent < bytes.size()) {
+        count = platform::sendNow(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
+        sent += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    return sent;
+}
+
+std::string Client::receives(std::size_t length) {
+    std::string bytes(length, '\0');
+    std::size_t got = 0;
+    while (got < length && waits(ChildProcess::PATIENCE_MS)) {
+        const std::int64_t count = platform::receive(
+            m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()) + got, length - got);
+        if (count <= 0) {
+            break;
+        }
+        got += static_cast<std::size_t>(count);
+    }
+    bytes.resize(got);
+    return bytes;
+}
+
+std::string Client::answer() {
+    std::string head;
+    while (head.find("\r\n\r\n") == std::string::npos) {
+        const std::string byte = receives(1);
+        if (byte.empty()) {
+            return head + "<end>";
+        }
+        head += byte;
+    }
+    return head;
+}
+
+std::string Client::rest() {
+    return receives(1 << 16);
+}
+
+bool Client::seesTheEnd() {
+    unsigned char byte = 0;
+    return waits(ChildProcess::PATIENCE_MS) && platform::receive(m_descriptor, &byte, 1) <= 0;
+}
+
+bool Client::hasBytes() {
+    return waits(0);
+}
+
+bool Client::waits(unsigned int milliseconds) {
+    return platform::awaitSocket(m_descriptor, platform::Await::readable,
+                                 static_cast<std::int32_t>(milliseconds));
+}
+
+void Client::endsSending() {
+    platform::shutdownSending(m_descriptor);
+}
+
+void Client::resets() {
+    platform::resetOnClose(m_descriptor);
+    closes();
+}
+
+void Client::closes() {
+    if (m_descriptor != -1) {
+        platform::closeSocket(m_descriptor);
+        m_descriptor = -1;
+    }
+}
+
+// ---- A party
+
+Called::Called() : m_listener(platform::openSocket(platform::FAMILY_IPV4)) {
+    platform::Endpoint endpoint = loopback(0);
+    EXPECT_TRUE(platform::bindSocket(m_listener, endpoint) &&
+                platform::listenSocket(m_listener, 4096) &&
+                platform::boundEndpoint(m_listener, endpoint.family, endpoint));
+    TCPAddress address;
+    address.setPort(endpoint.port);
+    m_port = address.hostByteOrderPort();
+}
+
+std::unique_ptr<Client> Called::picksUp() {
+    platform::Endpoint peer;
+    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::PATIENCE_MS)) {
+        return nullptr;
+    }
+    return std::make_unique<Client>(
+        Client::Accepted{platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer)});
+}
+
+void Called::stops() {
+    if (m_listener != -1) {
+        platform::closeSocket(m_listener);
+        m_listener = -1;
+    }
+}
+
+// ---- The program
+
+Multiplexer::Multiplexer(const std::vector<std::string> &options) : ChildProcess(command(options)) {
+    std::string line;
+    EXPECT_TRUE(printed("listening on 127.0.0.1 port ", &line)) << story();
+    m_port = static_cast<unsigned short>(std::atoi(line.c_str() + line.rfind(' ')));
+}
+
+std::size_t Multiplexer::count(const std::string &name) const {
+    Client client(m_port);
+    client.sends("GET /status HTTP/1.0\r\n\r\n");
+    const std::string page = client.rest();
+    const std::size_t at = page.find('\n' + name + ' ');
+    return at == std::string::npos
+               ? std::string::npos
+               : static_cast<std::size_t>(std::atoll(page.c_str() + at + name.size() + 2));
+}
+
+bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
+    const auto limit =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::PATIENCE_MS);
+    while (count(name) != value) {
+        if (std::chrono::steady_clock::now() > limit) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// ---- What is asked
+
+std::string request(const std::string &host, unsigned short port, const std::string &meeting,
+                    const std::string &more) {
+    return "CONNECT " + host + ':' + std::to_string(static_cast<std::int16_t>(port)) +
+           " HTTP/1.0\r\npLorMUX_Version: 2.0\r\npLorMUX_ResponseRequired: true\r\n"
+           "pLorMUX_Encrypt: true\r\npLorMUX_Redirect: true\r\npLorMUX_MeetingID: " +
+           meeting +
+           "\r\npLorMUX_ConfParticipantVersion: 4.0\r\npLorMUX_ProxyAddress: :80\r\n"
+           "pLorMUX_ConferenceAddress: " +
+           host + ':' + std::to_string(port) + "\r\nQOR_BUILD_INFO: none\r\n" + more + "\r\n";
+}
+
+std::string callTo(const Multiplexer &mux, const std::string &meeting, const std::string &more) {
+    return request("127.0.0.1", mux.port(), meeting, more);
+}
+
+std::string jump(const std::string &more) {
+    return "CONNECT party.example:7777 HTTP/1.0\r\npLorMUX_Version: 2.0\r\n"
+           "pLorMUX_ProxyJump: true\r\npLorMUX_ProxyAddress: 127.0.0.1:80\r\n" +
+           more + "\r\n";
+}
+
+} // namespace vintok::test
