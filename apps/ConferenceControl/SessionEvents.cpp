@@ -91,8 +91,9 @@ void Session::observe() {
     m_hosting = m_participant->isHost();
     if (m_participant->isLeader() != m_leading) {
         m_leading = m_participant->isLeader();
+        if (m_leading)
+            leadAnswered(true); // a host that leads itself grants by telling everybody, and no more
         m_leading ? vintok::replyNotifyBeginLeading(fd()) : vintok::replyNotifyEndLeading(fd());
-        m_wantsLead = m_wantsLead && !m_leading;
         m_stopsLeading = m_stopsLeading && m_leading;
     }
     if (!m_participant->isMeeting() && m_inMeeting) {

@@ -1,0 +1,375 @@
+// ConferenceControl as an application and the other parties of a meeting see it: the program runs
+// as a child, the application is at its socket, the parties are at its port.
+#include "Options.h"
+#include "support/Application.h"
+#include "support/Party.h"
+#include "support/WirePeer.h"
+
+#include <vintok/ControlRequest.h>
+#include <vintok/TCPMessage.h>
+#include <vintok/TCPStream.h>
+
+#include <gmock/gmock.h>
+
+namespace vintok::test {
+namespace {
+
+using control::Field;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ControlSession : public testing::Test {
+protected:
+    void SetUp() override {
+        // Where there are no local sockets there is no way to the program.
+        const int probe = createUnixSocket(folder.path("probe"), 1, true);
+        if (probe == -1)
+            GTEST_SKIP() << "this system has no local sockets";
+        shutdownSocket(probe);
+        app = std::make_unique<Application>(
+            meeting, std::vector<std::string>{"-local", "-uf", "Ann", "-alarm", "0"});
+    }
+
+    // Convenes a meeting with Bob in it, and nothing more to be told.
+    testing::AssertionResult holdsMeetingWith(Party &party) {
+        if (const auto started = app->startsUp(); !started)
+            return started;
+        requestConveneMeeting(app->fd(), "Budget");
+        if (!party->placeCall("127.0.0.1", app->port(), "", 0, "", "", 0))
+            return testing::AssertionFailure() << "cannot call" << app->story();
+        if (const auto pending = app->isTold("callPending"); !pending)
+            return pending;
+        requestAcceptPendingCall(app->fd());
+        if (const auto joined = party.isTold("accepted Ann"); !joined)
+            return joined;
+        return app->fences();
+    }
+
+    Meeting meeting;
+    TemporaryFolder folder;
+    std::unique_ptr<Application> app;
+};
+
+TEST_F(ControlSession, StartsUpConvenesAndLetsCallersInOneAfterTheOther) {
+    ASSERT_TRUE(app->connects()) << app->story();
+    requestStartup(app->fd(), freshPort(), true, true, "", "Bee", "", "", "", "");
+    ASSERT_TRUE(app->isTold("startup"));
+    EXPECT_FALSE(app->told().has(Field::isSecure)); // nothing there could secure it
+    const unsigned short port = app->told().address().hostByteOrderPort();
+    ASSERT_TRUE(app->isTold("hideIP", true));
+    requestStartup(app->fd(), 0, false, false, "", "", "", "", "", "");
+    ASSERT_TRUE(app->isTold("startup"));
+    EXPECT_EQ(port, app->told().address().hostByteOrderPort());
+    ASSERT_TRUE(app->fences());
+
+    requestConveneMeeting(app->fd(), "Budget");
+    std::vector<std::string> words;
+    ASSERT_TRUE(app->fences(&words));
+    EXPECT_THAT(words, ElementsAre("hideIP", "beginMeeting", "hosting", "rosterEntry"));
+
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(bob->placeCall("127.0.0.1", port, "", 0, "", "", 0));
+    ASSERT_TRUE(app->isTold("callPending"));
+    EXPECT_EQ("Bob", app->told().person().firstName());
+    Party cid(meeting, "Cid");
+    ASSERT_TRUE(cid->placeCall("127.0.0.1", port, "", 0, "", "", 0));
+    ASSERT_TRUE(cid.isTold("ringing Ann"));
+    requestAcceptPendingCall(app->fd());
+    ASSERT_TRUE(app->isTold("rosterChanged"));
+    EXPECT_EQ("join", app->told().value(Field::change));
+    EXPECT_EQ(1u, app->told().person().colorIndex());
+    ASSERT_TRUE(app->isTold("callPending"));
+    EXPECT_EQ("Cid", app->told().person().firstName());
+    requestRejectPendingCall(app->fd());
+    ASSERT_TRUE(cid.isTold("rejected Ann"));
+    EXPECT_EQ("Budget", bob->meetingName());
+    ASSERT_TRUE(app->fences());
+
+    requestRoster(app->fd(), RosterBase());
+    requestEnableUser(app->fd(), RosterBase()); // nobody of that address
+    words.clear();
+    ASSERT_TRUE(app->fences(&words));
+    EXPECT_THAT(words, ElementsAre("rosterEntry", "rosterEntry"));
+
+    bob.leaves();
+    ASSERT_TRUE(app->isTold("rosterChanged"));
+    EXPECT_EQ("leave", app->told().value(Field::change));
+    words.clear();
+    ASSERT_TRUE(app->fences(&words));
+    EXPECT_THAT(words, testing::Not(testing::Contains("endMeeting"))) << "a convened one stays";
+    requestAdjournMeeting(app->fd());
+    ASSERT_TRUE(app->isTold("endMeeting"));
+}
+
+TEST_F(ControlSession, CallsOthersAndTellsHowItWent) {
+    ASSERT_TRUE(app->startsUp()) << app->story();
+    Party host(meeting, "Dora");
+    host.hosts("Talk");
+    requestPlaceCall(app->fd(), "127.0.0.1", host.port(), "", 0, "", "", 0);
+    for (const char *word :
+         {"dialing", "ringing", "placedCallAccepted", "beginMeeting", "rosterChanged"})
+        ASSERT_TRUE(app->isTold(word));
+    EXPECT_EQ("Dora", app->told().person().firstName());
+    EXPECT_EQ("join", app->told().value(Field::change));
+
+    requestStartLeading(app->fd()); // Dora lets everybody lead
+    ASSERT_TRUE(app->isTold("beginLeadingGranted"));
+    ASSERT_TRUE(app->isTold("beginLeading"));
+    requestStopLeading(app->fd());
+    ASSERT_TRUE(app->isTold("endLeading"));
+    ASSERT_TRUE(app->isTold("leaderChanged"));
+    EXPECT_EQ("Dora", app->told().person().firstName());
+    host.decidesOnLead();
+    requestStartLeading(app->fd());
+    ASSERT_TRUE(host.isTold("leadRequest Ann"));
+    host->rejectLeadChange();
+    ASSERT_TRUE(app->isTold("beginLeadingDenied"));
+
+    requestHangup(app->fd());
+    ASSERT_TRUE(app->isTold("endMeeting"));
+    ASSERT_TRUE(host.isTold("leave Ann"));
+    host.screensCalls();
+    host->hostMeeting("Talk");
+    requestPlaceCall(app->fd(), "127.0.0.1", host.port(), "", 0, "", "", 0);
+    ASSERT_TRUE(host.isTold("pending Ann"));
+    TCPAddress caller;
+    caller.setLoopbackIPv6();
+    caller.setHostByteOrderPort(app->port());
+    if (!host->rejectCall(caller)) { // as it told its address
+        caller.clear();
+        caller.setHostByteOrderPort(app->port());
+        ASSERT_TRUE(host->rejectCall(caller));
+    }
+    ASSERT_TRUE(app->isTold("placedCallRejected"));
+    EXPECT_EQ("127.0.0.1", app->told().value(Field::machineName));
+    requestPlaceCall(app->fd(), "127.0.0.1", 1, "", 0, "", "", -1);
+    ASSERT_TRUE(app->isTold("placedCallNoAnswer"));
+}
+
+TEST_F(ControlSession, RecordsWhatIsSaidAndPlaysIt) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    const std::string path = folder.path("recording");
+    requestStartRecording(app->fd(), path);
+    ASSERT_TRUE(app->isTold("recordingStarted", true));
+    ASSERT_TRUE(bob.says("one") && bob.says("two"));
+    ASSERT_TRUE(meeting.until([&] { return folder.content("recording").size() == 2 * (60 + 3); },
+                              "two records"));
+    requestStartPlayback(app->fd(), path); // of the file that is written
+    ASSERT_TRUE(app->isTold("playbackStarted", false));
+    requestStopRecording(app->fd());
+    ASSERT_TRUE(app->isTold("recordingStopped", true));
+
+    bob.forgets();
+    requestPausePlayback(app->fd());
+    requestStartPlayback(app->fd(), path);
+    ASSERT_TRUE(app->isTold("playbackPaused", false)) << "nothing was played then";
+    ASSERT_TRUE(app->isTold("playbackStarted", true));
+    ASSERT_TRUE(bob.hears("two"));
+    EXPECT_EQ(1, bob.told("data one"));
+    ASSERT_TRUE(app->isTold("playbackStopped", true));
+    requestStartRecording(app->fd(), path); // which has something in it
+    ASSERT_TRUE(app->isTold("recordingStarted", false));
+    EXPECT_EQ(126u, folder.content("recording").size());
+}
+
+// Two messages, a day apart: the second does not come by itself.
+TEST_F(ControlSession, PausesResumesAndEndsAPlayback) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    std::string records;
+    for (const std::int64_t stamp : {100, 100 + 86400}) {
+        TCPMessage message;
+        message.setMessageID(TCP_broadcastMessage);
+        ASSERT_TRUE(message.allocateMessageBuffer(2));
+        message.setTimeStamp(stamp);
+        message.messageBuffer()[0] = 'h';
+        message.messageBuffer()[1] = 'i';
+        records.append(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
+    }
+    requestStartPlayback(app->fd(), folder.holding("long", records));
+    ASSERT_TRUE(app->isTold("playbackStarted", true));
+    ASSERT_TRUE(bob.hears("hi"));
+    requestPausePlayback(app->fd());
+    ASSERT_TRUE(app->isTold("playbackPaused", true));
+    requestResumePlayback(app->fd());
+    ASSERT_TRUE(app->isTold("playbackResumed", true));
+    requestStopPlayback(app->fd());
+    ASSERT_TRUE(app->isTold("playbackStopped", true));
+
+    // What breaks off in the middle is played up to there, and what is no recording not at all.
+    bob.forgets();
+    requestStartPlayback(app->fd(), folder.holding("cut", records.substr(0, 100)));
+    ASSERT_TRUE(app->isTold("playbackStarted", true));
+    ASSERT_TRUE(bob.hears("hi"));
+    ASSERT_TRUE(app->isTold("playbackStopped", false));
+    ASSERT_TRUE(app->process().complained("damaged at byte 62"));
+    for (const std::string &path : {folder.path("missing"), folder.path("")}) {
+        requestStartPlayback(app->fd(), path);
+        ASSERT_TRUE(app->isTold("playbackStarted", false)) << path;
+    }
+    // The end of the meeting ends both.
+    requestStartPlayback(app->fd(), folder.path("long"));
+    requestStartRecording(app->fd(), folder.path("new"));
+    ASSERT_TRUE(app->isTold("recordingStarted", true));
+    requestHangup(app->fd());
+    ASSERT_TRUE(app->isTold("playbackStopped", false));
+    ASSERT_TRUE(app->isTold("recordingStopped", true));
+    requestStartPlayback(app->fd(), folder.path("long"));
+    ASSERT_TRUE(app->isTold("playbackStarted", false)) << "in no meeting";
+}
+
+TEST_F(ControlSession, TellsWhenARecordingCannotBeWritten) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    for (const std::string &path : {folder.path(""), folder.path("no folder/file")}) {
+        requestStartRecording(app->fd(), path);
+        ASSERT_TRUE(app->isTold("recordingStarted", false)) << path;
+    }
+    requestStartRecording(app->fd(), "/dev/full"); // opens, and takes nothing
+    ASSERT_TRUE(app->isTold("recordingStarted", true));
+    ASSERT_TRUE(bob.says("lost"));
+    ASSERT_TRUE(app->isTold("recordingStopped", false));
+    ASSERT_TRUE(app->process().complained("/dev/full"));
+}
+
+Bytes request(const std::string &text) {
+    WireFrame frame;
+    frame.id = 0x10;
+    frame.body.assign(text.begin(), text.end());
+    return frame.encode();
+}
+
+TEST_F(ControlSession, SurvivesWhateverItIsSent) {
+    ASSERT_TRUE(app->connects()) << app->story();
+    // Too early, too much, damaged, of another kind, in the wrong direction, without sense.
+    for (const char *text : {"conveneMeeting\n", "placeCall\n", "stopPlayback\n", "hangup\n",
+                             "nonsense\n", "startup\nport\n70000\n", "putenv\n", "hosting\n"})
+        ASSERT_TRUE(app->asks(text));
+    ASSERT_TRUE(app->sends(request("")));
+    ASSERT_TRUE(app->sends(request("hangup\n")));
+    ASSERT_TRUE(app->sends(request(std::string("startup\nport\0\n", 14))));
+    ASSERT_TRUE(app->asks("startRecording\nfilePath\n" + std::string(4 << 20, 'x') + "\n"));
+    WireFrame other;
+    other.id = id::broadcast;
+    other.body = {1, 2, 3};
+    ASSERT_TRUE(app->sends(other.encode()));
+    std::vector<std::string> words;
+    ASSERT_TRUE(app->fences(&words)) << app->story();
+    EXPECT_THAT(words, ElementsAre("playbackStopped"));
+
+    // Frames that are none cost what came with them and no more.
+    for (const Bytes &bytes : {Bytes{0, 0, 0, 0}, Bytes{0, 0, 0, 35, 1}, Bytes(100, 0), [] {
+                                   Bytes frame = request("time\n");
+                                   frame.resize(40);
+                                   frame[3] = 40; // shorter than its header
+                                   return frame;
+                               }()}) {
+        ASSERT_TRUE(app->sends(bytes));
+        ASSERT_TRUE(meeting.until([&] { return app->process().complained("control socket"); },
+                                  "a complaint"))
+            << app->story();
+        ASSERT_TRUE(app->fences()) << app->story();
+    }
+
+    // Half a request holds nothing up, and counts when the rest has come.
+    ASSERT_TRUE(app->startsUp()) << app->story();
+    const Bytes whole = request(std::string("conveneMeeting\n\0", 16));
+    ASSERT_TRUE(app->sends(Bytes(whole.begin(), whole.begin() + 70)));
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(bob->placeCall("127.0.0.1", app->port(), "", 0, "", "", 0));
+    ASSERT_TRUE(app->isTold("callPending"));
+    ASSERT_TRUE(app->sends(Bytes(whole.begin() + 70, whole.end())));
+    requestAcceptPendingCall(app->fd());
+    ASSERT_TRUE(app->isTold("rosterChanged"));
+}
+
+TEST_F(ControlSession, EndsWithItsApplicationAndTellsEverybody) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    app->closes();
+    ASSERT_TRUE(bob.isTold("leave Ann"));
+    EXPECT_FALSE(bob->isMeeting());
+    EXPECT_EQ(0, app->process().exitCode()) << app->story();
+}
+
+TEST_F(ControlSession, EndsWhenItIsToldToShutDown) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    requestShutdown(app->fd());
+    ASSERT_TRUE(app->isTold("endMeeting"));
+    ASSERT_TRUE(bob.isTold("leave Ann"));
+    EXPECT_EQ(0, app->process().exitCode()) << app->story();
+}
+
+TEST_F(ControlSession, GivesTheProcessItsEnvironment) {
+    ASSERT_TRUE(app->connects()) << app->story();
+    requestPutenv(app->fd(), "CONFERENCE_PARTICIPANT_DEBUG", "True");
+    requestPutenv(app->fd(), "EMPTY", "");
+    ASSERT_TRUE(app->startsUp());
+    requestConveneMeeting(app->fd(), "");
+    // Read when the party starts, and makes the library tell more.
+    EXPECT_TRUE(app->process().complained("Debug:")) << app->story();
+}
+
+TEST(ConferenceControl, HostsAloneWithoutAnApplication) {
+    Meeting meeting;
+    const std::string port = std::to_string(freshPort());
+    ChildProcess process(
+        {VINTOK_CONFERENCE_CONTROL, "-local", "-server", "-listen", port, "-mn", "Open"});
+    std::string line;
+    ASSERT_TRUE(process.printed("PORT:", &line)) << process.story();
+    const auto listens = static_cast<unsigned short>(std::stoi(line.substr(line.find(':') + 1)));
+    Party bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(bob->placeCall("127.0.0.1", listens, "", 0, "", "", 0));
+    ASSERT_TRUE(cid->placeCall("127.0.0.1", listens, "", 0, "", "", 0));
+    ASSERT_TRUE(bob.isTold("join Cid")) << process.story();
+    ASSERT_TRUE(bob.says("hello"));
+    ASSERT_TRUE(cid.hears("hello"));
+    EXPECT_EQ("Open", cid->meetingName());
+    if (!process.interrupt())
+        GTEST_SKIP() << "this system cannot interrupt a child";
+    EXPECT_EQ(0, process.exitCode()) << process.story();
+}
+
+TEST(ConferenceControlOptions, AreReadOrRefused) {
+    struct Case {
+        std::vector<const char *> arguments;
+        std::string complaint;
+    };
+    const Case cases[] = {
+        {{"-path", "-listen"}, ""}, // a value is whatever follows
+        {{"-listen", "65535", "-alarm", "0", "-bg", "-h"}, ""},
+        {{"-path"}, "-path needs a value"},
+        {{"-listen", "65536"}, "-listen: '65536' cannot be used"},
+        {{"-listen", ""}, "cannot be used"},
+        {{"-alarm", "-1"}, "cannot be used"},
+        {{"-alarm", "9x"}, "cannot be used"},
+        {{"--help"}, "'--help' is no option"},
+        {{""}, "'' is no option"},
+        {{"file"}, "'file' is no option"},
+    };
+    for (const Case &row : cases) {
+        std::vector<const char *> arguments = row.arguments;
+        arguments.insert(arguments.begin(), "ConferenceControl");
+        control::Options options;
+        std::string complaint;
+        EXPECT_EQ(row.complaint.empty(),
+                  control::readOptions(static_cast<int>(arguments.size()), arguments.data(),
+                                       options, complaint));
+        EXPECT_THAT(complaint, HasSubstr(row.complaint));
+    }
+    const char *all[] = {"",    "-uf",     "a",   "-ul",     "b",    "-ut",    "c",
+                         "-ue", "d",       "-up", "e",       "-mid", "f",      "-mn",
+                         "g",   "-listen", "1",   "-listen", "7",    "-alarm", "8"};
+    control::Options options;
+    std::string complaint;
+    ASSERT_TRUE(control::readOptions(static_cast<int>(std::size(all)), all, options, complaint));
+    EXPECT_EQ("abcdefg", options.firstName + options.lastName + options.title + options.email +
+                             options.phone + options.meetingID + options.meetingName);
+    EXPECT_EQ(7, options.port);
+    EXPECT_EQ(8u, options.alarm);
+}
+
+} // namespace
+} // namespace vintok::test
