@@ -243,7 +243,7 @@ std::string Session::putenv(const Text &text) {
     const std::string &name = text.value(Field::variableName);
     if (name.empty())
         return "it names no variable";
-    return setVariable(name, text.value(Field::variableValue)) ? "" : "the system refuses";
+    return app::setVariable(name, text.value(Field::variableValue)) ? "" : "the system refuses";
 }
 
 std::string Session::time(const Text &) {
