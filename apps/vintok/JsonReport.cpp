@@ -111,6 +111,11 @@ public:
                 .text("email", person.email)
                 .text("title", person.title)
                 .text("phone", person.phone);
+            if (!person.channel) {
+                party.nothing("encrypted");
+            } else {
+                party.flag("encrypted", !person.channel->empty()).text("channel", *person.channel);
+            }
             parties.push_back(party);
         }
         print(JsonLine("roster").text("meeting", meeting).list("parties", parties));

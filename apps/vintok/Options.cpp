@@ -108,6 +108,28 @@ void addMeeting(CLI::App &app, Options &options) {
         ->type_name("auto|always|never");
 }
 
+void addSecure(CLI::App &app, Options &options) {
+    secure::Options &secure = options.secure;
+    app.add_option("--tls-cert", secure.certificate,
+                   "Encrypt connections, and show this certificate (PEM, its chain behind it)")
+        ->type_name("FILE");
+    app.add_option("--tls-key", secure.key, "The key of that certificate (PEM)")->type_name("FILE");
+    app.add_option("--tls-ca", secure.roots, "Trust certificates that lead to one of these (PEM)")
+        ->type_name("FILE");
+    app.add_flag("--tls-system-ca", secure.systemRoots, "Trust whom this machine trusts");
+    app.add_flag("--tls-require", secure.required,
+                 "Break off connections without TLS, instead of going on plain");
+    app.add_flag("--tls-fips", secure.approvedOnly, "Use algorithms that FIPS 140 approves only");
+}
+
+// What only the calling side needs; without a name the certificate must be for the host called.
+void addSecureCall(CLI::App &app, Options &options) {
+    addSecure(app, options);
+    app.add_option("--tls-name", options.secure.name,
+                   "The name that the host's certificate must be for (the host as called)")
+        ->type_name("NAME");
+}
+
 CLI::App *addHost(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("host", "Hold a meeting that others can join");
     app->add_option("--meeting", options.meeting, "The name of the meeting")->type_name("NAME");
@@ -119,6 +141,9 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->type_name("SECONDS")
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addMeeting(*app, options);
+    addSecure(*app, options);
+    app->add_flag("--tls-demand-cert", options.secure.demandsCertificate,
+                  "Let in only who shows a certificate that leads to --tls-ca");
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
     addOutput(*app, options);
@@ -137,6 +162,7 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     addTarget(*app, options, "Whom to call");
     addPatience(*app, options);
     addMeeting(*app, options);
+    addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
     addOutput(*app, options);
@@ -155,6 +181,7 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
         "--no-wait", [&options] { options.speed = std::numeric_limits<double>::infinity(); },
         "Do not wait between the messages");
     addPatience(*app, options);
+    addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
     addOutput(*app, options);
@@ -187,6 +214,19 @@ CLI::App *addDecode(CLI::App &program, Options &options) {
     return app;
 }
 
+CLI::App *addTlsInit(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand(
+        "tls-init", "Make a small authority of your own, and certificates for host and guest");
+    app->add_option("folder", options.tlsFolder, "Where; nothing there is overwritten")
+        ->type_name("DIR")
+        ->required();
+    app->add_option("--host", options.tlsNames,
+                    "A name or address by which guests call the host; may be given several times")
+        ->type_name("NAME");
+    app->add_flag("--json", options.json, "Print one JSON object");
+    return app;
+}
+
 const char footer[] =
     "In a meeting, a line typed is said to everybody; /help lists the commands. The end of the\n"
     "input leaves the meeting, and so does Ctrl-C.\n\n"
@@ -214,6 +254,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
          Role::relayListen},
         {addReplay(program, options), Role::join},
         {addDecode(program, options), Role::decode},
+        {addTlsInit(program, options), Role::tlsInit},
     };
     try {
         program.parse(count, arguments);
@@ -233,10 +274,14 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
     for (const auto &[app, role] : roles) {
         if (app->parsed()) {
             options.role = role;
+            if (role == Role::join && options.secure.name.empty()) {
+                options.secure.name = options.target.host;
+            }
             return ParseResult::run;
         }
     }
-    text = "a command is needed: host, join, relay, relay-send, relay-listen, replay or decode";
+    text = "a command is needed: host, join, relay, relay-send, relay-listen, replay, decode or "
+           "tls-init";
     return ParseResult::wrong;
 }
 

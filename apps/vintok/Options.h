@@ -2,6 +2,7 @@
 #ifndef VINTOK_APP_OPTIONS_H
 #define VINTOK_APP_OPTIONS_H
 
+#include "Secure.h"
 #include "Target.h"
 
 #include <vintok/TCPStream.h>
@@ -9,10 +10,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace app {
 
-enum class Role { host, join, relay, relaySend, relayListen, decode };
+enum class Role { host, join, relay, relaySend, relayListen, decode, tlsInit };
 enum class Answer { yes, ask, no };
 enum class When { automatic, always, never };
 
@@ -39,6 +41,10 @@ struct Options {
     bool stay = false;
     unsigned int keepAlive = 30; // seconds, 0: none
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
+
+    secure::Options secure;
+    std::string tlsFolder;
+    std::vector<std::string> tlsNames; // that the host's certificate is for, too
 
     // A record file: what decode prints, and what a party plays.
     std::string file;

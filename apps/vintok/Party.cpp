@@ -117,7 +117,12 @@ void Party::afterPass() {
         return;
     }
     if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
-        return callEnds(CallEvent::noAnswer, "has hung up without an answer");
+        return noAnswer();
+    }
+    if (const std::string failure = secure::takeFailure(); !failure.empty()) {
+        Notice notice{"broken-off", "A connection was broken off: " + failure + '.', {}};
+        notice.fields.text("reason", failure);
+        m_report.notice(notice);
     }
     if (m_options.role == Role::host && !m_participant.isHost()) {
         // The library ends a meeting when the last guest has gone. This one goes on.

@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace app {
 
@@ -62,6 +63,9 @@ private:
     void leads(const vintok::ConferenceRosterEntry &entry);
     void leadAsked(const vintok::ConferenceRosterEntry &entry);
     void leadAnswered(bool granted);
+    std::vector<Person> people() const;
+    void tellSecurity(const Person &person);
+    void noAnswer();
     void callEnds(CallEvent event, const std::string &reason);
     void giveUp(const std::string &reason);
     Person self() const;

@@ -49,7 +49,7 @@ void Party::obey(const Command &command) {
     case CommandKind::say:
         return say(command.text);
     case CommandKind::who:
-        return m_report.roster(m_participant.meetingName(), m_people.all());
+        return m_report.roster(m_participant.meetingName(), people());
     case CommandKind::lead:
         return askForLead();
     case CommandKind::give:

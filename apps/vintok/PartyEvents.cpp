@@ -46,9 +46,8 @@ void Party::setCallbacks() {
     m_participant.setBusyCB([](Library *p, const std::string &, const Called &) {
         of(p).callEnds(CallEvent::busy, "is busy: in a meeting that somebody else hosts");
     });
-    m_participant.setNoAnswerCB([](Library *p, const std::string &, const Called &) {
-        of(p).callEnds(CallEvent::noAnswer, "has hung up without an answer");
-    });
+    m_participant.setNoAnswerCB(
+        [](Library *p, const std::string &, const Called &) { of(p).noAnswer(); });
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
         if (of(p).m_calling) {
@@ -94,6 +93,7 @@ void Party::joined(const vintok::ConferenceRosterEntry &entry) {
         m_host = entry.descriptor();
     }
     m_report.joined(person);
+    tellSecurity(person);
 }
 
 void Party::left(const vintok::ConferenceRosterEntry &entry) {
@@ -171,6 +171,29 @@ void Party::leadAnswered(bool granted) {
         m_wantsLead = false;
         m_report.leadAnswered(granted);
     }
+}
+
+// With TLS in use a person is told of every connection how it stands.
+void Party::tellSecurity(const Person &person) {
+    if (m_options.secure.wanted() && person.connection != -1) {
+        m_report.notice(secure::describe(person.connection, person.name));
+    }
+}
+
+std::vector<Person> Party::people() const {
+    std::vector<Person> people = m_people.all();
+    for (Person &person : people) {
+        if (person.connection != -1) {
+            person.channel = secure::channelOf(person.connection);
+        }
+    }
+    return people;
+}
+
+void Party::noAnswer() {
+    const std::string failure = secure::takeFailure();
+    callEnds(CallEvent::noAnswer, failure.empty() ? "has hung up without an answer"
+                                                  : "cannot be reached securely: " + failure);
 }
 
 void Party::callEnds(CallEvent event, const std::string &reason) {

@@ -28,6 +28,7 @@ Person personOf(const vintok::ConferenceRosterEntry &entry) {
     person.port = entry.hostByteOrderPort();
     person.colour = entry.colorIndex();
     person.host = entry.isHost();
+    person.connection = entry.descriptor();
     person.name = joined(entry.firstName(), entry.lastName());
     if (person.name.empty()) {
         person.name = person.email.empty() ? person.address + ' ' + std::to_string(person.port)

@@ -6,6 +6,7 @@
 
 #include <vintok/ConferenceRosterEntry.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,11 @@ struct Person {
     unsigned short colour = NO_COLOUR;
     bool host = false;
     bool self = false;
-    bool leader = false; // in lists only
+    int connection = -1; // its descriptor; none: it is reached through somebody else
+    // In lists only: whether it leads; how the own connection to it is encrypted, empty when it is
+    // plain.
+    bool leader = false;
+    std::optional<std::string> channel;
 
     bool operator==(const Person &other) const = default;
 };

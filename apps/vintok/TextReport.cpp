@@ -192,7 +192,10 @@ private:
         return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " +
                person.address + " port " + std::to_string(person.port) +
                (person.host ? "  host" : "") + (person.leader ? "  leader" : "") +
-               (person.self ? "  you" : "");
+               (person.self ? "  you" : "") +
+               (person.channel && !person.channel->empty()
+                    ? "  encrypted: " + printable(*person.channel)
+                    : "");
     }
 
     bool m_colours;

@@ -48,11 +48,30 @@ int runRole(const app::Options &options, app::Report &report) {
     case app::Role::relay:
         return app::runRelay(options, report);
     case app::Role::decode:
+    case app::Role::tlsInit:
     case app::Role::relaySend:
     case app::Role::relayListen:
         break;
     }
     return app::runRelayClient(options, report);
+}
+
+int makeCertificates(const app::Options &options, app::Report &report) {
+    const std::string &folder = options.tlsFolder;
+    std::string failure;
+    if (!app::secure::makeFolder(folder, options.tlsNames, failure)) {
+        report.failed(failure);
+        return FAILED;
+    }
+    app::Notice notice{"certificates",
+                       "Made in " + folder +
+                           ": ca.pem for everybody, host.pem and host.key for the "
+                           "host, guest.pem and guest.key for a guest of a host that demands one; "
+                           "ca.key stays here.",
+                       {}};
+    notice.fields.text("folder", folder);
+    report.notice(notice);
+    return 0;
 }
 
 int runLibrary(const app::Options &options) {
@@ -64,6 +83,9 @@ int runLibrary(const app::Options &options) {
     if (options.role == app::Role::decode) { // needs no network
         return app::runDecode(options, *report);
     }
+    if (options.role == app::Role::tlsInit) {
+        return makeCertificates(options, *report);
+    }
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     if (!vintok::setLogLevel(options.logLevel.value_or(vintok::logLevel()))) {
@@ -72,6 +94,11 @@ int runLibrary(const app::Options &options) {
     }
     if (!options.logFile.empty()) {
         vintok::setLogFileName(options.logFile);
+    }
+    if (std::string failure;
+        options.secure.wanted() && !app::secure::start(options.secure, failure)) {
+        report->failed(failure);
+        return FAILED;
     }
     const int code = runRole(options, *report);
     vintok::fini();

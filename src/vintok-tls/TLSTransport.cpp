@@ -118,6 +118,12 @@ struct tls::State {
     }
 
     ChannelPtr findUp(int fd, const char *operation) const;
+    // One that a peer told only after its handshake belongs to that: TLS 1.3 is like this.
+    void keepRefusal(const Failure &failure) {
+        if (failure.error == TLS_ERROR_REFUSED)
+            keep(failure);
+    }
+
     bool left(int fd, const char *operation, const Failure &failure);
     bool breakOff(int fd, const char *operation, const Failure &failure);
     bool plainPeer(int fd, const char *operation, const Settings &settings,
@@ -206,7 +212,7 @@ bool tls::State::shake(int fd, const char *operation, const Settings &settings, 
 // The channel has ended, or failed, with nothing left to read.
 std::int64_t tls::State::lost(int fd, const Channel &channel, const char *operation) {
     const Failure failure = channel.failure();
-    keep(failure);
+    keepRefusal(failure);
     setClosed(fd);
     setError(TCP_ERROR_CONNECTION_RESET, operation, failure);
     return -1;
@@ -340,7 +346,7 @@ bool TLSTransport::secureBytesPending(int fd, std::size_t *pending, bool socketH
         return true;
     // Whoever waits for this descriptor is to find it: its socket may hold nothing more.
     if (socketHasData && failure.error != TLS_ERROR_CLOSED) {
-        m_state->keep(failure);
+        m_state->keepRefusal(failure);
         logLine(SEVERITY_ERROR, fd, failure.words);
         platform::shutdownBoth(fd);
     }

@@ -118,8 +118,9 @@ public:
     // behind it later: turn this off while such a call is placed.
     void setConnectsUnnamed(bool on);
 
-    // What became of the last handshake, or channel, that failed on any thread since `clearFailure`
-    // or the start: the value, and the words of `lastErrorString`'s second line.
+    // What became of the last handshake that was broken off on any thread since `clearFailure` or
+    // the start, also one that the peer refused once it was done: the value, and the words of
+    // `lastErrorString`'s second line. TLS_ERROR_NONE and no words if there was none.
     TLSError lastFailure(std::string &words) const;
     void clearFailure();
 

@@ -1,0 +1,50 @@
+// The secure channel of the program: how it is started, and what it tells. Where the program was
+// built without OpenSSL, `start` and `makeFolder` say so and the rest has nothing to tell.
+#ifndef VINTOK_APP_SECURE_H
+#define VINTOK_APP_SECURE_H
+
+#include "Report.h"
+
+#include <string>
+#include <vector>
+
+namespace app::secure {
+
+struct Options {
+    std::string certificate; // files
+    std::string key;
+    std::string roots;
+    bool systemRoots = false;
+    bool demandsCertificate = false;
+    bool required = false;
+    bool approvedOnly = false;
+    std::string name; // that the other side's certificate must be for
+
+    bool wanted() const {
+        return !certificate.empty() || !key.empty() || !roots.empty() || systemRoots ||
+               demandsCertificate || required || approvedOnly;
+    }
+};
+
+// For every connection from here on. False with the reason.
+bool start(const Options &options, std::string &failure);
+
+// Why the last connection was broken off that was to be secure, and forgets it; empty when none
+// was.
+std::string takeFailure();
+
+// A folder with certificates for trying out.
+bool makeFolder(const std::string &folder, const std::vector<std::string> &names,
+                std::string &failure);
+
+// ---- The same however the program was built (Channel.cpp)
+
+// Protocol and cipher of a connection; empty when it is plain.
+std::string channelOf(int descriptor);
+
+// Whether a connection is encrypted, how, and who the other side has proved to be.
+Notice describe(int descriptor, const std::string &name);
+
+} // namespace app::secure
+
+#endif

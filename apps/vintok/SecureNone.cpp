@@ -1,0 +1,26 @@
+// Without OpenSSL.
+#include "Secure.h"
+
+namespace app::secure {
+
+namespace {
+
+const char *const missing = "this program was built without TLS, which takes OpenSSL 3";
+
+} // namespace
+
+bool start(const Options &, std::string &failure) {
+    failure = missing;
+    return false;
+}
+
+std::string takeFailure() {
+    return "";
+}
+
+bool makeFolder(const std::string &, const std::vector<std::string> &, std::string &failure) {
+    failure = missing;
+    return false;
+}
+
+} // namespace app::secure

@@ -1,0 +1,55 @@
+// With OpenSSL, through libvintok-tls.
+#include "Secure.h"
+
+#include "Failure.h"
+
+#include <vintok-tls/TLSFolder.h>
+#include <vintok-tls/TLSTransport.h>
+#include <vintok/TCPStream.h>
+
+namespace app::secure {
+
+namespace {
+
+// For as long as the process lives: connections are still closed through it at the end.
+vintok::TLSTransport &transport() {
+    static vintok::TLSTransport &one = *new vintok::TLSTransport;
+    return one;
+}
+
+} // namespace
+
+bool start(const Options &options, std::string &failure) {
+    vintok::TLSOptions tls;
+    tls.certificateFile = options.certificate;
+    tls.keyFile = options.key;
+    tls.rootsFile = options.roots;
+    tls.systemRoots = options.systemRoots;
+    tls.demandCertificate = options.demandsCertificate;
+    tls.required = options.required;
+    tls.FIPSOnly = options.approvedOnly;
+    tls.expectedName = options.name;
+    if (transport().open(tls) && vintok::setTransport(&transport())) {
+        return true;
+    }
+    failure = withLastFailure("cannot use TLS");
+    return false;
+}
+
+std::string takeFailure() {
+    std::string words;
+    transport().lastFailure(words);
+    transport().clearFailure();
+    return words;
+}
+
+bool makeFolder(const std::string &folder, const std::vector<std::string> &names,
+                std::string &failure) {
+    if (vintok::createTLSFolder(folder, names)) {
+        return true;
+    }
+    failure = withLastFailure("cannot make certificates");
+    return false;
+}
+
+} // namespace app::secure
