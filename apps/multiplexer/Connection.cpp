@@ -3,6 +3,7 @@
 #include "Session.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 
 namespace mux {
@@ -15,6 +16,8 @@ namespace {
 constexpr int INTERRUPTED = 4;
 constexpr int WOULD_BLOCK = 10035;
 constexpr int IN_PROGRESS = 10036;
+
+constexpr std::size_t SECURE_PIECE = 16384;
 
 bool isTemporary(int error) {
     return error == WOULD_BLOCK || error == INTERRUPTED;
@@ -72,6 +75,10 @@ Connection::Result Connection::receive(char *buffer, std::size_t length, std::si
         m_unread.erase(0, count);
         return Result::bytes;
     }
+    return m_secure ? receiveSecure(buffer, length, count) : receiveRaw(buffer, length, count);
+}
+
+Connection::Result Connection::receiveRaw(char *buffer, std::size_t length, std::size_t &count) {
     const std::int64_t received =
         platform::receive(m_descriptor, reinterpret_cast<unsigned char *>(buffer), length);
     if (received > 0) {
@@ -84,7 +91,67 @@ Connection::Result Connection::receive(char *buffer, std::size_t length, std::si
     return isTemporary(platform::socketError()) ? Result::blocked : Result::lost;
 }
 
+Connection::Result Connection::receiveSecure(char *buffer, std::size_t length, std::size_t &count) {
+    for (;;) {
+        const SecureStream::Result opened = m_secure->open(buffer, length, count);
+        if (!sendSealed() || opened == SecureStream::Result::failed) {
+            return Result::lost;
+        }
+        if (opened == SecureStream::Result::bytes) {
+            return Result::bytes;
+        }
+        if (opened == SecureStream::Result::ended && m_sendsPlain) {
+            m_unread = m_secure->takeRest();
+            m_secure.reset();
+            return receive(buffer, length, count);
+        }
+        if (opened == SecureStream::Result::ended) {
+            return Result::ended;
+        }
+        std::array<char, SECURE_PIECE> sealed;
+        std::size_t taken = 0;
+        const Result received = receiveRaw(sealed.data(), sealed.size(), taken);
+        if (received != Result::bytes) {
+            // The stream must not end before the channel does.
+            return received == Result::ended ? Result::lost : received;
+        }
+        m_secure->feed(std::string_view(sealed.data(), taken));
+    }
+}
+
+bool Connection::hasUnread() const {
+    return !m_unread.empty() || (m_secure && m_secure->hasBytes());
+}
+
+void Connection::secure(std::unique_ptr<SecureStream> secure) {
+    m_secure = std::move(secure);
+    m_secure->feed(m_unread);
+    m_unread = std::string();
+}
+
 bool Connection::send(std::string_view bytes) {
+    if (m_secure && !m_sendsPlain) {
+        return m_secure->seal(bytes) && sendSealed();
+    }
+    return sendRaw(bytes);
+}
+
+bool Connection::sendLastSecure(std::string_view bytes) {
+    if (!m_secure->seal(bytes)) {
+        return false;
+    }
+    m_secure->close();
+    m_sendsPlain = true;
+    return sendRaw(m_secure->takeSealed());
+}
+
+// Once this side has closed the channel nothing of it may come between plain bytes.
+bool Connection::sendSealed() {
+    const std::string sealed = m_secure->takeSealed();
+    return m_sendsPlain || sendRaw(sealed);
+}
+
+bool Connection::sendRaw(std::string_view bytes) {
     if (hasBacklog()) {
         m_backlog.append(bytes);
         return flush();
@@ -108,7 +175,7 @@ bool Connection::flush() {
     if (hasBacklog()) {
         std::string bytes;
         bytes.swap(m_backlog); // its memory goes, too, once all of it is sent
-        if (!send(bytes)) {
+        if (!sendRaw(bytes)) {
             return false;
         }
     }
@@ -120,6 +187,10 @@ bool Connection::flush() {
 }
 
 void Connection::endSending() {
+    if (m_secure && !m_sendsPlain) {
+        m_secure->close();
+        sendSealed();
+    }
     m_ending = true;
     flush();
 }

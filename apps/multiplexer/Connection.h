@@ -4,6 +4,7 @@
 #define MULTIPLEXER_CONNECTION_H
 
 #include "Endpoints.h"
+#include "SecureStream.h"
 
 #include <cstddef>
 #include <memory>
@@ -48,7 +49,8 @@ public:
     Result receive(char *buffer, std::size_t length, std::size_t &count);
     // Gives bytes back, to be received again first.
     void unread(std::string_view bytes) { m_unread.insert(0, bytes); }
-    bool hasUnread() const { return !m_unread.empty(); }
+    // Some bytes will be received of which no socket tells any more.
+    bool hasUnread() const;
 
     // False when the connection is lost. Nothing may be sent behind `endSending`.
     bool send(std::string_view bytes);
@@ -58,6 +60,13 @@ public:
     // Ends this side of the stream behind what has been sent.
     void endSending();
 
+    // From now on all goes through `secure`, beginning with what has been given back.
+    void secure(std::unique_ptr<SecureStream> secure);
+    bool isSecure() const { return m_secure != nullptr; }
+    // Sends the last bytes that go through it; the other side's end of it is the last that is
+    // received through it, and what follows is plain.
+    bool sendLastSecure(std::string_view bytes);
+
     const Endpoint &peer() const { return m_peer; }
     // Our end of it.
     bool ownEnd(Endpoint &endpoint) const;
@@ -66,10 +75,17 @@ public:
     void close();
 
 private:
+    Result receiveRaw(char *buffer, std::size_t length, std::size_t &count);
+    Result receiveSecure(char *buffer, std::size_t length, std::size_t &count);
+    bool sendRaw(std::string_view bytes);
+    bool sendSealed();
+
     vintok::platform::Poller &m_poller;
     int m_descriptor;
     Endpoint m_peer;
     Session *m_session = nullptr;
+    std::unique_ptr<SecureStream> m_secure;
+    bool m_sendsPlain = false; // while the other side may still be secure
     std::string m_unread;
     std::string m_backlog;
     bool m_ending = false;

@@ -146,6 +146,22 @@ void addCredentials(CLI::App &app, Options &options) {
             "Whoever knows this meeting identifier needs no credentials");
 }
 
+void addSecurity(CLI::App &app, Options &options) {
+    CLI::Option *certificate =
+        app.add_option("--tls-cert", options.certificateFile,
+                       "Speak TLS with clients that begin it, with this certificate (PEM)")
+            ->type_name("FILE");
+    CLI::Option *key = app.add_option("--tls-key", options.keyFile, "The key of the certificate")
+                           ->type_name("FILE");
+    certificate->needs(key);
+    key->needs(certificate);
+    app.add_flag("--tls-only", options.secureOnly, "Refuse requests that come without TLS")
+        ->needs(certificate);
+    app.add_flag("--tls-until-open", options.plainTunnels,
+                 "End TLS once the tunnel stands, so that the parties can begin it with each other")
+        ->needs(certificate);
+}
+
 void addLimits(CLI::App &app, Options &options) {
     addNumber(app, "--max-tunnels", options.maxTunnels, 1, "COUNT", "Tunnels at once");
     addNumber(app, "--max-waiting", options.maxWaiting, 1, "COUNT", "Parties that wait at once");
@@ -182,6 +198,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
     addListening(program, options);
     addParties(program, options);
     addCredentials(program, options);
+    addSecurity(program, options);
     addLimits(program, options);
     addLog(program, options);
     try {

@@ -29,6 +29,11 @@ struct Options {
     std::map<std::string, std::optional<Authority>> meetings; // who answers; nothing: who offers to
     std::map<std::string, Authority> redirects; // by meeting identifier or "host:port"
 
+    std::string certificateFile;
+    std::string keyFile;
+    bool secureOnly = false;   // no request in the open
+    bool plainTunnels = false; // TLS ends with the request
+
     std::size_t maxTunnels = 10000;
     std::size_t maxWaiting = 1000;
     std::size_t maxRequests = 1000;

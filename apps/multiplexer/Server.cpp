@@ -62,6 +62,12 @@ bool Server::start(std::string &failure) {
         failure = "cannot write to " + m_options.logFile;
         return false;
     }
+    if (!m_options.certificateFile.empty()) {
+        m_security = makeSecureContext(m_options.certificateFile, m_options.keyFile, failure);
+        if (!m_security) {
+            return false;
+        }
+    }
     m_port = m_options.port;
     for (const std::string &address : m_options.listen) {
         Endpoint endpoint;

@@ -7,6 +7,7 @@
 #include "Meetings.h"
 #include "Options.h"
 #include "Resolver.h"
+#include "SecureStream.h"
 #include "Session.h"
 
 #include <array>
@@ -48,6 +49,8 @@ public:
     Resolver &resolver() { return m_resolver; }
     Meetings &meetings() { return m_meetings; }
     Log &log() { return m_log; }
+    // Null when there is no TLS.
+    const SecureContext *security() const { return m_security.get(); }
     Statistics &statistics() { return m_statistics; }
     // The time at which the present round began.
     Clock::time_point now() const { return m_now; }
@@ -75,6 +78,7 @@ private:
     Options m_options;
     Log m_log;
     vintok::platform::Poller m_poller;
+    std::unique_ptr<SecureContext> m_security;
     Resolver m_resolver;
     Meetings m_meetings;
     Statistics m_statistics;

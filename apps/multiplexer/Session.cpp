@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::chrono::seconds CLOSING_TIME(2);
 constexpr std::size_t MOST_DISCARDED = 1 << 20;
+constexpr char TLS_HANDSHAKE = 0x16;     // the first byte of a stream
 constexpr std::size_t MOST_AHEAD = 4096; // bytes of a client that is early
 
 } // namespace
@@ -165,6 +166,7 @@ bool Session::receiveRequest() {
                                        std::min(room, m_server.scratch().size()), count)) {
     case Connection::Result::bytes:
         m_bytes.append(m_server.scratch().data(), count);
+        beginSecure();
         return true;
     case Connection::Result::blocked:
         return false;
@@ -179,6 +181,19 @@ bool Session::receiveRequest() {
     }
     finish();
     return false;
+}
+
+// A client that speaks TLS begins with it, or begins it behind the answer of a proxy.
+void Session::beginSecure() {
+    Connection &connection = *m_near.connection;
+    if (m_server.security() == nullptr || connection.isSecure() || m_bytes[0] != TLS_HANDSHAKE) {
+        return;
+    }
+    if (std::unique_ptr<SecureStream> stream = m_server.security()->accept()) {
+        connection.unread(m_bytes);
+        m_bytes.clear();
+        connection.secure(std::move(stream));
+    }
 }
 
 void Session::take(const Request &request) {

@@ -66,6 +66,7 @@ private:
     void enter(State state);
     void readRequest();
     bool receiveRequest();
+    void beginSecure();
     void take(const Request &request);
     void takeStatus(const Request &request);
     void refuse(int status, const std::string &reason, const std::string &more = "");
@@ -93,6 +94,7 @@ private:
 
     // ---- SessionPassing.cpp
     void open(const std::string &how);
+    bool sendOpened(Connection &connection) const;
     void pass();
     bool passFrom(Leg &from, Leg &to);
     bool passBytes(Leg &from, Leg &to, std::string_view bytes);

@@ -33,11 +33,18 @@ void Session::open(const std::string &how) {
                         description() + ' ' + how + ' ' + endpointText(m_far.connection->peer()));
     enter(State::passing);
     for (Leg *leg : {&m_near, &m_far}) {
-        if (leg->isClient && !leg->connection->send(openedReply(false))) {
+        if (leg->isClient && !sendOpened(*leg->connection)) {
             return closeTunnel("lost");
         }
     }
     pass();
+}
+
+bool Session::sendOpened(Connection &connection) const {
+    if (!connection.isSecure() || !m_server.options().plainTunnels) {
+        return connection.send(openedReply(connection.isSecure()));
+    }
+    return connection.sendLastSecure(openedReply(false));
 }
 
 void Session::pass() {
@@ -68,7 +75,8 @@ bool Session::passFrom(Leg &from, Leg &to) {
         closeTunnel("lost");
         return false;
     }
-    for (int piece = 0; piece < PIECES && mayReceive(from, to); ++piece) {
+    for (int piece = 0; mayReceive(from, to) && (piece < PIECES || from.connection->hasUnread());
+         ++piece) {
         std::array<char, 65536> &scratch = m_server.scratch();
         const std::size_t room = from.readyMissing != 0 ? from.readyMissing : scratch.size();
         std::size_t count = 0;

@@ -26,6 +26,9 @@ constexpr std::size_t MOST_ADDRESSES = 4; // of one party
 
 void Session::takeConnect(const Request &request) {
     const Options &options = m_server.options();
+    if (options.secureOnly && !m_near.connection->isSecure()) {
+        return refuse(403, "only over TLS");
+    }
     m_meeting = request.header(vintok::http_pLorMUX_MeetingID);
     if (m_meeting.empty() && request.says(JUMP, "true")) {
         return takeJump(request);
