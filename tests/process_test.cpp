@@ -1,5 +1,6 @@
 #include "platform/TestSockets.h"
 #include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -55,6 +56,23 @@ TEST(Process, EnvironmentIsOursWithChanges) {
     }
     ChildProcess inheriting({VINTOK_TEST_CHILD, "variable", "PATH"}, {{"OTHER", "x"}});
     EXPECT_TRUE(inheriting.printed("PATH=")) << inheriting.story();
+}
+
+TEST(Process, AChildWithAConsoleOfItsOwnRuns) {
+    const vintok::test::TemporaryFolder folder;
+    vintok::platform::ProcessStart start;
+    start.arguments = {VINTOK_TEST_CHILD, "write", folder.path("told"), "a", "b c"};
+    start.commandLine =
+        "\"" VINTOK_TEST_CHILD "\" write \"" + folder.path("told") + "\" \"a\" \"b c\"";
+    start.ownConsole = {132, 9, 2, false};
+    start.raisedPriority = true;
+    vintok::platform::Process child;
+    std::string failure;
+    ASSERT_TRUE(vintok::platform::startProcess(start, child, failure)) << failure;
+    EXPECT_TRUE(vintok::platform::waitProcess(child, ChildProcess::PATIENCE_MS));
+    EXPECT_EQ(0, child.exitCode);
+    vintok::platform::closeProcess(child);
+    EXPECT_EQ("[a][b c]", folder.content("told"));
 }
 
 TEST(Process, AProgramThatIsNotThereIsAFailureWithAReason) {

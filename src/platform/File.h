@@ -24,6 +24,8 @@ char pathSeparator();
 bool fileSize(std::FILE *stream, std::int64_t &size);
 
 bool canRead(const std::string &path);
+// Can be read, and is neither a folder nor a character device.
+bool isReadableFile(const std::string &path);
 bool makeDirectory(const std::string &path);
 bool removeFile(const std::string &path);
 

@@ -16,17 +16,27 @@ namespace vintok::platform {
 // What a standard stream of the child is joined to: the null device, ours, or a pipe to us.
 enum class ChildStream { null, ours, pipe };
 
+// A console window of the child's own, where the system has such things.
+struct ConsoleWindow {
+    std::uint32_t columns = 80;
+    std::uint32_t lines = 25;
+    std::uint32_t attribute = 7; // colour of text and background
+    bool visible = true;
+};
+
 struct ProcessStart {
     // The first is the program: a path, or a name that is looked up where the shell looks.
     std::vector<std::string> arguments;
+    // Where a program gets one text and no arguments: exactly this. Empty: the arguments, quoted.
+    std::string commandLine;
     // Changes to our own environment; no value takes the variable away.
     std::vector<std::pair<std::string, std::optional<std::string>>> environment;
     ChildStream input = ChildStream::null;
     ChildStream output = ChildStream::null;
     ChildStream error = ChildStream::null;
-    bool ownSession =
-        false;            // cut off from our terminal; where there are consoles, in one of its own
-    bool visible = false; // the console of its own is shown
+    // Cut off from our terminal, in a session of the child's own. With a window its standard
+    // streams are the window's, whatever is said above, and the program is a path.
+    std::optional<ConsoleWindow> ownConsole;
     bool raisedPriority = false; // tried; not having the right to it is no failure
 };
 
@@ -43,6 +53,12 @@ struct Process {
 
 // False, with the reason in words, when the program could not be started.
 bool startProcess(const ProcessStart &start, Process &process, std::string &failure);
+
+// What the name of a program's file ends in: ".exe" or nothing.
+const char *programSuffix();
+
+// Waits at most so long until the child has started up, where the system can tell.
+void settleProcess(Process &process, std::uint32_t milliseconds);
 
 // Waits at most so long for the end of the child. True once it has ended, `exitCode` then stands
 // and nothing of the child is left in the system's process table.

@@ -3,6 +3,7 @@
 #define VINTOK_VINTOK_H
 
 #include "vintok/BufferManager.h"
+#include "vintok/ConferenceControl.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/ConferenceRosterEntry.h"
 #include "vintok/ControlNotify.h"

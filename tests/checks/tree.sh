@@ -84,7 +84,7 @@ layers='
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect TCPServer testTCPServer
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant ConferenceMessage messageUtil ClockCorrection Control
+6 ConferenceParticipant ConferenceControl ConferenceMessage messageUtil ClockCorrection Control
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '

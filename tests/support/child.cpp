@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <string>
 
@@ -11,6 +12,15 @@ namespace {
 int printArguments(int count, char **arguments) {
     for (int i = 2; i < count; ++i) {
         std::cout << '[' << arguments[i] << "]\n";
+    }
+    return 0;
+}
+
+// The arguments behind the file's name go there.
+int writeArguments(int count, char **arguments) {
+    std::ofstream file(arguments[2]);
+    for (int i = 3; i < count; ++i) {
+        file << '[' << arguments[i] << ']';
     }
     return 0;
 }
@@ -56,6 +66,9 @@ int main(int count, char **arguments) {
     const std::string what = count > 1 ? arguments[1] : "";
     if (what == "arguments") {
         return printArguments(count, arguments);
+    }
+    if (what == "write" && count > 2) {
+        return writeArguments(count, arguments);
     }
     if (what == "variable" && count > 2) {
         return printVariable(arguments[2]);

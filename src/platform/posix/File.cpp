@@ -37,6 +37,12 @@ bool canRead(const std::string &path) {
     return access(path.c_str(), R_OK) == 0;
 }
 
+bool isReadableFile(const std::string &path) {
+    struct stat status = {};
+    return canRead(path) && stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) &&
+           !S_ISCHR(status.st_mode);
+}
+
 bool makeDirectory(const std::string &path) {
     return mkdir(path.c_str(), 0777) == 0;
 }

@@ -146,7 +146,7 @@ pid_t spawn(const ProcessStart &start, int input, int output, int error, int &fa
         return 0;
     }
     pid_t child = 0;
-    failure = setAttributes(attributes, start.ownSession);
+    failure = setAttributes(attributes, start.ownConsole.has_value());
     failure = failure ? failure : placeStream(actions, start.input, STDIN_FILENO, input);
     failure = failure ? failure : placeStream(actions, start.output, STDOUT_FILENO, output);
     failure = failure ? failure : placeStream(actions, start.error, STDERR_FILENO, error);
@@ -216,6 +216,12 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
     process.error = std::exchange(error.readEnd, -1);
     return true;
 }
+
+const char *programSuffix() {
+    return "";
+}
+
+void settleProcess(Process &, std::uint32_t) {}
 
 bool waitProcess(Process &process, std::uint32_t milliseconds) {
     if (process.id == 0) {

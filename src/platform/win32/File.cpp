@@ -105,6 +105,12 @@ bool canRead(const std::string &path) {
     return _access(path.c_str(), readAccess) == 0;
 }
 
+bool isReadableFile(const std::string &path) {
+    struct _stat64 status = {};
+    return canRead(path) && _stat64(path.c_str(), &status) == 0 &&
+           (status.st_mode & _S_IFMT) != _S_IFDIR && (status.st_mode & _S_IFMT) != _S_IFCHR;
+}
+
 bool makeDirectory(const std::string &path) {
     return _mkdir(path.c_str()) == 0;
 }

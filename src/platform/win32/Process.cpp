@@ -155,13 +155,50 @@ private:
     bool m_valid = false;
 };
 
-DWORD creationFlags(const ProcessStart &start) {
-    return EXTENDED_STARTUPINFO_PRESENT | CREATE_NEW_PROCESS_GROUP | CREATE_DEFAULT_ERROR_MODE |
-           (start.ownSession ? CREATE_NEW_CONSOLE : 0) |
-           (start.raisedPriority ? HIGH_PRIORITY_CLASS : NORMAL_PRIORITY_CLASS);
+// By the kind of system: only the one without protected priorities gets the highest.
+DWORD priorityClass(const ProcessStart &start) {
+    OSVERSIONINFOA version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    if (!start.raisedPriority || !GetVersionExA(&version)) {
+        return NORMAL_PRIORITY_CLASS;
+    }
+    switch (version.dwPlatformId) {
+    case VER_PLATFORM_WIN32_WINDOWS:
+        return REALTIME_PRIORITY_CLASS;
+    case VER_PLATFORM_WIN32_NT:
+        return HIGH_PRIORITY_CLASS;
+    default:
+        return NORMAL_PRIORITY_CLASS;
+    }
 }
 
-bool create(const ProcessStart &start, const Stream *streams, PROCESS_INFORMATION &made) {
+DWORD creationFlags(const ProcessStart &start) {
+    return CREATE_NEW_PROCESS_GROUP | CREATE_DEFAULT_ERROR_MODE | priorityClass(start);
+}
+
+std::string commandText(const ProcessStart &start) {
+    return start.commandLine.empty() ? commandLine(start.arguments) : start.commandLine;
+}
+
+bool createInWindow(const ProcessStart &start, PROCESS_INFORMATION &made) {
+    STARTUPINFOA info = {};
+    info.cb = sizeof(info);
+    info.dwFlags =
+        STARTF_USEPOSITION | STARTF_USECOUNTCHARS | STARTF_USEFILLATTRIBUTE | STARTF_USESHOWWINDOW;
+    info.dwXCountChars = start.ownConsole->columns;
+    info.dwYCountChars = start.ownConsole->lines;
+    info.dwFillAttribute = start.ownConsole->attribute;
+    info.wShowWindow = static_cast<WORD>(start.ownConsole->visible ? SW_SHOW : SW_HIDE);
+    std::string line = commandText(start);
+    std::string environment = environmentBlock(start);
+    return CreateProcessA(start.arguments[0].c_str(), line.data(), nullptr, nullptr, FALSE,
+                          creationFlags(start) | CREATE_NEW_CONSOLE,
+                          start.environment.empty() ? nullptr : environment.data(), nullptr, &info,
+                          &made);
+}
+
+bool createWithStreams(const ProcessStart &start, const Stream *streams,
+                       PROCESS_INFORMATION &made) {
     InheritList inherited({streams[0].child, streams[1].child, streams[2].child});
     if (!inherited.valid()) {
         return false;
@@ -169,15 +206,26 @@ bool create(const ProcessStart &start, const Stream *streams, PROCESS_INFORMATIO
     STARTUPINFOEXA info = {};
     info.StartupInfo.cb = sizeof(info);
     info.StartupInfo.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
-    info.StartupInfo.wShowWindow = static_cast<WORD>(start.visible ? SW_SHOW : SW_HIDE);
+    info.StartupInfo.wShowWindow = SW_HIDE;
     info.StartupInfo.hStdInput = streams[0].child;
     info.StartupInfo.hStdOutput = streams[1].child;
     info.StartupInfo.hStdError = streams[2].child;
     info.lpAttributeList = inherited.get();
-    std::string line = commandLine(start.arguments);
+    std::string line = commandText(start);
     std::string environment = environmentBlock(start);
-    return CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE, creationFlags(start),
-                          environment.data(), nullptr, &info.StartupInfo, &made);
+    return CreateProcessA(nullptr, line.data(), nullptr, nullptr, TRUE,
+                          creationFlags(start) | EXTENDED_STARTUPINFO_PRESENT, environment.data(),
+                          nullptr, &info.StartupInfo, &made);
+}
+
+bool create(const ProcessStart &start, Stream *streams, PROCESS_INFORMATION &made) {
+    if (start.ownConsole) {
+        return createInWindow(start, made);
+    }
+    return streams[0].open(start.input, STD_INPUT_HANDLE) &&
+           streams[1].open(start.output, STD_OUTPUT_HANDLE) &&
+           streams[2].open(start.error, STD_ERROR_HANDLE) &&
+           createWithStreams(start, streams, made);
 }
 
 } // namespace
@@ -186,11 +234,12 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
     process = Process();
     Stream streams[3];
     PROCESS_INFORMATION made = {};
-    if (start.arguments.empty() || !streams[0].open(start.input, STD_INPUT_HANDLE) ||
-        !streams[1].open(start.output, STD_OUTPUT_HANDLE) ||
-        !streams[2].open(start.error, STD_ERROR_HANDLE) || !create(start, streams, made)) {
+    if (start.arguments.empty() || !create(start, streams, made)) {
         failure = errorText(start.arguments.empty() ? ERROR_INVALID_PARAMETER : GetLastError());
         return false;
+    }
+    if (start.raisedPriority && priorityClass(start) != REALTIME_PRIORITY_CLASS) {
+        SetThreadPriority(made.hThread, THREAD_PRIORITY_HIGHEST);
     }
     CloseHandle(made.hThread);
     process.id = made.dwProcessId;
@@ -199,6 +248,15 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
     process.output = streams[1].release();
     process.error = streams[2].release();
     return true;
+}
+
+const char *programSuffix() {
+    return ".exe";
+}
+
+void settleProcess(Process &process, std::uint32_t milliseconds) {
+    // Fails at once for a program that has a console and no window of its own making.
+    WaitForInputIdle(asHandle(process.handle), milliseconds);
 }
 
 bool waitProcess(Process &process, std::uint32_t milliseconds) {

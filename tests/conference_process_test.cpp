@@ -1,0 +1,355 @@
+#include "vintok/ConferenceControl.h"
+
+#include "support/Environment.h"
+#include "support/LogFile.h"
+#include "support/SocketPair.h"
+#include "support/TemporaryFolder.h"
+#include "vintok/TCPStream.h"
+
+#include "platform/Process.h"
+
+#include <chrono>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+using namespace vintok;
+using vintok::test::LogFile;
+using vintok::test::ScopedEnvironment;
+using vintok::test::TemporaryFolder;
+namespace fs = std::filesystem;
+
+namespace {
+
+const ConferenceProcessOptions noOptions;
+
+struct Recorder : ConferenceProcessCallback {
+    void processStarted(int its) override {
+        descriptor = its;
+        if (throws)
+            throw std::runtime_error("of the application");
+    }
+    void processEnded() override { ++ended; }
+    void processError(ConferenceError code, const char *text) override {
+        codes.push_back(code);
+        texts.emplace_back(text);
+        if (throws)
+            throw std::runtime_error("of the application");
+    }
+
+    int descriptor = -1;
+    int ended = 0;
+    bool throws = false;
+    std::vector<ConferenceError> codes;
+    std::vector<std::string> texts;
+};
+
+// Those of this process that have not been waited for; nothing where that cannot be asked.
+std::optional<std::vector<int>> children() {
+    std::optional<std::vector<int>> found;
+    std::error_code none;
+    for (const auto &task : fs::directory_iterator("/proc/self/task", none)) {
+        std::ifstream file(task.path() / "children");
+        if (!file)
+            continue;
+        found = found.value_or(std::vector<int>());
+        for (int id = 0; file >> id;)
+            found->push_back(id);
+    }
+    return found;
+}
+
+// A folder that PROOT and QOR_INSTALL may lead to, and a socket's path.
+class ConferenceProcessTest : public testing::Test {
+protected:
+    void SetUp() override {
+        init();
+        const int listener = createUnixSocket(m_folder.path("probe"), 1, true);
+        if (listener == -1)
+            GTEST_SKIP() << "this system has no local sockets";
+        shutdownSocket(listener);
+        m_descriptors = openDescriptors();
+    }
+    void TearDown() override {
+        if (!IsSkipped()) {
+            EXPECT_FALSE(fs::exists(m_socketPath)) << "the socket's file is still there";
+            EXPECT_EQ(m_descriptors, openDescriptors());
+            EXPECT_EQ(0U, children().value_or(std::vector<int>()).size()) << "a child is left";
+            EXPECT_EQ(nullptr, ConferenceProcess::_getConferenceProcess(nullptr));
+        }
+        fini();
+    }
+
+    static std::ptrdiff_t openDescriptors() {
+        std::error_code none;
+        const fs::directory_iterator open("/proc/self/fd", none);
+        return none ? 0 : std::distance(begin(open), end(open));
+    }
+
+    // The stand-in under this name, or what `content` says.
+    std::string install(const std::string &name, const char *content = nullptr) {
+        const fs::path path = m_folder.path("app/" + name + platform::programSuffix());
+        fs::create_directories(path.parent_path());
+        if (content != nullptr)
+            std::ofstream(path) << content;
+        else
+            fs::create_symlink(VINTOK_TEST_CONTROL_CHILD, path);
+        return path.string();
+    }
+
+    // What the system runs: the arguments, each with its end.
+    static std::string commandLine(int id) {
+        std::ifstream file("/proc/" + std::to_string(id) + "/cmdline");
+        std::stringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+
+    // State, parent, group and session of a process.
+    static std::vector<std::string> state(int id) {
+        std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
+        std::vector<std::string> words(6);
+        for (std::string &word : words)
+            stat >> word;
+        words.erase(words.begin(), words.begin() + 2); // its number and its name
+        return words;
+    }
+
+    TemporaryFolder m_folder;
+    const std::string m_socketPath = m_folder.path("socket");
+    const ScopedEnvironment m_root{"PROOT"};
+    const ScopedEnvironment m_install{"QOR_INSTALL", m_folder.path("app")};
+    const ScopedEnvironment m_debug{"CONFERENCE_CONTROL_DEBUG"};
+    Recorder m_callback;
+    std::ptrdiff_t m_descriptors = 0;
+};
+
+TEST_F(ConferenceProcessTest, StartsTheProgramAndEndsItWithTheObject) {
+    install("ConferenceControl");
+    const LogFile log(LOG_INFO);
+    {
+        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+        ASSERT_EQ(CONFERENCE_NO_ERROR, process.getLastError());
+        EXPECT_GT(m_callback.descriptor, 0);
+        EXPECT_EQ(&process, ConferenceProcess::_getConferenceProcess(nullptr));
+        EXPECT_FALSE(fs::exists(m_socketPath));
+        const auto running = children();
+        if (running) {
+            ASSERT_EQ(1U, running->size());
+            EXPECT_TRUE(
+                log.has("Conference Process started:\n\tPID = " + std::to_string(running->front()) +
+                        "\n\tdescriptor = " + std::to_string(m_callback.descriptor) + "\n"))
+                << log.text();
+        }
+        EXPECT_EQ(0, m_callback.ended);
+    }
+    EXPECT_EQ(1, m_callback.ended);
+    EXPECT_TRUE(m_callback.codes.empty());
+}
+
+TEST_F(ConferenceProcessTest, TheCommandLineHoldsThePathAndTheOptionsInTheirOrder) {
+    const std::string program = install("ConferenceControl");
+    const ConferenceProcessOptions all{true, true, true, true, true, true, true, true};
+    const std::pair<ConferenceProcessOptions, std::vector<std::string>> cases[] = {
+        {noOptions, {}},
+        {all, {"-debug", "-verbose", "-roster", "-sslAuto", "-sslFIPS", "-hideIP"}},
+    };
+    for (const auto &[options, words] : cases) {
+        const ConferenceProcess process(&m_callback, options, m_socketPath);
+        const auto running = children();
+        if (!running)
+            GTEST_SKIP() << "this system does not show its children";
+        ASSERT_EQ(1U, running->size());
+        std::string expected = program + '\0' + "-path" + '\0' + m_socketPath + '\0';
+        for (const std::string &word : words)
+            expected += word + '\0';
+        EXPECT_EQ(expected, commandLine(running->front()));
+    }
+}
+
+// A descriptor of ours in the child would keep our peers' connections open after our end.
+TEST_F(ConferenceProcessTest, TheChildHasItsOwnSessionAndNoDescriptorOfOurs) {
+    install("ConferenceControl");
+    const test::SocketPair pair;
+    const auto held = openDescriptors();
+    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+    const auto running = children();
+    if (!running)
+        GTEST_SKIP() << "this system does not show its children";
+    ASSERT_EQ(1U, running->size());
+    const std::string folder = "/proc/" + std::to_string(running->front());
+    std::ptrdiff_t sockets = 0;
+    for (const auto &file : fs::directory_iterator(folder + "/fd"))
+        sockets += fs::read_symlink(file).string().rfind("socket:", 0) == 0 ? 1 : 0;
+    EXPECT_EQ(1, sockets) << "its own end of the socket";
+    EXPECT_EQ(held + 1, openDescriptors()) << "the connection, and no listening socket";
+    const std::string id = std::to_string(running->front());
+    EXPECT_EQ(id, state(running->front())[2]);
+    EXPECT_EQ(id, state(running->front())[3]);
+}
+
+TEST_F(ConferenceProcessTest, FindsTheProgramInThreePlacesInTheirOrder) {
+    const std::string places[] = {"Program/ConferenceControl", "ConferenceControl",
+                                  "wntx64/lib/bin_x64/release/ConferenceControl"};
+    const ScopedEnvironment root("PROOT", m_folder.path("app"));
+    for (int last = 2; last >= 0; --last) {
+        const std::string expected = install(places[last]);
+        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+        ASSERT_EQ(CONFERENCE_NO_ERROR, process.getLastError()) << places[last];
+        const auto running = children();
+        if (running) {
+            ASSERT_EQ(1U, running->size());
+            EXPECT_EQ(expected, commandLine(running->front()).c_str());
+        }
+    }
+    const ScopedEnvironment unset("QOR_INSTALL");
+    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+    EXPECT_EQ(CONFERENCE_NO_ERROR, process.getLastError()) << "by PROOT alone";
+}
+
+TEST_F(ConferenceProcessTest, WithoutAProgramItSaysWhatIsMissing) {
+    struct Case {
+        const char *install;
+        const char *root;
+        ConferenceError error;
+        const char *text;
+    };
+    const Case cases[] = {
+        {nullptr, nullptr, CONFERENCE_NOT_INSTALLED, "Environment variable QOR_INSTALL not set"},
+        {"", "/nowhere", CONFERENCE_NOT_INSTALLED, "Environment variable QOR_INSTALL not set"},
+        {"/nowhere", nullptr, CONFERENCE_NO_ACCESS, "Cannot access Conference Control Process"},
+        {"/nowhere", "/nowhere", CONFERENCE_NO_ACCESS, "Cannot access Conference Control Process"},
+    };
+    for (const Case &row : cases) {
+        const ScopedEnvironment install = row.install != nullptr
+                                              ? ScopedEnvironment("QOR_INSTALL", row.install)
+                                              : ScopedEnvironment("QOR_INSTALL");
+        const ScopedEnvironment root =
+            row.root != nullptr ? ScopedEnvironment("PROOT", row.root) : ScopedEnvironment("PROOT");
+        Recorder callback;
+        {
+            const ConferenceProcess process(&callback, noOptions, m_socketPath);
+            EXPECT_EQ(row.error, process.getLastError());
+        }
+        EXPECT_THAT(callback.codes, testing::ElementsAre(row.error));
+        EXPECT_THAT(callback.texts, testing::ElementsAre(row.text));
+        EXPECT_EQ(0, callback.ended);
+    }
+}
+
+TEST_F(ConferenceProcessTest, AFolderOfTheProgramsNameIsPassedOver) {
+    fs::create_directories(
+        m_folder.path(std::string("app/Program/ConferenceControl") + platform::programSuffix()));
+    {
+        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+        EXPECT_EQ(CONFERENCE_NO_ACCESS, process.getLastError());
+    }
+    install("ConferenceControl");
+    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+    EXPECT_EQ(CONFERENCE_NO_ERROR, process.getLastError());
+}
+
+TEST_F(ConferenceProcessTest, AFileThatIsNoProgramIsAnExecError) {
+    install("ConferenceControl", "no program at all");
+    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+    EXPECT_EQ(CONFERENCE_EXEC_ERROR, process.getLastError());
+    EXPECT_THAT(m_callback.texts, testing::ElementsAre("Conference Exec Error"));
+}
+
+// Both would otherwise keep the application in the constructor for ever.
+TEST_F(ConferenceProcessTest, AProgramThatDoesNotConnectIsASocketError) {
+    install("ConferenceControl");
+    ConferenceProcess::setConnectTimeout(100);
+    for (const char *what : {"die", "sleep"}) {
+        const ScopedEnvironment control("VINTOK_TEST_CONTROL", what);
+        Recorder callback;
+        {
+            const ConferenceProcess process(&callback, noOptions, m_socketPath);
+            EXPECT_EQ(CONFERENCE_SOCKET_ERROR, process.getLastError()) << what;
+            EXPECT_EQ(0U, children().value_or(std::vector<int>()).size()) << what;
+        }
+        ASSERT_EQ(1U, callback.texts.size()) << what;
+        EXPECT_THAT(callback.texts[0],
+                    testing::MatchesRegex("Conference Socket Error .*\\.cpp line [0-9]+"));
+        EXPECT_EQ(-1, callback.descriptor);
+        EXPECT_EQ(0, callback.ended);
+    }
+    ConferenceProcess::setConnectTimeout(30000);
+}
+
+TEST_F(ConferenceProcessTest, AProcessThatHasEndedByItselfIsNotReportedAsEnded) {
+    install("ConferenceControl");
+    const ScopedEnvironment control("VINTOK_TEST_CONTROL", "leave");
+    {
+        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+        ASSERT_EQ(CONFERENCE_NO_ERROR, process.getLastError());
+        EXPECT_TRUE(test::awaitEnd(m_callback.descriptor));
+        // The end of the socket comes a moment before the end of the process.
+        const auto running = children();
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (running && !running->empty() && state(running->front())[0] != "Z" &&
+               std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+    }
+    EXPECT_EQ(0, m_callback.ended);
+}
+
+TEST_F(ConferenceProcessTest, ASecondObjectIsRefusedAndDisturbsNothing) {
+    install("ConferenceControl");
+    const ConferenceProcess first(&m_callback, noOptions, m_socketPath);
+    Recorder other;
+    {
+        const ConferenceProcess second(&other, noOptions, m_folder.path("other"));
+        EXPECT_EQ(CONFERENCE_ALREADY_RUNNING, second.getLastError());
+        EXPECT_FALSE(fs::exists(m_folder.path("other")));
+    }
+    EXPECT_THAT(other.texts, testing::ElementsAre("Conference Process already Running"));
+    EXPECT_EQ(&first, ConferenceProcess::_getConferenceProcess(nullptr));
+    EXPECT_EQ(1U, children().value_or(std::vector<int>(1)).size());
+    EXPECT_EQ(0, m_callback.ended);
+}
+
+TEST_F(ConferenceProcessTest, ASocketPathThatIsTakenKeepsItsFile) {
+    install("ConferenceControl");
+    const std::string taken = m_folder.holding("taken", "mine");
+    for (const std::string &path : {taken, m_folder.path("no/folder"), std::string(200, 'x')}) {
+        Recorder callback;
+        const ConferenceProcess process(&callback, noOptions, path);
+        EXPECT_EQ(CONFERENCE_SOCKET_ERROR, process.getLastError()) << path;
+        EXPECT_EQ(0U, children().value_or(std::vector<int>()).size());
+    }
+    EXPECT_EQ("mine", m_folder.content("taken"));
+}
+
+TEST_F(ConferenceProcessTest, ACallbackThatIsMissingOrThrowsLeavesNoProcess) {
+    install("ConferenceControl");
+    m_callback.throws = true;
+    for (Recorder *callback : {static_cast<Recorder *>(nullptr), &m_callback}) {
+        const ConferenceProcess process(callback, noOptions, m_socketPath);
+        EXPECT_EQ(CONFERENCE_ERROR, process.getLastError());
+        EXPECT_EQ(0U, children().value_or(std::vector<int>()).size());
+    }
+    ASSERT_EQ(1U, m_callback.texts.size());
+    EXPECT_THAT(m_callback.texts[0], testing::StartsWith("Conference Error "));
+}
+
+TEST_F(ConferenceProcessTest, ErrorsGoToStandardErrorWhenDebuggingIsAskedFor) {
+    const ScopedEnvironment unset("QOR_INSTALL");
+    const std::pair<const char *, const char *> cases[] = {
+        {"true", ""},
+        {"True", "Environment variable QOR_INSTALL not set\n"},
+    };
+    for (const auto &[value, expected] : cases) {
+        const ScopedEnvironment debug("CONFERENCE_CONTROL_DEBUG", value);
+        testing::internal::CaptureStderr();
+        { const ConferenceProcess process(&m_callback, noOptions, m_socketPath); }
+        EXPECT_EQ(expected, testing::internal::GetCapturedStderr()) << value;
+    }
+}
+
+} // namespace
