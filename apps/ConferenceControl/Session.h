@@ -70,9 +70,11 @@ private:
     void callPending(const vintok::ConferenceRosterEntry &entry);
     void joined(const vintok::ConferenceRosterEntry &entry);
     void left(const vintok::ConferenceRosterEntry &entry);
+    void changed(const vintok::RosterBase &entry);
     void leadAsked(const vintok::ConferenceRosterEntry &entry);
     void leadAnswered(bool granted);
     vintok::TCPAddress ownAddress() const;
+    vintok::RosterBase self() const;
 
     // ---- Meeting, calls, parties, lead, files (SessionMeeting.cpp)
     std::string conveneMeeting(const Text &text);
@@ -87,7 +89,7 @@ private:
     std::string roster(const Text &text);
     std::string disableUser(const Text &text);
     std::string enableUser(const Text &text);
-    bool isParty(const vintok::TCPAddress &address) const;
+    vintok::RosterBase *findParty(const vintok::TCPAddress &address);
     std::string startLeading(const Text &text);
     std::string stopLeading(const Text &text);
     std::string acceptLeadChange(const Text &text);
@@ -119,11 +121,12 @@ private:
     bool m_leading = false;
     bool m_convened = false; // the meeting stands until the application ends it
     std::string m_meetingName;
-    int m_host = -1; // the connection to the host, at a member
-    std::vector<vintok::TCPAddress> m_parties;
-    std::deque<vintok::RosterBase> m_callers; // those who wait; the application knows of the first
-    bool m_wantsLead = false;                 // has asked and has not been answered
-    bool m_stopsLeading = false;              // has asked the host to take the lead
+    int m_host = -1;                           // the connection to the host, at a member
+    std::vector<vintok::RosterBase> m_parties; // the others, as the application knows them
+    vintok::RosterBase m_self;                 // likewise
+    std::deque<vintok::RosterBase> m_callers;  // those who wait; the application knows of the first
+    bool m_wantsLead = false;                  // has asked and has not been answered
+    bool m_stopsLeading = false;               // has asked the host to take the lead
 
     app::RecordWriter m_recording;
     std::string m_recordPath;

@@ -3,9 +3,16 @@
 #include <vintok/ControlNotify.h>
 #include <vintok/TCPStream.h>
 
-#include <algorithm>
-
 namespace control {
+
+namespace {
+
+bool saysTheSame(const vintok::RosterBase &a, const vintok::RosterBase &b) {
+    return a == b && a.colorIndex() == b.colorIndex() &&
+           static_cast<const vintok::UserInfo &>(a) == static_cast<const vintok::UserInfo &>(b);
+}
+
+} // namespace
 
 Session &Session::of(vintok::ConferenceParticipant *participant) {
     return static_cast<Participant *>(participant)->session;
@@ -23,7 +30,7 @@ void Session::setCallbacks() {
     m_participant->setLeaveCB([](Library *p, const Entry &e) { of(p).left(e); });
     m_participant->setUserDataCB([](Library *p, const Entry &e) {
         of(p).observe();
-        vintok::replyNotifyUserInMeeting(of(p).fd(), e);
+        of(p).changed(e);
     });
     m_participant->setLeadChangeCB([](Library *p, const Entry &e) {
         of(p).observe();
@@ -102,6 +109,7 @@ void Session::observe() {
         m_wantsLead = m_stopsLeading = false;
         m_parties.clear();
         m_callers.clear();
+        m_self.clear();
         endRecordings();
         vintok::replyNotifyEndMeeting(fd());
     }
@@ -116,7 +124,9 @@ void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
 
 void Session::joined(const vintok::ConferenceRosterEntry &entry) {
     observe();
-    if (!isParty(entry))
+    if (vintok::RosterBase *known = findParty(entry))
+        *known = entry;
+    else
         m_parties.push_back(entry);
     if (!m_participant->isHost() && entry.isHost())
         m_host = entry.descriptor();
@@ -124,9 +134,21 @@ void Session::joined(const vintok::ConferenceRosterEntry &entry) {
 }
 
 void Session::left(const vintok::ConferenceRosterEntry &entry) {
-    const vintok::TCPAddress &address = entry;
-    m_parties.erase(std::remove(m_parties.begin(), m_parties.end(), address), m_parties.end());
+    if (const vintok::RosterBase *known = findParty(entry))
+        m_parties.erase(m_parties.begin() + (known - m_parties.data()));
     vintok::replyNotifyUserLeave(fd(), entry);
+}
+
+// Every roster that a host sends out tells of everybody. The application hears of what is new.
+void Session::changed(const vintok::RosterBase &entry) {
+    const vintok::TCPAddress &me = m_participant->address();
+    const bool isSelf = me == static_cast<const vintok::TCPAddress &>(entry);
+    vintok::RosterBase *known = isSelf ? &m_self : findParty(entry);
+    const vintok::RosterBase now = isSelf ? self() : entry;
+    if (known == nullptr || saysTheSame(*known, now))
+        return;
+    *known = now;
+    vintok::replyNotifyUserInMeeting(fd(), now);
 }
 
 void Session::leadAsked(const vintok::ConferenceRosterEntry &entry) {
@@ -151,6 +173,17 @@ vintok::TCPAddress Session::ownAddress() const {
     if (!address.isIPv4() && !address.isIPv6())
         address.setLoopbackIPv4();
     return address;
+}
+
+vintok::RosterBase Session::self() const {
+    vintok::RosterBase self(ownAddress());
+    self.setFirstName(m_participant->firstName());
+    self.setLastName(m_participant->lastName());
+    self.setTitle(m_participant->title());
+    self.setEmail(m_participant->email());
+    self.setPhone(m_participant->phone());
+    self.setColorIndex(m_participant->colorIndex());
+    return self;
 }
 
 } // namespace control

@@ -93,35 +93,30 @@ std::string Session::answerCall(bool accept) {
 
 // ---- Parties ----
 
-bool Session::isParty(const vintok::TCPAddress &address) const {
-    return std::find(m_parties.begin(), m_parties.end(), address) != m_parties.end();
+vintok::RosterBase *Session::findParty(const vintok::TCPAddress &address) {
+    const auto found =
+        std::find_if(m_parties.begin(), m_parties.end(),
+                     [&](const vintok::RosterBase &party) { return party == address; });
+    return found == m_parties.end() ? nullptr : &*found;
 }
 
-// Whose record the request carries makes no difference: the answer is everybody. A member's comes
-// from its host, and has the member itself in it.
+// Whose record the request carries makes no difference: the answer is everybody.
 std::string Session::roster(const Text &) {
-    if (m_participant->isHost()) {
-        vintok::RosterBase self(ownAddress());
-        self.setFirstName(m_participant->firstName());
-        self.setLastName(m_participant->lastName());
-        self.setTitle(m_participant->title());
-        self.setEmail(m_participant->email());
-        self.setPhone(m_participant->phone());
-        self.setColorIndex(m_participant->colorIndex());
-        vintok::replyNotifyUserInMeeting(fd(), self);
-    }
-    return m_participant->requestRoster() ? "" : "the host cannot be asked";
+    vintok::replyNotifyUserInMeeting(fd(), self());
+    for (const vintok::RosterBase &party : m_parties)
+        vintok::replyNotifyUserInMeeting(fd(), party);
+    return "";
 }
 
 std::string Session::disableUser(const Text &text) {
-    if (!isParty(text.address()))
+    if (findParty(text.address()) == nullptr)
         return "there is no such party";
     m_participant->disableUser(text.address());
     return "";
 }
 
 std::string Session::enableUser(const Text &text) {
-    if (!isParty(text.address()))
+    if (findParty(text.address()) == nullptr)
         return "there is no such party";
     m_participant->enableUser(text.address());
     return "";
