@@ -3,6 +3,9 @@
 #include "Options.h"
 #include "support/Application.h"
 #include "support/Party.h"
+#ifdef VINTOK_PROGRAM
+#include "support/Program.h"
+#endif
 #include "support/WirePeer.h"
 
 #include <vintok/ControlRequest.h>
@@ -331,6 +334,26 @@ TEST(ConferenceControl, HostsAloneWithoutAnApplication) {
         GTEST_SKIP() << "this system cannot interrupt a child";
     EXPECT_EQ(0, process.exitCode()) << process.story();
 }
+
+#ifdef VINTOK_PROGRAM // which has TLS
+TEST(ConferenceControl, EncryptsWithTheFilesOfItsEnvironment) {
+    Meeting meeting;
+    const TemporaryFolder folder;
+    ChildProcess maker = Program::plain({"tls-init", folder.path("")});
+    ASSERT_EQ(0, maker.exitCode()) << maker.story();
+    ChildProcess process({VINTOK_CONFERENCE_CONTROL, "-local", "-sslFIPS", "-uf", "Ann", "-listen",
+                          std::to_string(freshPort())},
+                         {{"VINTOK_TLS_CERT", folder.path("host.pem")},
+                          {"VINTOK_TLS_KEY", folder.path("host.key")}});
+    std::string line;
+    ASSERT_TRUE(process.printed("PORT:", &line)) << process.story();
+    const std::string target = "127.0.0.1" + line.substr(line.find(':'));
+    Program guest({"join", target, "--tls-ca", folder.path("ca.pem"), "--tls-require"});
+    EXPECT_TRUE(guest.tells("encrypted", {named("Ann")})) << guest.story() << process.story();
+    Program plain({"join", target});
+    EXPECT_NE(0, plain.exitCode()) << plain.story();
+}
+#endif
 
 TEST(ConferenceControlOptions, AreReadOrRefused) {
     struct Case {

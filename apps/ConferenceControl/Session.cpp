@@ -6,6 +6,7 @@
 // told last, before every notification that depends on it and after every pass.
 #include "Session.h"
 
+#include "SecureTransport.h"
 #include "Variables.h"
 
 #include <vintok/ControlNotify.h>
@@ -113,6 +114,8 @@ bool Session::hostAlone() {
         return false;
     }
     introduce(Text());
+    if (m_options.sslFIPS && vintok::transport() == nullptr)
+        return false; // nobody could ever join
     setCallbacks();
     m_participant->setCallPendingCB(nullptr);
     m_convened = true;
@@ -194,7 +197,7 @@ std::string Session::startup(const Text &text) {
     introduce(text);
     setCallbacks();
     setCallCallbacks();
-    vintok::replyNotifyStarted(fd(), ownAddress(), m_participant->isSecurePreferred());
+    vintok::replyNotifyStarted(fd(), ownAddress(), vintok::transport() != nullptr);
     vintok::replyNotifyHideIP(fd(), m_participant->isHidingIPsRequired());
     if (m_participant->isMeeting())
         m_participant->sendRoster();
@@ -226,17 +229,19 @@ void Session::introduce(const Text &text) {
     me.setMUXEncrypt(m_options.sslMUX);
     me.setFIPSSecureRequired(m_options.sslFIPS);
     me.setHidingIPsRequired(text.has(Field::hideIP) || m_options.hideIP);
-    secure(text.has(Field::isSecure) || m_options.sslAuto);
+    secureCalls(text.has(Field::isSecure) || m_options.sslFIPS);
 }
 
-// Where no transport is installed nothing can be secured; the application is told so by the flag
-// that is missing in the answer.
-void Session::secure(bool wanted) {
-    m_participant->setSecureAble(vintok::transport() != nullptr);
-    if (wanted && vintok::transport() == nullptr)
-        return warn("no secure transport is installed: connections are not encrypted");
-    if (wanted != m_participant->isSecurePreferred())
-        m_participant->setSecurePreferred(wanted);
+// What is demanded and cannot be had is never dropped: every call then fails, as the library hangs
+// up whom it cannot talk to securely. The application sees it by the flag that its answer lacks.
+void Session::secureCalls(bool demanded) {
+    std::string failure;
+    if ((demanded || m_options.sslAuto || vintok::transport() != nullptr) &&
+        !secure::start(demanded, m_options.sslFIPS, failure))
+        warn("no secure transport: " + failure);
+    m_participant->setSecureAble(demanded || vintok::transport() != nullptr);
+    if (demanded != m_participant->isSecurePreferred())
+        m_participant->setSecurePreferred(demanded);
 }
 
 std::string Session::putenv(const Text &text) {

@@ -55,7 +55,7 @@ private:
     std::string startup(const Text &text);
     bool openParticipant(unsigned short port);
     void introduce(const Text &text);
-    void secure(bool wanted);
+    void secureCalls(bool demanded);
     std::string putenv(const Text &text);
     std::string time(const Text &text);
     std::string keepAlive(const Text &text);

@@ -1,5 +1,7 @@
 #include "Session.h"
 
+#include "SecureTransport.h"
+
 #include <vintok/ControlNotify.h>
 #include <vintok/TCPGUID.h>
 #include <vintok/TCPStream.h>
@@ -62,6 +64,8 @@ std::string Session::placeCall(const Text &text) {
     const std::int64_t tries = text.number(Field::triesRemaining);
     const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
     vintok::replyNotifyDialing(fd(), name);
+    const secure::Calling calling(name,
+                                  text.has(Field::proxyAddress) || text.has(Field::meetingID));
     if (m_participant->placeCall(name, port(Field::port), text.value(Field::proxyAddress),
                                  port(Field::proxyPort), text.value(Field::meetingID),
                                  text.value(Field::authenticationString),

@@ -1,0 +1,28 @@
+// The secure transport of the control process: TLS, with the files that the environment names
+// (VINTOK_TLS_CERT, VINTOK_TLS_KEY, VINTOK_TLS_CA). Where the program was built without OpenSSL,
+// `start` says so and the rest does nothing.
+#ifndef VINTOK_CONTROL_SECURETRANSPORT_H
+#define VINTOK_CONTROL_SECURETRANSPORT_H
+
+#include <string>
+
+namespace control::secure {
+
+// For every connection from here on. `required`: those without TLS are broken off, otherwise they
+// go on plain. `FIPS`: approved algorithms only. False with the reason when there is no transport
+// then.
+bool start(bool required, bool FIPS, std::string &failure);
+
+// While a call is placed: the certificate of whoever answers must be for `name`. A tunnelled call
+// first meets a proxy, which speaks no TLS.
+class Calling {
+public:
+    Calling(const std::string &name, bool tunnelled);
+    ~Calling();
+    Calling(const Calling &) = delete;
+    Calling &operator=(const Calling &) = delete;
+};
+
+} // namespace control::secure
+
+#endif
