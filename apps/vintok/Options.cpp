@@ -122,9 +122,16 @@ void addSecure(CLI::App &app, Options &options) {
     app.add_flag("--tls-fips", secure.approvedOnly, "Use algorithms that FIPS 140 approves only");
 }
 
+void addWait(CLI::App &app, Options &options, const std::string &help) {
+    app.add_option("--tls-wait", options.secure.wait, help)
+        ->type_name("MILLISECONDS")
+        ->check(between(0, 60000));
+}
+
 // What only the calling side needs; without a name the certificate must be for the host called.
 void addSecureCall(CLI::App &app, Options &options) {
     addSecure(app, options);
+    addWait(app, options, "Wait so long for a host that speaks without TLS (200)");
     app.add_option("--tls-name", options.secure.name,
                    "The name that the host's certificate must be for (the host as called)")
         ->type_name("NAME");
@@ -142,6 +149,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addMeeting(*app, options);
     addSecure(*app, options);
+    addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
     app->add_flag("--tls-demand-cert", options.secure.demandsCertificate,
                   "Let in only who shows a certificate that leads to --tls-ca");
     addName(*app, options);
@@ -274,6 +282,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
     for (const auto &[app, role] : roles) {
         if (app->parsed()) {
             options.role = role;
+            options.secure.accepts = role == Role::host;
             if (role == Role::join && options.secure.name.empty()) {
                 options.secure.name = options.target.host;
             }

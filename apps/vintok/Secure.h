@@ -5,6 +5,8 @@
 
 #include "Report.h"
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,7 +20,9 @@ struct Options {
     bool demandsCertificate = false;
     bool required = false;
     bool approvedOnly = false;
-    std::string name; // that the other side's certificate must be for
+    bool accepts = false;              // this is a host: `wait` is for callers
+    std::optional<std::uint32_t> wait; // milliseconds, for a peer that may be without TLS
+    std::string name;                  // that the other side's certificate must be for
 
     bool wanted() const {
         return !certificate.empty() || !key.empty() || !roots.empty() || systemRoots ||

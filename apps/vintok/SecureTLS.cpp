@@ -29,6 +29,8 @@ bool start(const Options &options, std::string &failure) {
     tls.required = options.required;
     tls.FIPSOnly = options.approvedOnly;
     tls.expectedName = options.name;
+    tls.acceptWait = options.accepts ? options.wait.value_or(tls.acceptWait) : tls.acceptWait;
+    tls.connectWait = options.accepts ? tls.connectWait : options.wait.value_or(tls.connectWait);
     if (transport().open(tls) && vintok::setTransport(&transport())) {
         return true;
     }

@@ -3,9 +3,9 @@
 // Both sides of a connection try a handshake as soon as it stands, and each may be without TLS. A
 // party without it that was called speaks first, and one that calls waits for that. So the
 // accepting side looks whether the first bytes are a handshake, for a short while since there may
-// never be any, and the connecting side, where plain is allowed, looks whether the other one speaks
-// before it says its own hello: that hello would be read as a frame. Whoever finds the peer plain
-// has sent and taken nothing, and the connection goes on plain.
+// never be any, and the connecting side looks whether the other one speaks before it says its own
+// hello: that hello would be read as a frame. Whoever finds the peer plain has sent and taken
+// nothing, and the connection goes on plain, or is ended where TLS is required.
 //
 // From the first byte of a handshake on there is no way back: what fails then breaks the connection
 // off. The library goes on with it, finds it closed, and drops it in its own way.
@@ -317,9 +317,7 @@ bool TLSTransport::secureConnect(int fd, const char *peerName) {
             return false;
         }
     }
-    // One that demands TLS has nothing to wait for: a peer that speaks plain will be broken off.
-    const std::uint32_t wait = settings->options.required ? 0 : settings->options.connectWait;
-    switch (awaitStart(fd, wait)) {
+    switch (awaitStart(fd, settings->options.connectWait)) {
     case Start::hello: // nobody says that to who connects
     case Start::plain:
         return m_state->plainPeer(fd, operation, *settings, "the other side speaks without TLS");

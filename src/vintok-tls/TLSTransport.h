@@ -78,10 +78,11 @@ struct TLSOptions {
     bool required = false;
 
     // Milliseconds. How long a whole handshake may take; how long the accepting side waits for its
-    // first byte; how long the connecting side, unless TLS is required, waits for a peer that
-    // speaks first, which one without TLS does. The last must be shorter than the second by more
-    // than the way there and back.
-    std::uint32_t handshakeTime = 3000;
+    // first byte; how long the connecting side waits before that byte for a peer that speaks first,
+    // as one without TLS does: a handshake sent to it would be read as a frame without end, and
+    // stall it until the connection is closed. So the last is to be above the time there and back,
+    // and below the second by as much; where every host has TLS it may be 0.
+    std::uint32_t handshakeTime = 2000;
     std::uint32_t acceptWait = 600;
     std::uint32_t connectWait = 200;
 };
