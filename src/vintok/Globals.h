@@ -99,6 +99,9 @@ bool underLock(TCPMutex &mutex, const char *name, Operation operation,
 // asking the descriptor table.
 std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bool wait,
                            TCPStatusCallback *status);
+// The same with waiting, for a caller that has just asked how much is pending: spares the question.
+std::int64_t sf_socketRecvPending(int fd, unsigned char *buffer, std::size_t length,
+                                  std::size_t pending, TCPStatusCallback *status);
 std::int64_t sf_socketSend(int fd, const unsigned char *buffer, std::size_t length, bool wait,
                            TCPStatusCallback *status);
 std::int64_t sf_socketPeek(int fd, unsigned char *buffer, std::size_t length);

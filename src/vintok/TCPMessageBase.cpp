@@ -7,6 +7,7 @@
 #include "vintok/TCPStatusCallback.h"
 #include "vintok/TCPStream.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -238,10 +239,14 @@ bool TCPMessageBase::mf_readSocket(int socket, bool secure, TCPStatusCallback *s
                                          TCP_ERROR_CORRUPT_HEADER, "TCPMessageBase::mf_readSocket");
 }
 
-std::int64_t TCPMessageBase::mf_receive(int socket, bool secure, unsigned char *buffer,
-                                        std::size_t length, TCPStatusCallback *status) const {
+// `pending` is what the read of the frame found and has not taken yet.
+std::int64_t TCPMessageBase::mf_receive(int socket, bool secure, std::uint64_t pending,
+                                        unsigned char *buffer, std::size_t length,
+                                        TCPStatusCallback *status) const {
+    if (m_rawSocket)
+        return rawReadBytes(socket, buffer, length, false, status);
     if (!secure)
-        return rawReadBytes(socket, buffer, length, !m_rawSocket, status);
+        return sf_socketRecvPending(socket, buffer, length, pending, status);
     // A transport may answer 0 without an error of its own: an older "would block" must not be
     // taken for it and waited out for ever.
     if (lastError() != TCP_ERROR_NO_ERROR)
@@ -255,8 +260,8 @@ bool TCPMessageBase::mf_readLength(int socket, bool secure, std::uint64_t pendin
     std::array<unsigned char, lengthSize> bytes = {};
     std::size_t got = 0;
     for (int attempt = 0; attempt < maxLengthReads && got < bytes.size(); ++attempt) {
-        const std::int64_t result =
-            mf_receive(socket, secure, bytes.data() + got, bytes.size() - got, status);
+        const std::int64_t result = mf_receive(socket, secure, pending - got, bytes.data() + got,
+                                               bytes.size() - got, status);
         if (result > 0 && static_cast<std::uint64_t>(result) < countLimit)
             got += static_cast<std::size_t>(result);
         else if (endsLengthRead(lastError()))
@@ -298,7 +303,8 @@ bool TCPMessageBase::mf_readBody(int socket, bool secure, std::uint64_t pending,
                       lengthSize, rawBufferLength());
     while (!progress.complete()) {
         std::int64_t result =
-            mf_receive(socket, secure, rawBuffer() + progress.done(), progress.left(), status);
+            mf_receive(socket, secure, pending - std::min<std::uint64_t>(pending, progress.done()),
+                       rawBuffer() + progress.done(), progress.left(), status);
         if (result <= 0 && lastError() == TCP_ERROR_WOULD_BLOCK)
             result = 0;
         mf_readStep(progress, socket, result);

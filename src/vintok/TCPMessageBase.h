@@ -75,8 +75,8 @@ protected:
 private:
     class Progress;
 
-    std::int64_t mf_receive(int socket, bool secure, unsigned char *buffer, std::size_t length,
-                            TCPStatusCallback *status) const;
+    std::int64_t mf_receive(int socket, bool secure, std::uint64_t pending, unsigned char *buffer,
+                            std::size_t length, TCPStatusCallback *status) const;
     bool mf_readLength(int socket, bool secure, std::uint64_t pending, TCPStatusCallback *status);
     bool mf_readBody(int socket, bool secure, std::uint64_t pending, TCPStatusCallback *status);
     static void mf_readStep(Progress &progress, int socket, std::int64_t result);

@@ -312,6 +312,11 @@ std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bo
     std::size_t pending = 0;
     if (!sf_socketBytesPending(fd, pending) || (!wait && pending == 0))
         return -1;
+    return sf_socketRecvPending(fd, buffer, length, pending, status);
+}
+
+std::int64_t sf_socketRecvPending(int fd, unsigned char *buffer, std::size_t length,
+                                  std::size_t pending, TCPStatusCallback *status) {
     ReceiveLoop loop{fd, buffer, length, status};
     while (loop.turn()) {
     }
