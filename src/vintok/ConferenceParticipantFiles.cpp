@@ -28,6 +28,7 @@ namespace vintok {
 namespace {
 
 constexpr const char *ROOT_VARIABLE = "QOR_COLLAB_ROOT_LOCAL";
+constexpr std::size_t ROUND = 32 * ConferenceParticipant::_fileTransferChunkSize;
 constexpr std::size_t PATH_CAPACITY = 1024; // of `_fileTransferPath`, its zero byte included
 
 struct CloseFile {
@@ -72,6 +73,23 @@ bool readFile(const std::string &path, std::vector<unsigned char> &bytes) {
         return false;
     bytes.resize(static_cast<std::size_t>(size));
     return std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+}
+
+// Makes one write of several chunks: `frames` becomes their messages, whole, one behind the other.
+bool fillRound(TCPMessage &frames, TCPMessage &message, const unsigned char *bytes,
+               std::size_t length) {
+    constexpr std::size_t most = ConferenceParticipant::_fileTransferChunkSize;
+    const std::size_t chunks = (length + most - 1) / most;
+    if (!frames.allocateRawBuffer(chunks * message.headerSize() + length))
+        return false;
+    unsigned char *next = frames.rawBuffer();
+    for (std::size_t done = 0; done < length; done += most) {
+        if (!openMessage(message, TCP_fileTransferData, std::min(most, length - done)))
+            return false;
+        std::copy_n(bytes + done, message.messageBufferLength(), message.messageBuffer());
+        next = std::copy_n(message.rawBuffer(), message.rawBufferLength(), next);
+    }
+    return true;
 }
 
 // Where each character of a path begins that is a separator, with foreign ones made this system's.
@@ -132,9 +150,10 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
     bool succeeded = false;
     bool failed = false;
     TCPMessage message;
+    TCPMessage round;
     message.setOriginAddress(_self);
-    const auto send = [&](bool opened) {
-        const bool sent = opened && _broadcastData(nullptr, message);
+    const auto send = [&](bool opened, TCPMessage &frames) {
+        const bool sent = opened && _broadcastData(nullptr, frames);
         (sent ? succeeded : failed) = true;
     };
 
@@ -145,19 +164,18 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
         body.write(path);
         body.write(relativePath);
     }
-    send(opened);
+    send(opened, message);
     _tellFileProgress(_self, 0, bytes.size(), path.c_str());
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
     for (std::size_t done = 0; done < bytes.size() && !_attendees.empty();) {
-        const std::size_t chunk =
-            std::min(bytes.size() - done, static_cast<std::size_t>(_fileTransferChunkSize));
-        const bool hasRoom = openMessage(message, TCP_fileTransferData, chunk);
-        if (hasRoom)
-            std::copy_n(bytes.data() + done, chunk, message.messageBuffer());
-        send(hasRoom);
-        done += chunk;
-        _tellFileProgress(_self, done, bytes.size(), path.c_str());
+        const std::size_t end = std::min(bytes.size(), done + ROUND);
+        const bool filled = fillRound(round, message, bytes.data() + done, end - done);
+        send(filled, round);
+        while (done < end && !_attendees.empty()) {
+            done = std::min<std::size_t>(end, done + _fileTransferChunkSize);
+            _tellFileProgress(_self, done, bytes.size(), path.c_str());
+        }
     }
     if (_attendees.empty())
         return false; // all have gone, or the application has hung up
@@ -166,7 +184,7 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
     if (ends)
         BufferManager(message.messageBuffer(), message.messageBufferLength())
             .write(static_cast<std::uint32_t>(bytes.size()));
-    send(ends);
+    send(ends, message);
     return succeeded && !failed;
 }
 
