@@ -1,8 +1,8 @@
 // The least that a host can do: `poll`, take a frame from the speaker, one `send` for each member.
+#include "Child.h"
 #include "Fanout.h"
 
-#include <arpa/inet.h>
-#include <cstdio>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,21 +10,6 @@
 
 namespace bench {
 namespace {
-
-int listenOnLoopback() {
-    int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto *plain = reinterpret_cast<sockaddr *>(&address);
-    if (bind(listener, plain, length) != 0 || listen(listener, SOMAXCONN) != 0 ||
-        getsockname(listener, plain, &length) != 0)
-        fail("listening");
-    std::printf("PORT:%hu\n", ntohs(address.sin_port));
-    std::fflush(stdout);
-    return listener;
-}
 
 // With the buffers that the library gives its sockets.
 pollfd acceptMember(int listener) {

@@ -68,8 +68,6 @@ private:
     std::size_t m_sent = 0, m_drained = 0; // bytes; of all listeners together
 };
 
-[[noreturn]] void fail(const char *what);
-
 } // namespace bench
 
 #endif

@@ -1,3 +1,4 @@
+#include "Child.h"
 #include "Fanout.h"
 
 #include "vintok/ConferenceParticipant.h"

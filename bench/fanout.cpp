@@ -2,26 +2,18 @@
 // costs it in CPU time, against a bare loop around `poll` and `send` that forwards the same bytes.
 // Both run in turns, and the table shows medians.
 //
-// usage: fanout [ROUNDS]
+// usage: fanout [ROUNDS [MEMBERS BODY]]
 #include "Fanout.h"
+#include "Child.h"
 
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace bench {
 namespace {
-
-std::int64_t nanoseconds(clockid_t clock) {
-    timespec time = {};
-    clock_gettime(clock, &time);
-    return time.tv_sec * 1'000'000'000LL + time.tv_nsec;
-}
 
 struct Cost {
     double cpu;  // nanoseconds of the host for each delivery
@@ -30,56 +22,19 @@ struct Cost {
 
 using Host = void (*)(const Load &);
 
-// A host in a process of its own; what it prints is read here.
-class HostProcess {
-public:
-    HostProcess(Host host, const Load &load) {
-        int ends[2];
-        std::fflush(stdout); // or the child would print it again
-        if (pipe(ends) != 0 || (m_process = fork()) < 0)
-            fail("starting a host");
-        if (m_process == 0) {
-            dup2(ends[1], STDOUT_FILENO);
-            close(ends[0]);
-            close(ends[1]);
-            host(load);
-            _exit(0);
-        }
-        close(ends[1]);
-        m_output = fdopen(ends[0], "r");
-    }
-    ~HostProcess() {
-        std::fclose(m_output);
-        waitpid(m_process, nullptr, 0);
-    }
-    HostProcess(const HostProcess &) = delete;
-    HostProcess &operator=(const HostProcess &) = delete;
-
-    unsigned short port() {
-        unsigned short port = 0;
-        if (std::fscanf(m_output, " PORT:%hu", &port) != 1)
-            fail("reading the port");
-        return port;
-    }
-
-    Cost cost(const Load &load) {
-        double cpu = 0, wall = 0;
-        if (std::fscanf(m_output, "%lf %lf", &cpu, &wall) != 2)
-            fail("reading the cost");
-        double deliveries = static_cast<double>(load.messages * load.members);
-        return {cpu / deliveries, deliveries / wall * 1e9};
-    }
-
-private:
-    pid_t m_process;
-    std::FILE *m_output;
-};
+Cost readCost(Child &host, const Load &load) {
+    double cpu = 0, wall = 0;
+    if (std::fscanf(host.output(), "%lf %lf", &cpu, &wall) != 2)
+        fail("reading the cost");
+    double deliveries = static_cast<double>(load.messages * load.members);
+    return {cpu / deliveries, deliveries / wall * 1e9};
+}
 
 Cost measure(Host host, const Load &load) {
-    HostProcess process(host, load);
+    Child process([&] { host(load); });
     Members members(process.port(), load, host == runLibraryHost);
     members.talk();
-    return process.cost(load);
+    return readCost(process, load);
 }
 
 double median(std::vector<Cost> costs, double Cost::*value) {
@@ -104,11 +59,6 @@ void compare(const Load &load, int rounds) {
 
 } // namespace
 
-void fail(const char *what) {
-    std::perror(what);
-    std::exit(1);
-}
-
 void Meter::messageArrived() {
     ++m_arrived;
     if (m_arrived != warmUp && m_arrived != m_last)
@@ -131,9 +81,15 @@ int main(int argc, char **argv) {
         fail("starting the library");
     std::printf("%7s %7s %12s %12s %10s %10s %7s\n", "members", "body", "deliveries/s", "(bare)",
                 "CPU us", "(bare)", "ratio");
-    for (std::size_t members : {2, 8, 32, 128})
-        for (std::size_t body : {64, 1024, 16384})
-            compare({members, body, std::clamp<std::size_t>(100'000 / members, 1000, 20'000)},
-                    rounds);
+    const auto compareAt = [rounds](std::size_t members, std::size_t body) {
+        compare({members, body, std::clamp<std::size_t>(100'000 / members, 1000, 20'000)}, rounds);
+    };
+    if (argc > 3) {
+        compareAt(std::strtoul(argv[2], nullptr, 10), std::strtoul(argv[3], nullptr, 10));
+    } else {
+        for (std::size_t members : {2, 8, 32, 128})
+            for (std::size_t body : {64, 1024, 16384})
+                compareAt(members, body);
+    }
     vintok::fini();
 }
