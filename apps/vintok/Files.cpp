@@ -1,14 +1,15 @@
 // A meeting carries one file at a time: a receiver takes one at a time, and two parties that both
 // write and do not read would in the end wait for each other. So a sender first announces its file
-// to all and, unless it is the host, asks the host for the roster. The host handles what a party
-// sends in order, and so does every connection: when the answer has come, so has every announcement
-// that the host passed on before this one. If there is one, the other party goes first. (A roster
-// that the host sends for a reason of its own, just then, is taken for the answer. Two files then
-// cross, and every receiver keeps one of them.)
+// to all and, unless it is the host, asks the host for the roster. Connections and the host keep
+// the order: of two parties that do so at least one has the other's announcement when its answer
+// comes, and one that has none may send. Whoever has one withdraws if the other's file has begun
+// or the other's address is the lower; else it waits until the other withdraws or begins. (A roster
+// that the host sends for a reason of its own, just then, is taken for the answer. Two files may
+// then cross, and every receiver keeps one of them.)
 //
-// An announcement holds until its sender closes it or leaves, or has been silent for a minute. The
-// library's callbacks tell what becomes of the file itself; a file that was not announced arrives
-// all the same.
+// An announcement holds until its sender closes it or leaves, or nothing comes of it for a while.
+// The library's callbacks tell what becomes of the file itself; a file that was not announced
+// arrives all the same.
 #include "Files.h"
 
 #include <algorithm>
@@ -23,8 +24,13 @@ namespace app {
 
 namespace {
 
-constexpr unsigned int ROSTER_SECONDS = 3; // that the host has to answer
-constexpr unsigned int QUIET_SECONDS = 60; // after which a sender no longer keeps others from it
+// Ticks are no measure here: those of the time in which this party sent a file come all at once.
+constexpr std::chrono::seconds ROSTER_TIME(30); // that the host has to answer
+// After so long without a sign of its file a sender no longer keeps others from sending. Where a
+// file is not stored, its begin is the last sign.
+constexpr std::chrono::seconds STORED_TIME(60);
+constexpr std::chrono::seconds UNSTORED_TIME(600);
+constexpr std::chrono::seconds UNBEGUN_TIME(10);
 
 Place placeOf(const Person &person) {
     return {person.address, person.port};
@@ -114,15 +120,17 @@ void Files::sendNext() {
         if (!m_claimed) {
             claim();
         }
-        if (m_asked) {
-            return;
-        }
         const std::string other = rival();
-        if (other.empty()) {
-            transfer();
-        } else {
+        if (mustYield()) {
             withdraw(other + ", who was first; send " + inQuotes(m_outgoing.front().path) +
                      " again when that is over");
+        } else if (m_answersDue != 0 && Clock::now() >= m_deadline) {
+            withdraw("the host does not answer; " + inQuotes(m_outgoing.front().path) +
+                     " was not sent");
+        } else if (m_answersDue != 0 || !other.empty()) {
+            return;
+        } else {
+            transfer();
         }
         m_outgoing.pop_front();
         m_claimed = false;
@@ -133,8 +141,10 @@ void Files::claim() {
     const FileNews &file = m_outgoing.front();
     m_claimed = true;
     broadcast(encodeAnnouncement({placeOf(file.person), file.name, file.announced}));
-    m_asked = !m_participant.isHost() && m_participant.requestRoster();
-    m_patience = ROSTER_SECONDS;
+    if (!m_participant.isHost() && m_participant.requestRoster()) {
+        ++m_answersDue; // one of an earlier file may still be under way
+    }
+    m_deadline = Clock::now() + ROSTER_TIME;
 }
 
 void Files::transfer() {
@@ -161,12 +171,24 @@ void Files::broadcast(const std::string &body) {
                                     body.size());
 }
 
+bool Files::arriving() const {
+    return m_incoming && Clock::now() < m_lastSign + STORED_TIME;
+}
+
+// Of those that want to send now, another one comes first.
+bool Files::mustYield() const {
+    const Place own = placeOf(m_outgoing.front().person);
+    return arriving() || std::any_of(m_offers.begin(), m_offers.end(), [&](const Offer &offer) {
+               return offer.begun || offer.announcement.place < own;
+           });
+}
+
 // Who else is sending, and what. Empty: nobody.
 std::string Files::rival() const {
     const auto sends = [](const Person &person, const std::string &name) {
         return person.name + " is sending " + inQuotes(name);
     };
-    if (m_incoming && m_quiet < QUIET_SECONDS) {
+    if (arriving()) {
         return sends(m_incoming->person, m_incoming->name);
     }
     if (!m_offers.empty()) {
@@ -192,7 +214,7 @@ bool Files::heard(std::string_view body) {
     }
     if (begins) {
         dropOffer(announcement.place);
-        m_offers.push_back({announcement});
+        m_offers.push_back({announcement, false, Clock::now()});
     } else {
         closed(closing);
     }
@@ -201,7 +223,7 @@ bool Files::heard(std::string_view body) {
 
 void Files::closed(const FileClosing &closing) {
     const Offer *offer = offerOf(closing.place);
-    if (offer && closing.sent && !offer->told) {
+    if (offer && closing.sent && !offer->begun) {
         m_report.fileRefused(newsOf(closing.place),
                              "it did not come, or while another one was arriving");
     }
@@ -223,9 +245,9 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
     Place place;
     origin.ipString(place.address);
     place.port = origin.hostByteOrderPort();
-    m_quiet = 0;
+    m_lastSign = Clock::now();
     if (Offer *offer = offerOf(place)) {
-        offer->quiet = 0;
+        offer->lastSign = m_lastSign;
     }
     if (m_incoming && m_incoming->path == path) {
         tellProgress(*m_incoming, done);
@@ -237,7 +259,7 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
 void Files::begins(const Place &place, const std::string &path) {
     FileNews file = newsOf(place);
     if (Offer *offer = offerOf(place)) {
-        offer->told = true;
+        offer->begun = true;
     }
     if (path.empty()) {
         return m_report.fileRefused(file, whyRefused());
@@ -283,14 +305,10 @@ void Files::tellProgress(FileNews &file, std::uint64_t done) {
 }
 
 void Files::tick() {
-    ++m_quiet;
-    if (m_asked && --m_patience == 0) {
-        m_asked = false;
-    }
-    for (Offer &offer : m_offers) {
-        ++offer.quiet;
-    }
-    std::erase_if(m_offers, [](const Offer &offer) { return offer.quiet >= QUIET_SECONDS; });
+    const Clock::time_point now = Clock::now();
+    std::erase_if(m_offers, [now](const Offer &offer) {
+        return now >= offer.lastSign + (offer.begun ? UNSTORED_TIME : UNBEGUN_TIME);
+    });
 }
 
 // ---- Who sends what

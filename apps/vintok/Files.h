@@ -9,6 +9,7 @@
 
 #include <vintok/ConferenceParticipant.h>
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -39,7 +40,7 @@ public:
     // A broadcast; false when it is about no file, or about one of somebody who is not here.
     bool heard(std::string_view body);
     // The host has told this party about itself.
-    void rosterCame() { m_asked = false; }
+    void rosterCame() { m_answersDue -= m_answersDue == 0 ? 0 : 1; }
     void left(const Person &person);
     // The library's callbacks.
     void goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path);
@@ -48,17 +49,21 @@ public:
     void tick();
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     // A file that another party has announced and not closed yet.
     struct Offer {
         FileAnnouncement announcement;
-        bool told = false;      // the person has been told what became of it
-        unsigned int quiet = 0; // ticks since the last that was heard of it
+        bool begun = false; // and the library has told of it
+        Clock::time_point lastSign;
     };
 
     Offer *offerOf(const Place &place);
     void dropOffer(const Place &place);
     Person personAt(const Place &place) const;
     FileNews newsOf(const Place &place);
+    bool arriving() const;
+    bool mustYield() const;
     std::string rival() const;
     void broadcast(const std::string &body);
     void claim();
@@ -73,13 +78,13 @@ private:
     Report &m_report;
     std::deque<FileNews> m_outgoing; // the first is the one that is being sent
     bool m_claimed = false;          // the first has been announced
-    bool m_asked = false;            // and the host has not answered since
-    unsigned int m_patience = 0;     // ticks to wait for that answer
+    unsigned int m_answersDue = 0;   // rosters that the host has been asked for
+    Clock::time_point m_deadline;    // of the last of them
     bool m_sending = false;          // the library is at work on the first
     bool m_begun = false;            // and could read it
     std::optional<FileNews> m_incoming;
-    unsigned int m_quiet = 0;    // ticks since the last of it
-    std::vector<Offer> m_offers; // of parties that are here, one of each
+    Clock::time_point m_lastSign; // of it
+    std::vector<Offer> m_offers;  // of parties that are here, one of each
 };
 
 } // namespace app

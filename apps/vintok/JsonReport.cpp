@@ -87,8 +87,10 @@ public:
                   .text("path", file.path));
     }
     void fileGoesOn(const FileNews &file) override {
-        JsonLine line = fileEvent("file-progress", file);
-        line.number("bytes", static_cast<std::int64_t>(file.done));
+        JsonLine line("file-progress"); // short, as there are many
+        line.text("file", file.name).flag("self", file.person.self);
+        sized(line, "size", file.announced.size, file.announced.size != 0)
+            .number("bytes", static_cast<std::int64_t>(file.done));
         print(sized(line, "percent", static_cast<std::uint64_t>(percentOf(file)),
                     file.announced.size != 0));
     }

@@ -1,0 +1,385 @@
+// Files between real processes of the program: what each end tells of one, and what becomes of one
+// that cannot be sent, cannot be stored, or is not what was announced.
+#include "platform/Thread.h"
+#include "support/Party.h"
+#include "support/Program.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <iterator>
+#include <optional>
+
+namespace vintok::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+// A million times 'a', and what FIPS 180 says of it.
+const std::string content(1000000, 'a');
+const EventField ofContent =
+    text("sha256", "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+
+std::string contentOf(const fs::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
+
+std::ptrdiff_t count(const std::string &output, const std::string &event) {
+    std::ptrdiff_t found = 0;
+    for (std::size_t at = 0;
+         (at = output.find("{\"event\":\"" + event + '"', at)) != std::string::npos; ++at)
+        ++found;
+    return found;
+}
+
+// Ann hosts; she and Bob have a folder each.
+class ProgramFiles : public testing::Test {
+protected:
+    ProgramFiles() {
+        vintok::init();
+        fs::remove_all(folder);
+        fs::create_directories(folder);
+    }
+    ~ProgramFiles() override {
+        ann.reset();
+        bob.reset();
+        std::error_code ignored;
+        fs::remove_all(folder, ignored);
+        vintok::fini();
+    }
+
+    std::string make(const std::string &name, const std::string &text) const {
+        const fs::path path = folder / name;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path, std::ios::binary) << text;
+        return path.string();
+    }
+    fs::path annsFolder() const { return folder / "ann"; }
+    void meet() {
+        ann.emplace(
+            std::vector<std::string>{"host", "--name", "Ann", "--files", annsFolder().string()});
+        target = ann->target();
+        bob.emplace(std::vector<std::string>{"join", target, "--name", "Bob", "--files",
+                                             (folder / "bob").string()});
+        ASSERT_TRUE(ann->tells("joined", {named("Bob")})) << ann->story();
+        ASSERT_TRUE(bob->tells("joined", {named("Ann")})) << bob->story();
+    }
+    void expectThatTheMeetingGoesOn() {
+        bob->type("still here?");
+        EXPECT_TRUE(ann->tells("said", {text("text", "still here?")})) << ann->story();
+        ann->type("yes");
+        EXPECT_TRUE(bob->tells("said", {text("text", "yes")})) << bob->story();
+    }
+
+    const fs::path folder =
+        fs::temp_directory_path() /
+        ("vintok-program-files-" + std::to_string(platform::currentProcessId()));
+    std::optional<Program> ann, bob;
+    std::string target;
+};
+
+TEST_F(ProgramFiles, AFileArrivesAndEachEndTellsHowFarItIsAndItsSum) {
+    meet();
+    Program cid({"join", target, "--name", "Cid"}); // has no folder
+    ASSERT_TRUE(ann->tells("joined", {named("Cid")}) && bob->tells("joined", {named("Cid")}));
+    const std::string path = make("plan one.txt", content);
+    const struct {
+        Program &sender;
+        const char *name;
+        Program &receiver;
+        fs::path stored;
+    } turns[] = {{*bob, "Bob", *ann, annsFolder()}, {*ann, "Ann", *bob, folder / "bob"}};
+    for (const auto &turn : turns) {
+        turn.sender.type("/send " + path);
+        for (Program *end : {&turn.sender, &turn.receiver}) {
+            const bool sends = end == &turn.sender;
+            const EventField self{"self", sends ? "true" : "false"};
+            const EventField file = text("file", "plan one.txt");
+            EXPECT_TRUE(end->tells("file-begin",
+                                   {named(turn.name), self, file, {"size", "1000000"}, ofContent}))
+                << end->story();
+            EXPECT_TRUE(end->tells("file-progress", {{"percent", "50"}})) << end->story();
+            EXPECT_TRUE(end->tells("file-progress", {{"bytes", "1000000"}, {"percent", "100"}}));
+            EXPECT_TRUE(end->tells("file-end", {named(turn.name),
+                                                self,
+                                                file,
+                                                {"bytes", "1000000"},
+                                                ofContent,
+                                                text("result", sends ? "sent" : "received")}))
+                << end->story();
+        }
+        EXPECT_EQ(content, contentOf(turn.stored / "plan one.txt"));
+        EXPECT_TRUE(cid.tells(
+            "file-refused",
+            {named(turn.name), text("reason", "no folder for files was given, with --files DIR")}))
+            << cid.story();
+    }
+    EXPECT_EQ(200, count(ann->output(), "file-progress")) << "a hundred for each file";
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(ProgramFiles, WhatCannotBeSentIsToldAndTheMeetingGoesOn) {
+    ann.emplace(std::vector<std::string>{"host", "--name", "Ann"});
+    ASSERT_NE("", ann->target());
+    ann->type("/send " + make("f", "text"));
+    EXPECT_TRUE(ann->tells("problem", {text("text", "nobody else is in the meeting")}));
+    meet();
+    const std::string big = make("big", "");
+    std::error_code error;
+    fs::resize_file(big, std::uintmax_t{1} << 31, error);
+    const std::string closed = make("closed", "text");
+    fs::permissions(closed, fs::perms::none);
+    const std::pair<std::string, const char *> cases[] = {
+        {"", "which file?"},
+        {(folder / "none").string(), "there is no file"},
+        {folder.string(), "is a folder"},
+        {make("empty", ""), "is empty"},
+        {make("twice/twice", "text"), "occurs earlier in it"},
+        {error ? "" : big, error ? "" : "is too big: 2147483648 bytes"},
+        {std::ifstream(closed) ? "" : closed, std::ifstream(closed) ? "" : "cannot read"},
+        {fs::exists("/dev/null") ? "/dev/null" : "", fs::exists("/dev/null") ? "regular" : ""},
+    };
+    for (const auto &[path, why] : cases) {
+        bob->type("/send " + path);
+        std::string line;
+        EXPECT_TRUE(bob->tells("problem", {}, &line)) << path << bob->story();
+        EXPECT_THAT(line, HasSubstr(why)) << path;
+    }
+    EXPECT_EQ(0, count(bob->output(), "file-begin"));
+    expectThatTheMeetingGoesOn();
+    EXPECT_FALSE(fs::exists(annsFolder()));
+}
+
+TEST_F(ProgramFiles, AFolderThatIsAFileIsWrongUsage) {
+    ChildProcess run = Program::plain({"host", "--files", make("regular", "text")});
+    EXPECT_EQ(2, run.exitCode()) << run.story();
+    EXPECT_THAT(run.errors(), HasSubstr("--files"));
+}
+
+// Why a receiver cannot store a file, made by hand before it comes.
+TEST_F(ProgramFiles, WhatCannotBeStoredIsToldAndNothingOfItStays) {
+    meet();
+    const std::string path = make("plan.txt", content);
+    const fs::path stored = annsFolder() / "plan.txt";
+    const auto sent = [&] {
+        bob->type("/send " + path);
+        return bob->tells("file-end", {text("result", "sent")});
+    };
+    const auto refused = [&] {
+        std::string line;
+        EXPECT_TRUE(ann->tells("file-refused", {named("Bob")}, &line)) << ann->story();
+        EXPECT_THAT(line, HasSubstr("it cannot be written below"));
+    };
+
+    std::ofstream(annsFolder()) << "mine"; // the folder is a file meanwhile
+    EXPECT_TRUE(sent());
+    refused();
+    EXPECT_EQ("mine", contentOf(annsFolder()));
+
+    fs::remove(annsFolder());
+    fs::create_directories(stored); // a folder has the name
+    EXPECT_TRUE(sent());
+    refused();
+    EXPECT_TRUE(fs::is_empty(stored));
+    fs::remove(stored);
+
+    fs::permissions(annsFolder(), fs::perms::owner_read | fs::perms::owner_exec);
+    if (!std::ofstream(annsFolder() / "probe")) { // not for whoever may write everywhere
+        EXPECT_TRUE(sent());
+        refused();
+        EXPECT_TRUE(fs::is_empty(annsFolder()));
+    }
+    fs::permissions(annsFolder(), fs::perms::owner_all);
+    fs::remove(annsFolder() / "probe");
+
+    if (fs::is_character_file("/dev/full")) { // the disk is full
+        fs::create_symlink("/dev/full", stored);
+        EXPECT_TRUE(sent());
+        EXPECT_TRUE(ann->tells("file-end", {text("result", "lost"), {"bytes", "null"}}))
+            << ann->story();
+        EXPECT_TRUE(fs::is_empty(annsFolder()));
+    }
+
+    std::ofstream(stored) << "an older plan, to be replaced";
+    EXPECT_TRUE(sent());
+    EXPECT_TRUE(ann->tells("file-end", {text("result", "received"), ofContent})) << ann->story();
+    EXPECT_EQ(content, contentOf(stored));
+    expectThatTheMeetingGoesOn();
+}
+
+// Each is bigger than what the connections hold: two that both only send would wait for ever.
+TEST_F(ProgramFiles, OfTwoThatSendAtOnceOneGoesFirst) {
+    meet();
+    Program cid({"join", target, "--name", "Cid"});
+    ASSERT_TRUE(bob->tells("joined", {named("Cid")}) && cid.tells("joined", {named("Bob")}));
+    const std::string path = make("big.bin", std::string(20000000, 'b'));
+    Program *const senders[] = {&*bob, &cid, &*ann};
+    const std::string end = R"("result":"sent")";
+    for (int round = 0; round < 3; ++round) {
+        for (Program *sender : senders)
+            sender->type("/send " + path);
+        int sent = 0;
+        for (Program *sender : senders) {
+            std::string line;
+            ASSERT_TRUE(sender->printed(
+                [&](const std::string &one) {
+                    return one.find(end) != std::string::npos ||
+                           one.find("\"problem\"") != std::string::npos;
+                },
+                &line))
+                << "nobody answers " << sender->errors();
+            const bool first = line.find(end) != std::string::npos;
+            sent += first ? 1 : 0;
+            EXPECT_THAT(line, HasSubstr(first ? "file-end" : "is sending 'big.bin'"));
+        }
+        EXPECT_LE(1, sent);
+        // Nobody may be left with an output that nobody reads.
+        ann->type("next");
+        for (Program *sender : senders)
+            ASSERT_TRUE(sender->tells("said", {text("text", "next")}));
+    }
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(ProgramFiles, AScriptThatEndsItsInputSendsItsFilesFirst) {
+    meet();
+    Program cid({"join", target, "--name", "Cid"});
+    cid.type("/send " + make("one", "1"));
+    cid.type("/send " + make("two", "2"));
+    cid.endInput();
+    EXPECT_EQ(0, cid.exitCode()) << cid.story();
+    for (const char *name : {"one", "two"})
+        EXPECT_TRUE(
+            ann->tells("file-end", {named("Cid"), text("file", name), text("result", "received")}))
+            << ann->story();
+}
+
+TEST_F(ProgramFiles, APersonSeesTheSameOfIt) {
+    ChildProcess host = Program::plain({"host", "--local", "--name", "Ann", "--progress", "always",
+                                        "--color", "never", "--files", annsFolder().string()});
+    std::string line;
+    ASSERT_TRUE(host.printed("Listening on", &line)) << host.story();
+    const std::string port =
+        line.substr(line.rfind(' ') + 1, line.rfind('.') - line.rfind(' ') - 1);
+    bob.emplace(std::vector<std::string>{"join", "127.0.0.1:" + port, "--name", "Bob"});
+    bob->type("/send " + make("plan.txt", content));
+    EXPECT_TRUE(host.printed("Bob sends plan.txt (1000000 bytes).")) << host.story();
+    EXPECT_TRUE(host.printed("Received plan.txt from Bob, as announced: 1000000 bytes, SHA-256 "
+                             "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0, "
+                             "in ",
+                             &line))
+        << host.story();
+    EXPECT_THAT(line, HasSubstr("\r\x1b[Kplan.txt [############............]  50% of 1000000 bytes"
+                                "\r\x1b[K"));
+}
+
+// ---- A member that is no such program, and not to be trusted
+
+class StrangeSender : public ProgramFiles {
+protected:
+    void SetUp() override {
+        meet();
+        const std::string port = target.substr(target.find(':') + 1);
+        ASSERT_TRUE(eve->placeCall("127.0.0.1", static_cast<unsigned short>(std::stoi(port)), "", 0,
+                                   "", "", 0));
+        ASSERT_TRUE(eve.isTold("join Ann"));
+        ASSERT_TRUE(ann->tells("joined", {named("Eve")})) << ann->story();
+        path = make("f.bin", content);
+    }
+    // The first lines of what Eve says of a file.
+    std::string head(const std::string &mark) const {
+        return mark + '\n' + eve.ip() + ' ' + std::to_string(eve.port()) + '\n';
+    }
+
+    Meeting meeting;
+    Party eve{meeting, "Eve"};
+    std::string path;
+};
+
+TEST_F(StrangeSender, AFileIsComparedWithWhatWasAnnounced) {
+    const std::string sum(64, 'a');
+    const struct {
+        std::string announcement; // empty: none
+        const char *result;
+        const char *size;
+    } cases[] = {
+        {"", "unsure", "null"},
+        {head("file 1") + "f.bin\n1000000 " + sum, "differs", "1000000"},
+        {head("file 1") + "f.bin\n5 " + sum, "differs", "5"},
+        {head("file 1") + "f.bin\n2147483647 " + sum, "differs", "2147483647"},
+        {head("file 1") + "other\n1000000 " + sum, "unsure", "null"},
+        {head("file 1") + "f.bin\n1000000 " + ofContent.second.substr(1, 64), "received",
+         "1000000"},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.announcement);
+        ASSERT_TRUE(row.announcement.empty() || eve.says(row.announcement));
+        ASSERT_TRUE(eve->transferFile(path, "f.bin"));
+        ASSERT_TRUE(eve.says(head("file-end 1") + "sent"));
+        EXPECT_TRUE(ann->tells("file-end", {named("Eve"),
+                                            text("file", "f.bin"),
+                                            {"size", row.size},
+                                            text("result", row.result),
+                                            {"bytes", "1000000"},
+                                            ofContent}))
+            << ann->story();
+    }
+    EXPECT_GE(101 * std::size(cases), count(ann->output(), "file-progress"));
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(StrangeSender, NonsenseAboutFilesHurtsNobody) {
+    const std::string sum(64, 'a');
+    const std::string nobody = "\n192.0.2.99 1\n";
+    const std::string noise[] = {
+        head("file 1"),
+        head("file 1") + "f\n2147483648 " + sum,
+        head("file 1") + "f\n18446744073709551617 " + sum,
+        head("file 1") + std::string(100000, 'f') + "\n1 " + sum,
+        "file 1" + nobody + "f\n1 " + sum,
+        "file-end 1" + nobody + "sent",
+        head("file-end 1"),
+    };
+    for (const std::string &body : noise) {
+        ASSERT_TRUE(eve.says(body));
+        EXPECT_TRUE(ann->tells("data", {{"bytes", std::to_string(body.size())}})) << body;
+    }
+    // Well-formed, and never followed by a file, or by one of another name.
+    const std::string evil = "\x1b[2J\r\xff../../evil";
+    for (int i = 0; i < 100; ++i)
+        ASSERT_TRUE(eve.says(head("file 1") + evil + "\n1 " + sum));
+    ann->type("/send " + path);
+    EXPECT_TRUE(
+        ann->tells("problem", {text("text", R"(Eve is sending '\u001b[2J\u000d\ufffd../../evil'; )"
+                                            "wait until that is over")}))
+        << ann->story();
+    ASSERT_TRUE(eve->transferFile(path, "f.bin"));
+    EXPECT_TRUE(ann->tells("file-end", {text("file", "f.bin"), text("result", "unsure")}));
+    ASSERT_TRUE(eve.says(head("file 1") + evil + "\n1 " + sum) &&
+                eve.says(head("file-end 1") + "sent"));
+    EXPECT_TRUE(ann->tells("file-refused", {text("file", R"(\u001b[2J\u000d\ufffd../../evil)")}))
+        << ann->story();
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(StrangeSender, AFileThatBreaksOffLeavesNothing) {
+    eve->setFileProgressCB([](ConferenceParticipant *at, const TCPAddress &, std::uint64_t done,
+                              std::uint64_t, const std::string &) {
+        if (done > 500000)
+            at->hangup();
+    });
+    EXPECT_FALSE(eve->transferFile(path, "f.bin"));
+    EXPECT_TRUE(ann->tells("file-end", {named("Eve"), text("result", "lost"), {"bytes", "null"}}))
+        << ann->story();
+    EXPECT_TRUE(bob->tells("file-end", {text("result", "lost")})) << bob->story();
+    EXPECT_TRUE(fs::is_empty(annsFolder()) && fs::is_empty(folder / "bob"));
+    expectThatTheMeetingGoesOn();
+}
+
+} // namespace
+} // namespace vintok::test
