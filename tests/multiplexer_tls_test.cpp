@@ -28,9 +28,9 @@ protected:
     std::string file(const std::string &name) const { return folder.path("tls/" + name); }
     std::vector<std::string> options(std::vector<std::string> more) const {
         const std::string address = "talk=127.0.0.1:" + std::to_string(ben.port());
-        for (const std::string &word : {std::string("--tls-cert"), file("host.pem"),
-                                        std::string("--tls-key"), file("host.key"),
-                                        std::string("--meeting"), address}) {
+        for (const std::string &word :
+             {std::string("--tls-cert"), file("host.pem"), std::string("--tls-key"),
+              file("host.key"), std::string("--meeting"), address}) {
             more.push_back(word);
         }
         return more;

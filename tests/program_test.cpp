@@ -314,6 +314,19 @@ TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
     EXPECT_TRUE(ann.tells("problem", {text("text", "nobody waits for an answer")})) << ann.story();
 }
 
+TEST_F(ProgramTest, AGuestGoesByTheClockOfItsHost) {
+    Program ann({"host", "--clock-offset", "-100000"});
+    Program bob({"join", ann.target(), "--name", "Bob"});
+    // The clock is compared before the roster comes.
+    ASSERT_TRUE(bob.tells("changed", {named("Bob"), {"self", "true"}})) << bob.story();
+    for (Program *party : {&ann, &bob}) {
+        std::string line;
+        party->type("/time");
+        ASSERT_TRUE(party->tells("time", {}, &line)) << party->story();
+        EXPECT_NEAR(-100000, std::stod(line.substr(line.find("offset\":") + 8)), 1) << line;
+    }
+}
+
 TEST_F(ProgramTest, AnInterruptWhileItRingsGivesTheCallUp) {
     Program ann({"host", "--answer", "ask"});
     const std::string target = ann.target();
