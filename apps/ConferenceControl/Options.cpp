@@ -2,6 +2,8 @@
 
 #include "ControlParser.h"
 
+#include <vintok/ConferenceControl.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -25,27 +27,33 @@ struct Row {
 
 const std::vector<Row> &rows() {
     static const std::vector<Row> rows = {
-        {"-h", nullptr, &Options::help, "Print this and end"},
-        {"-path", "SOCKET", &Options::path, "The application's socket. Without it: host alone"},
-        {"-listen", "PORT", &Options::port, "Listen here, or on the first free port after it"},
-        {"-local", nullptr, &Options::local, "Be reachable from this machine only"},
-        {"-server", nullptr, &Options::server, "Relay for the others, without a user here"},
-        {"-hideIP", nullptr, &Options::hideIP, "Demand that addresses are hidden"},
-        {"-sslAuto", nullptr, &Options::sslAuto, "Secure connections where possible"},
-        {"-sslFIPS", nullptr, &Options::sslFIPS, "Demand FIPS-grade security"},
-        {"-sslMUX", nullptr, &Options::sslMUX, "Leave encryption to the multiplexing server"},
-        {"-uf", "TEXT", &Options::firstName, "The user's first name"},
-        {"-ul", "TEXT", &Options::lastName, "The user's last name"},
-        {"-ut", "TEXT", &Options::title, "The user's title"},
-        {"-ue", "TEXT", &Options::email, "The user's e-mail address"},
-        {"-up", "TEXT", &Options::phone, "The user's telephone number"},
-        {"-mid", "TEXT", &Options::meetingID, "The meeting's identifier"},
-        {"-mn", "TEXT", &Options::meetingName, "The meeting's name"},
-        {"-alarm", "SECONDS", &Options::alarm, "Between tests of the connections, 0 for none (30)"},
-        {"-bg", nullptr, &Options::background, "Run on when the terminal interrupts or goes"},
-        {"-verbose", nullptr, &Options::verbose, "Log what happens"},
-        {"-debug", nullptr, &Options::debug, "Log in detail"},
-        {"-roster", nullptr, &Options::roster, "Log the roster in detail"},
+        {vintok::a_help, nullptr, &Options::help, "Print this and end"},
+        {vintok::a_callBackPath, "SOCKET", &Options::path,
+         "The application's socket. Without it: host alone"},
+        {vintok::a_clientPort, "PORT", &Options::port,
+         "Listen here, or on the first free port after it"},
+        {vintok::a_local, nullptr, &Options::local, "Be reachable from this machine only"},
+        {vintok::a_serverMode, nullptr, &Options::server,
+         "Relay for the others, without a user here"},
+        {vintok::a_hideIP, nullptr, &Options::hideIP, "Demand that addresses are hidden"},
+        {vintok::a_sslAuto, nullptr, &Options::sslAuto, "Secure connections where possible"},
+        {vintok::a_sslFIPS, nullptr, &Options::sslFIPS, "Demand FIPS-grade security"},
+        {vintok::a_sslMUX, nullptr, &Options::sslMUX,
+         "Leave encryption to the multiplexing server"},
+        {vintok::a_userFirstName, "TEXT", &Options::firstName, "The user's first name"},
+        {vintok::a_userLastName, "TEXT", &Options::lastName, "The user's last name"},
+        {vintok::a_userTitle, "TEXT", &Options::title, "The user's title"},
+        {vintok::a_userEmail, "TEXT", &Options::email, "The user's e-mail address"},
+        {vintok::a_userPhone, "TEXT", &Options::phone, "The user's telephone number"},
+        {vintok::a_meetingID, "TEXT", &Options::meetingID, "The meeting's identifier"},
+        {vintok::a_meetingName, "TEXT", &Options::meetingName, "The meeting's name"},
+        {vintok::a_alarmDelta, "SECONDS", &Options::alarm,
+         "Between tests of the connections, 0 for none (30)"},
+        {vintok::a_background, nullptr, &Options::background,
+         "Run on when the terminal interrupts or goes"},
+        {vintok::a_verbose, nullptr, &Options::verbose, "Log what happens"},
+        {vintok::a_debug, nullptr, &Options::debug, "Log in detail"},
+        {vintok::a_roster, nullptr, &Options::roster, "Log the roster in detail"},
     };
     return rows;
 }
