@@ -8,10 +8,12 @@
 #include <vintok/TCPMessage.h>
 #include <vintok/TCPStream.h>
 
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace vintok::test {
 namespace {
@@ -348,6 +350,47 @@ TEST(ControlParserTable, WhatNobodyShouldWriteIsRefused) {
         EXPECT_LT(complaint.size(), 300u);
         EXPECT_EQ(std::string::npos, complaint.find('\n'));
     }
+}
+
+// The texts of the document, "\\n" standing for a line feed: in the first column of its tables, and
+// behind the arrows of its exchanges.
+std::string documentText(const std::string &line, Direction &direction) {
+    std::string text;
+    if (line.rfind("-> ", 0) == 0 || line.rfind("<- ", 0) == 0) {
+        direction = line[0] == '-' ? Direction::request : Direction::notification;
+        text = line.substr(3);
+    } else if (line.rfind("| `", 0) == 0) {
+        text = line.substr(3, line.find('`', 3) - 3);
+    }
+    for (std::size_t at = text.find("\\n"); at != std::string::npos; at = text.find("\\n"))
+        text.replace(at, 2, "\n");
+    return text.find('\n') == std::string::npos ? "" : text;
+}
+
+TEST(ControlParserTable, ReadsEveryTextOfTheDocumentWhichShowsThemAll) {
+    std::ifstream document(VINTOK_CONTROL_DOCUMENT);
+    std::set<std::string> shown[2];
+    Direction section = Direction::request;
+    for (std::string line; std::getline(document, line);) {
+        if (line == "## Notifications")
+            section = Direction::notification;
+        Direction direction = section;
+        const std::string body = documentText(line, direction);
+        if (body.empty())
+            continue;
+        control::Text text;
+        std::string complaint;
+        EXPECT_EQ(ParseError::none, control::parse(direction, body + '\0', text, complaint))
+            << complaint;
+        shown[static_cast<int>(direction)].insert(text.word());
+    }
+    std::set<std::string> all[2] = {{}, {"beginMeeting"}};
+    for (const RoundTrip &row : requests)
+        all[0].insert(row.word);
+    for (const RoundTrip &row : notifications)
+        all[1].insert(row.word);
+    EXPECT_EQ(all[0], shown[0]);
+    EXPECT_EQ(all[1], shown[1]);
 }
 
 // Nothing that a text can be cut down or damaged to is read outside its bytes, and every beginning
