@@ -1,3 +1,4 @@
+#include "Base64.h"
 #include "Command.h"
 #include "FileAnnouncement.h"
 #include "JsonLine.h"
@@ -5,8 +6,12 @@
 #include "Options.h"
 #include "Palette.h"
 #include "Saying.h"
+#include "ServerReply.h"
 #include "Target.h"
 #include "Text.h"
+
+#include "support/Environment.h"
+#include "support/TemporaryFolder.h"
 
 #include <vintok/TCPStream.h>
 
@@ -345,6 +350,13 @@ TEST(Options, WrongOnesAreToldInOneLine) {
         {{"relay", "--meeting", "x"}, "--meeting"},
         {{"join", "a", "--clock-offset", "1"}, "--clock-offset"},
         {{"relay-send"}, "target"},
+        {{"join", "a", "--proxy", "p"}, "--mux"},
+        {{"join", "a", "--mux", "m"}, "--meeting-id"},
+        {{"join", "a", "--mux", "m:x", "--meeting-id", "i"}, "m:x"},
+        {{"join", "--mux", "m", "--meeting-id", "a\r\nX: y"}, "--meeting-id"},
+        {{"join", "a", "--mux", "m", "--meeting-id", "i", "--proxy", "p"}, "leave 'a' out"},
+        {{"join", "--mux", "m", "--meeting-id", "i", "--auth", "ann"}, "not USER:PASSWORD"},
+        {{"join", "--mux", "m", "--meeting-id", "i", "--auth-file", "/no/such"}, "/no/such"},
     };
     for (const auto &one : cases) {
         Options options;
@@ -378,6 +390,66 @@ TEST(Options, SayWhoIsToMeetWhomAndHow) {
     EXPECT_EQ(vintok::LOG_DEBUG, options.logLevel);
     EXPECT_EQ(5u, options.keepAlive);
     EXPECT_EQ(9u, options.patience);
+}
+
+TEST(Options, SayWhichWayACallTakes) {
+    const vintok::test::TemporaryFolder folder;
+    const std::string file = folder.holding("auth", "ann:of:file\r\nnext line");
+    const vintok::test::ScopedEnvironment variable("VINTOK_PROXY_AUTH", "ann:of:environment");
+    const struct {
+        std::vector<const char *> more;
+        const char *credentials;
+    } cases[] = {{{"--auth", "ann:given"}, "ann:given"},
+                 {{"--auth-file", file.c_str()}, "ann:of:file"},
+                 {{"--proxy", "[::1]"}, "ann:of:environment"}};
+    for (const auto &one : cases) {
+        std::vector<const char *> arguments = {"join", "--mux", "mux.example", "--meeting-id",
+                                               "a b"};
+        arguments.insert(arguments.end(), one.more.begin(), one.more.end());
+        Options options;
+        std::string text;
+        ASSERT_EQ(ParseResult::run, parse(arguments, options, text)) << text;
+        EXPECT_EQ("mux.example:7780", options.way.multiplexer.text());
+        EXPECT_EQ("a b", options.way.meetingID);
+        EXPECT_EQ(one.credentials, options.way.credentials);
+        EXPECT_EQ(options.way.proxy.host.empty() ? 0 : 80, options.way.proxy.port);
+    }
+}
+
+TEST(Base64, PadsWhatIsLeftOver) { // RFC 4648, section 10
+    const std::pair<const char *, const char *> cases[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
+    for (const auto &[text, encoded] : cases) {
+        EXPECT_EQ(encoded, base64(text));
+    }
+    EXPECT_EQ("/+8A", base64(bytes("\xff\xef\0")));
+}
+
+TEST(ServerReply, TellsAPersonWhatTheServerSays) {
+    const struct {
+        const char *reply, *text, *scheme, *realm;
+        bool basic;
+    } cases[] = {
+        {"HTTP/1.1 200 OK\r\n\r\n", "200 OK", "", "", false},
+        {"HTTP/1.0 200\n\n", "200", "", "", false},
+        {"HTTP/1.0 404 Not Found\r\npLorMUX_Reason:  nobody \r\n\r\n", "404 Not Found (nobody)", "",
+         "", false},
+        {"HTTP/1.0 407 X\r\nPROXY-AUTHENTICATE: BASIC REALM=\"a \\\"b\\\"\"\r\n\r\n", "407 X",
+         "BASIC", "a \"b\"", true},
+        {"HTTP/1.0 401 X\r\nWWW-Authenticate: Digest realm=\"d\", Basic realm=b, x\r\n\r\n",
+         "401 X", "Digest", "b", true},
+        {"HTTP/1.0 407 X\r\nProxy-Authenticate: NTLM\r\nProxy-Authenticate: Basic\r\n\r\n", "407 X",
+         "NTLM", "", true},
+        {"HTTP/1.0 407 X\r\nProxy-Authenticate: NTLM\r\n\r\n", "407 X", "NTLM", "", false},
+        {"nothing of HTTP", "0", "", "", false},
+    };
+    for (const auto &one : cases) {
+        const ServerReply reply = readServerReply(one.reply);
+        EXPECT_EQ(one.text, reply.text()) << one.reply;
+        EXPECT_EQ(one.scheme, reply.scheme) << one.reply;
+        EXPECT_EQ(one.realm, reply.realm) << one.reply;
+        EXPECT_EQ(one.basic, reply.takesBasic) << one.reply;
+    }
 }
 
 TEST(Options, HelpNamesEveryCommandAndVersionTheProgram) {

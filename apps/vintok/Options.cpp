@@ -1,5 +1,7 @@
 #include "Options.h"
 
+#include "WayOptions.h"
+
 #include <CLI/CLI.hpp>
 
 #include <limits>
@@ -77,16 +79,15 @@ void addOutput(CLI::App &app, Options &options) {
     app.add_option("--log-file", options.logFile, "Log to this file instead")->type_name("FILE");
 }
 
-void addTarget(CLI::App &app, Options &options, const std::string &help) {
+CLI::Option *addTarget(CLI::App &app, Options &options, const std::string &help) {
     const auto setTarget = [&options](const std::string &text) {
         if (!parseTarget(text, options.target)) {
             throw CLI::ValidationError("'" + text +
                                        "' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT");
         }
     };
-    app.add_option_function<std::string>("target", setTarget, help)
-        ->type_name("HOST[:PORT]")
-        ->required();
+    return app.add_option_function<std::string>("target", setTarget, help)
+        ->type_name("HOST[:PORT]");
 }
 
 void addMeeting(CLI::App &app, Options &options) {
@@ -167,7 +168,8 @@ void addPatience(CLI::App &app, Options &options) {
 
 CLI::App *addJoin(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
-    addTarget(*app, options, "Whom to call");
+    addTarget(*app, options, "Whom to call; with --mux it may be left out");
+    addWay(*app, options);
     addPatience(*app, options);
     addMeeting(*app, options);
     addSecureCall(*app, options);
@@ -181,7 +183,8 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand(
         "replay", "Join a meeting, say again what a record file holds, leave");
     app->add_option("file", options.file, "The record file")->type_name("FILE")->required();
-    addTarget(*app, options, "Whom to call");
+    addTarget(*app, options, "Whom to call; with --mux it may be left out");
+    addWay(*app, options);
     app->add_option("--speed", options.speed, "How many times faster than it was recorded (1)")
         ->type_name("FACTOR")
         ->check(silent(CLI::Range(0.001, 1e6)));
@@ -207,7 +210,7 @@ CLI::App *addRelay(CLI::App &program, Options &options) {
 CLI::App *addRelayClient(CLI::App &program, Options &options, const std::string &name,
                          const std::string &help) {
     CLI::App *app = program.add_subcommand(name, help);
-    addTarget(*app, options, "Where the relay is; its port is 8787 unless given");
+    addTarget(*app, options, "Where the relay is; its port is 8787 unless given")->required();
     addOutput(*app, options);
     return app;
 }
@@ -283,10 +286,8 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         if (app->parsed()) {
             options.role = role;
             options.secure.accepts = role == Role::host;
-            if (role == Role::join && options.secure.name.empty()) {
-                options.secure.name = options.target.host;
-            }
-            return ParseResult::run;
+            return role == Role::join && !finishWay(options, text) ? ParseResult::wrong
+                                                                   : ParseResult::run;
         }
     }
     text = "a command is needed: host, join, relay, relay-send, relay-listen, replay, decode or "

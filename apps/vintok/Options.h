@@ -4,6 +4,7 @@
 
 #include "Secure.h"
 #include "Target.h"
+#include "Way.h"
 
 #include <vintok/TCPStream.h>
 
@@ -21,8 +22,9 @@ enum class When { automatic, always, never };
 struct Options {
     Role role = Role::host;
 
-    // Whom to call: join, and the clients of a relay.
+    // Whom to call: join, and the clients of a relay. By way of a multiplexer there may be none.
     Target target;
+    Way way;
 
     // Who this is.
     std::string firstName;

@@ -72,29 +72,49 @@ bool Party::host() {
 }
 
 bool Party::call() {
-    const Target &target = m_options.target;
-    m_report.call(CallEvent::calling, target.text());
-    m_calling = true;
-    // Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
-    if (!m_participant.placeCall(target.host, target.port, "", 0, "", "", 0)) {
-        fail(callFailure());
-        return false;
+    CallPlan plan;
+    plan.remote = m_options.target;
+    if (m_options.way.isTunnelled()) {
+        m_tunnel = std::make_unique<Tunnel>(m_options.way, m_options.target, m_report);
+        if (const std::string fault = m_tunnel->fault(); !fault.empty()) {
+            fail(fault);
+            return false;
+        }
+        plan = m_tunnel->plan();
     }
-    return true;
+    m_report.call(CallEvent::calling, whom());
+    m_calling = true;
+    return place(plan);
 }
 
-std::string Party::callFailure() {
-    std::string failure = withLastFailure("cannot reach " + m_options.target.text());
-    vintok::TCPAddress address;
-    if (!address.resolve(m_options.target.host)) {
-        return "cannot find the host '" + m_options.target.host + "'";
+// Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
+bool Party::place(const CallPlan &plan) {
+    if (m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
+                                plan.proxy.port, plan.meetingID, plan.authentication,
+                                plan.retries)) {
+        return true;
     }
-    const unsigned short port = m_options.target.port;
-    address.setHostByteOrderPort(port == 0 ? PARTY_PORT : port);
+    fail(callFailure(plan.connectsTo()));
+    return false;
+}
+
+std::string Party::callFailure(const Target &target) {
+    std::string failure = withLastFailure("cannot reach " + target.text());
+    vintok::TCPAddress address;
+    if (!address.resolve(target.host)) {
+        return "cannot find the host '" + target.host + "'";
+    }
+    address.setHostByteOrderPort(target.port == 0 ? PARTY_PORT : target.port);
     if (m_participant.address() == address) {
-        return m_options.target.text() + " is this very party";
+        return target.text() + " is this very party";
     }
     return failure;
+}
+
+// Who is called: a party, or by way of a multiplexer perhaps nobody but a meeting.
+std::string Party::whom() const {
+    return m_options.target.host.empty() ? "the meeting " + m_options.way.meetingID
+                                         : m_options.target.text();
 }
 
 void Party::loop() {
@@ -116,8 +136,12 @@ void Party::afterPass() {
     if (m_done) {
         return;
     }
+    if (m_calling && m_tunnel && m_tunnel->takeNext()) {
+        place(m_tunnel->plan());
+        return;
+    }
     if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
-        return noAnswer();
+        return callBreaks();
     }
     if (const std::string failure = secure::takeFailure(); !failure.empty()) {
         Notice notice{"broken-off", "A connection was broken off: " + failure + '.', {}};

@@ -10,6 +10,7 @@
 #include "Player.h"
 #include "RecordWriter.h"
 #include "Report.h"
+#include "Tunnel.h"
 
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
@@ -44,7 +45,9 @@ private:
     void setCallbacks();
     bool host();
     bool call();
-    std::string callFailure();
+    bool place(const CallPlan &plan);
+    std::string callFailure(const Target &target);
+    std::string whom() const;
     void loop();
     void afterPass();
     void finish(const std::string &reason);
@@ -55,6 +58,7 @@ private:
 
     // ---- What the meeting tells (PartyEvents.cpp)
     static Party &of(vintok::ConferenceParticipant *participant);
+    void setTunnelCallbacks();
     void callPending(const vintok::ConferenceRosterEntry &entry);
     void joined(const vintok::ConferenceRosterEntry &entry);
     void left(const vintok::ConferenceRosterEntry &entry);
@@ -65,8 +69,9 @@ private:
     void leadAnswered(bool granted);
     std::vector<Person> people() const;
     void tellSecurity(const Person &person);
-    void noAnswer();
     void callEnds(CallEvent event, const std::string &reason);
+    void callFails(CallEvent event, const std::string &failure);
+    void callBreaks();
     void giveUp(const std::string &reason);
     Person self() const;
 
@@ -94,9 +99,10 @@ private:
     Inbox m_inbox;
     int m_listeners = 0;    // how many descriptors the loop had when nothing but listening was on
     bool m_calling = false; // an own call has not been answered
-    int m_host = -1;        // the connection to the host, at a guest
-    bool m_leaving = false; // the host has been told and has not hung up yet
-    unsigned int m_patience = 0; // ticks until it is left without that
+    std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
+    int m_host = -1;                  // the connection to the host, at a guest
+    bool m_leaving = false;           // the host has been told and has not hung up yet
+    unsigned int m_patience = 0;      // ticks until it is left without that
     bool m_done = false;
     int m_exitCode = 0;
     bool m_inputEnded = false;

@@ -34,11 +34,11 @@ void Party::setCallbacks() {
         of(p).leadAnswered(length != 0 && *answer != 0);
     });
     m_participant.setRingingCB([](Library *p, const std::string &, const Called &) {
-        of(p).m_report.call(CallEvent::ringing, of(p).m_options.target.text());
+        of(p).m_report.call(CallEvent::ringing, of(p).whom());
     });
     m_participant.setAcceptedCB([](Library *p, const std::string &, const Called &) {
         of(p).m_calling = false;
-        of(p).m_report.call(CallEvent::accepted, of(p).m_options.target.text());
+        of(p).m_report.call(CallEvent::accepted, of(p).whom());
     });
     m_participant.setRejectedCB([](Library *p, const std::string &, const Called &) {
         of(p).callEnds(CallEvent::rejected, "has rejected the call");
@@ -47,12 +47,32 @@ void Party::setCallbacks() {
         of(p).callEnds(CallEvent::busy, "is busy: in a meeting that somebody else hosts");
     });
     m_participant.setNoAnswerCB(
-        [](Library *p, const std::string &, const Called &) { of(p).noAnswer(); });
+        [](Library *p, const std::string &, const Called &) { of(p).callBreaks(); });
+    setTunnelCallbacks();
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
         if (of(p).m_calling) {
             of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
         }
+    });
+}
+
+void Party::setTunnelCallbacks() {
+    using Library = vintok::ConferenceParticipant;
+    m_participant.setServerResponseCB([](Library *p, unsigned int status, const std::string &text) {
+        if (of(p).m_tunnel) {
+            of(p).m_tunnel->answered(status, text);
+        }
+    });
+    m_participant.setProxyCB([](Library *p, const std::string &, unsigned short,
+                                const std::string &, unsigned short, const std::string &,
+                                unsigned int retries,
+                                const std::string &) { of(p).m_tunnel->challenged(retries); });
+    m_participant.setRedirectCB([](Library *p, const std::string &name, unsigned short port,
+                                   const std::string &, unsigned short, const std::string &,
+                                   unsigned int retries, const std::string &) {
+        p->setMUXRedirected(true); // from now on each one costs a retry
+        of(p).m_tunnel->redirected(name, port, retries);
     });
 }
 
@@ -190,19 +210,28 @@ std::vector<Person> Party::people() const {
     return people;
 }
 
-void Party::noAnswer() {
-    const std::string failure = secure::takeFailure();
-    callEnds(CallEvent::noAnswer, failure.empty() ? "has hung up without an answer"
-                                                  : "cannot be reached securely: " + failure);
+void Party::callEnds(CallEvent event, const std::string &reason) {
+    callFails(event, whom() + ' ' + reason);
 }
 
-void Party::callEnds(CallEvent event, const std::string &reason) {
+void Party::callFails(CallEvent event, const std::string &failure) {
     if (!m_calling) {
         return;
     }
     m_calling = false;
-    m_report.call(event, m_options.target.text());
-    fail(m_options.target.text() + ' ' + reason);
+    m_report.call(event, whom());
+    fail(failure);
+}
+
+// The connection of the call is gone.
+void Party::callBreaks() {
+    std::string failure = m_tunnel ? m_tunnel->failure() : "";
+    const std::string insecure = secure::takeFailure();
+    if (failure.empty()) {
+        failure = whom() + (insecure.empty() ? " has hung up without an answer"
+                                             : " cannot be reached securely: " + insecure);
+    }
+    callFails(CallEvent::noAnswer, failure);
 }
 
 void Party::giveUp(const std::string &reason) {

@@ -20,6 +20,7 @@ struct Options {
     bool demandsCertificate = false;
     bool required = false;
     bool approvedOnly = false;
+    bool plainFirst = false;           // a proxy is asked in the open, for the way to who is secure
     bool accepts = false;              // this is a host: `wait` is for callers
     std::optional<std::uint32_t> wait; // milliseconds, for a peer that may be without TLS
     std::string name;                  // that the other side's certificate must be for

@@ -31,6 +31,7 @@ bool start(const Options &options, std::string &failure) {
     tls.expectedName = options.name;
     tls.acceptWait = options.accepts ? options.wait.value_or(tls.acceptWait) : tls.acceptWait;
     tls.connectWait = options.accepts ? tls.connectWait : options.wait.value_or(tls.connectWait);
+    transport().setConnectsUnnamed(!options.plainFirst);
     if (transport().open(tls) && vintok::setTransport(&transport())) {
         return true;
     }

@@ -26,7 +26,9 @@ bool parseTarget(std::string_view text, Target &target) {
         rest = text.substr(host.size());
     }
     unsigned short port = 0;
-    const bool named = !host.empty() && host.find_first_of(" \t/[]") == std::string_view::npos;
+    const bool named = !host.empty() && std::none_of(host.begin(), host.end(), [](unsigned char c) {
+        return c <= ' ' || c == 0x7F || c == '/' || c == '[' || c == ']';
+    });
     if (!named || (!rest.empty() &&
                    (rest.front() != ':' || !parseNumber(rest.substr(1), port) || port == 0))) {
         return false;

@@ -1,6 +1,7 @@
 #include "Decode.h"
 #include "Options.h"
 #include "Party.h"
+#include "PassThrough.h"
 #include "Relay.h"
 #include "Report.h"
 
@@ -95,10 +96,15 @@ int runLibrary(const app::Options &options) {
     if (!options.logFile.empty()) {
         vintok::setLogFileName(options.logFile);
     }
-    if (std::string failure;
-        options.secure.wanted() && !app::secure::start(options.secure, failure)) {
-        report->failed(failure);
-        return FAILED;
+    static app::PassThrough passThrough;
+    std::string failure;
+    if (options.secure.wanted()) {
+        if (!app::secure::start(options.secure, failure)) {
+            report->failed(failure);
+            return FAILED;
+        }
+    } else if (options.way.isTunnelled()) {
+        vintok::setTransport(&passThrough);
     }
     const int code = runRole(options, *report);
     vintok::fini();

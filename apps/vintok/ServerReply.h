@@ -1,0 +1,29 @@
+// The words of an HTTP reply: what a person wants to know of it.
+#ifndef VINTOK_APP_SERVERREPLY_H
+#define VINTOK_APP_SERVERREPLY_H
+
+#include <string>
+
+namespace app {
+
+struct ServerReply {
+    int status = 0;       // as its first line says it
+    std::string reason;   // the words behind the status
+    std::string detail;   // what a multiplexer adds
+    std::string location; // where it sends the caller
+
+    // Of a challenge: the first scheme, and whether `basic` is among them, with its realm.
+    std::string scheme;
+    std::string realm;
+    bool takesBasic = false;
+
+    // "407 Proxy Authentication Required (credentials are needed)"
+    std::string text() const;
+};
+
+// Whatever is missing stays empty.
+ServerReply readServerReply(const std::string &text);
+
+} // namespace app
+
+#endif

@@ -1,0 +1,221 @@
+// Whom a participant names to the library depends on the way:
+//
+//     way                                remote name      proxy name
+//     the multiplexer alone              multiplexer      none
+//     a party, by way of a multiplexer   the party        multiplexer
+//     through a proxy to a multiplexer   multiplexer      proxy
+//
+// Without a proxy name there is one request, else two on one connection, and the first of the two
+// alone can carry credentials. In the second way both go to the multiplexer, which learns from the
+// last one which party is wanted; in the others it learns the meeting identifier alone.
+//
+// Credentials are sent to nobody who has not asked for them: the first call goes without, and the
+// answer to a challenge is a second call. A redirect never takes them to another server.
+#include "Tunnel.h"
+
+#include "Base64.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace app {
+
+namespace {
+
+// How many redirects and challenges are followed.
+constexpr unsigned int RETRIES = 5;
+
+// Behind CONNECT the library writes a port as a number of 16 bits with a sign.
+constexpr unsigned short LAST_PLAIN_PORT = 32767;
+
+bool isSuccess(unsigned int status) {
+    return status >= 200 && status <= 206;
+}
+
+bool isChallenge(int status) {
+    return status == 401 || status == 407;
+}
+
+} // namespace
+
+std::string CallPlan::remoteName() const {
+    const bool literal = remote.host.find(':') != std::string::npos;
+    return literal && !proxy.host.empty() ? '[' + remote.host + ']' : remote.host;
+}
+
+Tunnel::Tunnel(const Way &way, const Target &target, Report &report)
+    : m_way(way), m_target(target), m_report(report) {
+    plan(way.multiplexer);
+    m_plan.meetingID = way.meetingID;
+    m_plan.retries = RETRIES;
+}
+
+// How to call by way of this multiplexer.
+void Tunnel::plan(const Target &multiplexer) {
+    m_plan.remote = multiplexer;
+    if (hasProxy()) {
+        m_plan.proxy = m_way.proxy;
+    } else if (!m_target.host.empty()) {
+        m_plan.remote = m_target;
+        m_plan.proxy = multiplexer;
+    }
+}
+
+bool Tunnel::takeNext() {
+    if (!m_next) {
+        return false;
+    }
+    m_plan = *m_next;
+    m_next.reset();
+    m_answers = 0;
+    m_anyAnswer = false;
+    return true;
+}
+
+// The library's requests have 1024 bytes. One that does not fit is replaced by an empty one, for
+// which a server may wait for ever.
+std::string Tunnel::fault() const {
+    constexpr std::size_t room = 1024;
+    const std::size_t remote = m_plan.remoteName().size();
+    const std::size_t proxy = m_plan.proxy.host.size();
+    const std::size_t credentials = base64(m_way.credentials).size();
+    const char *build = std::getenv("QOR_BUILD_INFO");
+    const std::size_t buildSize = std::string(build != nullptr ? build : "none").size();
+    if (buildSize + 308 + 2 * remote + proxy + m_plan.meetingID.size() >= room) {
+        return "the meeting identifier is too long for a request";
+    }
+    if (asksTwice() && 2 * credentials + 173 + remote + proxy >= room) {
+        return "the user name and the password are too long for a request";
+    }
+    return "";
+}
+
+// ---- Who answers
+
+// The last one of a connection that came so far.
+Target Tunnel::answerer() const {
+    return hasProxy() && m_answers > 1 ? m_plan.remote : m_plan.connectsTo();
+}
+
+std::string Tunnel::role() const {
+    return hasProxy() && m_answers <= 1 ? "proxy" : "multiplexer";
+}
+
+std::string Tunnel::who() const {
+    return "the " + role() + ' ' + answerer().text();
+}
+
+// ---- What was answered
+
+void Tunnel::answered(unsigned int status, const std::string &reply) {
+    if (m_anyAnswer && !isSuccess(m_status)) {
+        return; // the library tells a server's failure twice
+    }
+    ++m_answers;
+    m_anyAnswer = true;
+    m_status = status;
+    m_reply = readServerReply(reply);
+    m_silent = reply.empty();
+    m_opened = isSuccess(status) && (m_answers == 2 || !asksTwice());
+    if (status == 0) {
+        return;
+    }
+    Notice notice;
+    notice.event = "reply";
+    notice.sentence = "The " + who().substr(4) + " answers " + m_reply.text() + '.';
+    notice.fields.text("from", role())
+        .text("whom", answerer().text())
+        .number("status", m_reply.status)
+        .text("reason", m_reply.reason)
+        .text("detail", m_reply.detail);
+    m_report.notice(notice);
+}
+
+bool Tunnel::mayCarryCredentials() const {
+    return asksTwice() && m_answers == 1;
+}
+
+void Tunnel::challenged(unsigned int retries) {
+    if (!mayCarryCredentials() || !m_plan.authentication.empty() || m_way.credentials.empty() ||
+        !m_reply.takesBasic) {
+        return; // `failure` says why
+    }
+    const std::string user = m_way.credentials.substr(0, m_way.credentials.find(':'));
+    Notice notice;
+    notice.event = "challenge";
+    notice.sentence = "It asks for a user name and a password" +
+                      (m_reply.realm.empty() ? "" : " for \"" + m_reply.realm + '"') +
+                      ": calling again as " + user + '.';
+    notice.fields.text("from", role())
+        .text("whom", answerer().text())
+        .text("realm", m_reply.realm)
+        .text("user", user);
+    m_report.notice(notice);
+    m_next = m_plan;
+    m_next->authentication = base64(m_way.credentials);
+    m_next->retries = retries;
+}
+
+void Tunnel::redirected(const std::string &name, unsigned short port, unsigned int retries) {
+    const Target to{name, port};
+    Notice notice;
+    notice.event = "redirected";
+    notice.sentence = "It sends the call on to " + to.text() + '.';
+    notice.fields.text("from", role()).text("whom", answerer().text()).text("to", to.text());
+    m_report.notice(notice);
+    const CallPlan before = m_plan;
+    plan(to);
+    m_plan.retries = retries;
+    if (!hasProxy()) {
+        m_plan.authentication.clear();
+    }
+    m_next = m_plan;
+    m_plan = before;
+}
+
+// ---- Why nothing came of it
+
+std::string Tunnel::challengeFailure() const {
+    const std::string asks = who() + " asks for a user name and a password";
+    if (!m_plan.authentication.empty() && mayCarryCredentials()) {
+        return who() + " does not accept the user name or the password";
+    }
+    if (!m_reply.takesBasic) {
+        return who() + " asks for credentials by the scheme '" + m_reply.scheme +
+               "'; only 'basic' is known here";
+    }
+    if (!asksTwice()) {
+        return asks +
+               ", which a call to a multiplexer alone cannot carry: say whom to call as well";
+    }
+    if (!mayCarryCredentials()) {
+        return asks + ", which cannot be brought to it through a proxy";
+    }
+    return asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH";
+}
+
+std::string Tunnel::failure() const {
+    if (!m_anyAnswer || m_opened) {
+        return "";
+    }
+    if (m_status == 0) {
+        return who() + (m_silent ? " has closed the connection without a whole answer"
+                                 : " answers in something that is not HTTP");
+    }
+    if (isChallenge(m_reply.status)) {
+        return challengeFailure();
+    }
+    if (m_status == 302) {
+        return who() + (m_reply.location.empty() ? " sends the call on and does not say where"
+                                                 : " sends the call on once too often");
+    }
+    std::string refusal = who() + " refuses the call: " + m_reply.text();
+    if (hasProxy() && m_answers == 1 && m_plan.remote.port > LAST_PLAIN_PORT) {
+        refusal +=
+            "; a port above 32767 is written in the request as a negative number, which many "
+            "proxies do not understand";
+    }
+    return refusal;
+}
+
+} // namespace app

@@ -1,0 +1,122 @@
+#include "WayOptions.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+#include <fstream>
+
+namespace app {
+
+namespace {
+
+constexpr char VARIABLE[] = "VINTOK_PROXY_AUTH";
+
+CLI::Option *addServer(CLI::App &app, const std::string &name, Target &server,
+                       unsigned short usualPort, const std::string &help) {
+    const auto set = [&server, usualPort](const std::string &text) {
+        if (!parseTarget(text, server)) {
+            throw CLI::ValidationError("'" + text + "' is not HOST or HOST:PORT");
+        }
+        server.port = server.port == 0 ? usualPort : server.port;
+    };
+    return app
+        .add_option_function<std::string>(name, set,
+                                          help + " (port " + std::to_string(usualPort) + ")")
+        ->type_name("HOST[:PORT]");
+}
+
+// Says nothing of what it was given: that is a secret.
+void setCredentials(Way &way, const std::string &text, const std::string &where) {
+    if (!areCredentials(text)) {
+        throw CLI::ValidationError(where + " is not USER:PASSWORD");
+    }
+    way.credentials = text;
+}
+
+void readCredentials(Way &way, const std::string &file) {
+    std::ifstream input(file);
+    std::string line;
+    if (!std::getline(input, line)) {
+        throw CLI::ValidationError("cannot read a line of '" + file + "'");
+    }
+    if (!line.empty() && line.back() == '\r') {
+        line.pop_back();
+    }
+    setCredentials(way, line, "the first line of '" + file + "'");
+}
+
+void addCredentials(CLI::App &app, Way &way, CLI::Option *multiplexer) {
+    const auto take = [&way](const std::string &text) {
+        setCredentials(way, text, "the value of --auth");
+    };
+    CLI::Option *given =
+        app.add_option_function<std::string>(
+               "--auth", take,
+               "For the server on the way that asks for a user name and a password. Others on this "
+               "machine can see it in the list of processes")
+            ->type_name("USER:PASSWORD")
+            ->needs(multiplexer);
+    const auto read = [&way](const std::string &file) { readCredentials(way, file); };
+    app.add_option_function<std::string>(
+           "--auth-file", read,
+           std::string(
+               "The same, as the first line of a file; without either it is the value of ") +
+               VARIABLE)
+        ->type_name("FILE")
+        ->needs(multiplexer)
+        ->excludes(given);
+}
+
+} // namespace
+
+void addWay(CLI::App &app, Options &options) {
+    Way &way = options.way;
+    CLI::Option *multiplexer =
+        addServer(app, "--mux", way.multiplexer, MULTIPLEXER_PORT,
+                  "Call by way of this multiplexer, which knows the meeting by its identifier");
+    const auto setMeeting = [&way](const std::string &text) {
+        if (!isHeaderText(text)) {
+            throw CLI::ValidationError("--meeting-id: neither empty, nor with control characters, "
+                                       "nor with blanks at its ends");
+        }
+        way.meetingID = text;
+    };
+    multiplexer->needs(
+        app.add_option_function<std::string>("--meeting-id", setMeeting,
+                                             "The meeting, as the multiplexer knows it")
+            ->type_name("ID")
+            ->needs(multiplexer));
+    addServer(app, "--proxy", way.proxy, PROXY_PORT,
+              "Reach the multiplexer through this HTTP proxy; the target is then left out")
+        ->needs(multiplexer);
+    addCredentials(app, way, multiplexer);
+}
+
+bool finishWay(Options &options, std::string &text) {
+    Way &way = options.way;
+    secure::Options &secure = options.secure;
+    if (secure.name.empty()) {
+        secure.name = way.isTunnelled() ? way.multiplexer.host : options.target.host;
+    }
+    secure.plainFirst = !way.proxy.host.empty();
+    if (!way.isTunnelled()) {
+        text = "a target is required: whom to call, or a multiplexer with --mux";
+        return !options.target.host.empty();
+    }
+    if (!way.proxy.host.empty() && !options.target.host.empty()) {
+        text = "through a proxy a multiplexer learns the meeting identifier alone: leave '" +
+               options.target.text() + "' out";
+        return false;
+    }
+    const char *variable = std::getenv(VARIABLE);
+    if (way.credentials.empty() && variable != nullptr && *variable != '\0') {
+        if (!areCredentials(variable)) {
+            text = std::string("the value of ") + VARIABLE + " is not USER:PASSWORD";
+            return false;
+        }
+        way.credentials = variable;
+    }
+    return true;
+}
+
+} // namespace app

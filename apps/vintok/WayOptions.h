@@ -1,0 +1,21 @@
+// The options that say how a call reaches its party.
+#ifndef VINTOK_APP_WAYOPTIONS_H
+#define VINTOK_APP_WAYOPTIONS_H
+
+#include "Options.h"
+
+namespace CLI {
+class App;
+}
+
+namespace app {
+
+void addWay(CLI::App &app, Options &options);
+
+// What cannot be seen before all options are known. Takes the credentials from the environment
+// where the command line gives none. False: `text` says what is wrong.
+bool finishWay(Options &options, std::string &text);
+
+} // namespace app
+
+#endif
