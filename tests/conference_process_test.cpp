@@ -1,5 +1,6 @@
 #include "vintok/ConferenceControl.h"
 
+#include "support/Children.h"
 #include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/SocketPair.h"
@@ -10,7 +11,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -19,6 +19,8 @@
 #include <gmock/gmock.h>
 
 using namespace vintok;
+using vintok::test::childCount;
+using vintok::test::children;
 using vintok::test::LogFile;
 using vintok::test::ScopedEnvironment;
 using vintok::test::TemporaryFolder;
@@ -49,21 +51,6 @@ struct Recorder : ConferenceProcessCallback {
     std::vector<std::string> texts;
 };
 
-// Those of this process that have not been waited for; nothing where that cannot be asked.
-std::optional<std::vector<int>> children() {
-    std::optional<std::vector<int>> found;
-    std::error_code none;
-    for (const auto &task : fs::directory_iterator("/proc/self/task", none)) {
-        std::ifstream file(task.path() / "children");
-        if (!file)
-            continue;
-        found = found.value_or(std::vector<int>());
-        for (int id = 0; file >> id;)
-            found->push_back(id);
-    }
-    return found;
-}
-
 // A folder that PROOT and QOR_INSTALL may lead to, and a socket's path.
 class ConferenceProcessTest : public testing::Test {
 protected:
@@ -79,7 +66,7 @@ protected:
         if (!IsSkipped()) {
             EXPECT_FALSE(fs::exists(m_socketPath)) << "the socket's file is still there";
             EXPECT_EQ(m_descriptors, openDescriptors());
-            EXPECT_EQ(0U, children().value_or(std::vector<int>()).size()) << "a child is left";
+            EXPECT_EQ(0U, childCount(0)) << "a child is left";
             EXPECT_EQ(nullptr, ConferenceProcess::_getConferenceProcess(nullptr));
         }
         fini();
@@ -103,7 +90,7 @@ protected:
     }
 
     // What the system runs: the arguments, each with its end.
-    static std::string commandLine(int id) {
+    static std::string commandLine(unsigned int id) {
         std::ifstream file("/proc/" + std::to_string(id) + "/cmdline");
         std::stringstream text;
         text << file.rdbuf();
@@ -111,7 +98,7 @@ protected:
     }
 
     // State, parent, group and session of a process.
-    static std::vector<std::string> state(int id) {
+    static std::vector<std::string> state(unsigned int id) {
         std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
         std::vector<std::string> words(6);
         for (std::string &word : words)
@@ -271,7 +258,7 @@ TEST_F(ConferenceProcessTest, AProgramThatDoesNotConnectIsASocketError) {
         {
             const ConferenceProcess process(&callback, noOptions, m_socketPath);
             EXPECT_EQ(CONFERENCE_SOCKET_ERROR, process.getLastError()) << what;
-            EXPECT_EQ(0U, children().value_or(std::vector<int>()).size()) << what;
+            EXPECT_EQ(0U, childCount(0)) << what;
         }
         ASSERT_EQ(1U, callback.texts.size()) << what;
         EXPECT_THAT(callback.texts[0],
@@ -310,7 +297,7 @@ TEST_F(ConferenceProcessTest, ASecondObjectIsRefusedAndDisturbsNothing) {
     }
     EXPECT_THAT(other.texts, testing::ElementsAre("Conference Process already Running"));
     EXPECT_EQ(&first, ConferenceProcess::_getConferenceProcess(nullptr));
-    EXPECT_EQ(1U, children().value_or(std::vector<int>(1)).size());
+    EXPECT_EQ(1U, childCount(1));
     EXPECT_EQ(0, m_callback.ended);
 }
 
@@ -321,7 +308,7 @@ TEST_F(ConferenceProcessTest, ASocketPathThatIsTakenKeepsItsFile) {
         Recorder callback;
         const ConferenceProcess process(&callback, noOptions, path);
         EXPECT_EQ(CONFERENCE_SOCKET_ERROR, process.getLastError()) << path;
-        EXPECT_EQ(0U, children().value_or(std::vector<int>()).size());
+        EXPECT_EQ(0U, childCount(0));
     }
     EXPECT_EQ("mine", m_folder.content("taken"));
 }
@@ -332,7 +319,7 @@ TEST_F(ConferenceProcessTest, ACallbackThatIsMissingOrThrowsLeavesNoProcess) {
     for (Recorder *callback : {static_cast<Recorder *>(nullptr), &m_callback}) {
         const ConferenceProcess process(callback, noOptions, m_socketPath);
         EXPECT_EQ(CONFERENCE_ERROR, process.getLastError());
-        EXPECT_EQ(0U, children().value_or(std::vector<int>()).size());
+        EXPECT_EQ(0U, childCount(0));
     }
     ASSERT_EQ(1U, m_callback.texts.size());
     EXPECT_THAT(m_callback.texts[0], testing::StartsWith("Conference Error "));

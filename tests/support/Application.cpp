@@ -1,8 +1,6 @@
 #include "support/Application.h"
 
 #include <vintok/ControlRequest.h>
-#include <vintok/ControlText.h>
-#include <vintok/TCPMessage.h>
 #include <vintok/TCPStream.h>
 
 namespace vintok::test {
@@ -24,7 +22,7 @@ const ChildProcess::Environment cleanEnvironment = {{"VINTOK_ERROR_LOG_LEVEL", s
 } // namespace
 
 Application::Application(Meeting &meeting, std::vector<std::string> options)
-    : m_meeting(meeting),
+    : ControlEnd(meeting),
       m_listener(createUnixSocket(m_folder.path("control"), 1, true)),
       m_process(command(m_folder.path("control"), options), cleanEnvironment) {
     m_select.addSocketCallback(m_listener, acceptCB, this, false, false);
@@ -39,95 +37,27 @@ Application::~Application() {
 }
 
 void Application::closes() {
-    if (m_descriptor != -1) {
-        m_select.removeCallback(m_descriptor, dataCB, this);
-        shutdownSocket(m_descriptor);
-        m_descriptor = -1;
-    }
+    shutdownSocket(forgets());
 }
 
 void Application::acceptCB(int, void *data, bool) {
     auto &me = *static_cast<Application *>(data);
     me.m_select.removeCallback(me.m_listener, acceptCB, data);
-    me.m_descriptor = acceptAndCloseBoundSocket(me.m_listener);
-    me.m_select.addSocketCallback(me.m_descriptor, dataCB, data, true, false);
-}
-
-void Application::dataCB(int descriptor, void *data, bool) {
-    auto &me = *static_cast<Application *>(data);
-    TCPMessage message(descriptor);
-    if (!message.read(-1, nullptr)) {
-        if (lastError() != TCP_ERROR_WOULD_BLOCK)
-            me.m_select.removeCallback(descriptor, dataCB, data);
-        return;
-    }
-    control::Text text;
-    std::string complaint;
-    EXPECT_EQ(control::ParseError::none, control::parse(message, text, complaint)) << complaint;
-    EXPECT_EQ(control::Direction::notification, text.direction());
-    me.m_notifications.push_back(text);
+    me.watches(acceptAndCloseBoundSocket(me.m_listener));
 }
 
 testing::AssertionResult Application::connects() {
-    return m_meeting.until([this] { return m_descriptor != -1; }, "the control process connects");
+    return meeting().until([this] { return fd() != -1; }, "the control process connects");
 }
 
 testing::AssertionResult Application::startsUp() {
     auto result = connects();
     if (!result)
         return result;
-    requestStartup(m_descriptor, freshPort(), false, false, "", "", "", "", "", "");
+    requestStartup(fd(), freshPort(), false, false, "", "", "", "", "", "");
     result = isTold("startup");
-    m_port = m_told.address().hostByteOrderPort();
+    m_port = told().address().hostByteOrderPort();
     return result && m_port == 0 ? testing::AssertionFailure() << "no port" : result;
-}
-
-bool Application::sends(const Bytes &bytes) const {
-    return writeBytes(m_descriptor, bytes.data(), bytes.size(), nullptr) ==
-           static_cast<std::int64_t>(bytes.size());
-}
-
-bool Application::asks(const std::string &text) const {
-    return writeRequestString(m_descriptor, text);
-}
-
-testing::AssertionResult Application::isTold(const std::string &word) {
-    std::string others;
-    return m_meeting.until(
-               [&] {
-                   while (!m_notifications.empty()) {
-                       m_told = m_notifications.front();
-                       m_notifications.pop_front();
-                       if (m_told.word() == word)
-                           return true;
-                       others += " " + m_told.word();
-                   }
-                   return false;
-               },
-               "told " + word)
-           << " told otherwise:" << others << "\n"
-           << story();
-}
-
-testing::AssertionResult Application::isTold(const std::string &word, bool outcome) {
-    const auto result = isTold(word);
-    return result && m_told.succeeded() != outcome ? testing::AssertionFailure()
-                                                         << word << " has the other outcome\n"
-                                                         << story()
-                                                   : result;
-}
-
-testing::AssertionResult Application::fences(std::vector<std::string> *words) {
-    requestResumePlayback(m_descriptor);
-    const auto result = m_meeting.until(
-        [&] {
-            return !m_notifications.empty() && m_notifications.back().word() == "playbackResumed";
-        },
-        "the answer");
-    for (; words != nullptr && m_notifications.size() > 1; m_notifications.pop_front())
-        words->push_back(m_notifications.front().word());
-    m_notifications.clear();
-    return result;
 }
 
 } // namespace vintok::test
