@@ -36,6 +36,12 @@ std::string_view trimmed(std::string_view text) {
 
 } // namespace
 
+std::pair<std::string, std::string> splitCommand(std::string_view line) {
+    line = trimmed(line);
+    const std::string_view word = line.substr(0, line.find_first_of(BLANKS));
+    return {std::string(word), std::string(trimmed(line.substr(word.size())))};
+}
+
 Command parseCommand(std::string_view line) {
     line = trimmed(line);
     if (line.empty()) {
@@ -47,8 +53,7 @@ Command parseCommand(std::string_view line) {
     if (line.substr(0, 2) == "//") {
         return {CommandKind::say, std::string(line.substr(1))};
     }
-    const std::string_view typed = line.substr(0, line.find_first_of(BLANKS));
-    const std::string argument(trimmed(line.substr(typed.size())));
+    const auto [typed, argument] = splitCommand(line);
     for (const Word &word : words) {
         if (word.word == typed && (argument.empty() || !word.argument.empty())) {
             return {word.kind, argument};
@@ -66,6 +71,7 @@ std::vector<CommandHelp> commandHelp() {
         }
         help.push_back({usage, std::string(word.meaning)});
     }
+    help.push_back({"//TEXT", "say /TEXT"});
     return help;
 }
 

@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace app {
@@ -30,6 +31,9 @@ struct Command {
     // The line that is said, the argument of the command, or the unknown command with its slash.
     std::string text;
 };
+
+// The first word and what follows it, without the white space around both.
+std::pair<std::string, std::string> splitCommand(std::string_view line);
 
 // White space around the line and around the argument does not count.
 Command parseCommand(std::string_view line);

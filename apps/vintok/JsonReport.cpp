@@ -122,13 +122,13 @@ public:
         }
         print(JsonLine("roster").text("meeting", meeting).list("parties", parties));
     }
-    void help() override {
-        std::vector<JsonLine> commands;
-        for (const CommandHelp &command : commandHelp()) {
-            commands.push_back(
+    void help(const std::string &, const std::vector<CommandHelp> &commands) override {
+        std::vector<JsonLine> lines;
+        for (const CommandHelp &command : commands) {
+            lines.push_back(
                 JsonLine().text("usage", command.usage).text("meaning", command.meaning));
         }
-        print(JsonLine("help").list("commands", commands));
+        print(JsonLine("help").list("commands", lines));
     }
     void notice(const Notice &notice) override {
         print(JsonLine(notice.event).fields(notice.fields));

@@ -215,6 +215,39 @@ CLI::App *addRelayClient(CLI::App &program, Options &options, const std::string 
     return app;
 }
 
+CLI::App *addControl(CLI::App &program, Options &options) {
+    CLI::App *app = program.add_subcommand(
+        "control", "Hold meetings through a control process: a prompt for its requests");
+    app->add_option("--install", options.control.install,
+                    "The folder where ConferenceControl is (as QOR_INSTALL or PROOT say, or the "
+                    "folder of this program)")
+        ->type_name("FOLDER");
+    app->add_option("--socket", options.control.socket,
+                    "The path of the socket to the control process, which must not exist (in a "
+                    "folder that is made for it)")
+        ->type_name("PATH");
+    app->add_flag("--wait", options.control.waits,
+                  "Wait for a control process that is started by hand instead of starting one");
+    app->add_flag_callback(
+        "--no-startup", [&options] { options.control.startup = false; },
+        "Do not tell the control process at once who you are: /startup does it");
+    app->add_option("--port", options.port, "Where the control process listens (its usual port)")
+        ->type_name("PORT")
+        ->check(between(1, 65535));
+    app->add_option("--meeting-id", options.control.meetingID,
+                    "Be found under this identifier by a multiplexing server")
+        ->type_name("ID");
+    app->add_flag("--secure", options.control.secure, "Offer secure connections");
+    app->add_flag("--hide-ip", options.control.hideIP,
+                  "Hide your address from the users of others");
+    app->add_flag("--debug", options.control.debug, "Let the control process log what it does");
+    app->add_flag("--verbose", options.control.verbose, "Let it log even more");
+    app->add_flag("--stay", options.stay, "Go on when the standard input ends");
+    addName(*app, options);
+    addOutput(*app, options);
+    return app;
+}
+
 CLI::App *addDecode(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("decode", "Print the messages of a record file");
     app->add_option("file", options.file, "The file; - is the standard input")
@@ -264,9 +297,11 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         {addRelayClient(program, options, "relay-listen", "Print what comes through a relay"),
          Role::relayListen},
         {addReplay(program, options), Role::join},
+        {addControl(program, options), Role::control},
         {addDecode(program, options), Role::decode},
         {addTlsInit(program, options), Role::tlsInit},
     };
+    options.control.program = count > 0 ? arguments[0] : "";
     try {
         program.parse(count, arguments);
     } catch (const CLI::CallForVersion &version) {
@@ -290,8 +325,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
                                                                    : ParseResult::run;
         }
     }
-    text = "a command is needed: host, join, relay, relay-send, relay-listen, replay, decode or "
-           "tls-init";
+    text = "a command is needed";
     return ParseResult::wrong;
 }
 

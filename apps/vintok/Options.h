@@ -15,9 +15,23 @@
 
 namespace app {
 
-enum class Role { host, join, relay, relaySend, relayListen, decode, tlsInit };
+enum class Role { host, join, relay, relaySend, relayListen, decode, control, tlsInit };
 enum class Answer { yes, ask, no };
 enum class When { automatic, always, never };
+
+// The control process.
+struct ControlOptions {
+    std::string program; // as this program was started
+    std::string install; // the folder where the process is; empty: looked for
+    std::string socket;  // the path of the socket to it; empty: one is made
+    bool waits = false;  // for one that is started by hand
+    bool startup = true; // tell it who this is at once
+    bool secure = false; // offer secure connections
+    bool hideIP = false;
+    std::string meetingID; // of calls through a multiplexing server
+    bool debug = false;
+    bool verbose = false;
+};
 
 struct Options {
     Role role = Role::host;
@@ -55,6 +69,8 @@ struct Options {
     std::string recordFile;       // what a party records its meeting into
     std::string files;            // the folder for files that arrive; empty: the environment's
     std::int64_t clockOffset = 0; // seconds that a host's clock is ahead of the machine's
+
+    ControlOptions control;
 
     bool json = false;
     When colour = When::automatic;

@@ -65,7 +65,9 @@ void Party::obey(const Command &command) {
     case CommandKind::leave:
         return leave();
     case CommandKind::help:
-        return m_report.help();
+        return m_report.help("A line is said to everybody. A line that begins with a slash is a "
+                             "command:",
+                             commandHelp());
     case CommandKind::unknown:
         return m_report.problem("there is no command '" + command.text + "'; /help lists them");
     }

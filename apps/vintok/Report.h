@@ -2,6 +2,7 @@
 #ifndef VINTOK_APP_REPORT_H
 #define VINTOK_APP_REPORT_H
 
+#include "Command.h"
 #include "Fields.h"
 #include "FileNews.h"
 #include "Person.h"
@@ -57,7 +58,7 @@ public:
     // Somebody's file is not stored.
     virtual void fileRefused(const FileNews &file, const std::string &reason) = 0;
     virtual void roster(const std::string &meeting, const std::vector<Person> &people) = 0;
-    virtual void help() = 0;
+    virtual void help(const std::string &heading, const std::vector<CommandHelp> &commands) = 0;
     virtual void notice(const Notice &notice) = 0;
     // Something that was asked for did not work; the run goes on.
     virtual void problem(const std::string &text) = 0;

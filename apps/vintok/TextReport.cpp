@@ -152,14 +152,17 @@ public:
         }
     }
 
-    void help() override {
-        print("A line is said to everybody. A line that begins with a slash is a command:");
-        for (const CommandHelp &command : commandHelp()) {
+    void help(const std::string &heading, const std::vector<CommandHelp> &commands) override {
+        print(heading);
+        std::size_t width = 0;
+        for (const CommandHelp &command : commands) {
+            width = std::max(width, command.usage.size());
+        }
+        for (const CommandHelp &command : commands) {
             std::string usage = command.usage;
-            usage.resize(std::max<std::size_t>(usage.size(), 16), ' ');
+            usage.resize(width, ' ');
             print("  " + usage + "  " + command.meaning);
         }
-        print("  //TEXT            say /TEXT");
     }
 
     void notice(const Notice &notice) override { print(printable(notice.sentence)); }

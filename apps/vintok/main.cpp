@@ -1,3 +1,4 @@
+#include "Control.h"
 #include "Decode.h"
 #include "Options.h"
 #include "Party.h"
@@ -46,6 +47,8 @@ int runRole(const app::Options &options, app::Report &report) {
     case app::Role::host:
     case app::Role::join:
         return app::Party(options, report).run();
+    case app::Role::control:
+        return app::runControl(options, report);
     case app::Role::relay:
         return app::runRelay(options, report);
     case app::Role::decode:

@@ -13,6 +13,8 @@ const ChildProcess::Environment cleanEnvironment = {{"VINTOK_ERROR_LOG_LEVEL", s
                                                     {"CONFERENCE_PARTICIPANT_DEBUG", std::nullopt},
                                                     {"CONFERENCE_ROSTER_DEBUG", std::nullopt},
                                                     {"QOR_INSTALL", std::nullopt},
+                                                    {"PROOT", std::nullopt},
+                                                    {"CONFERENCE_CONTROL_DEBUG", std::nullopt},
                                                     {"NO_COLOR", std::nullopt}};
 
 std::vector<std::string> command(std::vector<std::string> arguments) {
@@ -22,7 +24,7 @@ std::vector<std::string> command(std::vector<std::string> arguments) {
 
 std::vector<std::string> quiet(std::vector<std::string> arguments) {
     arguments.push_back("--json");
-    if (arguments[0].find("relay-") != 0) {
+    if (arguments[0].find("relay-") != 0 && arguments[0] != "control") {
         arguments.push_back("--local");
     }
     return command(std::move(arguments));

@@ -28,13 +28,20 @@ ControlSocket::ControlSocket(vintok::TCPSelect &loop, Handler handler)
 ControlSocket::~ControlSocket() {
     if (m_descriptor != -1) {
         m_loop.removeCallback(m_descriptor, dataCB, this);
-        vintok::shutdownSocket(m_descriptor);
+        if (m_owned)
+            vintok::shutdownSocket(m_descriptor);
     }
 }
 
 bool ControlSocket::connect(const std::string &path) {
     m_descriptor = vintok::connectUnix(path);
-    return m_descriptor != -1 && m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
+    m_owned = m_descriptor != -1;
+    return m_owned && m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
+}
+
+bool ControlSocket::watch(int descriptor) {
+    m_descriptor = descriptor;
+    return m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
 }
 
 void ControlSocket::dataCB(int, void *data, bool) {

@@ -1,8 +1,9 @@
-// This process's end of the socket to its application.
+// One end of the socket between an application and its control process.
 //
-// Messages are put together from the bytes as they come, and are handed on when they are whole: an
-// application that stops in the middle of one does not hold up the meeting. What is no message is
-// passed over, with a line in the log, and what is too long is neither stored nor handed on.
+// Messages are put together from the bytes as they come, and are handed on when they are whole: a
+// peer that stops in the middle of one, or ends there, does not hold up this side. What is no
+// message is passed over, with a line in the log, and what is too long is neither stored nor handed
+// on.
 #ifndef VINTOK_CONTROL_CONTROLSOCKET_H
 #define VINTOK_CONTROL_CONTROLSOCKET_H
 
@@ -32,9 +33,13 @@ public:
     // Blocks until it stands. False with `lastError` when there is nobody at that path.
     bool connect(const std::string &path);
 
-    // What notifications are written to; -1 without a connection.
+    // Takes what comes over a connection that stands. It stays the caller's, who keeps it open for
+    // as long as this object lives. False when the loop does not take it.
+    bool watch(int descriptor);
+
+    // What is written to; -1 without a connection.
     int descriptor() const { return m_descriptor; }
-    // The application has closed its end or is gone.
+    // The peer has closed its end or is gone.
     bool ended() const { return m_ended; }
 
 private:
@@ -47,6 +52,7 @@ private:
     vintok::TCPSelect &m_loop;
     Handler m_handler;
     int m_descriptor = -1;
+    bool m_owned = false;
     bool m_ended = false;
     std::vector<unsigned char> m_bytes; // what has come of the next messages
     std::uint64_t m_skip = 0;           // still to come of one that is too long

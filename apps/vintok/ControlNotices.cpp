@@ -1,0 +1,249 @@
+#include "ControlNotices.h"
+
+#include "Palette.h"
+#include "Person.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace app {
+
+namespace {
+
+using control::Field;
+using control::Text;
+
+// ---- For a person
+
+std::string whereIs(const vintok::TCPAddress &address) {
+    std::string text;
+    address.ipString(text);
+    return text + " port " + std::to_string(address.hostByteOrderPort());
+}
+
+std::string machine(const Text &text) {
+    return text.value(Field::machineName);
+}
+
+// "Ann Lee (192.0.2.1 port 7777)"
+std::string party(const Text &text) {
+    const vintok::RosterBase person = text.person();
+    return nameOfParty(person) + " (" + whereIs(person) + ')';
+}
+
+std::string name(const Text &text) {
+    return nameOfParty(text.person());
+}
+
+std::string colour(const Text &text) {
+    return colourText(static_cast<unsigned short>(text.number(Field::colorIndex)));
+}
+
+std::string started(const Text &text) {
+    return "The control process listens on " + whereIs(text.address()) +
+           (text.has(Field::isSecure) ? ", securely." : ".");
+}
+
+std::string beginMeeting(const Text &text) {
+    const std::string &meeting = text.value(Field::meetingName);
+    return "The meeting" + (meeting.empty() ? "" : " \"" + meeting + '"') + " begins.";
+}
+
+std::string rosterChanged(const Text &text) {
+    const std::string &change = text.value(Field::change);
+    if (change == "join") {
+        return name(text) + " is in the meeting, in " + colour(text) + '.';
+    }
+    return name(text) +
+           (change == "leave" ? " has left the meeting." : " was ejected from the meeting.");
+}
+
+std::string rosterEntry(const Text &text) {
+    std::string line = "  " + party(text) + "  " + colour(text);
+    for (const Field field : {Field::title, Field::email, Field::phoneNumber}) {
+        line += text.value(field).empty() ? "" : "  " + text.value(field);
+    }
+    return line;
+}
+
+std::string authenticationRequired(const Text &text) {
+    const std::string &proxy = text.value(Field::proxyAddress);
+    return (proxy.empty() ? "The server" : "The proxy " + proxy) + " asks who calls " +
+           machine(text) + ". /login USER:PASSWORD calls again.";
+}
+
+std::string serverResponse(const Text &text) {
+    const std::string &message = text.value(Field::serverResponseMessage);
+    return "The server answers " + text.value(Field::serverResponseCode) +
+           (message.empty() ? "." : ": " + message);
+}
+
+std::string clockChange(const Text &text) {
+    if (text.number(Field::seconds) == 0) {
+        return "The clock is right as it is.";
+    }
+    return "The clock has " + text.value(Field::seconds) +
+           (text.value(Field::direction) == "add" ? " s added to it." : " s subtracted from it.");
+}
+
+std::string hideIP(const Text &text) {
+    return text.succeeded() ? "Addresses are hidden." : "Addresses are shown.";
+}
+
+std::string versionNotCompatible(const Text &text) {
+    return (machine(text).empty() ? whereIs(text.address()) : machine(text)) +
+           " speaks too old a version.";
+}
+
+// A sentence with places for what the text says, or a function where that is not enough.
+struct Words {
+    const char *word;
+    const char *pattern;
+    std::string (*sentence)(const Text &) = nullptr;
+};
+
+const Words words[] = {
+    {"startup", "", started},
+    {"hideIP", "", hideIP},
+    {"beginMeeting", "", beginMeeting},
+    {"hosting", "This party hosts the meeting."},
+    {"endMeeting", "The meeting is over."},
+    {"ejected", "You were ejected from the meeting."},
+    {"dialing", "Calling {machine} ..."},
+    {"ringing", "Ringing at {machine}: {party}."},
+    {"placedCallAccepted", "{machine} has accepted the call."},
+    {"placedCallBusy", "{machine} is busy in another meeting."},
+    {"placedCallRejected", "{machine} has rejected the call."},
+    {"placedCallNoAnswer", "{machine} did not answer the call."},
+    {"authenticationRequired", "", authenticationRequired},
+    {"serverResponse", "", serverResponse},
+    {"versionNotCompatible", "", versionNotCompatible},
+    {"callPending", "{party} wants to join. /accept or /reject?"},
+    {"rosterChanged", "", rosterChanged},
+    {"rosterEntry", "", rosterEntry},
+    {"beginLeading", "You lead the meeting."},
+    {"endLeading", "You no longer lead the meeting."},
+    {"beginLeadingGranted", "The lead was given to you."},
+    {"beginLeadingDenied", "The lead was not given to you."},
+    {"leaderChanged", "{name} leads the meeting."},
+    {"leadRequestPending", "{name} asks for the lead. /give or /keep?"},
+    {"transferFile", "The file '{path}' is on its way."},
+    {"transferredFileSuccess", "The file '{file}' has been transferred."},
+    {"transferredFileFailure", "The file '{file}' has not been transferred."},
+    {"recordingStarted", "The recording {has} started."},
+    {"recordingStopped", "The recording {has} stopped."},
+    {"playbackStarted", "Playing {has} started."},
+    {"playbackStopped", "Playing {has} stopped."},
+    {"playbackPaused", "Playing {has} paused."},
+    {"playbackResumed", "Playing {has} resumed."},
+    {"time", "", clockChange},
+};
+
+std::string placed(std::string_view place, const Text &text) {
+    if (place == "machine") {
+        return machine(text);
+    }
+    if (place == "party") {
+        return party(text);
+    }
+    if (place == "name") {
+        return name(text);
+    }
+    if (place == "has") {
+        return text.succeeded() ? "has" : "has not";
+    }
+    return text.value(place == "path" ? Field::path : Field::filePath);
+}
+
+std::string filled(std::string_view pattern, const Text &text) {
+    std::string sentence;
+    while (!pattern.empty()) {
+        const std::size_t begin = std::min(pattern.find('{'), pattern.size());
+        const std::size_t end = std::min(pattern.find('}', begin), pattern.size());
+        sentence.append(pattern.substr(0, begin));
+        if (begin < end) {
+            sentence += placed(pattern.substr(begin + 1, end - begin - 1), text);
+        }
+        pattern.remove_prefix(std::min(end + 1, pattern.size()));
+    }
+    return sentence;
+}
+
+// ---- For a script
+
+enum class Kind { text, number, flag, outcome };
+
+struct Key {
+    Field field;
+    const char *key;
+    Kind kind;
+};
+
+const Key keys[] = {
+    {Field::outcome, "ok", Kind::outcome},
+    {Field::change, "change", Kind::text},
+    {Field::machineName, "machineName", Kind::text},
+    {Field::address, "address", Kind::text},
+    {Field::port, "port", Kind::number},
+    {Field::isSecure, "isSecure", Kind::flag},
+    {Field::firstName, "firstName", Kind::text},
+    {Field::lastName, "lastName", Kind::text},
+    {Field::title, "title", Kind::text},
+    {Field::email, "email", Kind::text},
+    {Field::phoneNumber, "phoneNumber", Kind::text},
+    {Field::colorIndex, "colorIndex", Kind::number},
+    {Field::meetingName, "meetingName", Kind::text},
+    {Field::meetingID, "meetingID", Kind::text},
+    {Field::proxyAddress, "proxyAddress", Kind::text},
+    {Field::proxyPort, "proxyPort", Kind::number},
+    {Field::authenticationString, "authenticationString", Kind::text},
+    {Field::triesRemaining, "triesRemaining", Kind::number},
+    {Field::serverResponseCode, "serverResponseCode", Kind::number},
+    {Field::serverResponseMessage, "serverResponseMessage", Kind::text},
+    {Field::filePath, "filePath", Kind::text},
+    {Field::path, "path", Kind::text},
+    {Field::direction, "direction", Kind::text},
+    {Field::seconds, "seconds", Kind::number},
+};
+
+Fields fieldsOf(const Text &text) {
+    Fields fields;
+    for (const Key &key : keys) {
+        if (!text.has(key.field)) {
+            continue;
+        }
+        switch (key.kind) {
+        case Kind::text:
+            fields.text(key.key, text.value(key.field));
+            break;
+        case Kind::number:
+            fields.number(key.key, text.number(key.field));
+            break;
+        case Kind::flag:
+            fields.flag(key.key, true);
+            break;
+        case Kind::outcome:
+            fields.flag(key.key, text.succeeded());
+            break;
+        }
+    }
+    return fields;
+}
+
+} // namespace
+
+std::string nameOfParty(const vintok::RosterBase &party) {
+    return personOf(vintok::ConferenceRosterEntry(party)).name;
+}
+
+Notice noticeOf(const Text &text) {
+    Notice notice{text.word(), text.word(), fieldsOf(text)};
+    for (const Words &row : words) {
+        if (text.word() == row.word) {
+            notice.sentence = row.sentence ? row.sentence(text) : filled(row.pattern, text);
+        }
+    }
+    return notice;
+}
+
+} // namespace app

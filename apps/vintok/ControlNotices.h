@@ -1,0 +1,21 @@
+// What a control process tells, in words.
+#ifndef VINTOK_APP_CONTROLNOTICES_H
+#define VINTOK_APP_CONTROLNOTICES_H
+
+#include "ControlParser.h"
+#include "Report.h"
+
+#include <string>
+
+namespace app {
+
+// For a person a sentence; for a script an event named after the notification's word, with the
+// fields of the text under their keywords.
+Notice noticeOf(const control::Text &text);
+
+// How a party is spoken of: its name, or its e-mail, or its address.
+std::string nameOfParty(const vintok::RosterBase &party);
+
+} // namespace app
+
+#endif

@@ -1,0 +1,421 @@
+// Runs of `vintok control`: a person holds a meeting through the real control process, and through
+// one that a test plays.
+#include "support/Program.h"
+#include "support/TemporaryFolder.h"
+
+#include "vintok/ControlNotify.h"
+#include "vintok/ControlRequest.h"
+#include "vintok/ControlText.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPStream.h"
+
+#include <functional>
+#include <gmock/gmock.h>
+
+using namespace vintok;
+using namespace vintok::test;
+using testing::HasSubstr;
+
+namespace {
+
+const EventField yes = {"ok", "true"};
+const EventField no = {"ok", "false"};
+
+EventField firstName(const std::string &name) {
+    return text("firstName", name);
+}
+
+class ControlPrompt : public testing::Test {
+protected:
+    void SetUp() override {
+        init();
+        const int probe = createUnixSocket(folder.path("probe"), 1, true);
+        if (probe == -1) {
+            GTEST_SKIP() << "no local sockets: " << lastErrorString();
+        }
+        shutdownSocket(probe);
+        path = folder.path("socket");
+    }
+    void TearDown() override { fini(); }
+
+    std::vector<std::string> waiting(const std::vector<std::string> &more = {}) const {
+        std::vector<std::string> arguments{"control", "--wait", "--socket", path};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+
+    TemporaryFolder folder;
+    std::string path;
+};
+
+// The prompt, and the real control process at its other end.
+class Meeting : public ControlPrompt {
+protected:
+    void SetUp() override {
+        ControlPrompt::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        ann = std::make_unique<Program>(waiting({"--name", "Ann Lee"}));
+        ASSERT_TRUE(ann->tells("waiting")) << ann->story();
+        process = std::make_unique<ChildProcess>(
+            std::vector<std::string>{CONFERENCE_CONTROL, "-path", path, "-local"});
+        std::string line;
+        ASSERT_TRUE(ann->tells("startup", {}, &line)) << ann->story() << process->story();
+        const std::size_t port = line.find("\"port\":") + 7;
+        target = "127.0.0.1:" + line.substr(port, line.find_first_of(",}", port) - port);
+    }
+
+    void expectTold(const std::string &event, const std::vector<EventField> &fields = {}) {
+        EXPECT_TRUE(ann->tells(event, fields)) << event << ann->story() << process->story();
+    }
+
+    // Bob calls, and Ann lets him in.
+    void convene() {
+        ann->type("/convene Budget");
+        expectTold("beginMeeting", {text("meetingName", "Budget")});
+        expectTold("hosting");
+        bob = std::make_unique<Program>(std::vector<std::string>{"join", target, "--name", "Bob"});
+        expectTold("callPending", {firstName("Bob")});
+        ann->type("/accept");
+        expectTold("rosterChanged", {text("change", "join"), firstName("Bob")});
+        EXPECT_TRUE(bob->tells("joined", {named("Ann Lee")})) << bob->story();
+    }
+
+    std::unique_ptr<Program> ann;
+    std::unique_ptr<ChildProcess> process;
+    std::string target;
+    std::unique_ptr<Program> bob;
+};
+
+TEST_F(Meeting, IsHeldFromTheFirstRequestToTheLast) {
+    convene();
+    ann->type("/who");
+    expectTold("rosterEntry", {firstName("Ann"), text("lastName", "Lee"), {"colorIndex", "0"}});
+
+    bob->type("/lead");
+    expectTold("leadRequestPending", {firstName("Bob")});
+    ann->type("/keep");
+    EXPECT_TRUE(bob->tells("lead-answer", {{"granted", "false"}})) << bob->story();
+    bob->type("/lead");
+    expectTold("leadRequestPending", {firstName("Bob")});
+    ann->type("/give");
+    expectTold("endLeading");
+    EXPECT_TRUE(bob->tells("leader", {{"self", "true"}})) << bob->story();
+    ann->type("/lead");
+    EXPECT_TRUE(bob->tells("lead-asked", {named("Ann Lee")})) << bob->story();
+    bob->type("/give");
+    expectTold("beginLeading");
+
+    ann->type("/record " + folder.path("record"));
+    expectTold("recordingStarted", {yes});
+    bob->type("Shall we begin?");
+    EXPECT_TRUE(bob->tells("said", {{"self", "true"}})) << bob->story();
+    bob->type("/leave");
+    expectTold("rosterChanged", {text("change", "leave"), firstName("Bob")});
+    ann->type("/stop");
+    expectTold("recordingStopped", {yes});
+
+    Program cid({"join", target, "--name", "Cid"});
+    expectTold("callPending", {firstName("Cid")});
+    ann->type("/accept");
+    expectTold("rosterChanged", {text("change", "join"), firstName("Cid")});
+    ann->type("/play " + folder.path("record"));
+    expectTold("playbackStarted", {yes});
+    EXPECT_TRUE(cid.tells("said", {text("text", "Shall we begin?")})) << cid.story();
+    expectTold("playbackStopped", {yes});
+    for (const char *request : {"/pause", "/resume", "/stop playing"}) {
+        ann->type(request);
+    }
+    expectTold("playbackPaused", {no});
+    expectTold("playbackResumed", {no});
+    expectTold("playbackStopped", {no});
+    ann->type("/send \"" + folder.holding("two words", "content") + "\"");
+    expectTold("transferFile");
+    expectTold("transferredFileSuccess");
+    ann->type("/time");
+    expectTold("time", {{"seconds", "0"}});
+    ann->type("/adjourn");
+    expectTold("endMeeting");
+    EXPECT_EQ(0, cid.exitCode()) << cid.story();
+    ann->type("/shutdown");
+    EXPECT_EQ(0, ann->exitCode()) << ann->story();
+    EXPECT_EQ(0, process->exitCode()) << process->story();
+    EXPECT_EQ("", ann->errors());
+}
+
+TEST_F(Meeting, MayBeThatOfAnotherParty) {
+    Program dan({"host", "--name", "Dan", "--answer", "ask"});
+    const std::string dans = dan.target();
+    ann->type("/call " + dans);
+    expectTold("dialing", {text("machineName", "127.0.0.1")});
+    expectTold("ringing");
+    ASSERT_TRUE(dan.tells("asked", {named("Ann Lee")})) << dan.story();
+    dan.type("/reject");
+    expectTold("placedCallRejected");
+    ann->type("/call " + dans + " tries=3");
+    ASSERT_TRUE(dan.tells("asked", {named("Ann Lee")})) << dan.story();
+    dan.type("/accept");
+    expectTold("placedCallAccepted");
+    expectTold("rosterChanged", {text("change", "join"), firstName("Dan")});
+    ann->type("/lead");
+    ASSERT_TRUE(dan.tells("lead-asked")) << dan.story();
+    dan.type("/give");
+    expectTold("beginLeading");
+    ann->type("/stop-leading");
+    expectTold("endLeading");
+    ann->type("/hangup");
+    expectTold("endMeeting");
+    EXPECT_TRUE(dan.tells("left", {named("Ann Lee")})) << dan.story();
+    ann->endInput();
+    EXPECT_EQ(0, ann->exitCode()) << ann->story();
+    EXPECT_EQ(0, process->exitCode()) << process->story();
+}
+
+TEST_F(Meeting, ThatTheControlProcessDoesNotSurviveFails) {
+    convene();
+    process->kill();
+    EXPECT_EQ(1, ann->exitCode()) << ann->story();
+    EXPECT_TRUE(ann->tells("error", {text("reason", "the control process has ended")}));
+    EXPECT_EQ("vintok: the control process has ended\n", ann->errors());
+    EXPECT_EQ(0, bob->exitCode()) << bob->story();
+}
+
+TEST_F(Meeting, GoesOnAfterOddInput) {
+    const std::pair<const char *, const char *> lines[] = {
+        {"hello", "a control process says no lines; /help lists the commands"},
+        {"/dance", "there is no command '/dance'; /help lists them"},
+        {"/record", "it is '/record FILE'"},
+        {"/who is there", "it is '/who'"},
+        {"/startup 70000", "'70000' is no port"},
+        {"/call host:0", "'host:0' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT"},
+        {"/call host speed=9",
+         "'speed=9' is not proxy=HOST[:PORT], meeting=ID, login=USER:PASSWORD or tries=N"},
+        {"/login a:b", "there was no call yet"},
+        {"/disable Bob", "'Bob' is not in the meeting; /who asks who is"},
+        {"/stop", "nothing is being recorded or played"},
+        {"/send a b c", "it is '/send FILE [AS]', names with blanks in double quotes"},
+        {"/putenv name", "it is '/putenv NAME=VALUE'"},
+    };
+    for (const auto &[line, complaint] : lines) {
+        ann->type(line);
+        EXPECT_TRUE(ann->tells("problem", {text("text", complaint)})) << line << ann->story();
+    }
+    ann->type("");
+    ann->type("/help");
+    EXPECT_TRUE(ann->tells("help")) << ann->story();
+}
+
+// The program finds the other one beside itself.
+TEST_F(ControlPrompt, StartsTheControlProcessByItself) {
+    Program ann({"control", "--name", "Ann"});
+    std::string line;
+    ASSERT_TRUE(ann.tells("startup", {}, &line)) << ann.story();
+    const std::size_t port = line.find("\"port\":") + 7;
+    ann.type("/convene");
+    ASSERT_TRUE(ann.tells("hosting")) << ann.story();
+    Program bob({"join", "127.0.0.1:" + line.substr(port, line.find_first_of(",}", port) - port)});
+    ASSERT_TRUE(ann.tells("callPending")) << ann.story();
+    ann.type("/accept");
+    EXPECT_TRUE(bob.tells("joined", {named("Ann")})) << bob.story();
+    ann.type("/shutdown");
+    EXPECT_EQ(0, ann.exitCode()) << ann.story();
+    EXPECT_EQ("", ann.errors());
+    EXPECT_TRUE(bob.tells("ended")) << bob.story();
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+}
+
+TEST_F(ControlPrompt, SaysWhyThereIsNoControlProcess) {
+    const std::string notUnix = folder.holding("taken", "");
+    const std::pair<std::vector<std::string>, const char *> cases[] = {
+        {{"--install", folder.path("nowhere")},
+         "cannot start the control process: Cannot access Conference Control Process (--install "
+         "says where it is)"},
+        {{"--socket", notUnix}, "cannot start the control process: Conference Socket Error"},
+        {{"--wait", "--socket", notUnix}, "cannot listen on '"},
+    };
+    for (const auto &[options, why] : cases) {
+        std::vector<std::string> arguments{"control"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        Program run(arguments);
+        EXPECT_EQ(1, run.exitCode()) << run.story();
+        EXPECT_EQ(0u, run.errors().find(std::string("vintok: ") + why)) << run.story();
+    }
+    EXPECT_TRUE(std::filesystem::exists(notUnix));
+}
+
+// ---- A control process that the test plays
+
+class Played : public ControlPrompt {
+protected:
+    // Waits for the prompt, and connects to it.
+    void connectTo(ChildProcess &prompt) {
+        ASSERT_TRUE(prompt.printed(path)) << prompt.story();
+        descriptor = connectUnix(path);
+        ASSERT_NE(-1, descriptor) << lastErrorString();
+    }
+    void hangUp() {
+        shutdownSocket(descriptor);
+        descriptor = -1;
+    }
+    std::string request() {
+        TCPMessage message;
+        while (!message.read(descriptor, nullptr)) {
+            if (lastError() != TCP_ERROR_WOULD_BLOCK) {
+                return "no request: " + lastErrorString();
+            }
+        }
+        return reinterpret_cast<const char *>(message.messageBuffer());
+    }
+
+    int descriptor = -1;
+};
+
+RosterBase bobsRecord() {
+    RosterBase bob;
+    bob.setLoopbackIPv4();
+    bob.setHostByteOrderPort(7001);
+    bob.setFirstName("Bob");
+    bob.setEmail("bob@x");
+    bob.setColorIndex(1);
+    return bob;
+}
+
+struct Told {
+    std::function<bool(int)> send;
+    const char *json;
+    const char *sentence;
+};
+
+const Told notifications[] = {
+    {[](int d) { return replyNotifyStarted(d, bobsRecord(), true); },
+     R"("startup","address":"127.0.0.1","port":7001,"isSecure":true})",
+     "The control process listens on 127.0.0.1 port 7001, securely."},
+    {[](int d) { return replyNotifyHideIP(d, true); }, R"("hideIP","ok":true})",
+     "Addresses are hidden."},
+    {[](int d) { return replyNotifyEjected(d); }, R"("ejected"})",
+     "You were ejected from the meeting."},
+    {[](int d) { return replyNotifyBusy(d, "h1", bobsRecord()); },
+     R"("placedCallBusy","machineName":"h1","address":"127.0.0.1","port":7001,"firstName":"Bob",)"
+     R"("email":"bob@x","colorIndex":1})",
+     "h1 is busy in another meeting."},
+    {[](int d) { return replyNotifyCallNoAnswer(d, "h1"); },
+     R"("placedCallNoAnswer","machineName":"h1"})", "h1 did not answer the call."},
+    {[](int d) {
+         return replyNotifyCallAuthenticationRequired(d, "h1", 7001, "p1", 8080, "", 2, "4711");
+     },
+     R"("authenticationRequired","machineName":"h1","port":7001,"meetingID":"4711",)"
+     R"("proxyAddress":"p1","proxyPort":8080,"triesRemaining":2})",
+     "The proxy p1 asks who calls h1. /login USER:PASSWORD calls again."},
+    {[](int d) { return replyNotifyServerResponse(d, 407, "who are\nyou?"); },
+     R"("serverResponse","serverResponseCode":407,"serverResponseMessage":"who are\nyou?"})",
+     "The server answers 407: who are\\x0ayou?"},
+    {[](int d) { return replyNotifyVersionNotCompatible(d, "", bobsRecord()); },
+     R"("versionNotCompatible","machineName":"","address":"127.0.0.1","port":7001})",
+     "127.0.0.1 port 7001 speaks too old a version."},
+    {[](int d) { return replyNotifyUserEjected(d, bobsRecord()); },
+     R"("rosterChanged","change":"ejected","address":"127.0.0.1","port":7001,"firstName":"Bob",)"
+     R"("email":"bob@x","colorIndex":1})",
+     "Bob was ejected from the meeting."},
+    {[](int d) { return replyNotifyLeaderChange(d, bobsRecord()); }, R"("leaderChanged",)",
+     "Bob leads the meeting."},
+    {[](int d) { return replyNotifyBeginLeadingGranted(d); }, R"("beginLeadingGranted"})",
+     "The lead was given to you."},
+    {[](int d) { return replyNotifyFileTransferred(d, bobsRecord(), 0, "a b"); },
+     R"("transferredFileFailure","address":"127.0.0.1","port":7001,"filePath":"a b"})",
+     "The file 'a b' has not been transferred."},
+    {[](int d) { return replyNotifyPlaybackResumed(d, true); }, R"("playbackResumed","ok":true})",
+     "Playing has resumed."},
+    {[](int d) { return replyNotifySetTime(d, false, 5); },
+     R"("time","direction":"subtract","seconds":5})", "The clock has 5 s subtracted from it."},
+    {[](int d) { return writeReplyString(d, "tea\x1b\n"); }, R"("problem",)", nullptr},
+    {[](int d) { return requestHangup(d); },
+     R"("problem","text":"the control process requests 'hangup'"})", nullptr},
+};
+
+TEST_F(Played, IsUnderstoodByScriptsAndByPeople) {
+    Program script(waiting({"--no-startup"}));
+    connectTo(script);
+    for (const Told &told : notifications) {
+        ASSERT_TRUE(told.send(descriptor));
+        EXPECT_TRUE(script.printed(std::string("{\"event\":") + told.json))
+            << told.json << script.story();
+    }
+    hangUp();
+    EXPECT_EQ(1, script.exitCode()) << script.story();
+
+    ChildProcess person = Program::plain(waiting({"--no-startup"}));
+    connectTo(person);
+    for (const Told &told : notifications) {
+        ASSERT_TRUE(told.send(descriptor));
+        EXPECT_TRUE(told.sentence ? person.printed(told.sentence) : person.complained("vintok: "))
+            << told.json << person.story();
+    }
+    EXPECT_EQ(std::string::npos, person.errors().find('\x1b'));
+    hangUp();
+    EXPECT_EQ(1, person.exitCode()) << person.story();
+}
+
+TEST_F(Played, GetsTheRequestsThatWereTyped) {
+    Program ann(waiting({"--name", "Ann", "--port", "7005", "--hide-ip", "--secure"}));
+    connectTo(ann);
+    EXPECT_EQ("startup\nport\n7005\nisSecure\nhideIP\nfirstName\nAnn\n", request());
+    replyNotifyUserJoin(descriptor, bobsRecord());
+    ASSERT_TRUE(ann.tells("rosterChanged")) << ann.story();
+    replyNotifyCallAuthenticationRequired(descriptor, "h1", 7001, "p1", 8080, "", 2, "4711");
+    ASSERT_TRUE(ann.tells("authenticationRequired")) << ann.story();
+    const std::string bobs =
+        "address\n127.0.0.1\nport\n7001\nfirstName\nBob\nemail\nbob@x\ncolorIndex\n1\n";
+    const std::pair<std::string, std::string> typed[] = {
+        {"/login ann:secret", "placeCall\nmachineName\nh1\nproxyAddress\np1\nmeetingID\n4711\n"
+                              "authenticationString\nYW5uOnNlY3JldA==\nport\n7001\nproxyPort\n8080"
+                              "\ntriesRemaining\n2\n"},
+        {"/call [::1]:7 proxy=p2:80 meeting=1 login=a:b tries=4",
+         "placeCall\nmachineName\n::1\nproxyAddress\np2\nmeetingID\n1\nauthenticationString\n"
+         "YTpi\nport\n7\nproxyPort\n80\ntriesRemaining\n4\n"},
+        {"/disable Bob", "disableUser\n" + bobs},
+        {"/enable 127.0.0.1 7001", "enableUser\n" + bobs},
+        {"/convene", "conveneMeeting\n"},
+        {"/convene Two Words", "conveneMeeting\nmeetingName\nTwo Words\n"},
+        {"/send /a/b c/d", "transferFile\nfilePath\n/a/b\nrelativePath\nc/d\n"},
+        {"/stop recording", "stopRecording\n"},
+        {"/stop playing", "stopPlayback\n"},
+        {"/putenv A=b=c", "putenv\nA=b=c\n"},
+        {"/putenv A=", "putenv\nA="},
+        {"/keepalive", "keepAlive\n"},
+        {"/startup 0", "startup\nport\n0\nisSecure\nhideIP\nfirstName\nAnn\n"},
+        {"/shutdown", "shutdown\n"},
+    };
+    for (const auto &[line, text] : typed) {
+        ann.type(line);
+        EXPECT_EQ(text, request()) << line;
+    }
+    hangUp();
+    EXPECT_EQ(0, ann.exitCode()) << ann.story();
+}
+
+TEST_F(Played, MayDieInTheMiddleOfAMessage) {
+    for (const std::size_t cut : {1, 35, 40, 60}) {
+        Program ann(waiting({"--no-startup"}));
+        connectTo(ann);
+        TCPMessage message;
+        message.setMessageID(TCP_conferenceControlReply);
+        message.allocateMessageBuffer(100);
+        ASSERT_EQ(static_cast<std::int64_t>(cut),
+                  writeBytes(descriptor, message.rawBuffer(), cut, nullptr));
+        hangUp();
+        EXPECT_EQ(1, ann.exitCode()) << cut << ann.story();
+        EXPECT_EQ("vintok: the control process has ended\n", ann.errors()) << cut;
+    }
+}
+
+TEST_F(Played, MayIgnoreThatItIsToEnd) {
+    Program ann(waiting({"--no-startup"}));
+    connectTo(ann);
+    ann.endInput();
+    EXPECT_EQ("shutdown\n", request());
+    EXPECT_EQ(1, ann.exitCode()) << ann.story();
+    EXPECT_EQ("vintok: the control process did not end when it was asked to\n", ann.errors());
+}
+
+} // namespace
