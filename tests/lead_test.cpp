@@ -2,6 +2,7 @@
 // the lead when its holder goes; and what parties send that should not.
 #include "support/LogFile.h"
 #include "support/Party.h"
+#include "support/TemporaryFolder.h"
 #include "support/WirePeer.h"
 
 #include <gmock/gmock.h>
@@ -174,6 +175,78 @@ TEST_F(Lead, AnAskerThatDiesLeavesTheQuestionFree) {
     EXPECT_TRUE(ann.isTold("leadReply 1") && ann->isLeader());
 }
 
+TEST_F(Lead, AQuestionToALeaderThatDiesIsTheHostsToDecide) {
+    bobLeads();
+    bob.decidesOnLead();
+    ASSERT_TRUE(cid->requestStartLeading());
+    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    bob.dies();
+    EXPECT_TRUE(ann.isTold("leader Ann") && cid.isTold("leader Ann"));
+    ASSERT_TRUE(cid->requestStartLeading());
+    EXPECT_TRUE(cid.isTold("leadReply 0")) << "the first question is still open";
+    EXPECT_TRUE(ann->acceptLeadChange());
+    EXPECT_TRUE(cid.isTold("leader Cid") && cid->isLeader() && !ann->isLeader());
+}
+
+TEST_F(Lead, AHostWhoseQuestionDiesWithTheLeaderHearsOthersAgain) {
+    bobLeads();
+    bob.decidesOnLead();
+    ASSERT_TRUE(ann->requestStartLeading());
+    ASSERT_TRUE(bob.isTold("leadRequest Ann"));
+    bob.dies();
+    EXPECT_TRUE(ann.isTold("leader Ann") && cid.isTold("leader Ann"));
+    ASSERT_TRUE(cid->requestStartLeading());
+    EXPECT_TRUE(cid.isTold("leader Cid"));
+    EXPECT_TRUE(cid->isLeader());
+}
+
+TEST_F(Lead, AHostThatDiesEndsTheQuestionForBothEnds) {
+    bobLeads();
+    bob.decidesOnLead();
+    ASSERT_TRUE(cid->requestStartLeading());
+    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    ann.dies();
+    EXPECT_TRUE(bob.isTold("leave Ann") && cid.isTold("leave Ann"));
+    EXPECT_FALSE(bob->acceptLeadChange() || bob->rejectLeadChange()) << "nobody to answer";
+    EXPECT_FALSE(bob->isLeader() || cid->isLeader());
+    EXPECT_EQ(0, cid.told("leadReply 1") + cid.told("leadReply 0"));
+}
+
+// The one moment in which a member is alone in a meeting: its host has gone, and it is told of the
+// file that breaks off.
+TEST_F(Lead, AMemberThatIsAloneIsRefusedAndHangsUp) {
+    const TemporaryFolder folder;
+    ASSERT_TRUE(ConferenceParticipant::setFileRoot(folder.path("files")));
+    WirePeer host(meeting, "Host");
+    host.entry.state = state::meeting | state::host;
+    ASSERT_TRUE(host.listens() && bob.calls(host) && host.isJoined() && bob.isTold("join Host"));
+    Bytes file;
+    WireWriter(file).text("/f");
+    WireWriter(file).text("f");
+    ASSERT_TRUE(host.sends(id::fileBegin, file) && host.fences());
+    bob.inside = [this](const std::string &event) {
+        if (event == "file failed") {
+            EXPECT_TRUE(bob->isMeeting());
+            EXPECT_FALSE(bob->requestStartLeading());
+            EXPECT_FALSE(bob->isMeeting());
+        }
+    };
+    bob.leaves();
+    EXPECT_EQ(1, bob.told("file failed"));
+    EXPECT_EQ(1, bob.told("leadReply 0"));
+    ConferenceParticipant::setFileRoot("");
+}
+
+TEST_F(Lead, AServerThatTakesTheLeadTellsNobody) {
+    ann->setServerMode(true);
+    ASSERT_TRUE(ann.hosts("relay") && bob.calls(ann) && bob.isTold("leader Bob"));
+    ASSERT_TRUE(ann->requestStartLeading());
+    EXPECT_TRUE(ann.isTold("leadReply 1"));
+    EXPECT_TRUE(ann->isLeader());
+    EXPECT_TRUE(meeting.until([this] { return !bob->isLeader(); }, "Bob leads no more"));
+    EXPECT_EQ(0, ann.told("leader Ann") + bob.told("leader Ann"));
+}
+
 TEST_F(Lead, AServerHandsTheLeadToWhoAskedAndElseToTheFirst) {
     Party dan(meeting, "Dan");
     ann->setServerMode(true);
@@ -299,6 +372,39 @@ TEST_F(LeadOnTheWire, ALeaderThatAsksBlocksTheQuestionUntilItLeaves) {
     ASSERT_TRUE(cid.fences() && cid.sends(id::leadRequest, asking(cid)));
     ASSERT_TRUE(cid.receives(id::leadChange));
     EXPECT_TRUE(ann.isTold("leader Cid"));
+}
+
+TEST_F(LeadOnTheWire, AQuestionThatNobodyCanAnswerIsRefusedAndStaysOpen) {
+    joined(bob);
+    joined(cid);
+    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
+    ASSERT_TRUE(bob.sends(id::rosterEntry, bob.entry.encode())); // without the leader's bit
+    ASSERT_TRUE(bob.fences() && cid.fences());
+    for (const bool accepts : {false, true}) {
+        ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)));
+        EXPECT_THAT(answers(cid), ElementsAre(id::leadReply));
+        ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)));
+        EXPECT_THAT(answers(bob), ElementsAre(id::leadReply)) << "Cid's is still open";
+        EXPECT_TRUE(accepts ? ann->acceptLeadChange() : ann->rejectLeadChange());
+        EXPECT_TRUE(cid.receives(accepts ? id::leadChange : id::leadReply));
+    }
+    EXPECT_EQ(1, ann.told("leader Cid"));
+    EXPECT_FALSE(ann->acceptLeadChange() || ann->rejectLeadChange());
+}
+
+TEST_F(LeadOnTheWire, AQuestionThatCannotBePassedOnIsRefused) {
+    joined(cid);
+    joined(bob); // behind Cid, whose question is so read before Bob's end
+    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
+    ASSERT_TRUE(cid.fences());
+    bob.resets();
+    EXPECT_TRUE(ann->requestStartLeading()) << "the host's own cannot go out either";
+    ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)));
+    WireFrame reply;
+    ASSERT_TRUE(cid.receives(id::leadReply, &reply));
+    EXPECT_EQ(Bytes{0}, reply.body);
+    EXPECT_TRUE(ann.isTold("leave Bob"));
+    EXPECT_EQ(2, ann.told("leader Ann"));
 }
 
 TEST_F(LeadOnTheWire, AStopGivesTheLeadBackToTheHostAndTellsNobodyElse) {

@@ -234,6 +234,7 @@ void ConferenceParticipant::_assureLeader() {
         if (waiting == nullptr && peer->isLeadPending())
             waiting = peer;
     }
+    _self.setLeadPending(false); // whom this party asked has gone without an answer
     if (serverMode() && first != nullptr) {
         if (waiting == nullptr)
             first->setLeadPending(true);
