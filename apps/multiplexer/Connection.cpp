@@ -159,12 +159,9 @@ bool Connection::sendRaw(std::string_view bytes) {
     while (!bytes.empty()) {
         const std::int64_t sent = platform::send(
             m_descriptor, reinterpret_cast<const unsigned char *>(bytes.data()), bytes.size());
-        if (sent < 0 && !isTemporary(platform::socketError())) {
-            return false;
-        }
-        if (sent < 0) {
+        if (sent <= 0) {
             m_backlog = bytes;
-            return true;
+            return sent < 0 && isTemporary(platform::socketError());
         }
         bytes.remove_prefix(static_cast<std::size_t>(sent));
     }

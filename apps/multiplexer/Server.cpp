@@ -2,8 +2,10 @@
 
 #include "Endpoints.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <iterator>
 #include <limits>
 #include <thread>
 #include <utility>
@@ -15,8 +17,11 @@ namespace platform = vintok::platform;
 
 namespace {
 
-constexpr int WOULD_BLOCK = 10035; // of the system error table
-constexpr int ACCEPTS = 64;        // at a time
+// Of the system error table.
+constexpr int WOULD_BLOCK = 10035;
+constexpr int exhausted[] = {12, 24, 10024, 10055}; // no memory, no descriptors, no buffers
+
+constexpr int ACCEPTS = 64; // at a time
 constexpr std::chrono::milliseconds TICK(100);
 constexpr std::int32_t WAIT_MS = 100;
 constexpr std::int32_t WAIT_FOR_NAMES_MS = 5;
@@ -174,10 +179,15 @@ void Server::accept(Listener &listener) {
         Endpoint peer;
         const int descriptor = listener.accept(peer);
         if (descriptor == -1) {
-            // Out of descriptors the listener would stay readable for nothing. After a connection
-            // that was gone before it was taken, a pause does no harm.
-            const bool none = platform::socketError() == WOULD_BLOCK;
-            return none ? void() : watchListeners(false);
+            const int error = platform::socketError();
+            if (error == WOULD_BLOCK) {
+                return;
+            }
+            if (std::find(std::begin(exhausted), std::end(exhausted), error) !=
+                std::end(exhausted)) {
+                return watchListeners(false); // or it would stay readable for nothing
+            }
+            continue; // that client has gone already
         }
         ++m_statistics.accepted;
         if (m_unsettled.size() >= m_options.maxRequests) {

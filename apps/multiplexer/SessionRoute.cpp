@@ -118,8 +118,9 @@ bool Session::isSelf(const Authority &named) const {
 
 bool Session::isSelf(const Endpoint &endpoint) const {
     Endpoint own;
-    return portOf(endpoint) == m_server.port() && m_near.connection->ownEnd(own) &&
-           addressBytes(own) == addressBytes(endpoint);
+    return portOf(endpoint) == m_server.port() &&
+           (isLoopback(endpoint) ||
+            (m_near.connection->ownEnd(own) && addressBytes(own) == addressBytes(endpoint)));
 }
 
 void Session::call(const Authority &party) {
