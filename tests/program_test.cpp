@@ -52,6 +52,10 @@ public:
 
     std::string target() const { return "127.0.0.1:" + std::to_string(m_port); }
     void takeCall() { m_calls.push_back(vintok::acceptBoundSocket(m_socket)); }
+    void say(const std::string &bytes) {
+        vintok::writeBytes(m_calls.back(), reinterpret_cast<const unsigned char *>(bytes.data()),
+                           bytes.size(), nullptr);
+    }
     void hangUp() {
         vintok::closeDescriptor(m_calls.back());
         m_calls.pop_back();
@@ -432,6 +436,18 @@ TEST_F(ProgramTest, ARelayPassesLinesFromOneClientToTheOthers) {
     relay.kill();
     expectFailure(first, 1, "the relay has closed the connection");
     expectFailure(other, 1, "the relay has closed the connection");
+}
+
+// The front of a message stays when the relay dies behind it.
+TEST_F(ProgramTest, ARelayThatDiesInTheMiddleOfAMessageIsNoticed) {
+    for (const std::size_t cut : {1, 35, 61}) {
+        SilentListener relay;
+        Program client({"relay-listen", relay.target()});
+        relay.takeCall();
+        relay.say(std::string("\0\0\0\x50", 4) + std::string(cut - 1, '\0'));
+        relay.hangUp();
+        expectFailure(client, 1, "the relay has closed the connection");
+    }
 }
 
 // What nobody reads piles up until the relay has to wait for the one who does not read.

@@ -65,7 +65,8 @@ const Session::Request *Session::findRequest(const std::string &word) {
 
 Session::Session(const Options &options)
     : m_options(options),
-      m_socket(m_loop, [this](const vintok::TCPMessage &message) { take(message); }),
+      m_socket(m_loop, "control socket", MAX_BODY,
+               [this](const vintok::TCPMessage &message) { take(message); }),
       m_inbox(m_loop),
       m_meetingName(options.meetingName) {}
 

@@ -5,8 +5,8 @@
 #define VINTOK_CONTROL_SESSION_H
 
 #include "ControlParser.h"
-#include "ControlSocket.h"
 #include "Inbox.h"
+#include "MessageSocket.h"
 #include "Options.h"
 #include "Player.h"
 #include "RecordWriter.h"
@@ -110,7 +110,7 @@ private:
 
     const Options &m_options;
     vintok::TCPSelect m_loop; // the thread's; also the participant's
-    ControlSocket m_socket;
+    app::MessageSocket m_socket;
     app::Inbox m_inbox;
     std::unique_ptr<Participant> m_participant; // null before "startup"
     bool m_done = false;

@@ -7,9 +7,9 @@
 #include "ControlCommands.h"
 #include "ControlHome.h"
 #include "ControlNotices.h"
-#include "ControlSocket.h"
 #include "Failure.h"
 #include "Inbox.h"
+#include "MessageSocket.h"
 
 #include <vintok/ConferenceControl.h>
 #include <vintok/TCPMessage.h>
@@ -59,16 +59,6 @@ private:
     fs::path m_path;
 };
 
-// Closed at the end, behind those who watch it.
-struct Connection {
-    Connection() = default;
-    ~Connection() { vintok::shutdownSocket(descriptor); }
-    Connection(const Connection &) = delete;
-    Connection &operator=(const Connection &) = delete;
-
-    int descriptor = -1;
-};
-
 class Control : private vintok::ConferenceProcessCallback {
 public:
     Control(const Options &options, Report &report)
@@ -76,7 +66,8 @@ public:
           m_report(report),
           m_inbox(m_loop),
           m_client(options),
-          m_socket(m_loop, [this](const vintok::TCPMessage &message) { tell(message); }) {}
+          m_socket(m_loop, "control socket", control::MAX_BODY,
+                   [this](const vintok::TCPMessage &message) { tell(message); }) {}
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
 
@@ -112,8 +103,7 @@ private:
     std::optional<SocketFolder> m_folder;                 // unless the path of the socket is given
     std::unique_ptr<vintok::ConferenceProcess> m_process; // null for one that was started by hand
     int m_descriptor = -1;
-    Connection m_connection; // the same, unless it belongs to the process
-    control::ControlSocket m_socket;
+    MessageSocket m_socket;
     std::string m_error;        // the last one of the process
     unsigned int m_parting = 0; // seconds left for the control process to end
     bool m_done = false;
@@ -153,7 +143,8 @@ bool Control::connect() {
         return false;
     }
     m_client.setDescriptor(m_descriptor);
-    if (!m_socket.watch(m_descriptor)) {
+    // The process keeps the descriptor of its own.
+    if (!(m_process ? m_socket.watch(m_descriptor) : m_socket.adopt(m_descriptor))) {
         end(withLastFailure("cannot watch the control socket"));
         return false;
     }
@@ -190,7 +181,7 @@ bool Control::awaitProcess() {
     }
     m_report.notice(
         {"waiting", "Waiting for: ConferenceControl -path " + path, Fields().text("path", path)});
-    m_descriptor = m_connection.descriptor = vintok::acceptAndCloseBoundSocket(listening);
+    m_descriptor = vintok::acceptAndCloseBoundSocket(listening);
     std::error_code ignored;
     fs::remove(path, ignored); // nobody else is to come
     if (m_descriptor == -1) {

@@ -9,6 +9,7 @@
 
 #include "Failure.h"
 #include "Inbox.h"
+#include "MessageSocket.h"
 #include "Send.h"
 
 #include <vintok/TCPAddress.h>
@@ -18,16 +19,15 @@
 #include <vintok/TCPServer.h>
 #include <vintok/TCPStream.h>
 
-#include <chrono>
 #include <string>
 #include <string_view>
-#include <thread>
 
 namespace app {
 
 namespace {
 
 constexpr unsigned int PARTING_SECONDS = 5;
+constexpr std::size_t LONGEST_BODY = 16 << 20; // more is no line
 
 // The line that a body holds: up to a zero byte, without its end.
 std::string lineOf(const unsigned char *body, std::size_t length) {
@@ -45,8 +45,9 @@ public:
         : m_options(options),
           m_report(report),
           m_sends(options.role == Role::relaySend),
-          m_inbox(m_loop) {}
-    ~RelayClient() { disconnect(); }
+          m_inbox(m_loop),
+          m_socket(m_loop, "relay", LONGEST_BODY,
+                   [this](const vintok::TCPMessage &message) { receive(message); }) {}
     RelayClient(const RelayClient &) = delete;
     RelayClient &operator=(const RelayClient &) = delete;
 
@@ -54,9 +55,7 @@ public:
 
 private:
     bool connect();
-    void disconnect();
-    static void dataCB(int, void *data, bool) { static_cast<RelayClient *>(data)->receive(); }
-    void receive();
+    void receive(const vintok::TCPMessage &message);
     void take(Inbox::Kind kind, const std::string &text);
     void part();
     void end(const std::string &failure);
@@ -66,6 +65,7 @@ private:
     bool m_sends;
     vintok::TCPSelect m_loop;
     Inbox m_inbox;
+    MessageSocket m_socket;
     int m_descriptor = -1;
     unsigned int m_parting = 0; // seconds left for the relay to close the connection
     bool m_done = false;
@@ -83,6 +83,9 @@ int RelayClient::run() {
         }
         while (!m_done) {
             m_inbox.pass();
+            if (m_socket.ended() && !m_done) {
+                end(m_parting != 0 ? "" : "the relay has closed the connection");
+            }
         }
     }
     return m_exitCode;
@@ -97,37 +100,18 @@ bool RelayClient::connect() {
     }
     address.setHostByteOrderPort(target.port == 0 ? RELAY_PORT : target.port);
     m_descriptor = vintok::connectToBoundSocket(address);
-    if (m_descriptor == -1 || !m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false)) {
+    if (m_descriptor == -1 || !m_socket.adopt(m_descriptor)) {
         end(withLastFailure("cannot reach " + target.text()));
         return false;
     }
     return true;
 }
 
-void RelayClient::disconnect() {
-    if (m_descriptor != -1) {
-        m_loop.removeCallback(m_descriptor, dataCB, this);
-        vintok::shutdownSocket(m_descriptor);
-        m_descriptor = -1;
+void RelayClient::receive(const vintok::TCPMessage &message) {
+    if (!m_sends && message.messageID() == vintok::TCP_broadcastMessage) {
+        m_report.relayed(lineOf(message.messageBuffer(),
+                                static_cast<std::size_t>(message.messageBufferLength())));
     }
-}
-
-void RelayClient::receive() {
-    vintok::TCPMessage message(m_descriptor);
-    if (message.read(-1, nullptr)) {
-        if (!m_sends && message.messageID() == vintok::TCP_broadcastMessage) {
-            m_report.relayed(lineOf(message.messageBuffer(),
-                                    static_cast<std::size_t>(message.messageBufferLength())));
-        }
-        return;
-    }
-    unsigned char byte = 0;
-    if (vintok::peekBytes(m_descriptor, &byte, 1) > 0) {
-        // The front of a message: the rest is on its way.
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        return;
-    }
-    end(m_parting != 0 ? "" : "the relay has closed the connection");
 }
 
 void RelayClient::take(Inbox::Kind kind, const std::string &text) {

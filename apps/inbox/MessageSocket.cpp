@@ -1,6 +1,4 @@
-#include "ControlSocket.h"
-
-#include "ControlParser.h"
+#include "MessageSocket.h"
 
 #include <vintok/BufferManager.h>
 #include <vintok/TCPSelect.h>
@@ -8,13 +6,13 @@
 
 #include <algorithm>
 
-namespace control {
+namespace app {
 
 namespace {
 
-constexpr std::size_t STEP = 65536; // read in one pass, so that the meeting gets its turn
+constexpr std::size_t STEP = 65536; // read in one pass, so that others get their turn
 constexpr std::size_t LENGTH_SIZE = 4;
-constexpr std::size_t MOST = MAX_BODY + 1024; // a body and any header
+constexpr std::size_t LONGEST_HEADER = 60;
 
 void warn(const std::string &text) {
     vintok::logMessage(text.c_str(), vintok::SEVERITY_WARNING);
@@ -22,10 +20,14 @@ void warn(const std::string &text) {
 
 } // namespace
 
-ControlSocket::ControlSocket(vintok::TCPSelect &loop, Handler handler)
-    : m_loop(loop), m_handler(std::move(handler)) {}
+MessageSocket::MessageSocket(vintok::TCPSelect &loop, const char *name, std::size_t longestBody,
+                             Handler handler)
+    : m_loop(loop),
+      m_name(name),
+      m_longest(longestBody + LONGEST_HEADER),
+      m_handler(std::move(handler)) {}
 
-ControlSocket::~ControlSocket() {
+MessageSocket::~MessageSocket() {
     if (m_descriptor != -1) {
         m_loop.removeCallback(m_descriptor, dataCB, this);
         if (m_owned)
@@ -33,22 +35,26 @@ ControlSocket::~ControlSocket() {
     }
 }
 
-bool ControlSocket::connect(const std::string &path) {
-    m_descriptor = vintok::connectUnix(path);
-    m_owned = m_descriptor != -1;
-    return m_owned && m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
+bool MessageSocket::connect(const std::string &path) {
+    const int descriptor = vintok::connectUnix(path);
+    return descriptor != -1 && adopt(descriptor);
 }
 
-bool ControlSocket::watch(int descriptor) {
+bool MessageSocket::adopt(int descriptor) {
+    m_owned = true;
+    return watch(descriptor);
+}
+
+bool MessageSocket::watch(int descriptor) {
     m_descriptor = descriptor;
     return m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
 }
 
-void ControlSocket::dataCB(int, void *data, bool) {
-    static_cast<ControlSocket *>(data)->receive();
+void MessageSocket::dataCB(int, void *data, bool) {
+    static_cast<MessageSocket *>(data)->receive();
 }
 
-void ControlSocket::receive() {
+void MessageSocket::receive() {
     const std::int64_t pending = vintok::bytesPending(m_descriptor);
     if (pending <= 0) {
         // Readable, and nothing to be read: the end, unless the bytes went elsewhere meanwhile.
@@ -69,16 +75,16 @@ void ControlSocket::receive() {
     takeMessages();
 }
 
-void ControlSocket::takeMessages() {
+void MessageSocket::takeMessages() {
     while (startMessage()) {
         std::uint32_t length = 0;
         vintok::BufferManager(m_bytes.data(), LENGTH_SIZE).read(length);
         if (length < vintok::TCPHeader::s_sizeIPv4) {
             // Where the next message begins cannot be known: what has come is passed over.
-            warn("control socket: a message of " + std::to_string(length) + " bytes is none");
+            warn(m_name + ": a message of " + std::to_string(length) + " bytes is none");
             m_bytes.clear();
-        } else if (length > MOST) {
-            warn("control socket: a message of " + std::to_string(length) +
+        } else if (length > m_longest) {
+            warn(m_name + ": a message of " + std::to_string(length) +
                  " bytes is passed over: it is too long");
             m_skip = length;
         } else if (length > m_bytes.size()) {
@@ -90,7 +96,7 @@ void ControlSocket::takeMessages() {
 }
 
 // Whether the length of a message has come, behind the rest of one that is passed over.
-bool ControlSocket::startMessage() {
+bool MessageSocket::startMessage() {
     const std::size_t passed =
         static_cast<std::size_t>(std::min<std::uint64_t>(m_skip, m_bytes.size()));
     m_skip -= passed;
@@ -98,7 +104,7 @@ bool ControlSocket::startMessage() {
     return m_bytes.size() >= LENGTH_SIZE;
 }
 
-void ControlSocket::handOn(std::size_t length) {
+void MessageSocket::handOn(std::size_t length) {
     vintok::TCPMessage message;
     bool whole = message.allocateRawBuffer(length);
     if (whole) {
@@ -109,7 +115,7 @@ void ControlSocket::handOn(std::size_t length) {
     if (whole)
         m_handler(message);
     else
-        warn("control socket: a message of " + std::to_string(length) + " bytes has no header");
+        warn(m_name + ": a message of " + std::to_string(length) + " bytes has no header");
 }
 
-} // namespace control
+} // namespace app

@@ -1,14 +1,15 @@
-// One end of the socket between an application and its control process.
+// A connection over which messages come.
 //
 // Messages are put together from the bytes as they come, and are handed on when they are whole: a
 // peer that stops in the middle of one, or ends there, does not hold up this side. What is no
 // message is passed over, with a line in the log, and what is too long is neither stored nor handed
 // on.
-#ifndef VINTOK_CONTROL_CONTROLSOCKET_H
-#define VINTOK_CONTROL_CONTROLSOCKET_H
+#ifndef VINTOK_APP_MESSAGESOCKET_H
+#define VINTOK_APP_MESSAGESOCKET_H
 
 #include <vintok/TCPMessage.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -18,23 +19,27 @@ namespace vintok {
 class TCPSelect;
 }
 
-namespace control {
+namespace app {
 
-class ControlSocket {
+class MessageSocket {
 public:
     using Handler = std::function<void(const vintok::TCPMessage &)>;
 
-    // Uses the loop for as long as this object lives. `handler` is called in its passes.
-    ControlSocket(vintok::TCPSelect &loop, Handler handler);
-    ~ControlSocket();
-    ControlSocket(const ControlSocket &) = delete;
-    ControlSocket &operator=(const ControlSocket &) = delete;
+    // `name` is what the log calls it. Uses the loop for as long as this object lives. `handler` is
+    // called in its passes.
+    MessageSocket(vintok::TCPSelect &loop, const char *name, std::size_t longestBody,
+                  Handler handler);
+    ~MessageSocket();
+    MessageSocket(const MessageSocket &) = delete;
+    MessageSocket &operator=(const MessageSocket &) = delete;
 
     // Blocks until it stands. False with `lastError` when there is nobody at that path.
     bool connect(const std::string &path);
 
-    // Takes what comes over a connection that stands. It stays the caller's, who keeps it open for
-    // as long as this object lives. False when the loop does not take it.
+    // Takes what comes over a connection that stands. With `adopt` it belongs to this object, which
+    // closes it at its end; otherwise the caller keeps it open for as long as this object lives.
+    // False when the loop does not take it.
+    bool adopt(int descriptor);
     bool watch(int descriptor);
 
     // What is written to; -1 without a connection.
@@ -50,6 +55,8 @@ private:
     void handOn(std::size_t length);
 
     vintok::TCPSelect &m_loop;
+    std::string m_name;
+    std::size_t m_longest; // message
     Handler m_handler;
     int m_descriptor = -1;
     bool m_owned = false;
@@ -58,6 +65,6 @@ private:
     std::uint64_t m_skip = 0;           // still to come of one that is too long
 };
 
-} // namespace control
+} // namespace app
 
 #endif
