@@ -295,7 +295,9 @@ void ConferenceProcess::_endProcess(bool tell) {
     if (_processInfo == nullptr)
         return;
     platform::settleProcess(*_processInfo, SETTLE_AT_END_MS);
-    if (!platform::waitProcess(*_processInfo, 0)) {
+    // One that has closed its end of the socket is on its way out and is let go.
+    const bool leaves = _launched && _socket >= 1 && platform::endArrived(_socket);
+    if (!platform::waitProcess(*_processInfo, leaves ? SETTLE_AT_END_MS : 0)) {
         const bool ended = platform::terminateProcess(*_processInfo) &&
                            platform::waitProcess(*_processInfo, END_MS);
         if (tell && !ended)

@@ -75,7 +75,7 @@ public:
                       const std::string &socketPath);
     // Ends the process, whatever it does, and closes the descriptor. The other parties see a
     // connection that was lost: for a farewell, `requestShutdown` and wait for the socket's end
-    // before.
+    // before. A process that has closed its end gets up to 10 seconds for the rest.
     ~ConferenceProcess();
     ConferenceProcess(const ConferenceProcess &) = delete;
     ConferenceProcess &operator=(const ConferenceProcess &) = delete;

@@ -29,7 +29,9 @@ void ControlEnd::dataCB(int descriptor, void *data, bool) {
     auto &me = *static_cast<ControlEnd *>(data);
     TCPMessage message(descriptor);
     if (!message.read(-1, nullptr)) {
-        if (lastError() != TCP_ERROR_WOULD_BLOCK) {
+        // At the end there is nothing to be read, as in between; a look at the next byte tells.
+        unsigned char byte = 0;
+        if (peekBytes(descriptor, &byte, 1) != 1 && lastError() != TCP_ERROR_WOULD_BLOCK) {
             me.m_ended = true;
             me.m_select.removeCallback(descriptor, dataCB, data);
         }
