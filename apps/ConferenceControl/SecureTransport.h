@@ -13,15 +13,10 @@ namespace control::secure {
 // then.
 bool start(bool required, bool FIPS, std::string &failure);
 
-// While a call is placed: the certificate of whoever answers must be for `name`. A tunnelled call
-// first meets a proxy, which speaks no TLS.
-class Calling {
-public:
-    Calling(const std::string &name, bool tunnelled);
-    ~Calling();
-    Calling(const Calling &) = delete;
-    Calling &operator=(const Calling &) = delete;
-};
+// Around the placing of a call: the certificate of whoever answers must be for `name`. A tunnelled
+// call first meets a proxy, which speaks no TLS.
+void beginCall(const std::string &name, bool tunnelled);
+void endCall();
 
 } // namespace control::secure
 

@@ -40,7 +40,7 @@ bool start(bool required, bool FIPS, std::string &failure) {
     return false;
 }
 
-Calling::Calling(const std::string &name, bool tunnelled) {
+void beginCall(const std::string &name, bool tunnelled) {
     if (vintok::transport() == nullptr)
         return;
     vintok::TLSOptions tls = settings();
@@ -49,7 +49,7 @@ Calling::Calling(const std::string &name, bool tunnelled) {
     transport().setConnectsUnnamed(!tunnelled);
 }
 
-Calling::~Calling() {
+void endCall() {
     transport().setConnectsUnnamed(true);
 }
 

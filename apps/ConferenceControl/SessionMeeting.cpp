@@ -64,12 +64,13 @@ std::string Session::placeCall(const Text &text) {
     const std::int64_t tries = text.number(Field::triesRemaining);
     const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
     vintok::replyNotifyDialing(fd(), name);
-    const secure::Calling calling(name,
-                                  text.has(Field::proxyAddress) || text.has(Field::meetingID));
-    if (m_participant->placeCall(name, port(Field::port), text.value(Field::proxyAddress),
-                                 port(Field::proxyPort), text.value(Field::meetingID),
-                                 text.value(Field::authenticationString),
-                                 static_cast<unsigned int>(std::max<std::int64_t>(tries, 0))))
+    secure::beginCall(name, text.has(Field::proxyAddress) || text.has(Field::meetingID));
+    const bool placed = m_participant->placeCall(
+        name, port(Field::port), text.value(Field::proxyAddress), port(Field::proxyPort),
+        text.value(Field::meetingID), text.value(Field::authenticationString),
+        static_cast<unsigned int>(std::max<std::int64_t>(tries, 0)));
+    secure::endCall();
+    if (placed)
         return "";
     vintok::replyNotifyCallNoAnswer(fd(), name);
     return "'" + quote(name) + "' cannot be called";

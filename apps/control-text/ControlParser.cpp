@@ -87,9 +87,10 @@ public:
         const WordRow *row = findWord(direction, word);
         if (row == nullptr)
             return fail(ParseError::unknownWord);
-        if (!m_endsInLineFeed && !row->variable)
+        const bool variable = (row->bare & bit(Field::variableName)) != 0;
+        if (!m_endsInLineFeed && !variable)
             return fail(ParseError::noLineFeed);
-        ParseError error = row->variable ? takeVariable() : takeBare(row->bare);
+        ParseError error = variable ? takeVariable() : takeBare(row->bare);
         while (error == ParseError::none && !m_rest.empty())
             error = takeField(row->required | row->optional);
         return error == ParseError::none ? checkFields(*row) : error;

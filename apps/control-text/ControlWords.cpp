@@ -58,6 +58,7 @@ constexpr FieldSet MACHINE = bit(Field::machineName);
 constexpr FieldSet FILE_PATH = bit(Field::filePath);
 constexpr FieldSet OUTCOME = bit(Field::outcome);
 constexpr FieldSet CHANGE = bit(Field::change);
+constexpr FieldSet VARIABLE = bit(Field::variableName) | bit(Field::variableValue);
 constexpr FieldSet NAME = bit(Field::meetingName);
 constexpr FieldSet RELATIVE = bit(Field::relativePath);
 constexpr FieldSet CALL_NUMBERS =
@@ -79,7 +80,7 @@ constexpr WordRow wordRows[] = {
     {"meetingRoster", request, 0, COLOR, PARTY},
     {"pausePlayback", request},
     {"placeCall", request, 0, CALL_NUMBERS, MACHINE | CALL_TEXTS},
-    {"putenv", request, 0, 0, 0, true},
+    {"putenv", request, VARIABLE},
     {"rejectLeadChange", request},
     {"rejectPendingCall", request},
     {"resumePlayback", request},

@@ -37,10 +37,10 @@ constexpr FieldSet bit(Field field) {
 struct WordRow {
     std::string_view word;
     Direction direction;
-    FieldSet bare = 0;     // without keywords, in the order of the enumeration; always there
+    FieldSet bare = 0;     // without keywords, in the order of the enumeration; always there, but
+                           // for the line "NAME=value" of "putenv"
     FieldSet required = 0; // the library always writes them
     FieldSet optional = 0;
-    bool variable = false; // "putenv": NAME=value, or nothing
 };
 
 // Null when there is no such word in this direction.

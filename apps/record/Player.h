@@ -24,7 +24,7 @@ class Pacing {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    static constexpr std::int64_t A_YEAR = 365 * 24 * 3600;
+    static constexpr std::int64_t A_YEAR = std::int64_t{365} * 24 * 3600;
 
     // How many seconds of the recording pass in one second, above 0. Infinity waits for nothing. No
     // record is due more than `longestGap` seconds, up to a year, after the one before it.
