@@ -28,8 +28,9 @@ const unsigned char *raw(const std::string &bytes) {
     return reinterpret_cast<const unsigned char *>(bytes.data());
 }
 
-std::vector<std::string> command(const std::vector<std::string> &options) {
-    std::vector<std::string> all = {MULTIPLEXER, "--listen", "127.0.0.1", "--port", "0"};
+std::vector<std::string> command(const std::vector<std::string> &options, unsigned short port) {
+    std::vector<std::string> all = {MULTIPLEXER, "--listen", "127.0.0.1", "--port",
+                                    std::to_string(port)};
     all.insert(all.end(), options.begin(), options.end());
     return all;
 }
@@ -156,7 +157,8 @@ void Called::stops() {
 
 // ---- The program
 
-Multiplexer::Multiplexer(const std::vector<std::string> &options) : ChildProcess(command(options)) {
+Multiplexer::Multiplexer(const std::vector<std::string> &options, unsigned short port)
+    : ChildProcess(command(options, port)) {
     std::string line;
     EXPECT_TRUE(printed("listening on 127.0.0.1 port ", &line)) << story();
     m_port = static_cast<unsigned short>(std::atoi(line.c_str() + line.rfind(' ')));

@@ -68,7 +68,8 @@ private:
 
 class Multiplexer : public ChildProcess {
 public:
-    explicit Multiplexer(const std::vector<std::string> &options = {});
+    // Port 0: a free one, which most proxies do not connect to, for it is written with a sign.
+    explicit Multiplexer(const std::vector<std::string> &options = {}, unsigned short port = 0);
 
     unsigned short port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }

@@ -1,0 +1,156 @@
+// Meetings of the real program through the proxies that people have, and the real multiplexer
+// behind them.
+#include "support/Multiplexer.h"
+#include "support/Program.h"
+#include "support/Proxy.h"
+
+#include "vintok/TCPStream.h"
+
+#include <cstdlib>
+
+#include <gmock/gmock.h>
+
+using namespace vintok::test;
+using testing::HasSubstr;
+
+namespace {
+
+// Where all of them are known to be installed, none may be left out.
+bool mayBeMissing() {
+    return std::getenv("VINTOK_REQUIRE_PROXIES") == nullptr;
+}
+
+#define START_OR_SKIP(proxy)                                                                       \
+    if (!(proxy).runs()) {                                                                         \
+        ASSERT_TRUE(mayBeMissing()) << (proxy).story();                                            \
+        GTEST_SKIP() << nameOf(GetParam()) << " does not start:\n" << (proxy).story();             \
+    }
+
+class Proxies : public testing::TestWithParam<Proxy::Kind> {
+protected:
+    Proxies() { vintok::init(); }
+    ~Proxies() override { vintok::fini(); }
+
+    std::string hostTarget() {
+        if (m_target.empty()) {
+            m_target = ann.target();
+        }
+        return m_target;
+    }
+    static std::vector<std::string> joining(const std::string &name, const Proxy &proxy,
+                                            const std::string &multiplexer,
+                                            const std::vector<std::string> &more = {}) {
+        std::vector<std::string> all = {"join",  "--name",    name,
+                                        "--mux", multiplexer, "--meeting-id",
+                                        "talk",  "--proxy",   proxy.address()};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+
+    Program ann{{"host", "--name", "Ann"}};
+
+private:
+    std::string m_target;
+};
+
+// Each says something to the other, short and long.
+void talk(Program &one, const std::string &name, Program &other, const std::string &otherName) {
+    const std::string much(10000, 'm'); // what nobody reads yet must fit into a pipe
+    for (const std::string &line : {std::string("hello"), much}) {
+        one.type(line);
+        EXPECT_TRUE(other.tells("said", {named(name), text("text", line)})) << other.story();
+        other.type(line);
+        EXPECT_TRUE(one.tells("said", {named(otherName), text("text", line)})) << one.story();
+    }
+}
+
+TEST_P(Proxies, LetAMeetingThrough) {
+    Proxy proxy(GetParam());
+    START_OR_SKIP(proxy);
+    Multiplexer mux({"--meeting", "talk=" + hostTarget()}, freePort());
+    Program bob(joining("Bob", proxy, mux.address()));
+    EXPECT_TRUE(bob.tells("reply", {text("from", "proxy"), {"status", "200"}})) << bob.story();
+    EXPECT_TRUE(bob.tells("reply", {text("from", "multiplexer"), {"status", "200"}}));
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << mux.story();
+    Program cid({"join", hostTarget(), "--name", "Cid"});
+    ASSERT_TRUE(bob.tells("joined", {named("Cid")})) << bob.story();
+    talk(ann, "Ann", bob, "Bob");
+    talk(bob, "Bob", cid, "Cid");
+    bob.type("/leave");
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+    EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    EXPECT_TRUE(mux.comesTo("tunnels", 0));
+}
+
+class AskingProxies : public Proxies {};
+
+TEST_P(AskingProxies, TakeTheRightCredentials) {
+    Proxy proxy(GetParam(), {true});
+    START_OR_SKIP(proxy);
+    Multiplexer mux({"--meeting", "talk=" + hostTarget()}, freePort());
+    const TemporaryFolder folder;
+    Program bob(joining("Bob", proxy, mux.address(),
+                        {"--auth-file", folder.holding("auth", Proxy::CREDENTIALS)}));
+    EXPECT_TRUE(bob.tells("reply", {text("from", "proxy"), {"status", "407"}})) << bob.story();
+    EXPECT_TRUE(bob.tells("challenge", {text("whom", proxy.address()), text("user", "ann")}));
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << mux.story();
+    talk(ann, "Ann", bob, "Bob");
+
+    Program without(joining("Cid", proxy, mux.address()));
+    EXPECT_EQ(1, without.exitCode());
+    EXPECT_THAT(without.errors(), HasSubstr("the proxy " + proxy.address() +
+                                            " asks for a user name and a password: give them"));
+    Program wrong(joining("Cid", proxy, mux.address(), {"--auth", "ann:guess"}));
+    EXPECT_EQ(1, wrong.exitCode());
+    EXPECT_THAT(wrong.errors(), HasSubstr("does not accept the user name or the password"));
+}
+
+TEST_P(Proxies, SayWhyTheyDoNotConnect) {
+    const unsigned short closed = freePort();
+    const Proxy proxy(GetParam(), {false, closed});
+    START_OR_SKIP(proxy);
+    Program refused(joining("Bob", proxy, "127.0.0.1:" + std::to_string(closed)));
+    EXPECT_EQ(1, refused.exitCode());
+    EXPECT_THAT(refused.errors(), HasSubstr("refuses the call: 50")) << "nobody is there";
+    for (const char *port : {"9", "40000"}) {
+        Program forbidden(joining("Bob", proxy, std::string("127.0.0.1:") + port));
+        EXPECT_EQ(1, forbidden.exitCode());
+        EXPECT_THAT(forbidden.errors(), HasSubstr("refuses the call: ")) << port;
+    }
+}
+
+TEST_P(Proxies, TakeTheirCallsWithThemWhenTheyDie) {
+    Proxy proxy(GetParam());
+    START_OR_SKIP(proxy);
+    Multiplexer mux({"--meeting", "talk=" + hostTarget()}, freePort());
+    Program bob(joining("Bob", proxy, mux.address()));
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << mux.story();
+    ASSERT_TRUE(bob.tells("joined", {named("Ann")})) << bob.story();
+    proxy.kill();
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+    EXPECT_TRUE(bob.tells("ended")) << bob.story();
+    EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    EXPECT_TRUE(mux.comesTo("tunnels", 0));
+}
+
+TEST_P(Proxies, LeadWhereARedirectPoints) {
+    Proxy proxy(GetParam());
+    START_OR_SKIP(proxy);
+    const Multiplexer second({"--meeting", "talk=" + hostTarget()}, freePort());
+    const Multiplexer first({"--redirect", "talk=" + second.address()}, freePort());
+    Program bob(joining("Bob", proxy, first.address()));
+    EXPECT_TRUE(
+        bob.tells("redirected", {text("whom", first.address()), text("to", second.address())}))
+        << bob.story();
+    EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << second.story();
+}
+
+constexpr auto nameOfCase = [](const auto &kind) { return nameOf(kind.param); };
+INSTANTIATE_TEST_SUITE_P(Debian, Proxies,
+                         testing::Values(Proxy::Kind::tinyproxy, Proxy::Kind::squid,
+                                         Proxy::Kind::privoxy),
+                         nameOfCase);
+INSTANTIATE_TEST_SUITE_P(Debian, AskingProxies,
+                         testing::Values(Proxy::Kind::tinyproxy, Proxy::Kind::squid), nameOfCase);
+
+} // namespace

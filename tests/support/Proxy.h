@@ -1,0 +1,56 @@
+// An HTTP proxy of the distribution, run as a child on the loopback interface with a configuration
+// of its own. Nothing of one that is installed as a service is touched.
+#ifndef VINTOK_TESTS_PROXY_H
+#define VINTOK_TESTS_PROXY_H
+
+#include "support/ChildProcess.h"
+#include "support/TemporaryFolder.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace vintok::test {
+
+// A port of the loopback interface that was free a moment ago, below those that the request behind
+// CONNECT writes as negative numbers.
+unsigned short freePort();
+
+class Proxy {
+public:
+    enum class Kind { tinyproxy, squid, privoxy }; // the last one never asks
+    static constexpr char CREDENTIALS[] = "ann:secret";
+    struct Setup {
+        bool asks = false;           // for CREDENTIALS
+        unsigned short onlyPort = 0; // connects to this one alone, unless 0
+    };
+
+    explicit Proxy(Kind kind) : Proxy(kind, Setup()) {}
+    Proxy(Kind kind, const Setup &setup);
+    ~Proxy();
+    Proxy(const Proxy &) = delete;
+    Proxy &operator=(const Proxy &) = delete;
+
+    // Takes calls. Otherwise `story` says why not.
+    bool runs() const { return m_runs; }
+    std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
+    std::string story() const;
+    void kill() { m_process->kill(); }
+
+private:
+    std::vector<std::string> prepare(Kind kind, const Setup &setup);
+    std::string squid(const Setup &setup) const;
+    std::string serviceName() const { return "vintok" + std::to_string(m_port); }
+    bool start(Kind kind, const Setup &setup);
+
+    TemporaryFolder m_folder;
+    unsigned short m_port = 0;
+    std::unique_ptr<ChildProcess> m_process;
+    bool m_runs = false;
+};
+
+std::string nameOf(Proxy::Kind kind);
+
+} // namespace vintok::test
+
+#endif
