@@ -221,8 +221,9 @@ public:
     // The first so many steps.
     void goes(std::size_t count) {
         for (std::size_t i = 0; i < count && !HasFatalFailure(); ++i) {
-            SCOPED_TRACE(steps[i].name);
-            (this->*steps[i].run)();
+            const Step &step = steps[i];
+            SCOPED_TRACE(step.name);
+            (this->*step.run)();
         }
     }
 
