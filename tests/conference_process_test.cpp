@@ -294,6 +294,20 @@ TEST_F(ConferenceProcessTest, ASecondObjectIsRefusedAndDisturbsNothing) {
     EXPECT_EQ(0, m_callback.ended);
 }
 
+TEST(ConferenceProcess, AFailedObjectKeepsItsPlaceUntilItsEnd) {
+    const TemporaryFolder folder;
+    Recorder callback;
+    {
+        const ConferenceProcess first(&callback, noOptions, folder.path("no/folder"));
+        EXPECT_EQ(&first, ConferenceProcess::_getConferenceProcess(nullptr));
+        const ConferenceProcess second(&callback, noOptions, folder.path("no/folder"));
+    }
+    const ConferenceProcess third(&callback, noOptions, folder.path("no/folder"));
+    EXPECT_THAT(callback.codes,
+                testing::ElementsAre(CONFERENCE_SOCKET_ERROR, CONFERENCE_ALREADY_RUNNING,
+                                     CONFERENCE_SOCKET_ERROR));
+}
+
 TEST_F(ConferenceProcessTest, ASocketPathThatIsTakenKeepsItsFile) {
     install("ConferenceControl");
     const std::string taken = m_folder.holding("taken", "mine");
