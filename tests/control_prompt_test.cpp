@@ -177,7 +177,7 @@ TEST_F(Meeting, ThatTheControlProcessDoesNotSurviveFails) {
     process->kill();
     EXPECT_EQ(1, ann->exitCode()) << ann->story();
     EXPECT_TRUE(ann->tells("error", {text("reason", "the control process has ended")}));
-    EXPECT_EQ("vintok: the control process has ended\n", ann->errors());
+    EXPECT_EQ("vintok: the control process has ended\n", sameEnds(ann->errors()));
     EXPECT_EQ(0, bob->exitCode()) << bob->story();
 }
 
@@ -405,7 +405,7 @@ TEST_F(Played, MayDieInTheMiddleOfAMessage) {
                   writeBytes(descriptor, message.rawBuffer(), cut, nullptr));
         hangUp();
         EXPECT_EQ(1, ann.exitCode()) << cut << ann.story();
-        EXPECT_EQ("vintok: the control process has ended\n", ann.errors()) << cut;
+        EXPECT_EQ("vintok: the control process has ended\n", sameEnds(ann.errors())) << cut;
     }
 }
 
@@ -415,7 +415,8 @@ TEST_F(Played, MayIgnoreThatItIsToEnd) {
     ann.endInput();
     EXPECT_EQ("shutdown\n", request());
     EXPECT_EQ(1, ann.exitCode()) << ann.story();
-    EXPECT_EQ("vintok: the control process did not end when it was asked to\n", ann.errors());
+    EXPECT_EQ("vintok: the control process did not end when it was asked to\n",
+              sameEnds(ann.errors()));
 }
 
 } // namespace

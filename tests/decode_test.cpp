@@ -71,8 +71,8 @@ protected:
         arguments.insert(arguments.end(), options.begin(), options.end());
         ChildProcess program = Program::plain(arguments);
         EXPECT_EQ(code, program.exitCode()) << program.story();
-        errors = program.errors();
-        return program.output();
+        errors = sameEnds(program.errors());
+        return sameEnds(program.output());
     }
 
     TemporaryFolder folder;
@@ -217,7 +217,7 @@ TEST_F(Decode, OfNoFileFailsAndOfAnEmptyOneIsNothing) {
     EXPECT_EQ("", run("", 0));
     ChildProcess missing = Program::plain({"decode", folder.path("missing")});
     EXPECT_EQ(1, missing.exitCode()) << missing.story();
-    EXPECT_THAT(missing.errors(), HasSubstr("missing': No such file or directory\n"));
+    EXPECT_THAT(sameEnds(missing.errors()), HasSubstr("missing': No such file or directory\n"));
     ChildProcess input = Program::plain({"decode", "-"});
     input.type("This is a line and no message.");
     input.endInput();

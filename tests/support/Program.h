@@ -9,6 +9,7 @@
 
 #include "support/ChildProcess.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +28,12 @@ inline EventField named(const std::string &name) {
 }
 inline EventField colour(int index) {
     return {"colour", std::to_string(index)};
+}
+
+// What a program printed, with the line ends of every system the same.
+inline std::string sameEnds(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());
+    return text;
 }
 
 class Program : public ChildProcess {
