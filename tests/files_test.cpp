@@ -1,10 +1,11 @@
 // Files: what goes over the wire for one, what a receiver stores of it and where, and what becomes
 // of it when somebody lies, dies or leaves in the middle.
 #include "platform/File.h"
-#include "platform/Thread.h"
+#include "platform/TestSockets.h"
 #include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/Party.h"
+#include "support/TemporaryFolder.h"
 #include "support/WirePeer.h"
 
 #include <algorithm>
@@ -15,6 +16,7 @@
 #include <iterator>
 #include <set>
 #include <thread>
+#include <utility>
 
 namespace vintok::test {
 namespace {
@@ -55,22 +57,16 @@ Bytes endBody(std::uint32_t size) {
     return body;
 }
 
+// Whom a progress callback ends.
+WirePeer *dying;
+
 // A folder of the test's own, with the receivers' root in it.
 class Files : public testing::Test {
 protected:
     Files() {
-        static int number = 0;
-        folder = fs::temp_directory_path() /
-                 ("vintok-files-" + std::to_string(platform::currentProcessId()) + "-" +
-                  std::to_string(++number));
-        fs::remove_all(folder);
         fs::create_directories(folder);
         root = folder / "root";
         variable = std::make_unique<ScopedEnvironment>(rootVariable, root.string());
-    }
-    ~Files() override {
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
     }
 
     std::string makeFile(const std::string &name, const std::string &content) const {
@@ -130,7 +126,9 @@ protected:
         fs::remove(root / "after.txt", ignored);
     }
 
-    fs::path folder, root;
+    const TemporaryFolder temporary;
+    const fs::path folder = temporary.path("f");
+    fs::path root;
     std::unique_ptr<ScopedEnvironment> variable;
     Meeting meeting;
     Party ann{meeting, "Ann"};
@@ -283,7 +281,10 @@ TEST_F(Files, WithoutARootEverythingIsCountedAndPassedOn) {
 TEST_F(Files, ARootThatIsNoFolderStoresNothing) {
     joined({&bob});
     const std::string file = makeFile("regular", "mine");
-    for (const std::string &place : {file, file + "/below"}) {
+    std::vector<std::string> places = {file, file + "/below"};
+    if (fs::exists("/proc/self")) // takes no files, whoever asks
+        places.insert(places.end(), {"/proc", "/proc/below"});
+    for (const std::string &place : places) {
         SCOPED_TRACE(place);
         const ScopedEnvironment instead(rootVariable, place);
         EXPECT_TRUE(sendsFile(bob, "f", "text"));
@@ -402,22 +403,59 @@ TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
 }
 
 TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
+    constexpr std::size_t room = 100 * 1024;
+    joined({&bob});
+    struct Case {
+        std::size_t size;
+        bool fits;
+    };
+    // What is behind the room: nothing, less than the stream keeps back until it is closed, more.
+    for (const Case &row : {Case{room, true}, Case{room + 10, false}, Case{room + 20000, false}}) {
+        SCOPED_TRACE(row.size);
+        ann.forgets();
+        EXPECT_TRUE(sendsFile(bob, "f", "what was there before"));
+        if (!platform::limitFileSize(room))
+            GTEST_SKIP() << "this system limits no file's size";
+        LogFile log;
+        ASSERT_TRUE(begins(bob, "f"));
+        const std::string content = contentOfSize(row.size);
+        for (std::size_t at = 0; at < row.size; at += 1024)
+            ASSERT_TRUE(data(bob, content.substr(at, 1024)));
+        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(row.size))));
+        EXPECT_TRUE(bob.fences());
+        EXPECT_TRUE(platform::limitFileSize(0));
+        EXPECT_EQ(row.fits ? 2 : 1, ann.told("file whole"));
+        EXPECT_EQ(row.fits ? 0 : 1, ann.told("file failed"));
+        EXPECT_EQ(row.fits ? 0 : 1,
+                  log.entries("_handleFileTransferEnd file transfer write failed wrong size"));
+        EXPECT_EQ(row.fits, fs::exists(root / "f"));
+    }
+    expectThatTheMeetingGoesOn(bob);
+}
+
+TEST_F(Files, WhatStandsInTheRootAlreadyLeadsNowhereElse) {
+    joined({&bob});
     std::error_code failed;
     fs::create_directories(root);
-    if (!fs::exists("/dev/full"))
-        GTEST_SKIP() << "no device that is always full";
+    const std::string file = makeFile("regular", "mine");
+    fs::create_directory_symlink(folder / "source", root / "folder", failed);
+    if (!failed)
+        fs::create_symlink(file, root / "link", failed);
+    if (failed)
+        GTEST_SKIP() << "no links: " << failed.message();
+    fs::create_symlink(folder / "nothing", root / "dangling");
+    const std::set<std::string> before = around();
     LogFile log;
-    joined({&bob});
-    for (const std::size_t size : {10u, 20000u}) {
-        SCOPED_TRACE(size);
-        ann.forgets();
-        fs::create_symlink("/dev/full", root / "f", failed);
-        ASSERT_FALSE(failed);
-        EXPECT_TRUE(sendsFile(bob, "f", contentOfSize(size)));
-        EXPECT_EQ(1, ann.told("file failed"));
-        EXPECT_FALSE(fs::is_symlink(root / "f"));
+    for (const char *path : {"link", "folder/regular", "folder\\regular", "folder/new",
+                             "folder/sub/new", "./folder/new", "dangling", "dangling/new"}) {
+        SCOPED_TRACE(path);
+        EXPECT_TRUE(sendsFile(bob, path, "evil"));
+        EXPECT_TRUE(ann.files.empty());
+        EXPECT_EQ("mine", contentOf(file));
+        EXPECT_TRUE(log.has(std::string("_handleFileTransferBegin path leaves the root ") + path));
     }
-    EXPECT_EQ(2, log.entries("_handleFileTransferEnd file transfer write failed wrong size"));
+    EXPECT_EQ(before, around());
+    EXPECT_EQ(1, std::distance(fs::directory_iterator(folder / "source"), {}));
     expectThatTheMeetingGoesOn(bob);
 }
 
@@ -514,6 +552,29 @@ TEST_F(Files, ASenderThatIsHungUpLeavesNothingBehind) {
     ASSERT_TRUE(bob.sends(old.encode()));
     EXPECT_TRUE(ann.isTold("file failed"));
     EXPECT_THAT(stored(), IsEmpty());
+    expectThatTheMeetingGoesOn(cid);
+}
+
+// The sender is in the middle of its call, and finds the dead one by a write that fails.
+TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
+    Party fay(meeting, "Fay");
+    ASSERT_TRUE(gather(ann, {&fay}));
+    joined({&bob, &cid});
+    const std::string content = contentOfSize(20000);
+    const std::string path = makeFile("f.bin", content);
+    ann->setFileProgressCB([](ConferenceParticipant *, const TCPAddress &, std::uint64_t done,
+                              std::uint64_t, const std::string &) {
+        if (done == 0 && dying != nullptr)
+            std::exchange(dying, nullptr)->resets();
+    });
+    dying = &bob;
+    EXPECT_FALSE(ann->transferFile(path, "f.bin")) << "not everybody has it";
+    EXPECT_TRUE(ann.isTold("leave Bob"));
+    EXPECT_TRUE(fay.isTold("file whole"));
+    EXPECT_EQ(content, contentOf(root / "f.bin"));
+    WireFrame end;
+    EXPECT_TRUE(cid.receives(id::fileEnd, &end));
+    EXPECT_TRUE(ann->transferFile(path, "f.bin")) << "those who are left";
     expectThatTheMeetingGoesOn(cid);
 }
 

@@ -1,5 +1,6 @@
 // Files between real processes of the program: what each end tells of one, and what becomes of one
 // that cannot be sent, cannot be stored, or is not what was announced.
+#include "platform/TestSockets.h"
 #include "platform/Thread.h"
 #include "support/Party.h"
 #include "support/Program.h"
@@ -10,7 +11,10 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
+#include <memory>
 #include <optional>
+#include <random>
+#include <vector>
 
 namespace vintok::test {
 namespace {
@@ -197,18 +201,50 @@ TEST_F(ProgramFiles, WhatCannotBeStoredIsToldAndNothingOfItStays) {
     fs::permissions(annsFolder(), fs::perms::owner_all);
     fs::remove(annsFolder() / "probe");
 
-    if (fs::is_character_file("/dev/full")) { // the disk is full
-        fs::create_symlink("/dev/full", stored);
-        EXPECT_TRUE(sent());
-        EXPECT_TRUE(ann->tells("file-end", {text("result", "lost"), {"bytes", "null"}}))
-            << ann->story();
-        EXPECT_TRUE(fs::is_empty(annsFolder()));
-    }
-
     std::ofstream(stored) << "an older plan, to be replaced";
     EXPECT_TRUE(sent());
     EXPECT_TRUE(ann->tells("file-end", {text("result", "received"), ofContent})) << ann->story();
     EXPECT_EQ(content, contentOf(stored));
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(ProgramFiles, ADiskThatIsFullLosesTheFileAndNothingElse) {
+    if (!platform::limitFileSize(content.size() / 2)) // the programs that start now keep it
+        GTEST_SKIP() << "this system limits no file's size";
+    meet();
+    EXPECT_TRUE(platform::limitFileSize(0));
+    bob->type("/send " + make("plan.txt", content));
+    EXPECT_TRUE(bob->tells("file-end", {text("result", "sent")})) << bob->story();
+    EXPECT_TRUE(ann->tells("file-end", {text("result", "lost"), {"bytes", "null"}}))
+        << ann->story();
+    EXPECT_TRUE(fs::is_empty(annsFolder()));
+    bob->type("/send " + make("small.txt", "text"));
+    EXPECT_TRUE(ann->tells("file-end", {text("result", "received")})) << ann->story();
+    expectThatTheMeetingGoesOn();
+}
+
+TEST_F(ProgramFiles, AFileOfMegabytesReachesEightReceiversWhole) {
+    meet();
+    std::vector<std::unique_ptr<Program>> others;
+    for (const char *name : {"C", "D", "E", "F", "G", "H", "I"}) {
+        others.push_back(std::make_unique<Program>(std::vector<std::string>{
+            "join", target, "--name", name, "--files", (folder / name).string()}));
+        ASSERT_TRUE(bob->tells("joined", {named(name)})) << bob->story();
+    }
+    std::string megabytes(5000001, '\0');
+    std::minstd_rand random;
+    std::generate(megabytes.begin(), megabytes.end(),
+                  [&] { return static_cast<char>(random() >> 16); });
+    bob->type("/send " + make("long.bin", megabytes));
+    EXPECT_TRUE(bob->tells("file-end", {text("result", "sent")})) << bob->story();
+    EXPECT_TRUE(ann->tells("file-end", {text("result", "received")})) << ann->story();
+    EXPECT_TRUE(megabytes == contentOf(annsFolder() / "long.bin"));
+    for (std::size_t i = 0; i < others.size(); ++i) {
+        EXPECT_TRUE(others[i]->tells("file-end", {text("result", "received")}))
+            << others[i]->story();
+        EXPECT_TRUE(megabytes ==
+                    contentOf(folder / std::string(1, static_cast<char>('C' + i)) / "long.bin"));
+    }
     expectThatTheMeetingGoesOn();
 }
 

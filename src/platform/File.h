@@ -2,6 +2,7 @@
 #ifndef VINTOK_PLATFORM_FILE_H
 #define VINTOK_PLATFORM_FILE_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -12,6 +13,11 @@ namespace vintok::platform {
 
 // As `fopen`; children do not inherit the stream.
 std::FILE *openFile(const std::string &path, const char *mode);
+
+// As `fwrite` and `fclose`. A file that has become as big as the system lets it is an error like
+// any other, and no signal.
+std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length);
+bool closeFile(std::FILE *stream);
 
 // Creates a file that its owner alone may read, and opens it for writing. Null, with `errno`, when
 // the path exists, whatever it is. Where files have no modes it is like any other.
@@ -26,6 +32,9 @@ bool fileSize(std::FILE *stream, std::int64_t &size);
 bool canRead(const std::string &path);
 // Can be read, and is neither a folder nor a character device.
 bool isReadableFile(const std::string &path);
+// Whether the path names a file or folder itself, or nothing yet: no link to another place, no
+// device, no pipe.
+bool isOrdinary(const std::string &path);
 bool makeDirectory(const std::string &path);
 bool removeFile(const std::string &path);
 

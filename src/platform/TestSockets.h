@@ -1,4 +1,5 @@
-// What tests do to sockets, or ask of them, and the library never does. Built into the tests only.
+// What tests do to sockets and files, or ask of them, and the library never does. Built into the
+// tests only.
 #ifndef VINTOK_PLATFORM_TESTSOCKETS_H
 #define VINTOK_PLATFORM_TESTSOCKETS_H
 
@@ -16,6 +17,10 @@ std::size_t descriptorLimit();
 
 // False when the system sets no such limit, or `count` is above what it allows.
 bool setDescriptorLimit(std::size_t count);
+
+// From now on a file takes so many bytes and no more, as if the disk were full then; 0 takes the
+// limit away again. False where there is no such limit.
+bool limitFileSize(std::size_t bytes);
 
 // A child that is started now would get it.
 bool isInherited(int descriptor);

@@ -45,12 +45,16 @@ bool isDrive(const std::string &name) {
            std::isalpha(static_cast<unsigned char>(name[0])) != 0;
 }
 
-// Whether each name in a path, cut at either separator, stands for itself.
-bool staysBelow(const std::string &path) {
+// Whether each name in a path, cut at either separator, stands for itself, and leads nowhere else
+// by what has that name below the root already: a link there is its owner's, not the network's.
+bool staysBelow(const std::string &root, const std::string &path) {
+    std::string place = root;
     for (auto begin = path.begin(); begin != path.end();) {
         const auto end = std::find_if(begin, path.end(), isSeparator);
         const std::string name(begin, end);
-        if (name == ".." || isDrive(name) || platform::isReservedName(name))
+        place += platform::pathSeparator() + name;
+        if (name == ".." || isDrive(name) || platform::isReservedName(name) ||
+            !platform::isOrdinary(place))
             return false;
         begin = end == path.end() ? end : end + 1;
     }
@@ -215,7 +219,7 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
         return;
     }
-    if (!staysBelow(relativePath)) {
+    if (!staysBelow(root, relativePath)) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin path leaves the root " + relativePath);
         return;
     }
@@ -244,7 +248,7 @@ void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, uns
                                                     std::uint64_t length) {
     _fileTransferReceived += length;
     if (_fileTransferStream != nullptr && body != nullptr)
-        _fileTransferWritten += std::fwrite(body, 1, length, _fileTransferStream);
+        _fileTransferWritten += platform::writeFile(_fileTransferStream, body, length);
     else
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferData File transfer data without open file");
     VINTOK_LOG(SEVERITY_DEBUG, formatText("File Transfer Received = %llu Wrote = %llu.",
@@ -259,7 +263,7 @@ void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, 
     if (_fileTransferStream == nullptr)
         return;
     // What the stream took and the disk refuses shows now at the latest.
-    const bool closed = std::fclose(_fileTransferStream) == 0;
+    const bool closed = platform::closeFile(_fileTransferStream);
     _fileTransferStream = nullptr;
     std::uint32_t announced = 0;
     BufferManager(body, length).read(announced);
@@ -315,7 +319,7 @@ void ConferenceParticipant::_abandonFile() {
 bool ConferenceParticipant::_discardFile() {
     if (_fileTransferStream == nullptr)
         return false;
-    std::fclose(_fileTransferStream);
+    platform::closeFile(_fileTransferStream);
     _fileTransferStream = nullptr;
     platform::removeFile(_fileTransferPath);
     return true;

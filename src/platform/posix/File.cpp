@@ -1,5 +1,7 @@
 #include "platform/File.h"
 
+#include "platform/posix/HeldSignal.h"
+
 #include <fcntl.h>
 #include <locale.h>
 #include <sys/stat.h>
@@ -11,6 +13,22 @@ namespace vintok::platform {
 std::FILE *openFile(const std::string &path, const char *mode) {
     // "e" opens close-on-exec.
     return std::fopen(path.c_str(), (std::string(mode) + "e").c_str());
+}
+
+std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length) {
+    HeldSignal tooBig(SIGXFSZ);
+    const std::size_t written = std::fwrite(bytes, 1, length, stream);
+    if (written < length && errno == EFBIG)
+        tooBig.takeOut();
+    return written;
+}
+
+bool closeFile(std::FILE *stream) {
+    HeldSignal tooBig(SIGXFSZ);
+    const bool closed = std::fclose(stream) == 0;
+    if (!closed && errno == EFBIG)
+        tooBig.takeOut();
+    return closed;
 }
 
 std::FILE *createPrivateFile(const std::string &path) {
@@ -41,6 +59,11 @@ bool isReadableFile(const std::string &path) {
     struct stat status = {};
     return canRead(path) && stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) &&
            !S_ISCHR(status.st_mode);
+}
+
+bool isOrdinary(const std::string &path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
 }
 
 bool makeDirectory(const std::string &path) {

@@ -6,6 +6,8 @@
 // application's business, so a bounded wait asks again and again, with growing pauses.
 #include "platform/Process.h"
 
+#include "platform/posix/HeldSignal.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -266,23 +268,10 @@ std::optional<std::int64_t> readPipe(std::intptr_t pipe, char *buffer, std::size
 }
 
 std::int64_t writePipe(std::intptr_t pipe, const char *buffer, std::size_t length) {
-    // A pipe has no flag against SIGPIPE: it is held back on this thread and taken out again.
-    sigset_t broken;
-    sigset_t before;
-    sigset_t waiting;
-    sigemptyset(&broken);
-    sigaddset(&broken, SIGPIPE);
-    sigpending(&waiting);
-    const bool wasWaiting = sigismember(&waiting, SIGPIPE) == 1;
-    pthread_sigmask(SIG_BLOCK, &broken, &before);
+    HeldSignal broken(SIGPIPE);
     const ssize_t written = write(static_cast<int>(pipe), buffer, length);
-    const int code = errno;
-    if (written == -1 && code == EPIPE && !wasWaiting) {
-        const timespec now = {};
-        sigtimedwait(&broken, nullptr, &now);
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = code;
+    if (written == -1 && errno == EPIPE)
+        broken.takeOut();
     return written;
 }
 

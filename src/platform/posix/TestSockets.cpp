@@ -46,6 +46,14 @@ bool setDescriptorLimit(std::size_t count) {
     return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
+bool limitFileSize(std::size_t bytes) {
+    rlimit limit = {};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) != 0)
+        return false;
+    limit.rlim_cur = bytes != 0 ? bytes : limit.rlim_max;
+    return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+}
+
 bool isInherited(int descriptor) {
     const int flags = ::fcntl(descriptor, F_GETFD);
     return flags != -1 && (flags & FD_CLOEXEC) == 0;

@@ -80,6 +80,14 @@ std::FILE *openFile(const std::string &path, const char *mode) {
     return std::fopen(path.c_str(), (std::string(mode) + "N").c_str());
 }
 
+std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length) {
+    return std::fwrite(bytes, 1, length, stream);
+}
+
+bool closeFile(std::FILE *stream) {
+    return std::fclose(stream) == 0;
+}
+
 std::FILE *createPrivateFile(const std::string &path) {
     const int flags = _O_WRONLY | _O_CREAT | _O_EXCL | _O_NOINHERIT | _O_BINARY;
     const int descriptor = _open(path.c_str(), flags, _S_IREAD | _S_IWRITE);
@@ -109,6 +117,17 @@ bool isReadableFile(const std::string &path) {
     struct _stat64 status = {};
     return canRead(path) && _stat64(path.c_str(), &status) == 0 &&
            (status.st_mode & _S_IFMT) != _S_IFDIR && (status.st_mode & _S_IFMT) != _S_IFCHR;
+}
+
+bool isOrdinary(const std::string &path) {
+    constexpr DWORD standsForAnother = 0x20000000; // of the tags of links, and not of other points
+    WIN32_FIND_DATAA found = {};
+    const HANDLE search = FindFirstFileA(path.c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return true;
+    FindClose(search);
+    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0 ||
+           (found.dwReserved0 & standsForAnother) == 0;
 }
 
 bool makeDirectory(const std::string &path) {

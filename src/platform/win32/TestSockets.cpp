@@ -30,6 +30,10 @@ bool setDescriptorLimit(std::size_t) {
     return false;
 }
 
+bool limitFileSize(std::size_t) {
+    return false;
+}
+
 bool isInherited(int descriptor) {
     return isInheritedHandle(descriptor);
 }
