@@ -405,30 +405,27 @@ TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
 TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
     constexpr std::size_t room = 100 * 1024;
     joined({&bob});
-    struct Case {
-        std::size_t size;
-        bool fits;
-    };
     // What is behind the room: nothing, less than the stream keeps back until it is closed, more.
-    for (const Case &row : {Case{room, true}, Case{room + 10, false}, Case{room + 20000, false}}) {
-        SCOPED_TRACE(row.size);
+    for (const std::size_t size : {room, room + 10, room + 20000}) {
+        SCOPED_TRACE(size);
+        const bool fits = size == room;
         ann.forgets();
         EXPECT_TRUE(sendsFile(bob, "f", "what was there before"));
         if (!platform::limitFileSize(room))
             GTEST_SKIP() << "this system limits no file's size";
         LogFile log;
         ASSERT_TRUE(begins(bob, "f"));
-        const std::string content = contentOfSize(row.size);
-        for (std::size_t at = 0; at < row.size; at += 1024)
+        const std::string content = contentOfSize(size);
+        for (std::size_t at = 0; at < size; at += 1024)
             ASSERT_TRUE(data(bob, content.substr(at, 1024)));
-        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(row.size))));
+        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(size))));
         EXPECT_TRUE(bob.fences());
         EXPECT_TRUE(platform::limitFileSize(0));
-        EXPECT_EQ(row.fits ? 2 : 1, ann.told("file whole"));
-        EXPECT_EQ(row.fits ? 0 : 1, ann.told("file failed"));
-        EXPECT_EQ(row.fits ? 0 : 1,
+        EXPECT_EQ(fits ? 2 : 1, ann.told("file whole"));
+        EXPECT_EQ(fits ? 0 : 1, ann.told("file failed"));
+        EXPECT_EQ(fits ? 0 : 1,
                   log.entries("_handleFileTransferEnd file transfer write failed wrong size"));
-        EXPECT_EQ(row.fits, fs::exists(root / "f"));
+        EXPECT_EQ(fits, fs::exists(root / "f"));
     }
     expectThatTheMeetingGoesOn(bob);
 }
