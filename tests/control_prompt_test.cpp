@@ -395,7 +395,7 @@ TEST_F(Played, GetsTheRequestsThatWereTyped) {
 }
 
 TEST_F(Played, MayDieInTheMiddleOfAMessage) {
-    for (const std::size_t cut : {1, 35, 40, 60}) {
+    for (const std::size_t cut : {1u, 35u, 40u, 60u}) {
         Program ann(waiting({"--no-startup"}));
         connectTo(ann);
         TCPMessage message;

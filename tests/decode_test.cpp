@@ -199,7 +199,7 @@ TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
         {bytesOf("ffffffff") + hangup, "the file ends after 65 of 4294967295 bytes"},
         {bytesOf("00000028 0002") + std::string(34, 'x'), "no header of a message"},
     };
-    for (const std::size_t cut : {1, 3, 4, 20, 59, 60}) {
+    for (const std::size_t cut : {1u, 3u, 4u, 20u, 59u, 60u}) {
         cases.emplace_back(hangup.substr(0, cut), "the file ends after " + std::to_string(cut) +
                                                       " of " + (cut < 4 ? "4" : "61") + " bytes");
     }

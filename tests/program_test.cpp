@@ -440,7 +440,7 @@ TEST_F(ProgramTest, ARelayPassesLinesFromOneClientToTheOthers) {
 
 // The front of a message stays when the relay dies behind it.
 TEST_F(ProgramTest, ARelayThatDiesInTheMiddleOfAMessageIsNoticed) {
-    for (const std::size_t cut : {1, 35, 61}) {
+    for (const std::size_t cut : {1u, 35u, 61u}) {
         SilentListener relay;
         Program client({"relay-listen", relay.target()});
         relay.takeCall();

@@ -36,7 +36,7 @@ std::string takeWord(std::string_view &text) {
     const bool inQuotes = !text.empty() && text.front() == '"';
     text.remove_prefix(inQuotes ? 1 : 0);
     const std::size_t end = std::min(text.find(inQuotes ? '"' : ' '), text.size());
-    const std::string word(text.substr(0, end));
+    std::string word(text.substr(0, end));
     text.remove_prefix(std::min(end + 1, text.size()));
     return word;
 }
@@ -190,7 +190,7 @@ std::string ControlClient::call(const std::string &argument) {
     call.machine = target.host;
     call.port = target.port == 0 ? PARTY_PORT : target.port;
     for (std::string word = takeWord(rest); !word.empty(); word = takeWord(rest)) {
-        const std::string complaint = readCallOption(word, call);
+        std::string complaint = readCallOption(word, call);
         if (!complaint.empty()) {
             return complaint;
         }

@@ -24,7 +24,7 @@ fs::path folderOnPath(const std::string &name) {
     const std::string path = variable("PATH");
     for (std::size_t begin = 0; begin <= path.size();) {
         const std::size_t end = std::min(path.find(separator, begin), path.size());
-        const fs::path folder = path.substr(begin, end - begin);
+        fs::path folder = path.substr(begin, end - begin);
         if (holdsProgram(folder, name)) {
             return folder;
         }

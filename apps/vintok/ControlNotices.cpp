@@ -171,39 +171,39 @@ std::string filled(std::string_view pattern, const Text &text) {
 
 // ---- For a script
 
-enum class Kind { text, number, flag, outcome };
+enum class Kind : unsigned char { text, number, flag, outcome };
 
 struct Key {
-    Field field;
     const char *key;
+    Field field;
     Kind kind;
 };
 
 const Key keys[] = {
-    {Field::outcome, "ok", Kind::outcome},
-    {Field::change, "change", Kind::text},
-    {Field::machineName, "machineName", Kind::text},
-    {Field::address, "address", Kind::text},
-    {Field::port, "port", Kind::number},
-    {Field::isSecure, "isSecure", Kind::flag},
-    {Field::firstName, "firstName", Kind::text},
-    {Field::lastName, "lastName", Kind::text},
-    {Field::title, "title", Kind::text},
-    {Field::email, "email", Kind::text},
-    {Field::phoneNumber, "phoneNumber", Kind::text},
-    {Field::colorIndex, "colorIndex", Kind::number},
-    {Field::meetingName, "meetingName", Kind::text},
-    {Field::meetingID, "meetingID", Kind::text},
-    {Field::proxyAddress, "proxyAddress", Kind::text},
-    {Field::proxyPort, "proxyPort", Kind::number},
-    {Field::authenticationString, "authenticationString", Kind::text},
-    {Field::triesRemaining, "triesRemaining", Kind::number},
-    {Field::serverResponseCode, "serverResponseCode", Kind::number},
-    {Field::serverResponseMessage, "serverResponseMessage", Kind::text},
-    {Field::filePath, "filePath", Kind::text},
-    {Field::path, "path", Kind::text},
-    {Field::direction, "direction", Kind::text},
-    {Field::seconds, "seconds", Kind::number},
+    {"ok", Field::outcome, Kind::outcome},
+    {"change", Field::change, Kind::text},
+    {"machineName", Field::machineName, Kind::text},
+    {"address", Field::address, Kind::text},
+    {"port", Field::port, Kind::number},
+    {"isSecure", Field::isSecure, Kind::flag},
+    {"firstName", Field::firstName, Kind::text},
+    {"lastName", Field::lastName, Kind::text},
+    {"title", Field::title, Kind::text},
+    {"email", Field::email, Kind::text},
+    {"phoneNumber", Field::phoneNumber, Kind::text},
+    {"colorIndex", Field::colorIndex, Kind::number},
+    {"meetingName", Field::meetingName, Kind::text},
+    {"meetingID", Field::meetingID, Kind::text},
+    {"proxyAddress", Field::proxyAddress, Kind::text},
+    {"proxyPort", Field::proxyPort, Kind::number},
+    {"authenticationString", Field::authenticationString, Kind::text},
+    {"triesRemaining", Field::triesRemaining, Kind::number},
+    {"serverResponseCode", Field::serverResponseCode, Kind::number},
+    {"serverResponseMessage", Field::serverResponseMessage, Kind::text},
+    {"filePath", Field::filePath, Kind::text},
+    {"path", Field::path, Kind::text},
+    {"direction", Field::direction, Kind::text},
+    {"seconds", Field::seconds, Kind::number},
 };
 
 Fields fieldsOf(const Text &text) {

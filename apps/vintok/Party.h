@@ -97,29 +97,29 @@ private:
     vintok::TCPSelect m_loop; // the thread's; also the participant's
     Participant m_participant;
     Inbox m_inbox;
-    int m_listeners = 0;    // how many descriptors the loop had when nothing but listening was on
-    bool m_calling = false; // an own call has not been answered
-    std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
-    int m_host = -1;                  // the connection to the host, at a guest
-    bool m_leaving = false;           // the host has been told and has not hung up yet
-    unsigned int m_patience = 0;      // ticks until it is left without that
-    bool m_done = false;
+    int m_listeners = 0; // how many descriptors the loop had when nothing but listening was on
+    int m_host = -1;     // the connection to the host, at a guest
     int m_exitCode = 0;
+    unsigned int m_patience = 0; // ticks until it is left without the host's hanging up
+    unsigned int m_seconds = 0;  // since the loop began
+    unsigned int m_lastCall = 0;
+    bool m_calling = false; // an own call has not been answered
+    bool m_leaving = false; // the host has been told and has not hung up yet
+    bool m_done = false;
     bool m_inputEnded = false;
-    unsigned int m_seconds = 0;   // since the loop began
-    std::deque<Command> m_unsaid; // typed before there was a meeting
+    bool m_wantsLead = false;         // has asked for it and has not been answered
+    bool m_leadAsked = false;         // somebody waits for this party's answer
+    bool m_playsNow = false;          // the next message of the recording may be due as well
+    std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
+    std::deque<Command> m_unsaid;     // typed before there was a meeting
     People m_people;
     Files m_files;
-    bool m_wantsLead = false; // has asked for it and has not been answered
-    bool m_leadAsked = false; // somebody waits for this party's answer
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer
-    unsigned int m_lastCall = 0;
     RecordWriter m_recorder;
     File m_playFile;
     std::uint64_t m_playSize = 0;     // in bytes, 0 when it is not known
     std::unique_ptr<Player> m_player; // until everything is played
     Pacing::TimePoint m_playsNext{};  // when the inbox wakes the loop for it
-    bool m_playsNow = false;          // the next message may be due as well
     std::string m_failure;            // told once the meeting is left
 };
 
