@@ -79,6 +79,8 @@ protected:
     std::string errors;
 };
 
+const std::string aboutFile = "file 1\n::1 7001\na b\n25 " + std::string(64, '0');
+
 struct Known {
     const TCPGUID &identifier;
     const char *name;
@@ -105,6 +107,11 @@ const std::vector<Known> &knownMessages() {
         {TCP_rosterRequest, "TCP_rosterRequest", "", "{}"},
         {TCP_broadcastMessage, "TCP_broadcastMessage", "say 1\n::1 7001\nAnn\nhi\nall",
          R"({"name":"Ann","address":"::1","port":7001,"text":"hi\nall"})"},
+        {TCP_broadcastMessage, "TCP_broadcastMessage", aboutFile,
+         R"({"address":"::1","port":7001,"file":"a b","size":25,"sha256":")" +
+             std::string(64, '0') + "\"}"},
+        {TCP_broadcastMessage, "TCP_broadcastMessage", "file-end 1\n::1 7001\nwithdrawn",
+         R"({"address":"::1","port":7001,"sent":false})"},
         {TCP_broadcastMessage, "TCP_broadcastMessage", bytesOf("'line' 0a00"),
          R"({"text":"line\n"})"},
         {TCP_broadcastMessage, "TCP_broadcastMessage", bytesOf("1bff00"), "{}", "1bff00"},

@@ -13,15 +13,18 @@ using testing::HasSubstr;
 
 namespace {
 
-std::string said(std::int64_t stamp, const std::string &text,
-                 const vintok::TCPGUID &identifier = vintok::TCP_broadcastMessage) {
-    const std::string body = "say 1\n192.0.2.1 7777\nCleo\n" + text;
+std::string broadcast(std::int64_t stamp, const std::string &body,
+                      const vintok::TCPGUID &identifier = vintok::TCP_broadcastMessage) {
     vintok::TCPMessage message;
     message.setMessageID(identifier);
     message.allocateMessageBuffer(body.size());
     message.setTimeStamp(stamp);
     std::copy(body.begin(), body.end(), message.messageBuffer());
     return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
+}
+
+std::string said(std::int64_t stamp, const std::string &text) {
+    return broadcast(stamp, "say 1\n192.0.2.1 7777\nCleo\n" + text);
 }
 
 class Replay : public testing::Test {
@@ -74,7 +77,7 @@ TEST_F(Replay, KeepsTheOrderHoweverManyThereAre) {
     for (int i = 0; i < 300; ++i) {
         lines.push_back("line " + std::to_string(i));
         content += said(1000000 - i % 7 * 1000, lines.back());
-        content += said(0, "no broadcast", vintok::TCP_fileTransferData);
+        content += broadcast(0, "none", vintok::TCP_fileTransferData);
     }
     Program ann({"host", "--name", "Ann"});
     Program replay({"replay", folder.holding("many", content), ann.target(), "--speed", "1000000"});
@@ -97,6 +100,20 @@ TEST_F(Replay, PlaysOfADamagedFileWhatMakesSense) {
                   ": the file ends after 50 of 91 bytes\n",
               sameEnds(replay.errors()));
     EXPECT_TRUE(ann.tells("left")) << ann.story();
+}
+
+// Whoever were told of a file would wait for it.
+TEST_F(Replay, AnnouncesNoFiles) {
+    const std::string sender = "\n127.0.0.1 7001\n";
+    const std::string file =
+        folder.holding("files", broadcast(5, "file 1" + sender + "a\n1 " + std::string(64, '0')) +
+                                    broadcast(5, "file-end 1" + sender + "sent") + said(5, "line"));
+    Program ann({"host", "--name", "Ann"});
+    Program replay({"replay", file, ann.target()});
+    EXPECT_EQ(0, replay.exitCode()) << replay.story();
+    EXPECT_TRUE(replay.tells("played-all", {{"messages", "1"}, {"skipped", "2"}}));
+    ASSERT_TRUE(ann.tells("left")) << ann.story();
+    EXPECT_THAT(ann.output(), testing::Not(HasSubstr("\"data\"")));
 }
 
 TEST_F(Replay, WaitsBetweenMessagesAndFailsWhenTheMeetingEndsMeanwhile) {

@@ -69,6 +69,11 @@ Player::State Player::look(Pacing::TimePoint now) {
     return paused() || now < due() ? State::waiting : State::ready;
 }
 
+void Player::skip() {
+    m_held = false;
+    ++m_skipped;
+}
+
 void Player::taken() {
     m_held = false;
     ++m_played;

@@ -68,16 +68,18 @@ public:
 
     // When `waiting` and not paused.
     Pacing::TimePoint due() const { return m_pacing.due(); }
-    // When `ready`, and until `taken`, which makes the one after it the next.
+    // When `ready`, and until `taken`, which makes the one after it the next. So does `skip`, for a
+    // message that is better not said again.
     const vintok::TCPMessage &message() const { return m_message; }
     void taken();
+    void skip();
 
     void pause(Pacing::TimePoint now) { m_pacing.pause(now); }
     void resume(Pacing::TimePoint now) { m_pacing.resume(now); }
     bool paused() const { return m_pacing.paused(); }
 
     std::uint64_t played() const { return m_played; }
-    // Messages passed over because they are no broadcast.
+    // Messages passed over, most because they are no broadcast.
     std::uint64_t skipped() const { return m_skipped; }
     const RecordReader &reader() const { return m_reader; }
 

@@ -3,6 +3,7 @@
 // promises keeps the fields that made sense.
 #include "MessageText.h"
 
+#include "FileAnnouncement.h"
 #include "Saying.h"
 #include "Text.h"
 
@@ -169,10 +170,34 @@ bool readBytes(Body &body, Fields &fields) {
     return true;
 }
 
+// What the program itself says around a file.
+bool readAboutFile(std::string_view body, Fields &fields) {
+    FileAnnouncement file;
+    FileClosing closing;
+    const bool begins = decodeAnnouncement(body, file);
+    if (!begins && !decodeClosing(body, closing)) {
+        return false;
+    }
+    const Place &place = begins ? file.place : closing.place;
+    fields.text("address", place.address).number("port", place.port);
+    if (begins) {
+        fields.text("file", file.name)
+            .number("size", static_cast<std::int64_t>(file.sum.size))
+            .text("sha256", file.sum.sha256);
+    } else {
+        fields.flag("sent", closing.sent);
+    }
+    return true;
+}
+
 bool readBroadcast(Body &body, Fields &fields) {
     Saying saying;
     if (!decodeSaying(body.rest(), saying)) {
-        return readBytes(body, fields);
+        if (!readAboutFile(body.rest(), fields)) {
+            return readBytes(body, fields);
+        }
+        body.take(body.rest().size());
+        return true;
     }
     fields.text("name", saying.name)
         .text("address", saying.place.address)

@@ -146,10 +146,10 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
 
 void Party::heard(const unsigned char *data, std::size_t length) {
     const std::string body(reinterpret_cast<const char *>(data), length);
-    record(body);
     if (m_files.heard(body)) {
         return;
     }
+    record(body);
     Saying saying;
     if (!decodeSaying(body, saying)) {
         m_report.strangeData(length);

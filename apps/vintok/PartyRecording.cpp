@@ -1,6 +1,7 @@
 // What a party keeps of its meeting in a record file, and what it says from one.
 #include "Party.h"
 
+#include "FileAnnouncement.h"
 #include "Saying.h"
 #include "Text.h"
 
@@ -9,6 +10,17 @@
 #include <filesystem>
 
 namespace app {
+
+namespace {
+
+// Files are in no recording: what announces one would make the others wait for it.
+bool isAboutFile(const std::string &body) {
+    FileAnnouncement announcement;
+    FileClosing closing;
+    return decodeAnnouncement(body, announcement) || decodeClosing(body, closing);
+}
+
+} // namespace
 
 bool Party::openFiles() {
     if (!m_options.recordFile.empty()) {
@@ -80,6 +92,9 @@ void Party::playMessage() {
     const vintok::TCPMessage &message = m_player->message();
     const auto length = static_cast<std::size_t>(message.messageBufferLength());
     const std::string body(reinterpret_cast<const char *>(message.messageBuffer()), length);
+    if (isAboutFile(body)) {
+        return m_player->skip();
+    }
     const bool sent = m_participant.sendBroadcastData(message.messageBuffer(), length);
     const std::int64_t stamp = message.timeStamp();
     const std::uint64_t end = m_player->reader().offset() + message.rawBufferLength();
