@@ -1,8 +1,10 @@
 #include "vintok/TCPStream.h"
 
 #include <ctime>
+#include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -72,6 +74,25 @@ TEST_F(Clock, SurvivesAnyNumber) {
     }
     zeroTime();
     expectOffset(0);
+}
+
+TEST_F(Clock, StandsStillWithoutTheLibrary) {
+    fini();
+    const std::pair<std::string, std::function<bool()>> operations[] = {
+        {"addTime", [] { return addTime(1); }},
+        {"subtractTime", [] { return subtractTime(1); }},
+        {"zeroTime", [] { return zeroTime(); }},
+        {"getAddTime", [] { return getAddTime() != 0; }},
+        {"getSubtractTime", [] { return getSubtractTime() != 0; }},
+    };
+    for (const auto &[name, operation] : operations) {
+        setLastError(TCP_ERROR_NO_ERROR, "");
+        EXPECT_FALSE(operation());
+        EXPECT_EQ(TCP_ERROR_NOT_INITIALIZED, lastError());
+        EXPECT_EQ("vintok::" + name, lastErrorString());
+    }
+    init();
+    EXPECT_EQ(0, getAddTime() + getSubtractTime());
 }
 
 TEST_F(Clock, StartsAnewWithTheLibrary) {

@@ -183,6 +183,25 @@ TEST_P(Echo, WhatIsTooShortIsRefusedAndTheClockStays) {
     EXPECT_EQ(width, log.entries(reply + "cannot decode remote time for echo reply"));
 }
 
+TEST_P(Echo, ATimeBeyond32BitsIsCutByTheNarrowForm) {
+    SocketPair pair;
+    constexpr std::int64_t beyond = std::int64_t{1} << 32;
+    ASSERT_TRUE(addTime(beyond));
+    const std::uint64_t before = now();
+    ASSERT_TRUE(sendEchoRequest(pair.mine(), 4, 0, use32));
+    Bytes body = takeFrame(pair.peer()).body;
+    const std::uint64_t carried = timeAt(body, 0, width) + (use32 ? beyond : 0);
+    EXPECT_THAT(carried, AllOf(Ge(before), Le(now())));
+    // A party of the same time answers at once. What was cut off passes for the round trip.
+    LogFile log;
+    body.insert(body.end(), body.begin(), body.end());
+    ASSERT_TRUE(decodeEchoReply(body.data(), body.size(), use32));
+    EXPECT_EQ(use32 ? 1 : 0,
+              log.entries("vintok::decodeEchoReply winging it with date before 1970"));
+    EXPECT_EQ(beyond, getAddTime()) << "more than what was to be taken back";
+    EXPECT_EQ(0, getSubtractTime());
+}
+
 TEST_P(Echo, WhatCannotBeSentIsLogged) {
     LogFile log;
     EXPECT_FALSE(sendEchoRequest(-1, 4, 0, use32));

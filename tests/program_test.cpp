@@ -1,5 +1,6 @@
 // Runs of the real program: as a person or a script starts it, with real processes, real signals
 // and real deaths.
+#include "support/Party.h"
 #include "support/Program.h"
 
 #include "platform/Socket.h"
@@ -11,7 +12,7 @@
 
 using namespace vintok::test;
 using testing::HasSubstr;
-using vintok::TCPAddress;
+using namespace vintok;
 
 namespace {
 
@@ -319,15 +320,54 @@ TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
 }
 
 TEST_F(ProgramTest, AGuestGoesByTheClockOfItsHost) {
-    Program ann({"host", "--clock-offset", "-100000"});
-    Program bob({"join", ann.target(), "--name", "Bob"});
-    // The clock is compared before the roster comes.
-    ASSERT_TRUE(bob.tells("changed", {named("Bob"), {"self", "true"}})) << bob.story();
-    for (Program *party : {&ann, &bob}) {
-        std::string line;
-        party->type("/time");
-        ASSERT_TRUE(party->tells("time", {}, &line)) << party->story();
-        EXPECT_NEAR(-100000, std::stod(line.substr(line.find("offset\":") + 8)), 1) << line;
+    for (const int offset : {-100000, 100000}) {
+        Program ann({"host", "--clock-offset", std::to_string(offset)});
+        Program bob({"join", ann.target(), "--name", "Bob"});
+        // The clock is compared before the roster comes.
+        ASSERT_TRUE(bob.tells("changed", {named("Bob"), {"self", "true"}})) << bob.story();
+        for (Program *party : {&ann, &bob}) {
+            std::string line;
+            party->type("/time");
+            ASSERT_TRUE(party->tells("time", {}, &line)) << party->story();
+            EXPECT_NEAR(offset, std::stod(line.substr(line.find("offset\":") + 8)), 1) << line;
+        }
+    }
+}
+
+// The guest is this process, whose clock the library moves.
+TEST_F(ProgramTest, AGuestWhoseOwnClockIsWrongGoesByThatOfItsHostToo) {
+    static int exchanges;
+    struct Case {
+        int host, guest, agreed; // seconds ahead of the machine's clock
+    };
+    const Case cases[] = {
+        {0, -36000, 0},
+        {0, 36000, 0},
+        {-7200, 7200, -7200},
+        {-100000, -7200, -100000},
+        {100000, 3600, 100000},
+        // Added time that is in excess stays whole, deliberately, with the odd sums that this
+        // makes.
+        {3600, 7200, 7200},
+        {7200, -7200, 14400},
+    };
+    for (const Case &row : cases) {
+        SCOPED_TRACE(std::to_string(row.host) + " and " + std::to_string(row.guest));
+        Program ann({"host", "--clock-offset", std::to_string(row.host)});
+        const std::string target = ann.target();
+        Meeting meeting;
+        Party bob(meeting, "Bob");
+        exchanges = 0;
+        bob->setSynchTimeCB(
+            [](ConferenceParticipant *, unsigned char *, std::uint64_t) { ++exchanges; });
+        zeroTime();
+        ASSERT_TRUE(addTime(row.guest));
+        const auto port =
+            static_cast<unsigned short>(std::stoi(target.substr(target.rfind(':') + 1)));
+        ASSERT_TRUE(bob->placeCall("127.0.0.1", port, "", 0, "", "", 0));
+        EXPECT_TRUE(meeting.until([] { return exchanges > 0; }, "the clocks are compared"));
+        EXPECT_NEAR(row.agreed, static_cast<int>(getAddTime() - getSubtractTime()), 1);
+        zeroTime();
     }
 }
 
