@@ -288,6 +288,41 @@ TEST_F(Transported, WhoIsSecureAlreadyConnectsNoSecondTime) {
     expectTalk();
 }
 
+// A record is taken in as a whole, and the transport takes in all that has come: most of what is
+// said here waits in it, where no wait on the socket sees it.
+TEST_F(Transported, WhatTheTransportHasTakenInAlreadyIsHeardInOrder) {
+    ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann") && bob->acceptCall(ann->address()));
+    ASSERT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
+    for (const std::size_t size : {std::size_t{7}, std::size_t{1000}, std::size_t{60000}}) {
+        SCOPED_TRACE(size);
+        memory.recordSize = size;
+        std::vector<std::string> said;
+        bob.forgets();
+        for (int word = 0; word < 20; ++word) {
+            said.push_back("data " + std::string(static_cast<std::size_t>(word * 40 + 1), 'w'));
+            EXPECT_TRUE(ann.says(said.back().substr(5)));
+        }
+        EXPECT_TRUE(bob.isTold(said.back()));
+        std::erase_if(bob.events, [](const std::string &event) { return event[0] != 'd'; });
+        EXPECT_TRUE(said == bob.events);
+    }
+    expectTalk();
+}
+
+TEST_F(Transported, WhereTheMultiplexerEncryptsNothingElseDoes) {
+    for (Party *party : {&ann, &bob}) {
+        (*party)->setSecureAble(true);
+        ASSERT_TRUE((*party)->setSecurePreferred(true));
+        (*party)->setMUXEncrypt(true);
+    }
+    rings();
+    memory.handshake = Handshake::works;
+    EXPECT_TRUE(bob->acceptCall(ann->address()));
+    EXPECT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
+    EXPECT_EQ(0, called("accept ") + called("connect "));
+    expectTalk();
+}
+
 TEST_F(Transported, ACalledPartyWhoseHandshakeFailsIsToldNothing) {
     for (const Handshake failure : {Handshake::isRefused, Handshake::breaks}) {
         SCOPED_TRACE(static_cast<int>(failure));
