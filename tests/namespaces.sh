@@ -79,3 +79,4 @@ for name in Ann Bob Cid; do
 done
 
 hold_meeting
+act "Every step was seen."

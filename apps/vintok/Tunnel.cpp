@@ -10,10 +10,15 @@
 // last one which party is wanted; in the others it learns the meeting identifier alone.
 //
 // Credentials are sent to nobody who has not asked for them: the first call goes without, and the
-// answer to a challenge is a second call. A redirect never takes them to another server.
+// answer to a challenge is a second call. A multiplexer that was called alone is then named as its
+// own proxy, in other words for the same place, since the library makes one request of equal names.
+// A redirect never takes credentials to another server.
 #include "Tunnel.h"
 
 #include "Base64.h"
+
+#include <vintok/HTTPAddress.h>
+#include <vintok/TCPAddress.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -36,6 +41,26 @@ bool isChallenge(int status) {
     return status == 401 || status == 407;
 }
 
+// The same place under another name: a literal of IPv4 in its IPv6 form (RFC 4291), a literal of
+// IPv6 as it is, for that gets brackets, a name with one letter in the other case.
+std::string inOtherWords(std::string host) {
+    vintok::TCPAddress address;
+    if (host.find(':') != std::string::npos) {
+        return host;
+    }
+    if (address.setName(host); address.isIPv4()) {
+        return "::ffff:" + host;
+    }
+    for (char &c : host) {
+        const bool small = c >= 'a' && c <= 'z';
+        if (small || (c >= 'A' && c <= 'Z')) {
+            c = static_cast<char>(c ^ ('a' ^ 'A'));
+            break;
+        }
+    }
+    return host;
+}
+
 } // namespace
 
 std::string CallPlan::remoteName() const {
@@ -53,6 +78,7 @@ Tunnel::Tunnel(const Way &way, const Target &target, Report &report)
 // How to call by way of this multiplexer.
 void Tunnel::plan(const Target &multiplexer) {
     m_plan.remote = multiplexer;
+    m_plan.proxy = Target();
     if (hasProxy()) {
         m_plan.proxy = m_way.proxy;
     } else if (!m_target.host.empty()) {
@@ -84,7 +110,7 @@ std::string Tunnel::fault() const {
     if (buildSize + 308 + 2 * remote + proxy + m_plan.meetingID.size() >= room) {
         return "the meeting identifier is too long for a request";
     }
-    if (asksTwice() && 2 * credentials + 173 + remote + proxy >= room) {
+    if (credentials != 0 && 2 * credentials + 173 + remote + std::max(remote, proxy) >= room) {
         return "the user name and the password are too long for a request";
     }
     return "";
@@ -131,12 +157,8 @@ void Tunnel::answered(unsigned int status, const std::string &reply) {
     m_report.notice(notice);
 }
 
-bool Tunnel::mayCarryCredentials() const {
-    return asksTwice() && m_answers == 1;
-}
-
 void Tunnel::challenged(unsigned int retries) {
-    if (!mayCarryCredentials() || !m_plan.authentication.empty() || m_way.credentials.empty() ||
+    if (m_answers != 1 || !m_plan.authentication.empty() || m_way.credentials.empty() ||
         !m_reply.takesBasic) {
         return; // `failure` says why
     }
@@ -154,6 +176,10 @@ void Tunnel::challenged(unsigned int retries) {
     m_next = m_plan;
     m_next->authentication = base64(m_way.credentials);
     m_next->retries = retries;
+    if (!asksTwice()) {
+        m_next->proxy = m_plan.remote;
+        m_next->remote.host = inOtherWords(m_plan.remote.host);
+    }
 }
 
 void Tunnel::redirected(const std::string &name, unsigned short port, unsigned int retries) {
@@ -177,18 +203,14 @@ void Tunnel::redirected(const std::string &name, unsigned short port, unsigned i
 
 std::string Tunnel::challengeFailure() const {
     const std::string asks = who() + " asks for a user name and a password";
-    if (!m_plan.authentication.empty() && mayCarryCredentials()) {
+    if (!m_plan.authentication.empty() && m_answers == 1) {
         return who() + " does not accept the user name or the password";
     }
     if (!m_reply.takesBasic) {
         return who() + " asks for credentials by the scheme '" + m_reply.scheme +
                "'; only 'basic' is known here";
     }
-    if (!asksTwice()) {
-        return asks +
-               ", which a call to a multiplexer alone cannot carry: say whom to call as well";
-    }
-    if (!mayCarryCredentials()) {
+    if (m_answers != 1) {
         return asks + ", which cannot be brought to it through a proxy";
     }
     return asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH";
@@ -206,8 +228,9 @@ std::string Tunnel::failure() const {
         return challengeFailure();
     }
     if (m_status == 302) {
-        return who() + (m_reply.location.empty() ? " sends the call on and does not say where"
-                                                 : " sends the call on once too often");
+        return who() + (vintok::HTTPAddress().setURL(m_reply.location)
+                            ? " sends the call on once too often"
+                            : " sends the call on and does not say where");
     }
     std::string refusal = who() + " refuses the call: " + m_reply.text();
     if (hasProxy() && m_answers == 1 && m_plan.remote.port > LAST_PLAIN_PORT) {

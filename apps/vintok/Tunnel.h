@@ -51,7 +51,6 @@ public:
 private:
     bool hasProxy() const { return !m_way.proxy.host.empty(); }
     bool asksTwice() const { return !m_plan.proxy.host.empty(); }
-    bool mayCarryCredentials() const;
     Target answerer() const;
     std::string role() const;
     std::string who() const;

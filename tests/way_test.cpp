@@ -1,0 +1,161 @@
+// Calls of the real program by way of a multiplexer: against servers of the test, which answer as
+// they please, and against the real one.
+#include "support/Environment.h"
+#include "support/Multiplexer.h"
+#include "support/Program.h"
+#include "support/TemporaryFolder.h"
+
+#include "vintok/TCPStream.h"
+
+#include <gmock/gmock.h>
+
+using namespace vintok::test;
+using testing::HasSubstr;
+
+namespace {
+
+class Ways : public testing::Test {
+protected:
+    Ways() { vintok::init(); }
+    ~Ways() override { vintok::fini(); }
+
+    static std::vector<std::string> joining(const std::string &multiplexer,
+                                            const std::vector<std::string> &more = {}) {
+        std::vector<std::string> all = {"join",      "--name",       "Bob", "--mux",
+                                        multiplexer, "--meeting-id", "talk"};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+};
+
+struct Answer {
+    const char *what;
+    const char *reply;
+    const char *complaint; // behind the server's name
+};
+
+const Answer answers[] = {
+    {"nothing", "", " has closed the connection without a whole answer"},
+    {"half a reply", "HTTP/1.0 200 OK\r\n", " has closed the connection without a whole answer"},
+    {"no HTTP", "220 mail.example\r\n\r\n", " answers in something that is not HTTP"},
+    {"a page", "HTTP/1.1 403 Forbidden\r\nContent-Length: 5\r\n\r\n<no/>",
+     " refuses the call: 403 Forbidden"},
+    {"a reason", "HTTP/1.0 504 Gateway Timeout\r\npLorMUX_Reason: nobody came\r\n\r\n",
+     " refuses the call: 504 Gateway Timeout (nobody came)"},
+    {"escape sequences", "HTTP/1.0 599 \x1b[2J\r\n\r\n", " refuses the call: 599 \\x1b[2J"},
+    {"another scheme", "HTTP/1.1 407 Who?\r\nProxy-Authenticate: Digest realm=\"x\"\r\n\r\n",
+     " asks for credentials by the scheme 'Digest'; only 'basic' is known here"},
+    {"a scheme of the library's that is not ours",
+     "HTTP/1.1 401 Who?\r\nWWW-Authenticate: NTLM\r\n\r\n",
+     " asks for credentials by the scheme 'NTLM'; only 'basic' is known here"},
+    {"a challenge", "HTTP/1.1 407 Who?\r\nProxy-Authenticate: Basic realm=\"x\"\r\n\r\n",
+     " asks for a user name and a password: give them with --auth-file, --auth or "
+     "VINTOK_PROXY_AUTH"},
+    {"a way to nowhere", "HTTP/1.1 302 Found\r\nLocation: elsewhere\r\n\r\n",
+     " sends the call on and does not say where"},
+    {"no way", "HTTP/1.1 302 Found\r\n\r\n", " sends the call on and does not say where"},
+};
+
+TEST_F(Ways, EachAnswerThatEndsACallIsToldInALine) {
+    for (const bool proxied : {false, true}) {
+        for (const Answer &row : answers) {
+            SCOPED_TRACE(std::string(row.what) + (proxied ? " from a proxy" : ""));
+            Called server;
+            Program bob(proxied ? joining("mux.invalid", {"--proxy", server.address()})
+                                : joining(server.address()));
+            const std::unique_ptr<Client> call = server.picksUp();
+            ASSERT_TRUE(call != nullptr) << bob.story();
+            EXPECT_THAT(call->answer(), HasSubstr("CONNECT "));
+            EXPECT_TRUE(call->sends(row.reply));
+            call->endsSending();
+            EXPECT_EQ(1, bob.exitCode()) << bob.story();
+            EXPECT_EQ("vintok: the " + std::string(proxied ? "proxy " : "multiplexer ") +
+                          server.address() + row.complaint,
+                      bob.errors().substr(0, bob.errors().find_first_of("\r\n")))
+                << bob.story();
+        }
+    }
+}
+
+TEST_F(Ways, CredentialsGoToWhoAsksForThemAlone) {
+    Called proxy;
+    Program bob(joining("mux.invalid:444", {"--proxy", proxy.address(), "--auth", "bob:se:cret"}));
+    std::unique_ptr<Client> call = proxy.picksUp();
+    ASSERT_TRUE(call != nullptr) << bob.story();
+    EXPECT_THAT(call->answer(), testing::Not(HasSubstr("uthorization")));
+    EXPECT_TRUE(call->sends("HTTP/1.0 407 Who?\r\nProxy-Authenticate: Basic realm=x\r\n\r\n"));
+    call = proxy.picksUp();
+    ASSERT_TRUE(call != nullptr) << bob.story();
+    EXPECT_THAT(call->answer(), HasSubstr("Proxy-authorization: Basic Ym9iOnNlOmNyZXQ=\r\n"));
+    EXPECT_TRUE(call->sends("HTTP/1.0 200 OK\r\n\r\n"));
+    EXPECT_THAT(call->answer(),
+                testing::AllOf(HasSubstr("pLorMUX_ConferenceAddress: mux.invalid:444\r\n"),
+                               testing::Not(HasSubstr("uthorization"))));
+    EXPECT_TRUE(call->sends("HTTP/1.0 401 Who?\r\nWWW-Authenticate: Basic\r\n\r\n"));
+    EXPECT_EQ(1, bob.exitCode()) << bob.story();
+    EXPECT_THAT(bob.errors(),
+                HasSubstr("the multiplexer mux.invalid:444 asks for a user name and a "
+                          "password, which cannot be brought to it through a proxy"));
+}
+
+TEST_F(Ways, CallersThatAreSentInCirclesGiveUp) {
+    Called server;
+    const Multiplexer mux({"--redirect", "talk=" + server.address()});
+    Program bob(joining(mux.address()));
+    for (int round = 0; round < 5; ++round) {
+        const std::unique_ptr<Client> call = server.picksUp();
+        ASSERT_TRUE(call != nullptr) << bob.story();
+        call->answer();
+        call->sends("HTTP/1.0 302 Found\r\nLocation: http://" + server.address() + "/\r\n\r\n");
+    }
+    EXPECT_EQ(1, bob.exitCode()) << bob.story();
+    EXPECT_THAT(bob.errors(), HasSubstr("sends the call on once too often"));
+}
+
+TEST_F(Ways, WhatDoesNotFitIntoARequestIsSaidAtOnce) {
+    Program identifier({"join", "--mux", "127.0.0.1", "--meeting-id", std::string(800, 'i')});
+    EXPECT_EQ(1, identifier.exitCode());
+    EXPECT_THAT(identifier.errors(), HasSubstr("the meeting identifier is too long"));
+    Program password(joining("127.0.0.1", {"--auth", "bob:" + std::string(400, 'p')}));
+    EXPECT_EQ(1, password.exitCode());
+    EXPECT_THAT(password.errors(), HasSubstr("the user name and the password are too long"));
+}
+
+// Each way of calling, with the meeting at its end.
+TEST_F(Ways, LeadToTheMeeting) {
+    Program ann({"host", "--name", "Ann"});
+    const std::string host = ann.target();
+    const TemporaryFolder folder;
+    const std::string secret = folder.holding("auth", "bob:secret");
+    const ScopedEnvironment variable("VINTOK_PROXY_AUTH", "bob:secret");
+    const Multiplexer knows({"--meeting", "talk=" + host});
+    const Multiplexer asks({"--meeting", "talk=" + host, "--credentials", "bob:secret"});
+    const Multiplexer allows({"--allow", "127.0.0.1", "--credentials", "bob:secret"});
+    const Multiplexer sends({"--redirect", "talk=" + knows.address()});
+    const Multiplexer sendsOn({"--redirect", host + '=' + allows.address()});
+    const struct {
+        const char *what;
+        std::vector<std::string> arguments;
+    } cases[] = {
+        {"the meeting alone", joining(knows.address())},
+        {"with credentials", joining(asks.address(), {"--auth-file", secret})},
+        {"with those of the environment", joining(asks.address())},
+        {"by a name", joining("localhost:" + std::to_string(asks.port()))},
+        {"the party", joining(allows.address(), {host})},
+        {"elsewhere", joining(sends.address())},
+        {"the party elsewhere, with credentials", joining(sendsOn.address(), {host})},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        Program bob(one.arguments);
+        ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story();
+        bob.type("hello");
+        EXPECT_TRUE(ann.tells("said", {named("Bob"), text("text", "hello")})) << ann.story();
+        ann.type("welcome");
+        EXPECT_TRUE(bob.tells("said", {named("Ann"), text("text", "welcome")})) << bob.story();
+        bob.type("/leave");
+        EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
+    }
+}
+
+} // namespace
