@@ -1,8 +1,9 @@
 // OpenSSL reads and writes through a BIO of ours. Its reads take what the socket has and never
-// wait. They take exactly one record, since behind the close of a channel the stream may go on
-// plain. Its writes go to `m_sealed`, and from there to the socket when OpenSSL is not busy: so
-// nobody waits for a socket while holding the lock, and a peer that does not read stops the writer
-// and not the reader. Nor can a write raise a signal.
+// wait. They take more than OpenSSL asks for, which asks often and for little, until this side has
+// said its close: behind the peer's close the stream may then go on plain. Its writes go to
+// `m_sealed`, and from there to the socket when OpenSSL is not busy: so nobody waits for a socket
+// while holding the lock, and a peer that does not read stops the writer and not the reader. Nor
+// can a write raise a signal.
 //
 // Plaintext is kept in a buffer of our own because a peek may ask for bytes of several records.
 #include "vintok-tls/Channel.h"
@@ -14,6 +15,7 @@
 #include <openssl/err.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
 
 namespace vintok::tls {
@@ -24,7 +26,9 @@ constexpr int interrupted = 4; // among the socket errors
 constexpr int wouldBlock = 10035;
 constexpr std::size_t longestRecord = SSL3_RT_MAX_PLAIN_LENGTH;
 constexpr std::size_t readAhead = 4 * longestRecord; // plaintext that nobody has asked for
-constexpr std::size_t writeStep = 4 * longestRecord;
+constexpr std::size_t rawStep = 2 * longestRecord;
+constexpr std::size_t writeStep = longestRecord; // the peer opens one while we seal the next
+using Record = std::array<unsigned char, longestRecord>; // not to be filled beforehand
 constexpr int handshakeRecord = 0x16;
 constexpr int alertRecord = 0x15;
 
@@ -78,9 +82,30 @@ struct SocketBio {
 
 Channel::Channel(int descriptor) : m_descriptor(descriptor) {}
 
+// As much as the socket has, unless it must be exact: OpenSSL asks for a few bytes at a time.
+std::int64_t Channel::receiveRaw(unsigned char *buffer, std::size_t length) {
+    if (m_rawTaken == m_rawEnd) {
+        if (m_exact)
+            return platform::receiveNow(m_descriptor, buffer, length);
+        if (m_raw == nullptr)
+            m_raw = std::make_unique_for_overwrite<unsigned char[]>(rawStep);
+        m_rawTaken = m_rawEnd = 0;
+        const std::int64_t count = platform::receiveNow(m_descriptor, m_raw.get(), rawStep);
+        if (count <= 0) {
+            m_raw.reset(); // the connection may be idle for long
+            return count;
+        }
+        m_rawEnd = static_cast<std::size_t>(count);
+    }
+    const std::size_t count = std::min(length, m_rawEnd - m_rawTaken);
+    std::copy_n(m_raw.get() + m_rawTaken, count, buffer);
+    m_rawTaken += count;
+    return static_cast<std::int64_t>(count);
+}
+
 int Channel::receive(BIO *bio, char *buffer, int length) {
-    const std::int64_t count = platform::receiveNow(
-        m_descriptor, reinterpret_cast<unsigned char *>(buffer), static_cast<std::size_t>(length));
+    const std::int64_t count =
+        receiveRaw(reinterpret_cast<unsigned char *>(buffer), static_cast<std::size_t>(length));
     if (count > 0) {
         if (m_firstByte < 0)
             m_firstByte = static_cast<unsigned char>(*buffer);
@@ -99,7 +124,8 @@ int Channel::receive(BIO *bio, char *buffer, int length) {
 }
 
 int Channel::hold(const char *buffer, int length) {
-    m_sealed.insert(m_sealed.end(), buffer, buffer + length);
+    const auto *bytes = reinterpret_cast<const unsigned char *>(buffer); // or it goes byte by byte
+    m_sealed.insert(m_sealed.end(), bytes, bytes + length);
     return length;
 }
 
@@ -177,19 +203,19 @@ std::size_t Channel::take(unsigned char *buffer, std::size_t length) {
     return count;
 }
 
-// Appends the plaintext of the next record that holds any.
-Channel::Progress Channel::openRecord() {
+void Channel::keep(const unsigned char *plain, std::size_t length) {
+    m_plain.insert(m_plain.end(), plain, plain + length);
+}
+
+// The plaintext of the next record that holds any.
+Channel::Progress Channel::openRecord(unsigned char *buffer, std::size_t &count) {
+    count = 0;
     if (m_failure.error != TLS_ERROR_NONE)
         return Progress::ended;
     if (!m_up)
         return Progress::waitsToRead;
-    const std::size_t before = m_plain.size();
-    m_plain.resize(before + longestRecord);
-    std::size_t count = 0;
     ERR_clear_error();
-    const int result =
-        SSL_read_ex(m_connection.get(), m_plain.data() + before, longestRecord, &count);
-    m_plain.resize(before + (result == 1 ? count : 0));
+    const int result = SSL_read_ex(m_connection.get(), buffer, longestRecord, &count);
     return result == 1 ? Progress::done : explain(result);
 }
 
@@ -197,13 +223,14 @@ Channel::Progress Channel::read(unsigned char *buffer, std::size_t length, std::
     Progress progress = Progress::done;
     {
         const std::lock_guard guard(m_lock);
-        if (ready() == 0 && length >= longestRecord && m_up && m_failure.error == TLS_ERROR_NONE) {
-            ERR_clear_error(); // a whole record fits: no need to keep it in between
-            const int result = SSL_read_ex(m_connection.get(), buffer, length, &count);
-            progress = result == 1 ? Progress::done : explain(result);
+        if (ready() != 0) {
+            count = take(buffer, length);
+        } else if (length >= longestRecord) {
+            progress = openRecord(buffer, count);
         } else {
-            if (ready() == 0)
-                progress = openRecord();
+            Record record;
+            progress = openRecord(record.data(), count);
+            keep(record.data(), count);
             count = take(buffer, length);
         }
     }
@@ -223,17 +250,24 @@ std::size_t Channel::takeIn() {
     std::size_t count = 0;
     {
         const std::lock_guard guard(m_lock);
-        while (ready() < readAhead && openRecord() == Progress::done) {
-        }
+        Record record;
+        for (std::size_t opened = 0;
+             ready() < readAhead && openRecord(record.data(), opened) == Progress::done;)
+            keep(record.data(), opened);
         count = ready();
     }
     flushAside();
     return count;
 }
 
-std::size_t Channel::pending() const {
-    const std::lock_guard guard(m_lock);
-    return ready();
+// What was taken off the socket is not seen there any more.
+std::size_t Channel::pending() {
+    {
+        const std::lock_guard guard(m_lock);
+        if (ready() != 0 || m_rawTaken == m_rawEnd)
+            return ready();
+    }
+    return takeIn();
 }
 
 // --- Writing -------------------------------------------------------------------------
@@ -260,6 +294,7 @@ bool Channel::write(const unsigned char *buffer, std::size_t length, bool last) 
         done += step;
         if (last && done == length) {
             const std::lock_guard guard(m_lock);
+            m_exact = true;
             SSL_shutdown(m_connection.get());
         }
         if (!flush(true))

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -39,7 +40,7 @@ public:
     bool peek(unsigned char *buffer, std::size_t length) const;
     // Opens what the socket has, up to a bound; returns how many bytes of plaintext are ready.
     std::size_t takeIn();
-    std::size_t pending() const;
+    std::size_t pending();
 
     // All or nothing; `last` adds the close of the channel to the same write.
     bool write(const unsigned char *buffer, std::size_t length, bool last);
@@ -56,10 +57,12 @@ public:
 private:
     friend struct SocketBio;
     int receive(BIO *bio, char *buffer, int length);
+    std::int64_t receiveRaw(unsigned char *buffer, std::size_t length);
     int hold(const char *buffer, int length);
 
     Progress explain(int result);
-    Progress openRecord();
+    Progress openRecord(unsigned char *buffer, std::size_t &count);
+    void keep(const unsigned char *plain, std::size_t length);
     bool encrypt(const unsigned char *buffer, std::size_t length);
     bool flush(bool wait);
     void flushAside();
@@ -77,6 +80,10 @@ private:
     Failure m_failure;
     std::vector<unsigned char> m_plain; // opened, of which `m_taken` have been read
     std::size_t m_taken = 0;
+    std::unique_ptr<unsigned char[]> m_raw; // off the socket, of which OpenSSL has taken a part
+    std::size_t m_rawTaken = 0;
+    std::size_t m_rawEnd = 0;
+    bool m_exact = false;                // takes no byte of the stream that OpenSSL did not ask for
     std::vector<unsigned char> m_sealed; // not yet handed to the writer
 
     std::mutex m_writing; // of what is on its way; taken before `m_lock`
