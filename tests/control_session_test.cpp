@@ -6,6 +6,7 @@
 #ifdef VINTOK_PROGRAM
 #include "support/Program.h"
 #endif
+#include "support/SocketPair.h"
 #include "support/WirePeer.h"
 
 #include <vintok/ControlRequest.h>
@@ -176,18 +177,18 @@ TEST_F(ControlSession, RecordsWhatIsSaidAndPlaysIt) {
     EXPECT_EQ(126u, folder.content("recording").size());
 }
 
-// Two messages, a day apart: the second does not come by itself.
+// Three messages, a second and a day apart: the third does not come by itself.
 TEST_F(ControlSession, PausesResumesAndEndsAPlayback) {
     Party bob(meeting, "Bob");
     ASSERT_TRUE(holdsMeetingWith(bob));
     std::string records;
-    for (const std::int64_t stamp : {100, 100 + 86400}) {
+    for (const std::int64_t stamp : {100, 101, 101 + 86400}) {
         TCPMessage message;
         message.setMessageID(TCP_broadcastMessage);
         ASSERT_TRUE(message.allocateMessageBuffer(2));
         message.setTimeStamp(stamp);
         message.messageBuffer()[0] = 'h';
-        message.messageBuffer()[1] = 'i';
+        message.messageBuffer()[1] = stamp == 101 ? 'o' : 'i';
         records.append(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
     }
     requestStartPlayback(app->fd(), folder.holding("long", records));
@@ -197,6 +198,7 @@ TEST_F(ControlSession, PausesResumesAndEndsAPlayback) {
     ASSERT_TRUE(app->isTold("playbackPaused", true));
     requestResumePlayback(app->fd());
     ASSERT_TRUE(app->isTold("playbackResumed", true));
+    ASSERT_TRUE(bob.hears("ho"));
     requestStopPlayback(app->fd());
     ASSERT_TRUE(app->isTold("playbackStopped", true));
 
@@ -285,6 +287,20 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->sends(Bytes(whole.begin() + 70, whole.end())));
     requestAcceptPendingCall(app->fd());
     ASSERT_TRUE(app->isTold("rosterChanged"));
+}
+
+// What it is told meanwhile has room in the socket.
+TEST_F(ControlSession, AnApplicationThatDoesNotReadForAWhileHoldsNothingUp) {
+    ASSERT_TRUE(app->startsUp()) << app->story();
+    for (int i = 0; i < 150; ++i)
+        requestTime(app->fd());
+    TCPAddress party;
+    party.setLoopbackIPv4();
+    party.setHostByteOrderPort(app->port());
+    const int caller = connectToBoundSocket(party);
+    EXPECT_TRUE(awaitBytes(caller, 36)) << "the hello"; // nothing has been read since
+    shutdownSocket(caller);
+    ASSERT_TRUE(app->fences());
 }
 
 TEST_F(ControlSession, EndsWithItsApplicationAndTellsEverybody) {

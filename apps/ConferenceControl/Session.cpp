@@ -102,8 +102,11 @@ int Session::run() {
 }
 
 bool Session::connect() {
-    if (m_socket.connect(m_options.path))
+    if (m_socket.connect(m_options.path)) {
+        // Room for what an application is told while it does not read.
+        vintok::setSystemBuffers(fd(), std::size_t{1} << 20);
         return true;
+    }
     warn("cannot connect to '" + quote(m_options.path, 200) + "': " + vintok::lastErrorString());
     return false;
 }
