@@ -268,6 +268,10 @@ const std::map<std::string, std::function<Bytes(const Bytes &)>> &meanings() {
          [](const Bytes &bytes) {
              return frame(bytes, {2, 0, TCPAddress(), TCP_joinReply, std::string(1, '\1')});
          }},
+        {"lead-reply",
+         [](const Bytes &bytes) {
+             return frame(bytes, {2, 0, TCPAddress(), TCP_leadReply, std::string(1, '\1')});
+         }},
         {"file-begin",
          [](const Bytes &bytes) {
              return texts(bytes, {"/srv/plans/roof.txt", "plans/roof.txt"});
