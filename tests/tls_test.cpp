@@ -459,6 +459,15 @@ TEST_F(TLS, AChannelCanBeClosedAndTheStreamGoesOnPlain) {
     EXPECT_EQ("Ready", plain);
 }
 
+TEST_F(TLS, NothingGoesOnPlainWhereTLSIsRequired) {
+    ends->mineOptions.required = true;
+    ASSERT_TRUE(ends->shakeHands());
+    ASSERT_TRUE(setSecure(ends->mine(), false));
+    EXPECT_GE(0, ends->write("in the open"));
+    EXPECT_EQ("", ends->peerReads(1));
+    EXPECT_EQ(TLS_ERROR_CLOSED, static_cast<TLSError>(ends->peerTLS.lastSecureError(ends->peer())));
+}
+
 // --- The folder for trying out ---------------------------------------------------------
 
 TEST(TLSFolder, IsMadeOnceItsKeysArePrivateAndItsCertificatesWork) {

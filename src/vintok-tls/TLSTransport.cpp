@@ -273,6 +273,9 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
                 "the stream ended without a close of the channel: " + failure.words);
     const std::lock_guard guard(m_state->m_lock);
     m_state->m_channels.erase(fd);
+    // Nothing may go on in the open. A connection that ends anyway ends a moment earlier.
+    if (channel->isUp() && m_state->m_settings != nullptr && m_state->m_settings->options.required)
+        platform::shutdownBoth(fd);
     return true;
 }
 

@@ -73,8 +73,9 @@ struct TLSOptions {
     // module is a validated one is another matter.
     bool FIPSOnly = false;
 
-    // Whether a peer without TLS is turned away. Otherwise the connection goes on plain, and
-    // anybody on the way can bring that about: it guards against listeners alone.
+    // Whether a peer without TLS is turned away, and a connection that is switched from secure to
+    // plain is shut down. Otherwise it goes on plain, and anybody on the way can bring that about:
+    // it guards against listeners alone.
     bool required = false;
 
     // Milliseconds. How long a whole handshake may take; how long the accepting side waits for its
