@@ -114,7 +114,9 @@ TEST_F(Recording, ThatIsNoneIsDamaged) {
 TEST_F(Recording, HoldsWhatWasWrittenAtOnce) {
     RecordWriter writer;
     EXPECT_FALSE(writer.open(folder.path("no such folder/file")));
-    ASSERT_TRUE(writer.open(folder.path("written")));
+    EXPECT_FALSE(writer.open(folder.holding("precious", "text")));
+    EXPECT_EQ("text", folder.content("precious"));
+    ASSERT_TRUE(writer.open(folder.holding("written", "")));
     for (const std::string body : {"one", "two"}) {
         ASSERT_TRUE(
             writer.broadcast(reinterpret_cast<const unsigned char *>(body.data()), body.size()));

@@ -4,10 +4,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <filesystem>
 
 namespace app {
 
 bool RecordWriter::open(const std::string &path) {
+    std::error_code error;
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (!error && size != 0) {
+        errno = EEXIST;
+        return false;
+    }
     m_file.reset(std::fopen(path.c_str(), "wb"));
     return isOpen();
 }

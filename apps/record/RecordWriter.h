@@ -11,7 +11,8 @@ namespace app {
 
 class RecordWriter {
 public:
-    // Makes the file, or empties it. False, with the reason in `errno`, when that does not work.
+    // Makes the file. False, with the reason in `errno`, when that does not work, and for a file
+    // that holds something already, which it keeps.
     bool open(const std::string &path);
     bool isOpen() const { return m_file != nullptr; }
 

@@ -97,7 +97,7 @@ void addMeeting(CLI::App &app, Options &options) {
         ->type_name("SECONDS")
         ->check(between(0, 86400));
     app.add_option("--record", options.recordFile,
-                   "Write everything that is said into this file, which loses what it held")
+                   "Write everything that is said into this file, which must be new or empty")
         ->type_name("FILE");
     app.add_option("--files", options.files,
                    "Store the files that others send in this folder, in place of what is there "
