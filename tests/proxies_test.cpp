@@ -82,6 +82,34 @@ TEST_P(Proxies, LetAMeetingThrough) {
     EXPECT_TRUE(mux.comesTo("tunnels", 0));
 }
 
+// It ends at the multiplexer, and nobody is told otherwise.
+TEST_P(Proxies, LetEncryptionThrough) {
+    const TemporaryFolder folder;
+    const std::string tls = folder.path("tls");
+    ChildProcess init = Program::plain({"tls-init", tls});
+    if (init.exitCode() != 0) {
+        GTEST_SKIP() << init.story();
+    }
+    Proxy proxy(GetParam());
+    START_OR_SKIP(proxy);
+    const Multiplexer mux({"--meeting", "talk=" + hostTarget(), "--tls-cert", tls + "/host.pem",
+                           "--tls-key", tls + "/host.key", "--tls-only"},
+                          freePort());
+    Program bob(
+        joining("Bob", proxy, mux.address(), {"--tls-ca", tls + "/ca.pem", "--tls-require"}));
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << mux.story();
+    EXPECT_TRUE(bob.tells("encrypted", {text("server", "the multiplexer " + mux.address())}))
+        << bob.story();
+    talk(ann, "Ann", bob, "Bob");
+
+    Program open(joining("Cid", proxy, mux.address()));
+    EXPECT_EQ(1, open.exitCode());
+    EXPECT_THAT(open.errors(), HasSubstr("403 Forbidden (only over TLS)"));
+    Program mistrusting(joining("Cid", proxy, mux.address(), {"--tls-system-ca", "--tls-require"}));
+    EXPECT_EQ(1, mistrusting.exitCode());
+    EXPECT_THAT(mistrusting.errors(), HasSubstr("certificate")) << mistrusting.story();
+}
+
 class AskingProxies : public Proxies {};
 
 TEST_P(AskingProxies, TakeTheRightCredentials) {

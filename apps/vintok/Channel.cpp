@@ -17,20 +17,21 @@ std::string channelOf(int descriptor) {
     return text;
 }
 
-Notice describe(int descriptor, const std::string &name) {
+Notice describe(int descriptor, const std::string &name, const std::string &server) {
+    const std::string whom = server.empty() ? name : server + ", on the way to " + name + ',';
     const std::string channel = channelOf(descriptor);
     Notice notice;
     notice.fields.text("name", name);
     if (channel.empty()) {
         notice.event = "plain";
-        notice.sentence = "The connection to " + name + " is NOT encrypted.";
+        notice.sentence = "The connection to " + whom + " is NOT encrypted.";
         return notice;
     }
     vintok::TCPCertInfo info;
     vintok::certificateInfo(descriptor, info);
     notice.event = "encrypted";
-    notice.sentence = "The connection to " + name + " is encrypted: " + channel + '.';
-    notice.fields.text("channel", channel);
+    notice.sentence = "The connection to " + whom + " is encrypted: " + channel + '.';
+    notice.fields.text("channel", channel).text("server", server);
     if (info.m_text1.empty()) {
         notice.sentence += " No certificate was shown.";
         return notice;

@@ -68,6 +68,7 @@ private:
     void leadAsked(const vintok::ConferenceRosterEntry &entry);
     void leadAnswered(bool granted);
     std::vector<Person> people() const;
+    std::string secureServer() const;
     void tellSecurity(const Person &person);
     void callEnds(CallEvent event, const std::string &reason);
     void callFails(CallEvent event, const std::string &failure);

@@ -196,8 +196,13 @@ void Party::leadAnswered(bool granted) {
 // With TLS in use a person is told of every connection how it stands.
 void Party::tellSecurity(const Person &person) {
     if (m_options.secure.wanted() && person.connection != -1) {
-        m_report.notice(secure::describe(person.connection, person.name));
+        m_report.notice(secure::describe(person.connection, person.name, secureServer()));
     }
+}
+
+// The server on the way at which the encryption ends; empty when it ends at the host.
+std::string Party::secureServer() const {
+    return m_tunnel ? m_tunnel->secureServer() : "";
 }
 
 std::vector<Person> Party::people() const {
@@ -205,6 +210,9 @@ std::vector<Person> Party::people() const {
     for (Person &person : people) {
         if (person.connection != -1) {
             person.channel = secure::channelOf(person.connection);
+            if (!person.channel.value_or("").empty() && !secureServer().empty()) {
+                *person.channel += " to " + secureServer();
+            }
         }
     }
     return people;

@@ -47,8 +47,9 @@ bool makeFolder(const std::string &folder, const std::vector<std::string> &names
 // Protocol and cipher of a connection; empty when it is plain.
 std::string channelOf(int descriptor);
 
-// Whether a connection is encrypted, how, and who the other side has proved to be.
-Notice describe(int descriptor, const std::string &name);
+// Whether a connection is encrypted, how, and who the other side has proved to be: the party of
+// that name, or a server on the way to it where the encryption ends.
+Notice describe(int descriptor, const std::string &name, const std::string &server);
 
 } // namespace app::secure
 

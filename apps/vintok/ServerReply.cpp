@@ -68,6 +68,8 @@ void readHeader(const std::string &line, ServerReply &reply) {
         reply.location = value;
     } else if (name == lowered(vintok::http_pLorMUX_Reason)) {
         reply.detail = value;
+    } else if (name == lowered(vintok::http_pLorMUX_Encrypt)) {
+        reply.encrypts = value == "true";
     }
 }
 

@@ -216,8 +216,12 @@ std::string Tunnel::challengeFailure() const {
     return asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH";
 }
 
+std::string Tunnel::secureServer() const {
+    return m_opened && m_reply.encrypts ? who() : "";
+}
+
 std::string Tunnel::failure() const {
-    if (!m_anyAnswer || m_opened) {
+    if (!m_anyAnswer || isSuccess(m_status)) {
         return "";
     }
     if (m_status == 0) {

@@ -48,6 +48,9 @@ public:
     // reason.
     std::string failure() const;
 
+    // The multiplexer, when it has said that the encryption ends there.
+    std::string secureServer() const;
+
 private:
     bool hasProxy() const { return !m_way.proxy.host.empty(); }
     bool asksTwice() const { return !m_plan.proxy.host.empty(); }
