@@ -3,7 +3,7 @@
 #define MULTIPLEXER_LOG_H
 
 #include <cstdint>
-#include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -13,23 +13,32 @@ namespace mux {
 // take for more than text, and cut when it is long.
 std::string quoted(std::string_view text);
 
+// Lines are written by a thread of the log's own, so that a full disk, or a pipe that nobody
+// empties, stops no client. When too many lines wait, further ones are left out, and a line says
+// how many.
 class Log {
 public:
-    Log() = default;
+    Log();
     ~Log();
     Log(const Log &) = delete;
     Log &operator=(const Log &) = delete;
 
-    // Lines go to this file, behind what it holds. False when it cannot be opened.
+    // Lines go to this file, behind what it holds. False when it cannot be opened. To be called
+    // before the first line.
     bool open(const std::string &file);
-    void silence() { m_file = nullptr; }
+    void silence() { m_silent = true; }
 
-    // Writes the time, `event`, the number of the client and what there is to tell.
+    // Notes the time, `event`, the number of the client and what there is to tell.
     void line(std::string_view event, std::uint64_t client, const std::string &details);
 
+    // Waits a moment for what is not written yet. False when it cannot be written now: the thread
+    // then holds its file for as long as that lasts.
+    bool finish();
+
 private:
-    std::FILE *m_file = stdout;
-    std::FILE *m_owned = nullptr;
+    struct Writer;
+    std::shared_ptr<Writer> m_writer; // shared with the thread, which may outlive this object
+    bool m_silent = false;
 };
 
 } // namespace mux

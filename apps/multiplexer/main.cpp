@@ -32,6 +32,10 @@ int runServer(const mux::Options &options) {
     mux::Server server(options);
     if (server.start(failure)) {
         server.run();
+        if (!server.log().finish()) {
+            complain("the log cannot be written");
+            std::_Exit(FAILED); // its file cannot be flushed either
+        }
     } else {
         complain(failure);
         code = FAILED;

@@ -4,6 +4,7 @@
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
 #include "vintok/TCPAddress.h"
+#include "vintok/TCPStream.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -13,6 +14,13 @@
 namespace vintok::test {
 
 namespace {
+
+// Sockets need the library to be started, on some systems.
+int openSocket() {
+    static const bool started = init();
+    static_cast<void>(started); // false also when this machine's own name does not resolve
+    return platform::openSocket(platform::FAMILY_IPV4);
+}
 
 platform::Endpoint loopback(unsigned short port) {
     TCPAddress address;
@@ -39,7 +47,7 @@ std::vector<std::string> command(const std::vector<std::string> &options, unsign
 
 // ---- A client
 
-Client::Client(unsigned short port) : m_descriptor(platform::openSocket(platform::FAMILY_IPV4)) {
+Client::Client(unsigned short port) : m_descriptor(openSocket()) {
     EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
 }
 
@@ -129,7 +137,7 @@ void Client::closes() {
 
 // ---- A party
 
-Called::Called() : m_listener(platform::openSocket(platform::FAMILY_IPV4)) {
+Called::Called() : m_listener(openSocket()) {
     platform::Endpoint endpoint = loopback(0);
     EXPECT_TRUE(platform::bindSocket(m_listener, endpoint) &&
                 platform::listenSocket(m_listener, 4096) &&
