@@ -263,6 +263,8 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->fences(&words)) << app->story();
     EXPECT_THAT(words, ElementsAre("playbackStopped"));
 
+    ASSERT_TRUE(app->process().complained("too long")) << app->story();
+
     // Frames that are none cost what came with them and no more.
     for (const Bytes &bytes : {Bytes{0, 0, 0, 0}, Bytes{0, 0, 0, 35, 1}, Bytes(100, 0), [] {
                                    Bytes frame = request("time\n");
