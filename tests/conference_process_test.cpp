@@ -9,9 +9,12 @@
 
 #include "platform/Process.h"
 
+#include <atomic>
+#include <barrier>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -306,6 +309,27 @@ TEST(ConferenceProcess, AFailedObjectKeepsItsPlaceUntilItsEnd) {
     EXPECT_THAT(callback.codes,
                 testing::ElementsAre(CONFERENCE_SOCKET_ERROR, CONFERENCE_ALREADY_RUNNING,
                                      CONFERENCE_SOCKET_ERROR));
+}
+
+TEST(ConferenceProcess, OfThreadsThatMakeOneAtOnceOneGetsThePlace) {
+    constexpr int THREADS = 8;
+    const TemporaryFolder folder;
+    for (int round = 0; round < 20; ++round) {
+        std::barrier made(THREADS);
+        std::atomic<int> refused = 0;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < THREADS; ++i)
+            threads.emplace_back([&] {
+                Recorder callback;
+                made.arrive_and_wait();
+                const ConferenceProcess process(&callback, noOptions, folder.path("no/folder"));
+                refused += process.getLastError() == CONFERENCE_ALREADY_RUNNING ? 1 : 0;
+                made.arrive_and_wait();
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        EXPECT_EQ(THREADS - 1, refused);
+    }
 }
 
 TEST_F(ConferenceProcessTest, ASocketPathThatIsTakenKeepsItsFile) {
