@@ -253,6 +253,43 @@ TEST_F(ControlledMeeting, IsLeftWhenTheApplicationDropsTheProcess) {
     EXPECT_TRUE(bob.isTold("leave Ann"));
 }
 
+TEST_F(ControlledMeeting, IsLeftInTheMiddleOfAFile) {
+    ASSERT_NO_FATAL_FAILURE(goes(accepted));
+    if (!children())
+        GTEST_SKIP() << "this system does not show its children";
+    const std::string part = folder.path("others/big");
+    requestTransferFile(ann.fd(), folder.holding("big", std::string(32 << 20, 'x')), "big");
+    ASSERT_TRUE(meeting.until(
+        [&] {
+            std::error_code none;
+            return std::filesystem::exists(part) && std::filesystem::file_size(part, none) > 0;
+        },
+        "the beginning"));
+    ASSERT_TRUE(ann.dies());
+    EXPECT_TRUE(bob.isTold("leave Ann"));
+    EXPECT_TRUE(bob.isTold("file failed"));
+    EXPECT_TRUE(ann.isLeftAlone());
+}
+
+// The point of a process of its own: an application that hangs does not stop the meeting.
+TEST_F(ControlledMeeting, GoesOnWhileTheApplicationDoesNotRead) {
+    ASSERT_NO_FATAL_FAILURE(goes(accepted));
+    ASSERT_TRUE(ann.fences());
+    constexpr int FILES = 150;
+    ann.pauses();
+    for (int i = 0; i < FILES; ++i) {
+        const std::string name = std::to_string(i) + std::string(200, 'n');
+        ASSERT_TRUE(bob->transferFile(folder.holding(name, "short"), name));
+        ASSERT_TRUE(meeting.until([&] { return folder.content("ann/" + name) == "short"; }, name));
+    }
+    EXPECT_TRUE(cid->placeCall("127.0.0.1", address.hostByteOrderPort(), "", 0, "", "", 0));
+    EXPECT_TRUE(cid.isTold("ringing Ann"));
+    ann.resumes();
+    for (int i = 0; i < FILES; ++i)
+        ASSERT_TRUE(ann.isTold("transferredFileSuccess")) << i;
+    ASSERT_TRUE(ann.isTold("callPending"));
+}
+
 TEST_P(ControlledMeeting, OutlivesTheDeathOfTheControlProcess) {
     ASSERT_NO_FATAL_FAILURE(goes(GetParam()));
     if (!children())

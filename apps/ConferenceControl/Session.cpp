@@ -98,15 +98,13 @@ int Session::run() {
         leave();
         observe();
     }
+    m_outbox.close();
     return 0;
 }
 
 bool Session::connect() {
-    if (m_socket.connect(m_options.path)) {
-        // Room for what an application is told while it does not read.
-        vintok::setSystemBuffers(fd(), std::size_t{1} << 20);
+    if (m_socket.connect(m_options.path) && m_outbox.open(m_socket.descriptor()))
         return true;
-    }
     warn("cannot connect to '" + quote(m_options.path, 200) + "': " + vintok::lastErrorString());
     return false;
 }

@@ -39,6 +39,10 @@ public:
     // Waits until the control process has closed its end, or is gone.
     testing::AssertionResult isLeftAlone();
 
+    // Between the two nothing is read.
+    void pauses() { m_select.removeCallback(m_descriptor, dataCB, this); }
+    void resumes() { m_select.addSocketCallback(m_descriptor, dataCB, this, true, false); }
+
     // What a failed assertion wants to show of the control process.
     virtual std::string story() const = 0;
 
