@@ -24,6 +24,13 @@ bool readAll(std::intptr_t pipe, std::string &text, unsigned int milliseconds) {
     return true;
 }
 
+// All that live. One that nobody reads stops when its pipe is full, and with it those that it talks
+// to; so whoever waits for one reads them all.
+std::vector<ChildProcess *> &children() {
+    static std::vector<ChildProcess *> all;
+    return all;
+}
+
 } // namespace
 
 ChildProcess::ChildProcess(std::vector<std::string> arguments, Environment environment)
@@ -33,11 +40,13 @@ ChildProcess::ChildProcess(std::vector<std::string> arguments, Environment envir
     start.environment = std::move(environment);
     start.input = start.output = start.error = platform::ChildStream::pipe;
     platform::startProcess(start, m_process, m_failure);
+    children().push_back(this);
 }
 
 ChildProcess::~ChildProcess() {
     kill();
     platform::closeProcess(m_process);
+    std::erase(children(), this);
 }
 
 bool ChildProcess::type(const std::string &line) {
@@ -80,6 +89,7 @@ bool ChildProcess::waitFor(Collected &stream,
         if (stream.ended || !started() || Clock::now() >= deadline) {
             return false;
         }
+        collectOthers();
         collect(TURN_MS);
     }
     return true;
@@ -117,10 +127,19 @@ void ChildProcess::collect(unsigned int milliseconds) {
     }
 }
 
+void ChildProcess::collectOthers() const {
+    for (ChildProcess *child : children()) {
+        if (child != this) {
+            child->collect(0);
+        }
+    }
+}
+
 int ChildProcess::exitCode(unsigned int milliseconds) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     // A child that prints more than a pipe holds ends only if somebody reads.
     while (started() && !platform::waitProcess(m_process, TURN_MS)) {
+        collectOthers();
         collect(0);
         if (Clock::now() >= deadline) {
             return -1;

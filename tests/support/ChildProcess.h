@@ -72,6 +72,7 @@ private:
                   std::string *line);
     // Reads what there is; with `milliseconds` waits for it on the standard output first.
     void collect(unsigned int milliseconds);
+    void collectOthers() const;
 
     std::vector<std::string> m_arguments;
     platform::Process m_process;

@@ -13,6 +13,9 @@ namespace vintok::platform {
 
 namespace {
 
+// What a child may write before somebody reads. The usual page would stop it after a few lines.
+constexpr DWORD PIPE_CAPACITY = 65536;
+
 constexpr DWORD PIPE_POLL_MS = 5;
 
 HANDLE asHandle(std::intptr_t value) {
@@ -110,7 +113,8 @@ struct Stream {
             }
         } else if (kind == ChildStream::pipe) {
             const bool toChild = standard == STD_INPUT_HANDLE;
-            return CreatePipe(toChild ? &child : &own, toChild ? &own : &child, &inherit, 0) &&
+            return CreatePipe(toChild ? &child : &own, toChild ? &own : &child, &inherit,
+                              PIPE_CAPACITY) &&
                    SetHandleInformation(own, HANDLE_FLAG_INHERIT, 0);
         }
         child = CreateFileA("NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
