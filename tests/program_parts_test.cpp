@@ -213,6 +213,10 @@ TEST(FileAnnouncement, AnAnnouncementAndAClosingComeBackAsTheyWere) {
         ASSERT_TRUE(decodeClosing(encodeClosing({{"::1", 1}, sent}), closing));
         EXPECT_EQ(sent, closing.sent);
         EXPECT_EQ("::1", closing.place.address);
+        FileTurn turn;
+        ASSERT_TRUE(decodeTurn(encodeTurn({{"::1", 1}, {"::2", 2}, sent}), turn));
+        EXPECT_EQ(sent, turn.yes);
+        EXPECT_EQ((Place{"::2", 2}), turn.whose);
     }
 }
 
@@ -237,11 +241,15 @@ TEST(FileAnnouncement, AnythingElseIsRefusedAndChangesNothing) {
                                     head + "f\n1 a" + hash,
                                     head + "f\n1 " + std::string(64, 'A'),
                                     head + "f\n1 " + hash + "\n",
+                                    std::string("file-turn 1\n::1 1\n::2\nyes"),
+                                    std::string("file-turn 1\n::1 1\nyes"),
                                     std::string("file-end 1\n::1 1\n"),
                                     std::string("file-end 1\n::1 1\nsent\n")}) {
         FileAnnouncement announcement{{"before", 5}, "name", {7, "sum"}};
         EXPECT_FALSE(decodeAnnouncement(body, announcement)) << body;
         EXPECT_EQ("name", announcement.name) << body;
+        FileTurn turn;
+        EXPECT_FALSE(decodeTurn(body, turn)) << body;
         FileClosing closing{{"before", 5}, true};
         EXPECT_FALSE(decodeClosing(body, closing)) << body;
         EXPECT_EQ("before", closing.place.address) << body;

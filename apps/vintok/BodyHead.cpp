@@ -5,22 +5,29 @@
 namespace app {
 
 std::string beginBody(std::string_view mark, const Place &place) {
-    return std::string(mark) + '\n' + place.address + ' ' + std::to_string(place.port) + '\n';
+    return std::string(mark) + '\n' + placeLine(place);
+}
+
+std::string placeLine(const Place &place) {
+    return place.address + ' ' + std::to_string(place.port) + '\n';
 }
 
 bool takeBodyHead(std::string_view &body, std::string_view mark, Place &place) {
     std::string_view first;
-    std::string_view where;
-    if (!takeLine(body, mark.size(), first) || first != mark ||
-        !takeLine(body, MAX_BODY_ADDRESS, where)) {
+    return takeLine(body, mark.size(), first) && first == mark && takePlace(body, place);
+}
+
+bool takePlace(std::string_view &body, Place &place) {
+    std::string_view line;
+    if (!takeLine(body, MAX_BODY_ADDRESS, line)) {
         return false;
     }
-    const std::size_t blank = where.find(' ');
+    const std::size_t blank = line.find(' ');
     if (blank == 0 || blank == std::string_view::npos) {
         return false;
     }
-    place.address = where.substr(0, blank);
-    return parseNumber(where.substr(blank + 1), place.port);
+    place.address = line.substr(0, blank);
+    return parseNumber(line.substr(blank + 1), place.port);
 }
 
 bool takeLine(std::string_view &body, std::size_t limit, std::string_view &line) {

@@ -11,7 +11,6 @@
 #ifndef VINTOK_APP_BODYHEAD_H
 #define VINTOK_APP_BODYHEAD_H
 
-#include <compare>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -26,14 +25,19 @@ struct Place {
     std::string address;
     unsigned short port = 0;
 
-    auto operator<=>(const Place &other) const = default;
+    bool operator==(const Place &other) const = default;
 };
 
 std::string beginBody(std::string_view mark, const Place &place);
+// The second of those lines, and any other of its form.
+std::string placeLine(const Place &place);
 
 // Takes the first two lines off the front of a body. False when they are others; `body` may have
 // lost lines then.
 bool takeBodyHead(std::string_view &body, std::string_view mark, Place &place);
+
+// Takes a line of a place off the front. False for any other line.
+bool takePlace(std::string_view &body, Place &place);
 
 // Takes one line off the front. False when there is no line end within the limit.
 bool takeLine(std::string_view &body, std::size_t limit, std::string_view &line);

@@ -8,8 +8,11 @@ namespace {
 
 constexpr std::string_view ANNOUNCEMENT = "file 1";
 constexpr std::string_view CLOSING = "file-end 1";
+constexpr std::string_view TURN = "file-turn 1";
 constexpr std::string_view SENT = "sent";
 constexpr std::string_view WITHDRAWN = "withdrawn";
+constexpr std::string_view YES = "yes";
+constexpr std::string_view NO = "no";
 
 bool parseSum(std::string_view text, FileSum &sum) {
     const char *end = text.data() + text.size();
@@ -51,6 +54,21 @@ bool decodeClosing(std::string_view body, FileClosing &closing) {
     }
     decoded.sent = body == SENT;
     closing = decoded;
+    return true;
+}
+
+std::string encodeTurn(const FileTurn &turn) {
+    return beginBody(TURN, turn.place) + placeLine(turn.whose).append(turn.yes ? YES : NO);
+}
+
+bool decodeTurn(std::string_view body, FileTurn &turn) {
+    FileTurn decoded;
+    if (!takeBodyHead(body, TURN, decoded.place) || !takePlace(body, decoded.whose) ||
+        (body != YES && body != NO)) {
+        return false;
+    }
+    decoded.yes = body == YES;
+    turn = decoded;
     return true;
 }
 

@@ -1,12 +1,19 @@
 // What a sender broadcasts around a file, since the library's own messages tell neither its size in
-// advance nor its checksum. Both have a head (BodyHead.h). Before the file:
+// advance nor its checksum. All have a head (BodyHead.h). Before the file:
 //
 //     file 1\n
 //     <address> <port>\n
 //     <name>\n               as it is to be stored
 //     <size> <sha256>        bytes, in decimal; SHA-256 in hexadecimal, lower case
 //
-// and behind it, or instead of it when the sender has let another one go first:
+// which the host of the meeting answers, unless the file is its own:
+//
+//     file-turn 1\n
+//     <address> <port>\n     of the host
+//     <address> <port>\n     of the party that may send, or may not
+//     yes | no
+//
+// and behind the file, or instead of it when it does not come:
 //
 //     file-end 1\n
 //     <address> <port>\n
@@ -40,11 +47,19 @@ struct FileClosing {
     bool sent = false;
 };
 
-// Both decoders are false, with the result as it was, for a body of any other form.
+struct FileTurn {
+    Place place;
+    Place whose;
+    bool yes = false;
+};
+
+// The decoders are false, with the result as it was, for a body of any other form.
 std::string encodeAnnouncement(const FileAnnouncement &announcement);
 bool decodeAnnouncement(std::string_view body, FileAnnouncement &announcement);
 std::string encodeClosing(const FileClosing &closing);
 bool decodeClosing(std::string_view body, FileClosing &closing);
+std::string encodeTurn(const FileTurn &turn);
+bool decodeTurn(std::string_view body, FileTurn &turn);
 
 } // namespace app
 

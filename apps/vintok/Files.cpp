@@ -1,11 +1,8 @@
 // A meeting carries one file at a time: a receiver takes one at a time, and two parties that both
-// write and do not read would in the end wait for each other. So a sender first announces its file
-// to all and, unless it is the host, asks the host for the roster. Connections and the host keep
-// the order: of two parties that do so at least one has the other's announcement when its answer
-// comes, and one that has none may send. Whoever has one withdraws if the other's file has begun
-// or the other's address is the lower; else it waits until the other withdraws or begins. (A roster
-// that the host sends for a reason of its own, just then, is taken for the answer. Two files may
-// then cross, and every receiver keeps one of them.)
+// write and do not read would in the end wait for each other. So a sender announces its file, and
+// the host says whose turn it is: a guest sends when it is told yes, and gives up when it is told
+// no. A host that knows nothing of turns is given some time, and then the announcements of others
+// decide.
 //
 // An announcement holds until its sender closes it or leaves, or nothing comes of it for a while.
 // The library's callbacks tell what becomes of the file itself; a file that was not announced
@@ -25,7 +22,7 @@ namespace app {
 namespace {
 
 // Ticks are no measure here: those of the time in which this party sent a file come all at once.
-constexpr std::chrono::seconds ROSTER_TIME(30); // that the host has to answer
+constexpr std::chrono::seconds TURN_TIME(10); // that the host has to answer
 // After so long without a sign of its file a sender no longer keeps others from sending. Where a
 // file is not stored, its begin is the last sign.
 constexpr std::chrono::seconds STORED_TIME(60);
@@ -34,6 +31,13 @@ constexpr std::chrono::seconds UNBEGUN_TIME(10);
 
 Place placeOf(const Person &person) {
     return {person.address, person.port};
+}
+
+Place placeOf(const vintok::TCPAddress &address) {
+    Place place;
+    address.ipString(place.address);
+    place.port = address.hostByteOrderPort();
+    return place;
 }
 
 std::string inQuotes(const std::string &text) {
@@ -117,34 +121,32 @@ void Files::send(const std::string &path, const Person &self) {
 
 void Files::sendNext() {
     while (!m_outgoing.empty()) {
-        if (!m_claimed) {
+        if (m_turn == Turn::unasked) {
             claim();
         }
         const std::string other = rival();
-        if (mustYield()) {
-            withdraw(other + ", who was first; send " + inQuotes(m_outgoing.front().path) +
-                     " again when that is over");
-        } else if (m_answersDue != 0 && Clock::now() >= m_deadline) {
-            withdraw("the host does not answer; " + inQuotes(m_outgoing.front().path) +
-                     " was not sent");
-        } else if (m_answersDue != 0 || !other.empty()) {
-            return;
-        } else {
+        if (m_turn == Turn::asked) {
+            if (Clock::now() < m_deadline) {
+                return;
+            }
+            m_turn = other.empty() ? Turn::yes : Turn::no;
+        }
+        if (m_turn == Turn::yes) {
             transfer();
+        } else {
+            withdraw((other.empty() ? "somebody else was sending a file" : other) + "; send " +
+                     inQuotes(m_outgoing.front().path) + " again when that is over");
         }
         m_outgoing.pop_front();
-        m_claimed = false;
+        m_turn = Turn::unasked;
     }
 }
 
 void Files::claim() {
     const FileNews &file = m_outgoing.front();
-    m_claimed = true;
     broadcast(encodeAnnouncement({placeOf(file.person), file.name, file.announced}));
-    if (!m_participant.isHost() && m_participant.requestRoster()) {
-        ++m_answersDue; // one of an earlier file may still be under way
-    }
-    m_deadline = Clock::now() + ROSTER_TIME;
+    m_turn = m_participant.isHost() ? Turn::yes : Turn::asked;
+    m_deadline = Clock::now() + TURN_TIME;
 }
 
 void Files::transfer() {
@@ -175,14 +177,6 @@ bool Files::arriving() const {
     return m_incoming && Clock::now() < m_lastSign + STORED_TIME;
 }
 
-// Of those that want to send now, another one comes first.
-bool Files::mustYield() const {
-    const Place own = placeOf(m_outgoing.front().person);
-    return arriving() || std::any_of(m_offers.begin(), m_offers.end(), [&](const Offer &offer) {
-               return offer.begun || offer.announcement.place < own;
-           });
-}
-
 // Who else is sending, and what. Empty: nobody.
 std::string Files::rival() const {
     const auto sends = [](const Person &person, const std::string &name) {
@@ -203,31 +197,54 @@ std::string Files::rival() const {
 bool Files::heard(std::string_view body) {
     FileAnnouncement announcement;
     FileClosing closing;
-    const bool begins = decodeAnnouncement(body, announcement);
-    if (!begins && !decodeClosing(body, closing)) {
-        return false;
+    FileTurn turn;
+    if (decodeAnnouncement(body, announcement)) {
+        return isOther(announcement.place) && announced(announcement);
     }
-    // Only of parties that are here and are not this one, so that there are never many.
-    const Person *sender = m_people.find(begins ? announcement.place : closing.place);
-    if (!sender || sender->self) {
-        return false;
+    if (decodeClosing(body, closing)) {
+        return isOther(closing.place) && closed(closing);
     }
-    if (begins) {
-        dropOffer(announcement.place);
+    return decodeTurn(body, turn) && isOther(turn.place) && m_people.find(turn.place)->host &&
+           turned(turn);
+}
+
+// A party that is here and is not this one: of those there are never many.
+bool Files::isOther(const Place &place) const {
+    const Person *person = m_people.find(place);
+    return person && !person->self;
+}
+
+bool Files::announced(const FileAnnouncement &announcement) {
+    dropOffer(announcement.place);
+    const bool free = rival().empty() && m_outgoing.empty();
+    if (!m_participant.isHost() || free) {
         m_offers.push_back({announcement, false, Clock::now()});
-    } else {
-        closed(closing);
+    }
+    if (m_participant.isHost()) {
+        const vintok::TCPAddress &address = m_participant.address();
+        broadcast(encodeTurn({placeOf(address), announcement.place, free}));
     }
     return true;
 }
 
-void Files::closed(const FileClosing &closing) {
+bool Files::turned(const FileTurn &turn) {
+    if (!turn.yes) {
+        dropOffer(turn.whose);
+    }
+    if (m_turn == Turn::asked && turn.whose == placeOf(m_outgoing.front().person)) {
+        m_turn = turn.yes ? Turn::yes : Turn::no;
+    }
+    return true;
+}
+
+bool Files::closed(const FileClosing &closing) {
     const Offer *offer = offerOf(closing.place);
     if (offer && closing.sent && !offer->begun) {
         m_report.fileRefused(newsOf(closing.place),
                              "it did not come, or while another one was arriving");
     }
     dropOffer(closing.place);
+    return true;
 }
 
 void Files::left(const Person &person) {
@@ -242,9 +259,7 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
         }
         return tellProgress(m_outgoing.front(), done);
     }
-    Place place;
-    origin.ipString(place.address);
-    place.port = origin.hostByteOrderPort();
+    const Place place = placeOf(origin);
     m_lastSign = Clock::now();
     if (Offer *offer = offerOf(place)) {
         offer->lastSign = m_lastSign;

@@ -39,8 +39,6 @@ public:
 
     // A broadcast; false when it is about no file, or about one of somebody who is not here.
     bool heard(std::string_view body);
-    // The host has told this party about itself.
-    void rosterCame() { m_answersDue -= m_answersDue == 0 ? 0 : 1; }
     void left(const Person &person);
     // The library's callbacks.
     void goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path);
@@ -50,6 +48,8 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
+    // Of the first file that waits to be sent.
+    enum class Turn { unasked, asked, yes, no };
 
     // A file that another party has announced and not closed yet.
     struct Offer {
@@ -63,13 +63,15 @@ private:
     Person personAt(const Place &place) const;
     FileNews newsOf(const Place &place);
     bool arriving() const;
-    bool mustYield() const;
     std::string rival() const;
     void broadcast(const std::string &body);
     void claim();
     void transfer();
     void withdraw(const std::string &reason);
-    void closed(const FileClosing &closing);
+    bool isOther(const Place &place) const;
+    bool announced(const FileAnnouncement &announcement);
+    bool closed(const FileClosing &closing);
+    bool turned(const FileTurn &turn);
     void begins(const Place &place, const std::string &path);
     void tellProgress(FileNews &file, std::uint64_t done);
 
@@ -77,11 +79,10 @@ private:
     const People &m_people;
     Report &m_report;
     std::deque<FileNews> m_outgoing; // the first is the one that is being sent
-    bool m_claimed = false;          // the first has been announced
-    unsigned int m_answersDue = 0;   // rosters that the host has been asked for
-    Clock::time_point m_deadline;    // of the last of them
-    bool m_sending = false;          // the library is at work on the first
-    bool m_begun = false;            // and could read it
+    Turn m_turn = Turn::unasked;
+    Clock::time_point m_deadline; // of the answer
+    bool m_sending = false;       // the library is at work on the first
+    bool m_begun = false;         // and could read it
     std::optional<FileNews> m_incoming;
     Clock::time_point m_lastSign; // of it
     std::vector<Offer> m_offers;  // of parties that are here, one of each

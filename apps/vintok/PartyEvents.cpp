@@ -134,7 +134,6 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
     Person person = personOf(entry);
     if (person.address == me.address && person.port == me.port) {
         person = me;
-        m_files.rosterCame();
     }
     const Person *known = m_people.find({person.address, person.port});
     if (known && !(*known == person)) {
