@@ -34,6 +34,11 @@ std::string contentOf(const fs::path &path) {
     return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
 }
 
+// Where a message takes long, in an emulated system, a big file is smaller and shows less.
+std::size_t bigSize(std::size_t size) {
+    return platform::pathSeparator() == '/' ? size : 100001;
+}
+
 std::ptrdiff_t count(const std::string &output, const std::string &event) {
     std::ptrdiff_t found = 0;
     for (std::size_t at = 0;
@@ -232,7 +237,7 @@ TEST_F(ProgramFiles, AFileOfMegabytesReachesEightReceiversWhole) {
             "join", target, "--name", name, "--files", (folder / name).string()}));
         ASSERT_TRUE(bob->tells("joined", {named(name)})) << bob->story();
     }
-    std::string megabytes(5000001, '\0');
+    std::string megabytes(bigSize(5000001), '\0');
     std::minstd_rand random;
     std::generate(megabytes.begin(), megabytes.end(),
                   [&] { return static_cast<char>(random() >> 16); });
@@ -254,9 +259,7 @@ TEST_F(ProgramFiles, OfTwoThatSendAtOnceOneGoesFirst) {
     meet();
     Program cid({"join", target, "--name", "Cid"});
     ASSERT_TRUE(bob->tells("joined", {named("Cid")}) && cid.tells("joined", {named("Bob")}));
-    // Where a message takes long, in an emulated system, it is smaller and shows less.
-    const std::size_t size = platform::pathSeparator() == '/' ? 20000000 : 100000;
-    const std::string path = make("big.bin", std::string(size, 'b'));
+    const std::string path = make("big.bin", std::string(bigSize(20000000), 'b'));
     Program *const senders[] = {&*bob, &cid, &*ann};
     const std::string end = R"("result":"sent")";
     int sent = 0;

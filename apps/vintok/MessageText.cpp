@@ -173,19 +173,25 @@ bool readBytes(Body &body, Fields &fields) {
 // What the program itself says around a file.
 bool readAboutFile(std::string_view body, Fields &fields) {
     FileAnnouncement file;
+    FileTurn turn;
     FileClosing closing;
-    const bool begins = decodeAnnouncement(body, file);
-    if (!begins && !decodeClosing(body, closing)) {
-        return false;
-    }
-    const Place &place = begins ? file.place : closing.place;
-    fields.text("address", place.address).number("port", place.port);
-    if (begins) {
-        fields.text("file", file.name)
+    const auto tellPlace = [&fields](const Place &place) -> Fields & {
+        return fields.text("address", place.address).number("port", place.port);
+    };
+    if (decodeAnnouncement(body, file)) {
+        tellPlace(file.place)
+            .text("file", file.name)
             .number("size", static_cast<std::int64_t>(file.sum.size))
             .text("sha256", file.sum.sha256);
+    } else if (decodeTurn(body, turn)) {
+        tellPlace(turn.place)
+            .text("turn-address", turn.whose.address)
+            .number("turn-port", turn.whose.port)
+            .flag("turn", turn.yes);
+    } else if (decodeClosing(body, closing)) {
+        tellPlace(closing.place).flag("sent", closing.sent);
     } else {
-        fields.flag("sent", closing.sent);
+        return false;
     }
     return true;
 }

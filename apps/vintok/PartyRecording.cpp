@@ -16,8 +16,10 @@ namespace {
 // Files are in no recording: what announces one would make the others wait for it.
 bool isAboutFile(const std::string &body) {
     FileAnnouncement announcement;
+    FileTurn turn;
     FileClosing closing;
-    return decodeAnnouncement(body, announcement) || decodeClosing(body, closing);
+    return decodeAnnouncement(body, announcement) || decodeTurn(body, turn) ||
+           decodeClosing(body, closing);
 }
 
 } // namespace
