@@ -409,6 +409,17 @@ TEST_F(Played, MayDieInTheMiddleOfAMessage) {
     }
 }
 
+TEST_F(Played, MayNeverCome) {
+    Program ann(waiting());
+    ASSERT_TRUE(ann.tells("waiting")) << ann.story();
+    if (!ann.interrupt()) {
+        GTEST_SKIP() << "no console to send an interrupt through";
+    }
+    EXPECT_EQ(1, ann.exitCode()) << ann.story();
+    EXPECT_EQ("vintok: nobody came to '" + path + "'\n", sameEnds(ann.errors()));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
 TEST_F(Played, MayIgnoreThatItIsToEnd) {
     Program ann(waiting({"--no-startup"}));
     connectTo(ann);

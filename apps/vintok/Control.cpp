@@ -81,10 +81,15 @@ private:
         const bool notFound =
             error == vintok::CONFERENCE_NOT_INSTALLED || error == vintok::CONFERENCE_NO_ACCESS;
         m_error = std::string(text) + (notFound ? " (--install says where it is)" : "");
+        if (m_descriptor != -1) { // too late to be a reason for anything else
+            m_report.problem(m_error);
+        }
     }
 
     bool startProcess();
     bool awaitProcess();
+    static void acceptCB(int, void *data, bool) { static_cast<Control *>(data)->accept(); }
+    void accept();
     std::string socketPath() const;
     bool connect();
 
@@ -100,11 +105,14 @@ private:
     vintok::TCPSelect m_loop;
     Inbox m_inbox;
     ControlClient m_client;
-    std::optional<SocketFolder> m_folder;                 // unless the path of the socket is given
-    std::unique_ptr<vintok::ConferenceProcess> m_process; // null for one that was started by hand
+    int m_listening = -1; // while somebody is waited for
     int m_descriptor = -1;
+    std::string m_error;                  // the last one of the process
+    std::optional<SocketFolder> m_folder; // unless the path of the socket is given
+    // Null for one that was started by hand. It closes the descriptor that the socket watches, and
+    // so goes after it.
+    std::unique_ptr<vintok::ConferenceProcess> m_process;
     MessageSocket m_socket;
-    std::string m_error;        // the last one of the process
     unsigned int m_parting = 0; // seconds left for the control process to end
     bool m_done = false;
     int m_exitCode = 0;
@@ -114,7 +122,6 @@ int Control::run() {
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
         end(withLastFailure("cannot make sockets on the loopback address"));
     } else if (connect()) {
-        m_inbox.watch();
         m_inbox.readStandardInput();
         m_report.notice(
             {"control", "The control process is there. /help tells what can be typed.", Fields()});
@@ -155,6 +162,8 @@ std::string Control::socketPath() const {
     return m_options.control.socket.empty() ? m_folder->socket() : m_options.control.socket;
 }
 
+// Until it is there, Ctrl-C ends the program in the usual way: the process ends by itself when it
+// has nobody to connect to.
 bool Control::startProcess() {
     setControlHome(m_options.control.install, m_options.control.program);
     vintok::ConferenceProcessOptions options;
@@ -168,27 +177,38 @@ bool Control::startProcess() {
         end("cannot start the control process: " + m_error);
         return false;
     }
+    m_inbox.watch();
     return true;
 }
 
-// Until somebody comes, Ctrl-C ends the program in the usual way.
 bool Control::awaitProcess() {
     const std::string path = socketPath();
-    int listening = vintok::createUnixSocket(path, 1, true);
-    if (listening == -1) {
+    m_listening = vintok::createUnixSocket(path, 1, true);
+    if (m_listening == -1 || !m_loop.addSocketCallback(m_listening, acceptCB, this, false, false)) {
         end(withLastFailure("cannot listen on '" + path + "'"));
         return false;
     }
+    m_inbox.watch();
     m_report.notice(
         {"waiting", "Waiting for: ConferenceControl -path " + path, Fields().text("path", path)});
-    m_descriptor = vintok::acceptAndCloseBoundSocket(listening);
+    while (m_listening != -1 && !m_done) {
+        m_inbox.pass();
+    }
     std::error_code ignored;
     fs::remove(path, ignored); // nobody else is to come
-    if (m_descriptor == -1) {
-        end(withLastFailure("nobody comes to '" + path + "'"));
-        return false;
+    if (m_listening != -1) {
+        m_loop.removeCallback(m_listening, acceptCB, this);
+        vintok::shutdownSocket(m_listening);
     }
-    return true;
+    return !m_done;
+}
+
+void Control::accept() {
+    m_loop.removeCallback(m_listening, acceptCB, this);
+    m_descriptor = vintok::acceptAndCloseBoundSocket(m_listening);
+    if (m_descriptor == -1) {
+        end(withLastFailure("nobody comes to '" + socketPath() + "'"));
+    }
 }
 
 void Control::tell(const vintok::TCPMessage &message) {
@@ -240,6 +260,9 @@ void Control::obey(const std::string &line) {
 }
 
 void Control::part() {
+    if (m_listening != -1) {
+        return end("nobody came to '" + socketPath() + "'");
+    }
     if (m_parting == 0 && !m_done) {
         m_parting = PARTING_SECONDS;
         m_client.shutdown(); // if it is gone already, its end of the socket tells
