@@ -109,7 +109,7 @@ TEST_F(FileProgress, ASenderThatHangsUpInItSendsNoMore) {
 
 TEST_F(FileProgress, AReceiverMayHangUpInIt) {
     ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
-    for (const std::uint64_t when : {0, 1024}) {
+    for (const std::uint64_t when : {0u, 1024u}) {
         inside = [&](ConferenceParticipant &at, const Step &step) {
             if (&at == &cid.participant() && step.done == when)
                 at.hangup();
