@@ -65,12 +65,14 @@ bool Client::sends(const std::string &bytes) {
 }
 
 std::size_t Client::pours(const std::string &bytes) {
+    platform::setBlockingMode(m_descriptor, false);
     std::size_t sent = 0;
     std::int64_t count = 1;
     while (count > 0 && sent < bytes.size()) {
-        count = platform::sendNow(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
+        count = platform::send(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
         sent += count > 0 ? static_cast<std::size_t>(count) : 0;
     }
+    platform::setBlockingMode(m_descriptor, true);
     return sent;
 }
 
