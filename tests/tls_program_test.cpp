@@ -1,6 +1,7 @@
 // Meetings of real processes under TLS, what a listener on the wire gets of them, and OpenSSL's own
 // client and server on the other side.
 #include "platform/Thread.h"
+#include "support/Multiplexer.h"
 #include "support/Program.h"
 #include "support/SocketPair.h"
 #include "vintok/TCPStream.h"
@@ -343,4 +344,38 @@ TEST_F(TLSProgram, NoWordOfAMeetingCrossesTheWireInClear) {
     }
 }
 
+// TLS reaches up to the multiplexer, for all of the tunnel or for the request alone.
+TEST_F(TLSProgram, AMultiplexerKeepsTheConnectionEncryptedOrEndsThat) {
+    if (*DUMPCAP_PROGRAM == '\0')
+        GTEST_SKIP() << "dumpcap is not installed";
+    const std::string word = "a secret of the tunnel";
+    for (const bool kept : {true, false}) {
+        SCOPED_TRACE(kept ? "kept" : "ended");
+        Program ann({"host", "--name", "Ann"});
+        Arguments arguments = {"--tls-cert",     file("host.pem"), "--tls-key",
+                               file("host.key"), "--meeting",      "talk=" + ann.target()};
+        if (!kept)
+            arguments.push_back("--tls-until-open");
+        Multiplexer mux(arguments);
+        Capture capture(std::to_string(mux.port()));
+        if (!capture.running() && capture.forbidden())
+            GTEST_SKIP() << "capturing is not permitted: " << capture.story();
+        ASSERT_TRUE(capture.running()) << capture.story();
+        const Arguments way = {"join", "--mux",    mux.address(),  "--meeting-id", "talk", "--name",
+                               "Bob",  "--tls-ca", file("ca.pem"), "--tls-wait",   "1"};
+        Program bob(way);
+        EXPECT_TRUE(bob.tells(kept ? "encrypted" : "plain", {named("Ann")})) << bob.story();
+        bob.type(word);
+        EXPECT_TRUE(ann.tells("said", {text("text", word)})) << ann.story() << bob.story();
+        const std::string wire = capture.result();
+        EXPECT_EQ(kept, wire.find(word) == std::string::npos);
+        EXPECT_EQ(std::string::npos, wire.find("pLorMUX_MeetingID")) << "the request is secret";
+        if (!kept) {
+            Arguments strict = way;
+            strict.push_back("--tls-require");
+            Program cid(strict);
+            EXPECT_EQ(1, cid.exitCode()) << cid.story();
+        }
+    }
+}
 } // namespace
