@@ -150,6 +150,55 @@ TEST_F(ControlSession, CallsOthersAndTellsHowItWent) {
     ASSERT_TRUE(app->isTold("placedCallNoAnswer"));
 }
 
+TEST_F(ControlSession, TellsWhyACallFails) {
+    ASSERT_TRUE(app->startsUp()) << app->story();
+    Party dora(meeting, "Dora"), bob(meeting, "Bob");
+    dora.hosts("Talk");
+    ASSERT_TRUE(bob.meets(dora));
+    requestPlaceCall(app->fd(), "127.0.0.1", bob.port(), "", 0, "", "", 0);
+    ASSERT_TRUE(app->isTold("placedCallBusy"));
+    EXPECT_EQ("Bob", app->told().person().firstName());
+
+    WirePeer server(meeting, "Server"); // a proxy, and later an old party
+    server.readsText(true);
+    ASSERT_TRUE(server.listens());
+    requestPlaceCall(app->fd(), "mux.example", 1, "127.0.0.1", server.port(), "talk", "a:b", 3);
+    ASSERT_TRUE(server.picksUp());
+    ASSERT_TRUE(server.sendsText("HTTP/1.0 407 X\r\nProxy-Authenticate: Basic\r\n\r\n"));
+    ASSERT_TRUE(app->isTold("serverResponse"));
+    EXPECT_EQ(407, app->told().number(Field::serverResponseCode));
+    ASSERT_TRUE(app->isTold("authenticationRequired"));
+    EXPECT_EQ(2, app->told().number(Field::triesRemaining));
+    EXPECT_EQ("a:b", app->told().value(Field::authenticationString));
+
+    server.readsText(false);
+    requestPlaceCall(app->fd(), "127.0.0.1", server.port(), "", 0, "", "", 0);
+    ASSERT_TRUE(server.picksUp());
+    WireFrame old;
+    old.id = id::keepAlive;
+    old.major = 3;
+    old.body = {0};
+    old.origin = server.entry.address;
+    ASSERT_TRUE(server.sends(old.encode()));
+    ASSERT_TRUE(app->isTold("versionNotCompatible"));
+    EXPECT_EQ("127.0.0.1", app->told().value(Field::machineName));
+}
+
+// Every roster tells of everybody; what the application knows already is not told again.
+TEST_F(ControlSession, TellsWhoHasChanged) {
+    Party bob(meeting, "Bob");
+    ASSERT_TRUE(holdsMeetingWith(bob));
+    bob->setTitle("Dr");
+    ASSERT_TRUE(bob->sendRoster());
+    ASSERT_TRUE(app->isTold("rosterEntry"));
+    EXPECT_EQ("Dr", app->told().person().title());
+    ASSERT_TRUE(bob->sendRoster());
+    bob->setTitle("Prof");
+    ASSERT_TRUE(bob->sendRoster());
+    ASSERT_TRUE(app->isTold("rosterEntry"));
+    EXPECT_EQ("Prof", app->told().person().title());
+}
+
 TEST_F(ControlSession, RecordsWhatIsSaidAndPlaysIt) {
     Party bob(meeting, "Bob");
     ASSERT_TRUE(holdsMeetingWith(bob));
