@@ -209,6 +209,15 @@ TEST_F(Tunnel, AServerIsNotAskedInTheOpen) {
     EXPECT_THAT(ann.events, ElementsAre("response 200", "noAnswer mux.example"));
 }
 
+TEST_F(Tunnel, AServerWithoutANameIsNotAskedFor) {
+    LogFile log;
+    EXPECT_FALSE(callsThroughProxy("", 0, "", 1));
+    EXPECT_TRUE(log.has("sf_sendHttpRequest bad parameters for HTTP header"));
+    EXPECT_TRUE(log.has("sf_sendHttpRequest FAILED"));
+    ASSERT_TRUE(server.picksUp() && server.seesTheEnd());
+    EXPECT_TRUE(server.rest().empty());
+}
+
 TEST_F(Tunnel, AConnectionThatIsSecureAlreadyIsNotSecuredAgain) {
     transport.connectsUnnamed = true;
     asksServer();
@@ -255,20 +264,30 @@ const Answer answers[] = {
     {"HTTP/1.0 302 X" + away, 1, {"response 302", "redirect other.example:81"}, true},
 };
 
+// Whoever gives it: the server, a proxy, or the server behind a proxy that has let the call
+// through.
 TEST_F(Tunnel, EachAnswerEndsTheCallInItsWay) {
     ann.decidesOnRedirects();
+    enum Giver { direct, proxy, behindProxy };
     for (const Answer &row : answers) {
-        for (const bool proxied : {false, true}) {
-            SCOPED_TRACE(row.reply + (proxied ? "from a proxy" : "from the server"));
+        for (const Giver giver : {direct, proxy, behindProxy}) {
+            SCOPED_TRACE(row.reply + " of giver " + number(giver));
             ann.forgets();
-            const std::string called = proxied ? "mux.example" : "127.0.0.1";
-            ASSERT_TRUE(proxied ? callsThroughProxy("", row.retries) : callsServer(row.retries));
+            const std::string called = giver != direct ? "mux.example" : "127.0.0.1";
+            ASSERT_TRUE(giver != direct ? callsThroughProxy("", row.retries)
+                                        : callsServer(row.retries));
             ASSERT_TRUE(server.picksUp());
-            ASSERT_TRUE(server.receivesText(proxied ? proxyRequest(called, 40000, server.port())
-                                                    : serverRequest()));
+            ASSERT_TRUE(server.receivesText(
+                giver != direct ? proxyRequest(called, 40000, server.port()) : serverRequest()));
+            std::vector<std::string> expected = row.events;
+            if (giver == behindProxy) {
+                ASSERT_TRUE(server.sendsText(ok));
+                ASSERT_TRUE(server.receivesText(
+                    muxRequest(called, 40000, "127.0.0.1:" + number(server.port()))));
+                expected.insert(expected.begin(), "response 200");
+            }
             ASSERT_TRUE(server.sendsText(row.reply));
             EXPECT_TRUE(server.seesTheEnd());
-            std::vector<std::string> expected = row.events;
             for (std::string &event : expected)
                 if (const auto at = event.find('X'); at != std::string::npos)
                     event.replace(at, 1, called);
@@ -295,6 +314,18 @@ TEST_F(Tunnel, AReplyHas4095BytesAtMost) {
             EXPECT_TRUE(server.seesTheEnd());
             EXPECT_THAT(ann.events, ElementsAre("response 0", "noAnswer 127.0.0.1"));
         }
+    }
+}
+
+// The reader does not wait for the rest, wherever the cut is.
+TEST_F(Tunnel, AReplyInPiecesIsNone) {
+    const std::string reply = "HTTP/1.0 200 OK\r\n\r\n";
+    for (const std::size_t cut : {std::size_t{1}, std::size_t{16}, reply.size() - 1}) {
+        SCOPED_TRACE(cut);
+        asksServer();
+        ASSERT_TRUE(server.sendsText(reply.substr(0, cut)));
+        ASSERT_TRUE(ann.isTold("noAnswer 127.0.0.1"));
+        EXPECT_THAT(ann.events, ElementsAre("response 0", "noAnswer 127.0.0.1"));
     }
 }
 
