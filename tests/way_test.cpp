@@ -57,23 +57,23 @@ const Answer answers[] = {
 };
 
 TEST_F(Ways, EachAnswerThatEndsACallIsToldInALine) {
-    for (const bool proxied : {false, true}) {
-        for (const Answer &row : answers) {
-            SCOPED_TRACE(std::string(row.what) + (proxied ? " from a proxy" : ""));
-            Called server;
-            Program bob(proxied ? joining("mux.invalid", {"--proxy", server.address()})
-                                : joining(server.address()));
-            const std::unique_ptr<Client> call = server.picksUp();
-            ASSERT_TRUE(call != nullptr) << bob.story();
-            EXPECT_THAT(call->answer(), HasSubstr("CONNECT "));
-            EXPECT_TRUE(call->sends(row.reply));
-            call->endsSending();
-            EXPECT_EQ(1, bob.exitCode()) << bob.story();
-            EXPECT_EQ("vintok: the " + std::string(proxied ? "proxy " : "multiplexer ") +
-                          server.address() + row.complaint,
-                      bob.errors().substr(0, bob.errors().find_first_of("\r\n")))
-                << bob.story();
-        }
+    bool proxied = false;
+    for (const Answer &row : answers) {
+        proxied = !proxied;
+        SCOPED_TRACE(std::string(row.what) + (proxied ? " from a proxy" : ""));
+        Called server;
+        Program bob(proxied ? joining("mux.invalid", {"--proxy", server.address()})
+                            : joining(server.address()));
+        const std::unique_ptr<Client> call = server.picksUp();
+        ASSERT_TRUE(call != nullptr) << bob.story();
+        EXPECT_THAT(call->answer(), HasSubstr("CONNECT "));
+        EXPECT_TRUE(call->sends(row.reply));
+        call->endsSending();
+        EXPECT_EQ(1, bob.exitCode()) << bob.story();
+        EXPECT_EQ("vintok: the " + std::string(proxied ? "proxy " : "multiplexer ") +
+                      server.address() + row.complaint,
+                  bob.errors().substr(0, bob.errors().find_first_of("\r\n")))
+            << bob.story();
     }
 }
 
