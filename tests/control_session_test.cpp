@@ -221,6 +221,16 @@ TEST_F(ControlSession, RecordsWhatIsSaidAndPlaysIt) {
     ASSERT_TRUE(bob.hears("two"));
     EXPECT_EQ(1, bob.told("data one"));
     ASSERT_TRUE(app->isTold("playbackStopped", true));
+
+    bob.forgets();
+    requestDisableUser(app->fd(), RosterBase(bob->address()));
+    requestStartPlayback(app->fd(), path);
+    ASSERT_TRUE(app->isTold("playbackStopped", true));
+    requestEnableUser(app->fd(), RosterBase(bob->address()));
+    requestStartPlayback(app->fd(), path);
+    ASSERT_TRUE(bob.hears("two"));
+    EXPECT_EQ(1, bob.told("data two")) << "but while he was disabled he heard nothing";
+    ASSERT_TRUE(app->isTold("playbackStopped", true));
     requestStartRecording(app->fd(), path); // which has something in it
     ASSERT_TRUE(app->isTold("recordingStarted", false));
     EXPECT_EQ(126u, folder.content("recording").size());
