@@ -350,7 +350,7 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->isTold("rosterChanged"));
 }
 
-// What it is told meanwhile has room in the socket.
+// What it is told meanwhile waits.
 TEST_F(ControlSession, AnApplicationThatDoesNotReadForAWhileHoldsNothingUp) {
     ASSERT_TRUE(app->startsUp()) << app->story();
     for (int i = 0; i < 150; ++i)
