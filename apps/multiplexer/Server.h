@@ -1,5 +1,5 @@
 // The loop: listening sockets, clients, time. One thread does it all and never waits for a single
-// client; only names are looked up elsewhere (Resolver.h).
+// client; names are looked up, and the log is written, on others (Resolver.h, Log.h).
 #ifndef MULTIPLEXER_SERVER_H
 #define MULTIPLEXER_SERVER_H
 
