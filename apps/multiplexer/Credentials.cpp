@@ -1,28 +1,13 @@
 #include "Credentials.h"
 
+#include "Base64.h"
+
 #include <vintok/HTTPText.h>
 #include <vintok/TCPAddress.h>
 
 namespace mux {
 
 namespace {
-
-// RFC 4648, with padding.
-std::string base64(std::string_view text) {
-    static constexpr std::string_view digits =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); i += 3) {
-        unsigned int bits = 0;
-        for (std::size_t j = i; j < i + 3; ++j) {
-            bits = bits << 8 | (j < text.size() ? static_cast<unsigned char>(text[j]) : 0u);
-        }
-        for (std::size_t j = 0; j < 4; ++j) {
-            result += i + j > text.size() ? '=' : digits[bits >> (18 - 6 * j) & 0x3F];
-        }
-    }
-    return result;
-}
 
 // Always walks the whole of `given`.
 bool equalInConstantTime(std::string_view given, std::string_view secret) {
@@ -40,7 +25,7 @@ bool Credentials::add(std::string_view pair) {
     if (pair.find(':') == std::string_view::npos) {
         return false;
     }
-    m_accepted.push_back(base64(pair));
+    m_accepted.push_back(app::base64(pair));
     return true;
 }
 

@@ -5,6 +5,7 @@
 #include "Credentials.h"
 #include "Request.h"
 #include "Rules.h"
+#include "Target.h"
 
 #include <chrono>
 #include <cstddef>
@@ -16,7 +17,7 @@
 
 namespace mux {
 
-inline constexpr std::uint16_t DEFAULT_PORT = 7780;
+inline constexpr std::uint16_t DEFAULT_PORT = app::MULTIPLEXER_PORT;
 
 struct Options {
     std::vector<std::string> listen; // literals
