@@ -183,6 +183,26 @@ TEST_F(PlatformSockets, WriterFindsADeadPeerLostAndGetsNoSignal) {
     EXPECT_PRED1(isConnectionLost, socketError());
 }
 
+// In the blocking mode that a socket begins with.
+TEST_F(PlatformSockets, ATransferNowNeverWaits) {
+    EXPECT_EQ(-1, receiveNow(far, buffer, sizeof buffer));
+    EXPECT_EQ(10035, socketError());
+    EXPECT_FALSE(awaitSocket(far, Await::readable, 0));
+    arrive(3);
+    EXPECT_TRUE(awaitSocket(far, Await::readable, -1));
+    EXPECT_EQ(3, receiveNow(far, buffer, sizeof buffer));
+    const std::vector<unsigned char> much(1 << 20, 'x');
+    std::int64_t sent = 0;
+    for (int i = 0; i < 1000 && sent >= 0; ++i) { // more than any buffers hold
+        sent = sendNow(near, much.data(), much.size());
+    }
+    EXPECT_EQ(-1, sent);
+    EXPECT_EQ(10035, socketError());
+    EXPECT_FALSE(awaitSocket(near, Await::writable, 0));
+    far.close();
+    EXPECT_TRUE(awaitSocket(near, Await::writable, -1));
+}
+
 TEST_F(PlatformSockets, ResetConnectionIsLost) {
     ASSERT_TRUE(resetOnClose(near));
     near.close();
@@ -584,6 +604,21 @@ TEST(PlatformFile, OpenedFileIsNotInherited) {
     EXPECT_EQ(2u, std::filesystem::file_size(path));
     std::filesystem::remove(path);
     EXPECT_EQ(nullptr, openFile(path, "rb"));
+}
+
+TEST(PlatformFile, APrivateFileIsNewAndItsOwnersAlone) {
+    namespace fs = std::filesystem;
+    const fs::path path =
+        fs::temp_directory_path() / ("vintok_private_test" + std::to_string(currentProcessId()));
+    std::FILE *file = createPrivateFile(path.string());
+    ASSERT_NE(nullptr, file);
+    EXPECT_FALSE(isInherited(file));
+    std::fclose(file);
+    EXPECT_EQ(nullptr, createPrivateFile(path.string()));
+    if (pathSeparator() == '/') {
+        EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(path).permissions());
+    }
+    fs::remove(path);
 }
 
 TEST(PlatformFile, LocalTimeIsTheRuntimesOwn) {

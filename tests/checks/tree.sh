@@ -114,6 +114,9 @@ function layer_of(path,    name, length_) {
         print $1 " includes " $3
 }' | sort -u | faults "upward include"
 
+sources src/vintok src/platform | matches '^ *# *include *[<"](openssl|vintok-tls)/' |
+    faults "the library depends on what stands beside it"
+
 sources src/platform | matches '^#include "vintok/' | faults "the platform seam includes the library"
 
 # --- sizes
