@@ -80,6 +80,9 @@ bool bytesWaiting(int descriptor, std::size_t &count);
 
 bool setBlockingMode(int descriptor, bool blocking);
 bool setNoDelayOption(int descriptor);
+// While on, what is sent waits until a packet is full, for a fifth of a second at most; off sends
+// what waits. False where the system has no such thing.
+bool fillPackets(int descriptor, bool on);
 
 // Nobody else may listen on the port; a port that only waits out old connections may be taken.
 bool setExclusiveAddress(int descriptor);

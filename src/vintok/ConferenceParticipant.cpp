@@ -337,6 +337,7 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
         }
         return;
     }
+    _workings.relaysFile = false;
     try {
         if (peer->isProxyPending() || peer->isMUXPending())
             _readTunnel(peer);
@@ -348,6 +349,8 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
     peer = _getPeer(descriptor);
     if (peer != nullptr)
         peer->setBadRead(false);
+    _fillPackets(peer != nullptr && _workings.relaysFile &&
+                 bytesPending(descriptor) >= static_cast<std::int64_t>(smallestFrame));
 }
 
 void ConferenceParticipant::_readMessage(ConferenceRosterEntry *peer, bool closed) {
@@ -466,8 +469,10 @@ void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessa
         peer->setMajorVersion(message.messageMajorVersion());
         peer->setMinorVersion(message.messageMinorVersion());
     }
-    if (route->relay == Route::RELAY_BEFORE && _relays())
+    if (route->relay == Route::RELAY_BEFORE && _relays()) {
         _broadcastData(peer, message);
+        _workings.relaysFile = route->handle == Route::fileData;
+    }
     route->handle(*this, peer, message);
     // Whoever sent it may have gone meanwhile; the others are owed it all the same.
     if (route->relay == Route::RELAY_AFTER && _relays())

@@ -360,6 +360,8 @@ private:
         std::unique_ptr<AcceptGuard> door;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
         bool sendsFile = false;                               // inside `transferFile`
+        bool relaysFile = false;   // the last message was a part of a file, and has been relayed
+        bool fillsPackets = false; // see `_fillPackets`
     };
     // Stands in every operation that can fire a callback or drop a party.
     class Operation {
@@ -505,6 +507,7 @@ private:
     bool _isSending(const ConferenceRosterEntry &party) const;
     void _abandonFile();
     bool _discardFile();
+    void _fillPackets(bool on);
     void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);
     void _handleFileTransferAck(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length, bool hasAddress);

@@ -153,6 +153,10 @@ bool setNoDelayOption(int descriptor) {
     return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
+bool fillPackets(int descriptor, bool on) {
+    return setOption(descriptor, IPPROTO_TCP, TCP_CORK, on ? 1 : 0);
+}
+
 bool setExclusiveAddress(int descriptor) {
     // Here this option lets no second listener in: it only makes connections that wait out their
     // time on the port no obstacle for a host that starts again.

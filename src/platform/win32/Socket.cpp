@@ -172,6 +172,10 @@ bool setNoDelayOption(int descriptor) {
     return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
 }
 
+bool fillPackets(int, bool) {
+    return false;
+}
+
 bool setExclusiveAddress(int descriptor) {
     return setOption(descriptor, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
 }
