@@ -318,6 +318,7 @@ TEST(ConferenceProcess, OfThreadsThatMakeOneAtOnceOneGetsThePlace) {
         std::barrier made(THREADS);
         std::atomic<int> refused = 0;
         std::vector<std::thread> threads;
+        threads.reserve(THREADS);
         for (int i = 0; i < THREADS; ++i)
             threads.emplace_back([&] {
                 Recorder callback;
