@@ -375,6 +375,7 @@ TEST_F(TLSProgram, AMultiplexerKeepsTheConnectionEncryptedOrEndsThat) {
             strict.push_back("--tls-require");
             Program cid(strict);
             EXPECT_EQ(1, cid.exitCode()) << cid.story();
+            EXPECT_THAT(cid.errors(), HasSubstr("goes on without TLS, which is required"));
         }
     }
 }

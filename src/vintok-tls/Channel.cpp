@@ -168,6 +168,11 @@ bool Channel::isUp() const {
     return m_up;
 }
 
+bool Channel::connects() const {
+    const std::lock_guard guard(m_lock);
+    return m_connection != nullptr && SSL_is_server(m_connection.get()) == 0;
+}
+
 // What a call that did not succeed says, told when it is the end.
 Channel::Progress Channel::explain(int result) {
     const int reason = SSL_get_error(m_connection.get(), result);

@@ -33,6 +33,7 @@ public:
     void begin(Connection connection);
     Progress shake();
     bool isUp() const;
+    bool connects() const;
 
     // Up to `length` bytes of plaintext, at least one when it is done.
     Progress read(unsigned char *buffer, std::size_t length, std::size_t &count);

@@ -274,8 +274,13 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
     const std::lock_guard guard(m_state->m_lock);
     m_state->m_channels.erase(fd);
     // Nothing may go on in the open. A connection that ends anyway ends a moment earlier.
-    if (channel->isUp() && m_state->m_settings != nullptr && m_state->m_settings->options.required)
-        platform::shutdownBoth(fd);
+    if (!channel->isUp() || m_state->m_settings == nullptr ||
+        !m_state->m_settings->options.required)
+        return true;
+    if (failure.error == TLS_ERROR_CLOSED && channel->connects() && !platform::endArrived(fd))
+        m_state->m_failure = {TLS_ERROR_PEER_PLAIN,
+                              "the other side goes on without TLS, which is required"};
+    platform::shutdownBoth(fd);
     return true;
 }
 

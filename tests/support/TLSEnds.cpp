@@ -28,7 +28,7 @@ TLSOptions optionsFor(const std::string &name) {
     options.certificate = own.certificate;
     options.key = own.key;
     options.roots = authority().own().certificate;
-    options.acceptWait = 2000;
+    options.acceptWait = 10000;
     options.connectWait = 1;
     options.handshakeTime = 10000;
     return options;
