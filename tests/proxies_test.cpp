@@ -133,6 +133,24 @@ TEST_P(AskingProxies, TakeTheRightCredentials) {
     EXPECT_THAT(wrong.errors(), HasSubstr("does not accept the user name or the password"));
 }
 
+TEST_P(AskingProxies, LetAHostOfferItself) {
+    Proxy proxy(GetParam(), {true});
+    START_OR_SKIP(proxy);
+    Multiplexer mux({"--meeting", "talk"}, freePort());
+    Program inside({"host", "--name", "Eve", "--mux", mux.address(), "--meeting-id", "talk",
+                    "--proxy", proxy.address(), "--auth", Proxy::CREDENTIALS});
+    ASSERT_TRUE(inside.tells("offering", {text("whom", mux.address())})) << inside.story();
+    for (const char *name : {"Bob", "Cid"}) {
+        Program guest({"join", "--name", name, "--mux", mux.address(), "--meeting-id", "talk"});
+        ASSERT_TRUE(inside.tells("joined", {named(name)})) << inside.story() << mux.story();
+        talk(inside, "Eve", guest, name);
+        guest.type("/leave");
+        EXPECT_EQ(0, guest.exitCode()) << guest.story();
+        EXPECT_TRUE(inside.tells("left", {named(name)})) << inside.story();
+    }
+    EXPECT_TRUE(mux.comesTo("tunnels", 0));
+}
+
 TEST_P(Proxies, SayWhyTheyDoNotConnect) {
     const unsigned short closed = freePort();
     const Proxy proxy(GetParam(), {false, closed});

@@ -158,4 +158,123 @@ TEST_F(Ways, LeadToTheMeeting) {
     }
 }
 
+// ---- A host that offers itself
+
+class Offers : public Ways {
+protected:
+    static std::vector<std::string> hosting(const std::string &multiplexer,
+                                            const std::vector<std::string> &more = {}) {
+        std::vector<std::string> all = {"host",      "--name",       "Ann", "--mux",
+                                        multiplexer, "--meeting-id", "talk"};
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    }
+    static Program guest(const std::string &name, const Multiplexer &mux) {
+        return Program({"join", "--name", name, "--mux", mux.address(), "--meeting-id", "talk"});
+    }
+    static void expectHeard(Program &speaker, const std::string &name,
+                            const std::vector<Program *> &others) {
+        const std::string line(20000, 'l');
+        for (const std::string &each : {std::string("I am ") + name, line}) {
+            speaker.type(each);
+            for (Program *other : others) {
+                EXPECT_TRUE(other->tells("said", {named(name), text("text", each)}))
+                    << other->story();
+            }
+        }
+    }
+};
+
+TEST_F(Offers, BringGuestsToAHostThatNobodyCalls) {
+    const Multiplexer mux(
+        {"--meeting", "talk", "--credentials", "ann:secret", "--open-meeting", "talk"});
+    Program ann(hosting(mux.address()));
+    ASSERT_TRUE(ann.tells("offering", {text("whom", mux.address()), text("id", "talk")}));
+    Program bob = guest("Bob", mux);
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story() << bob.story();
+    Program cid = guest("Cid", mux);
+    ASSERT_TRUE(bob.tells("joined", {named("Cid")})) << ann.story() << cid.story();
+    expectHeard(ann, "Ann", {&bob, &cid});
+    expectHeard(bob, "Bob", {&ann, &cid});
+    expectHeard(cid, "Cid", {&ann, &bob});
+    bob.type("/leave");
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
+    EXPECT_TRUE(cid.tells("left", {named("Bob")})) << cid.story();
+    Program dan = guest("Dan", mux);
+    ASSERT_TRUE(cid.tells("joined", {named("Dan")})) << ann.story() << dan.story();
+    expectHeard(dan, "Dan", {&ann, &cid});
+    EXPECT_TRUE(mux.comesTo("tunnels", 2)) << mux.story();
+
+    ann.type("the last words");
+    ann.type("/leave");
+    for (Program *guest : {&cid, &dan}) {
+        EXPECT_TRUE(guest->tells("said", {named("Ann"), text("text", "the last words")}));
+        EXPECT_EQ(0, guest->exitCode()) << guest->story();
+    }
+    EXPECT_EQ(0, ann.exitCode()) << ann.story();
+    EXPECT_TRUE(mux.comesTo("tunnels", 0));
+    EXPECT_TRUE(mux.comesTo("waiting", 0));
+}
+
+TEST_F(Offers, AreMadeAgainWhereTheMultiplexerComesBackOrNobodyCame) {
+    const std::vector<std::string> options = {"--meeting", "talk", "--wait-time", "1"};
+    auto mux = std::make_unique<Multiplexer>(options);
+    const unsigned short port = mux->port();
+    Program ann(hosting(mux->address()));
+    ASSERT_TRUE(ann.tells("offering")) << ann.story();
+    EXPECT_TRUE(mux->comesTo("refused", 2)) << "the second offer ends as the first did";
+    mux->kill();
+    mux.reset();
+    ASSERT_TRUE(ann.tells("offer-failed", {{"again", "true"}})) << ann.story();
+    const Multiplexer back({"--meeting", "talk"}, port);
+    ASSERT_TRUE(ann.tells("offering")) << ann.story();
+    Program bob = guest("Bob", back);
+    EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story() << bob.story();
+}
+
+TEST_F(Offers, ThatAreRefusedAreToldAndTheMeetingGoesOn) {
+    const Answer refusals[] = {
+        {"forbidden", "HTTP/1.0 403 Forbidden\r\npLorMUX_Reason: not you\r\n\r\n",
+         " refuses the offer: 403 Forbidden (not you)"},
+        {"a challenge", "HTTP/1.1 401 Who?\r\nWWW-Authenticate: Basic realm=x\r\n\r\n",
+         " asks for a user name and a password: give them with --auth-file, --auth or "
+         "VINTOK_PROXY_AUTH"},
+        {"a way to nowhere", "HTTP/1.1 302 Found\r\n\r\n",
+         " sends the offer on and does not say where"},
+    };
+    for (const Answer &row : refusals) {
+        SCOPED_TRACE(row.what);
+        Called server;
+        Program ann(hosting(server.address()));
+        const std::string target = ann.target();
+        const std::unique_ptr<Client> offer = server.picksUp();
+        ASSERT_TRUE(offer != nullptr) << ann.story();
+        EXPECT_THAT(offer->answer(), HasSubstr(OFFER));
+        EXPECT_TRUE(offer->sends(row.reply));
+        EXPECT_TRUE(
+            ann.tells("offer-failed",
+                      {{"again", "false"},
+                       text("reason", "the multiplexer " + server.address() + row.complaint)}))
+            << ann.story();
+        Program bob({"join", target, "--name", "Bob"});
+        EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story();
+    }
+}
+
+TEST_F(Offers, TakeCredentialsToWhoAsksAndFollowARedirectWithoutThem) {
+    const Multiplexer second({"--meeting", "talk"});
+    const Multiplexer first(
+        {"--credentials", "ann:secret", "--redirect", "talk=" + second.address()});
+    Program wrong(hosting(first.address(), {"--auth", "ann:guess"}));
+    EXPECT_TRUE(
+        wrong.tells("offer-failed", {text("reason", "the multiplexer " + first.address() +
+                                                        " does not accept the user name or the "
+                                                        "password")}))
+        << wrong.story();
+    Program ann(hosting(first.address(), {"--auth", "ann:secret"}));
+    ASSERT_TRUE(ann.tells("offering", {text("whom", second.address())})) << ann.story();
+    Program bob = guest("Bob", second);
+    EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story() << bob.story();
+}
+
 } // namespace

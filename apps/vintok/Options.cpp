@@ -148,6 +148,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
                     "guests follow it (0)")
         ->type_name("SECONDS")
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
+    addOfferedWay(*app, options);
     addMeeting(*app, options);
     addSecure(*app, options);
     addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
@@ -321,8 +322,10 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         if (app->parsed()) {
             options.role = role;
             options.secure.accepts = role == Role::host;
-            return role == Role::join && !finishWay(options, text) ? ParseResult::wrong
-                                                                   : ParseResult::run;
+            return (role == Role::join && !finishWay(options, text)) ||
+                           (role == Role::host && !finishOfferedWay(options, text))
+                       ? ParseResult::wrong
+                       : ParseResult::run;
         }
     }
     text = "a command is needed";

@@ -55,6 +55,9 @@ int Party::run() {
     if (m_options.role == Role::host ? host() : call()) {
         loop();
     }
+    if (m_offer) {
+        m_offer->end();
+    }
     return m_exitCode;
 }
 
@@ -68,7 +71,18 @@ void Party::introduce() {
 
 bool Party::host() {
     m_report.hosting(m_options.meeting);
-    return m_participant.hostMeeting(m_options.meeting);
+    if (!m_participant.hostMeeting(m_options.meeting)) {
+        return false;
+    }
+    if (m_options.way.isTunnelled()) {
+        m_offer =
+            std::make_unique<Offer>(m_options.way, m_participant.address().hostByteOrderPort());
+        if (!m_offer->start()) {
+            fail("cannot start a thread");
+            return false;
+        }
+    }
+    return true;
 }
 
 bool Party::call() {
@@ -135,6 +149,9 @@ void Party::loop() {
 void Party::afterPass() {
     if (m_done) {
         return;
+    }
+    if (m_offer) {
+        m_offer->tell(m_report);
     }
     if (m_calling && m_tunnel && m_tunnel->takeNext()) {
         place(m_tunnel->plan());

@@ -5,6 +5,7 @@
 #include "Command.h"
 #include "Files.h"
 #include "Inbox.h"
+#include "Offer.h"
 #include "Options.h"
 #include "Person.h"
 #include "Player.h"
@@ -112,6 +113,7 @@ private:
     bool m_leadAsked = false;         // somebody waits for this party's answer
     bool m_playsNow = false;          // the next message of the recording may be due as well
     std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
+    std::unique_ptr<Offer> m_offer;   // of a host at a multiplexer
     std::deque<Command> m_unsaid;     // typed before there was a meeting
     People m_people;
     Files m_files;

@@ -157,6 +157,9 @@ void Party::answerForLead(bool give) {
 void Party::tick() {
     ++m_seconds;
     m_files.tick();
+    if (m_offer) {
+        m_offer->tick();
+    }
     if (m_leaving && --m_patience == 0) {
         return part();
     }

@@ -67,13 +67,10 @@ void addCredentials(CLI::App &app, Way &way, CLI::Option *multiplexer) {
         ->excludes(given);
 }
 
-} // namespace
-
-void addWay(CLI::App &app, Options &options) {
-    Way &way = options.way;
+void addServers(CLI::App &app, Way &way, const std::string &multiplexerHelp,
+                const std::string &proxyHelp) {
     CLI::Option *multiplexer =
-        addServer(app, "--mux", way.multiplexer, MULTIPLEXER_PORT,
-                  "Call by way of this multiplexer, which knows the meeting by its identifier");
+        addServer(app, "--mux", way.multiplexer, MULTIPLEXER_PORT, multiplexerHelp);
     const auto setMeeting = [&way](const std::string &text) {
         if (!isHeaderText(text)) {
             throw CLI::ValidationError("--meeting-id: neither empty, nor with control characters, "
@@ -86,10 +83,36 @@ void addWay(CLI::App &app, Options &options) {
                                              "The meeting, as the multiplexer knows it")
             ->type_name("ID")
             ->needs(multiplexer));
-    addServer(app, "--proxy", way.proxy, PROXY_PORT,
-              "Reach the multiplexer through this HTTP proxy; the target is then left out")
-        ->needs(multiplexer);
+    addServer(app, "--proxy", way.proxy, PROXY_PORT, proxyHelp)->needs(multiplexer);
     addCredentials(app, way, multiplexer);
+}
+
+// Where the command line gives no credentials.
+bool takeVariable(Way &way, std::string &text) {
+    const char *variable = std::getenv(VARIABLE);
+    if (!way.credentials.empty() || variable == nullptr || *variable == '\0') {
+        return true;
+    }
+    if (!areCredentials(variable)) {
+        text = std::string("the value of ") + VARIABLE + " is not USER:PASSWORD";
+        return false;
+    }
+    way.credentials = variable;
+    return true;
+}
+
+} // namespace
+
+void addWay(CLI::App &app, Options &options) {
+    addServers(app, options.way,
+               "Call by way of this multiplexer, which knows the meeting by its identifier",
+               "Reach the multiplexer through this HTTP proxy; the target is then left out");
+}
+
+void addOfferedWay(CLI::App &app, Options &options) {
+    addServers(app, options.way,
+               "Let in also who asks this multiplexer for the meeting, without being called",
+               "Reach the multiplexer through this HTTP proxy");
 }
 
 bool finishWay(Options &options, std::string &text) {
@@ -108,15 +131,19 @@ bool finishWay(Options &options, std::string &text) {
                options.target.text() + "' out";
         return false;
     }
-    const char *variable = std::getenv(VARIABLE);
-    if (way.credentials.empty() && variable != nullptr && *variable != '\0') {
-        if (!areCredentials(variable)) {
-            text = std::string("the value of ") + VARIABLE + " is not USER:PASSWORD";
-            return false;
-        }
-        way.credentials = variable;
+    return takeVariable(way, text);
+}
+
+bool finishOfferedWay(Options &options, std::string &text) {
+    if (!options.way.isTunnelled()) {
+        return true;
     }
-    return true;
+    if (options.secure.wanted()) {
+        text = "a host that is reached by way of a multiplexer cannot encrypt: leave out --mux or "
+               "the options that begin with --tls-";
+        return false;
+    }
+    return takeVariable(options.way, text);
 }
 
 } // namespace app

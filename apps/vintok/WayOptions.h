@@ -11,10 +11,13 @@ class App;
 namespace app {
 
 void addWay(CLI::App &app, Options &options);
+// Of a host, which offers itself at a multiplexer.
+void addOfferedWay(CLI::App &app, Options &options);
 
 // What cannot be seen before all options are known. Takes the credentials from the environment
 // where the command line gives none. False: `text` says what is wrong.
 bool finishWay(Options &options, std::string &text);
+bool finishOfferedWay(Options &options, std::string &text);
 
 } // namespace app
 

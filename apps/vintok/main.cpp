@@ -106,7 +106,7 @@ int runLibrary(const app::Options &options) {
             report->failed(failure);
             return FAILED;
         }
-    } else if (options.way.isTunnelled()) {
+    } else if (options.way.isTunnelled() && options.role != app::Role::host) {
         vintok::setTransport(&passThrough);
     }
     const int code = runRole(options, *report);

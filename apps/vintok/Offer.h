@@ -1,0 +1,41 @@
+// A host's standing offer at a multiplexer: callers of the meeting get to this host by way of it,
+// with no call from outside.
+#ifndef VINTOK_APP_OFFER_H
+#define VINTOK_APP_OFFER_H
+
+#include "Report.h"
+#include "Way.h"
+
+#include <memory>
+
+namespace app {
+
+class Offer {
+public:
+    // For the host that listens on this port of the machine.
+    Offer(const Way &way, unsigned short port);
+    ~Offer(); // as `end`
+    Offer(const Offer &) = delete;
+    Offer &operator=(const Offer &) = delete;
+
+    // Starts the thread that offers. False when there is none to be had.
+    bool start();
+
+    // On the host's own thread: once a second, and after each pass of its loop.
+    void tick();
+    void tell(Report &report);
+
+    // Ends the offer and the connections of those who came by way of it, after what the host has
+    // said to them has gone out; waits a few seconds at most.
+    void end();
+
+private:
+    struct State;
+    class Offerer;
+    std::shared_ptr<State> m_state; // shared with the threads, which may outlive this object
+    std::shared_ptr<Offerer> m_offerer;
+};
+
+} // namespace app
+
+#endif

@@ -1,0 +1,59 @@
+// A connection to a multiplexer, and the bytes that pass between it and another one, on threads of
+// their own. Such a thread waits for bytes and for a word that it is to end: a socket is never
+// closed under a thread that waits for it.
+#ifndef VINTOK_APP_PASSAGE_H
+#define VINTOK_APP_PASSAGE_H
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace app {
+
+// Two connections and what ends the waiting for them. Whoever has one shares it; the last owner
+// closes everything.
+class Passage {
+public:
+    Passage() = default;
+    ~Passage();
+    Passage(const Passage &) = delete;
+    Passage &operator=(const Passage &) = delete;
+
+    bool open(); // before anything else; false when no sockets can be had
+
+    // From any thread, any number of times: all that wait on this passage, now or later, stop.
+    void wake();
+    bool isWoken() const { return m_woken; }
+
+    // The two connections, owned from then on; -1 is none.
+    int server = -1;
+    int local = -1;
+
+    // Writes all of it. False when the connection is lost, or woken.
+    bool write(int descriptor, const char *bytes, std::size_t length);
+
+    // A reply up to its blank line and nothing behind it. Less when the stream ends, the reply is
+    // too long, or the passage is woken.
+    std::string readReply();
+
+    // Passes bytes both ways on two threads, which share `passage`, until one of the connections
+    // ends or it is woken. `ended` is called once, on one of them, when they have let go of the
+    // passage. False, with nothing called, when there is no thread to be had.
+    static bool start(const std::shared_ptr<Passage> &passage, const std::function<void()> &ended);
+
+private:
+    class Waiter;
+    void pass(int from, int to);
+
+    std::mutex m_mutex;
+    std::atomic<bool> m_woken = false;
+    int m_wakeRead = -1;
+    int m_wakeWrite = -1;
+};
+
+} // namespace app
+
+#endif
