@@ -224,8 +224,10 @@ TEST_F(TLSProgram, OpenSSLsClientIsServedOrRefusedByTheHost) {
 TEST_F(TLSProgram, ARenegotiationIsRefused) {
     Program ann(hosting());
     const std::string target = ann.target();
-    ChildProcess client = openssl({"s_client", "-connect", target, "-tls1_2"});
+    ChildProcess client = openssl({"s_client", "-connect", target, "-tls1_2", "-msg"});
     ASSERT_TRUE(client.printed("Extended master secret: yes")) << client.story();
+    // The record with her hello must not come in between.
+    ASSERT_TRUE(client.printed("17 03 03")) << client.story();
     client.type("R");
     EXPECT_NE(0, client.exitCode());
     EXPECT_THAT(client.errors(), HasSubstr("no renegotiation"));
