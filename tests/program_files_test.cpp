@@ -373,24 +373,32 @@ TEST_F(StrangeSender, AFileIsComparedWithWhatWasAnnounced) {
 
 TEST_F(StrangeSender, NonsenseAboutFilesHurtsNobody) {
     const std::string sum(64, 'a');
-    const std::string nobody = "\n192.0.2.99 1\n";
+    const std::string annsPlace = eve.ip() + ' ' + target.substr(target.find(':') + 1);
+    // Of nobody, and of Ann herself: a recording that is played may say such things.
+    for (const std::string &place : {std::string("\n192.0.2.99 1\n"), '\n' + annsPlace + '\n'}) {
+        for (const std::string &body :
+             {"file 1" + place + "f\n1 " + sum, "file-turn 1" + place + "192.0.2.99 1\nno",
+              "file-end 1" + place + "sent"})
+            ASSERT_TRUE(eve.says(body));
+    }
     const std::string noise[] = {
         head("file 1"),
         head("file 1") + "f\n2147483648 " + sum,
         head("file 1") + "f\n18446744073709551617 " + sum,
         head("file 1") + std::string(100000, 'f') + "\n1 " + sum,
-        "file 1" + nobody + "f\n1 " + sum,
-        "file-end 1" + nobody + "sent",
         head("file-end 1"),
     };
     for (const std::string &body : noise) {
         ASSERT_TRUE(eve.says(body));
         EXPECT_TRUE(ann->tells("data", {{"bytes", std::to_string(body.size())}})) << body;
     }
+    EXPECT_EQ(std::ssize(noise), count(ann->output(), "data"));
     // Well-formed, and never followed by a file, or by one of another name.
     const std::string evil = "\x1b[2J\r\xff../../evil";
     for (int i = 0; i < 100; ++i)
         ASSERT_TRUE(eve.says(head("file 1") + evil + "\n1 " + sum));
+    ASSERT_TRUE(eve.says(head("file 1") + "the last")); // she may hear what is typed earlier
+    ASSERT_TRUE(ann->tells("data", {{"bytes", std::to_string(head("file 1").size() + 8)}}));
     ann->type("/send " + path);
     EXPECT_TRUE(
         ann->tells("problem", {text("text", R"(Eve is sending '\u001b[2J\u000d\ufffd../../evil'; )"

@@ -199,22 +199,34 @@ bool Files::heard(std::string_view body) {
     FileClosing closing;
     FileTurn turn;
     if (decodeAnnouncement(body, announcement)) {
-        return isOther(announcement.place) && announced(announcement);
+        if (isOther(announcement.place)) {
+            announced(announcement);
+        }
+        return true;
     }
     if (decodeClosing(body, closing)) {
-        return isOther(closing.place) && closed(closing);
+        if (isOther(closing.place)) {
+            closed(closing);
+        }
+        return true;
     }
-    return decodeTurn(body, turn) && isOther(turn.place) && m_people.find(turn.place)->host &&
-           turned(turn);
+    if (!decodeTurn(body, turn)) {
+        return false;
+    }
+    if (isOther(turn.place) && m_people.find(turn.place)->host) {
+        turned(turn);
+    }
+    return true;
 }
 
-// A party that is here and is not this one: of those there are never many.
+// A party that is here and is not this one: of those there are never many. A recording that is
+// played into the meeting tells of others.
 bool Files::isOther(const Place &place) const {
     const Person *person = m_people.find(place);
     return person && !person->self;
 }
 
-bool Files::announced(const FileAnnouncement &announcement) {
+void Files::announced(const FileAnnouncement &announcement) {
     dropOffer(announcement.place);
     const bool free = rival().empty() && m_outgoing.empty();
     if (!m_participant.isHost() || free) {
@@ -224,27 +236,24 @@ bool Files::announced(const FileAnnouncement &announcement) {
         const vintok::TCPAddress &address = m_participant.address();
         broadcast(encodeTurn({placeOf(address), announcement.place, free}));
     }
-    return true;
 }
 
-bool Files::turned(const FileTurn &turn) {
+void Files::turned(const FileTurn &turn) {
     if (!turn.yes) {
         dropOffer(turn.whose);
     }
     if (m_turn == Turn::asked && turn.whose == placeOf(m_outgoing.front().person)) {
         m_turn = turn.yes ? Turn::yes : Turn::no;
     }
-    return true;
 }
 
-bool Files::closed(const FileClosing &closing) {
+void Files::closed(const FileClosing &closing) {
     const Offer *offer = offerOf(closing.place);
     if (offer && closing.sent && !offer->begun) {
         m_report.fileRefused(newsOf(closing.place),
                              "it did not come, or while another one was arriving");
     }
     dropOffer(closing.place);
-    return true;
 }
 
 void Files::left(const Person &person) {
@@ -263,6 +272,7 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
     m_lastSign = Clock::now();
     if (Offer *offer = offerOf(place)) {
         offer->lastSign = m_lastSign;
+        offer->begun = true;
     }
     if (m_incoming && m_incoming->path == path) {
         tellProgress(*m_incoming, done);
@@ -273,9 +283,6 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
 
 void Files::begins(const Place &place, const std::string &path) {
     FileNews file = newsOf(place);
-    if (Offer *offer = offerOf(place)) {
-        offer->begun = true;
-    }
     if (path.empty()) {
         return m_report.fileRefused(file, whyRefused());
     }

@@ -37,7 +37,8 @@ public:
 
     // ---- What the meeting tells
 
-    // A broadcast; false when it is about no file, or about one of somebody who is not here.
+    // A broadcast; false when it is about no file. One about a file of this party, or of somebody
+    // who is not here, makes no difference.
     bool heard(std::string_view body);
     void left(const Person &person);
     // The library's callbacks.
@@ -69,9 +70,9 @@ private:
     void transfer();
     void withdraw(const std::string &reason);
     bool isOther(const Place &place) const;
-    bool announced(const FileAnnouncement &announcement);
-    bool closed(const FileClosing &closing);
-    bool turned(const FileTurn &turn);
+    void announced(const FileAnnouncement &announcement);
+    void closed(const FileClosing &closing);
+    void turned(const FileTurn &turn);
     void begins(const Place &place, const std::string &path);
     void tellProgress(FileNews &file, std::uint64_t done);
 
