@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
+#include <stdexcept>
 
 namespace vintok::test {
 namespace {
@@ -121,6 +122,16 @@ TEST_F(FileProgress, AReceiverMayHangUpInIt) {
         ann.forgets();
         ASSERT_TRUE(cid.meets(ann));
     }
+}
+
+TEST_F(FileProgress, AnExceptionOutOfItEndsTheFileAndNotTheNextOne) {
+    inside = [&](ConferenceParticipant &at, const Step &) {
+        if (&at == &bob.participant())
+            throw std::runtime_error("no more");
+    };
+    EXPECT_THROW(bob->transferFile(path, "f.bin"), std::runtime_error);
+    inside = nullptr;
+    EXPECT_TRUE(bob->transferFile(path, "f.bin"));
 }
 
 TEST_F(FileProgress, NoSecondFileStartsInsideTheFirst) {

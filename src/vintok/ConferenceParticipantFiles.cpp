@@ -97,6 +97,18 @@ bool fillRound(TCPMessage &frames, TCPMessage &message, const unsigned char *byt
     return true;
 }
 
+// Holds while a file is sent, also when the application's callback throws.
+class SendingFile {
+public:
+    explicit SendingFile(bool &flag) : m_flag(flag) { m_flag = true; }
+    ~SendingFile() { m_flag = false; }
+    SendingFile(const SendingFile &) = delete;
+    SendingFile &operator=(const SendingFile &) = delete;
+
+private:
+    bool &m_flag;
+};
+
 // Where each character of a path begins that is a separator, with foreign ones made this system's.
 std::vector<std::size_t> fixSeparators(char *path) {
     const platform::EnvironmentLocale locale;
@@ -125,7 +137,7 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
         return false;
     if (_attendees.empty() || path.empty() || relativePath.empty() || !isTail(path, relativePath))
         return false;
-    _workings.sendsFile = true;
+    const SendingFile sending(_workings.sendsFile);
     bool sent = false;
     try {
         std::vector<unsigned char> bytes;
@@ -133,7 +145,6 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
     } catch (const std::bad_alloc &) {
         sent = false; // not even begun: the rest needs no memory to speak of
     }
-    _workings.sendsFile = false;
     return sent;
 }
 
