@@ -230,6 +230,7 @@ bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
     if (_select != nullptr)
         _select->removeCallback(descriptor, sf_dataCB, this);
     const bool removed = _removeAttendee(peer);
+    _fillPackets(false); // the next message of a file may have been this one's
     shutdownSocket(descriptor);
     if (_isSending(*peer))
         _abandonFile();
