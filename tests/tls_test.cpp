@@ -339,6 +339,14 @@ TEST_F(TLS, RecordsOfOneByteAddUp) {
     EXPECT_EQ(text.substr(60), ends->read(1000));
 }
 
+TEST_F(TLS, WhatComesWhileSomethingIsPendingAddsToIt) {
+    ASSERT_TRUE(ends->shakeHands());
+    ASSERT_TRUE(ends->peerWrites("head") && ends->awaitPending(4));
+    ASSERT_TRUE(ends->peerWrites("er and body"));
+    EXPECT_TRUE(ends->awaitPending(15)) << bytesPending(ends->mine());
+    EXPECT_EQ("header and body", ends->read(1000));
+}
+
 // The peer seals for a socket of its own, so that the test can pass its records on in pieces.
 class Pieces : public TLS {
 protected:

@@ -209,6 +209,11 @@ std::size_t Channel::take(unsigned char *buffer, std::size_t length) {
 }
 
 void Channel::keep(const unsigned char *plain, std::size_t length) {
+    // A peer that is faster than the reader never lets the buffer run empty.
+    if (m_taken >= ready()) {
+        m_plain.erase(m_plain.begin(), m_plain.begin() + static_cast<std::ptrdiff_t>(m_taken));
+        m_taken = 0;
+    }
     m_plain.insert(m_plain.end(), plain, plain + length);
 }
 
@@ -265,11 +270,12 @@ std::size_t Channel::takeIn() {
     return count;
 }
 
-// What was taken off the socket is not seen there any more.
+// As on a plain stream the count grows while bytes come: a frame's length may be cut by the end of
+// a record, and its reader waits for the rest of it. While there is much, the socket is not asked.
 std::size_t Channel::pending() {
     {
         const std::lock_guard guard(m_lock);
-        if (ready() != 0 || m_rawTaken == m_rawEnd)
+        if (ready() >= longestRecord || (ready() == 0 && m_rawTaken == m_rawEnd))
             return ready();
     }
     return takeIn();

@@ -351,7 +351,7 @@ bool TLSTransport::secureBytesPending(int fd, std::size_t *pending, bool socketH
     if (failure.error == TLS_ERROR_NONE)
         return true;
     // Whoever waits for this descriptor is to find it: its socket may hold nothing more.
-    if (socketHasData && failure.error != TLS_ERROR_CLOSED) {
+    if (failure.error != TLS_ERROR_CLOSED) {
         m_state->keepRefusal(failure);
         logLine(SEVERITY_ERROR, fd, failure.words);
         platform::shutdownBoth(fd);
