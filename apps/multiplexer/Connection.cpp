@@ -68,14 +68,18 @@ void Connection::watch(bool reading, bool writing) {
     }
 }
 
-Connection::Result Connection::receive(char *buffer, std::size_t length, std::size_t &count) {
+Connection::Result Connection::receive(char *buffer, std::size_t length, std::size_t &count,
+                                       bool fromSocket) {
     if (!m_unread.empty()) {
         count = std::min(length, m_unread.size());
         std::memcpy(buffer, m_unread.data(), count);
         m_unread.erase(0, count);
         return Result::bytes;
     }
-    return m_secure ? receiveSecure(buffer, length, count) : receiveRaw(buffer, length, count);
+    if (m_secure) {
+        return receiveSecure(buffer, length, count, fromSocket);
+    }
+    return fromSocket ? receiveRaw(buffer, length, count) : Result::blocked;
 }
 
 Connection::Result Connection::receiveRaw(char *buffer, std::size_t length, std::size_t &count) {
@@ -91,7 +95,8 @@ Connection::Result Connection::receiveRaw(char *buffer, std::size_t length, std:
     return isTemporary(platform::socketError()) ? Result::blocked : Result::lost;
 }
 
-Connection::Result Connection::receiveSecure(char *buffer, std::size_t length, std::size_t &count) {
+Connection::Result Connection::receiveSecure(char *buffer, std::size_t length, std::size_t &count,
+                                             bool fromSocket) {
     for (;;) {
         const SecureStream::Result opened = m_secure->open(buffer, length, count);
         if (!sendSealed() || opened == SecureStream::Result::failed) {
@@ -103,10 +108,13 @@ Connection::Result Connection::receiveSecure(char *buffer, std::size_t length, s
         if (opened == SecureStream::Result::ended && m_sendsPlain) {
             m_unread = m_secure->takeRest();
             m_secure.reset();
-            return receive(buffer, length, count);
+            return receive(buffer, length, count, fromSocket);
         }
         if (opened == SecureStream::Result::ended) {
             return Result::ended;
+        }
+        if (!fromSocket) {
+            return Result::blocked;
         }
         std::array<char, SECURE_PIECE> sealed;
         std::size_t taken = 0;

@@ -46,7 +46,8 @@ public:
     void watch(bool reading, bool writing = false);
 
     enum class Result { bytes, blocked, ended, lost };
-    Result receive(char *buffer, std::size_t length, std::size_t &count);
+    // Not `fromSocket`: only what has been taken from there already.
+    Result receive(char *buffer, std::size_t length, std::size_t &count, bool fromSocket = true);
     // Gives bytes back, to be received again first.
     void unread(std::string_view bytes) { m_unread.insert(0, bytes); }
     // Some bytes will be received of which no socket tells any more.
@@ -76,7 +77,7 @@ public:
 
 private:
     Result receiveRaw(char *buffer, std::size_t length, std::size_t &count);
-    Result receiveSecure(char *buffer, std::size_t length, std::size_t &count);
+    Result receiveSecure(char *buffer, std::size_t length, std::size_t &count, bool fromSocket);
     bool sendRaw(std::string_view bytes);
     bool sendSealed();
 

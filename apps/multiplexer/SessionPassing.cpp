@@ -80,7 +80,8 @@ bool Session::passFrom(Leg &from, Leg &to) {
         std::array<char, 65536> &scratch = m_server.scratch();
         const std::size_t room = from.readyMissing != 0 ? from.readyMissing : scratch.size();
         std::size_t count = 0;
-        switch (from.connection->receive(scratch.data(), room, count)) {
+        // The part of a record always counts as unread: the socket is left to the next round.
+        switch (from.connection->receive(scratch.data(), room, count, piece < PIECES)) {
         case Connection::Result::bytes:
             if (!passBytes(from, to, std::string_view(scratch.data(), count))) {
                 return false;
