@@ -77,7 +77,7 @@ bool Server::start(std::string &failure) {
     for (const std::string &address : m_options.listen) {
         Endpoint endpoint;
         if (!makeEndpoint(address, m_port, endpoint) || !listen(endpoint, failure)) {
-            failure = "cannot listen on " + address + " port " + std::to_string(m_port) + failure;
+            failure.insert(0, "cannot listen on " + address + " port " + std::to_string(m_port));
             return false;
         }
         std::printf("listening on %s port %u\n", address.c_str(), m_port);
