@@ -132,6 +132,8 @@ TEST_F(ControlSession, CallsOthersAndTellsHowItWent) {
     requestHangup(app->fd());
     ASSERT_TRUE(app->isTold("endMeeting"));
     ASSERT_TRUE(host.isTold("leave Ann"));
+    requestStartLeading(app->fd()); // with nobody to ask
+    ASSERT_TRUE(app->isTold("beginLeadingDenied"));
     host.screensCalls();
     host->hostMeeting("Talk");
     requestPlaceCall(app->fd(), "127.0.0.1", host.port(), "", 0, "", "", 0);

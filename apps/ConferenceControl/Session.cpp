@@ -46,7 +46,7 @@ const Session::Request *Session::findRequest(const std::string &word) {
         {"meetingRoster", &Session::roster, meeting},
         {"disableUser", &Session::disableUser, meeting},
         {"enableUser", &Session::enableUser, meeting},
-        {"startLeading", &Session::startLeading, meeting},
+        {"startLeading", &Session::startLeading, started},
         {"stopLeading", &Session::stopLeading, meeting},
         {"acceptLeadChange", &Session::acceptLeadChange, meeting},
         {"rejectLeadChange", &Session::rejectLeadChange, meeting},
