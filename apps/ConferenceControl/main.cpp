@@ -30,9 +30,9 @@ int runSession(const control::Options &options) {
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     setLog(options);
-    const int code = control::Session(options).run();
-    vintok::fini();
-    return code;
+    // No `fini` behind it: the outbox's threads may still use the library, one of them for as long
+    // as an application does not read.
+    return control::Session(options).run();
 }
 
 } // namespace
