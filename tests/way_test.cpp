@@ -223,13 +223,17 @@ TEST_F(Offers, AreMadeAgainWhereTheMultiplexerComesBackOrNobodyCame) {
     Program ann(hosting(mux->address()));
     ASSERT_TRUE(ann.tells("offering")) << ann.story();
     EXPECT_TRUE(mux->comesTo("refused", 2)) << "the second offer ends as the first did";
+    Program bob = guest("Bob", *mux);
+    ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story() << bob.story();
+    ASSERT_TRUE(bob.tells("joined", {named("Ann")})) << bob.story();
     mux->kill();
     mux.reset();
+    EXPECT_EQ(0, bob.exitCode()) << bob.story();
     ASSERT_TRUE(ann.tells("offer-failed", {{"again", "true"}})) << ann.story();
     const Multiplexer back({"--meeting", "talk"}, port);
     ASSERT_TRUE(ann.tells("offering")) << ann.story();
-    Program bob = guest("Bob", back);
-    EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story() << bob.story();
+    Program cid = guest("Cid", back);
+    EXPECT_TRUE(ann.tells("joined", {named("Cid")})) << ann.story() << cid.story();
 }
 
 TEST_F(Offers, ThatAreRefusedAreToldAndTheMeetingGoesOn) {

@@ -28,9 +28,11 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace app {
@@ -69,6 +71,8 @@ struct Offer::State {
     std::deque<Notice> news;
     std::weak_ptr<Passage> offering; // it waits for an answer until the deadline
     Clock::time_point deadline;
+    std::optional<Notice> held; // told once the offer has stood until then
+    Clock::time_point heldUntil;
     std::vector<std::weak_ptr<Passage>> passages;
 
     void tell(Notice notice) {
@@ -125,6 +129,7 @@ private:
     std::string who(Server server) const;
     Then fails(const std::string &reason, Then then);
     void tellOffering();
+    void dropHeld();
 
     const std::shared_ptr<State> m_state;
     const Way m_way;
@@ -232,6 +237,9 @@ Offer::Offerer::Then Offer::Offerer::ask(const std::shared_ptr<Passage> &passage
         tellOffering();
     }
     const std::string text = passage->readReply();
+    if (last) {
+        dropHeld();
+    }
     if (passage->isWoken()) {
         return last ? Then::atOnce : fails(who(server) + " does not answer", Then::later);
     }
@@ -376,19 +384,36 @@ Offer::Offerer::Then Offer::Offerer::fails(const std::string &reason, Then then)
     return then;
 }
 
-// Not again for each offer, nor while the multiplexer refuses one after the other.
+// Not again for each offer, nor at once where the multiplexer has refused the last one.
 void Offer::Offerer::tellOffering() {
-    if (m_told || (m_troubled && m_refused)) {
+    if (m_told) {
         return;
     }
-    m_told = true;
-    m_troubled = false;
     Notice notice;
     notice.event = "offering";
     notice.sentence = "Asking " + who(Server::multiplexer) + " for callers of the meeting " +
                       m_way.meetingID + '.';
     notice.fields.text("whom", m_multiplexer.text()).text("id", m_way.meetingID);
+    if (m_troubled && m_refused) {
+        const std::lock_guard<std::mutex> lock(m_state->mutex);
+        m_state->held = notice;
+        m_state->heldUntil = Clock::now() + SHORTEST_DELAY;
+        return;
+    }
+    m_told = true;
+    m_troubled = false;
     m_state->tell(notice);
+}
+
+// The answer has come. If the notice has not been told by now, it was not true for long enough.
+void Offer::Offerer::dropHeld() {
+    if (m_told) {
+        return;
+    }
+    const std::lock_guard<std::mutex> lock(m_state->mutex);
+    m_told = !m_state->held;
+    m_troubled = m_troubled && !m_told;
+    m_state->held.reset();
 }
 
 Offer::Offer(const Way &way, unsigned short port) : m_state(std::make_shared<State>()) {
@@ -412,6 +437,9 @@ void Offer::tick() {
     const std::lock_guard<std::mutex> lock(m_state->mutex);
     if (Clock::now() >= m_state->deadline) {
         State::wake(m_state->offering);
+    }
+    if (m_state->held && Clock::now() >= m_state->heldUntil) {
+        m_state->news.push_back(*std::exchange(m_state->held, std::nullopt));
     }
 }
 
