@@ -13,7 +13,6 @@
 #include <vintok/TCPStream.h>
 
 #include <algorithm>
-#include <csignal>
 #include <iterator>
 #include <limits>
 
@@ -85,12 +84,8 @@ int Session::run() {
         return 1;
     }
     m_inbox.watch();
-    if (m_options.background) {
-        std::signal(SIGINT, SIG_IGN);
-#ifdef SIGHUP // where terminals hang up
-        std::signal(SIGHUP, SIG_IGN);
-#endif
-    }
+    if (m_options.background)
+        app::Inbox::ignoreTerminal();
     if (!(m_options.path.empty() ? hostAlone() : connect()))
         return 1;
     loop();

@@ -12,6 +12,7 @@
 #include <vintok/TCPStream.h>
 
 #include "LoopbackPair.h"
+#include "platform/Signals.h"
 
 #include <array>
 #include <atomic>
@@ -43,11 +44,9 @@ extern "C" void noteSignal(int signal) {
 }
 
 void takeOverSignals() {
-    std::signal(SIGINT, noteSignal);
-    std::signal(SIGTERM, noteSignal);
-#ifdef SIGBREAK // Ctrl-Break, where there is such a key
-    std::signal(SIGBREAK, noteSignal);
-#endif
+    for (const int signal : vintok::platform::endingSignals()) {
+        std::signal(signal, noteSignal);
+    }
 }
 
 } // namespace
@@ -174,6 +173,13 @@ void Inbox::watch() {
             }
         }
     }).detach();
+}
+
+void Inbox::ignoreTerminal() {
+    std::signal(SIGINT, SIG_IGN);
+    for (const int signal : vintok::platform::hangupSignals()) {
+        std::signal(signal, SIG_IGN);
+    }
 }
 
 void Inbox::wakeAt(std::chrono::steady_clock::time_point time) {

@@ -50,6 +50,9 @@ public:
     // thread that tells of them and of the time. A second signal ends the process at once.
     void watch();
 
+    // Once `watch` has been called: neither Ctrl-C nor the end of the terminal makes a difference.
+    static void ignoreTerminal();
+
     // Once `watch` has been called: one `alarm` at that time or up to a twentieth of a second after
     // it. The next call replaces a time that has not come yet.
     void wakeAt(std::chrono::steady_clock::time_point time);

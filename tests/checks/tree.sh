@@ -73,6 +73,7 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
     while IFS=: read -r file line; do
         included=$(sed -E 's/.*["<](.*)[">]/\1/' <<<"$line")
         [[ $file == apps/multiplexer/* && $included == platform/* ]] || # waits for thousands at once
+            [[ $file == apps/inbox/* && $included == platform/Signals.h ]] ||
             public_header "$included" || echo "$file includes $included"
     done | faults "a program reaches behind the public headers"
 
