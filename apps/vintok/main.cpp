@@ -109,9 +109,8 @@ int runLibrary(const app::Options &options) {
     } else if (options.way.isTunnelled() && options.role != app::Role::host) {
         vintok::setTransport(&passThrough);
     }
-    const int code = runRole(options, *report);
-    vintok::fini();
-    return code;
+    // No `fini` behind it: a thread that looks for callers may still be in the middle of a call.
+    return runRole(options, *report);
 }
 
 } // namespace
