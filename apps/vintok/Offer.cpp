@@ -65,6 +65,12 @@ bool mayPass(int status) {
 } // namespace
 
 struct Offer::State {
+    // Keeps the library open for the threads that are still at work when the program closes it.
+    State() { vintok::init(); }
+    ~State() { vintok::fini(); }
+    State(const State &) = delete;
+    State &operator=(const State &) = delete;
+
     std::mutex mutex;
     std::condition_variable changed;
     bool ending = false;
