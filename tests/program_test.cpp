@@ -310,10 +310,18 @@ TEST_F(ProgramTest, AHostMayAskBeforeItLetsSomebodyIn) {
     ann.type("/accept");
     EXPECT_TRUE(bob.tells("accepted")) << bob.story();
     EXPECT_TRUE(ann.tells("joined", {named("Bob")})) << ann.story();
+    const std::string place = dan.target();
     dan.kill();
-    ann.type("/accept 2");
-    EXPECT_TRUE(ann.tells("problem", {text("text", "there is no call '2'")})) << ann.story();
-    ann.type("/accept 3");
+    Program again({"join", target, "--name", "Dan", "--port", place.substr(place.rfind(':') + 1)});
+    ASSERT_TRUE(ann.tells("asked", {named("Dan"), {"call", "4"}})) << ann.story();
+    again.kill();
+    for (const char *number : {"2", "3"}) {
+        ann.type(std::string("/accept ") + number);
+        EXPECT_TRUE(
+            ann.tells("problem", {text("text", std::string("there is no call '") + number + "'")}))
+            << ann.story();
+    }
+    ann.type("/accept 4");
     EXPECT_TRUE(ann.tells("problem", {text("text", "the caller is gone")})) << ann.story();
     ann.type("/accept");
     EXPECT_TRUE(ann.tells("problem", {text("text", "nobody waits for an answer")})) << ann.story();

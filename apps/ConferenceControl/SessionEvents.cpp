@@ -3,9 +3,13 @@
 #include <vintok/ControlNotify.h>
 #include <vintok/TCPStream.h>
 
+#include <algorithm>
+
 namespace control {
 
 namespace {
+
+constexpr std::size_t MOST_CALLERS = 64;
 
 bool saysTheSame(const vintok::RosterBase &a, const vintok::RosterBase &b) {
     return a == b && a.colorIndex() == b.colorIndex() &&
@@ -116,7 +120,21 @@ void Session::observe() {
 }
 
 // The request that answers does not say whom, so that the application gets one caller at a time.
+// Nobody tells when a caller gives up: one that calls again is in the queue already, and of too
+// many the oldest that the application does not know of is turned away.
 void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
+    const vintok::TCPAddress &caller = entry;
+    const auto known =
+        std::find_if(m_callers.begin(), m_callers.end(),
+                     [&](const vintok::RosterBase &waiting) { return waiting == caller; });
+    if (known != m_callers.end()) {
+        *known = entry;
+        return;
+    }
+    if (m_callers.size() == MOST_CALLERS) {
+        m_participant->rejectCall(m_callers[1]);
+        m_callers.erase(m_callers.begin() + 1);
+    }
     m_callers.push_back(entry);
     if (m_callers.size() == 1)
         vintok::replyNotifyCallPending(fd(), entry);

@@ -79,8 +79,8 @@ std::string Session::startPlayback(const Text &text) {
     std::error_code error;
     if (m_player)
         return "another recording is being played";
-    if (path.empty() || !isUsable(path))
-        return named(path) + " is no file";
+    if (path.empty() || !isUsable(path) || std::filesystem::is_character_file(path, error))
+        return named(path) + " is no file"; // a terminal could keep this process waiting
     if (m_recording.isOpen() && std::filesystem::equivalent(path, m_recordPath, error))
         return named(path) + " is being recorded to"; // and would never end
     m_playFile.reset(std::fopen(path.c_str(), "rb"));

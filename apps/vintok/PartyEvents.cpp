@@ -6,6 +6,12 @@
 
 namespace app {
 
+namespace {
+
+constexpr std::size_t MOST_CALLERS = 64; // that wait for an answer
+
+} // namespace
+
 Party &Party::of(vintok::ConferenceParticipant *participant) {
     return static_cast<Participant *>(participant)->party;
 }
@@ -101,6 +107,13 @@ void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
     if (m_options.answer == Answer::yes) {
         m_participant.acceptCall(entry);
         return;
+    }
+    // Nobody tells when a caller gives up. One that calls again takes the place of its last call,
+    // and of too many the oldest is turned away.
+    std::erase_if(m_callers, [&](const auto &waiting) { return waiting.second == entry; });
+    if (m_callers.size() == MOST_CALLERS) {
+        m_participant.rejectCall(m_callers.begin()->second);
+        m_callers.erase(m_callers.begin());
     }
     m_callers.emplace(++m_lastCall, entry);
     m_report.asked(m_lastCall, personOf(entry));
