@@ -1,5 +1,6 @@
 #include "Rules.h"
 
+#include "Target.h"
 #include "Text.h"
 
 #include <algorithm>
@@ -27,31 +28,12 @@ bool inNetwork(const std::vector<unsigned char> &address, const std::vector<unsi
     return true;
 }
 
-// Splits a port off: behind brackets, or behind the only colon.
-bool splitPort(std::string_view text, std::string_view &host, std::uint16_t &port) {
-    host = text;
-    std::string_view rest;
-    if (!text.empty() && text.front() == '[') {
-        const std::size_t end = text.find(']');
-        if (end == std::string_view::npos) {
-            return false;
-        }
-        host = text.substr(1, end - 1);
-        rest = text.substr(end + 1);
-    } else if (std::count(text.begin(), text.end(), ':') == 1) {
-        host = text.substr(0, text.find(':'));
-        rest = text.substr(host.size());
-    }
-    return rest.empty() ||
-           (rest.front() == ':' && app::parseNumber(rest.substr(1), port) && port != 0);
-}
-
 } // namespace
 
 bool Rules::add(std::string_view text) {
     Rule rule;
     std::string_view host;
-    if (!splitPort(text, host, rule.port) || host.empty()) {
+    if (!app::splitPort(text, host, rule.port)) {
         return false;
     }
     const std::size_t slash = host.find('/');

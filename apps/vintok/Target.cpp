@@ -11,8 +11,9 @@ std::string Target::text() const {
     return port == 0 ? result : result + ':' + std::to_string(port);
 }
 
-bool parseTarget(std::string_view text, Target &target) {
-    std::string_view host = text;
+bool splitPort(std::string_view text, std::string_view &host, unsigned short &port) {
+    host = text;
+    port = 0;
     std::string_view rest;
     if (!text.empty() && text.front() == '[') {
         const std::size_t end = text.find(']');
@@ -25,12 +26,16 @@ bool parseTarget(std::string_view text, Target &target) {
         host = text.substr(0, text.find(':'));
         rest = text.substr(host.size());
     }
+    return !host.empty() && (rest.empty() || (rest.front() == ':' &&
+                                              parseNumber(rest.substr(1), port) && port != 0));
+}
+
+bool parseTarget(std::string_view text, Target &target) {
+    std::string_view host;
     unsigned short port = 0;
-    const bool named = !host.empty() && std::none_of(host.begin(), host.end(), [](unsigned char c) {
-        return c <= ' ' || c == 0x7F || c == '/' || c == '[' || c == ']';
-    });
-    if (!named || (!rest.empty() &&
-                   (rest.front() != ':' || !parseNumber(rest.substr(1), port) || port == 0))) {
+    if (!splitPort(text, host, port) || std::any_of(host.begin(), host.end(), [](unsigned char c) {
+            return c <= ' ' || c == 0x7F || c == '/' || c == '[' || c == ']';
+        })) {
         return false;
     }
     target.host = host;

@@ -22,6 +22,10 @@ struct Target {
     std::string text() const;
 };
 
+// Splits a port off, behind brackets or behind the only colon; 0: none was given. False without a
+// host, and for what is behind it and no port. What the host consists of is not looked at.
+bool splitPort(std::string_view text, std::string_view &host, unsigned short &port);
+
 // A name or an IPv4 literal, with or without a port; an IPv6 literal alone or, with a port, in
 // brackets. Ports are 1 to 65535. False for anything else; nothing is resolved.
 bool parseTarget(std::string_view text, Target &target);
