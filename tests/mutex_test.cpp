@@ -22,7 +22,7 @@ struct LastUser {
         setClosed(5);
         if (init())
             fini();
-        expectFrames(5);
+        bufferFrames(5);
         TCPMutex mutex(LOCK_CLOCK);
         if (mutex.lock() != 0 || mutex.unlock() != 0)
             std::_Exit(1);

@@ -158,9 +158,7 @@ TEST_F(Relay, WritesInOrderOfConnectionAndTellsWhetherAllHeard) {
         EXPECT_TRUE(peer->receives(id::broadcast));
         EXPECT_TRUE(peer->receives(id::broadcast)) << "a failure stops nobody else's";
     }
-    EXPECT_EQ(3, clients()) << "who cannot be written to is dropped at his next read";
-    ASSERT_TRUE(bob.sends(id::keepAlive));
-    ASSERT_TRUE(bob.seesTheEnd());
+    ASSERT_TRUE(bob.seesTheEnd()) << "who cannot be written to is dropped";
 
     server->mf_handleHangup(endOf(cem));
     message.setSocketDescriptor(annsEnd);

@@ -75,14 +75,18 @@ std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t lengt
 std::int64_t receiveNow(int descriptor, unsigned char *buffer, std::size_t length);
 std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t length);
 
+// The same with bytes that lie in several places: sent as if they lay one behind the other.
+struct Piece {
+    const unsigned char *bytes;
+    std::size_t length;
+};
+std::int64_t sendNow(int descriptor, const Piece *pieces, std::size_t count);
+
 // How many bytes can be received now.
 bool bytesWaiting(int descriptor, std::size_t &count);
 
 bool setBlockingMode(int descriptor, bool blocking);
 bool setNoDelayOption(int descriptor);
-// While on, what is sent waits until a packet is full, for a fifth of a second at most; off sends
-// what waits. False where the system has no such thing.
-bool fillPackets(int descriptor, bool on);
 
 // Nobody else may listen on the port; a port that only waits out old connections may be taken.
 bool setExclusiveAddress(int descriptor);
@@ -92,14 +96,6 @@ bool setReceiveBuffer(int descriptor, int size);
 bool receiveBuffer(int descriptor, int &size);
 bool setSendBuffer(int descriptor, int size);
 bool sendBuffer(int descriptor, int &size);
-
-// The descriptor, of an IPv4 or IPv6 stream, is not reported readable before `count` bytes or the
-// end of its stream have arrived. A receive gives what has arrived all the same, except that one
-// that blocks and asks for more may wait until `count` are there. Where the system knows no such
-// mark, `waitReadable` keeps it: it holds back a descriptor on which some bytes but too few have
-// arrived, and, because an end may stand behind them unseen, reports it every quarter of a second
-// all the same. The mark ends with the descriptor.
-bool setReceiveLowWater(int descriptor, int count);
 
 } // namespace vintok::platform
 

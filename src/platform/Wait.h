@@ -1,4 +1,4 @@
-// Waiting until one of many descriptors can be read.
+// Waiting until one of many descriptors can be read or written.
 #ifndef VINTOK_PLATFORM_WAIT_H
 #define VINTOK_PLATFORM_WAIT_H
 
@@ -41,11 +41,17 @@ struct WaitLimit {
     const std::atomic<bool> *running = nullptr;
 };
 
-// Waits until a descriptor of `set` can be read or has ended. Leaves in `set` those that can.
-// Returns their number, 0 when the time is over, or -1 with `socketError()`; a signal handled
-// meanwhile ends the wait with -1 and error 4, and so does `running`. After 0 and -1 `set` is
-// empty. A descriptor that is closed counts as ended; an empty set is invalid.
-int waitReadable(DescriptorSet &set, const WaitLimit &limit);
+// Waits until a descriptor of `readers` can be read, or one of `writers` written to, or one of
+// either has ended or failed. Leaves in the sets those that can. Returns how many entries that are,
+// 0 when the time is over, or -1 with `socketError()`; a signal handled meanwhile ends the wait
+// with -1 and error 4, and so does `running`. After 0 and -1 both are empty. A descriptor that is
+// closed counts as ended; two empty sets are invalid.
+int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &limit);
+
+inline int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
+    DescriptorSet none;
+    return waitReady(set, none, limit);
+}
 
 // For ever or, with `immediate`, not at all.
 inline int waitReadable(DescriptorSet &set, bool immediate) {

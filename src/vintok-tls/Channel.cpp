@@ -281,6 +281,33 @@ std::size_t Channel::pending() {
     return takeIn();
 }
 
+// Holds the right to write.
+class Channel::Writing {
+public:
+    explicit Writing(Channel &channel) : m_channel(channel), m_lock(channel.m_writing) { enter(); }
+    Writing(Channel &channel, std::try_to_lock_t) : m_channel(channel) {
+        if (channel.m_writer == std::this_thread::get_id())
+            return;
+        m_lock = std::unique_lock(channel.m_writing, std::try_to_lock);
+        if (held())
+            enter();
+    }
+    ~Writing() {
+        if (held())
+            m_channel.m_writer = std::thread::id();
+    }
+    Writing(const Writing &) = delete;
+    Writing &operator=(const Writing &) = delete;
+
+    bool held() const { return m_lock.owns_lock(); }
+
+private:
+    void enter() { m_channel.m_writer = std::this_thread::get_id(); }
+
+    Channel &m_channel;
+    std::unique_lock<std::mutex> m_lock;
+};
+
 // --- Writing -------------------------------------------------------------------------
 
 bool Channel::encrypt(const unsigned char *buffer, std::size_t length) {
@@ -297,7 +324,7 @@ bool Channel::encrypt(const unsigned char *buffer, std::size_t length) {
 }
 
 bool Channel::write(const unsigned char *buffer, std::size_t length, bool last) {
-    const std::lock_guard writing(m_writing);
+    const Writing writing(*this);
     for (std::size_t done = 0; done < length;) {
         const std::size_t step = std::min(length - done, writeStep);
         if (!encrypt(buffer + done, step))
@@ -344,7 +371,8 @@ bool Channel::flush(bool wait) {
         }
         if (!wait)
             return false;
-        platform::awaitSocket(m_descriptor, platform::Await::writable, -1);
+        // What arrives meanwhile may be for this very channel.
+        awaitRoom(m_descriptor);
     }
 }
 
@@ -356,15 +384,15 @@ void Channel::flushAside() {
         if (m_sealed.empty())
             return;
     }
-    const std::unique_lock writing(m_writing, std::try_to_lock);
-    if (writing.owns_lock())
+    const Writing writing(*this, std::try_to_lock);
+    if (writing.held())
         flush(false);
 }
 
 void Channel::close() {
     takeIn();
-    const std::unique_lock writing(m_writing, std::try_to_lock);
-    if (!writing.owns_lock())
+    const Writing writing(*this, std::try_to_lock);
+    if (!writing.held())
         return;
     {
         const std::lock_guard guard(m_lock);

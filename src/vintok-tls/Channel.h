@@ -5,17 +5,19 @@
 #include "vintok-tls/OpenSSL.h"
 #include "vintok/TCPCertInfo.h"
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace vintok::tls {
 
-// Calls nothing of the library. Reads never wait; a write waits until all is sent. One thread may
-// read while another one writes.
+// Reads never wait; a write waits until all is sent, and the library may read meanwhile. One thread
+// may read while another one writes.
 class Channel {
 public:
     explicit Channel(int descriptor);
@@ -57,6 +59,7 @@ public:
 
 private:
     friend struct SocketBio;
+    class Writing;
     int receive(BIO *bio, char *buffer, int length);
     std::int64_t receiveRaw(unsigned char *buffer, std::size_t length);
     int hold(const char *buffer, int length);
@@ -87,7 +90,10 @@ private:
     bool m_exact = false;                // takes no byte of the stream that OpenSSL did not ask for
     std::vector<unsigned char> m_sealed; // not yet handed to the writer
 
-    std::mutex m_writing; // of what is on its way; taken before `m_lock`
+    // Of what is on its way; taken before `m_lock`. Whoever writes may read meanwhile, and would
+    // then find the lock taken by itself.
+    std::mutex m_writing;
+    std::atomic<std::thread::id> m_writer{};
     std::vector<unsigned char> m_sending;
     std::size_t m_sent = 0;
 };

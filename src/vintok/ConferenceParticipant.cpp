@@ -14,6 +14,8 @@
 #include "vintok/AcceptGuard.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/RelayRun.h"
+#include "vintok/StreamBuffer.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
@@ -257,11 +259,13 @@ void ConferenceParticipant::setServerMode(bool on) {
 }
 
 void ConferenceParticipant::disableUser(const TCPAddress &address) {
+    _closeRelay(); // what was said before still reaches the party
     if (ConferenceRosterEntry *peer = _getPeer(address))
         peer->setEnabled(false);
 }
 
 void ConferenceParticipant::enableUser(const TCPAddress &address) {
+    _closeRelay();
     if (ConferenceRosterEntry *peer = _getPeer(address))
         peer->setEnabled(true);
 }
@@ -306,8 +310,7 @@ void ConferenceParticipant::mf_connectPending(int socket) {
         return;
     }
     secureAccept(descriptor);
-    expectFrames(descriptor);
-    if (_select == nullptr ||
+    if (_select == nullptr || !bufferFrames(descriptor) ||
         !_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending select failed");
         shutdownSocket(descriptor);
@@ -337,41 +340,52 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
         }
         return;
     }
-    _workings.relaysFile = false;
     try {
         if (peer->isProxyPending() || peer->isMUXPending())
             _readTunnel(peer);
         else
-            _readMessage(peer, closed);
+            _readMessages(peer, closed);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending allocation failed");
     }
-    peer = _getPeer(descriptor);
-    if (peer != nullptr)
-        peer->setBadRead(false);
-    _fillPackets(peer != nullptr && _workings.relaysFile &&
-                 bytesPending(descriptor) >= static_cast<std::int64_t>(smallestFrame));
+    _closeRelay();
+    if (ConferenceRosterEntry *left = _getPeer(descriptor))
+        left->setBadRead(false);
 }
 
-void ConferenceParticipant::_readMessage(ConferenceRosterEntry *peer, bool closed) {
+// Up to a share of the messages that have come, so that the others have theirs. A handler may have
+// removed the peer.
+void ConferenceParticipant::_readMessages(ConferenceRosterEntry *peer, bool closed) {
     const int descriptor = peer->descriptor();
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
+    const std::uint64_t changes = _workings.listChanges;
     TCPMessage message(descriptor);
-    if (!closed && message.read(-1, nullptr)) {
+    std::size_t taken = 0;
+    do {
+        if (closed ||
+            !(buffer != nullptr ? message.readBuffered(*buffer) : message.read(-1, nullptr))) {
+            _readFailed(peer, closed);
+            break;
+        }
+        taken += static_cast<std::size_t>(message.rawBufferLength());
         if (message.messageMajorVersion() < s_majorVersion)
             _handleVersion(peer, message, ConfServiceABI);
         else
             _handleMessage(peer, message);
-        return;
-    }
+    } while (buffer != nullptr && buffer->offers(taken) &&
+             (_workings.listChanges == changes || _isListed(peer)));
+}
+
+void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed) {
+    const int descriptor = peer->descriptor();
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
+    if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
+        _logUndelivered(*peer, _workings.relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
     // whose stream has ended does not.
-    if (!closed) {
-        streamEnded(descriptor);
-        if (sf_sendKeepAlive(descriptor))
-            return;
-    }
-    _handleHangup(peer);
+    if (closed || !sf_sendKeepAlive(descriptor))
+        _handleHangup(peer);
 }
 
 // ---- Dispatch ----
@@ -469,14 +483,12 @@ void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessa
         peer->setMajorVersion(message.messageMajorVersion());
         peer->setMinorVersion(message.messageMinorVersion());
     }
-    if (route->relay == Route::RELAY_BEFORE && _relays()) {
-        _broadcastData(peer, message);
-        _workings.relaysFile = route->handle == Route::fileData;
-    }
+    if (route->relay == Route::RELAY_BEFORE && _relays())
+        _relay(peer, message);
     route->handle(*this, peer, message);
     // Whoever sent it may have gone meanwhile; the others are owed it all the same.
     if (route->relay == Route::RELAY_AFTER && _relays())
-        _broadcastData(peer, message);
+        _relay(peer, message);
 }
 
 } // namespace vintok

@@ -32,8 +32,11 @@ namespace vintok {
 
 class AcceptGuard;
 class ConferenceParticipant;
+class RelayRun;
+class StreamLoop;
 class TCPMessage;
 class TCPSelect;
+struct Span;
 
 // A service that a version of the protocol may offer.
 enum ConfService {
@@ -336,7 +339,8 @@ private:
     static void sf_signalHandler(int signal);
     void mf_connectPending(int socket);
     void mf_dataPending(int descriptor, bool closed);
-    void _readMessage(ConferenceRosterEntry *peer, bool closed);
+    void _readMessages(ConferenceRosterEntry *peer, bool closed);
+    void _readFailed(ConferenceRosterEntry *peer, bool closed);
     void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
     bool _relays() const { return _self.isHost() || _self.isServer(); }
     // Servers have no user: nothing is told about them.
@@ -344,6 +348,11 @@ private:
 
     // ---- Lists (ConferenceParticipantLists.cpp) ----
 
+    // When something was said to everybody, and whether its sender's address is nobody's business.
+    struct Said {
+        std::int64_t time = 0;
+        bool hidden = false;
+    };
     // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
     // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
     // takes its place in memory: after a callback the one question is whether it is still listed.
@@ -360,8 +369,9 @@ private:
         std::unique_ptr<AcceptGuard> door;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
         bool sendsFile = false;                               // inside `transferFile`
-        bool relaysFile = false;   // the last message was a part of a file, and has been relayed
-        bool fillsPackets = false; // see `_fillPackets`
+        std::uint64_t listChanges = 0;                        // of `_attendees`
+        std::unique_ptr<RelayRun> relay;                      // see `_relay`
+        Said relayed;                                         // last
     };
     // Stands in every operation that can fire a callback or drop a party.
     class Operation {
@@ -397,8 +407,9 @@ private:
     template <class Visit>
     void _forEachAttendee(Visit visit) {
         const std::vector<ConferenceRosterEntry *> listed = _attendees;
+        const std::uint64_t changes = _workings.listChanges;
         for (ConferenceRosterEntry *entry : listed)
-            if (_isListed(entry))
+            if (entry != nullptr && (_workings.listChanges == changes || _isListed(entry)))
                 visit(entry);
     }
 
@@ -443,7 +454,11 @@ private:
 
     bool _requestRoster(ConferenceRosterEntry *peer);
     bool _sendRoster(ConferenceRosterEntry *peer);
-    bool _sendListed(TCPMessage &message);
+    struct RosterFrames;
+    std::vector<ConferenceRosterEntry *> _members() const;
+    bool _writeRoster(RosterFrames &roster);
+    bool _sendRosterTo(const std::vector<ConferenceRosterEntry *> &receivers, bool waits);
+    void _admit(ConferenceRosterEntry *peer);
     bool _isUnique(ConferenceRosterEntry *entry);
     void _logDuplicate(const ConferenceRosterEntry &listed,
                        const ConferenceRosterEntry &entry) const;
@@ -481,8 +496,12 @@ private:
     static bool _formatBroadcastMessage(TCPMessage &message, const unsigned char *data,
                                         std::uint64_t length);
     bool _broadcastData(ConferenceRosterEntry *source, TCPMessage &message);
-    void _logUndelivered(const ConferenceRosterEntry &peer, const ConferenceRosterEntry *source,
-                         const TCPMessage &message) const;
+    bool _broadcastFrames(const ConferenceRosterEntry *source, const Span &frames,
+                          const Said &said);
+    void _relay(ConferenceRosterEntry *source, TCPMessage &message);
+    void _closeRelay();
+    static void sf_spread(void *owner, StreamLoop &loop, int source, const Span &span);
+    void _logUndelivered(const ConferenceRosterEntry &peer, const Said &said) const;
     static bool sf_sendKeepAlive(int descriptor);
     void _bringOutYerDead();
     ConferenceRosterEntry *_findDead();
@@ -507,7 +526,6 @@ private:
     bool _isSending(const ConferenceRosterEntry &party) const;
     void _abandonFile();
     bool _discardFile();
-    void _fillPackets(bool on);
     void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);
     void _handleFileTransferAck(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length, bool hasAddress);

@@ -9,7 +9,10 @@
 #include "vintok/ConferenceParticipant.h"
 
 #include "vintok/ConferenceMessage.h"
+#include "vintok/Delivery.h"
 #include "vintok/Log.h"
+#include "vintok/RelayRun.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPStream.h"
@@ -52,33 +55,67 @@ bool ConferenceParticipant::_formatBroadcastMessage(TCPMessage &message, const u
 // True when somebody took the message and nobody refused it, and for an empty list; false when
 // everybody listed was passed over.
 bool ConferenceParticipant::_broadcastData(ConferenceRosterEntry *source, TCPMessage &message) {
+    const Said said = {message.timeStamp(), source != nullptr && source->isHidingIPsRequired()};
+    const Span frame = {nullptr, message.rawBuffer(),
+                        static_cast<std::size_t>(message.rawBufferLength())};
+    return _broadcastFrames(source, frame, said);
+}
+
+// Everybody is given the frames before anybody is waited for.
+bool ConferenceParticipant::_broadcastFrames(const ConferenceRosterEntry *source,
+                                             const Span &frames, const Said &said) {
     if (_attendees.empty())
         return true;
-    bool written = false;
-    bool failed = false;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (!peer->doBroadcast() || !peer->enabled() || peer == source)
-            return;
-        if (message.write(peer->descriptor(), nullptr)) {
-            written = true;
-            return;
-        }
-        failed = true;
-        _logUndelivered(*peer, source, message);
-    });
-    if (failed)
+    _closeRelay();
+    Delivery delivery(frames, Delivery::When::now);
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source)
+            delivery.give(peer->descriptor());
+    delivery.complete();
+    std::vector<const ConferenceRosterEntry *> refused;
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && delivery.isRefusedBy(peer->descriptor()))
+            refused.push_back(peer);
+    for (const ConferenceRosterEntry *peer : refused)
+        _logUndelivered(*peer, said);
+    if (!refused.empty())
         _bringOutYerDead();
-    return written && !failed;
+    return delivery.isTaken() && refused.empty();
+}
+
+// A message that came from one member goes to the others in one run with those in front of it and
+// behind it. Who cannot be given it is found out in the next turn of the loop.
+void ConferenceParticipant::_relay(ConferenceRosterEntry *source, TCPMessage &message) {
+    if (message.rawBytes().shared() == nullptr) {
+        _broadcastData(source, message);
+        return;
+    }
+    if (_workings.relay == nullptr)
+        _workings.relay = std::make_unique<RelayRun>(sf_spread, this);
+    _workings.relay->add(source->descriptor(), message.rawBytes());
+    _workings.relayed = {message.timeStamp(), source->isHidingIPsRequired()};
+}
+
+void ConferenceParticipant::_closeRelay() {
+    if (_workings.relay != nullptr)
+        _workings.relay->close();
+}
+
+void ConferenceParticipant::sf_spread(void *owner, StreamLoop &loop, int source, const Span &span) {
+    for (const ConferenceRosterEntry *peer :
+         static_cast<ConferenceParticipant *>(owner)->_attendees)
+        if (peer != nullptr && peer->doBroadcast() && peer->enabled() &&
+            peer->descriptor() != source)
+            loop.relay(peer->descriptor(), span);
 }
 
 void ConferenceParticipant::_logUndelivered(const ConferenceRosterEntry &peer,
-                                            const ConferenceRosterEntry *source,
-                                            const TCPMessage &message) const {
+                                            const Said &said) const {
     std::string address;
     peer.ipString(address, false);
-    if (_self.isHidingIPsRequired() || (source != nullptr && source->isHidingIPsRequired()))
+    if (_self.isHidingIPsRequired() || said.hidden)
         address = "0.0.0.0";
-    const int age = static_cast<int>(getTime() - message.timeStamp());
+    const int age = static_cast<int>(getTime() - said.time);
     VINTOK_LOG(SEVERITY_ERROR, "broadcastData write failed to " + peer.email() + " at " + address +
                                    formatText(" message was %d seconds old.", age));
 }

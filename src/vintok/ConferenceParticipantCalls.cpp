@@ -128,8 +128,11 @@ bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call, 
     *peer = static_cast<const TCPAddress &>(*pending);
     if (!pending->meetingID().empty())
         return _startTunnel(peer, pending, direct);
-    expectFrames(descriptor);
-    return true;
+    if (bufferFrames(descriptor))
+        return true;
+    _removePending(pending);
+    _dropConnection(peer);
+    return false;
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
@@ -230,7 +233,6 @@ bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
     if (_select != nullptr)
         _select->removeCallback(descriptor, sf_dataCB, this);
     const bool removed = _removeAttendee(peer);
-    _fillPackets(false); // the next message of a file may have been this one's
     shutdownSocket(descriptor);
     if (_isSending(*peer))
         _abandonFile();

@@ -11,7 +11,6 @@
 
 #include "platform/Environment.h"
 #include "platform/File.h"
-#include "platform/Socket.h"
 #include "vintok/BufferManager.h"
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Log.h"
@@ -335,17 +334,6 @@ bool ConferenceParticipant::_discardFile() {
     _fileTransferStream = nullptr;
     platform::removeFile(_fileTransferPath);
     return true;
-}
-
-// A relayed file comes in small messages, one behind the other. While the next is there already,
-// what goes to the members may wait for it; any other turn of the loop sends what waits.
-void ConferenceParticipant::_fillPackets(bool on) {
-    if (_workings.fillsPackets == on)
-        return;
-    _workings.fillsPackets = on;
-    for (const ConferenceRosterEntry *peer : _attendees)
-        if (peer != nullptr && peer->doBroadcast())
-            platform::fillPackets(peer->descriptor(), on);
 }
 
 // The body is four bytes short of its fields, deliberately: with the empty name that every transfer

@@ -190,7 +190,7 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
     }
     _printSSLInfo(peer, secure.wanted, secure.multiplexed);
     peer->setJoinPending(false);
-    peer->setDoBroadcast(true);
+    _admit(peer);
     if (!_self.isMeeting()) {
         _self.setMeeting(true);
         _self.setMeetingName(peer->meetingName());
@@ -274,7 +274,7 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
         _acceptedCB(this, call.remoteName(), *peer);
     if (!_isListed(peer))
         return false;
-    peer->setDoBroadcast(true);
+    _admit(peer);
     _self.setMeeting(true);
     _tell(_joinCB, *peer);
     if (!_isListed(peer))
@@ -285,6 +285,13 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
         _tell(_leadChangeCB, *peer);
     _requestRoster(peer);
     return secure.failed;
+}
+
+// From now on the party is a member, and its connection what it will stay: plain or secure.
+void ConferenceParticipant::_admit(ConferenceRosterEntry *peer) {
+    _closeRelay(); // what was said before is not for it
+    peer->setDoBroadcast(true);
+    readAhead(peer->descriptor());
 }
 
 // The colours of a meeting are never given twice; past 65535 they begin again.

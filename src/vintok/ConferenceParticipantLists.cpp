@@ -9,6 +9,7 @@
 
 #include "vintok/AcceptGuard.h"
 #include "vintok/Log.h"
+#include "vintok/RelayRun.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
@@ -47,6 +48,7 @@ ConferenceParticipant::Workings::~Workings() = default;
 ConferenceParticipant::Operation::Operation(ConferenceParticipant &participant)
     : m_workings(participant._workings) {
     ++m_workings.operations;
+    participant._closeRelay();
 }
 
 ConferenceParticipant::Operation::~Operation() {
@@ -63,6 +65,7 @@ ConferenceRosterEntry *ConferenceParticipant::_addDescriptor(int descriptor) {
         auto entry = std::make_unique<ConferenceRosterEntry>(descriptor);
         entry->setShadow(descriptor == -1);
         _attendees.push_back(entry.get());
+        ++_workings.listChanges;
         return entry.release();
     } catch (const std::bad_alloc &) {
         return nullptr;
@@ -157,6 +160,8 @@ bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
 bool ConferenceParticipant::_retire(ConferenceRosterEntry *entry) {
     if (!_isListed(entry))
         return false;
+    _closeRelay();
+    ++_workings.listChanges;
     _attendees.erase(std::find(_attendees.begin(), _attendees.end(), entry));
     _workings.retiredEntries.emplace_back(entry);
     return true;
@@ -192,6 +197,7 @@ void ConferenceParticipant::_shutdown() {
     while (!_attendees.empty()) {
         const std::unique_ptr<ConferenceRosterEntry> entry(_attendees.front());
         _attendees.erase(_attendees.begin());
+        ++_workings.listChanges;
         if (entry != nullptr && entry->descriptor() >= 0)
             shutdownSocket(entry->descriptor());
     }

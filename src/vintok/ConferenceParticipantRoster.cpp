@@ -14,58 +14,35 @@
 #include "vintok/ConferenceParticipant.h"
 
 #include "vintok/ConferenceMessage.h"
+#include "vintok/Delivery.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace vintok {
 
 namespace {
 
-enum class Sent { yes, notAllocated, notWritten, notSent };
-
-// Sends one entry in a message whose identifier is set.
-Sent sendEntry(TCPMessage &message, const ConferenceRosterEntry &entry) {
-    if (!message.allocateMessageBuffer(entry.size()))
-        return Sent::notAllocated;
-    if (entry.write(message.messageBuffer(), message.messageBufferLength()) == 0)
-        return Sent::notWritten;
-    return message.write(-1, nullptr) ? Sent::yes : Sent::notSent;
+// Of an entry whose message could not be made.
+void logFailure(const ConferenceRosterEntry &entry, bool own, bool allocated) {
+    const char *const ownText = allocated ? "_sendRoster write roster message buffer failed"
+                                          : "_sendRoster message buffer allocation failed";
+    const std::string text = own ? ownText
+                             : allocated
+                                 ? "Write Failed\n" + entry.toString()
+                                 : formatText("Allocation failed for entry %d", entry.descriptor());
+    VINTOK_LOG(SEVERITY_ERROR, text);
 }
 
-void logOwnEntry(Sent sent, const ConferenceRosterEntry &entry) {
-    switch (sent) {
-    case Sent::yes:
-        VINTOK_LOG(SEVERITY_INFO, "Sent Entry\n" + entry.toString());
-        break;
-    case Sent::notAllocated:
-        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster message buffer allocation failed");
-        break;
-    case Sent::notWritten:
-        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster write roster message buffer failed");
-        break;
-    case Sent::notSent:
-        VINTOK_LOG(SEVERITY_ERROR, "_sendRoster message write Failed");
-        break;
-    }
-}
-
-void logListedEntry(Sent sent, const ConferenceRosterEntry &entry) {
-    switch (sent) {
-    case Sent::yes:
-        VINTOK_LOG(SEVERITY_DEBUG, "Sent Entry\n" + entry.toString());
-        break;
-    case Sent::notAllocated:
-        VINTOK_LOG(SEVERITY_ERROR,
-                   formatText("Allocation failed for entry %d", entry.descriptor()));
-        break;
-    case Sent::notWritten:
-        VINTOK_LOG(SEVERITY_ERROR, "Write Failed\n" + entry.toString());
-        break;
-    case Sent::notSent:
-        VINTOK_LOG(SEVERITY_ERROR, "Send Failed\n" + entry.toString());
-        break;
-    }
+void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
+    if (sent)
+        VINTOK_LOG(own ? SEVERITY_INFO : SEVERITY_DEBUG, "Sent Entry\n" + entry.toString());
+    else
+        VINTOK_LOG(SEVERITY_ERROR, own ? std::string("_sendRoster message write Failed")
+                                       : "Send Failed\n" + entry.toString());
 }
 
 } // namespace
@@ -75,7 +52,7 @@ void logListedEntry(Sent sent, const ConferenceRosterEntry &entry) {
 bool ConferenceParticipant::sendRoster() {
     const Operation operation(*this);
     if (_self.isHost())
-        return _sendRoster(nullptr);
+        return _sendRosterTo(_members(), true);
     bool sent = false;
     _forEachAttendee([&](ConferenceRosterEntry *peer) {
         if (peer->isHost())
@@ -108,46 +85,86 @@ bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
     return _isListed(peer) && sendByte(peer->descriptor(), TCP_rosterRequest, 0);
 }
 
-// To one peer, or to every member. At a non-host the result says nothing: it sends itself and is
-// done.
+// To one peer, or to every member, without waiting for any of them. At a non-host the result says
+// nothing: it sends itself and is done.
 bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
-    if (peer == nullptr) {
-        bool sent = false;
-        bool failed = false;
-        _forEachAttendee([&](ConferenceRosterEntry *member) {
-            if (member->doBroadcast())
-                (_sendRoster(member) ? sent : failed) = true;
-        });
-        return sent && !failed;
-    }
-    const int descriptor = peer->descriptor();
-    VINTOK_LOG(SEVERITY_DEBUG, formatText("Begin Sending Roster to %d", descriptor));
-    TCPMessage message(descriptor);
-    message.setMessageID(TCP_rosterReply);
-    message.setMessageMajorVersion(s_majorVersion);
-    message.setMessageMinorVersion(s_minorVersion);
-    logOwnEntry(sendEntry(message, _self), _self);
-    const bool sent = _self.isHost() && _sendListed(message);
-    VINTOK_LOG(SEVERITY_DEBUG, formatText("Done Sending Roster to %d", descriptor));
-    return sent;
+    return peer != nullptr ? _sendRosterTo({peer}, false) : _sendRosterTo(_members(), false);
 }
 
-// The entries of the meeting, its receiver among them. True if there was one and none failed.
-bool ConferenceParticipant::_sendListed(TCPMessage &message) {
-    bool any = false;
-    bool failed = false;
-    _forEachAttendee([&](ConferenceRosterEntry *entry) {
-        if (entry->isJoinPending()) {
-            VINTOK_LOG(SEVERITY_DEBUG, formatText("Ignore Pending Entry %d", entry->descriptor()));
+std::vector<ConferenceRosterEntry *> ConferenceParticipant::_members() const {
+    std::vector<ConferenceRosterEntry *> members;
+    std::copy_if(_attendees.begin(), _attendees.end(), std::back_inserter(members),
+                 [](const ConferenceRosterEntry *entry) {
+                     return entry != nullptr && entry->doBroadcast();
+                 });
+    return members;
+}
+
+// The messages of a roster, one behind the other: the same for everybody.
+struct ConferenceParticipant::RosterFrames {
+    std::vector<unsigned char> bytes;
+    std::vector<const ConferenceRosterEntry *> entries; // this party first, unless that failed
+    bool failed = false;                                // an entry other than this party's
+
+    void add(const ConferenceRosterEntry &entry, bool own) {
+        TCPMessage message;
+        message.setMessageID(TCP_rosterReply);
+        message.setMessageMajorVersion(s_majorVersion);
+        message.setMessageMinorVersion(s_minorVersion);
+        const bool allocated = message.allocateMessageBuffer(entry.size());
+        if (!allocated ||
+            entry.write(message.messageBuffer(), message.messageBufferLength()) == 0) {
+            logFailure(entry, own, allocated);
+            failed = failed || !own;
             return;
         }
-        if (!entry->doBroadcast() && !entry->isShadow())
-            return; // a connection that has not joined is nobody's business
-        const Sent sent = sendEntry(message, *entry);
-        logListedEntry(sent, *entry);
-        (sent == Sent::yes ? any : failed) = true;
-    });
-    return any && !failed;
+        bytes.insert(bytes.end(), message.rawBuffer(),
+                     message.rawBuffer() + message.rawBufferLength());
+        entries.push_back(&entry);
+    }
+};
+
+// The entries of the meeting, the receiver's own among them; of a non-host itself alone. True when
+// there is somebody else and nobody's message could not be made.
+bool ConferenceParticipant::_writeRoster(RosterFrames &roster) {
+    roster.add(_self, true);
+    std::size_t others = 0;
+    for (const ConferenceRosterEntry *entry : _attendees) {
+        if (entry == nullptr || !_self.isHost())
+            continue;
+        if (entry->isJoinPending()) {
+            VINTOK_LOG(SEVERITY_DEBUG, formatText("Ignore Pending Entry %d", entry->descriptor()));
+        } else if (entry->doBroadcast() || entry->isShadow()) {
+            roster.add(*entry, false); // a connection that has not joined is nobody's business
+            ++others;
+        }
+    }
+    return others != 0 && !roster.failed;
+}
+
+bool ConferenceParticipant::_sendRosterTo(const std::vector<ConferenceRosterEntry *> &receivers,
+                                          bool waits) {
+    if (receivers.empty())
+        return false;
+    _closeRelay();
+    RosterFrames roster;
+    const bool complete = _writeRoster(roster);
+    Delivery delivery(copyToChunk(roster.bytes.data(), roster.bytes.size()),
+                      waits ? Delivery::When::now : Delivery::When::withTheTurn);
+    for (const ConferenceRosterEntry *peer : receivers)
+        delivery.give(peer->descriptor());
+    delivery.complete();
+    bool refused = false;
+    for (const ConferenceRosterEntry *peer : receivers) {
+        const int descriptor = peer->descriptor();
+        const bool sent = !delivery.isRefusedBy(descriptor);
+        VINTOK_LOG(SEVERITY_DEBUG, formatText("Begin Sending Roster to %d", descriptor));
+        for (const ConferenceRosterEntry *entry : roster.entries)
+            logSent(*entry, entry == &_self, sent);
+        VINTOK_LOG(SEVERITY_DEBUG, formatText("Done Sending Roster to %d", descriptor));
+        refused = refused || !sent;
+    }
+    return complete && !refused;
 }
 
 // ---- What a party says of itself ----

@@ -265,12 +265,10 @@ void ConferenceParticipant::_openTunnel(ConferenceRosterEntry *peer, const std::
         peer->setMUXEncrypt(true);
     else if (!encrypt.empty())
         _dropToPlain(peer);
-    if (!writeText(descriptor, READY)) {
+    if (!writeText(descriptor, READY) || !bufferFrames(descriptor)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending ==> Mux response write to server failed");
         mf_hangup(peer);
-        return;
     }
-    expectFrames(descriptor);
 }
 
 void ConferenceParticipant::_dropToPlain(ConferenceRosterEntry *peer) {

@@ -10,11 +10,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <memory>
 #include <string>
-#include <vector>
+#include <unordered_map>
 
 namespace vintok {
+
+class StreamBuffer;
 
 enum DescriptorFlag : std::uint32_t {
     DESC_SECURE = 1,
@@ -28,16 +30,16 @@ enum DescriptorFlag : std::uint32_t {
 struct DescriptorEntry {
     std::int32_t fd;
     std::uint32_t flags;
-    bool frames = false; // `expectFrames` was asked for; see there
+    std::shared_ptr<StreamBuffer> buffer; // see `bufferFrames`; null for most
 };
 
 // The one record of the process, from the first `init` to the last `fini`. What readers look at
 // without a lock is atomic; the address and the log file name are the caller's to keep quiet.
 struct Globals {
-    TCPAddress m_localAddress;                        // port 0
-    std::vector<DescriptorEntry> m_descriptors;       // in order of arrival; lock id 1
-    std::map<int, std::vector<unsigned char>> m_held; // see `holdFrameStart`; lock id 1
-    std::atomic<bool> m_holds{false};                 // whether there are any
+    TCPAddress m_localAddress;                              // port 0
+    std::unordered_map<int, DescriptorEntry> m_descriptors; // by number; lock id 1
+    std::atomic<std::size_t> m_buffered{0};                 // rows that have buffers
+    std::atomic<std::size_t> m_secure{0};                   // rows that are secure
     std::atomic<TCPTransport *> m_transport{nullptr};
     std::atomic<std::int64_t> m_addTime{0};
     std::atomic<std::int64_t> m_subtractTime{0};
@@ -55,8 +57,7 @@ inline Globals *startedGlobals() {
 
 // The answer of `descriptorState`, asked when this is made.
 struct DescriptorState {
-    explicit DescriptorState(int fd)
-        : known(descriptorState(fd, secure, closed, boundIPv4, boundIPv6, boundUnix)) {}
+    explicit DescriptorState(int fd);
 
     bool bound() const { return boundIPv4 || boundIPv6 || boundUnix; }
 
@@ -66,6 +67,7 @@ struct DescriptorState {
     bool boundIPv6 = false;
     bool boundUnix = false;
     bool known; // and not closed
+    std::shared_ptr<StreamBuffer> buffer;
 };
 
 enum LockId : int {
@@ -129,37 +131,21 @@ bool sf_secureBytesPending(int fd, std::size_t &pending);
 bool sf_addSecureDescriptor(int fd);
 bool sf_removeSecureDescriptor(int fd);
 
-// A connection that carries frames is not to be called readable before the smallest frame, 36
-// bytes, or the end of its stream has arrived: with less the loop would wake for ever and read
-// nothing. Called when a connection turns to frames; `expectBytes` takes it back, for replies that
-// are not framed. While a descriptor is secure the mark rests, since the transport's records have
-// sizes of their own, and it comes back when the descriptor falls back to plain. False, without an
-// error, when the descriptor is unknown, listens or is closed, or the system has no such mark.
-bool expectFrames(int fd);
-bool expectBytes(int fd);
 inline constexpr std::size_t smallestFrame = 36;
 
-// Takes bytes that are too few to begin a frame out of the socket of a plain connection that
-// carries frames. They count as pending all the same, and the operations on a socket's bytes give
-// them back first: `takeHeld` and `lookAtHeld` copy as many as fit, 0 for none.
-bool holdFrameStart(int fd);
-std::size_t takeHeld(int fd, unsigned char *buffer, std::size_t length);
-std::size_t lookAtHeld(int fd, unsigned char *buffer, std::size_t length);
-std::size_t countHeld(int fd);
+// Gives a connection that carries frames buffers of its own, which belong to the loop of the
+// calling thread: from then on it counts as readable when a whole frame is there, or the end.
+// Called when a connection turns to frames. False, without an error, when the descriptor is unknown
+// or listens, or there is no memory.
+bool bufferFrames(int fd);
+// From now on takes in what comes, as it comes: for a connection that will not turn secure any
+// more.
+void readAhead(int fd);
+// The buffers of a connection; null when it has none.
+std::shared_ptr<StreamBuffer> bufferOf(int fd);
 
-// For whoever has lock id 1. The row of a descriptor, or null; what is held of it forgotten; the
-// receive mark of its socket set to what the row says.
+// For whoever has lock id 1: the row of a descriptor, or null.
 DescriptorEntry *findEntry(Globals &globals, int fd);
-void forgetHeld(Globals &globals, int fd);
-bool applyReceiveMark(const Globals &globals, const DescriptorEntry &entry);
-
-// Asked after the read of a frame has failed: true when the connection will never bring one,
-// because the peer has ended its side (also behind a frame that it left unfinished), the transport
-// has given its bytes up, or the descriptor is closed or unknown. A known descriptor is then marked
-// closed, and the error is TCP_ERROR_CONNECTION_RESET or TCP_ERROR_BAD_FILE_DESCRIPTOR; the owner
-// hangs up in the same turn, since the descriptor stays readable for ever. While the peer may go
-// on, false, and `holdFrameStart` has been called.
-bool streamEnded(int fd);
 
 } // namespace vintok
 

@@ -1,5 +1,7 @@
 #include "vintok/RawBuffer.h"
 
+#include "vintok/Chunk.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -32,11 +34,29 @@ RawBuffer &RawBuffer::operator=(const RawBuffer &other) {
     std::swap(m_size, copy.m_size);
     std::swap(m_capacity, copy.m_capacity);
     std::swap(m_used, copy.m_used);
+    std::swap(m_chunk, copy.m_chunk);
     return *this;
 }
 
 RawBuffer::~RawBuffer() {
-    std::free(m_bytes);
+    mf_release();
+}
+
+void RawBuffer::mf_release() {
+    if (m_chunk == nullptr)
+        std::free(m_bytes);
+    m_chunk.reset();
+}
+
+void RawBuffer::share(const std::shared_ptr<Chunk> &chunk, unsigned char *bytes,
+                      std::uint64_t size) {
+    if (m_chunk != chunk) {
+        mf_release();
+        m_chunk = chunk;
+    }
+    m_bytes = bytes;
+    m_size = m_used = size;
+    m_capacity = 0; // nothing is written behind the bytes: they are somebody else's
 }
 
 bool RawBuffer::resize(std::uint64_t size) {
@@ -60,8 +80,9 @@ bool RawBuffer::mf_reallocate(std::uint64_t size) {
     auto *bytes = static_cast<unsigned char *>(std::calloc(size, 1));
     if (bytes == nullptr)
         return false;
+    m_size = std::min(m_size, size);
     std::copy_n(m_bytes, m_size, bytes);
-    std::free(m_bytes);
+    mf_release();
     m_bytes = bytes;
     m_capacity = size;
     m_used = m_size;

@@ -7,8 +7,11 @@
 #include "vintok/Export.h"
 
 #include <cstdint>
+#include <memory>
 
 namespace vintok {
+
+class Chunk;
 
 class VINTOK_API RawBuffer {
 public:
@@ -28,13 +31,20 @@ public:
     // keeps the memory for later. False, changing nothing, when there is no memory.
     bool resize(std::uint64_t size);
 
+    // For the library: shows `size` bytes of a chunk that others may read too, instead of copying
+    // them. The next `resize` moves to memory of this buffer's own. `shared` is null for such.
+    void share(const std::shared_ptr<Chunk> &chunk, unsigned char *bytes, std::uint64_t size);
+    const std::shared_ptr<Chunk> &shared() const { return m_chunk; }
+
 private:
     bool mf_reallocate(std::uint64_t size);
+    void mf_release();
 
     unsigned char *m_bytes = nullptr;
     std::uint64_t m_size = 0;
     std::uint64_t m_capacity = 0;
-    std::uint64_t m_used = 0; // bytes behind this have been zero since they were allocated
+    std::uint64_t m_used = 0;       // bytes behind this have been zero since they were allocated
+    std::shared_ptr<Chunk> m_chunk; // whose bytes these are; null for this buffer's own
 };
 
 } // namespace vintok

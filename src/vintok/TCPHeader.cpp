@@ -99,9 +99,13 @@ std::uint64_t TCPHeader::headerSizeIPv6() const {
 bool TCPHeader::allocateRawBuffer(std::uint64_t size) {
     if (size > frameLimit)
         return false;
+    return mf_rawBytes().resize(size);
+}
+
+RawBuffer &TCPHeader::mf_rawBytes() {
     m_messageBufferLength = 0;
     m_messageBuffer = nullptr;
-    return m_rawBuffer.resize(size);
+    return m_rawBuffer;
 }
 
 bool TCPHeader::allocateMessageBuffer(std::uint64_t size) {

@@ -90,7 +90,13 @@ public:
     bool setMessageMinorVersion(std::uint16_t version);
     bool setTimeStamp(std::int64_t timeStamp);
 
+    // The bytes of the frame as the buffer that holds them.
+    const RawBuffer &rawBytes() const { return m_rawBuffer; }
+
 protected:
+    // Where the bytes of another frame are put; there is no body until `read` has found one.
+    RawBuffer &mf_rawBytes();
+
     bool mf_allocBuffer();
     bool mf_ensureHeader(bool reallocate);
     bool mf_ensureMembers();

@@ -4,6 +4,7 @@
 #include "vintok/BufferManager.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamBuffer.h"
 #include "vintok/TCPStatusCallback.h"
 #include "vintok/TCPStream.h"
 
@@ -28,6 +29,8 @@ constexpr unsigned maxFailures = 30;
 constexpr int maxLengthReads = 10;
 constexpr std::size_t lengthSize = 4;
 constexpr std::uint64_t countLimit = 0x7FFFFFFF;
+constexpr std::uint64_t clearLimit = 64 * 1024; // discarded at a time of what nobody can read
+constexpr const char *operationName = "TCPMessageBase::mf_readSocket";
 constexpr std::uint32_t blockPause = 100; // milliseconds, times the number of the pause
 constexpr std::uint32_t failurePause = 10;
 
@@ -204,8 +207,37 @@ bool TCPMessageBase::read(int socket, TCPStatusCallback *status) {
     if (m_rawSocket)
         return mf_readSocket(socket, false, status);
     const DescriptorState state(socket);
-    return carriesMessages(state, "TCPMessageBase::read") &&
-           mf_readSocket(socket, state.secure, status);
+    if (!carriesMessages(state, "TCPMessageBase::read"))
+        return false;
+    return state.buffer != nullptr ? readBuffered(*state.buffer)
+                                   : mf_readSocket(socket, state.secure, status);
+}
+
+// Of a connection with buffers a frame is there whole or not at all, and nothing is waited for.
+bool TCPMessageBase::readBuffered(StreamBuffer &buffer) {
+    const int socket = buffer.descriptor();
+    StreamBuffer::Taken taken = buffer.take(mf_rawBytes());
+    if (taken == StreamBuffer::Taken::nothing && buffer.fill())
+        taken = buffer.take(mf_rawBytes());
+    switch (taken) {
+    case StreamBuffer::Taken::frame:
+        if (TCPHeader::read())
+            return true;
+        return failRead(socket, buffer.held(), 0, TCP_ERROR_CORRUPT_HEADER, operationName);
+    case StreamBuffer::Taken::nothing:
+        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, operationName);
+        return false;
+    case StreamBuffer::Taken::corrupt:
+        return failRead(socket, clearLimit, 0, TCP_ERROR_CORRUPT_HEADER, operationName);
+    case StreamBuffer::Taken::noMemory:
+        return failRead(socket, clearLimit, 0, TCP_ERROR_OUT_OF_MEMORY, operationName);
+    default:
+        if (buffer.error() == 0)
+            VINTOK_LOG(SEVERITY_WARNING, "Remote connection lost without disconnect");
+        setClosed(socket);
+        VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, operationName);
+        return false;
+    }
 }
 
 bool TCPMessageBase::mf_readSocket(int socket, bool secure, TCPStatusCallback *status) {

@@ -15,6 +15,7 @@
 
 namespace vintok {
 
+class StreamBuffer;
 class TCPStatusCallback;
 
 // The address part of a message is its origin: where it says that it comes from.
@@ -34,6 +35,9 @@ public:
     // Sends the frame, under the same convention for `socket` and `status`. Waits as long as a
     // living peer takes nothing. After a failure the peer may have received a part of the frame.
     bool write(int socket, TCPStatusCallback *status);
+
+    // For the library: as `read`, from a connection with buffers. Never waits.
+    bool readBuffered(StreamBuffer &buffer);
 
     // The same frames, back to back, in a file. A record that is cut short or malformed fails with
     // TCP_ERROR_CORRUPT_HEADER or the error that `errno` stands for. The caller keeps the stream.

@@ -1,9 +1,12 @@
 #include "vintok/TCPSelectBase.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "platform/Thread.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPStream.h"
 
@@ -30,7 +33,6 @@ namespace {
 
 constexpr int nobody = -1;
 constexpr std::uint32_t pause = 250; // milliseconds
-constexpr int interrupted = 4;       // among the socket errors
 
 // The first descriptor of the set from `from` on.
 int nextIn(const platform::DescriptorSet &set, int from) {
@@ -38,10 +40,15 @@ int nextIn(const platform::DescriptorSet &set, int from) {
     return found == set.end() ? nobody : *found;
 }
 
-// Bytes of plaintext that a secure descriptor can be read for at once; 0 for others.
+// Bytes of plaintext that a secure descriptor can be read for at once; 0 for others. Connections
+// with buffers have their own way to tell.
 std::int64_t bufferedBytes(int descriptor) {
+    const Globals *globals = startedGlobals();
+    if (globals == nullptr || globals->m_secure == 0)
+        return 0;
     const DescriptorState state(descriptor);
-    return state.known && state.secure ? secureBytesPending(descriptor) : 0;
+    return state.known && state.secure && state.buffer == nullptr ? secureBytesPending(descriptor)
+                                                                  : 0;
 }
 
 // Readable for ever, since its peer or its socket has gone.
@@ -115,7 +122,8 @@ TCPSelectBase::CallbackRecord::~CallbackRecord() {
     overwrite(data);
 }
 
-TCPSelectBase::TCPSelectBase() {
+TCPSelectBase::TCPSelectBase() : m_loop(std::make_shared<StreamLoop>()) {
+    m_loop->enter();
     if (!s_checkDebug.exchange(false))
         return;
     const char *debug = std::getenv("TCP_SELECT_DEBUG");
@@ -123,13 +131,16 @@ TCPSelectBase::TCPSelectBase() {
         s_selectDebug = true;
 }
 
-TCPSelectBase::~TCPSelectBase() = default;
+TCPSelectBase::~TCPSelectBase() {
+    m_loop->leave();
+}
 
 void TCPSelectBase::release() {
     if (m_passes == 0) {
         delete this;
         return;
     }
+    m_loop->leave();
     m_table = {};
     m_readSet.clear();
     m_workSet.clear();
@@ -221,6 +232,15 @@ int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *runn
     if (m_numDescriptors == 0)
         return -1;
     const Pass pass(*this);
+    const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::FOREVER, running};
+    m_loop->deliver(limit);
+    const int result = mf_pass(immediate, running);
+    if (!m_released)
+        m_loop->deliver(limit);
+    return result;
+}
+
+int TCPSelectBase::mf_pass(bool immediate, const std::atomic<bool> *running) {
     platform::DescriptorSet untouched;
     const int dispatched = mf_dispatchBuffered(untouched);
     if (dispatched > 0) {
@@ -228,10 +248,28 @@ int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *runn
         return allUntouched ? dispatched + mf_pollBeside(untouched, immediate) : dispatched;
     }
     m_workSet = m_readSet;
-    const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::FOREVER, running};
-    const int result = platform::waitReadable(m_workSet, limit);
-    mf_processSelectReturn(result);
-    return result;
+    return mf_wait({immediate ? 0 : platform::WaitLimit::FOREVER, running});
+}
+
+// Waits for the descriptors of `m_workSet` and dispatches what can be read. Connections with
+// buffers that can be read already make it look instead of wait. What `select` gave; of connections
+// with buffers those count that were dispatched.
+int TCPSelectBase::mf_wait(platform::WaitLimit limit) {
+    platform::DescriptorSet ready;
+    platform::DescriptorSet writers;
+    m_loop->sort(m_workSet, ready, writers);
+    if (ready.size() != 0)
+        limit.milliseconds = 0;
+    int result = 0;
+    if (m_workSet.size() + writers.size() != 0 || ready.size() == 0)
+        result = platform::waitReady(m_workSet, writers, limit);
+    result = ready.size() != 0 ? std::max(result, 0) : result;
+    m_loop->flush(writers);
+    if (result > 0)
+        result = static_cast<int>(m_workSet.size());
+    for (const int descriptor : ready)
+        result += m_workSet.insert(descriptor) ? 1 : 0;
+    return mf_processSelectReturn(result);
 }
 
 int TCPSelectBase::pollOneDescriptor(int descriptor, bool immediate) {
@@ -243,13 +281,22 @@ int TCPSelectBase::pollOneDescriptor(int descriptor, bool immediate) {
         mf_callCallbacks(descriptor);
         return 1;
     }
+    m_loop->deliver();
     // Not the work set, which may hold what an outer pass has still to dispatch.
     platform::DescriptorSet one;
     one.insert(descriptor);
-    const int result = platform::waitReadable(one, immediate);
-    if (result < 1)
+    platform::DescriptorSet ready;
+    platform::DescriptorSet writers;
+    m_loop->sort(one, ready, writers);
+    writers.clear();
+    const int result = ready.size() != 0 ? 1 : platform::waitReadable(one, immediate);
+    if (result < 1) {
         mf_processSelectReturn(result);
-    else if (!mf_dispatch(descriptor))
+        return result;
+    }
+    if (!mf_isReadable(descriptor))
+        return 0;
+    if (!mf_dispatch(descriptor))
         platform::sleepMilliseconds(pause);
     return result;
 }
@@ -284,12 +331,11 @@ int TCPSelectBase::mf_pollBeside(const platform::DescriptorSet &untouched, bool 
         platform::sleepMilliseconds(static_cast<std::uint32_t>(limit));
         return 0;
     }
-    const int result = platform::waitReadable(m_workSet, platform::WaitLimit{limit, nullptr});
-    mf_processSelectReturn(result);
-    return std::max(result, 0);
+    return std::max(mf_wait({limit, nullptr}), 0);
 }
 
-void TCPSelectBase::mf_processSelectReturn(int result) {
+// What `select` gave, without the connections on which no whole frame has come yet.
+int TCPSelectBase::mf_processSelectReturn(int result) {
     if (result < 1) {
         const int error = platform::socketError();
         if (s_selectDebug) {
@@ -300,22 +346,43 @@ void TCPSelectBase::mf_processSelectReturn(int result) {
                                   result, error, sysErrorString(error)));
         }
         // Whatever it is that fails, the next pass would meet it at once.
-        if (result < 0 && error != interrupted)
+        if (result < 0 && error != socketErrors::interrupted)
             platform::sleepMilliseconds(pause);
-        return;
+        return result;
     }
     bool allHandled = true;
     for (int descriptor = nextIn(m_workSet, m_minDescriptor);
          descriptor != nobody && descriptor <= m_maxDescriptor;
-         descriptor = nextIn(m_workSet, descriptor + 1))
+         descriptor = nextIn(m_workSet, descriptor + 1)) {
+        if (!mf_isReadable(descriptor)) {
+            m_workSet.erase(descriptor);
+            --result;
+            continue;
+        }
         allHandled = mf_dispatch(descriptor) && allHandled;
+    }
     // One pause for all of them: a callback may have removed many, and the others wait.
     if (!allHandled)
         platform::sleepMilliseconds(pause);
+    return result;
+}
+
+// Whether there is something to be read by whoever is called. A connection with buffers takes in
+// what has come, and may have no whole frame yet.
+bool TCPSelectBase::mf_isReadable(int descriptor) {
+    const std::shared_ptr<StreamBuffer> buffer = m_loop->find(descriptor);
+    if (buffer == nullptr || buffer->ready())
+        return true;
+    buffer->fill();
+    if (!buffer->ready())
+        buffer->settle();
+    return buffer->ready();
 }
 
 // False when the descriptor will be found readable again and nobody will have done anything.
 bool TCPSelectBase::mf_dispatch(int descriptor) {
+    const std::shared_ptr<StreamBuffer> buffer = m_loop->find(descriptor);
+    const std::size_t held = buffer != nullptr ? buffer->held() : 0;
     if (!mf_callCallbacks(descriptor)) {
         if (s_selectDebug)
             VINTOK_LOG(SEVERITY_WARNING,
@@ -324,7 +391,11 @@ bool TCPSelectBase::mf_dispatch(int descriptor) {
                                   descriptor, "False"));
         return false;
     }
-    return !mf_isLeftDead(descriptor);
+    if (buffer != nullptr)
+        buffer->settle();
+    const bool isUnread = buffer != nullptr && held != 0 && buffer->held() == held &&
+                          buffer->ready() && mf_find(descriptor) != nullptr;
+    return !isUnread && !mf_isLeftDead(descriptor);
 }
 
 // False when there is no registration to call.

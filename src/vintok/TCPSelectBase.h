@@ -18,6 +18,8 @@
 
 namespace vintok {
 
+class StreamLoop;
+
 class TCPSelectBase {
 public:
     TCPSelectBase();
@@ -70,9 +72,12 @@ private:
     bool mf_register(Table::iterator slot, int descriptor, std::unique_ptr<CallbackRecord> record);
     void mf_unregister(Table::iterator slot);
 
+    int mf_pass(bool immediate, const std::atomic<bool> *running);
+    int mf_wait(platform::WaitLimit limit);
     int mf_dispatchBuffered(platform::DescriptorSet &untouched);
     int mf_pollBeside(const platform::DescriptorSet &untouched, bool immediate);
-    void mf_processSelectReturn(int result);
+    int mf_processSelectReturn(int result);
+    bool mf_isReadable(int descriptor);
     bool mf_dispatch(int descriptor);
     bool mf_callCallbacks(int descriptor);
     bool mf_isLeftDead(int descriptor);
@@ -85,11 +90,12 @@ private:
     int m_numDescriptors = 0;
     int m_maxDescriptor = -1; // this and the next only ever widen
     int m_minDescriptor = -1;
-    Table m_table;                     // dense: the first null ends it
-    platform::DescriptorSet m_readSet; // every registered descriptor
-    platform::DescriptorSet m_workSet; // found readable and not yet dispatched
-    std::uint64_t m_registrations = 0; // ever made
-    int m_passes = 0;                  // one within another
+    Table m_table;                      // dense: the first null ends it
+    platform::DescriptorSet m_readSet;  // every registered descriptor
+    platform::DescriptorSet m_workSet;  // found readable and not yet dispatched
+    std::shared_ptr<StreamLoop> m_loop; // of the registered connections that have buffers
+    std::uint64_t m_registrations = 0;  // ever made
+    int m_passes = 0;                   // one within another
     bool m_released = false;
 };
 

@@ -3,6 +3,9 @@
 #include "vintok/AcceptGuard.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/RelayRun.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
 #include "vintok/TCPStream.h"
@@ -10,11 +13,11 @@
 #include <algorithm>
 #include <exception>
 
-// The loop calls with a listening socket that somebody knocks at, or with a client that has sent at
-// least the smallest frame, or has ended. One call takes one connection, or one message. The relay
-// is plain writing, one client after another; who cannot be written to is found out when his own
-// descriptor turns up. A client is dropped by its own message, by a reset, or by the end of its
-// stream; an unfinished or malformed frame drops nobody.
+// The loop calls with a listening socket that somebody knocks at, or with a client that has sent a
+// whole frame, or has ended. One call takes one connection, or a share of the messages that have
+// come. Broadcasts that lie behind each other are relayed as one run; who cannot be written to is
+// found out when his own descriptor turns up. A client is dropped by its own message, by a reset,
+// or by the end of its stream; an unfinished or malformed frame drops nobody.
 
 namespace vintok {
 
@@ -27,6 +30,7 @@ constexpr int systemBacklog = 0;
 
 TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
     init();
+    m_relay = std::make_shared<RelayRun>(sf_spread, this);
     const std::size_t tries = exactPort ? 1 : portsToTry;
     if (localOnly)
         mf_listenLocal(port, tries);
@@ -63,7 +67,8 @@ TCPServer::TCPServer(const TCPServer &other)
       m_port(other.m_port),
       m_majorVersion(other.m_majorVersion),
       m_minorVersion(other.m_minorVersion),
-      m_acceptGuard(other.m_acceptGuard) {
+      m_acceptGuard(other.m_acceptGuard),
+      m_relay(std::make_shared<RelayRun>(sf_spread, this)) {
     init(); // for its own destructor
 }
 
@@ -177,7 +182,8 @@ void TCPServer::mf_connectPending(int listener) {
         shutdownSocket(descriptor);
         return;
     }
-    expectFrames(descriptor);
+    bufferFrames(descriptor);
+    readAhead(descriptor);
     m_clients.push_back(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Connection accepted fd = %d", descriptor));
 }
@@ -200,16 +206,29 @@ void TCPServer::sf_dataCB(int descriptor, void *data, bool hangup) {
 }
 
 void TCPServer::mf_dataPending(int descriptor, bool hangup) {
-    TCPMessage message(descriptor);
     if (hangup) {
         VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
         mf_handleHangup(descriptor);
-    } else if (message.read(-1, nullptr)) {
-        mf_handleMessage(message); // may end the server
-    } else if (lastError() == TCP_ERROR_CONNECTION_RESET || streamEnded(descriptor)) {
-        VINTOK_LOG(SEVERITY_ERROR, formatText("Reset on %d", descriptor));
-        mf_handleHangup(descriptor);
+        return;
     }
+    const std::weak_ptr<RelayRun> alive = m_relay;
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
+    TCPMessage message(descriptor);
+    std::size_t taken = 0;
+    do {
+        if (!(buffer != nullptr ? message.readBuffered(*buffer) : message.read(-1, nullptr))) {
+            if (lastError() == TCP_ERROR_CONNECTION_RESET) {
+                VINTOK_LOG(SEVERITY_ERROR, formatText("Reset on %d", descriptor));
+                mf_handleHangup(descriptor);
+            }
+            break;
+        }
+        taken += static_cast<std::size_t>(message.rawBufferLength());
+        mf_handleMessage(message);
+        if (alive.expired())
+            return; // that was the end of the server
+    } while (buffer != nullptr && buffer->offers(taken));
+    m_relay->close();
 }
 
 void TCPServer::mf_handleMessage(TCPMessage &message) {
@@ -225,7 +244,18 @@ void TCPServer::mf_handleMessage(TCPMessage &message) {
 }
 
 bool TCPServer::mf_broadcastMessage(TCPMessage &message) {
+    if (message.rawBytes().shared() != nullptr) {
+        m_relay->add(message.socketDescriptor(), message.rawBytes());
+        return true;
+    }
     return mf_writeClients(message, message.socketDescriptor(), nullptr);
+}
+
+void TCPServer::sf_spread(void *owner, StreamLoop &loop, int source, const Span &span) {
+    for (const int client : static_cast<TCPServer *>(owner)->m_clients) {
+        if (client != source)
+            loop.relay(client, span);
+    }
 }
 
 bool TCPServer::mf_sendKeepAlive(int except) {
@@ -260,6 +290,7 @@ void TCPServer::mf_handleHangup(int descriptor) {
     const auto found = std::find(m_clients.begin(), m_clients.end(), descriptor);
     if (descriptor == -1 || found == m_clients.end())
         return;
+    m_relay->close();
     m_clients.erase(found);
     if (m_select != nullptr)
         m_select->removeCallback(descriptor, sf_dataCB, this);

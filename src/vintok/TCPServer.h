@@ -16,8 +16,11 @@
 namespace vintok {
 
 class AcceptGuard;
+class RelayRun;
+class StreamLoop;
 class TCPMessage;
 class TCPSelect;
+struct Span;
 
 class VINTOK_API TCPServer {
 public:
@@ -55,8 +58,10 @@ protected:
     // rest.
     virtual void mf_handleMessage(TCPMessage &message);
 
-    // To every client but the one that the message came from, in order of connection. True when no
-    // write was needed or every one succeeded. A client that fails is found out at its next read.
+    // To every client but the one that the message came from, in order of connection. What came
+    // from a client leaves at the end of the loop's turn, or before anything else that is written,
+    // and the result is true; otherwise it is written at once, and true means that every write
+    // succeeded. A client that fails is found out at its next read.
     bool mf_broadcastMessage(TCPMessage &message);
 
     // Closes and forgets a client; nothing for a descriptor that is none.
@@ -79,6 +84,7 @@ private:
     bool mf_writeClients(TCPMessage &message, int except, const char *complaint);
     void mf_shutdown();
 
+    static void sf_spread(void *owner, StreamLoop &loop, int source, const Span &span);
     static void sf_connectCB(int descriptor, void *data, bool hangup);
     static void sf_dataCB(int descriptor, void *data, bool hangup);
 
@@ -91,6 +97,7 @@ private:
     unsigned short m_majorVersion = 0;
     unsigned short m_minorVersion = 0;
     std::shared_ptr<AcceptGuard> m_acceptGuard;
+    std::shared_ptr<RelayRun> m_relay; // of this object alone
 };
 
 } // namespace vintok

@@ -271,6 +271,12 @@ VINTOK_API std::int64_t rawBytesPending(int fd);
 VINTOK_API std::int64_t clearSocket(int fd, std::size_t count);
 VINTOK_API std::int64_t rawClearSocket(int fd, std::size_t count);
 
+// Waits, without limit, until the socket has room to be written to, or has failed. Meanwhile the
+// connections of this thread's participants and servers take in what arrives, so that two ends that
+// write at once do not wait for each other; nobody is called. For a TCPTransport whose `secureSend`
+// finds no room: its reading operations may be called for the same descriptor from within.
+VINTOK_API void awaitRoom(int fd);
+
 // --- Secure channels -----------------------------------------------------------------
 
 // The one transport of the process, not owned; null takes it out. False without an error before

@@ -5,14 +5,16 @@
 // descriptor closed for everybody. The receive and the send wait and give up by different rules,
 // and are kept apart for that. The peek alone can tell a clean end of stream.
 //
-// Every byte passes `takeIn` or `putOut`, or is looked at by `lookAt` and `countWaiting`: whoever
-// wants to buffer a direction does it in these four. The start of a frame may be held already, and
-// is in front of what the socket has.
+// Every byte passes `takeIn` or `putOut`, or is looked at by `lookAt` and `countWaiting`. A
+// connection with buffers has its bytes go through these: what is held comes before what the socket
+// has, and what is queued leaves before what is written.
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "platform/Thread.h"
 #include "vintok/Globals.h"
+#include "vintok/StreamBuffer.h"
 #include "vintok/TCPStatusCallback.h"
 
 #include <algorithm>
@@ -22,13 +24,23 @@ namespace vintok {
 
 namespace {
 
+using BufferPtr = std::shared_ptr<StreamBuffer>;
+
+// Of a secure connection the buffers hold plaintext, and the socket is the transport's.
+BufferPtr plainBufferOf(int fd) {
+    BufferPtr buffers = bufferOf(fd);
+    return buffers != nullptr && !buffers->isSecure() ? buffers : nullptr;
+}
+
 std::int64_t takeIn(int fd, unsigned char *buffer, std::size_t length) {
-    const std::size_t held = takeHeld(fd, buffer, length);
+    const BufferPtr buffers = plainBufferOf(fd);
+    const std::size_t held = buffers != nullptr ? buffers->read(buffer, length) : 0;
     return held != 0 ? static_cast<std::int64_t>(held) : platform::receive(fd, buffer, length);
 }
 
 std::int64_t lookAt(int fd, unsigned char *buffer, std::size_t length) {
-    const std::size_t held = lookAtHeld(fd, buffer, length);
+    const BufferPtr buffers = plainBufferOf(fd);
+    const std::size_t held = buffers != nullptr ? buffers->peek(buffer, length) : 0;
     if (held == 0)
         return platform::peek(fd, buffer, length);
     const std::int64_t behind =
@@ -39,24 +51,20 @@ std::int64_t lookAt(int fd, unsigned char *buffer, std::size_t length) {
 bool countWaiting(int fd, std::size_t &count) {
     if (!platform::bytesWaiting(fd, count))
         return false;
-    count += countHeld(fd);
+    if (const BufferPtr buffers = plainBufferOf(fd))
+        count += buffers->held();
     return true;
 }
 
 std::int64_t putOut(int fd, const unsigned char *buffer, std::size_t length) {
+    if (const BufferPtr buffers = plainBufferOf(fd))
+        return buffers->write(buffer, length);
     return platform::send(fd, buffer, length);
 }
 
 // --- What socket errors mean ---------------------------------------------------------
 
-// Some numbers are plain and some are Winsock's; they are what `platform::socketError` gives.
-constexpr int interrupted = 4;
-constexpr int badDescriptor = 9;
-constexpr int noMemory = 12;
-constexpr int invalid = 22;
-constexpr int remoteIO = 121;
-constexpr int wouldBlock = 10035;
-constexpr int notSocket = 10038;
+using namespace socketErrors;
 
 bool isConnectionLost(int error) {
     constexpr std::array<int, 10> lost = {10050, 10051, 10052, 10053, 10054,

@@ -3,6 +3,7 @@
 #include "vintok/TCPStream.h"
 
 #include "vintok/Globals.h"
+#include "vintok/StreamBuffer.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +12,14 @@ namespace vintok {
 
 namespace {
 
-enum class Route { refused, plain, secure };
+enum class Way { refused, plain, secure };
+
+// How a descriptor's bytes move, and its buffers, if it has any. Those of a plain one are met where
+// its socket is used.
+struct Route {
+    Way way = Way::refused;
+    std::shared_ptr<StreamBuffer> buffer;
+};
 
 // Each may hold a "%d" for the descriptor.
 struct Refusals {
@@ -26,14 +34,14 @@ constexpr Refusals readRefusals = {"Attempt to read from bound socket vintok::re
 Route routeOf(int fd, const Refusals &texts, const SourcePlace &place = SourcePlace::caller()) {
     const DescriptorState state(fd);
     if (state.known && !state.bound())
-        return state.secure ? Route::secure : Route::plain;
+        return {state.secure ? Way::secure : Way::plain, state.buffer};
     const char *text = state.known ? texts.bound : state.closed ? texts.closed : texts.unknown;
     const TCPError code = state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR;
     std::string context = text;
     if (const std::size_t at = context.find("%d"); at != std::string::npos)
         context.replace(at, 2, std::to_string(fd));
     errorAt(place, code, context);
-    return Route::refused;
+    return {};
 }
 
 std::int64_t pendingResult(bool known, std::size_t pending) {
@@ -46,10 +54,28 @@ std::int64_t plainBytesPending(int fd) {
     return pendingResult(known, pending);
 }
 
-std::int64_t transportBytesPending(int fd) {
+std::int64_t transportBytesPending(int fd, const Route &route) {
     std::size_t pending = 0;
     const bool known = sf_secureBytesPending(fd, pending);
-    return pendingResult(known, pending);
+    return pendingResult(known, pending + (route.buffer != nullptr ? route.buffer->held() : 0));
+}
+
+// What the buffers hold of a secure connection comes before what the transport has.
+std::int64_t readSecure(int fd, const Route &route, unsigned char *buffer, std::size_t length) {
+    const std::size_t held = route.buffer != nullptr ? route.buffer->read(buffer, length) : 0;
+    return held != 0 ? static_cast<std::int64_t>(held) : sf_secureRecv(fd, buffer, length);
+}
+
+std::int64_t peekSecure(int fd, const Route &route, unsigned char *buffer, std::size_t length) {
+    if (route.buffer == nullptr || route.buffer->held() < length)
+        return sf_securePeek(fd, buffer, length);
+    return static_cast<std::int64_t>(route.buffer->peek(buffer, length));
+}
+
+std::int64_t writeSecure(int fd, const Route &route, const unsigned char *buffer,
+                         std::size_t length) {
+    return route.buffer != nullptr ? route.buffer->write(buffer, length)
+                                   : sf_secureSend(fd, buffer, length);
 }
 
 } // namespace
@@ -58,11 +84,12 @@ std::int64_t readBytes(int fd, unsigned char *buffer, std::size_t length,
                        TCPStatusCallback *status) {
     if (buffer == nullptr || length == 0)
         return -1;
-    switch (routeOf(fd, readRefusals)) {
-    case Route::plain:
+    const Route route = routeOf(fd, readRefusals);
+    switch (route.way) {
+    case Way::plain:
         return sf_socketRecv(fd, buffer, length, true, status);
-    case Route::secure:
-        return sf_secureRecv(fd, buffer, length);
+    case Way::secure:
+        return readSecure(fd, route, buffer, length);
     default:
         return -1;
     }
@@ -72,13 +99,14 @@ std::int64_t writeBytes(int fd, const unsigned char *buffer, std::size_t length,
                         TCPStatusCallback *status) {
     if (buffer == nullptr || length == 0)
         return -1;
-    switch (routeOf(fd, {"vintok::writeBytes (%d) Attempt to write from bound socket.",
-                         "vintok::writeBytes (%d) descriptor closed.",
-                         "vintok::writeBytes (%d) descriptor bad."})) {
-    case Route::plain:
+    const Route route = routeOf(fd, {"vintok::writeBytes (%d) Attempt to write from bound socket.",
+                                     "vintok::writeBytes (%d) descriptor closed.",
+                                     "vintok::writeBytes (%d) descriptor bad."});
+    switch (route.way) {
+    case Way::plain:
         return sf_socketSend(fd, buffer, length, true, status);
-    case Route::secure:
-        return sf_secureSend(fd, buffer, length);
+    case Way::secure:
+        return writeSecure(fd, route, buffer, length);
     default:
         return -1;
     }
@@ -88,23 +116,25 @@ std::int64_t writeBytes(int fd, const unsigned char *buffer, std::size_t length,
 std::int64_t peekBytes(int fd, unsigned char *buffer, std::size_t length) {
     if (buffer == nullptr || length == 0)
         return -1;
-    switch (routeOf(fd, readRefusals)) {
-    case Route::plain:
+    const Route route = routeOf(fd, readRefusals);
+    switch (route.way) {
+    case Way::plain:
         return sf_socketPeek(fd, buffer, length);
-    case Route::secure:
-        return sf_securePeek(fd, buffer, length);
+    case Way::secure:
+        return peekSecure(fd, route, buffer, length);
     default:
         return -1;
     }
 }
 
 std::int64_t bytesPending(int fd) {
-    switch (routeOf(fd, {"Attempt to read from bound socket vintok::bytesPending",
-                         "vintok::bytesPending", "vintok::bytesPending"})) {
-    case Route::plain:
+    const Route route = routeOf(fd, {"Attempt to read from bound socket vintok::bytesPending",
+                                     "vintok::bytesPending", "vintok::bytesPending"});
+    switch (route.way) {
+    case Way::plain:
         return plainBytesPending(fd);
-    case Route::secure:
-        return transportBytesPending(fd);
+    case Way::secure:
+        return transportBytesPending(fd, route);
     default:
         return -1;
     }
@@ -114,9 +144,9 @@ std::int64_t bytesPending(int fd) {
 std::int64_t socketBytesPending(int fd) {
     const Route route = routeOf(fd, {"Attempt to read from bound socket vintok::secureBytesPending",
                                      "vintok::socketBytesPending", "vintok::socketBytesPending"});
-    if (route == Route::plain)
+    if (route.way == Way::plain)
         return plainBytesPending(fd);
-    if (route == Route::secure)
+    if (route.way == Way::secure)
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
                      "Attempt to read from secure socket vintok::socketBytesPending");
     return -1;
@@ -125,9 +155,9 @@ std::int64_t socketBytesPending(int fd) {
 std::int64_t secureBytesPending(int fd) {
     const Route route = routeOf(fd, {"Attempt to read from bound socket vintok::secureBytesPending",
                                      "vintok::secureBytesPending", "vintok::secureBytesPending"});
-    if (route == Route::secure)
-        return transportBytesPending(fd);
-    if (route == Route::plain)
+    if (route.way == Way::secure)
+        return transportBytesPending(fd, route);
+    if (route.way == Way::plain)
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
                      "Attempt to read from non secure socket vintok::secureBytesPending");
     return -1;

@@ -2,19 +2,25 @@
 // open, plain or secure, then closed (the peer is gone; nothing takes that back), then removed. All
 // of it runs under lock id 1, the calls of the transport too, which take lock id 3 inside.
 //
-// A row also remembers whether its connection carries frames, in which case the socket's receive
-// mark is set as long as the row is not secure. See `expectFrames`.
+// A row also leads to the buffers of a connection that carries frames, so that one look tells all
+// that is known of a descriptor.
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "vintok/Globals.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/StreamLoop.h"
 
-#include <algorithm>
 #include <new>
 
 namespace vintok {
 
 namespace {
+
+// The system's, of a connection that reads ahead. With less than a few reads of them a sender that
+// is fast is left waiting for the receive window, which opens in steps.
+constexpr std::size_t aheadBuffer = std::size_t{256} * 1024;
 
 std::uint32_t firstBoundFlag(bool boundIPv4, bool boundIPv6, bool boundUnix) {
     if (boundIPv4)
@@ -24,23 +30,20 @@ std::uint32_t firstBoundFlag(bool boundIPv4, bool boundIPv6, bool boundUnix) {
     return boundUnix ? std::uint32_t{DESC_BOUND_UNIX} : 0;
 }
 
-// The table grows by half when it is full.
 bool appendEntry(Globals &globals, const DescriptorEntry &entry) {
-    auto &table = globals.m_descriptors;
     try {
-        if (table.size() == table.capacity())
-            table.reserve(table.size() + table.size() / 2 + 1);
-        table.push_back(entry);
-        return true;
+        return globals.m_descriptors.emplace(entry.fd, entry).second;
     } catch (const std::bad_alloc &) {
         return false;
     }
 }
 
-void changeSecure(const Globals &globals, DescriptorEntry &entry, bool secure) {
+// Bytes that its buffers hold would be lost at such a turn: the connection is then broken.
+void changeSecure(Globals &globals, DescriptorEntry &entry, bool secure) {
     entry.flags = secure ? entry.flags | DESC_SECURE : entry.flags & ~std::uint32_t{DESC_SECURE};
-    if (entry.frames)
-        applyReceiveMark(globals, entry);
+    globals.m_secure += secure ? 1 : std::size_t(-1);
+    if (entry.buffer != nullptr && !entry.buffer->setSecure(secure))
+        entry.flags |= DESC_CLOSED;
 }
 
 // Without a transport a descriptor can carry the flag all the same.
@@ -53,8 +56,7 @@ bool refuseSecure(const SourcePlace &place) {
     return false;
 }
 
-bool upgradeEntry(const Globals &globals, DescriptorEntry &entry, bool secure,
-                  const SourcePlace &place) {
+bool upgradeEntry(Globals &globals, DescriptorEntry &entry, bool secure, const SourcePlace &place) {
     if (!secure || (entry.flags & DESC_SECURE) != 0)
         return true;
     if (!transportAccepts(globals, entry.fd))
@@ -65,15 +67,17 @@ bool upgradeEntry(const Globals &globals, DescriptorEntry &entry, bool secure,
 
 bool addEntry(Globals &globals, int fd, bool secure, std::uint32_t bound,
               const SourcePlace &place) {
-    DescriptorEntry entry{fd, bound};
+    DescriptorEntry entry{fd, bound, nullptr};
     if (bound == 0 && secure) {
         if (!transportAccepts(globals, fd))
             return refuseSecure(place);
         entry.flags = DESC_SECURE;
     }
     const bool sized = setSystemBuffers(fd, 0);
-    if (sized && appendEntry(globals, entry))
+    if (sized && appendEntry(globals, entry)) {
+        globals.m_secure += (entry.flags & DESC_SECURE) != 0 ? 1 : 0;
         return true;
+    }
     errorAt(place, sized ? TCP_ERROR_OUT_OF_MEMORY : TCP_ERROR_STREAM_BUFFER,
             "vintok::addDescriptor");
     if (secure && globals.m_transport != nullptr)
@@ -81,7 +85,7 @@ bool addEntry(Globals &globals, int fd, bool secure, std::uint32_t bound,
     return false;
 }
 
-bool setEntrySecure(const Globals &globals, DescriptorEntry &entry, bool secure,
+bool setEntrySecure(Globals &globals, DescriptorEntry &entry, bool secure,
                     const SourcePlace &place) {
     if (secure == ((entry.flags & DESC_SECURE) != 0))
         return true;
@@ -96,16 +100,17 @@ bool setEntrySecure(const Globals &globals, DescriptorEntry &entry, bool secure,
     return told;
 }
 
-void removeEntry(Globals &globals, DescriptorEntry *entry) {
-    if ((entry->flags & DESC_SECURE) != 0 && globals.m_transport != nullptr)
-        sf_removeSecureDescriptor(entry->fd);
-    if (entry->frames) {
-        entry->frames = false;
-        applyReceiveMark(globals, *entry); // the socket may live on in other hands
+void removeEntry(Globals &globals, const DescriptorEntry *entry) {
+    if ((entry->flags & DESC_SECURE) != 0) {
+        if (globals.m_transport != nullptr)
+            sf_removeSecureDescriptor(entry->fd);
+        --globals.m_secure;
     }
-    forgetHeld(globals, entry->fd);
-    auto &table = globals.m_descriptors;
-    table.erase(table.begin() + (entry - table.data()));
+    if (entry->buffer != nullptr) {
+        entry->buffer->detach();
+        --globals.m_buffered;
+    }
+    globals.m_descriptors.erase(entry->fd);
 }
 
 // The row of a descriptor that a caller must know: started, 1 or above, present. Null after setting
@@ -126,9 +131,8 @@ DescriptorEntry *requireEntry(int fd, const char *name, const SourcePlace &place
 } // namespace
 
 DescriptorEntry *findEntry(Globals &globals, int fd) {
-    const auto found = std::find_if(globals.m_descriptors.begin(), globals.m_descriptors.end(),
-                                    [fd](const DescriptorEntry &entry) { return entry.fd == fd; });
-    return found != globals.m_descriptors.end() ? &*found : nullptr;
+    const auto found = globals.m_descriptors.find(fd);
+    return found != globals.m_descriptors.end() ? &found->second : nullptr;
 }
 
 bool addDescriptor(int fd, bool secure, bool boundIPv4, bool boundIPv6, bool boundUnix) {
@@ -158,32 +162,100 @@ bool removeDescriptor(int fd) {
     });
 }
 
-// Asked before every transfer of bytes: builds no text unless something failed.
-bool descriptorState(int fd, bool &secure, bool &closed, bool &boundIPv4, bool &boundIPv6,
-                     bool &boundUnix) {
+namespace {
+
+// Asked before every transfer of bytes: builds no text unless something failed. The entry is copied
+// into `found` when there is one.
+bool copyEntry(int fd, DescriptorEntry &found) {
     static TCPMutex mutex(LOCK_DESCRIPTORS);
     if (mutex.lock() != 0) {
         VINTOK_ERROR(TCP_ERROR_LOCK_FAILED,
                      formatText("vintok::descriptorState (%d) lock failed.", fd));
         return false;
     }
-    bool open = false;
     Globals *globals = startedGlobals();
-    if (globals == nullptr) {
+    const DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
+    if (globals == nullptr)
         VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED,
                      formatText("vintok::descriptorState (%d) Not initialized.", fd));
-    } else if (const DescriptorEntry *entry = findEntry(*globals, fd)) {
-        secure = (entry->flags & DESC_SECURE) != 0;
-        closed = (entry->flags & DESC_CLOSED) != 0;
-        boundIPv4 = (entry->flags & DESC_BOUND_IPV4) != 0;
-        boundIPv6 = (entry->flags & DESC_BOUND_IPV6) != 0;
-        boundUnix = (entry->flags & DESC_BOUND_UNIX) != 0;
-        open = !closed;
-    }
+    else if (entry != nullptr)
+        found = *entry;
     if (mutex.unlock() != 0)
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED,
                      formatText("vintok::descriptorState (%d) unlock failed.", fd));
-    return open;
+    return entry != nullptr;
+}
+
+} // namespace
+
+bool descriptorState(int fd, bool &secure, bool &closed, bool &boundIPv4, bool &boundIPv6,
+                     bool &boundUnix) {
+    DescriptorEntry entry{fd, 0, nullptr};
+    if (!copyEntry(fd, entry))
+        return false;
+    secure = (entry.flags & DESC_SECURE) != 0;
+    closed = (entry.flags & DESC_CLOSED) != 0;
+    boundIPv4 = (entry.flags & DESC_BOUND_IPV4) != 0;
+    boundIPv6 = (entry.flags & DESC_BOUND_IPV6) != 0;
+    boundUnix = (entry.flags & DESC_BOUND_UNIX) != 0;
+    return !closed;
+}
+
+DescriptorState::DescriptorState(int fd) : known(false) {
+    DescriptorEntry entry{fd, 0, nullptr};
+    if (!copyEntry(fd, entry))
+        return;
+    secure = (entry.flags & DESC_SECURE) != 0;
+    closed = (entry.flags & DESC_CLOSED) != 0;
+    boundIPv4 = (entry.flags & DESC_BOUND_IPV4) != 0;
+    boundIPv6 = (entry.flags & DESC_BOUND_IPV6) != 0;
+    boundUnix = (entry.flags & DESC_BOUND_UNIX) != 0;
+    known = !closed;
+    buffer = std::move(entry.buffer);
+}
+
+bool bufferFrames(int fd) {
+    static TCPMutex mutex(LOCK_DESCRIPTORS);
+    return underLock(mutex, "vintok::bufferFrames", [fd] {
+        Globals *globals = startedGlobals();
+        DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
+        if (entry == nullptr || (entry->flags & DESC_BOUND) != 0)
+            return false;
+        if (entry->buffer != nullptr)
+            return true;
+        try {
+            entry->buffer = StreamBuffer::make(fd, (entry->flags & DESC_SECURE) != 0);
+        } catch (const std::bad_alloc &) {
+            return false;
+        }
+        ++globals->m_buffered;
+        if ((entry->flags & DESC_CLOSED) != 0)
+            entry->buffer->giveUp(socketErrors::connectionReset);
+        return true;
+    });
+}
+
+void readAhead(int fd) {
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(fd);
+    if (buffer == nullptr)
+        return;
+    buffer->readAhead();
+    setSystemBuffers(fd, aheadBuffer);
+}
+
+// Most descriptors of most programs have none, and are not looked up for it.
+std::shared_ptr<StreamBuffer> bufferOf(int fd) {
+    static TCPMutex mutex(LOCK_DESCRIPTORS);
+    Globals *globals = startedGlobals();
+    if (globals == nullptr || globals->m_buffered == 0)
+        return nullptr;
+    std::shared_ptr<StreamBuffer> buffer;
+    underLock(mutex, "vintok::bufferOf", [&] {
+        if (const DescriptorEntry *entry = findEntry(*globals, fd))
+            buffer = entry->buffer;
+        return true;
+    });
+    return buffer;
 }
 
 bool setClosed(int fd) {
@@ -200,8 +272,11 @@ bool setClosed(int fd) {
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR, "vintok::setClosed");
     else
         entry = findEntry(*globals, fd);
-    if (entry != nullptr)
+    if (entry != nullptr) {
         entry->flags |= DESC_CLOSED;
+        if (entry->buffer != nullptr)
+            entry->buffer->giveUp(socketErrors::connectionReset);
+    }
     if (mutex.unlock() != 0)
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, "vintok::setClosed");
     return entry != nullptr;

@@ -4,6 +4,7 @@
 
 #include "platform/Socket.h"
 #include "vintok/Globals.h"
+#include "vintok/StreamBuffer.h"
 
 #include <algorithm>
 
@@ -105,6 +106,8 @@ bool shutdownSocket(int fd) {
         return false;
     const DescriptorState state(fd);
     if (!state.bound()) {
+        if (state.buffer != nullptr && state.known)
+            state.buffer->flush(); // what room there is for; nobody waits for the rest
         if (state.secure)
             setSecure(fd, false);
         std::size_t pending = 0;

@@ -97,7 +97,7 @@ void printMessage(int descriptor, void * /*data*/, bool hangup) {
         message.messageBuffer()[message.messageBufferLength() - 1] = 0;
         std::fputs(reinterpret_cast<const char *>(message.messageBuffer()), stdout);
         std::fflush(stdout);
-    } else if (streamEnded(descriptor)) {
+    } else if (lastError() == TCP_ERROR_CONNECTION_RESET) {
         if (TCPSelect *const select = s_select; select != nullptr)
             select->interrupt();
     }
@@ -142,7 +142,8 @@ int testTCPServer_client_recv_main(int argc, char **argv) {
         TCPSelect select;
         s_select = &select;
         if (select.addSocketCallback(descriptor, printMessage, nullptr, true, false)) {
-            expectFrames(descriptor);
+            bufferFrames(descriptor);
+            readAhead(descriptor);
             select.run();
             select.removeCallback(descriptor, printMessage, nullptr);
         }

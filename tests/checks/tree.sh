@@ -80,8 +80,9 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.
 layers='
 0 Export TCPException
-1 BufferManager RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
-2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard
+1 BufferManager Chunk RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
+2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard StreamBuffer
+2 StreamLoop RelayRun Delivery
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect TCPServer testTCPServer
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry

@@ -3,8 +3,10 @@
 #include "platform/SocketAddress.h"
 #include "platform/posix/SocketError.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace vintok::platform {
@@ -12,6 +14,7 @@ namespace vintok::platform {
 namespace {
 
 constexpr int firstDescriptor = 3;
+constexpr std::size_t mostPieces = 64; // in one call
 
 // A program that closed a standard stream would get its number for a socket, and then write what it
 // prints into the meeting.
@@ -136,6 +139,19 @@ std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t le
     return sendWith(descriptor, buffer, length, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
+std::int64_t sendNow(int descriptor, const Piece *pieces, std::size_t count) {
+    std::array<iovec, mostPieces> parts;
+    count = std::min(count, parts.size());
+    for (std::size_t i = 0; i < count; ++i)
+        parts[i] = {const_cast<unsigned char *>(pieces[i].bytes), pieces[i].length};
+    msghdr message = {};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = count;
+    const ssize_t sent = sendmsg(descriptor, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    succeeded(sent);
+    return sent;
+}
+
 bool bytesWaiting(int descriptor, std::size_t &count) {
     int waiting = 0;
     if (!succeeded(ioctl(descriptor, FIONREAD, &waiting)))
@@ -151,10 +167,6 @@ bool setBlockingMode(int descriptor, bool blocking) {
 
 bool setNoDelayOption(int descriptor) {
     return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
-}
-
-bool fillPackets(int descriptor, bool on) {
-    return setOption(descriptor, IPPROTO_TCP, TCP_CORK, on ? 1 : 0);
 }
 
 bool setExclusiveAddress(int descriptor) {
@@ -181,10 +193,6 @@ bool setSendBuffer(int descriptor, int size) {
 
 bool sendBuffer(int descriptor, int &size) {
     return getOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
-}
-
-bool setReceiveLowWater(int descriptor, int count) {
-    return setOption(descriptor, SOL_SOCKET, SO_RCVLOWAT, count);
 }
 
 } // namespace vintok::platform

@@ -12,7 +12,7 @@ namespace vintok::platform {
 
 namespace {
 
-using Polled = std::array<pollfd, DescriptorSet::capacity>;
+using Polled = std::array<pollfd, 2 * DescriptorSet::capacity>;
 
 timespec timeOf(std::int32_t milliseconds) {
     return {milliseconds / 1000, (milliseconds % 1000) * 1000000L};
@@ -41,12 +41,16 @@ int waitFor(Polled &polled, nfds_t count, const WaitLimit &limit) {
 
 } // namespace
 
-int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
+int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &limit) {
     Polled polled;
     nfds_t count = 0;
-    for (const int descriptor : set)
+    for (const int descriptor : readers)
         polled[count++] = {descriptor, POLLIN, 0};
-    set.clear();
+    const nfds_t reading = count;
+    for (const int descriptor : writers)
+        polled[count++] = {descriptor, POLLOUT, 0};
+    readers.clear();
+    writers.clear();
     if (count == 0) {
         // Otherwise nothing but a signal would ever end the wait.
         setSocketError(translatedError(EINVAL));
@@ -59,7 +63,7 @@ int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
     // What is reported without being asked for (an end, an error, a closed descriptor) counts too.
     for (nfds_t i = 0; i < count; ++i) {
         if (polled[i].revents != 0)
-            set.insert(polled[i].fd);
+            (i < reading ? readers : writers).insert(polled[i].fd);
     }
     return ready;
 }

@@ -2,10 +2,10 @@
 
 #include "platform/SocketAddress.h"
 #include "platform/Wait.h"
-#include "platform/win32/LowWater.h"
 #include "platform/win32/SocketError.h"
 
 #include <algorithm>
+#include <array>
 #include <limits>
 
 namespace vintok::platform {
@@ -44,6 +44,8 @@ std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t leng
     return count;
 }
 
+constexpr std::size_t mostPieces = 64; // in one call
+
 std::int64_t wouldBlock() {
     setSocketError(WSAEWOULDBLOCK);
     return -1;
@@ -72,7 +74,6 @@ int openSocket(Family family) {
 }
 
 bool closeSocket(int descriptor) {
-    forgetLowWater(descriptor);
     return succeeded(closesocket(socketOf(descriptor)));
 }
 
@@ -144,15 +145,32 @@ std::int64_t send(int descriptor, const unsigned char *buffer, std::size_t lengt
     return count;
 }
 
-// There is no flag for this here. A socket that can be written to takes all of a buffer at once.
 std::int64_t receiveNow(int descriptor, unsigned char *buffer, std::size_t length) {
     return awaitSocket(descriptor, Await::readable, 0) ? receive(descriptor, buffer, length)
                                                        : wouldBlock();
 }
 
 std::int64_t sendNow(int descriptor, const unsigned char *buffer, std::size_t length) {
-    return awaitSocket(descriptor, Await::writable, 0) ? send(descriptor, buffer, length)
-                                                       : wouldBlock();
+    const Piece piece = {buffer, length};
+    return sendNow(descriptor, &piece, 1);
+}
+
+// There is no flag for this here, so the descriptor's mode changes for the call. A failure's error
+// outlives the change back.
+std::int64_t sendNow(int descriptor, const Piece *pieces, std::size_t count) {
+    std::array<WSABUF, mostPieces> parts;
+    count = std::min(count, parts.size());
+    for (std::size_t i = 0; i < count; ++i)
+        parts[i] = {static_cast<ULONG>(boundedLength(pieces[i].length)),
+                    reinterpret_cast<CHAR *>(const_cast<unsigned char *>(pieces[i].bytes))};
+    DWORD sent = 0;
+    setBlockingMode(descriptor, false);
+    const bool good = succeeded(WSASend(socketOf(descriptor), parts.data(),
+                                        static_cast<DWORD>(count), &sent, 0, nullptr, nullptr));
+    const int error = socketError();
+    setBlockingMode(descriptor, true);
+    setSocketError(error);
+    return good ? static_cast<std::int64_t>(sent) : -1;
 }
 
 bool bytesWaiting(int descriptor, std::size_t &count) {
@@ -170,10 +188,6 @@ bool setBlockingMode(int descriptor, bool blocking) {
 
 bool setNoDelayOption(int descriptor) {
     return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
-}
-
-bool fillPackets(int, bool) {
-    return false;
 }
 
 bool setExclusiveAddress(int descriptor) {

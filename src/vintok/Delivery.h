@@ -1,0 +1,47 @@
+// Internal. The same bytes to several connections: given to all of them first, and then waited for
+// together, so that nobody waits for somebody slower.
+#ifndef VINTOK_DELIVERY_H
+#define VINTOK_DELIVERY_H
+
+#include "vintok/Chunk.h"
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+namespace vintok {
+
+class StreamBuffer;
+
+class Delivery {
+public:
+    enum class When { now, withTheTurn };
+
+    // `now` waits in `complete`, and the bytes may stay the caller's until that has returned.
+    // Otherwise they leave when the turn of the loop ends, and only who cannot be given them
+    // refuses them.
+    Delivery(const Span &bytes, When when) : m_bytes(bytes), m_when(when) {}
+
+    void give(int descriptor);
+    void complete();
+
+    bool isTaken() const { return m_taken; } // by somebody
+    bool isRefusedBy(int descriptor) const;
+
+private:
+    struct Receiver {
+        int descriptor;
+        std::shared_ptr<StreamBuffer> buffer; // null: was written to at once, or could not be
+        std::uint64_t end;                    // of the bytes, in its output
+        bool refused;
+    };
+
+    const Span m_bytes;
+    const When m_when;
+    std::vector<Receiver> m_receivers;
+    bool m_taken = false;
+};
+
+} // namespace vintok
+
+#endif

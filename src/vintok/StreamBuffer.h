@@ -1,0 +1,153 @@
+// Internal. The buffers of one connection that carries frames: what has come and has not been
+// read, and what is to go and has not been sent. It stands between the stream layer and the socket,
+// or the secure transport.
+//
+// A connection with buffers counts as readable when a whole frame is there, or its end, so nobody
+// waits inside a frame. Nothing here waits, but for `write`.
+//
+// What always holds: bytes leave in the order of the calls. What is queued enters whole or not at
+// all. Once sending has failed nothing more is sent, and the connection counts as ended. Input and
+// output each have a lock, so one thread may read while another one writes.
+#ifndef VINTOK_STREAMBUFFER_H
+#define VINTOK_STREAMBUFFER_H
+
+#include "vintok/Chunk.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace vintok {
+
+class RawBuffer;
+class StreamLoop;
+
+class StreamBuffer {
+public:
+    // Belongs to the loop of the calling thread from now on. Throws std::bad_alloc.
+    static std::shared_ptr<StreamBuffer> make(int descriptor, bool secure);
+
+    StreamBuffer(int descriptor, bool secure, std::shared_ptr<StreamLoop> loop);
+    ~StreamBuffer();
+    StreamBuffer(const StreamBuffer &) = delete;
+    StreamBuffer &operator=(const StreamBuffer &) = delete;
+
+    int descriptor() const { return m_descriptor; }
+    StreamLoop &loop() const { return *m_loop; }
+
+    // A connection that may still turn secure, or become a tunnel, takes no byte beyond the frame
+    // that it is in: what follows may not be for it. From `readAhead` on it takes what comes.
+    void readAhead();
+    bool readsAhead() const { return m_readsAhead; }
+
+    // Told by the descriptor table. Bytes that a buffer holds at such a turn belong to neither side
+    // of it: false, and the connection counts as broken.
+    bool setSecure(bool secure);
+
+    bool isSecure() const { return m_secure; }
+
+    // The table has no such row any more: nothing is taken in or sent from now on.
+    void detach();
+
+    // ---- Input
+
+    // Takes in what has arrived, up to a share. True when something came, the end too.
+    bool fill();
+    // Whether there is something to be read: a whole frame, what is no frame, or the end.
+    bool ready() const { return m_ready; }
+    // Whether more may have come already than `fill` has taken, where no wait would see it.
+    bool hasMore() const { return m_hasMore; }
+    // Whether `fill` has anything to do: not behind the end, nor beyond a frame that is exact.
+    bool wantsMore() const;
+    std::size_t held() const { return m_held; }
+
+    enum class Taken { frame, nothing, corrupt, noMemory, ended };
+    // The next frame, which `frame` then shows. `corrupt` and `noMemory` discard what has come.
+    Taken take(RawBuffer &frame);
+
+    // For those who look at the bytes themselves: `read` and `peek` give up to `length` of the
+    // bytes that are held, 0 for none.
+    std::size_t read(unsigned char *bytes, std::size_t length);
+    std::size_t peek(unsigned char *bytes, std::size_t length) const;
+
+    // Whether another frame is there for a reader that has taken so many bytes in this turn: the
+    // rest waits for the next one, so that others have theirs.
+    bool offers(std::size_t taken) const {
+        return taken < Chunk::readSize && m_readsAhead && m_ready && !m_detached;
+    }
+
+    // After the last frame of a turn: keeps what is held of the next one in memory of its size.
+    void settle();
+
+    // ---- Output
+
+    // Puts the span behind what is queued. False when there is no memory or sending has failed.
+    bool queue(const Span &span);
+    std::size_t queued() const { return m_queued; }
+
+    enum class Flushed { all, some, failed };
+    // Sends what can be sent now. A failure marks the descriptor closed.
+    Flushed flush();
+
+    // Sends all of it behind what is queued, and waits for room where there is none, as a socket
+    // that blocks does. -1 with `socketError` after a failure. Without memory it is
+    // 12; nothing has been sent then.
+    std::int64_t write(const unsigned char *bytes, std::size_t length);
+
+    // Whether all bytes have gone that were queued when `mark` was taken.
+    std::uint64_t mark() const { return m_appended; }
+    bool sentUpTo(std::uint64_t mark) const { return m_sent >= mark; }
+    bool failed() const { return m_failed; }
+    int error() const { return m_error; } // of the failure, as `socketError` gives it; 0 for none
+    // Nothing more is sent or read, and the owner is to hear of it: `fail` also tells the table,
+    // which tells `giveUp`.
+    void fail(int error);
+    void giveUp(int error);
+
+private:
+    std::size_t missing() const;
+    bool hasRoom(std::size_t count);
+    bool moveTo(std::size_t size);
+    std::int64_t receive(unsigned char *bytes, std::size_t length);
+    std::int64_t receiveSecure(unsigned char *bytes, std::size_t length);
+    bool took(std::int64_t count);
+    void discard();
+    void drop(std::size_t count);
+    void assess();
+    std::int64_t sendQueued(std::unique_lock<std::mutex> &lock);
+    std::int64_t sendSecure(std::unique_lock<std::mutex> &lock);
+    void sent(std::size_t count);
+
+    const int m_descriptor;
+    const std::shared_ptr<StreamLoop> m_loop;
+    std::atomic<bool> m_secure;
+    std::atomic<bool> m_detached{false};
+
+    mutable std::mutex m_input; // of what follows
+    std::shared_ptr<Chunk> m_chunk;
+    std::size_t m_begin = 0; // what is held, in the chunk
+    std::size_t m_end = 0;
+    std::atomic<std::size_t> m_held{0};
+    std::atomic<bool> m_readsAhead{false};
+    std::atomic<bool> m_ready{false};
+    std::atomic<bool> m_hasMore{false};
+    std::atomic<bool> m_ended{false};
+    bool m_noMemory = false;
+
+    std::mutex m_output; // of what follows
+    std::vector<Span> m_queue;
+    std::size_t m_first = 0; // in the queue, not yet gone
+    bool m_flushing = false; // somebody is at it
+    std::atomic<std::size_t> m_queued{0};
+    std::atomic<std::uint64_t> m_appended{0};
+    std::atomic<std::uint64_t> m_sent{0};
+    std::atomic<bool> m_failed{false};
+    std::atomic<int> m_error{0};
+};
+
+} // namespace vintok
+
+#endif

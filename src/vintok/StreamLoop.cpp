@@ -1,0 +1,225 @@
+// A wait for room takes in what arrives, whoever sends it. From the connection that is waited for
+// it takes everything, since its peer may be waiting for just that. The others may have more than
+// a share only when nothing moves otherwise, as when somebody in a ring of programs waits for
+// somebody else in it: a sender who is faster than a receiver is to be held up, and not to be kept
+// in memory.
+#include "vintok/StreamLoop.h"
+
+#include "platform/Socket.h"
+#include "platform/SocketErrors.h"
+#include "platform/Thread.h"
+#include "vintok/Globals.h"
+#include "vintok/RelayRun.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <new>
+
+namespace vintok {
+
+namespace {
+
+constexpr std::size_t mostQueued = std::size_t{1} << 20; // before a pass waits for room
+constexpr std::size_t share = std::size_t{1} << 18;      // taken in of each during a wait
+constexpr std::int32_t standstill = 100;                 // milliseconds
+constexpr std::uint32_t pause = 10;                      // milliseconds
+
+thread_local StreamLoop *t_loop = nullptr;
+
+bool isBelow(const StreamLoop::BufferPtr &buffer, int descriptor) {
+    return buffer->descriptor() < descriptor;
+}
+
+} // namespace
+
+// One wait for room, turn by turn.
+class StreamLoop::Wait {
+public:
+    explicit Wait(StreamLoop &loop) : m_loop(loop) {}
+
+    // Waits until something can be done, and does it. True when the descriptor can be written to.
+    bool turn(const platform::DescriptorSet &targets, const std::atomic<bool> *running = nullptr) {
+        platform::DescriptorSet readers;
+        platform::DescriptorSet writers = targets;
+        const bool heldBack = choose(targets, readers, writers);
+        const platform::WaitLimit limit = {heldBack ? standstill : platform::WaitLimit::FOREVER,
+                                           running};
+        const int count = platform::waitReady(readers, writers, limit);
+        if (count == 0)
+            m_share *= 2;
+        else if (count < 0 && platform::socketError() != socketErrors::interrupted)
+            platform::sleepMilliseconds(pause);
+        for (const int descriptor : readers) {
+            if (const BufferPtr buffer = m_loop.find(descriptor))
+                buffer->fill();
+        }
+        m_loop.flush(writers);
+        return std::any_of(targets.begin(), targets.end(),
+                           [&writers](int descriptor) { return writers.contains(descriptor); });
+    }
+
+private:
+    // Whether somebody has had more than a share and is not asked.
+    bool choose(const platform::DescriptorSet &targets, platform::DescriptorSet &readers,
+                platform::DescriptorSet &writers) const {
+        bool heldBack = false;
+        for (const BufferPtr &buffer : m_loop.buffers()) {
+            const int descriptor = buffer->descriptor();
+            if (buffer->queued() != 0)
+                writers.insert(descriptor);
+            if (!buffer->wantsMore())
+                continue;
+            if (buffer->held() < m_share || targets.contains(descriptor))
+                readers.insert(descriptor);
+            else
+                heldBack = true;
+        }
+        return heldBack;
+    }
+
+    StreamLoop &m_loop;
+    std::size_t m_share = share;
+};
+
+std::shared_ptr<StreamLoop> StreamLoop::ofThisThread() {
+    return t_loop != nullptr ? t_loop->shared_from_this() : std::make_shared<StreamLoop>();
+}
+
+void StreamLoop::enter() {
+    t_loop = this;
+}
+
+void StreamLoop::leave() {
+    if (t_loop == this)
+        t_loop = nullptr;
+}
+
+// ---- Who they are ----
+
+void StreamLoop::add(const BufferPtr &buffer) {
+    const std::lock_guard guard(m_lock);
+    const auto place =
+        std::lower_bound(m_buffers.begin(), m_buffers.end(), buffer->descriptor(), isBelow);
+    m_buffers.insert(place, buffer);
+}
+
+void StreamLoop::remove(int descriptor) {
+    const std::lock_guard guard(m_lock);
+    const auto place = std::lower_bound(m_buffers.begin(), m_buffers.end(), descriptor, isBelow);
+    if (place != m_buffers.end() && (*place)->descriptor() == descriptor)
+        m_buffers.erase(place);
+}
+
+StreamLoop::BufferPtr StreamLoop::find(int descriptor) const {
+    const std::lock_guard guard(m_lock);
+    const auto place = std::lower_bound(m_buffers.begin(), m_buffers.end(), descriptor, isBelow);
+    const bool found = place != m_buffers.end() && (*place)->descriptor() == descriptor;
+    return found ? *place : nullptr;
+}
+
+void StreamLoop::relay(int descriptor, const Span &span) const {
+    const BufferPtr own = find(descriptor);
+    const BufferPtr buffer = own != nullptr ? own : bufferOf(descriptor);
+    if (buffer != nullptr && !buffer->queue(span))
+        buffer->fail(socketErrors::noMemory);
+}
+
+std::vector<StreamLoop::BufferPtr> StreamLoop::buffers() const {
+    const std::lock_guard guard(m_lock);
+    return m_buffers;
+}
+
+std::vector<StreamLoop::BufferPtr> StreamLoop::buffersWithOutput() const {
+    std::vector<BufferPtr> result;
+    const std::lock_guard guard(m_lock);
+    for (const BufferPtr &buffer : m_buffers) {
+        if (buffer->queued() != 0)
+            result.push_back(buffer);
+    }
+    return result;
+}
+
+// ---- A pass of the dispatch loop ----
+
+void StreamLoop::deliver(const platform::WaitLimit &limit) {
+    closeRuns();
+    platform::DescriptorSet full;
+    for (const BufferPtr &buffer : buffersWithOutput()) {
+        if (buffer->flush() == StreamBuffer::Flushed::some && buffer->queued() > mostQueued)
+            full.insert(buffer->descriptor());
+    }
+    Wait wait(*this);
+    while (full.size() != 0 && (limit.running == nullptr || *limit.running)) {
+        wait.turn(full, limit.running);
+        const platform::DescriptorSet waited = full;
+        for (const int descriptor : waited) {
+            const BufferPtr buffer = find(descriptor);
+            if (buffer == nullptr || buffer->queued() <= mostQueued / 2)
+                full.erase(descriptor);
+        }
+    }
+}
+
+void StreamLoop::sort(platform::DescriptorSet &watched, platform::DescriptorSet &ready,
+                      platform::DescriptorSet &writers) const {
+    const std::lock_guard guard(m_lock);
+    for (const BufferPtr &buffer : m_buffers) {
+        const int descriptor = buffer->descriptor();
+        if (buffer->queued() != 0)
+            writers.insert(descriptor);
+        const bool isReady = buffer->ready() || buffer->hasMore();
+        if ((isReady || !buffer->wantsMore()) && watched.erase(descriptor) && isReady)
+            ready.insert(descriptor);
+    }
+}
+
+void StreamLoop::flush(const platform::DescriptorSet &writers) {
+    for (const int descriptor : writers) {
+        if (const BufferPtr buffer = find(descriptor))
+            buffer->flush();
+    }
+}
+
+// ---- Writers ----
+
+void StreamLoop::awaitRoom(int descriptor) {
+    platform::DescriptorSet target;
+    target.insert(descriptor);
+    Wait wait(*this);
+    while (!wait.turn(target)) {
+    }
+}
+
+void awaitRoom(int fd) {
+    StreamLoop::ofThisThread()->awaitRoom(fd);
+}
+
+void StreamLoop::awaitFlushed(const std::vector<BufferPtr> &buffers) {
+    Wait wait(*this);
+    for (;;) {
+        platform::DescriptorSet waiting;
+        for (const BufferPtr &buffer : buffers) {
+            if (buffer->queued() != 0 && buffer->flush() == StreamBuffer::Flushed::some)
+                waiting.insert(buffer->descriptor());
+        }
+        if (waiting.size() == 0)
+            return;
+        wait.turn(waiting);
+    }
+}
+
+// ---- Runs ----
+
+void StreamLoop::closed(RelayRun *run) {
+    std::erase(m_openRuns, run);
+}
+
+void StreamLoop::closeRuns() {
+    if (t_loop != this)
+        return; // only the loop's own thread has any
+    while (!m_openRuns.empty())
+        m_openRuns.back()->close();
+}
+
+} // namespace vintok

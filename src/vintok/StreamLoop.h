@@ -1,0 +1,75 @@
+// Internal. What the connections with buffers of one thread's loop have in common: who they are,
+// which can be read, which have something to send, and the waiting for room in which all of them go
+// on taking in what arrives.
+//
+// So two ends that write at once never wait for each other. While somebody waits no callback runs.
+#ifndef VINTOK_STREAMLOOP_H
+#define VINTOK_STREAMLOOP_H
+
+#include "platform/Wait.h"
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace vintok {
+
+class RelayRun;
+class StreamBuffer;
+struct Span;
+
+class StreamLoop : public std::enable_shared_from_this<StreamLoop> {
+public:
+    using BufferPtr = std::shared_ptr<StreamBuffer>;
+
+    // The one that this thread's dispatch loop has; where there is no such loop, a new one.
+    static std::shared_ptr<StreamLoop> ofThisThread();
+    // Makes this one the thread's, and takes that back.
+    void enter();
+    void leave();
+
+    void add(const BufferPtr &buffer);
+    void remove(int descriptor);
+    // Null for a descriptor without buffers, or of another loop.
+    BufferPtr find(int descriptor) const;
+    // Queues the span for a member that a relay goes to. Who cannot be given it has failed.
+    void relay(int descriptor, const Span &span) const;
+
+    // ---- For a pass of the dispatch loop
+
+    // Sends what is queued, as far as it goes without waiting; waits where more is queued than a
+    // connection may have, for as long as `limit.running` allows.
+    void deliver(const platform::WaitLimit &limit = {});
+    // Puts in `ready` those of `watched` that can be read now, takes out of `watched` those that
+    // need not be waited for, and puts in `writers` all that have something to send.
+    void sort(platform::DescriptorSet &watched, platform::DescriptorSet &ready,
+              platform::DescriptorSet &writers) const;
+    // Sends what is queued for those that have room.
+    void flush(const platform::DescriptorSet &writers);
+
+    // ---- For writers
+
+    // Waits until the descriptor can be written to, or has failed.
+    void awaitRoom(int descriptor);
+    // Waits until each of them has sent all that is queued, or has failed.
+    void awaitFlushed(const std::vector<BufferPtr> &buffers);
+
+    // Runs that are open are closed before anything else is written, and before the loop waits.
+    void opened(RelayRun *run) { m_openRuns.push_back(run); }
+    void closed(RelayRun *run);
+    void closeRuns();
+
+private:
+    class Wait;
+    std::vector<BufferPtr> buffers() const;
+    std::vector<BufferPtr> buffersWithOutput() const;
+
+    mutable std::mutex m_lock;
+    std::vector<BufferPtr> m_buffers; // in ascending order of descriptors
+    std::vector<RelayRun *> m_openRuns;
+};
+
+} // namespace vintok
+
+#endif
