@@ -1,7 +1,7 @@
 #include "vintok/TCPAddress.h"
 
-#include "vintok/BufferManager.h"
 #include "vintok/ByteOrder.h"
+#include "vintok/FrameLayout.h"
 
 #include <algorithm>
 #include <array>
@@ -20,7 +20,6 @@ namespace vintok {
 
 namespace {
 
-constexpr std::uint64_t wireSize = 24;
 constexpr std::uint64_t ipv4Offset = 12;
 constexpr std::uint64_t ipSize = sizeof(TCPAddress::IPFormats);
 
@@ -267,33 +266,30 @@ bool TCPAddress::isInNet(const TCPAddress &network) const {
 // ---- Wire form ---------------------------------------------------------------------------------
 
 std::uint64_t TCPAddress::size() const {
-    return wireSize;
+    return layout::addressSize;
 }
 
 std::uint64_t TCPAddress::write(unsigned char *buffer, std::uint64_t length) const {
-    if (buffer == nullptr || length < wireSize)
+    if (buffer == nullptr || length < layout::addressSize)
         return 0;
-    BufferManager cursor(buffer, length);
-    cursor.write(ipBytes(m_storage.ip), ipSize);
-    cursor.write(static_cast<std::uint32_t>(m_storage.type));
+    std::memcpy(buffer + layout::addressIP, &m_storage.ip, ipSize);
+    storeNetworkOrder(buffer + layout::addressType, static_cast<std::uint32_t>(m_storage.type));
     // The port is stored as it travels.
-    cursor.write(reinterpret_cast<const unsigned char *>(&m_storage.port), sizeof(m_storage.port));
-    cursor.write(m_storage.maskBits);
-    return cursor.tell();
+    std::memcpy(buffer + layout::addressPort, &m_storage.port, sizeof(m_storage.port));
+    storeNetworkOrder(buffer + layout::addressMaskBits, m_storage.maskBits);
+    return layout::addressSize;
 }
 
 std::uint64_t TCPAddress::read(const unsigned char *buffer, std::uint64_t length) {
-    if (buffer == nullptr || length < wireSize)
+    if (buffer == nullptr || length < layout::addressSize)
         return 0;
     clear();
-    std::uint32_t type = 0;
-    BufferManager cursor(const_cast<unsigned char *>(buffer), length); // only read from
-    cursor.read(reinterpret_cast<unsigned char *>(&m_storage.ip), ipSize);
-    cursor.read(type);
-    cursor.read(reinterpret_cast<unsigned char *>(&m_storage.port), sizeof(m_storage.port));
-    cursor.read(m_storage.maskBits);
-    m_storage.type = static_cast<IPType>(type);
-    return cursor.tell();
+    std::memcpy(&m_storage.ip, buffer + layout::addressIP, ipSize);
+    m_storage.type =
+        static_cast<IPType>(loadNetworkOrder<std::uint32_t>(buffer + layout::addressType));
+    std::memcpy(&m_storage.port, buffer + layout::addressPort, sizeof(m_storage.port));
+    m_storage.maskBits = loadNetworkOrder<std::uint16_t>(buffer + layout::addressMaskBits);
+    return layout::addressSize;
 }
 
 } // namespace vintok

@@ -1,8 +1,10 @@
 #include "vintok/TCPHeader.h"
 
-#include "vintok/BufferManager.h"
+#include "vintok/ByteOrder.h"
+#include "vintok/FrameLayout.h"
 #include "vintok/TCPStream.h"
 
+#include <cstring>
 #include <limits>
 
 // Two places hold the same facts, the members and the bytes. Setters first take the members from
@@ -18,14 +20,21 @@ namespace {
 
 constexpr std::uint64_t frameLimit = std::numeric_limits<std::uint32_t>::max();
 
-template <typename... T>
-bool writeAll(BufferManager &cursor, T... values) {
-    return ((cursor.write(values) == sizeof(T)) && ...);
+static_assert(layout::sizeIPv4 == TCPHeader::s_sizeIPv4);
+static_assert(layout::sizeLong == layout::originLong + layout::addressSize);
+
+void loadIdentifier(const unsigned char *bytes, TCPGUID &identifier) {
+    identifier.Data1 = loadNetworkOrder<std::uint32_t>(bytes + layout::identifierData1);
+    identifier.Data2 = loadNetworkOrder<std::uint16_t>(bytes + layout::identifierData2);
+    identifier.Data3 = loadNetworkOrder<std::uint16_t>(bytes + layout::identifierData3);
+    std::memcpy(identifier.Data4, bytes + layout::identifierData4, sizeof(identifier.Data4));
 }
 
-template <typename... T>
-bool readAll(BufferManager &cursor, T &...values) {
-    return ((cursor.read(values) == sizeof(T)) && ...);
+void storeIdentifier(unsigned char *bytes, const TCPGUID &identifier) {
+    storeNetworkOrder(bytes + layout::identifierData1, identifier.Data1);
+    storeNetworkOrder(bytes + layout::identifierData2, identifier.Data2);
+    storeNetworkOrder(bytes + layout::identifierData3, identifier.Data3);
+    std::memcpy(bytes + layout::identifierData4, identifier.Data4, sizeof(identifier.Data4));
 }
 
 } // namespace
@@ -221,73 +230,60 @@ bool TCPHeader::mf_writeHeader() {
     if (isIPv4Frame && ipType() != IPTYPE_NONE && !IPv4(origin))
         return false; // no room for any other kind of origin
 
-    BufferManager cursor(m_rawBuffer.data(), m_rawBuffer.size());
-    if (!writeAll(cursor, static_cast<std::uint32_t>(m_rawBuffer.size()), m_majorVersion,
-                  m_minorVersion))
-        return false;
-    if (isIPv4Frame) {
-        // The origin is in network order as it stands.
-        const auto *bytes = reinterpret_cast<const unsigned char *>(&origin);
-        if (cursor.write(bytes, sizeof(origin)) != sizeof(origin) ||
-            !writeAll(cursor, static_cast<std::uint32_t>(m_timeStamp)))
-            return false;
-    } else if (!writeAll(cursor, m_timeStamp)) {
-        return false;
+    unsigned char *frame = m_rawBuffer.data();
+    storeNetworkOrder(frame + layout::totalLength, static_cast<std::uint32_t>(m_rawBuffer.size()));
+    storeNetworkOrder(frame + layout::majorVersion, m_majorVersion);
+    storeNetworkOrder(frame + layout::minorVersion, m_minorVersion);
+    storeIdentifier(frame + layout::identifier, m_messageID);
+    storeNetworkOrder(frame + layout::messageMajorVersion, m_messageMajorVersion);
+    storeNetworkOrder(frame + layout::messageMinorVersion, m_messageMinorVersion);
+    if (!isIPv4Frame) {
+        storeNetworkOrder(frame + layout::timeLong, m_timeStamp);
+        return TCPAddress::write(frame + layout::originLong, layout::addressSize) != 0;
     }
-    if (m_messageID.write(cursor) != sizeof(TCPGUID) ||
-        !writeAll(cursor, m_messageMajorVersion, m_messageMinorVersion))
-        return false;
-    return isIPv4Frame || TCPAddress::write(m_rawBuffer.data() + cursor.tell(),
-                                            m_rawBuffer.size() - cursor.tell()) != 0;
-}
-
-bool TCPHeader::mf_readHeader() {
-    const std::uint64_t size = m_rawBuffer.size();
-    std::uint32_t total = 0;
-    std::uint16_t major = 0;
-    if (size < s_sizeIPv4)
-        return false;
-    BufferManager cursor(m_rawBuffer.data(), size);
-    if (!readAll(cursor, total, major))
-        return false;
-    if (major != s_majorVersionIPv4 && size < headerSizeIPv6())
-        return false;
-    m_majorVersion = major;
-    if (!mf_readFields(cursor))
-        return false;
-
-    m_messageBufferLength = 0;
-    m_messageBuffer = nullptr;
-    if (size < headerSize() || total < headerSize())
-        return false;
-    // Whether `total` bytes are there is for those to know who allocated them.
-    m_messageBufferLength = total - headerSize();
-    m_messageBuffer = m_rawBuffer.data() + headerSize();
+    std::memcpy(frame + layout::originIPv4, &origin, sizeof(origin)); // in network order already
+    storeNetworkOrder(frame + layout::timeIPv4, static_cast<std::uint32_t>(m_timeStamp));
     return true;
 }
 
-// What is behind the major version, which is stored.
-bool TCPHeader::mf_readFields(BufferManager &cursor) {
-    const bool isIPv4Frame = m_majorVersion == s_majorVersionIPv4;
-    if (!readAll(cursor, m_minorVersion))
+bool TCPHeader::mf_readHeader() {
+    const unsigned char *frame = m_rawBuffer.data();
+    const std::uint64_t size = m_rawBuffer.size();
+    if (size < layout::sizeIPv4)
         return false;
-    if (isIPv4Frame) {
-        std::uint32_t origin = 0;
-        std::uint32_t time = 0;
-        if (cursor.read(reinterpret_cast<unsigned char *>(&origin), sizeof(origin)) == 0)
-            return false;
-        setIPv4(origin);
-        if (!readAll(cursor, time))
-            return false;
-        m_timeStamp = time;
-    } else if (!readAll(cursor, m_timeStamp)) {
+    const auto total = loadNetworkOrder<std::uint32_t>(frame + layout::totalLength);
+    const auto major = loadNetworkOrder<std::uint16_t>(frame + layout::majorVersion);
+    const std::uint64_t header = major == s_majorVersionIPv4 ? layout::sizeIPv4 : layout::sizeLong;
+    if (size < header)
         return false;
+    m_majorVersion = major;
+    mf_readFields(frame);
+
+    m_messageBufferLength = 0;
+    m_messageBuffer = nullptr;
+    if (total < header)
+        return false;
+    // Whether `total` bytes are there is for those to know who allocated them.
+    m_messageBufferLength = total - header;
+    m_messageBuffer = m_rawBuffer.data() + header;
+    return true;
+}
+
+// What is behind the major version, which is stored; all of it is there.
+void TCPHeader::mf_readFields(const unsigned char *frame) {
+    m_minorVersion = loadNetworkOrder<std::uint16_t>(frame + layout::minorVersion);
+    loadIdentifier(frame + layout::identifier, m_messageID);
+    m_messageMajorVersion = loadNetworkOrder<std::uint16_t>(frame + layout::messageMajorVersion);
+    m_messageMinorVersion = loadNetworkOrder<std::uint16_t>(frame + layout::messageMinorVersion);
+    if (m_majorVersion != s_majorVersionIPv4) {
+        m_timeStamp = loadNetworkOrder<std::int64_t>(frame + layout::timeLong);
+        TCPAddress::read(frame + layout::originLong, layout::addressSize);
+        return;
     }
-    if (m_messageID.read(cursor) != sizeof(TCPGUID) ||
-        !readAll(cursor, m_messageMajorVersion, m_messageMinorVersion))
-        return false;
-    return isIPv4Frame || TCPAddress::read(m_rawBuffer.data() + cursor.tell(),
-                                           m_rawBuffer.size() - cursor.tell()) != 0;
+    std::uint32_t origin = 0;
+    std::memcpy(&origin, frame + layout::originIPv4, sizeof(origin));
+    setIPv4(origin);
+    m_timeStamp = loadNetworkOrder<std::uint32_t>(frame + layout::timeIPv4);
 }
 
 } // namespace vintok

@@ -21,8 +21,6 @@
 
 namespace vintok {
 
-class BufferManager;
-
 class VINTOK_API TCPHeader : public TCPAddress {
 public:
     static constexpr std::uint16_t s_majorVersionIPv4 = 1;
@@ -104,7 +102,7 @@ protected:
     bool mf_readHeader();
 
 private:
-    bool mf_readFields(BufferManager &cursor);
+    void mf_readFields(const unsigned char *frame);
     void mf_adoptBuffer(const TCPHeader &other);
     template <typename T>
     bool mf_setField(T &field, T value);
