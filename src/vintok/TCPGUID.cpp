@@ -2,9 +2,6 @@
 
 #include "vintok/BufferManager.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace vintok {
 
 namespace {
@@ -15,11 +12,6 @@ constexpr TCPGUID identifier(std::uint16_t data2) {
 }
 
 } // namespace
-
-bool TCPGUID::operator==(const TCPGUID &other) const {
-    return Data1 == other.Data1 && Data2 == other.Data2 && Data3 == other.Data3 &&
-           std::equal(std::begin(Data4), std::end(Data4), std::begin(other.Data4));
-}
 
 std::uint64_t TCPGUID::read(BufferManager &cursor) {
     std::uint64_t count = cursor.read(Data1);

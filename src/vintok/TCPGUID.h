@@ -5,6 +5,7 @@
 #include "vintok/Export.h"
 
 #include <cstdint>
+#include <cstring>
 
 namespace vintok {
 
@@ -18,13 +19,17 @@ struct VINTOK_API TCPGUID {
     std::uint16_t Data3;
     std::uint8_t Data4[8];
 
-    bool operator==(const TCPGUID &other) const;
+    bool operator==(const TCPGUID &other) const {
+        return std::memcmp(this, &other, sizeof(TCPGUID)) == 0;
+    }
 
     // Return the bytes moved. Each field is tried even after one did not fit, so that anything but
     // 16 is a failure, and the fields that did fit have then moved.
     std::uint64_t read(BufferManager &cursor);
     std::uint64_t write(BufferManager &cursor) const;
 };
+
+static_assert(sizeof(TCPGUID) == 16, "an identifier is compared as the 16 bytes that it is");
 
 // `read` and `write` with a failure passed over in silence.
 VINTOK_API BufferManager &operator>>(BufferManager &cursor, TCPGUID &identifier);

@@ -145,7 +145,8 @@ std::atomic<bool> TCPMessageBase::s_printDebug{false};
 
 TCPMessageBase::TCPMessageBase(int socket, std::uint16_t major, std::uint16_t minor)
     : TCPHeader(major, minor), m_socket(socket), m_rawSocket(false) {
-    if (!s_checkDebug.exchange(false))
+    // The load first: a message is made for each frame, and only the first has to write.
+    if (!s_checkDebug.load(std::memory_order_relaxed) || !s_checkDebug.exchange(false))
         return;
     const char *debug = std::getenv("TCP_MESSAGE_DEBUG");
     if (debug == nullptr || std::strcmp(debug, "True") != 0)
