@@ -4,13 +4,41 @@
 #include "vintok/Globals.h"
 #include "vintok/TCPException.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <gmock/gmock.h>
-#include <optional>
+#include <new>
 #include <thread>
 
 using namespace vintok;
 using namespace vintok::test;
 using testing::StartsWith;
+
+namespace {
+
+std::atomic<int> allocations{0};
+
+} // namespace
+
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    allocations++;
+    return std::malloc(size);
+}
+
+void *operator new(std::size_t size) {
+    void *memory = operator new(size, std::nothrow);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void operator delete(void *memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void *memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -56,6 +84,25 @@ TEST(LastError, CanBeUsedWhileTheThreadEnds) {
     EXPECT_TRUE(late.stored);
     EXPECT_EQ(TCP_ERROR_INTERRUPT, late.code);
     EXPECT_EQ("late", late.text);
+}
+
+TEST(LastError, KeepsLiteralsWithoutMemoryAndCopiesWhatWasBuilt) {
+    setLastError(TCP_ERROR_NO_ERROR, ""); // makes the record
+    const int before = allocations;
+    VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, withSystemText("an operation of the library", 10035));
+    EXPECT_EQ(before, allocations);
+    EXPECT_EQ("an operation of the library\n" + std::string(sysErrorString(10035)),
+              lastErrorString());
+
+    std::string built = "a text that somebody has built";
+    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText(built, 10054));
+    built = "and changed";
+    EXPECT_EQ("a text that somebody has built\n" + std::string(sysErrorString(10054)),
+              lastErrorString());
+    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, built);
+    EXPECT_EQ("and changed", lastErrorString()) << "nothing of the one before";
+    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, "literal");
+    EXPECT_EQ("literal", lastErrorString());
 }
 
 class ErrorDebug : public testing::Test {
@@ -135,9 +182,10 @@ TEST(SystemErrors, ShowTheLikeNamedRowForPlainNumbersInAContext) {
     const std::pair<int, int> cases[] = {{4, 10004},  {9, 10009},     {12, 8}, {22, 10022},
                                          {24, 10024}, {10054, 10054}, {0, 0},  {124, 124}};
     for (const auto &[plain, row] : cases) {
-        EXPECT_EQ("what\n" + std::string(sysErrorString(row)), withSystemText("what", plain));
+        const std::string text = "what\n" + std::string(sysErrorString(row));
+        EXPECT_EQ(text, withSystemText("what", plain).text());
         platform::setSocketError(plain);
-        EXPECT_EQ(withSystemText("what", plain), withSystemText("what"));
+        EXPECT_EQ(text, withSystemText("what").text());
     }
 }
 

@@ -85,7 +85,7 @@ enum LockId : int {
 // failures of the lock are reported as those of the operation `name`; a failed unlock does not undo
 // what was done.
 template <typename Operation>
-bool underLock(TCPMutex &mutex, const char *name, Operation operation,
+bool underLock(TCPMutex &mutex, const ErrorContext &name, Operation operation,
                const SourcePlace &place = SourcePlace::caller()) {
     if (mutex.lock() != 0) {
         errorAt(place, TCP_ERROR_LOCK_FAILED, name);

@@ -24,13 +24,39 @@ struct SourcePlace {
     }
 };
 
+// What an error says of itself, in the parts of which the text is made when somebody reads it: most
+// errors are never read. A view, so a std::string must outlive it; one that is made on the spot
+// serves for the expression that it stands in.
+class ErrorContext {
+public:
+    // Of a literal alone, which need not be copied.
+    consteval ErrorContext(const char *literal) : m_literal(literal) {}
+    ErrorContext(const std::string &built) : m_literal(nullptr), m_built(&built) {}
+
+    std::string text() const;
+
+    // The same for as long as `built`, which takes a copy unless the words are a literal.
+    ErrorContext keptIn(std::string &built) const;
+
+private:
+    friend ErrorContext withSystemText(const ErrorContext &context, int error);
+
+    const char *m_literal;
+    const std::string *m_built = nullptr;
+    bool m_hasSystemText = false;
+    int m_systemError = 0;
+};
+
 inline bool isLogged(ErrSeverity severity) {
     return (std::uint32_t{logLevel()} & std::uint32_t{severity}) != 0;
 }
 
 // What the macros call; not for direct use.
 void logAt(const SourcePlace &place, ErrSeverity severity, const std::string &message);
-void errorAt(const SourcePlace &place, TCPError code, const std::string &context);
+void errorAt(const SourcePlace &place, TCPError code, const ErrorContext &context);
+
+// `setLastError` for a context of whatever kind. A literal costs no memory.
+bool keepError(TCPError code, const ErrorContext &context);
 
 // The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock", and "init"
 // gives "vintok::init".
@@ -48,8 +74,8 @@ formatText(const char *format, ...);
 
 // `context`, a newline and the row of the system error table for `error`, or for the thread's last
 // socket error. The plain numbers (4, 9, 12, 22, 24) show the row that is named like them.
-std::string withSystemText(const std::string &context, int error);
-std::string withSystemText(const std::string &context);
+ErrorContext withSystemText(const ErrorContext &context, int error);
+ErrorContext withSystemText(const ErrorContext &context);
 
 } // namespace vintok
 

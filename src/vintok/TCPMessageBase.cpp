@@ -35,7 +35,7 @@ constexpr std::uint32_t blockPause = 100; // milliseconds, times the number of t
 constexpr std::uint32_t failurePause = 10;
 
 // Whether the descriptor carries messages; sets the error when not. `operation` is its context.
-bool carriesMessages(const DescriptorState &state, const std::string &operation) {
+bool carriesMessages(const DescriptorState &state, const ErrorContext &operation) {
     if (!state.known) {
         VINTOK_ERROR(state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR,
                      operation);
@@ -44,7 +44,7 @@ bool carriesMessages(const DescriptorState &state, const std::string &operation)
     if (state.bound()) {
         // Says "read" of a write too: the text is the one that operators know.
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
-                     operation + " attempt to read from bound descriptor");
+                     operation.text() + " attempt to read from bound descriptor");
         return false;
     }
     return true;
@@ -53,7 +53,7 @@ bool carriesMessages(const DescriptorState &state, const std::string &operation)
 // Discards what is left of the bytes that were waiting when the read began, then sets the error
 // that ended it.
 bool failRead(int socket, std::uint64_t pending, std::uint64_t got, TCPError error,
-              const char *context) {
+              const ErrorContext &context) {
     if (got < pending)
         clearSocket(socket, pending - got);
     VINTOK_ERROR(error, context);
@@ -283,7 +283,7 @@ std::int64_t TCPMessageBase::mf_receive(int socket, bool secure, std::uint64_t p
     // A transport may answer 0 without an error of its own: an older "would block" must not be
     // taken for it and waited out for ever.
     if (lastError() != TCP_ERROR_NO_ERROR)
-        setLastError(TCP_ERROR_NO_ERROR, "TCPMessageBase::mf_readSocket");
+        keepError(TCP_ERROR_NO_ERROR, "TCPMessageBase::mf_readSocket");
     return readBytes(socket, buffer, length, status);
 }
 

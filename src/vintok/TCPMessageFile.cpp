@@ -51,7 +51,7 @@ bool isWorthAnotherPass(TCPError error) {
     return error == TCP_ERROR_INTERRUPT || error == TCP_ERROR_WOULD_BLOCK;
 }
 
-bool refuse(TCPError error, const char *context) {
+bool refuse(TCPError error, const ErrorContext &context) {
     VINTOK_ERROR(error, context);
     return false;
 }

@@ -111,7 +111,7 @@ private:
     // False when the loop ends whatever a callback says.
     bool failed(int error) {
         keepGoing = false;
-        const std::string context = withSystemText("sf_socketRecv", error);
+        const ErrorContext context = withSystemText("sf_socketRecv", error);
         if (error == wouldBlock || error == interrupted) {
             waitForData(context);
             return true;
@@ -134,7 +134,7 @@ private:
         return failedOtherwise(context);
     }
 
-    void waitForData(const std::string &context) {
+    void waitForData(const ErrorContext &context) {
         keepGoing = true;
         VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, context);
         if (status != nullptr)
@@ -152,7 +152,7 @@ private:
     }
 
     // Goes on only when a callback asks for it, and with or without one after a long pause.
-    bool failedOtherwise(const std::string &context) {
+    bool failedOtherwise(const ErrorContext &context) {
         VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, context);
         failures++;
         report();
@@ -205,7 +205,7 @@ private:
 
     // False when the loop ends whatever a callback says.
     bool failed() {
-        const std::string context = withSystemText("sf_socketSend", error);
+        const ErrorContext context = withSystemText("sf_socketSend", error);
         if (error == wouldBlock || error == interrupted) {
             waitForRoom(context);
             return true;
@@ -222,7 +222,7 @@ private:
         return pauseOrGiveUp();
     }
 
-    void waitForRoom(const std::string &context) {
+    void waitForRoom(const ErrorContext &context) {
         if (error == wouldBlock)
             keepGoing = wait;
         VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, context);
@@ -254,7 +254,7 @@ private:
 
 // Why nothing was sent.
 void reportNothingSent(int error) {
-    const std::string context = withSystemText("sf_socketSend", error);
+    const ErrorContext context = withSystemText("sf_socketSend", error);
     if (error == interrupted)
         VINTOK_ERROR(TCP_ERROR_INTERRUPT, context);
     else if (error == wouldBlock)
@@ -299,7 +299,7 @@ std::int64_t peekEnded(int fd) {
 // --- Clearing ------------------------------------------------------------------------
 
 // Sets the error of a failed pass. Whether to go on with the next.
-bool clearFailed(int error, const char *text, const SourcePlace &place) {
+bool clearFailed(int error, const ErrorContext &text, const SourcePlace &place) {
     const TCPError code = error == interrupted     ? TCP_ERROR_INTERRUPT
                           : error == badDescriptor ? TCP_ERROR_BAD_FILE_DESCRIPTOR
                                                    : TCP_ERROR_SYSTEM_ERROR;

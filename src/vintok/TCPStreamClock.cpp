@@ -28,7 +28,7 @@ void normalize(Globals &globals) {
     }
 }
 
-Globals *globalsFor(const char *name, const SourcePlace &place = SourcePlace::caller()) {
+Globals *globalsFor(const ErrorContext &name, const SourcePlace &place = SourcePlace::caller()) {
     Globals *globals = startedGlobals();
     if (globals == nullptr)
         errorAt(place, TCP_ERROR_NOT_INITIALIZED, name);

@@ -115,7 +115,7 @@ void removeEntry(Globals &globals, const DescriptorEntry *entry) {
 
 // The row of a descriptor that a caller must know: started, 1 or above, present. Null after setting
 // the error.
-DescriptorEntry *requireEntry(int fd, const char *name, const SourcePlace &place) {
+DescriptorEntry *requireEntry(int fd, const ErrorContext &name, const SourcePlace &place) {
     Globals *globals = startedGlobals();
     if (globals == nullptr) {
         errorAt(place, TCP_ERROR_NOT_INITIALIZED, name);

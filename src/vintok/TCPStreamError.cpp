@@ -18,7 +18,8 @@ namespace {
 
 struct LastErrorRecord {
     TCPError code = TCP_ERROR_NO_ERROR;
-    std::string text;
+    ErrorContext context = "";
+    std::string built; // for the context to point at
 };
 
 platform::ThreadSlot &slot() {
@@ -55,7 +56,7 @@ void printError(const LastErrorRecord &record) {
     const bool known = record.code < std::size(errorNames);
     const std::string line =
         formatText("lastError (%s)\n%s\n", known ? errorNames[record.code] : "??",
-                   known ? record.text.c_str() : "");
+                   known ? record.context.text().c_str() : "");
     logMessage(line.c_str(), record.code == TCP_ERROR_NO_ERROR ? SEVERITY_DEBUG : SEVERITY_ERROR);
 }
 
@@ -79,20 +80,40 @@ int tableRow(int error) {
 
 } // namespace
 
-bool setLastError(TCPError code, const std::string &text) {
+std::string ErrorContext::text() const {
+    std::string text = m_built != nullptr ? *m_built : m_literal;
+    if (m_hasSystemText)
+        text.append("\n").append(sysErrorString(tableRow(m_systemError)));
+    return text;
+}
+
+ErrorContext ErrorContext::keptIn(std::string &built) const {
+    ErrorContext kept = *this;
+    if (m_built != nullptr) {
+        built = *m_built;
+        kept.m_built = &built;
+    }
+    return kept;
+}
+
+bool keepError(TCPError code, const ErrorContext &context) {
     LastErrorRecord *record = threadRecord();
     if (record == nullptr)
         return false;
     record->code = code;
     try {
-        record->text = text;
+        record->context = context.keptIn(record->built);
         if (s_errorDebug)
             printError(*record);
     } catch (const std::bad_alloc &) {
         // The code stands; a text that does not fit into memory is given up.
-        record->text.clear();
+        record->context = "";
     }
     return true;
+}
+
+bool setLastError(TCPError code, const std::string &text) {
+    return keepError(code, text);
 }
 
 TCPError lastError() {
@@ -102,30 +123,33 @@ TCPError lastError() {
 
 std::string lastErrorString() {
     const LastErrorRecord *record = threadRecord();
-    return record != nullptr ? record->text : std::string();
+    return record != nullptr ? record->context.text() : std::string();
 }
 
 void setErrorDebug(bool on) {
     s_errorDebug = on;
 }
 
-std::string withSystemText(const std::string &context, int error) {
-    return context + "\n" + sysErrorString(tableRow(error));
+ErrorContext withSystemText(const ErrorContext &context, int error) {
+    ErrorContext both = context;
+    both.m_hasSystemText = true;
+    both.m_systemError = error;
+    return both;
 }
 
-std::string withSystemText(const std::string &context) {
+ErrorContext withSystemText(const ErrorContext &context) {
     return withSystemText(context, platform::socketError());
 }
 
-void errorAt(const SourcePlace &place, TCPError code, const std::string &context) {
+void errorAt(const SourcePlace &place, TCPError code, const ErrorContext &context) {
     if (!isLogged(SEVERITY_TRACE)) {
-        setLastError(code, context);
+        keepError(code, context);
         return;
     }
-    setLastError(
-        code, place.file +
+    keepError(code,
+              place.file +
                   formatText(": %u -- < %s >", place.line, qualifiedName(place.function).c_str()) +
-                  context);
+                  context.text());
 }
 
 } // namespace vintok

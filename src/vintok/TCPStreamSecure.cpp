@@ -13,7 +13,7 @@ TCPTransport *installedTransport() {
     return globals != nullptr ? globals->m_transport.load() : nullptr;
 }
 
-void reportLost(const DescriptorState &state, const char *name,
+void reportLost(const DescriptorState &state, const ErrorContext &name,
                 const SourcePlace &place = SourcePlace::caller()) {
     errorAt(place, state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR, name);
 }
@@ -24,8 +24,8 @@ bool fallBack(int fd) {
     return false;
 }
 
-bool tellTransport(TCPMutex &mutex, const char *name, bool (TCPTransport::*tell)(int), int fd,
-                   const SourcePlace &place = SourcePlace::caller()) {
+bool tellTransport(TCPMutex &mutex, const ErrorContext &name, bool (TCPTransport::*tell)(int),
+                   int fd, const SourcePlace &place = SourcePlace::caller()) {
     return underLock(
         mutex, name,
         [&] {

@@ -16,7 +16,8 @@ constexpr std::size_t defaultBuffer = 32767;
 constexpr std::size_t smallestBuffer = 4096;
 constexpr int smallestGrant = 512;
 
-bool refuseNegative(int fd, const char *name, const SourcePlace &place = SourcePlace::caller()) {
+bool refuseNegative(int fd, const ErrorContext &name,
+                    const SourcePlace &place = SourcePlace::caller()) {
     if (fd >= 0)
         return false;
     errorAt(place, TCP_ERROR_BAD_FILE_DESCRIPTOR, name);
@@ -38,7 +39,7 @@ bool sizeBuffer(int fd, int size, bool (*set)(int, int), bool (*get)(int, int &)
                           : granted < smallestGrant ? texts.notApplied
                                                     : nullptr;
     if (failure != nullptr)
-        errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText(failure));
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText(std::string(failure)));
     return failure == nullptr;
 }
 
@@ -46,7 +47,7 @@ void shutBothWays(int fd, const SourcePlace &place) {
     if (platform::shutdownBoth(fd))
         return;
     const int error = platform::socketError();
-    const std::string name = "vintok::shutdownSocket";
+    const ErrorContext name = "vintok::shutdownSocket";
     switch (error) {
     case 9:
     case 10038:
