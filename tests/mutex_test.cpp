@@ -1,5 +1,6 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
+#include "support/ScriptedPlatform.h"
 #include "vintok/Globals.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPMutexBase.h"
@@ -92,26 +93,34 @@ TEST_F(Mutex, OnlyTheHolderUnlocks) {
     EXPECT_EQ(-1, mutex.unlock());
 }
 
-TEST_F(Mutex, LockWaitsForTheHolderAndExcludesEverybody) {
-    constexpr int rounds = 25;
+// Each holder waits for somebody to wait for the lock, so every round is a hand-over.
+TEST_F(Mutex, IsHandedToAWaiterWithoutASleepAndExcludesEverybody) {
+    constexpr int threadCount = 4;
+    constexpr int rounds = 200;
+    ScriptedPlatform script;
+    TCPMutex mutex(LOCK_CLOCK);
     int counter = 0; // guarded by the lock alone
+    std::atomic<int> finished{0};
     std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; i++) {
+    threads.reserve(threadCount);
+    for (int i = 0; i < threadCount; i++) {
         threads.emplace_back([&] {
-            TCPMutex mutex(LOCK_CLOCK);
             for (int n = 0; n < rounds; n++) {
                 EXPECT_EQ(0, mutex.lock());
                 const int before = counter;
-                std::this_thread::yield();
+                while (script.waiters == 0 && finished < threadCount - 1)
+                    std::this_thread::yield();
                 counter = before + 1;
                 EXPECT_EQ(0, mutex.unlock());
             }
+            finished++;
         });
     }
     for (std::thread &thread : threads)
         thread.join();
-    EXPECT_EQ(4 * rounds, counter);
+    EXPECT_EQ(threadCount * rounds, counter);
+    EXPECT_EQ(0U, script.waitsInVain);
+    EXPECT_EQ(0U, script.slept());
 }
 
 TEST_F(Mutex, IdsWithoutAMutexCannotBeLocked) {

@@ -552,6 +552,16 @@ TEST(PlatformThread, IdsTellThreadsApart) {
     std::thread([own] { EXPECT_NE(own, currentThreadId()); }).join();
 }
 
+TEST(PlatformThread, AWaitEndsWithItsReasonOrItsTimeAndLeavesTheLastError) {
+    const std::atomic<std::uint32_t> word{1};
+    setSocketError(10035);
+    EXPECT_TRUE(waitWhile(word, 0, 60'000)) << "it is another already";
+    while (waitWhile(word, 1, 1)) { // which may end for no reason
+    }
+    wakeOne(word);
+    EXPECT_EQ(10035, socketError());
+}
+
 TEST(PlatformFile, OpenedFileIsNotInherited) {
     const std::string path = (std::filesystem::temp_directory_path() /
                               ("vintok_platform_test" + std::to_string(currentProcessId())))

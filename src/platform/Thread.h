@@ -2,6 +2,7 @@
 #ifndef VINTOK_PLATFORM_THREAD_H
 #define VINTOK_PLATFORM_THREAD_H
 
+#include <atomic>
 #include <cstdint>
 
 namespace vintok::platform {
@@ -46,6 +47,13 @@ private:
     bool m_valid;
     std::uint32_t m_key = 0;
 };
+
+// Waits while `word` is `value`: until `wakeOne` for the same word, or for so many milliseconds, or
+// until the system ends the wait for reasons of its own. False when the time ran out. Neither of
+// the two touches the last error of the thread, and a word has nothing to make or to destroy.
+bool waitWhile(const std::atomic<std::uint32_t> &word, std::uint32_t value,
+               std::uint32_t milliseconds);
+void wakeOne(const std::atomic<std::uint32_t> &word);
 
 // Never 0. Unique among the running threads of the system.
 std::uint64_t currentThreadId();

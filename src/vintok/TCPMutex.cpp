@@ -1,6 +1,10 @@
 // Two levels. Below are seven mutexes of the system, each held only for the instant of testing or
 // changing a flag. Above are thirteen locks, each a flag and its holder, which `TCPMutex::lock`
-// polls. So a socket call or a callback under one lock holds nothing that another lock needs.
+// tests. So a socket call or a callback under one lock holds nothing that another lock needs.
+//
+// Who finds a lock held says so while it has the mutex, and then waits. `unlock`, which needs the
+// same mutex to clear the flag, therefore knows of every one that waits, and wakes one. The wait
+// has an end all the same, since the base may go meanwhile.
 //
 // A holder that locks again has broken the program: `lock` then leaves the mutex of the system
 // owned and marked busy, so that this thread fails and every other one stops at any lock behind the
@@ -24,7 +28,7 @@ namespace vintok {
 namespace {
 
 constexpr int usersId = 0;
-constexpr std::uint32_t pollMilliseconds = 10;
+constexpr std::uint32_t longestWait = 10; // milliseconds
 
 struct LockRow {
     int mutex; // -1: cannot be locked
@@ -50,7 +54,9 @@ constexpr std::array<LockRow, 13> lockTable = {{
 // Without a destructor, so that it outlasts every static lock. The base owns the handle.
 struct SystemMutex {
     platform::RecursiveLock *handle = nullptr;
-    bool busy = false; // a `_mutexLock` stands unmatched
+    // The thread whose `_mutexLock` stands unmatched, or 0. Set with the mutex owned; a thread can
+    // ask for itself without.
+    std::atomic<std::uint64_t> busy{0};
 };
 
 std::array<SystemMutex, TCPMutexBase::mutexCount> s_mutexes;
@@ -59,6 +65,32 @@ std::array<SystemMutex, TCPMutexBase::mutexCount> s_mutexes;
 std::array<bool, lockTable.size()> s_lockHeld;
 std::array<std::uint64_t, lockTable.size()> s_lockOwner;
 unsigned s_userCount = 0;
+
+// Those who wait for one lock. Without a destructor too.
+class Waiters {
+public:
+    // With the mutex of the row owned: what is released from here on ends the `wait`.
+    std::uint32_t enter() {
+        m_count++;
+        return m_releases;
+    }
+    void wait(std::uint32_t entered) {
+        platform::waitWhile(m_releases, entered, longestWait);
+        m_count--;
+    }
+    void wakeOne() {
+        if (m_count == 0)
+            return;
+        m_releases++;
+        platform::wakeOne(m_releases);
+    }
+
+private:
+    std::atomic<std::uint32_t> m_count{0};
+    std::atomic<std::uint32_t> m_releases{0}; // while anybody waited
+};
+
+std::array<Waiters, lockTable.size()> s_waiters;
 
 // The making and the end of the base, which no lock can guard that needs the base.
 std::atomic_flag s_baseChanging = ATOMIC_FLAG_INIT;
@@ -136,7 +168,7 @@ int TCPMutexBase::_mutexInit() {
             VINTOK_LOG(SEVERITY_ERROR, "Cannot Release Mutex in TCPMutexBase::_mutexInit");
             return -1;
         }
-        mutex.busy = false;
+        mutex.busy = 0;
     }
     s_lockHeld.fill(false);
     s_lockOwner.fill(0);
@@ -147,6 +179,7 @@ int TCPMutexBase::_mutexDestroy() {
     for (SystemMutex &mutex : s_mutexes) {
         delete mutex.handle;
         mutex.handle = nullptr;
+        mutex.busy = 0;
     }
     return 0;
 }
@@ -155,23 +188,28 @@ int TCPMutexBase::_mutexLock(int number, bool isIndex) {
     SystemMutex *mutex = mutexFor(number, isIndex);
     if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED"))
         return -1;
-    if (mutex->busy) {
+    if (mutex->busy != 0) {
         VINTOK_LOG(SEVERITY_ERROR, "Recursive call to lock");
         release(*mutex);
         return -1;
     }
-    mutex->busy = true;
+    mutex->busy.store(platform::currentThreadId(), std::memory_order_relaxed);
     return 0;
 }
 
 int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
     SystemMutex *mutex = mutexFor(number, isIndex);
+    if (mutex != nullptr && mutex->busy == platform::currentThreadId()) {
+        mutex->busy.store(0, std::memory_order_relaxed); // owned: spares the wait for it
+        release(*mutex);
+        return 0;
+    }
     if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED int TCPMutexBase::_mutexUnlock"))
         return -1;
     int result = -1;
-    if (mutex->busy) {
-        mutex->busy = false;
-        release(*mutex); // what `_mutexLock` left owned
+    if (mutex->busy != 0) { // of a thread that has ended since
+        mutex->busy = 0;
+        release(*mutex);
         result = 0;
     } else {
         VINTOK_LOG(SEVERITY_ERROR, "Unlock called without lock");
@@ -236,15 +274,18 @@ int TCPMutex::lock() {
             VINTOK_LOG(SEVERITY_ERROR, "Deadlock");
             return -1;
         }
+        std::uint32_t entered = 0;
         if (won) {
             s_lockHeld[id] = true;
             s_lockOwner[id] = self;
+        } else {
+            entered = s_waiters[id].enter();
         }
         if (base->_mutexUnlock(m_id, false) != 0)
             VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
         if (won)
             return 0;
-        platform::sleepMilliseconds(pollMilliseconds);
+        s_waiters[id].wait(entered);
     }
     return -1;
 }
@@ -283,6 +324,8 @@ int TCPMutex::unlock() {
         s_lockOwner[id] = 0;
     }
     base->_mutexUnlock(m_id, false);
+    if (mine)
+        s_waiters[id].wakeOne();
     return mine ? 0 : -1;
 }
 

@@ -32,7 +32,7 @@ public:
     TCPMutex(const TCPMutex &) = delete;
     TCPMutex &operator=(const TCPMutex &) = delete;
 
-    // Waits without limit, looking every 10 milliseconds.
+    // Waits without limit. A waiter is woken by `unlock`, and looks every 10 milliseconds besides.
     int lock();
     // Never waits; -1 when anybody holds the lock, the caller included.
     int trylock();

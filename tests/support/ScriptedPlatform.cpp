@@ -148,4 +148,19 @@ void wrapSleep(std::uint32_t milliseconds) {
         realSleep(milliseconds);
 }
 
+using Word = std::atomic<std::uint32_t>;
+bool realWaitWhile(const Word &, std::uint32_t,
+                   std::uint32_t) asm("__real__ZN6vintok8platform9waitWhileERKSt6atomicIjEjj");
+bool wrapWaitWhile(const Word &, std::uint32_t,
+                   std::uint32_t) asm("__wrap__ZN6vintok8platform9waitWhileERKSt6atomicIjEjj");
+bool wrapWaitWhile(const Word &word, std::uint32_t value, std::uint32_t milliseconds) {
+    if (s_script == nullptr)
+        return realWaitWhile(word, value, milliseconds);
+    s_script->waiters++;
+    const bool ended = realWaitWhile(word, value, 60'000);
+    s_script->waiters--;
+    s_script->waitsInVain += ended ? 0 : 1;
+    return ended;
+}
+
 } // namespace vintok::test

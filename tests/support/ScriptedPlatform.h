@@ -4,6 +4,7 @@
 #ifndef VINTOK_TESTS_SUPPORT_SCRIPTEDPLATFORM_H
 #define VINTOK_TESTS_SUPPORT_SCRIPTEDPLATFORM_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -53,6 +54,10 @@ public:
     // No sleep is slept meanwhile. Milliseconds.
     std::vector<std::uint32_t> sleeps;
     std::uint64_t slept() const;
+
+    // A wait for another thread lasts a minute meanwhile, so that only a wake-up ends it in time.
+    std::atomic<unsigned> waiters{0};     // at present
+    std::atomic<unsigned> waitsInVain{0}; // that lasted the minute
 };
 
 } // namespace vintok::test

@@ -2,8 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
+#include <linux/futex.h>
 #include <new>
 #include <pthread.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -87,6 +90,24 @@ void ThreadSlot::release() {
     if (m_valid)
         pthread_key_delete(m_key);
     m_valid = false;
+}
+
+bool waitWhile(const std::atomic<std::uint32_t> &word, std::uint32_t value,
+               std::uint32_t milliseconds) {
+    const timespec limit = {static_cast<time_t>(milliseconds / 1000),
+                            static_cast<long>(milliseconds % 1000) * 1'000'000};
+    const int before = errno;
+    const bool timedOut =
+        syscall(SYS_futex, &word, FUTEX_WAIT_PRIVATE, value, &limit, nullptr, 0) != 0 &&
+        errno == ETIMEDOUT;
+    errno = before;
+    return !timedOut;
+}
+
+void wakeOne(const std::atomic<std::uint32_t> &word) {
+    const int before = errno;
+    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    errno = before;
 }
 
 std::uint64_t currentThreadId() {

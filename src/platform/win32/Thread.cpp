@@ -69,6 +69,20 @@ void ThreadSlot::release() {
     m_valid = false;
 }
 
+bool waitWhile(const std::atomic<std::uint32_t> &word, std::uint32_t value,
+               std::uint32_t milliseconds) {
+    const DWORD before = GetLastError();
+    auto *address = const_cast<std::atomic<std::uint32_t> *>(&word); // only read from
+    const bool timedOut = WaitOnAddress(address, &value, sizeof value, milliseconds) == FALSE &&
+                          GetLastError() == ERROR_TIMEOUT;
+    SetLastError(before);
+    return !timedOut;
+}
+
+void wakeOne(const std::atomic<std::uint32_t> &word) {
+    WakeByAddressSingle(const_cast<std::atomic<std::uint32_t> *>(&word));
+}
+
 std::uint64_t currentThreadId() {
     return GetCurrentThreadId();
 }
