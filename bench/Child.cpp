@@ -3,6 +3,10 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
+#include <sched.h>
+#include <string>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +19,7 @@ Child::Child(const std::function<void()> &work) {
     if (pipe(ends) != 0 || (m_process = fork()) < 0)
         fail("starting a process");
     if (m_process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL); // a measurement that fails leaves nobody behind
         dup2(ends[1], STDOUT_FILENO);
         close(ends[0]);
         close(ends[1]);
@@ -39,6 +44,22 @@ unsigned short Child::port() {
     return port;
 }
 
+std::int64_t Child::cpu() const {
+    clockid_t clock;
+    if (clock_getcpuclockid(m_process, &clock) != 0)
+        fail("reading the CPU time");
+    return nanoseconds(clock);
+}
+
+double Child::peakMemory() const {
+    std::ifstream status("/proc/" + std::to_string(m_process) + "/status");
+    double kibibytes = 0;
+    for (std::string word; kibibytes == 0 && status >> word;)
+        if (word == "VmHWM:")
+            status >> kibibytes;
+    return kibibytes * 1024 / 1e6;
+}
+
 int listenOnLoopback() {
     int listener = socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address = {};
@@ -52,6 +73,15 @@ int listenOnLoopback() {
     std::printf("PORT:%hu\n", ntohs(address.sin_port));
     std::fflush(stdout);
     return listener;
+}
+
+void pin(int cpu) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int i = 0; i < CPU_SETSIZE; ++i)
+        if (cpu < 0 || i == cpu)
+            CPU_SET(i, &set);
+    sched_setaffinity(0, sizeof set, &set); // where there is no such CPU all stays as it is
 }
 
 std::int64_t nanoseconds(clockid_t clock) {

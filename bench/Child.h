@@ -22,6 +22,9 @@ public:
     unsigned short port();
     std::FILE *output() { return m_output; }
 
+    std::int64_t cpu() const;  // nanoseconds that it has used
+    double peakMemory() const; // megabytes (of 10^6 bytes) that were resident at once
+
 private:
     pid_t m_process;
     std::FILE *m_output;
@@ -29,6 +32,9 @@ private:
 
 // A listening socket on loopback; its port is printed as a party prints its own.
 int listenOnLoopback();
+
+// Lets this process run on one of the CPUs alone, or with -1 on all of them.
+void pin(int cpu);
 
 std::int64_t nanoseconds(clockid_t clock);
 

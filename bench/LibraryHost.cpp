@@ -1,5 +1,5 @@
 #include "Child.h"
-#include "Fanout.h"
+#include "Hosts.h"
 
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/TCPSelect.h"
@@ -7,25 +7,17 @@
 namespace bench {
 namespace {
 
-Meter *meter;
-
-void broadcastArrived(vintok::ConferenceParticipant *, unsigned char *, std::uint64_t) {
-    meter->messageArrived();
-}
+// The application of a host that only relays.
+void broadcastArrived(vintok::ConferenceParticipant *, unsigned char *, std::uint64_t) {}
 
 } // namespace
 
-void runLibraryHost(const Load &load) {
-    Meter counts(load.messages);
-    meter = &counts;
+void runLibraryHost() {
     vintok::ConferenceParticipant host(true); // prints its port
     host.setBroadcastDataCB(broadcastArrived);
     if (!host.hostMeeting("bench"))
         fail("hosting");
-    vintok::TCPSelect loop;
-    while (!counts.done())
-        loop.pollDescriptors(false);
-    counts.report();
+    vintok::TCPSelect().run();
 }
 
 } // namespace bench

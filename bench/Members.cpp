@@ -1,11 +1,14 @@
+#include "Members.h"
 #include "Child.h"
-#include "Fanout.h"
+#include "Hosts.h"
 
 #include "vintok/vintok.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,141 +16,195 @@
 namespace bench {
 namespace {
 
-// How many bytes may be on their way to each listener.
-constexpr std::size_t window = 128 * 1024;
+constexpr std::size_t readSize = 256 * 1024;
+constexpr std::uint64_t fence = ~std::uint64_t{0}; // in place of a talk
+constexpr std::size_t kindOffset = 21;             // where identifiers differ, in both headers
+constexpr std::size_t shortestHeader = 36;
 
-void sendEntry(int descriptor, const vintok::TCPGUID &identifier, std::size_t number) {
+unsigned char kindOf(const vintok::TCPGUID &identifier) {
+    return static_cast<unsigned char>(identifier.Data2);
+}
+
+bool isTalk(const unsigned char *frame) {
+    return frame[kindOffset] == kindOf(vintok::TCP_broadcastMessage) ||
+           frame[kindOffset] == kindOf(vintok::TCP_fileTransferData);
+}
+
+int connectTo(unsigned short port) {
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    const int descriptor = socket(AF_INET, SOCK_STREAM, 0), on = 1;
+    setsockopt(descriptor, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    if (connect(descriptor, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0)
+        fail("connecting");
+    return descriptor;
+}
+
+// What a member says of itself.
+Bytes makeEntry(const vintok::TCPGUID &kind, std::size_t number) {
     vintok::TCPAddress address; // one that no other member has
     address.setLoopbackIPv4();
     address.setHostByteOrderPort(static_cast<std::uint16_t>(40000 + number));
     vintok::ConferenceRosterEntry entry(address);
     entry.setFirstName("Member");
     entry.setMajorVersion(4);
-    vintok::TCPMessage message(descriptor);
-    message.setMessageMajorVersion(4);
-    message.setMessageID(identifier);
-    if (!message.allocateMessageBuffer(entry.size()) ||
-        !entry.write(message.messageBuffer(), message.messageBufferLength()) ||
-        !message.write(-1, nullptr))
-        fail("sending an entry");
+    Bytes frame = makeFrame(kind, entry.size());
+    if (!entry.write(frame.data() + frameHeader, frame.size() - frameHeader))
+        fail("making an entry");
+    return frame;
 }
 
 } // namespace
 
-Members::Members(unsigned short port, const Load &load, bool joins)
-    : m_load(load), m_epoll(epoll_create1(0)), m_scratch(1 << 18) {
-    m_frame = frame('m');
-    for (std::size_t i = 0; i <= load.members; ++i) {
-        int descriptor = vintok::connectLocal(port);
-        if (descriptor < 0)
-            fail("connecting");
-        if (joins)
-            join(descriptor, i);
-        epoll_event event = {};
-        event.events = EPOLLIN;
-        event.data.fd = descriptor;
-        epoll_ctl(m_epoll, EPOLL_CTL_ADD, descriptor, &event);
-        if (i == 0)
-            m_speaker = descriptor;
-        else
-            m_listeners.push_back(descriptor);
-    }
-    passFence();
-}
-
-Members::~Members() {
-    for (int listener : m_listeners)
-        vintok::shutdownSocket(listener);
-    vintok::shutdownSocket(m_speaker);
-    close(m_epoll);
-}
-
-void Members::talk() {
-    std::size_t toSend = (warmUp + m_load.messages - 1) * m_frame.size(); // the fence was the first
-    std::size_t toDrain = toSend * m_listeners.size();
-    m_sent = m_drained = 0;
-    while (m_drained < toDrain) {
-        while (m_sent < toSend && m_sent < m_drained / m_listeners.size() + window) {
-            std::size_t before = m_sent;
-            send();
-            if (m_sent == before)
-                break;
-        }
-        drain(100);
-    }
-}
-
-// Says hello behind the host's own hello, and asks to be let in.
-void Members::join(int descriptor, std::size_t number) {
-    await(descriptor, vintok::TCP_rosterEntry);
-    sendEntry(descriptor, vintok::TCP_rosterEntry, number);
-    sendEntry(descriptor, vintok::TCP_joinRequest, number);
-    await(descriptor, vintok::TCP_joinReply);
-}
-
-// Reads messages until one of this kind; the others take their rosters meanwhile.
-void Members::await(int descriptor, const vintok::TCPGUID &identifier) {
-    vintok::TCPMessage message(descriptor);
-    do {
-        while (!message.read(-1, nullptr)) {
-            if (vintok::lastError() != vintok::TCP_ERROR_WOULD_BLOCK)
-                fail("awaiting a message");
-            drain(0);
-        }
-    } while (!(message.messageID() == identifier));
-}
-
-std::vector<unsigned char> Members::frame(unsigned char filling) const {
+Bytes makeFrame(const vintok::TCPGUID &kind, std::size_t body) {
     vintok::TCPMessage message;
     message.setMessageMajorVersion(4);
-    message.setMessageID(vintok::TCP_broadcastMessage);
-    if (!message.allocateMessageBuffer(m_load.body))
-        fail("building a frame");
-    std::memset(message.messageBuffer(), filling, m_load.body);
+    message.setMessageID(kind);
+    if (!message.allocateMessageBuffer(body))
+        fail("making a frame");
+    std::memset(message.messageBuffer(), 'm', body);
     return {message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()};
 }
 
-// A first message comes to each listener behind everything that the joins have made the host send.
+Members::Members(unsigned short port, bool joins)
+    : m_port(port), m_joins(joins), m_epoll(epoll_create1(0)), m_scratch(readSize + readSize / 2) {}
+
+Members::~Members() {
+    for (const Member &member : m_members)
+        close(member.descriptor);
+    close(m_epoll);
+}
+
+void Members::join() {
+    m_members.emplace_back(connectTo(m_port));
+    watch(EPOLL_CTL_ADD, count() - 1);
+    if (m_joins)
+        turnUntil([this] { return m_members.back().joined; });
+}
+
+void Members::takeRoster() {
+    turnUntil([this] { return m_members.back().roster > count(); }); // the host is in it too
+}
+
 void Members::passFence() {
-    std::vector<unsigned char> fence = frame('f');
-    if (::send(m_speaker, fence.data(), fence.size(), MSG_NOSIGNAL) !=
-        static_cast<ssize_t>(fence.size()))
-        fail("sending the fence");
-    for (int listener : m_listeners) {
-        std::vector<unsigned char> seen;
-        while (
-            seen.size() < fence.size() ||
-            !std::equal(fence.begin(), fence.end(), seen.end() - static_cast<long>(fence.size()))) {
-            ssize_t got = recv(listener, m_scratch.data(), m_scratch.size(), 0);
-            if (got <= 0)
-                fail("receiving the fence");
-            seen.insert(seen.end(), m_scratch.begin(), m_scratch.begin() + got);
-        }
+    m_fenced = 0;
+    Bytes frame = makeFrame(vintok::TCP_broadcastMessage, sizeof(Stamp));
+    say(count() - 1, frame, {0, 0, fence});
+    flush(count() - 1);
+    turnUntil([this] { return m_fenced == count() - 1; });
+}
+
+void Members::say(std::size_t member, Bytes &frame, const Stamp &stamp) {
+    std::memcpy(frame.data() + frameHeader, &stamp, sizeof stamp);
+    Bytes &out = m_members[member].out;
+    out.insert(out.end(), frame.begin(), frame.end());
+}
+
+void Members::flush(std::size_t number) {
+    Member &member = m_members[number];
+    while (member.sent < member.out.size()) {
+        const ssize_t sent = send(member.descriptor, member.out.data() + member.sent,
+                                  member.out.size() - member.sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno != EAGAIN)
+            fail("sending");
+        if (sent < 0)
+            break;
+        member.sent += static_cast<std::size_t>(sent);
+    }
+    if (member.sent == member.out.size() || member.sent > readSize) {
+        member.out.erase(member.out.begin(), member.out.begin() + static_cast<long>(member.sent));
+        member.sent = 0;
+    }
+    if (member.full != !member.out.empty()) {
+        member.full = !member.full;
+        watch(EPOLL_CTL_MOD, number);
     }
 }
 
-// The next bytes of the run of equal frames, as many as the socket takes now.
-void Members::send() {
-    std::size_t offset = m_sent % m_frame.size();
-    ssize_t sent = ::send(m_speaker, m_frame.data() + offset, m_frame.size() - offset,
-                          MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent > 0)
-        m_sent += static_cast<std::size_t>(sent);
-    else if (errno != EAGAIN)
-        fail("sending");
-}
-
-// Takes what has arrived for the listeners, waiting for the first of it as many milliseconds.
-void Members::drain(int timeout) {
-    epoll_event events[64];
-    int ready = epoll_wait(m_epoll, events, 64, timeout);
+void Members::turn(std::int64_t time) {
+    epoll_event events[256];
+    const timespec limit = {time / 1'000'000'000, time % 1'000'000'000};
+    const int ready = epoll_pwait2(m_epoll, events, 256, &limit, nullptr);
     for (int i = 0; i < ready; ++i) {
-        ssize_t got = recv(events[i].data.fd, m_scratch.data(), m_scratch.size(), MSG_DONTWAIT);
-        if (got == 0) // the host has passed everything on, and gone
-            epoll_ctl(m_epoll, EPOLL_CTL_DEL, events[i].data.fd, nullptr);
-        if (got > 0 && events[i].data.fd != m_speaker)
-            m_drained += static_cast<std::size_t>(got);
+        if ((events[i].events & EPOLLOUT) != 0)
+            flush(events[i].data.u64);
+        if ((events[i].events & ~std::uint32_t{EPOLLOUT}) != 0)
+            receive(events[i].data.u64);
     }
+}
+
+void Members::turnUntil(const std::function<bool()> &condition) {
+    const std::int64_t limit = nanoseconds(CLOCK_MONOTONIC) + 60'000'000'000;
+    while (!condition()) {
+        if (nanoseconds(CLOCK_MONOTONIC) > limit)
+            fail("waiting for the host");
+        turn(100'000'000);
+    }
+}
+
+void Members::receive(std::size_t number) {
+    Member &member = m_members[number];
+    const std::size_t before = member.start.size();
+    std::copy(member.start.begin(), member.start.end(), m_scratch.begin());
+    const ssize_t got = recv(member.descriptor, m_scratch.data() + before, readSize, MSG_DONTWAIT);
+    if (got < 0 && errno == EAGAIN)
+        return;
+    if (got <= 0)
+        fail("the host has gone");
+    member.start.clear();
+    take(number, m_scratch.data(), before + static_cast<std::size_t>(got));
+}
+
+void Members::take(std::size_t number, const unsigned char *bytes, std::size_t length) {
+    Member &member = m_members[number];
+    for (;;) {
+        const std::size_t skipped = std::min(member.skipped, length);
+        member.skipped -= skipped;
+        bytes += skipped;
+        length -= skipped;
+        if (length < shortestHeader || (isTalk(bytes) && length < frameHeader + sizeof(Stamp))) {
+            member.start.assign(bytes, bytes + length);
+            return;
+        }
+        handle(number, bytes);
+        member.skipped = frameLength(bytes);
+    }
+}
+
+void Members::handle(std::size_t number, const unsigned char *frame) {
+    if (!isTalk(frame)) {
+        handleJoin(number, frame[kindOffset]);
+        return;
+    }
+    Stamp stamp;
+    std::memcpy(&stamp, frame + frameHeader, sizeof stamp);
+    if (stamp.talk == fence)
+        ++m_fenced;
+    else
+        heard(number, stamp);
+}
+
+// Says hello behind the host's own hello, and asks to be let in.
+void Members::handleJoin(std::size_t number, unsigned char kind) {
+    Member &member = m_members[number];
+    if (kind == kindOf(vintok::TCP_rosterEntry) && !member.joined) {
+        for (const auto *said : {&vintok::TCP_rosterEntry, &vintok::TCP_joinRequest}) {
+            const Bytes entry = makeEntry(*said, number);
+            member.out.insert(member.out.end(), entry.begin(), entry.end());
+        }
+        flush(number);
+    }
+    member.joined = member.joined || kind == kindOf(vintok::TCP_joinReply);
+    member.roster += kind == kindOf(vintok::TCP_rosterReply) ? 1 : 0;
+}
+
+void Members::watch(int operation, std::size_t number) const {
+    epoll_event event = {};
+    event.events = m_members[number].full ? EPOLLIN | EPOLLOUT : EPOLLIN;
+    event.data.u64 = number;
+    epoll_ctl(m_epoll, operation, m_members[number].descriptor, &event);
 }
 
 } // namespace bench
