@@ -2,6 +2,9 @@
 // costs everybody together, against a plain copy of the same file over sockets in the same run.
 // What every receiver has stored is compared with the source. `cp` is there for orientation.
 //
+// The last of the receivers says a line each 20 ms meanwhile. Shown is the 99th percentile of the
+// time that a line took, at the member with the worst.
+//
 // usage: file_bench [MEGABYTES [RECEIVERS [ROUNDS [FOLDER]]]]
 #include "FileCopy.h"
 
@@ -30,19 +33,69 @@ struct Role {
     unsigned short port; // of the host; 0 hosts
     int others;          // whose joining is waited for before the share begins
     bool sends;
+    bool talks;
     std::string folder; // for files
 };
+
+using Party = vintok::ConferenceParticipant;
 
 int joined;
 bool received;
 
+// The lines that are said while a file arrives, as one of its receivers hears them.
+struct Lines {
+    std::int64_t begin = 0, end = 0; // of the file, nanoseconds
+    bool over = false;               // one has come that was said behind the end
+    std::vector<double> times;       // milliseconds
+} lines;
+
+void lineArrived(Party *, unsigned char *line, std::uint64_t) {
+    std::int64_t said = 0;
+    std::memcpy(&said, line, sizeof said);
+    if (lines.end != 0 && said > lines.end)
+        lines.over = true;
+    else if (lines.begin != 0 && said >= lines.begin)
+        lines.times.push_back(static_cast<double>(nanoseconds(CLOCK_MONOTONIC) - said) / 1e6);
+}
+
+void chunkArrived(Party *, const vintok::TCPAddress &, std::uint64_t, std::uint64_t,
+                  const std::string &) {
+    if (lines.begin == 0)
+        lines.begin = nanoseconds(CLOCK_MONOTONIC);
+}
+
+void tellLines() {
+    std::sort(lines.times.begin(), lines.times.end());
+    const std::size_t count = lines.times.size();
+    std::printf("lines %f\n", count == 0 ? 0 : lines.times[count * 99 / 100]);
+    std::fflush(stdout);
+}
+
+// Says a line each 20 ms, and does what a party does, until then.
+void talk(Party &party, vintok::TCPSelect &loop, const bool &until) {
+    constexpr std::int64_t interval = 20'000'000;
+    static std::int64_t due = nanoseconds(CLOCK_MONOTONIC);
+    while (!until) {
+        unsigned char line[80] = {};
+        const std::int64_t now = nanoseconds(CLOCK_MONOTONIC);
+        if (now >= due) {
+            std::memcpy(line, &now, sizeof now);
+            party.sendBroadcastData(line, sizeof line);
+            due = std::max(due + interval, now);
+        }
+        if (loop.pollDescriptors(true) == 0)
+            usleep(500);
+    }
+}
+
 void runParty(const Copy &copy, const Role &role) {
-    using Party = vintok::ConferenceParticipant;
     Party::setFileRoot(role.folder);
     Party party(true); // prints its port
     party.setJoinCB([](Party *, const vintok::ConferenceRosterEntry &) { ++joined; });
     party.setFileTransferCB([](Party *, const vintok::TCPAddress &, bool whole,
                                const std::string &) { received = whole; });
+    party.setBroadcastDataCB(lineArrived);
+    party.setFileProgressCB(chunkArrived);
     if (role.port == 0 ? !party.hostMeeting("files")
                        : !party.placeCall("127.0.0.1", role.port, "", 0, "", "", 0))
         fail("meeting");
@@ -59,9 +112,18 @@ void runParty(const Copy &copy, const Role &role) {
         if (!party.transferFile(copy.source, fs::path(copy.source).filename().string()))
             fail("transferring");
     }
+    if (role.talks)
+        talk(party, loop, received);
     while (!role.sends && !received)
         loop.pollDescriptors(false);
     share.done();
+    if (role.talks)
+        talk(party, loop, false);
+    lines.end = nanoseconds(CLOCK_MONOTONIC);
+    while (!role.sends && !lines.over)
+        loop.pollDescriptors(false);
+    if (!role.sends)
+        tellLines();
     loop.run();
 }
 
@@ -69,6 +131,7 @@ void runParty(const Copy &copy, const Role &role) {
 
 struct Cost {
     double wall = 0, cpu = 0; // seconds
+    double lines = 0;         // milliseconds
 };
 
 // The first line that starts with this word; what follows the word.
@@ -82,7 +145,8 @@ std::string line(Child &child, const char *word) {
 
 using Children = std::vector<std::unique_ptr<Child>>;
 
-Cost collect(Child &sender, const Children &others) {
+// With `talk` the last of the others talks.
+Cost collect(Child &sender, const Children &others, bool talk) {
     const double start = std::stod(line(sender, "start"));
     Cost cost;
     const auto add = [&](Child &child) {
@@ -95,6 +159,8 @@ Cost collect(Child &sender, const Children &others) {
     add(sender);
     for (const auto &other : others)
         add(*other);
+    for (std::size_t i = 0; talk && i + 1 < others.size(); ++i)
+        cost.lines = std::max(cost.lines, std::stod(line(*others[i], "lines")));
     return cost;
 }
 
@@ -123,19 +189,19 @@ public:
         for (int i = 0; i < m_copy.receivers; ++i)
             start(receivers,
                   [this, port](const std::string &folder) { receivePlain(m_copy, port, folder); });
-        const Cost cost = collect(sender, receivers);
+        const Cost cost = collect(sender, receivers, false);
         verify();
         return cost;
     }
 
     // The host sends to all others.
     Cost meeting() {
-        Child host([this] { runParty(m_copy, {0, m_copy.receivers, true, ""}); });
+        Child host([this] { runParty(m_copy, {0, m_copy.receivers, true, false, ""}); });
         const unsigned short port = host.port();
         Children members;
         for (int i = 0; i < m_copy.receivers; ++i)
             startMember(members, port);
-        const Cost cost = collect(host, members);
+        const Cost cost = collect(host, members, true);
         verify();
         return cost;
     }
@@ -144,13 +210,13 @@ public:
     Cost relayed() {
         Children receivers;
         start(receivers, [this](const std::string &folder) {
-            runParty(m_copy, {0, 0, false, folder});
+            runParty(m_copy, {0, 0, false, false, folder});
         });
         const unsigned short port = receivers[0]->port();
         for (int i = 1; i < m_copy.receivers; ++i)
             startMember(receivers, port);
-        Child sender([this, port] { runParty(m_copy, {port, 1, true, ""}); });
-        const Cost cost = collect(sender, receivers);
+        Child sender([this, port] { runParty(m_copy, {port, 1, true, false, ""}); });
+        const Cost cost = collect(sender, receivers, true);
         verify();
         return cost;
     }
@@ -168,7 +234,7 @@ public:
             fail("cp");
         const double end = static_cast<double>(nanoseconds(CLOCK_MONOTONIC));
         verify();
-        return {(end - start) / 1e9, 0};
+        return {(end - start) / 1e9};
     }
 
 private:
@@ -181,8 +247,9 @@ private:
     }
 
     void startMember(Children &members, unsigned short port) {
-        start(members, [this, port](const std::string &folder) {
-            runParty(m_copy, {port, 1, false, folder});
+        const bool last = members.size() + 1 == static_cast<std::size_t>(m_copy.receivers);
+        start(members, [this, port, last](const std::string &folder) {
+            runParty(m_copy, {port, 1, false, last, folder});
         });
         line(*members.back(), "joined");
     }
@@ -205,7 +272,7 @@ private:
 
 Cost median(std::vector<Cost> costs) {
     Cost result;
-    for (double Cost::*value : {&Cost::wall, &Cost::cpu}) {
+    for (double Cost::*value : {&Cost::wall, &Cost::cpu, &Cost::lines}) {
         std::sort(costs.begin(), costs.end(),
                   [value](const Cost &a, const Cost &b) { return a.*value < b.*value; });
         result.*value = costs[costs.size() / 2].*value;
@@ -227,11 +294,12 @@ void compare(Bench &bench, int rounds) {
         for (Way &way : ways)
             way.costs.push_back((bench.*way.copy)());
     const Cost plain = median(ways[0].costs);
-    std::printf("%-14s %8s %8s %8s %8s\n", "", "wall s", "ratio", "CPU s", "ratio");
+    std::printf("%-14s %8s %8s %8s %8s %12s\n", "", "wall s", "ratio", "CPU s", "ratio",
+                "line p99 ms");
     for (const Way &way : ways) {
         const Cost cost = median(way.costs);
-        std::printf("%-14s %8.2f %8.2f %8.2f %8.2f\n", way.name, cost.wall, cost.wall / plain.wall,
-                    cost.cpu, cost.cpu / plain.cpu);
+        std::printf("%-14s %8.2f %8.2f %8.2f %8.2f %12.1f\n", way.name, cost.wall,
+                    cost.wall / plain.wall, cost.cpu, cost.cpu / plain.cpu, cost.lines);
     }
 }
 
