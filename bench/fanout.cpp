@@ -177,7 +177,7 @@ void print(const Figures &figures, const char *name, const Figures &limit) {
     for (std::size_t i = 0; i < figures.size(); ++i) {
         std::printf(" %12.2f", figures[i].value);
         if (i < limit.size())
-            std::printf(" (%5.2f)", figures[i].value / limit[i].value);
+            std::printf(" (%5.3g)", figures[i].value / limit[i].value);
     }
     std::printf("\n");
 }
