@@ -1,0 +1,178 @@
+// Frames that stop in the middle, at a host and at a relay in a process of its own: whoever sends
+// half a frame keeps nobody waiting but himself.
+#include "support/ChildProcess.h"
+#include "support/Children.h"
+#include "support/Party.h"
+#include "support/ScriptedPlatform.h"
+#include "support/WirePeer.h"
+
+#include <algorithm>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <memory>
+#include <numeric>
+#include <optional>
+
+namespace vintok::test {
+namespace {
+
+constexpr std::size_t KB = 1000, MB = 1000 * KB;
+
+Bytes part(const Bytes &bytes, std::size_t begin, std::size_t end) {
+    return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
+                 bytes.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+Bytes frameOf(std::size_t size) {
+    WireFrame frame;
+    frame.id = id::broadcast;
+    frame.body.resize(size);
+    std::iota(frame.body.begin(), frame.body.end(), static_cast<unsigned char>(size));
+    return frame.encode();
+}
+
+// In kB; nothing where the system does not show it, which has no signals for its processes either.
+std::optional<std::size_t> residentMemory(const ChildProcess &process) {
+    const auto ours = children();
+    if (!ours || std::find(ours->begin(), ours->end(), process.id()) == ours->end())
+        return std::nullopt;
+    std::ifstream status("/proc/" + std::to_string(process.id()) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::stoul(line.substr(6));
+    return std::nullopt;
+}
+
+// Bob is late, Cid talks, Dan listens.
+class Stall : public testing::TestWithParam<const char *> {
+protected:
+    void SetUp() override {
+        std::string line;
+        ASSERT_TRUE(reader.printed("PORT:", &line)) << reader.story();
+        port = static_cast<unsigned short>(std::stoi(line.substr(5)));
+        for (WirePeer *peer : {&dan, &bob, &cid})
+            ASSERT_TRUE(enters(*peer));
+        ASSERT_TRUE(talks(bob));
+        ASSERT_TRUE(talks(cid));
+    }
+
+    // A relay knows who has called before one that it hears, too.
+    testing::AssertionResult enters(WirePeer &peer) {
+        return GetParam() == std::string("host") ? peer.joins(port) : peer.connects(port);
+    }
+    testing::AssertionResult talks(WirePeer &peer) {
+        const Bytes word = {'w', static_cast<unsigned char>(++words)};
+        peer.sends(id::broadcast, word);
+        return hears(word);
+    }
+    testing::AssertionResult hears(const Bytes &body) {
+        WireFrame frame;
+        const auto result = dan.receives(id::broadcast, &frame);
+        if (result && frame.body != body)
+            return testing::AssertionFailure() << "Dan hears another frame";
+        return result;
+    }
+    testing::AssertionResult lifeGoesOn() {
+        WirePeer caller(meeting, "Caller");
+        auto result = talks(cid);
+        if (result)
+            result = enters(caller);
+        return result ? talks(caller) : result;
+    }
+    // Dan hears Cid before each piece of Bob's frame but the first, and the frame in the end.
+    void expectPieces(const Bytes &frame, std::vector<std::size_t> ends) {
+        ends.push_back(frame.size());
+        std::size_t sent = 0;
+        for (const std::size_t end : ends) {
+            ASSERT_TRUE(sent == 0 || talks(cid)) << sent << " of " << frame.size();
+            ASSERT_TRUE(bob.sends(part(frame, sent, end)));
+            sent = end;
+        }
+        ASSERT_TRUE(hears(part(frame, 60, frame.size())));
+    }
+
+    Meeting meeting;
+    ChildProcess reader{{VINTOK_TEST_PARTY, "Ann", GetParam()}};
+    unsigned short port = 0;
+    unsigned words = 0;
+    WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"}, stray{meeting, "Stray"};
+};
+
+TEST_P(Stall, ALateTailKeepsNobodyWaiting) {
+    for (const std::size_t body : {std::size_t(1), 100 * KB, 200 * KB, std::size_t(1418)}) {
+        const Bytes frame = frameOf(body);
+        for (std::size_t tail = 1; tail <= 40 && !HasFatalFailure(); ++tail)
+            expectPieces(frame, {frame.size() - tail});
+        ASSERT_FALSE(HasFatalFailure());
+    }
+}
+
+TEST_P(Stall, AFrameThatComesByteByByteKeepsNobodyWaiting) {
+    const Bytes frame = frameOf(100);
+    std::vector<std::size_t> ends(frame.size() - 1);
+    std::iota(ends.begin(), ends.end(), std::size_t(1));
+    expectPieces(frame, ends);
+}
+
+TEST_P(Stall, ALargeFrameThatTricklesInArrivesWhole) {
+    std::vector<std::size_t> ends;
+    for (std::size_t end = MB + 17; end < 20 * MB; end += MB)
+        ends.push_back(end);
+    expectPieces(frameOf(20 * MB), ends);
+}
+
+TEST_P(Stall, AStrangerWithHalfAFrameIsWaitedForByNobody) {
+    ASSERT_TRUE(stray.connects(port) && stray.sends(part(frameOf(9), 0, 36)));
+    EXPECT_TRUE(lifeGoesOn());
+}
+
+TEST_P(Stall, ManyWhoGoInsideAFrameCostNobodyTime) {
+    std::vector<std::unique_ptr<WirePeer>> closers;
+    for (int number = 0; number < 20; ++number) {
+        closers.push_back(std::make_unique<WirePeer>(meeting, "Closer"));
+        ASSERT_TRUE(closers.back()->connects(port));
+        ASSERT_TRUE(closers.back()->sends(part(frameOf(9), 0, 38)));
+    }
+    closers.clear();
+    EXPECT_TRUE(lifeGoesOn());
+}
+
+TEST_P(Stall, AFrameThatClaimsFourGigabytesGetsNoMemory) {
+    const auto before = residentMemory(reader);
+    Bytes frame = frameOf(100 * KB);
+    std::fill_n(frame.begin(), 4, static_cast<unsigned char>(0xFF));
+    ASSERT_TRUE(stray.connects(port) && stray.sends(frame));
+    EXPECT_TRUE(lifeGoesOn());
+    if (before) {
+        EXPECT_LT(residentMemory(reader).value_or(0), *before + 64000);
+    }
+}
+
+TEST_P(Stall, AnInterruptEndsTheRunInsideAFrame) {
+    if (!residentMemory(reader))
+        GTEST_SKIP() << "nothing interrupts a process here";
+    ASSERT_TRUE(stray.connects(port) && stray.sends(part(frameOf(9), 0, 38)));
+    EXPECT_TRUE(lifeGoesOn());
+    ASSERT_TRUE(reader.interrupt());
+    EXPECT_EQ(0, reader.exitCode()) << reader.story();
+}
+
+INSTANTIATE_TEST_SUITE_P(At, Stall, testing::Values("host", "relay"),
+                         [](const auto &row) { return std::string(row.param); });
+
+TEST(StallOnOneThread, WhoGoesInsideAFrameCostsNoPause) {
+    Meeting meeting;
+    Party ann(meeting, "Ann");
+    WirePeer stray(meeting, "Stray");
+    TCPSelect loop;
+    const int before = loop.numDescriptors();
+    ASSERT_TRUE(ann.hosts("Plan") && stray.connects(ann.port()) && stray.receives(id::rosterEntry));
+    const ScriptedPlatform script;
+    ASSERT_TRUE(stray.sends(part(frameOf(9), 0, 38)));
+    stray.closes();
+    EXPECT_TRUE(meeting.until([&] { return loop.numDescriptors() == before; }, "the end"));
+    EXPECT_THAT(script.sleeps, testing::Each(1u)) << "those are the meeting's own";
+}
+
+} // namespace
+} // namespace vintok::test
