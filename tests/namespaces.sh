@@ -4,6 +4,9 @@
 # all parties listen on the same port. A party that takes its own address from that file is then the same
 # party as every other, and a meeting of such parties falls apart; on one machine nobody would notice.
 #
+# Then a meeting of four over slow lines, on which frames come in packets and end in small ones: whoever
+# waits for the rest of a frame must not keep the others waiting.
+#
 # usage: namespaces.sh PROGRAM
 #
 # Exit status 77, with the reason, where namespaces cannot be made (it takes root).
@@ -23,12 +26,13 @@ unshare --mount --uts true 2>/dev/null || skip "mount and host name namespaces a
 
 # Their names in the kernel: unique to this run.
 space() { echo "vintok$$-$1"; }
-declare -A number=([Ann]=1 [Bob]=2 [Cid]=3)
+hosts=(Ann Bob Cid Dan)
+declare -A number=([Ann]=1 [Bob]=2 [Cid]=3 [Dan]=4)
 address_of() { echo "192.0.2.${number[$1]}"; }
 
 at_end() {
     local name
-    for name in switch Ann Bob Cid; do
+    for name in switch "${hosts[@]}"; do
         ip netns delete "$(space $name)" 2>/dev/null || true
     done
 }
@@ -53,7 +57,7 @@ make_host() {
     {
         echo "127.0.0.1 localhost"
         echo "127.0.1.1 ${name,,}.example ${name,,}"
-        for other in Ann Bob Cid; do
+        for other in "${hosts[@]}"; do
             [ "$other" = "$name" ] || echo "$(address_of "$other") ${other,,}.example ${other,,}"
         done
     } >"$stage/hosts.$name"
@@ -70,7 +74,7 @@ host_target=ann
 options=(--port 7777 --exact-port)
 
 make_switch
-for name in Ann Bob Cid; do
+for name in "${hosts[@]}"; do
     make_host $name
 done
 act "Three hosts"
@@ -78,5 +82,57 @@ for name in Ann Bob Cid; do
     does $name has "$(address_of $name), and calls itself $(sed -n 's/^127.0.1.1 //p' "$stage/hosts.$name")"
 done
 
+# The frame of a line has 60 bytes more.
+bob_says() {
+    local line
+    line=x$(head -c "$1" /dev/urandom | base64 -w0 | cut -c "2-$1")
+    echo "$line" >>"$stage/said"
+    echo "$line" >&"${keyboard[Bob]}"
+}
+heard() { sed 's/\x1b\[[0-9;]*m//g' "$stage/Cid.screen" | sed -n 's/^Bob: //p'; }
+heard_all() { [ "$(heard | wc -l)" -eq "$(wc -l <"$stage/said")" ]; }
+
+hold_slow_meeting() {
+    local name packets tail deadline lines=0
+    act "Four hosts, whose lines take 20 Mbit/s"
+    for name in "${hosts[@]}"; do
+        ip netns exec "$(space $name)" tc qdisc add dev cable root tbf rate 20mbit burst 3000 \
+            latency 400ms 2>"$stage/why" || { act "They are left out: $(cat "$stage/why")"; return; }
+    done
+    start Ann host --meeting Slow
+    sees Ann 'Hosting the meeting "Slow".'
+    for name in Bob Cid Dan; do
+        start $name join "$host_target:7777"
+        sees $name 'The call was accepted.'
+    done
+    sees Cid 'Dan is in the meeting'
+
+    act "Bob says lines that end in a packet of a few bytes, and each arrives"
+    for packets in 1 2 5 9; do
+        for tail in {10..30}; do
+            bob_says $((packets * 1448 + tail - 60))
+            deadline=$((SECONDS + patience))
+            until heard_all; do
+                [ $SECONDS -lt $deadline ] || fail "Cid hears $packets packets and $tail bytes"
+                sleep 0.02
+            done
+        done
+    done
+
+    act "Bob says 60 lines at once, and Dan goes on talking"
+    for name in {1..60}; do
+        bob_says $((RANDOM + 2))
+    done &
+    until ! kill -0 $! 2>/dev/null && heard_all; do
+        [ $((++lines)) -lt 60 ] || fail "Cid hears all that Bob says"
+        types Dan "Line $lines"
+        sees Cid "Dan: Line $lines"
+        sleep 1
+    done
+    cmp <(heard) "$stage/said" || fail "Cid hears what Bob says"
+    does Cid hears "what Bob says"
+}
+
 hold_meeting
+hold_slow_meeting
 act "Every step was seen."
