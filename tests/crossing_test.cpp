@@ -70,6 +70,13 @@ protected:
         return true;
     }
 
+    std::string stories() const {
+        std::string all;
+        for (const ChildProcess &party : parties)
+            all += party.story() + "\n\n";
+        return all;
+    }
+
     TemporaryFolder folder;
     std::deque<ChildProcess> parties;
 };
@@ -80,7 +87,7 @@ TEST_P(AllAtOnce, EverybodyHearsEverything) {
     for (std::size_t number = 1; number <= GetParam().members; ++number)
         starts("Member" + std::to_string(number), line.substr(5));
     for (ChildProcess &party : parties)
-        ASSERT_TRUE(tells(party, "has heard all")) << party.story();
+        ASSERT_TRUE(tells(party, "has heard all")) << stories();
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, AllAtOnce, testing::ValuesIn(crossings), caseName<Crossing>);
