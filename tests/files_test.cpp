@@ -27,11 +27,6 @@ using testing::IsEmpty;
 
 constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
 
-std::string contentOf(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 // Text without a period that a chunk's length could hide.
 std::string contentOfSize(std::size_t size) {
     std::string content(size, '\0');

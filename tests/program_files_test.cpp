@@ -5,13 +5,13 @@
 #include "platform/Thread.h"
 #include "support/Party.h"
 #include "support/Program.h"
+#include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <random>
@@ -28,11 +28,6 @@ using testing::IsEmpty;
 const std::string content(150001, 'a');
 const EventField ofContent =
     text("sha256", "94483e0109734750b8e98c64b5a5b253936caa226f054deac0649c634e87491c");
-
-std::string contentOf(const fs::path &path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
 
 // Where a message takes long, in an emulated system, a big file is smaller and shows less.
 std::size_t bigSize(std::size_t size) {

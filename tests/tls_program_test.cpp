@@ -4,14 +4,13 @@
 #include "support/Multiplexer.h"
 #include "support/Program.h"
 #include "support/SocketPair.h"
+#include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
-#include <sstream>
 
 using namespace vintok;
 using namespace vintok::test;
@@ -24,12 +23,6 @@ namespace fs = std::filesystem;
 
 std::string portOf(const std::string &target) {
     return target.substr(target.find(':') + 1);
-}
-
-std::string contentOf(const fs::path &path) {
-    std::ostringstream content;
-    content << std::ifstream(path, std::ios::binary).rdbuf();
-    return content.str();
 }
 
 class TLSProgram : public testing::Test {

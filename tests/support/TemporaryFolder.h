@@ -1,4 +1,5 @@
-// A folder of a test's own, removed with everything in it at the end.
+// Files of a test: what one holds, and a folder of the test's own, removed with everything in it at
+// the end.
 #ifndef VINTOK_TESTS_SUPPORT_TEMPORARYFOLDER_H
 #define VINTOK_TESTS_SUPPORT_TEMPORARYFOLDER_H
 
@@ -10,6 +11,11 @@
 #include <string_view>
 
 namespace vintok::test {
+
+inline std::string contentOf(const std::filesystem::path &path) {
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+}
 
 class TemporaryFolder {
 public:
@@ -34,10 +40,7 @@ public:
         return path(name);
     }
 
-    std::string content(const std::string &name) const {
-        std::ifstream file(path(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-    }
+    std::string content(const std::string &name) const { return contentOf(path(name)); }
 
 private:
     std::filesystem::path m_path;
