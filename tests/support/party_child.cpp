@@ -2,15 +2,16 @@
 //
 //     NAME host|relay|PORT [MEMBERS HOST_SPEAKS says|files COUNT SIZE FOLDER]
 //
-// Prints PORT:<port> where it is called, and goes on until it is interrupted or ended. With the
-// rest: once all members are there the host says "go", and then all at once each says so many
-// messages of that size, or sends a file of it, and says that this was all. Each prints "has
+// Prints PORT:<port> where it is called, and goes on until it is interrupted or its input ends.
+// With the rest: once all members are there the host says "go", and then all at once each says so
+// many messages of that size, or sends a file of it, and says that this was all. Each prints "has
 // spoken" and "has heard all"; what is missing, double, out of order or changed ends it instead.
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
 #include <vintok/TCPServer.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -19,6 +20,7 @@
 #include <iterator>
 #include <map>
 #include <string>
+#include <thread>
 
 namespace {
 
@@ -51,6 +53,13 @@ void tell(const std::string &what) {
 [[noreturn]] void fail(const std::string &what) {
     tell("fails: " + what);
     std::_Exit(1);
+}
+
+// Whoever started this process has gone.
+void endWithInput() {
+    while (std::cin.get() != EOF) {
+    }
+    std::_Exit(2);
 }
 
 // Without a period, and another one for each message.
@@ -183,5 +192,6 @@ int main(int count, char **arguments) {
                  std::stoul(arguments[7]),
                  arguments[8]};
     std::signal(SIGINT, [](int) { interrupt(); });
-    return whom == "relay" ? relay() : takePart(whom);
+    std::thread(endWithInput).detach();
+    std::_Exit(whom == "relay" ? relay() : takePart(whom)); // the thread holds the standard input
 }
