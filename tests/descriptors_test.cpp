@@ -1,8 +1,6 @@
 #include "platform/Socket.h"
-#include "platform/Wait.h"
 #include "support/LogFile.h"
 #include "support/MemoryTransport.h"
-#include "support/SocketPair.h"
 #include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/TCPMutexBase.h"
@@ -39,12 +37,6 @@ protected:
         setLastError(TCP_ERROR_NO_ERROR, "untouched");
     }
     static void expectNoError() { EXPECT_EQ("untouched", lastErrorString()); }
-
-    static bool readable(int fd) {
-        platform::DescriptorSet set;
-        set.insert(fd);
-        return platform::waitReadable(set, true) == 1;
-    }
 
     int socket = -1;
     int other = -1;
