@@ -50,6 +50,37 @@ Bytes bytes(const std::string &text) {
     return {text.begin(), text.end()};
 }
 
+// What a member says in one breath is relayed in one run, and a run ends where a callback changes
+// who is to get it, or says something itself.
+TEST_F(Host, ARunOfMessagesEndsWhereACallbackDoesSomething) {
+    ann.inside = [this](const std::string &event) {
+        if (event == "data two") {
+            ann->disableUser(addressOf(cid));
+            EXPECT_TRUE(ann.says("aside"));
+        }
+    };
+    Bytes breath;
+    for (const char *word : {"one", "two", "three"}) {
+        WireFrame frame;
+        frame.id = id::broadcast;
+        frame.body = bytes(word);
+        const Bytes encoded = frame.encode();
+        breath.insert(breath.end(), encoded.begin(), encoded.end());
+    }
+    ASSERT_TRUE(bob.sends(breath));
+    ASSERT_TRUE(bob.fences());
+    const auto said = [](WirePeer &peer) {
+        std::vector<WireFrame> frames;
+        EXPECT_TRUE(peer.fences(&frames));
+        std::vector<std::string> words;
+        for (const WireFrame &frame : frames)
+            words.emplace_back(frame.body.begin(), frame.body.end());
+        return words;
+    };
+    EXPECT_THAT(said(dan), ElementsAre("one", "aside", "two", "three"));
+    EXPECT_THAT(said(cid), ElementsAre("one"));
+}
+
 // ---- Who gets it
 
 TEST_F(Broadcast, AloneNobodyIsToldAndNobodyIsMissing) {

@@ -230,9 +230,14 @@ bool ConferenceParticipant::_listen(bool localOnly, unsigned short port, std::si
 }
 
 void ConferenceParticipant::_watchListeners() {
-    for (int *socket : {&_listenIPv4, &_listenIPv6})
-        if (*socket != -1 && !_select->addSocketCallback(*socket, sf_connectCB, this, false, false))
+    for (int *socket : {&_listenIPv4, &_listenIPv6}) {
+        if (*socket == -1)
+            continue;
+        if (_select->addSocketCallback(*socket, sf_connectCB, this, false, false))
+            admitReadAhead(*socket);
+        else
             _closeListener(*socket);
+    }
     if (_listenIPv4 != -1 || _listenIPv6 != -1)
         return;
     delete _select;

@@ -369,6 +369,7 @@ private:
         std::unique_ptr<AcceptGuard> door;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
         bool sendsFile = false;                               // inside `transferFile`
+        std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
         std::uint64_t listChanges = 0;                        // of `_attendees`
         std::unique_ptr<RelayRun> relay;                      // see `_relay`
         Said relayed;                                         // last
@@ -511,13 +512,14 @@ private:
     // ---- Files (ConferenceParticipantFiles.cpp) ----
 
     bool _sendFile(const std::string &path, const std::string &relativePath,
-                   const std::vector<unsigned char> &bytes);
+                   const unsigned char *bytes, std::size_t length);
     void _tellFileProgress(const TCPAddress &origin, std::uint64_t done, std::uint64_t total,
                            const char *path);
     void _handleFileTransferBegin(ConferenceRosterEntry *peer, unsigned char *body,
                                   std::uint64_t length);
     void _fixPath();
     void _openFile(const std::string &relativePath);
+    void _bufferFile();
     void _handleFileTransferData(ConferenceRosterEntry *peer, unsigned char *body,
                                  std::uint64_t length);
     void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,

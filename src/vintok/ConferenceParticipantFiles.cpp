@@ -22,14 +22,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 
 namespace vintok {
 
 namespace {
 
 constexpr const char *ROOT_VARIABLE = "QOR_COLLAB_ROOT_LOCAL";
-constexpr std::size_t ROUND = 32 * ConferenceParticipant::_fileTransferChunkSize;
-constexpr std::size_t PATH_CAPACITY = 1024; // of `_fileTransferPath`, its zero byte included
+constexpr std::size_t ROUND = 240 * ConferenceParticipant::_fileTransferChunkSize;
+constexpr std::size_t STREAM_BUFFER = 64 * 1024; // of the file that is received
+constexpr std::size_t PATH_CAPACITY = 1024;      // of `_fileTransferPath`, its zero byte included
 
 struct CloseFile {
     void operator()(std::FILE *stream) const { std::fclose(stream); }
@@ -68,30 +70,39 @@ bool isTail(const std::string &path, const std::string &tail) {
     return first != std::string::npos && first + tail.size() == path.size();
 }
 
-// The whole of a file that a transfer can carry: 1 byte to 2 GiB - 1.
-bool readFile(const std::string &path, std::vector<unsigned char> &bytes) {
-    const File file(platform::openFile(path, "rb"));
-    std::int64_t size = 0;
-    if (file == nullptr || !platform::fileSize(file.get(), size) || size < 1 ||
-        size > std::numeric_limits<std::int32_t>::max())
-        return false;
-    bytes.resize(static_cast<std::size_t>(size));
-    return std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-}
+// The whole of a file that a transfer can carry: 1 byte to 2 GiB - 1. Its memory is not cleared.
+struct FileBytes {
+    std::unique_ptr<unsigned char[]> bytes;
+    std::size_t size = 0;
+
+    bool read(const std::string &path) {
+        const File file(platform::openFile(path, "rb"));
+        std::int64_t length = 0;
+        if (file == nullptr || !platform::fileSize(file.get(), length) || length < 1 ||
+            length > std::numeric_limits<std::int32_t>::max())
+            return false;
+        size = static_cast<std::size_t>(length);
+        bytes.reset(new unsigned char[size]);
+        return std::fread(bytes.get(), 1, size, file.get()) == size;
+    }
+};
 
 // Makes one write of several chunks: `frames` becomes their messages, whole, one behind the other.
+// All but the last are as long as each other, and have one header.
 bool fillRound(TCPMessage &frames, TCPMessage &message, const unsigned char *bytes,
                std::size_t length) {
     constexpr std::size_t most = ConferenceParticipant::_fileTransferChunkSize;
+    const std::size_t header = message.headerSize();
     const std::size_t chunks = (length + most - 1) / most;
-    if (!frames.allocateRawBuffer(chunks * message.headerSize() + length))
+    if (!frames.allocateRawBuffer(chunks * header + length))
         return false;
     unsigned char *next = frames.rawBuffer();
     for (std::size_t done = 0; done < length; done += most) {
-        if (!openMessage(message, TCP_fileTransferData, std::min(most, length - done)))
+        const std::size_t chunk = std::min(most, length - done);
+        if ((done == 0 || chunk != most) && !openMessage(message, TCP_fileTransferData, chunk))
             return false;
-        std::copy_n(bytes + done, message.messageBufferLength(), message.messageBuffer());
-        next = std::copy_n(message.rawBuffer(), message.rawBufferLength(), next);
+        next = std::copy_n(message.rawBuffer(), header, next);
+        next = std::copy_n(bytes + done, chunk, next);
     }
     return true;
 }
@@ -139,8 +150,8 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
     const SendingFile sending(_workings.sendsFile);
     bool sent = false;
     try {
-        std::vector<unsigned char> bytes;
-        sent = readFile(path, bytes) && _sendFile(path, relativePath, bytes);
+        FileBytes file;
+        sent = file.read(path) && _sendFile(path, relativePath, file.bytes.get(), file.size);
     } catch (const std::bad_alloc &) {
         sent = false; // not even begun: the rest needs no memory to speak of
     }
@@ -161,7 +172,7 @@ void ConferenceParticipant::_tellFileProgress(const TCPAddress &origin, std::uin
 }
 
 bool ConferenceParticipant::_sendFile(const std::string &path, const std::string &relativePath,
-                                      const std::vector<unsigned char> &bytes) {
+                                      const unsigned char *bytes, std::size_t length) {
     bool succeeded = false;
     bool failed = false;
     TCPMessage message;
@@ -180,16 +191,16 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
         body.write(relativePath);
     }
     send(opened, message);
-    _tellFileProgress(_self, 0, bytes.size(), path.c_str());
+    _tellFileProgress(_self, 0, length, path.c_str());
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
-    for (std::size_t done = 0; done < bytes.size() && !_attendees.empty();) {
-        const std::size_t end = std::min(bytes.size(), done + ROUND);
-        const bool filled = fillRound(round, message, bytes.data() + done, end - done);
+    for (std::size_t done = 0; done < length && !_attendees.empty();) {
+        const std::size_t end = std::min(length, done + ROUND);
+        const bool filled = fillRound(round, message, bytes + done, end - done);
         send(filled, round);
         while (done < end && !_attendees.empty()) {
             done = std::min<std::size_t>(end, done + _fileTransferChunkSize);
-            _tellFileProgress(_self, done, bytes.size(), path.c_str());
+            _tellFileProgress(_self, done, length, path.c_str());
         }
     }
     if (_attendees.empty())
@@ -198,7 +209,7 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
     const bool ends = openMessage(message, TCP_fileTransferEnd, sizeof(std::uint32_t));
     if (ends)
         BufferManager(message.messageBuffer(), message.messageBufferLength())
-            .write(static_cast<std::uint32_t>(bytes.size()));
+            .write(static_cast<std::uint32_t>(length));
     send(ends, message);
     return succeeded && !failed;
 }
@@ -242,6 +253,16 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
     if (_fileTransferStream == nullptr)
         VINTOK_LOG(SEVERITY_ERROR,
                    std::string("_handleFileTransferBegin cannot open ") + _fileTransferPath);
+    else
+        _bufferFile();
+}
+
+// A chunk is small, and a write of the system's for each would cost more than all the rest. Without
+// memory the stream keeps its own buffer.
+void ConferenceParticipant::_bufferFile() {
+    _workings.fileBuffer.reset(new (std::nothrow) char[STREAM_BUFFER]);
+    if (_workings.fileBuffer != nullptr)
+        std::setvbuf(_fileTransferStream, _workings.fileBuffer.get(), _IOFBF, STREAM_BUFFER);
 }
 
 // Gives the path this system's separators and makes the folders on its way. Whether they could be

@@ -141,6 +141,9 @@ bool bufferFrames(int fd);
 // From now on takes in what comes, as it comes: for a connection that will not turn secure any
 // more.
 void readAhead(int fd);
+// Lets the callers of a listening socket send as much at a time as a connection that reads ahead
+// takes: a connection's receive window never grows beyond what its listener allowed.
+void admitReadAhead(int listener);
 // The buffers of a connection; null when it has none.
 std::shared_ptr<StreamBuffer> bufferOf(int fd);
 

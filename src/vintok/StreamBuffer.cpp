@@ -188,13 +188,13 @@ void StreamBuffer::drop(std::size_t count) {
 // Says anew what there is to be read.
 void StreamBuffer::assess() {
     const std::size_t have = m_end - m_begin;
-    m_held = have;
+    m_held.store(have, std::memory_order_release);
     bool whole = false;
     if (have >= smallestFrame) {
         const std::size_t length = frameLength(m_chunk->data() + m_begin);
         whole = length < smallestFrame || length <= have;
     }
-    m_ready = whole || m_ended || m_failed || m_noMemory;
+    m_ready.store(whole || m_ended || m_failed || m_noMemory, std::memory_order_release);
 }
 
 StreamBuffer::Taken StreamBuffer::take(RawBuffer &frame) {

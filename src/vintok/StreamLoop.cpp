@@ -54,7 +54,13 @@ public:
             if (const BufferPtr buffer = m_loop.find(descriptor))
                 buffer->fill();
         }
-        m_loop.flush(writers);
+        // A secure transport waits inside its sending: one such wait within another would go as deep
+        // as there are members.
+        for (const int descriptor : writers) {
+            const BufferPtr buffer = m_loop.find(descriptor);
+            if (buffer != nullptr && !buffer->isSecure())
+                buffer->flush();
+        }
         return std::any_of(targets.begin(), targets.end(),
                            [&writers](int descriptor) { return writers.contains(descriptor); });
     }

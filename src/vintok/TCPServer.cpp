@@ -141,7 +141,11 @@ void TCPServer::mf_registerListeners() {
 }
 
 void TCPServer::mf_registerListener(int &listener) {
-    if (listener != -1 && !m_select->addSocketCallback(listener, sf_connectCB, this, false, false))
+    if (listener == -1)
+        return;
+    if (m_select->addSocketCallback(listener, sf_connectCB, this, false, false))
+        admitReadAhead(listener);
+    else
         mf_closeListener(listener);
 }
 

@@ -2,7 +2,7 @@
 // message of a client on to the others.
 //
 // Construct and run on one thread. Everything happens inside `run` (or another loop of the thread).
-// A client that takes nothing stalls the server: writes wait.
+// A client that takes nothing stalls the server once 1 MiB waits for it.
 #ifndef VINTOK_TCPSERVER_H
 #define VINTOK_TCPSERVER_H
 

@@ -243,6 +243,10 @@ void readAhead(int fd) {
     setSystemBuffers(fd, aheadBuffer);
 }
 
+void admitReadAhead(int listener) {
+    setSystemBuffers(listener, aheadBuffer);
+}
+
 // Most descriptors of most programs have none, and are not looked up for it.
 std::shared_ptr<StreamBuffer> bufferOf(int fd) {
     static TCPMutex mutex(LOCK_DESCRIPTORS);

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <locale.h>
+#include <stdio_ext.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -16,6 +17,9 @@ std::FILE *openFile(const std::string &path, const char *mode) {
 }
 
 std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length) {
+    // What only goes to the stream's buffer raises no signal.
+    if (__fpending(stream) + length < __fbufsize(stream))
+        return std::fwrite(bytes, 1, length, stream);
     HeldSignal tooBig(SIGXFSZ);
     const std::size_t written = std::fwrite(bytes, 1, length, stream);
     if (written < length && errno == EFBIG)

@@ -1,0 +1,170 @@
+// A connection with buffers: the order of what leaves, what counts as there, and what ends it.
+#include "platform/Socket.h"
+#include "support/Meeting.h"
+#include "support/SocketPair.h"
+#include "support/Wire.h"
+#include "vintok/Globals.h"
+#include "vintok/RawBuffer.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/StreamLoop.h"
+
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace vintok::test {
+namespace {
+
+std::string frameOf(std::size_t size) {
+    WireFrame frame;
+    frame.id = id::broadcast;
+    frame.body.assign(size, 'x');
+    const Bytes bytes = frame.encode();
+    return {bytes.begin(), bytes.end()};
+}
+
+Span spanOf(const std::string &text) {
+    return copyToChunk(reinterpret_cast<const unsigned char *>(text.data()), text.size());
+}
+
+class Buffered : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(bufferFrames(connection.mine()));
+        buffer = bufferOf(connection.mine());
+    }
+
+    bool writes(const std::string &text) {
+        return writeBytes(connection.mine(), reinterpret_cast<const unsigned char *>(text.data()),
+                          text.size(), nullptr) == static_cast<std::int64_t>(text.size());
+    }
+
+    std::string peerReads(std::size_t count) {
+        std::string text(count, '\0');
+        EXPECT_TRUE(awaitBytes(connection.peer(), count));
+        platform::receive(connection.peer(), reinterpret_cast<unsigned char *>(text.data()), count);
+        return text;
+    }
+
+    std::size_t inSocket() const {
+        std::size_t count = 0;
+        EXPECT_TRUE(platform::bytesWaiting(connection.mine(), count));
+        return count;
+    }
+
+    Meeting meeting;
+    SocketPair connection;
+    std::shared_ptr<StreamBuffer> buffer;
+};
+
+TEST_F(Buffered, BytesLeaveInTheOrderOfTheCalls) {
+    ASSERT_TRUE(buffer->queue(spanOf("first ")));
+    ASSERT_TRUE(writes("second "));
+    ASSERT_TRUE(buffer->queue(spanOf("third ")));
+    ASSERT_TRUE(buffer->queue(spanOf("fourth")));
+    EXPECT_EQ(StreamBuffer::Flushed::all, buffer->flush());
+    EXPECT_EQ("first second third fourth", peerReads(25));
+}
+
+TEST_F(Buffered, PartOfAFrameCountsAsPendingAndNotAsReadable) {
+    buffer->readAhead();
+    const std::string frame = frameOf(100);
+    ASSERT_TRUE(connection.peerSends(frame.substr(0, 50)));
+    EXPECT_TRUE(buffer->fill());
+    EXPECT_FALSE(buffer->ready());
+    EXPECT_EQ(0U, inSocket());
+    EXPECT_EQ(50, bytesPending(connection.mine()));
+    ASSERT_TRUE(connection.peerSends("more"));
+    EXPECT_EQ(54, rawBytesPending(connection.mine()));
+    std::string seen(54, '\0');
+    EXPECT_EQ(54, peekBytes(connection.mine(), reinterpret_cast<unsigned char *>(seen.data()), 54));
+    EXPECT_EQ(frame.substr(0, 50) + "more", seen);
+    EXPECT_EQ(54, clearSocket(connection.mine(), 100));
+    EXPECT_EQ(0, bytesPending(connection.mine()));
+}
+
+// What follows may be for a transport, which cannot be given bytes back.
+TEST_F(Buffered, NothingBeyondAFrameIsTakenBeforeTheConnectionReadsAhead) {
+    const std::string frame = frameOf(100);
+    ASSERT_TRUE(connection.peerSends(frame + "hello"));
+    while (buffer->fill()) {
+    }
+    EXPECT_EQ(frame.size(), buffer->held());
+    EXPECT_EQ(5U, inSocket());
+    RawBuffer taken;
+    EXPECT_EQ(StreamBuffer::Taken::frame, buffer->take(taken));
+    EXPECT_EQ(frame, std::string(taken.data(), taken.data() + taken.size()));
+    EXPECT_TRUE(setSecure(connection.mine(), true)) << "nothing is held";
+    EXPECT_TRUE(DescriptorState(connection.mine()).known);
+}
+
+TEST_F(Buffered, BytesThatAreHeldBreakAConnectionThatTurnsSecure) {
+    ASSERT_TRUE(connection.peerSends("0123456789"));
+    EXPECT_TRUE(buffer->fill());
+    setSecure(connection.mine(), true);
+    EXPECT_TRUE(DescriptorState(connection.mine()).closed);
+    EXPECT_TRUE(buffer->ready()) << "its owner is to learn of it";
+}
+
+TEST_F(Buffered, AFlushThatFailsClosesTheDescriptor) {
+    connection.resetPeer();
+    ASSERT_TRUE(awaitEnd(connection.mine()));
+    while (buffer->queue(spanOf("lost")))
+        buffer->flush();
+    EXPECT_TRUE(DescriptorState(connection.mine()).closed);
+    EXPECT_TRUE(buffer->ready());
+    EXPECT_FALSE(writes("too late"));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
+}
+
+TEST_F(Buffered, BuffersGoWithTheirDescriptor) {
+    ASSERT_TRUE(buffer->queue(spanOf("never sent")));
+    EXPECT_TRUE(removeDescriptor(connection.mine()));
+    EXPECT_EQ(nullptr, bufferOf(connection.mine()));
+    EXPECT_EQ(nullptr, buffer->loop().find(connection.mine()));
+    EXPECT_NE(StreamBuffer::Flushed::all, buffer->flush());
+    EXPECT_FALSE(buffer->queue(spanOf("nor this")));
+}
+
+// A peer that writes all it has before it reads anything stopped both for good.
+TEST_F(Buffered, AWriteTakesInWhatArrivesWhileItWaitsForRoom) {
+    buffer->readAhead();
+    const std::string much = frameOf(4'000'000);
+    std::string heard(much.size(), '\0');
+    std::thread peer([&] {
+        setBlocking(connection.peer());
+        const auto *bytes = reinterpret_cast<const unsigned char *>(much.data());
+        for (std::size_t sent = 0; sent < much.size();)
+            sent += static_cast<std::size_t>(
+                platform::send(connection.peer(), bytes + sent, much.size() - sent));
+        auto *place = reinterpret_cast<unsigned char *>(heard.data());
+        for (std::size_t got = 0; got < heard.size();)
+            got += static_cast<std::size_t>(
+                platform::receive(connection.peer(), place + got, heard.size() - got));
+    });
+    EXPECT_TRUE(writes(much));
+    peer.join();
+    EXPECT_EQ(much, heard);
+    while (!buffer->ready())
+        buffer->fill();
+    RawBuffer taken;
+    ASSERT_EQ(StreamBuffer::Taken::frame, buffer->take(taken));
+    EXPECT_EQ(much, std::string(taken.data(), taken.data() + taken.size()));
+}
+
+// A message that shows received bytes has memory of its own once it changes its size.
+TEST_F(Buffered, AMessageMayGrowWithoutTouchingItsNeighbour) {
+    buffer->readAhead();
+    const std::string frame = frameOf(10);
+    ASSERT_TRUE(connection.peerSends(frame + frame));
+    EXPECT_TRUE(buffer->fill());
+    RawBuffer first, second;
+    ASSERT_EQ(StreamBuffer::Taken::frame, buffer->take(first));
+    ASSERT_TRUE(first.resize(frame.size() + 1));
+    EXPECT_EQ(0, first.data()[frame.size()]);
+    ASSERT_EQ(StreamBuffer::Taken::frame, buffer->take(second));
+    EXPECT_EQ(frame, std::string(second.data(), second.data() + second.size()));
+    EXPECT_EQ(frame, std::string(first.data(), first.data() + frame.size()));
+}
+
+} // namespace
+} // namespace vintok::test
