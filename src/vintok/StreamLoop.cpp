@@ -54,8 +54,8 @@ public:
             if (const BufferPtr buffer = m_loop.find(descriptor))
                 buffer->fill();
         }
-        // A secure transport waits inside its sending: one such wait within another would go as deep
-        // as there are members.
+        // A secure transport waits inside its sending: one such wait within another would go as
+        // deep as there are members.
         for (const int descriptor : writers) {
             const BufferPtr buffer = m_loop.find(descriptor);
             if (buffer != nullptr && !buffer->isSecure())
