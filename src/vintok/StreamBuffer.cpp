@@ -23,7 +23,6 @@ namespace vintok {
 
 namespace {
 
-constexpr std::size_t lengthSize = 4;
 constexpr std::size_t smallChunk = 256; // holds the frames before a join
 constexpr std::size_t spansAtOnce = 64;
 constexpr std::size_t secureAtOnce = std::size_t{64} * 1024;
