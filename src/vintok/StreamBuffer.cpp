@@ -322,9 +322,11 @@ std::int64_t StreamBuffer::sendSecure(std::unique_lock<std::mutex> &lock) {
     lock.unlock();
     const std::int64_t count = sf_secureSend(m_descriptor, run.bytes, run.length);
     lock.lock();
-    if (count <= 0)
-        platform::setSocketError(socketErrors::connectionReset);
-    return count > 0 ? count : -1;
+    // Somebody may have given the connection up meanwhile, and its queue with it.
+    if (count > 0 && !m_failed)
+        return count;
+    platform::setSocketError(socketErrors::connectionReset);
+    return -1;
 }
 
 // So many bytes from the front have gone.
@@ -336,13 +338,19 @@ void StreamBuffer::sent(std::size_t count) {
         if (count < span.length) {
             span.bytes += count;
             span.length -= count;
-            return;
+            break;
         }
         count -= span.length;
         span.owner.reset();
     }
-    if (m_first != m_queue.size())
+    if (m_first != m_queue.size()) {
+        // Somebody who is always behind never lets the queue run empty.
+        if (m_first >= spansAtOnce) {
+            m_queue.erase(m_queue.begin(), m_queue.begin() + static_cast<std::ptrdiff_t>(m_first));
+            m_first = 0;
+        }
         return;
+    }
     m_queue.clear();
     m_first = 0;
     if (m_queue.capacity() > spansAtOnce)
