@@ -22,10 +22,11 @@ struct Crossing {
     std::size_t count;
     std::size_t size;
 
-    // Of everything that everybody hears, for how long to wait for it.
-    std::size_t megabytes() const {
-        const std::size_t speakers = members + (hostSpeaks ? 1 : 0);
-        return speakers * members * count * (size + 60) / MB;
+    // How often to wait for as long as a child is waited for, by all that everybody hears: for
+    // every 40 MB, and for every 10,000 messages, which cost more than their bytes do.
+    std::size_t patience() const {
+        const std::size_t messages = (members + (hostSpeaks ? 1 : 0)) * members * count;
+        return 1 + messages * (size + 60) / (40 * MB) + messages / 10000;
     }
 };
 
@@ -39,7 +40,7 @@ const Crossing crossings[] = {
     {"two members", 2, false, "says", 1, 200 * KB},
     {"the host and a member", 1, true, "says", 1, 300 * KB},
     {"two files", 2, false, "files", 1, MB},
-    {"tiny messages at full speed", 2, false, "says", 20000, 12},
+    {"tiny messages at full speed", 2, false, "says", 10000, 12},
     {"small messages at full speed", 3, false, "says", 2000, KB},
     {"large messages at full speed", 3, false, "says", 20, 100 * KB},
     {"eight members", 8, false, "says", 1, MB},
@@ -62,12 +63,11 @@ protected:
         return parties.emplace_back(command);
     }
 
-    // For every 40 MB that are to be heard, as long as a child is waited for.
     bool tells(ChildProcess &party, const std::string &what) const {
-        for (std::size_t left = GetParam().megabytes() / 40; !party.printed(what); --left)
-            if (left == 0)
-                return false;
-        return true;
+        for (std::size_t left = GetParam().patience(); left != 0; --left)
+            if (party.printed(what))
+                return true;
+        return false;
     }
 
     std::string stories() const {
