@@ -18,6 +18,12 @@
 
 namespace control {
 
+namespace {
+
+constexpr int PATIENCE = 2000; // milliseconds, for an application to take the last of it
+
+} // namespace
+
 // A refusal is answered where there is a notification with an outcome; otherwise the log tells.
 struct Session::Request {
     std::string_view word;
@@ -93,12 +99,12 @@ int Session::run() {
         leave();
         observe();
     }
-    m_outbox.close();
+    vintok::awaitSent(m_socket.descriptor(), PATIENCE);
     return 0;
 }
 
 bool Session::connect() {
-    if (m_socket.connect(m_options.path) && m_outbox.open(m_socket.descriptor()))
+    if (m_socket.connect(m_options.path))
         return true;
     warn("cannot connect to '" + quote(m_options.path, 200) + "': " + vintok::lastErrorString());
     return false;

@@ -8,7 +8,6 @@
 #include "Inbox.h"
 #include "MessageSocket.h"
 #include "Options.h"
-#include "Outbox.h"
 #include "Player.h"
 #include "RecordWriter.h"
 
@@ -49,7 +48,7 @@ private:
     bool hostAlone();
     void loop();
     void settle();
-    int fd() const { return m_outbox.descriptor(); }
+    int fd() const { return m_socket.descriptor(); }
     static void warn(const std::string &text);
 
     // ---- The process itself (Session.cpp)
@@ -111,7 +110,6 @@ private:
 
     const Options &m_options;
     vintok::TCPSelect m_loop; // the thread's; also the participant's
-    Outbox m_outbox;          // outlives the socket
     app::MessageSocket m_socket;
     app::Inbox m_inbox;
     std::unique_ptr<Participant> m_participant; // null before "startup"

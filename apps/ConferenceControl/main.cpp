@@ -30,8 +30,7 @@ int runSession(const control::Options &options) {
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     setLog(options);
-    // No `fini` behind it: the outbox's threads may still use the library, one of them for as long
-    // as an application does not read.
+    // No `fini` behind it: the inbox's threads may still use the library.
     return control::Session(options).run();
 }
 

@@ -1,19 +1,15 @@
-// A connection over which messages come.
-//
-// Messages are put together from the bytes as they come, and are handed on when they are whole: a
-// peer that stops in the middle of one, or ends there, does not hold up this side. What is no
-// message is passed over, with a line in the log, and what is too long is neither stored nor handed
-// on.
+// A connection over which messages come. Each is handed on when it is whole: a peer that stops in
+// the middle of one, or ends there, does not hold up this side, and one that does not read what is
+// written does so only when much of it waits. What is no message is passed over, with a line in the
+// log, and what is too long is neither stored nor handed on.
 #ifndef VINTOK_APP_MESSAGESOCKET_H
 #define VINTOK_APP_MESSAGESOCKET_H
 
 #include <vintok/TCPMessage.h>
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
 namespace vintok {
 class TCPSelect;
@@ -36,7 +32,7 @@ public:
     // Blocks until it stands. False with `lastError` when there is nobody at that path.
     bool connect(const std::string &path);
 
-    // Takes what comes over a connection that stands. With `adopt` it belongs to this object, which
+    // Takes messages over a connection that stands. With `adopt` it belongs to this object, which
     // closes it at its end; otherwise the caller keeps it open for as long as this object lives.
     // False when the loop does not take it.
     bool adopt(int descriptor);
@@ -50,19 +46,14 @@ public:
 private:
     static void dataCB(int descriptor, void *data, bool hangup);
     void receive();
-    void takeMessages();
-    bool startMessage();
-    void handOn(std::size_t length);
 
     vintok::TCPSelect &m_loop;
     std::string m_name;
-    std::size_t m_longest; // message
+    const std::size_t m_longest; // message
     Handler m_handler;
     int m_descriptor = -1;
     bool m_owned = false;
     bool m_ended = false;
-    std::vector<unsigned char> m_bytes; // what has come of the next messages
-    std::uint64_t m_skip = 0;           // still to come of one that is too long
 };
 
 } // namespace app

@@ -2,6 +2,7 @@
 #ifndef VINTOK_PLATFORM_WAIT_H
 #define VINTOK_PLATFORM_WAIT_H
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -13,6 +14,17 @@ namespace vintok::platform {
 class DescriptorSet {
 public:
     static constexpr std::size_t capacity = 1024;
+
+    // Neither clears nor copies what is behind the last: a set is made for every wait.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init)
+    DescriptorSet() {}
+    DescriptorSet(const DescriptorSet &other) { *this = other; }
+    DescriptorSet &operator=(const DescriptorSet &other) {
+        if (this != &other)
+            std::copy(other.begin(), other.end(), m_items.begin());
+        m_size = other.m_size;
+        return *this;
+    }
 
     // False when the set is full or holds the descriptor already.
     bool insert(int descriptor);
@@ -27,7 +39,7 @@ public:
     const int *end() const { return m_items.data() + m_size; }
 
 private:
-    std::array<int, capacity> m_items = {};
+    std::array<int, capacity> m_items; // those behind `m_size` mean nothing
     std::size_t m_size = 0;
 };
 

@@ -372,7 +372,7 @@ private:
         std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
         std::uint64_t listChanges = 0;                        // of `_attendees`
         std::unique_ptr<RelayRun> relay;                      // see `_relay`
-        Said relayed;                                         // last
+        Said relayed;                                         // the run's first
     };
     // Stands in every operation that can fire a callback or drop a party.
     class Operation {

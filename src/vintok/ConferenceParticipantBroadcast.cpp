@@ -92,8 +92,8 @@ void ConferenceParticipant::_relay(ConferenceRosterEntry *source, TCPMessage &me
     }
     if (_workings.relay == nullptr)
         _workings.relay = std::make_unique<RelayRun>(sf_spread, this);
-    _workings.relay->add(source->descriptor(), message.rawBytes());
-    _workings.relayed = {message.timeStamp(), source->isHidingIPsRequired()};
+    if (_workings.relay->add(source->descriptor(), message.rawBytes()))
+        _workings.relayed = {message.timeStamp(), source->isHidingIPsRequired()};
 }
 
 void ConferenceParticipant::_closeRelay() {

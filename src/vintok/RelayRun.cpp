@@ -17,16 +17,17 @@ bool RelayRun::continues(int source, const RawBuffer &frame) const {
            m_span.bytes + m_span.length == frame.data();
 }
 
-void RelayRun::add(int source, const RawBuffer &frame) {
+bool RelayRun::add(int source, const RawBuffer &frame) {
     if (continues(source, frame)) {
         m_span.length += frame.size();
-        return;
+        return false;
     }
     close();
     m_loop = StreamLoop::ofThisThread();
     m_loop->opened(this);
     m_source = source;
     m_span = {frame.shared(), frame.data(), static_cast<std::size_t>(frame.size())};
+    return true;
 }
 
 void RelayRun::close() {

@@ -26,7 +26,8 @@ public:
     RelayRun &operator=(const RelayRun &) = delete;
 
     // Adds a message that came from `source` on this thread. `frame` shows the bytes of a chunk.
-    void add(int source, const RawBuffer &frame);
+    // True when a new run begins with it.
+    bool add(int source, const RawBuffer &frame);
     void close();
 
 private:

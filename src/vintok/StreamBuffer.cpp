@@ -23,6 +23,7 @@ namespace vintok {
 
 namespace {
 
+constexpr std::size_t lengthSize = 4;
 constexpr std::size_t smallChunk = 256; // holds the frames before a join
 constexpr std::size_t spansAtOnce = 64;
 constexpr std::size_t secureAtOnce = std::size_t{64} * 1024;
@@ -48,6 +49,13 @@ StreamBuffer::~StreamBuffer() = default;
 
 void StreamBuffer::readAhead() {
     m_readsAhead = true;
+}
+
+void StreamBuffer::setLimits(std::size_t longestFrame, std::size_t unsent) {
+    const std::lock_guard guard(m_input);
+    m_longest = longestFrame;
+    m_unsent = unsent;
+    assess();
 }
 
 bool StreamBuffer::setSecure(bool secure) {
@@ -102,7 +110,14 @@ bool StreamBuffer::took(std::int64_t count) {
     if (count < 0)
         return false;
     m_end += static_cast<std::size_t>(count);
+    passOver();
     return true;
+}
+
+void StreamBuffer::passOver() {
+    const std::size_t count = std::min(m_skip, m_end - m_begin);
+    m_begin += count;
+    m_skip -= count;
 }
 
 // -1 when there is nothing now; 0 with the end.
@@ -189,50 +204,95 @@ void StreamBuffer::assess() {
     const std::size_t have = m_end - m_begin;
     m_held.store(have, std::memory_order_release);
     bool whole = false;
-    if (have >= smallestFrame) {
+    if (have >= lengthSize) {
         const std::size_t length = frameLength(m_chunk->data() + m_begin);
-        whole = length < smallestFrame || length <= have;
+        whole = length < smallestFrame || length <= have || isTooLong(length);
     }
     m_ready.store(whole || m_ended || m_failed || m_noMemory, std::memory_order_release);
 }
 
 StreamBuffer::Taken StreamBuffer::take(RawBuffer &frame) {
-    const std::lock_guard guard(m_input);
     if (m_failed)
         return Taken::ended;
-    const std::size_t have = m_end - m_begin;
-    const std::size_t length =
-        have >= smallestFrame ? frameLength(m_chunk->data() + m_begin) : smallestFrame;
-    if (m_noMemory || length < smallestFrame) {
-        const Taken result = m_noMemory ? Taken::noMemory : Taken::corrupt;
-        m_noMemory = false;
-        discard();
-        assess();
-        return result;
+    if (m_run.length == 0) {
+        const Taken result = takeRun();
+        if (result != Taken::frame)
+            return result;
     }
-    if (length > have)
-        return m_ended ? Taken::ended : Taken::nothing;
-    frame.share(m_chunk, m_chunk->data() + m_begin, length);
-    drop(length);
+    const std::size_t length = frameLength(m_run.bytes);
+    frame.share(m_run.owner, m_run.owner->data() + (m_run.bytes - m_run.owner->data()), length);
+    m_run.bytes += length;
+    m_run.length -= length;
+    m_shown.store(m_run.length, std::memory_order_relaxed);
     return Taken::frame;
+}
+
+// Gives the reader all whole frames that are there.
+StreamBuffer::Taken StreamBuffer::takeRun() {
+    letGoOfRun();
+    const std::lock_guard guard(m_input);
+    std::size_t end = m_begin;
+    std::size_t length = smallestFrame; // of the frame that ends the run
+    for (; m_end - end >= lengthSize; end += length) {
+        length = frameLength(m_chunk->data() + end);
+        if (length < smallestFrame || length > m_end - end || isTooLong(length))
+            break;
+    }
+    if (end != m_begin) {
+        m_run = {m_chunk, m_chunk->data() + m_begin, end - m_begin};
+        m_shown = m_run.length;
+        drop(m_run.length);
+        return Taken::frame;
+    }
+    if (m_noMemory || length < smallestFrame)
+        return refuse(m_noMemory ? Taken::noMemory : Taken::corrupt);
+    if (isTooLong(length)) {
+        m_skip = length;
+        return refuse(Taken::tooLong);
+    }
+    return m_ended ? Taken::ended : Taken::nothing;
+}
+
+StreamBuffer::Taken StreamBuffer::refuse(Taken why) {
+    m_noMemory = false;
+    if (why == Taken::tooLong)
+        passOver();
+    else
+        discard();
+    assess();
+    return why;
+}
+
+// The reader is through with the bytes.
+void StreamBuffer::letGoOfRun() {
+    if (m_run.length == 0)
+        m_run.owner.reset();
 }
 
 std::size_t StreamBuffer::read(unsigned char *bytes, std::size_t length) {
     const std::size_t count = peek(bytes, length);
+    const std::size_t shown = std::min(count, m_run.length);
+    m_run.bytes += shown;
+    m_run.length -= shown;
+    m_shown = m_run.length;
     const std::lock_guard guard(m_input);
-    drop(count);
+    drop(count - shown);
     return count;
 }
 
 std::size_t StreamBuffer::peek(unsigned char *bytes, std::size_t length) const {
+    const std::size_t shown = std::min(length, m_run.length);
+    if (shown != 0)
+        std::memcpy(bytes, m_run.bytes, shown);
     const std::lock_guard guard(m_input);
-    const std::size_t count = std::min(length, m_end - m_begin);
+    const std::size_t count = std::min(length - shown, m_end - m_begin);
     if (count != 0)
-        std::memcpy(bytes, m_chunk->data() + m_begin, count);
-    return count;
+        std::memcpy(bytes + shown, m_chunk->data() + m_begin, count);
+    return shown + count;
 }
 
 void StreamBuffer::settle() {
+    letGoOfRun();
     const std::lock_guard guard(m_input);
     const std::size_t have = m_end - m_begin;
     if (have == 0)
@@ -374,17 +434,33 @@ void StreamBuffer::fail(int error) {
 
 std::int64_t StreamBuffer::write(const unsigned char *bytes, std::size_t length) {
     m_loop->closeRuns();
-    if (!queue({nullptr, bytes, length})) {
+    const Span span = m_unsent != 0 ? copyToChunk(bytes, length) : Span{nullptr, bytes, length};
+    if (span.bytes == nullptr || !queue(span)) {
         platform::setSocketError(m_failed ? m_error.load() : socketErrors::noMemory);
         return -1;
     }
     const std::uint64_t end = mark();
-    while (flush() != Flushed::failed && !sentUpTo(end) && !m_detached)
+    const auto isThrough = [&] {
+        return sentUpTo(end) || (m_unsent != 0 && m_queued <= m_unsent && !m_failed);
+    };
+    while (flush() != Flushed::failed && !isThrough() && !m_detached)
         m_loop->awaitRoom(m_descriptor);
-    if (sentUpTo(end))
+    if (isThrough())
         return static_cast<std::int64_t>(length);
     platform::setSocketError(m_error != 0 ? m_error.load() : socketErrors::connectionReset);
     return -1;
+}
+
+bool StreamBuffer::awaitSent(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (flush() == Flushed::some) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0 || !platform::awaitSocket(m_descriptor, platform::Await::writable,
+                                                        static_cast<std::int32_t>(left.count())))
+            return false;
+    }
+    return m_queued == 0 && !m_failed;
 }
 
 } // namespace vintok

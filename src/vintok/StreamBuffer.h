@@ -7,13 +7,15 @@
 //
 // What always holds: bytes leave in the order of the calls. What is queued enters whole or not at
 // all. Once sending has failed nothing more is sent, and the connection counts as ended. Input and
-// output each have a lock, so one thread may read while another one writes.
+// output each have a lock, so one thread may read while another one writes. Two never read at once:
+// the frames that a reader has been given in one piece are his without a lock.
 #ifndef VINTOK_STREAMBUFFER_H
 #define VINTOK_STREAMBUFFER_H
 
 #include "vintok/Chunk.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -43,6 +45,12 @@ public:
     void readAhead();
     bool readsAhead() const { return m_readsAhead; }
 
+    // A longer frame is passed over, and `take` tells so (0: any length). A write returns at once
+    // while no more than `unsent` bytes wait to be sent: it copies them (0: it waits for its own).
+    void setLimits(std::size_t longestFrame, std::size_t unsent);
+
+    std::size_t unsentLimit() const { return m_unsent; }
+
     // Told by the descriptor table. Bytes that a buffer holds at such a turn belong to neither side
     // of it: false, and the connection counts as broken.
     bool setSecure(bool secure);
@@ -57,14 +65,14 @@ public:
     // Takes in what has arrived, up to a share. True when something came, the end too.
     bool fill();
     // Whether there is something to be read: a whole frame, what is no frame, or the end.
-    bool ready() const { return m_ready; }
+    bool ready() const { return m_ready || m_shown != 0; }
     // Whether more may have come already than `fill` has taken, where no wait would see it.
     bool hasMore() const { return m_hasMore; }
     // Whether `fill` has anything to do: not behind the end, nor beyond a frame that is exact.
     bool wantsMore() const;
-    std::size_t held() const { return m_held; }
+    std::size_t held() const { return m_held + m_shown; }
 
-    enum class Taken { frame, nothing, corrupt, noMemory, ended };
+    enum class Taken { frame, nothing, corrupt, tooLong, noMemory, ended };
     // The next frame, which `frame` then shows. `corrupt` and `noMemory` discard what has come.
     Taken take(RawBuffer &frame);
 
@@ -76,7 +84,7 @@ public:
     // Whether another frame is there for a reader that has taken so many bytes in this turn: the
     // rest waits for the next one, so that others have theirs.
     bool offers(std::size_t taken) const {
-        return taken < Chunk::readSize && m_readsAhead && m_ready && !m_detached;
+        return taken < Chunk::readSize && m_readsAhead && ready() && !m_detached;
     }
 
     // After the last frame of a turn: keeps what is held of the next one in memory of its size.
@@ -97,6 +105,9 @@ public:
     // 12; nothing has been sent then.
     std::int64_t write(const unsigned char *bytes, std::size_t length);
 
+    // Sends what is queued and waits for room, at most so long. Whether all has gone.
+    bool awaitSent(std::chrono::milliseconds limit);
+
     // Whether all bytes have gone that were queued when `mark` was taken.
     std::uint64_t mark() const { return m_appended; }
     bool sentUpTo(std::uint64_t mark) const { return m_sent >= mark; }
@@ -108,6 +119,11 @@ public:
     void giveUp(int error);
 
 private:
+    Taken takeRun();
+    Taken refuse(Taken why);
+    void letGoOfRun();
+    void passOver();
+    bool isTooLong(std::size_t length) const { return m_longest != 0 && length > m_longest; }
     std::size_t missing() const;
     bool hasRoom(std::size_t count);
     bool moveTo(std::size_t size);
@@ -126,6 +142,9 @@ private:
     std::atomic<bool> m_secure;
     std::atomic<bool> m_detached{false};
 
+    Span m_run; // whole frames, the reader's own; they come before what is in the chunk
+    std::atomic<std::size_t> m_shown{0}; // its length
+
     mutable std::mutex m_input; // of what follows
     std::shared_ptr<Chunk> m_chunk;
     std::size_t m_begin = 0; // what is held, in the chunk
@@ -136,11 +155,14 @@ private:
     std::atomic<bool> m_hasMore{false};
     std::atomic<bool> m_ended{false};
     bool m_noMemory = false;
+    std::size_t m_longest = 0;
+    std::size_t m_skip = 0; // still to come of a frame that is too long
 
     std::mutex m_output; // of what follows
     std::vector<Span> m_queue;
     std::size_t m_first = 0; // in the queue, not yet gone
     bool m_flushing = false; // somebody is at it
+    std::atomic<std::size_t> m_unsent{0};
     std::atomic<std::size_t> m_queued{0};
     std::atomic<std::uint64_t> m_appended{0};
     std::atomic<std::uint64_t> m_sent{0};

@@ -20,12 +20,17 @@ namespace vintok {
 
 namespace {
 
-constexpr std::size_t mostQueued = std::size_t{1} << 20; // before a pass waits for room
+constexpr std::size_t usualBound = std::size_t{1} << 20; // see `bound`
 constexpr std::size_t share = std::size_t{1} << 18;      // taken in of each during a wait
 constexpr std::int32_t standstill = 100;                 // milliseconds
 constexpr std::uint32_t pause = 10;                      // milliseconds
 
 thread_local StreamLoop *t_loop = nullptr;
+
+// What may be queued before a pass waits for room.
+std::size_t bound(const StreamBuffer &buffer) {
+    return std::max(usualBound, buffer.unsentLimit());
+}
 
 bool isBelow(const StreamLoop::BufferPtr &buffer, int descriptor) {
     return buffer->descriptor() < descriptor;
@@ -152,7 +157,7 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
     closeRuns();
     platform::DescriptorSet full;
     for (const BufferPtr &buffer : buffersWithOutput()) {
-        if (buffer->flush() == StreamBuffer::Flushed::some && buffer->queued() > mostQueued)
+        if (buffer->flush() == StreamBuffer::Flushed::some && buffer->queued() > bound(*buffer))
             full.insert(buffer->descriptor());
     }
     Wait wait(*this);
@@ -161,7 +166,7 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
         const platform::DescriptorSet waited = full;
         for (const int descriptor : waited) {
             const BufferPtr buffer = find(descriptor);
-            if (buffer == nullptr || buffer->queued() <= mostQueued / 2)
+            if (buffer == nullptr || buffer->queued() <= bound(*buffer) / 2)
                 full.erase(descriptor);
         }
     }

@@ -228,6 +228,9 @@ bool TCPMessageBase::readBuffered(StreamBuffer &buffer) {
     case StreamBuffer::Taken::nothing:
         VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, operationName);
         return false;
+    case StreamBuffer::Taken::tooLong:
+        VINTOK_ERROR(TCP_ERROR_CORRUPT_HEADER, operationName);
+        return false;
     case StreamBuffer::Taken::corrupt:
         return failRead(socket, clearLimit, 0, TCP_ERROR_CORRUPT_HEADER, operationName);
     case StreamBuffer::Taken::noMemory:

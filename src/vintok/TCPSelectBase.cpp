@@ -40,12 +40,14 @@ int nextIn(const platform::DescriptorSet &set, int from) {
     return found == set.end() ? nobody : *found;
 }
 
+bool someAreSecure() {
+    const Globals *globals = startedGlobals();
+    return globals != nullptr && globals->m_secure != 0;
+}
+
 // Bytes of plaintext that a secure descriptor can be read for at once; 0 for others. Connections
 // with buffers have their own way to tell.
 std::int64_t bufferedBytes(int descriptor) {
-    const Globals *globals = startedGlobals();
-    if (globals == nullptr || globals->m_secure == 0)
-        return 0;
     const DescriptorState state(descriptor);
     return state.known && state.secure && state.buffer == nullptr ? secureBytesPending(descriptor)
                                                                   : 0;
@@ -276,7 +278,7 @@ int TCPSelectBase::pollOneDescriptor(int descriptor, bool immediate) {
     if (descriptor < 0)
         return -1;
     const Pass pass(*this);
-    if (bufferedBytes(descriptor) > 0) {
+    if (someAreSecure() && bufferedBytes(descriptor) > 0) {
         const Busy busy(*this);
         mf_callCallbacks(descriptor);
         return 1;
@@ -305,6 +307,8 @@ int TCPSelectBase::pollOneDescriptor(int descriptor, bool immediate) {
 // in `untouched`.
 int TCPSelectBase::mf_dispatchBuffered(platform::DescriptorSet &untouched) {
     int dispatched = 0;
+    if (!someAreSecure())
+        return dispatched;
     for (int descriptor = nextIn(m_readSet, m_minDescriptor);
          descriptor != nobody && descriptor <= m_maxDescriptor;
          descriptor = nextIn(m_readSet, descriptor + 1)) {

@@ -277,6 +277,28 @@ VINTOK_API std::int64_t rawClearSocket(int fd, std::size_t count);
 // finds no room: its reading operations may be called for the same descriptor from within.
 VINTOK_API void awaitRoom(int fd);
 
+// --- Buffers for messages ------------------------------------------------------------
+
+// Gives a connection that the table knows, and over which messages come, buffers of its own. From
+// then on, for the `TCPSelect` of this thread, it can be read when a whole message is there, what
+// is no message, or the end, so nobody waits inside a message; `TCPMessage::read` takes it, one at
+// a time, and gives TCP_ERROR_WOULD_BLOCK where there is none.
+//
+// A message of more than `longest` bytes, header included, is passed over without being stored: the
+// read gives TCP_ERROR_CORRUPT_HEADER, and messages behind it come whole. 0: any length.
+//
+// A write returns at once while no more than `unsent` bytes wait to be sent, which the thread's
+// loop sends as the peer takes them; beyond that it waits. 0: a write waits until its own bytes are
+// sent.
+//
+// False with an error when the table does not know the descriptor, it is bound, or there is no
+// memory.
+VINTOK_API bool bufferMessages(int fd, std::uint64_t longest, std::uint64_t unsent);
+
+// Sends what waits to be sent, for at most so many milliseconds. Whether all of it is sent; true
+// for a connection without buffers.
+VINTOK_API bool awaitSent(int fd, int milliseconds);
+
 // --- Secure channels -----------------------------------------------------------------
 
 // The one transport of the process, not owned; null takes it out. False without an error before
