@@ -1,12 +1,14 @@
 // A connection with buffers: the order of what leaves, what counts as there, and what ends it.
 #include "platform/Socket.h"
 #include "support/Meeting.h"
+#include "support/MemoryTransport.h"
 #include "support/SocketPair.h"
 #include "support/Wire.h"
 #include "vintok/Globals.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/StreamLoop.h"
+#include "vintok/TCPMessage.h"
 
 #include <gtest/gtest.h>
 #include <thread>
@@ -149,6 +151,55 @@ TEST_F(Buffered, AWriteTakesInWhatArrivesWhileItWaitsForRoom) {
     RawBuffer taken;
     ASSERT_EQ(StreamBuffer::Taken::frame, buffer->take(taken));
     EXPECT_EQ(much, std::string(taken.data(), taken.data() + taken.size()));
+}
+
+TEST_F(Buffered, AMessageThatIsTooLongIsPassedOverAndTheNextComesWhole) {
+    ASSERT_TRUE(bufferMessages(connection.mine(), 200, 0));
+    const std::string tooLong = frameOf(20'000), good = frameOf(100);
+    TCPMessage message(connection.mine());
+    ASSERT_TRUE(connection.peerSends(tooLong.substr(0, 10'000)));
+    while (!buffer->ready())
+        buffer->fill();
+    EXPECT_FALSE(message.read(-1, nullptr));
+    EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
+    EXPECT_EQ(0U, buffer->held());
+    ASSERT_TRUE(connection.peerSends(tooLong.substr(10'000) + good));
+    while (!buffer->ready())
+        buffer->fill();
+    ASSERT_TRUE(message.read(-1, nullptr));
+    EXPECT_EQ(good.size(), message.rawBufferLength());
+}
+
+TEST_F(Buffered, AWriteThatMayLieUnsentWaitsForNobody) {
+    ASSERT_TRUE(bufferMessages(connection.mine(), 0, 16'000'000));
+    std::string much(8'000'000, 'x');
+    ASSERT_TRUE(writes(much)) << "the peer does not read";
+    EXPECT_FALSE(awaitSent(connection.mine(), 0));
+    much[0] = 'y'; // the bytes are no longer the caller's
+    std::thread peer([&] {
+        setBlocking(connection.peer());
+        EXPECT_EQ(static_cast<std::int64_t>(much.size()),
+                  readBytes(connection.peer(), reinterpret_cast<unsigned char *>(much.data()),
+                            much.size(), nullptr));
+    });
+    EXPECT_TRUE(awaitSent(connection.mine(), 60'000));
+    peer.join();
+    EXPECT_EQ(std::string(8'000'000, 'x'), much);
+}
+
+TEST_F(Buffered, AConnectionMayBeGivenUpWhileItsTransportSends) {
+    class : public MemoryTransport {
+        std::int64_t secureSend(int fd, const unsigned char *, std::size_t length) override {
+            setClosed(fd);
+            return static_cast<std::int64_t>(length);
+        }
+    } transport;
+    setTransport(&transport);
+    ASSERT_TRUE(setSecure(connection.mine(), true));
+    ASSERT_TRUE(buffer->queue(spanOf("first")) && buffer->queue(spanOf("second")));
+    EXPECT_EQ(StreamBuffer::Flushed::failed, buffer->flush());
+    EXPECT_EQ(0U, buffer->queued());
+    setTransport(nullptr);
 }
 
 // A message that shows received bytes has memory of its own once it changes its size.
