@@ -236,7 +236,7 @@ Offer::Offerer::Then Offer::Offerer::ask(const std::shared_ptr<Passage> &passage
     if (!watchUntil(passage, last ? OFFER_TIME : PROXY_TIME)) {
         return Then::never;
     }
-    if (!passage->write(passage->server, request.data(), request.size())) {
+    if (!passage->write(request.data(), request.size())) {
         return fails(who(server) + " has closed the connection", Then::later);
     }
     if (last) {
@@ -326,7 +326,7 @@ Offer::Offerer::Then Offer::Offerer::take(const std::shared_ptr<Passage> &passag
     if (passage->local == -1) {
         return fails(withLastFailure("cannot reach the own port"), Then::later);
     }
-    if (!passage->write(passage->server, READY, sizeof READY - 1)) {
+    if (!passage->write(READY, sizeof READY - 1)) {
         return Then::atOnce; // the caller has gone
     }
     {

@@ -1,5 +1,5 @@
-// A connection to a multiplexer, and the bytes that pass between it and another one, on threads of
-// their own. Such a thread waits for bytes and for a word that it is to end: a socket is never
+// A connection to a multiplexer, and the bytes that pass between it and another one, on a thread of
+// their own. Such a thread waits for them and for a word that it is to end: a socket is never
 // closed under a thread that waits for it.
 #ifndef VINTOK_APP_PASSAGE_H
 #define VINTOK_APP_PASSAGE_H
@@ -32,21 +32,22 @@ public:
     int server = -1;
     int local = -1;
 
-    // Writes all of it. False when the connection is lost, or woken.
-    bool write(int descriptor, const char *bytes, std::size_t length);
+    // Writes all of it to the server. False when the connection is lost.
+    bool write(const char *bytes, std::size_t length) const;
 
     // A reply up to its blank line and nothing behind it. Less when the stream ends, the reply is
     // too long, or the passage is woken.
-    std::string readReply();
+    std::string readReply() const;
 
-    // Passes bytes both ways on two threads, which share `passage`, until one of the connections
-    // ends or it is woken. `ended` is called once, on one of them, when they have let go of the
-    // passage. False, with nothing called, when there is no thread to be had.
+    // Passes bytes both ways on a thread, which shares `passage`, until one of the connections ends
+    // or it is woken. `ended` is called once, on that thread, when it has let go of the passage.
+    // False, with nothing called, when there is no thread to be had.
     static bool start(const std::shared_ptr<Passage> &passage, const std::function<void()> &ended);
 
 private:
-    class Waiter;
-    void pass(int from, int to);
+    class Direction;
+    bool awaitServer() const;
+    void pass();
 
     std::mutex m_mutex;
     std::atomic<bool> m_woken = false;

@@ -12,7 +12,7 @@ class Chunk {
 public:
     // What a connection that reads ahead receives at a time, and the chunk that it receives into,
     // with room for what the reading before left over. Chunks of this size are used again.
-    static constexpr std::size_t readSize = std::size_t{128} * 1024;
+    static constexpr std::size_t readSize = std::size_t{256} * 1024;
     static constexpr std::size_t usualSize = 2 * readSize;
 
     // Null when there is no memory. The bytes are not cleared.
