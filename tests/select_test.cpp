@@ -422,7 +422,7 @@ TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
 // --- Descriptors that have died ------------------------------------------------------------------
 
 // A callback that did nothing about a closed descriptor was called again and again, as fast as the
-// machine could.
+// machine could. One that does so in the next pass holds up nobody.
 TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
     makeReadablePairs(1);
     const int number = pairs[0]->mine();
@@ -434,7 +434,7 @@ TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
     for (int pass = 0; pass < 3; ++pass)
         EXPECT_EQ(1, select->pollDescriptors(false));
     EXPECT_THAT(calls, ElementsAre("idle", "idle", "idle"));
-    EXPECT_THAT(platform.sleeps, ElementsAre(250, 250, 250));
+    EXPECT_THAT(platform.sleeps, ElementsAre(250, 250));
     EXPECT_EQ(1, log.entries("Descriptor " + std::to_string(number) +
                              " is closed, but its callbacks stay registered"))
         << log.text();

@@ -61,6 +61,11 @@ public:
     // One pass: dispatches the secure descriptors with buffered bytes; when there were none, waits
     // (`immediate`: looks) and dispatches what can be read, in ascending order. Returns the number
     // of descriptors, 0 for none, -1 for nothing registered or a failed or interrupted wait.
+    //
+    // It rests a quarter of a second over what would make it spin: a readable descriptor that
+    // nobody is registered for, a closed one whose callbacks have been called and leave it
+    // registered, and decrypted bytes of a descriptor without buffers that its callbacks do not
+    // take.
     int pollDescriptors(bool immediate);
 
     // The same for one descriptor.

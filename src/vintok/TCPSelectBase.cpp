@@ -25,7 +25,8 @@
 // called to read what somebody else has read, or what an earlier owner of the number was to read.
 //
 // Two things could make the loop spin, and it pauses over them instead: a readable descriptor that
-// nobody handles (none registered, or dead and still registered), and plaintext that nobody takes.
+// nobody handles (none registered, or dead and still registered after another pass), and plaintext
+// that nobody takes.
 
 namespace vintok {
 
@@ -429,17 +430,17 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
     return true;
 }
 
-// Whether the descriptor is dead and its callbacks have left it registered all the same.
+// Whether the descriptor is dead and its callbacks have left it registered, again: whoever learns
+// of the end in one pass has the next one to take it out.
 bool TCPSelectBase::mf_isLeftDead(int descriptor) {
     Entry *const entry = mf_find(descriptor);
     if (entry == nullptr || !isDead(descriptor))
         return false;
-    if (!entry->deadReported)
+    if (++entry->deadPasses == 2)
         VINTOK_LOG(
             SEVERITY_WARNING,
             formatText("Descriptor %d is closed, but its callbacks stay registered", descriptor));
-    entry->deadReported = true;
-    return true;
+    return entry->deadPasses > 1;
 }
 
 } // namespace vintok

@@ -59,8 +59,8 @@ private:
 
     struct Entry {
         int descriptor;
-        std::uint64_t registration; // no other entry ever has the same
-        bool deadReported = false;
+        std::uint64_t registration;                             // no other entry ever has the same
+        std::uint64_t deadPasses = 0;                           // that found the descriptor dead
         std::vector<std::unique_ptr<CallbackRecord>> callbacks; // in order of registration
     };
 
