@@ -1,13 +1,20 @@
 #include "platform/Socket.h"
 #include "platform/Thread.h"
 #include "support/LogFile.h"
+#include "support/SocketPair.h"
+#include "support/StubTransport.h"
+#include "support/TemporaryFolder.h"
 #include "vintok/Globals.h"
 #include "vintok/TCPException.h"
 
 #include <atomic>
+#include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <gmock/gmock.h>
 #include <new>
+#include <optional>
 #include <thread>
 
 using namespace vintok;
@@ -17,12 +24,15 @@ using testing::StartsWith;
 namespace {
 
 std::atomic<int> allocations{0};
+std::atomic<int> refuseFrom{INT_MAX}; // the number of an allocation
+std::atomic<bool> refuseOneOnly{false};
 
 } // namespace
 
 void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-    allocations++;
-    return std::malloc(size);
+    const int number = ++allocations;
+    const bool refused = refuseOneOnly ? number == refuseFrom : number >= refuseFrom;
+    return refused ? nullptr : std::malloc(size);
 }
 
 void *operator new(std::size_t size) {
@@ -41,6 +51,206 @@ void operator delete(void *memory, std::size_t) noexcept {
 }
 
 namespace {
+
+// Does it with the `nth` allocation failing, that one only or all that follow too. False when there
+// were fewer; `action` is done in full then.
+bool withoutMemory(int nth, bool oneOnly, const std::function<void()> &action) {
+    allocations = 0;
+    refuseOneOnly = oneOnly;
+    refuseFrom = nth;
+    action();
+    refuseFrom = INT_MAX;
+    return allocations >= nth;
+}
+
+// First in this file: later on the library's own locks keep the base alive.
+TEST(NoMemory, LeavesALockThatWorksLater) {
+    testing::internal::CaptureStderr();
+    bool refused = true;
+    for (int n = 1; refused; n++) {
+        std::optional<TCPMutex> mutex;
+        refused = withoutMemory(n, false, [&] { mutex.emplace(LOCK_CLOCK); });
+        ASSERT_EQ(0, mutex->lock()) << n;
+        ASSERT_EQ(0, mutex->unlock()) << n;
+    }
+    testing::internal::GetCapturedStderr();
+}
+
+struct GreedyTransport : StubTransport {
+    static bool take() { return std::string(100, 'x').size() == 100; }
+    bool secureConnect(int, const char *) override { return take(); }
+    bool addSecureDescriptor(int) override { return take(); }
+    bool removeSecureDescriptor(int) override { return take(); }
+};
+
+bool closed(int fd) {
+    if (fd != -1)
+        closeDescriptor(fd);
+    return fd != -1;
+}
+
+struct Operation {
+    const char *name;
+    std::function<bool()> run;
+    bool reports = true; // operations of addresses set no error
+};
+
+// Whatever allocation fails: no exception, no lock held, no descriptor lost, and an error.
+void expectToSurvive(const Operation &operation) {
+    operation.run();
+    const int next = platform::openSocket(platform::FAMILY_IPV4);
+    platform::closeSocket(next);
+    bool refused = true;
+    for (int n = 2; refused; n++) {
+        SCOPED_TRACE(operation.name + (" " + std::to_string(n / 2)) + (n % 2 == 0 ? "" : " on"));
+        setLastError(TCP_ERROR_NO_ERROR, "");
+        bool worked = false;
+        bool threw = false;
+        refused = withoutMemory(n / 2, n % 2 == 0, [&] {
+            try {
+                worked = operation.run();
+            } catch (const std::bad_alloc &) {
+                threw = true;
+            }
+        });
+        ASSERT_FALSE(threw);
+        EXPECT_TRUE(worked || !operation.reports || lastError() != TCP_ERROR_NO_ERROR);
+        for (const int id : {LOCK_DESCRIPTORS, LOCK_TRANSPORT, LOCK_LOCAL_ADDRESS, LOCK_START_UP}) {
+            TCPMutex mutex(id);
+            ASSERT_EQ(0, mutex.trylock()) << "lock " << id;
+            mutex.unlock();
+        }
+        const int free = platform::openSocket(platform::FAMILY_IPV4);
+        platform::closeSocket(free);
+        ASSERT_EQ(next, free) << "a descriptor was lost";
+    }
+}
+
+TEST(NoMemory, IsAFailureOfTheOperationAndOfNothingElse) {
+    constexpr int none = 54321;
+    const std::string literal = "1111:2222:3333:4444:5555:6666:7777:8888";
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a socket");
+    init();
+    std::optional<SocketPair> pair(std::in_place);
+    const int fd = pair->mine();
+    unsigned short taken = 0;
+    const int listener = listenSomewhere(taken);
+    const int socket = platform::openSocket(platform::FAMILY_IPV4);
+    GreedyTransport transport;
+    setTransport(&transport);
+    unsigned char byte = 'x';
+    TCPAddress named;
+    named.setName(literal);
+    TCPAddress nowhere;
+    nowhere.setLoopbackIPv4();
+    TCPAddress network;
+    network.setNetwork(literal + "/100");
+    const Operation operations[] = {
+        {"addDescriptor",
+         [=] {
+             const bool added = addDescriptor(socket, true, false, false, false);
+             const TCPError error = lastError();
+             removeDescriptor(socket);
+             setLastError(error, "");
+             return added;
+         }},
+        {"addDescriptor of none", [] { return addDescriptor(-1, false, false, false, false); }},
+        {"addDescriptor of no socket",
+         [] { return addDescriptor(none, false, false, false, false); }},
+        {"removeDescriptor", [] { return removeDescriptor(none); }},
+        {"setClosed", [] { return setClosed(0); }},
+        {"setSecure", [=] { return setSecure(fd, true) && setSecure(fd, false); }},
+        {"secureConnect", [=] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
+        {"secureStatus",
+         [=] {
+             std::size_t value = 0;
+             std::string text;
+             return secureStatus(none, value, text);
+         }},
+        {"setLocalAddress", [=] { return setLocalAddress(named); }},
+        {"localAddress",
+         [] {
+             TCPAddress own;
+             return localAddress(own);
+         }},
+        {"readBytes", [&] { return readBytes(none, &byte, 1, nullptr) == 1; }},
+        {"writeBytes", [&] { return writeBytes(fd, &byte, 1, nullptr) == 1; }},
+        {"writeBytes to none", [&] { return writeBytes(none, &byte, 1, nullptr) == 1; }},
+        {"peekBytes", [&] { return peekBytes(none, &byte, 1) == 1; }},
+        {"bytesPending", [] { return bytesPending(none) == 0; }},
+        {"rawReadBytes", [&] { return rawReadBytes(none, &byte, 1, true, nullptr) == 1; }},
+        {"acceptBoundSocket", [] { return closed(acceptBoundSocket(none)); }},
+        {"connectToBoundSocket", [=] { return closed(connectToBoundSocket(nowhere)); }},
+        {"connectLocal", [=] { return closed(connectLocal(taken)); }},
+        {"connectUnix", [=] { return closed(connectUnix(path)); }},
+        {"createUnixSocket",
+         [=] {
+             std::remove(path.c_str());
+             return closed(createUnixSocket(path, 0, false));
+         }},
+        {"createIPv4Socket",
+         [] {
+             unsigned short port = 0;
+             return closed(createIPv4Socket(port, 0, 1, false));
+         }},
+        {"resolve", [=] { return TCPAddress().resolve(literal); }, false},
+        {"resolve of this machine", [] { return TCPAddress().resolve(TCPAddress::IPTYPE_IPV4); },
+         false},
+        {"resolveNetName", [] { return TCPAddress().resolveNetName("localhost"); }, false},
+        {"lookup",
+         [=] {
+             std::vector<TCPAddress> all;
+             return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE);
+         },
+         false},
+        {"areEqual", [=] { return TCPAddress::areEqual(literal, literal); }, false},
+        {"setNetwork", [=] { return TCPAddress().setNetwork(literal); }, false},
+        {"setNetMask", [=] { return TCPAddress().setNetMask(literal); }, false},
+        {"nodeName",
+         [=] {
+             std::string text;
+             return TCPAddress::nodeName(text);
+         },
+         false},
+        {"name",
+         [=] {
+             std::string text;
+             return named.name(text);
+         },
+         false},
+        {"ipString",
+         [=] {
+             std::string text;
+             return network.ipString(text);
+         },
+         false},
+        {"maskString",
+         [=] {
+             std::string text;
+             return network.maskString(text);
+         },
+         false},
+    };
+    for (const LogLevel level : {LOG_NONE, LOG_TRACE}) {
+        const LogFile log(level);
+        for (const Operation &operation : operations)
+            expectToSurvive(operation);
+    }
+    setTransport(nullptr);
+    closeDescriptor(listener);
+    platform::closeSocket(socket);
+    pair.reset();
+    // Without the memory for the record the library runs without it.
+    expectToSurvive({"init",
+                     [] {
+                         while (fini()) {
+                         }
+                         return init();
+                     },
+                     false});
+    fini();
+}
 
 TEST(LastError, IsOfTheThreadAndNeedsNoInit) {
     ASSERT_TRUE(setLastError(TCP_ERROR_WOULD_BLOCK, "here"));

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 namespace vintok {
 
@@ -57,7 +58,7 @@ inline Globals *startedGlobals() {
 
 // The answer of `descriptorState`, asked when this is made.
 struct DescriptorState {
-    explicit DescriptorState(int fd);
+    explicit DescriptorState(int fd, const SourcePlace &place = SourcePlace::caller());
 
     bool bound() const { return boundIPv4 || boundIPv6 || boundUnix; }
 
@@ -81,20 +82,50 @@ enum LockId : int {
     LOCK_SIGNAL_SAFE = 12
 };
 
-// The result of `operation`, run with `mutex` held, or false when it could not be had. Both
-// failures of the lock are reported as those of the operation `name`; a failed unlock does not undo
-// what was done.
+// A lock from here on, if it could be had, and to the end of the scope at the latest: whatever is
+// thrown in between, others are not shut out.
+class HeldLock {
+public:
+    explicit HeldLock(TCPMutex &mutex) : m_mutex(mutex), m_held(mutex.lock() == 0) {}
+    ~HeldLock() { release(); }
+    HeldLock(const HeldLock &) = delete;
+    HeldLock &operator=(const HeldLock &) = delete;
+
+    explicit operator bool() const { return m_held; }
+    // False when the unlock failed.
+    bool release() { return !std::exchange(m_held, false) || m_mutex.unlock() == 0; }
+
+private:
+    TCPMutex &m_mutex;
+    bool m_held;
+};
+
+// The result of `operation`, run with `mutex` held, or false when that could not be had or there is
+// no memory. All of this is reported as of the operation `name`, with a text of its own for the
+// lock where there is one; a failed unlock does not undo what was done.
+template <typename Operation>
+bool underLock(TCPMutex &mutex, const ErrorContext &lockFailed, const ErrorContext &name,
+               Operation operation, const SourcePlace &place = SourcePlace::caller()) {
+    HeldLock lock(mutex);
+    if (!lock) {
+        errorAt(place, TCP_ERROR_LOCK_FAILED, lockFailed);
+        return false;
+    }
+    bool result = false;
+    try {
+        result = operation();
+    } catch (const std::bad_alloc &) {
+        errorAt(place, TCP_ERROR_OUT_OF_MEMORY, name);
+    }
+    if (!lock.release())
+        errorAt(place, TCP_ERROR_UNLOCK_FAILED, name);
+    return result;
+}
+
 template <typename Operation>
 bool underLock(TCPMutex &mutex, const ErrorContext &name, Operation operation,
                const SourcePlace &place = SourcePlace::caller()) {
-    if (mutex.lock() != 0) {
-        errorAt(place, TCP_ERROR_LOCK_FAILED, name);
-        return false;
-    }
-    const bool result = operation();
-    if (mutex.unlock() != 0)
-        errorAt(place, TCP_ERROR_UNLOCK_FAILED, name);
-    return result;
+    return underLock(mutex, name, name, operation, place);
 }
 
 // The bytes of a plain socket. What `readBytes`, `writeBytes` and so on come down to, without

@@ -5,6 +5,7 @@
 #include "vintok/TCPStream.h"
 
 #include <cstdint>
+#include <new>
 #include <string>
 
 namespace vintok {
@@ -39,10 +40,13 @@ public:
     ErrorContext keptIn(std::string &built) const;
 
 private:
+    friend ErrorContext withNumber(const ErrorContext &context, int number);
     friend ErrorContext withSystemText(const ErrorContext &context, int error);
 
     const char *m_literal;
     const std::string *m_built = nullptr;
+    bool m_hasNumber = false;
+    int m_number = 0;
     bool m_hasSystemText = false;
     int m_systemError = 0;
 };
@@ -51,11 +55,12 @@ inline bool isLogged(ErrSeverity severity) {
     return (std::uint32_t{logLevel()} & std::uint32_t{severity}) != 0;
 }
 
-// What the macros call; not for direct use.
+// What the macros call. Without memory an error goes without the decoration of the trace level.
 void logAt(const SourcePlace &place, ErrSeverity severity, const std::string &message);
 void errorAt(const SourcePlace &place, TCPError code, const ErrorContext &context);
 
-// `setLastError` for a context of whatever kind. A literal costs no memory.
+// `setLastError` for a context of whatever kind. A literal costs no memory, with a number and
+// system text neither; what was built and finds no room is left out.
 bool keepError(TCPError code, const ErrorContext &context);
 
 // The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock", and "init"
@@ -72,6 +77,9 @@ std::string qualifiedName(const std::string &signature);
 std::string
 formatText(const char *format, ...);
 
+// `context`, a literal, with the number in place of its "%d", if it has one.
+ErrorContext withNumber(const ErrorContext &context, int number);
+
 // `context`, a newline and the row of the system error table for `error`, or for the thread's last
 // socket error. The plain numbers (4, 9, 12, 22, 24) show the row that is named like them.
 ErrorContext withSystemText(const ErrorContext &context, int error);
@@ -79,14 +87,22 @@ ErrorContext withSystemText(const ErrorContext &context);
 
 } // namespace vintok
 
-// The message is built only when the level lets `severity` through.
-#define VINTOK_LOG(severity, message)                                                              \
+#define VINTOK_HERE (::vintok::SourcePlace{__FILE__, __LINE__, __PRETTY_FUNCTION__})
+
+// The message is built only when the level lets `severity` through, and is lost when there is no
+// memory for it. A helper that logs for its callers gives their place.
+#define VINTOK_LOG_AT(place, severity, message)                                                    \
     do {                                                                                           \
-        if (::vintok::isLogged(severity))                                                          \
-            ::vintok::logAt({__FILE__, __LINE__, __PRETTY_FUNCTION__}, (severity), (message));     \
+        if (::vintok::isLogged(severity)) {                                                        \
+            try {                                                                                  \
+                ::vintok::logAt((place), (severity), (message));                                   \
+            } catch (const std::bad_alloc &) {                                                     \
+            }                                                                                      \
+        }                                                                                          \
     } while (false)
 
-#define VINTOK_ERROR(code, context)                                                                \
-    ::vintok::errorAt({__FILE__, __LINE__, __PRETTY_FUNCTION__}, (code), (context))
+#define VINTOK_LOG(severity, message) VINTOK_LOG_AT(VINTOK_HERE, severity, message)
+
+#define VINTOK_ERROR(code, context) ::vintok::errorAt(VINTOK_HERE, (code), (context))
 
 #endif

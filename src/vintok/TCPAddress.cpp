@@ -8,6 +8,7 @@
 #include <bit>
 #include <cstring>
 #include <iterator>
+#include <new>
 
 // The value itself: its parts and flags, comparisons, and the wire form. Text is in
 // TCPAddressText.cpp and names are in TCPAddressResolve.cpp.
@@ -179,9 +180,9 @@ void TCPAddress::setBroadcastIPv6() {
 }
 
 void TCPAddress::setUnix(const std::string &path) {
+    m_name = path;
     m_storage.ip = {};
     m_storage.type = IPTYPE_UNIX;
-    m_name = path;
 }
 
 bool TCPAddress::IPdata(IPFormats &data, IPType &type) const {
@@ -222,11 +223,13 @@ void TCPAddress::setHostByteOrderPort(std::uint16_t port) {
     m_storage.port = networkOrder(port);
 }
 
-bool TCPAddress::name(std::string &text) const {
+bool TCPAddress::name(std::string &text) const try {
     if (m_name.empty())
         return false;
     text = m_name;
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 // ---- Networks ----------------------------------------------------------------------------------

@@ -5,7 +5,8 @@
 // A plain value: no lock, no cache, nothing owned beyond its name. Ports and addresses are in
 // network byte order unless a name says otherwise. Operations that resolve names ask the system's
 // resolver and block for as long as that takes; every other one returns at once. Failures are told
-// by the result alone: no operation here sets a `TCPError`.
+// by the result alone, want of memory too: no operation here sets a `TCPError`. What has no result
+// and takes a text (`setName`, `setUnix`, a copy) throws std::bad_alloc and changes nothing.
 #ifndef VINTOK_TCPADDRESS_H
 #define VINTOK_TCPADDRESS_H
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 // Host names. Everything comes down to `sf_dnsResolve`, the one place that asks the resolver.
 //
@@ -87,7 +88,7 @@ bool isLoopbackNet(const TCPAddress &address) {
 
 bool TCPAddress::sf_dnsResolve(const std::string &name, TCPAddress &address,
                                std::vector<TCPAddress> &all, bool literal, IPType type,
-                               bool wantAll) {
+                               bool wantAll) try {
     std::vector<platform::ResolvedAddress> entries;
     if (name.empty() || !platform::resolveHost(name, lookupFor(type), literal, entries))
         return false;
@@ -111,6 +112,8 @@ bool TCPAddress::sf_dnsResolve(const std::string &name, TCPAddress &address,
             break;
     }
     return !address.empty() || !all.empty();
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 // ---- Resolving ---------------------------------------------------------------------------------
@@ -119,7 +122,7 @@ bool TCPAddress::resolve(const std::string &name) {
     return resolve(name, IPTYPE_NONE);
 }
 
-bool TCPAddress::resolve(const std::string &name, IPType type) {
+bool TCPAddress::resolve(const std::string &name, IPType type) try {
     if (name.empty())
         return false;
     const IPType literal = literalFamily(name);
@@ -135,9 +138,11 @@ bool TCPAddress::resolve(const std::string &name, IPType type) {
     // What was asked for is remembered, not what the resolver calls it.
     m_name = name;
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
-bool TCPAddress::resolve(IPType type) {
+bool TCPAddress::resolve(IPType type) try {
     std::string node;
     if (!nodeName(node))
         return false;
@@ -155,6 +160,8 @@ bool TCPAddress::resolve(IPType type) {
     TCPAddress::operator=(own);
     mf_preferInterface(type);
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 bool TCPAddress::resolve() {
@@ -165,7 +172,7 @@ bool TCPAddress::resolveNetName(const std::string &name) {
     return resolveNetName(name, IPTYPE_NONE);
 }
 
-bool TCPAddress::resolveNetName(const std::string &name, IPType type) {
+bool TCPAddress::resolveNetName(const std::string &name, IPType type) try {
     if (name.empty())
         return false;
     const IPType literal = literalFamily(name);
@@ -178,14 +185,18 @@ bool TCPAddress::resolveNetName(const std::string &name, IPType type) {
         return false;
     const std::string canonical = m_name;
     return resolve(canonical, IPTYPE_NONE);
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
-bool TCPAddress::resolveNetName(IPType type) {
+bool TCPAddress::resolveNetName(IPType type) try {
     std::string node;
     if (!nodeName(node) || !resolveNetName(node, type))
         return false;
     mf_preferInterface(type);
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 bool TCPAddress::resolveNetName() {
@@ -204,12 +215,14 @@ void TCPAddress::mf_preferInterface(IPType type) {
         store(found, *this);
 }
 
-bool TCPAddress::resolveName() {
+bool TCPAddress::resolveName() try {
     if (m_storage.type == IPTYPE_NONE) {
         const std::string name = m_name;
         return resolve(name, IPTYPE_NONE);
     }
     return !m_name.empty() || ipString(m_name);
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 bool TCPAddress::lookup(const std::string &name, std::vector<TCPAddress> &result, IPType type) {
@@ -227,7 +240,7 @@ bool TCPAddress::areEqual(const std::string &a, const std::string &b) {
     return left.resolve(a, IPTYPE_NONE) && right.resolve(b, IPTYPE_NONE) && left == right;
 }
 
-bool TCPAddress::nodeName(std::string &name) {
+bool TCPAddress::nodeName(std::string &name) try {
     std::string text;
     if (!platform::hostName(text))
         return false;
@@ -235,6 +248,8 @@ bool TCPAddress::nodeName(std::string &name) {
                text.end());
     name = text;
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 } // namespace vintok

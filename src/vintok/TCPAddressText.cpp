@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string_view>
 
 // Literals in and out, and net masks.
@@ -295,9 +296,10 @@ bool TCPAddress::sf_parseIPv6(const std::string &text, std::uint16_t *const word
     std::fill_n(words, 8, std::uint16_t{0});
     if (text.empty() || text.size() >= ipv6TextLimit)
         return false;
-    std::string lower = text;
-    std::for_each(lower.begin(), lower.end(), sf_lower);
-    IPv6Fields fields(lower);
+    std::array<char, ipv6TextLimit> lower;
+    std::copy(text.begin(), text.end(), lower.begin());
+    std::for_each(lower.begin(), lower.begin() + text.size(), sf_lower);
+    IPv6Fields fields(std::string_view(lower.data(), text.size()));
     Words parsed{};
     if (!fields.cut() || !fields.convert(parsed))
         return false;
@@ -311,16 +313,16 @@ void TCPAddress::setName(const std::string &text) {
     std::uint32_t address = 0;
     std::uint16_t words[8];
     std::uint16_t bits = 0;
-    if (sf_parseIPv4(text, address, bits))
-        setIPv4(address);
-    else if (sf_parseIPv6(text, words, bits))
-        setIPv6(words);
     m_name = text;
+    if (sf_parseIPv4(m_name, address, bits))
+        setIPv4(address);
+    else if (sf_parseIPv6(m_name, words, bits))
+        setIPv6(words);
 }
 
 // ---- Printing ----------------------------------------------------------------------------------
 
-bool TCPAddress::ipString(std::string &text, bool) const {
+bool TCPAddress::ipString(std::string &text, bool) const try {
     const unsigned char *bytes = nullptr;
     mf_ipBytes(bytes);
     const std::string mask = '/' + std::to_string(m_storage.maskBits);
@@ -349,29 +351,35 @@ bool TCPAddress::ipString(std::string &text, bool) const {
         text = "Internal Error";
         return false;
     }
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
-bool TCPAddress::maskString(std::string &text) const {
+bool TCPAddress::maskString(std::string &text) const try {
     if (m_storage.type != ipv4Network && m_storage.type != ipv6Network)
         return false;
     const bool ipv4 = m_storage.type == ipv4Network;
     const unsigned width = ipv4 ? 8 : 16;
+    std::string mask;
     unsigned left = m_storage.maskBits;
     for (unsigned i = 0; i < (ipv4 ? 4U : 8U); ++i) {
         const unsigned bits = std::min(left, width);
         const unsigned field = (0xFFFFU << (width - bits)) & (0xFFFFU >> (16 - width));
         char part[8];
         std::snprintf(part, sizeof(part), ipv4 ? "%u" : bits == 0 ? "%x" : "%04x", field);
-        text += i == 0 ? "" : ipv4 ? "." : ":";
-        text += part;
+        mask += i == 0 ? "" : ipv4 ? "." : ":";
+        mask += part;
         left -= bits;
     }
+    text += mask;
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 // ---- Networks ----------------------------------------------------------------------------------
 
-bool TCPAddress::setNetwork(const std::string &text) {
+bool TCPAddress::setNetwork(const std::string &text) try {
     std::uint32_t address = 0;
     std::uint16_t words[8];
     std::uint16_t bits = 0;
@@ -388,6 +396,8 @@ bool TCPAddress::setNetwork(const std::string &text) {
         m_storage.maskBits = bits;
     m_name = text;
     return true;
+} catch (const std::bad_alloc &) {
+    return false;
 }
 
 bool TCPAddress::setNetwork(const std::string &text, std::uint16_t bits) {

@@ -141,10 +141,10 @@ TCPMutexBase *TCPMutexBase::s_instance = nullptr;
 TCPMutexBase::TCPMutexBase() {
     if (s_instance != nullptr)
         VINTOK_LOG(SEVERITY_ERROR, "multiple instances of base created");
-    else if (_mutexInit() != 0)
-        VINTOK_LOG(SEVERITY_ERROR, "Mutex init failed");
-    else
+    else if (_mutexInit() == 0)
         s_instance = this;
+    else
+        VINTOK_LOG(SEVERITY_ERROR, "Mutex init failed");
 }
 
 TCPMutexBase::~TCPMutexBase() {
@@ -223,14 +223,22 @@ int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
 std::atomic<TCPMutexBase *> TCPMutex::_instance{nullptr};
 
 TCPMutex::TCPMutex(int id) : m_id(id) {
+    countIn();
+}
+
+void TCPMutex::countIn() {
     const BaseChange change;
-    if (_instance == nullptr)
-        _instance = new (std::nothrow) TCPMutexBase;
+    if (m_isCounted)
+        return;
     TCPMutexBase *base = _instance;
-    if (base == nullptr) {
+    if (base == nullptr)
+        base = new (std::nothrow) TCPMutexBase;
+    if (base == nullptr || !base->valid()) {
+        delete base;
         VINTOK_LOG(SEVERITY_ERROR, "Cannot create mutex");
         return;
     }
+    _instance = base;
     if (base->_mutexLock(usersId, false) != 0) {
         _instance = nullptr;
         delete base;
@@ -238,6 +246,7 @@ TCPMutex::TCPMutex(int id) : m_id(id) {
         return;
     }
     s_userCount++;
+    m_isCounted = true;
     if (base->_mutexUnlock(usersId, false) != 0)
         VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
 }
@@ -245,7 +254,7 @@ TCPMutex::TCPMutex(int id) : m_id(id) {
 TCPMutex::~TCPMutex() {
     const BaseChange change;
     TCPMutexBase *base = _instance;
-    if (base == nullptr)
+    if (base == nullptr || !m_isCounted)
         return;
     if (base->_mutexLock(usersId, false) != 0) {
         VINTOK_LOG(SEVERITY_ERROR, "Cannot aquire lock on singleton object");
@@ -261,6 +270,8 @@ TCPMutex::~TCPMutex() {
 }
 
 int TCPMutex::lock() {
+    if (!m_isCounted) // there was no memory when it was made
+        countIn();
     const std::uint64_t self = platform::currentThreadId();
     for (TCPMutexBase *base = _instance; base != nullptr; base = _instance) {
         if (base->_mutexLock(m_id, false) != 0) {
@@ -291,6 +302,8 @@ int TCPMutex::lock() {
 }
 
 int TCPMutex::trylock() {
+    if (!m_isCounted)
+        countIn();
     TCPMutexBase *base = _instance;
     if (base == nullptr)
         return -1;

@@ -47,7 +47,10 @@ public:
 private:
     static std::atomic<TCPMutexBase *> _instance;
 
+    void countIn();
+
     int m_id;
+    std::atomic<bool> m_isCounted{false}; // among the users of the base
 };
 
 } // namespace vintok

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <string_view>
 
 namespace vintok {
 
@@ -13,7 +14,7 @@ std::atomic<std::uint64_t> s_startUpCount{0};
 
 namespace {
 
-std::string environment(const char *name) {
+std::string_view environment(const char *name) {
     const char *value = std::getenv(name);
     return value != nullptr ? value : "";
 }
@@ -29,7 +30,7 @@ constexpr LevelName levelNames[] = {
 };
 
 // A misspelled level silences the log, on purpose.
-LogLevel levelOf(const std::string &name) {
+LogLevel levelOf(std::string_view name) {
     for (const LevelName &each : levelNames) {
         if (name == each.name)
             return each.level;
@@ -38,10 +39,10 @@ LogLevel levelOf(const std::string &name) {
 }
 
 void readEnvironment(Globals &globals) {
-    const std::string level = environment("VINTOK_ERROR_LOG_LEVEL");
+    const std::string_view level = environment("VINTOK_ERROR_LOG_LEVEL");
     if (!level.empty())
         globals.m_logLevel = levelOf(level);
-    const std::string file = environment("VINTOK_ERROR_LOG_FILE");
+    const std::string_view file = environment("VINTOK_ERROR_LOG_FILE");
     if (!file.empty())
         globals.m_logFileName = file;
 }
@@ -121,7 +122,8 @@ bool leave() {
 
 bool init() {
     static TCPMutex mutex(LOCK_START_UP);
-    if (mutex.lock() != 0) {
+    HeldLock lock(mutex);
+    if (!lock) {
         VINTOK_ERROR(TCP_ERROR_LOCK_FAILED, "vintok::init");
         return false;
     }
@@ -130,7 +132,7 @@ bool init() {
         ++s_startUpCount;
     else
         result = startUp();
-    if (mutex.unlock() != 0)
+    if (!lock.release())
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, withSystemText("vintok::init"));
     return result;
 }
@@ -138,12 +140,13 @@ bool init() {
 // Unlike elsewhere, a lock that cannot be released makes this fail.
 bool fini() {
     static TCPMutex mutex(LOCK_START_UP);
-    if (mutex.lock() != 0) {
+    HeldLock lock(mutex);
+    if (!lock) {
         VINTOK_ERROR(TCP_ERROR_LOCK_FAILED, "vintok::fini");
         return false;
     }
     bool result = leave();
-    if (mutex.unlock() != 0) {
+    if (!lock.release()) {
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, "vintok::fini");
         result = false;
     }

@@ -23,24 +23,23 @@ struct Route {
 
 // Each may hold a "%d" for the descriptor.
 struct Refusals {
-    const char *bound;
-    const char *closed;
-    const char *unknown;
+    ErrorContext bound;
+    ErrorContext closed;
+    ErrorContext unknown;
 };
 
-constexpr Refusals readRefusals = {"Attempt to read from bound socket vintok::readBytes",
-                                   "vintok::readBytes", "vintok::readBytes"};
+const Refusals readRefusals = {"Attempt to read from bound socket vintok::readBytes",
+                               "vintok::readBytes", "vintok::readBytes"};
 
 Route routeOf(int fd, const Refusals &texts, const SourcePlace &place = SourcePlace::caller()) {
-    const DescriptorState state(fd);
+    const DescriptorState state(fd, place);
     if (state.known && !state.bound())
         return {state.secure ? Way::secure : Way::plain, state.buffer};
-    const char *text = state.known ? texts.bound : state.closed ? texts.closed : texts.unknown;
+    const ErrorContext &text = state.known    ? texts.bound
+                               : state.closed ? texts.closed
+                                              : texts.unknown;
     const TCPError code = state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR;
-    std::string context = text;
-    if (const std::size_t at = context.find("%d"); at != std::string::npos)
-        context.replace(at, 2, std::to_string(fd));
-    errorAt(place, code, context);
+    errorAt(place, code, withNumber(text, fd));
     return {};
 }
 

@@ -164,26 +164,23 @@ bool removeDescriptor(int fd) {
 
 namespace {
 
-// Asked before every transfer of bytes: builds no text unless something failed. The entry is copied
-// into `found` when there is one.
-bool copyEntry(int fd, DescriptorEntry &found) {
+// Asked before every transfer of bytes. The entry is copied into `found` when there is one.
+bool copyEntry(int fd, DescriptorEntry &found, const SourcePlace &place) {
     static TCPMutex mutex(LOCK_DESCRIPTORS);
-    if (mutex.lock() != 0) {
-        VINTOK_ERROR(TCP_ERROR_LOCK_FAILED,
-                     formatText("vintok::descriptorState (%d) lock failed.", fd));
-        return false;
-    }
-    Globals *globals = startedGlobals();
-    const DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
-    if (globals == nullptr)
-        VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED,
-                     formatText("vintok::descriptorState (%d) Not initialized.", fd));
-    else if (entry != nullptr)
-        found = *entry;
-    if (mutex.unlock() != 0)
-        VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED,
-                     formatText("vintok::descriptorState (%d) unlock failed.", fd));
-    return entry != nullptr;
+    return underLock(
+        mutex, withNumber("vintok::descriptorState (%d) lock failed.", fd),
+        withNumber("vintok::descriptorState (%d) unlock failed.", fd),
+        [&] {
+            Globals *globals = startedGlobals();
+            if (globals == nullptr)
+                errorAt(place, TCP_ERROR_NOT_INITIALIZED,
+                        withNumber("vintok::descriptorState (%d) Not initialized.", fd));
+            const DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
+            if (entry != nullptr)
+                found = *entry;
+            return entry != nullptr;
+        },
+        place);
 }
 
 } // namespace
@@ -191,7 +188,7 @@ bool copyEntry(int fd, DescriptorEntry &found) {
 bool descriptorState(int fd, bool &secure, bool &closed, bool &boundIPv4, bool &boundIPv6,
                      bool &boundUnix) {
     DescriptorEntry entry{fd, 0, nullptr};
-    if (!copyEntry(fd, entry))
+    if (!copyEntry(fd, entry, SourcePlace::caller()))
         return false;
     secure = (entry.flags & DESC_SECURE) != 0;
     closed = (entry.flags & DESC_CLOSED) != 0;
@@ -201,9 +198,9 @@ bool descriptorState(int fd, bool &secure, bool &closed, bool &boundIPv4, bool &
     return !closed;
 }
 
-DescriptorState::DescriptorState(int fd) : known(false) {
+DescriptorState::DescriptorState(int fd, const SourcePlace &place) : known(false) {
     DescriptorEntry entry{fd, 0, nullptr};
-    if (!copyEntry(fd, entry))
+    if (!copyEntry(fd, entry, place))
         return;
     secure = (entry.flags & DESC_SECURE) != 0;
     closed = (entry.flags & DESC_CLOSED) != 0;
@@ -264,26 +261,24 @@ std::shared_ptr<StreamBuffer> bufferOf(int fd) {
 
 bool setClosed(int fd) {
     static TCPMutex mutex(LOCK_DESCRIPTORS);
-    if (mutex.lock() != 0) {
-        VINTOK_ERROR(TCP_ERROR_LOCK_FAILED, formatText("vintok::setClosed (%d) lock failed.", fd));
-        return false;
-    }
-    Globals *globals = startedGlobals();
-    DescriptorEntry *entry = nullptr;
-    if (globals == nullptr)
-        VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED, "vintok::setClosed");
-    else if (fd < 1)
-        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR, "vintok::setClosed");
-    else
-        entry = findEntry(*globals, fd);
-    if (entry != nullptr) {
+    const SourcePlace place = SourcePlace::caller();
+    const ErrorContext name = "vintok::setClosed";
+    return underLock(mutex, withNumber("vintok::setClosed (%d) lock failed.", fd), name, [&] {
+        Globals *globals = startedGlobals();
+        DescriptorEntry *entry = nullptr;
+        if (globals == nullptr)
+            errorAt(place, TCP_ERROR_NOT_INITIALIZED, name);
+        else if (fd < 1)
+            errorAt(place, TCP_ERROR_BAD_FILE_DESCRIPTOR, name);
+        else
+            entry = findEntry(*globals, fd);
+        if (entry == nullptr)
+            return false;
         entry->flags |= DESC_CLOSED;
         if (entry->buffer != nullptr)
             entry->buffer->giveUp(socketErrors::connectionReset);
-    }
-    if (mutex.unlock() != 0)
-        VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, "vintok::setClosed");
-    return entry != nullptr;
+        return true;
+    });
 }
 
 bool setSecure(int fd, bool secure) {

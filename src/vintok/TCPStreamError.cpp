@@ -82,6 +82,9 @@ int tableRow(int error) {
 
 std::string ErrorContext::text() const {
     std::string text = m_built != nullptr ? *m_built : m_literal;
+    if (const std::size_t at = m_hasNumber ? text.find("%d") : std::string::npos;
+        at != std::string::npos)
+        text.replace(at, 2, std::to_string(m_number));
     if (m_hasSystemText)
         text.append("\n").append(sysErrorString(tableRow(m_systemError)));
     return text;
@@ -123,11 +126,22 @@ TCPError lastError() {
 
 std::string lastErrorString() {
     const LastErrorRecord *record = threadRecord();
-    return record != nullptr ? record->context.text() : std::string();
+    try {
+        return record != nullptr ? record->context.text() : std::string();
+    } catch (const std::bad_alloc &) {
+        return {};
+    }
 }
 
 void setErrorDebug(bool on) {
     s_errorDebug = on;
+}
+
+ErrorContext withNumber(const ErrorContext &context, int number) {
+    ErrorContext both = context;
+    both.m_hasNumber = true;
+    both.m_number = number;
+    return both;
 }
 
 ErrorContext withSystemText(const ErrorContext &context, int error) {
@@ -142,14 +156,16 @@ ErrorContext withSystemText(const ErrorContext &context) {
 }
 
 void errorAt(const SourcePlace &place, TCPError code, const ErrorContext &context) {
-    if (!isLogged(SEVERITY_TRACE)) {
-        keepError(code, context);
-        return;
+    if (isLogged(SEVERITY_TRACE)) {
+        try {
+            const std::string name = qualifiedName(place.function);
+            keepError(code, place.file + formatText(": %u -- < %s >", place.line, name.c_str()) +
+                                context.text());
+            return;
+        } catch (const std::bad_alloc &) {
+        }
     }
-    keepError(code,
-              place.file +
-                  formatText(": %u -- < %s >", place.line, qualifiedName(place.function).c_str()) +
-                  context.text());
+    keepError(code, context);
 }
 
 } // namespace vintok

@@ -93,8 +93,11 @@ bool setLogLevel(LogLevel level) {
 }
 
 bool setLogFileName(const std::string &name) {
-    if (Globals *globals = s_globals)
-        globals->m_logFileName = name;
+    try {
+        if (Globals *globals = s_globals)
+            globals->m_logFileName = name;
+    } catch (const std::bad_alloc &) { // the old name stays
+    }
     return false; // also after storing it: callers have always been given this
 }
 

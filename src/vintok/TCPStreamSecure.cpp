@@ -19,8 +19,24 @@ void reportLost(const DescriptorState &state, const ErrorContext &name,
 }
 
 // A descriptor for which the handshake did not work out goes on as a plain one.
-bool fallBack(int fd) {
+template <typename Handshake>
+bool handshake(int fd, const ErrorContext &name, Handshake handshake,
+               const SourcePlace &place = SourcePlace::caller()) {
+    if (!addDescriptor(fd, true, false, false, false))
+        return false;
+    TCPTransport *installed = transport();
+    bool noMemory = false;
+    try {
+        if (installed != nullptr && handshake(*installed))
+            return true;
+    } catch (const std::bad_alloc &) {
+        noMemory = true;
+    }
     setSecure(fd, false);
+    if (noMemory)
+        errorAt(place, TCP_ERROR_OUT_OF_MEMORY, name);
+    else if (installed == nullptr)
+        errorAt(place, TCP_ERROR_SSL_TRANSPORT, name);
     return false;
 }
 
@@ -54,25 +70,14 @@ TCPTransport *transport() {
 }
 
 bool secureConnect(int fd, const std::string &peerName) {
-    if (!addDescriptor(fd, true, false, false, false))
-        return false;
-    if (TCPTransport *installed = transport()) {
-        const char *peer = peerName.empty() ? nullptr : peerName.c_str();
-        return installed->secureConnect(fd, peer) || fallBack(fd);
-    }
-    fallBack(fd);
-    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "vintok::secureConnect");
-    return false;
+    const char *peer = peerName.empty() ? nullptr : peerName.c_str();
+    return handshake(fd, "vintok::secureConnect",
+                     [=](TCPTransport &installed) { return installed.secureConnect(fd, peer); });
 }
 
 bool secureAccept(int fd) {
-    if (!addDescriptor(fd, true, false, false, false))
-        return false;
-    if (TCPTransport *installed = transport())
-        return installed->secureAccept(fd) || fallBack(fd);
-    fallBack(fd);
-    VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "vintok::secureAccept");
-    return false;
+    return handshake(fd, "vintok::secureAccept",
+                     [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
 }
 
 bool sf_addSecureDescriptor(int fd) {
@@ -145,19 +150,19 @@ bool secureStatus(int fd, std::size_t &value, std::string &text) {
         return false;
     }
     // From here on the result of a refusal is true; the error is what counts.
-    const char *refusal = nullptr;
+    ErrorContext refusal = "vintok::secureStatus (%d) no transport";
     TCPError code = TCP_ERROR_BAD_FILE_DESCRIPTOR;
     if (state.bound()) {
-        refusal = "Attempt to read from bound socket.";
+        refusal = "vintok::secureStatus (%d) Attempt to read from bound socket.";
     } else if (!state.secure) {
-        refusal = "Attempt to get secure status from non secure descriptor";
+        refusal = "vintok::secureStatus (%d) Attempt to get secure status from non secure "
+                  "descriptor";
     } else if (TCPTransport *installed = transport()) {
         return installed->secureStatus(fd, value, text);
     } else {
         code = TCP_ERROR_SSL_TRANSPORT;
-        refusal = "no transport";
     }
-    VINTOK_ERROR(code, formatText("vintok::secureStatus (%d) %s", fd, refusal));
+    VINTOK_ERROR(code, withNumber(refusal, fd));
     return true;
 }
 
@@ -170,7 +175,7 @@ SecureError lastSecureError(int fd) {
     // A listener of the local family is not asked for here and falls under "not secure".
     if (state.boundIPv4 || state.boundIPv6) {
         VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
-                     formatText("vintok::lastSecureError (%d) Get error on bound socket.", fd));
+                     withNumber("vintok::lastSecureError (%d) Get error on bound socket.", fd));
         return SECURE_ERROR_NOT_SECURE;
     }
     if (!state.secure)

@@ -7,6 +7,7 @@
 #include "vintok/StreamBuffer.h"
 
 #include <algorithm>
+#include <new>
 
 namespace vintok {
 
@@ -26,20 +27,20 @@ bool refuseNegative(int fd, const ErrorContext &name,
 
 // One direction's buffer: sets it, and sees what the system granted.
 struct BufferTexts {
-    const char *setFailed;
-    const char *getFailed;
-    const char *notApplied;
+    ErrorContext setFailed;
+    ErrorContext getFailed;
+    ErrorContext notApplied;
 };
 
 bool sizeBuffer(int fd, int size, bool (*set)(int, int), bool (*get)(int, int &),
                 const BufferTexts &texts, const SourcePlace &place) {
     int granted = 0;
-    const char *failure = !set(fd, size)            ? texts.setFailed
-                          : !get(fd, granted)       ? texts.getFailed
-                          : granted < smallestGrant ? texts.notApplied
-                                                    : nullptr;
+    const ErrorContext *failure = !set(fd, size)            ? &texts.setFailed
+                                  : !get(fd, granted)       ? &texts.getFailed
+                                  : granted < smallestGrant ? &texts.notApplied
+                                                            : nullptr;
     if (failure != nullptr)
-        errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText(std::string(failure)));
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText(*failure));
     return failure == nullptr;
 }
 
@@ -122,7 +123,7 @@ bool shutdownSocket(int fd) {
     return state.known && removed;
 }
 
-bool localAddress(TCPAddress &address) {
+bool localAddress(TCPAddress &address) try {
     const Globals *globals = startedGlobals();
     if (globals == nullptr) {
         VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED, "vintok::localAddress");
@@ -133,6 +134,9 @@ bool localAddress(TCPAddress &address) {
     address = globals->m_localAddress;
     address.setPort(port);
     return true;
+} catch (const std::bad_alloc &) {
+    VINTOK_ERROR(TCP_ERROR_OUT_OF_MEMORY, "vintok::localAddress");
+    return false;
 }
 
 bool setLocalAddress(const TCPAddress &address) {

@@ -8,6 +8,8 @@
 #include "vintok/Globals.h"
 
 #include <array>
+#include <new>
+#include <utility>
 
 namespace vintok {
 
@@ -15,9 +17,28 @@ namespace {
 
 constexpr int longestBacklog = 0x7FFFFFFF;
 
+// Closed again at the end of the scope, unless it is given away.
+class NewSocket {
+public:
+    explicit NewSocket(int fd) : m_fd(fd) {}
+    ~NewSocket() {
+        if (m_fd != -1)
+            platform::closeSocket(m_fd);
+    }
+    NewSocket(const NewSocket &) = delete;
+    NewSocket &operator=(const NewSocket &) = delete;
+
+    int fd() const { return m_fd; } // -1 when it could not be made
+    int give() { return std::exchange(m_fd, -1); }
+
+private:
+    int m_fd;
+};
+
 bool takeAddress(const TCPAddress &address, platform::Endpoint &endpoint) {
     switch (endpoint.family) {
     case platform::FAMILY_LOCAL:
+        endpoint.path.reserve(platform::MAX_LOCAL_PATH); // so that `name` fails for no want of it
         return address.name(endpoint.path) && endpoint.path.size() <= platform::MAX_LOCAL_PATH;
     case platform::FAMILY_IPV6:
         return address.IPv6(endpoint.ipv6.data());
@@ -26,8 +47,8 @@ bool takeAddress(const TCPAddress &address, platform::Endpoint &endpoint) {
     }
 }
 
-int closeAndFail(int fd) {
-    platform::closeSocket(fd);
+int outOfMemory(const ErrorContext &name, const SourcePlace &place = SourcePlace::caller()) {
+    errorAt(place, TCP_ERROR_OUT_OF_MEMORY, name);
     return -1;
 }
 
@@ -128,11 +149,19 @@ TCPError connectError(int error) {
     }
 }
 
-std::string connectContext(const TCPAddress &address) {
-    const std::string context = "connect vintok::connectToBoundSocket";
-    std::string text;
-    const bool printable = address.isUnix() ? address.name(text) : address.ipString(text, false);
-    return printable ? context + " -- ( " + text + " )" : context;
+// Says whom, unless the address has no text or there is no memory for it.
+void reportRefusal(const TCPAddress &address, int error, const SourcePlace &place) {
+    const ErrorContext name = "connect vintok::connectToBoundSocket";
+    try {
+        std::string text;
+        if (address.isUnix() ? address.name(text) : address.ipString(text, false)) {
+            text = name.text() + " -- ( " + text + " )";
+            errorAt(place, connectError(error), withSystemText(text, error));
+            return;
+        }
+    } catch (const std::bad_alloc &) {
+    }
+    errorAt(place, connectError(error), withSystemText(name, error));
 }
 
 // --- Accepting -----------------------------------------------------------------------
@@ -199,24 +228,25 @@ int withPort(unsigned short &port, Create create) {
 } // namespace
 
 int createBoundSocket(TCPAddress &address, int backlog, std::size_t tries, bool,
-                      TCPAddress::IPType type) {
+                      TCPAddress::IPType type) try {
     const SourcePlace place = SourcePlace::caller();
     Binding binding(address, type);
-    const int fd = platform::openSocket(binding.endpoint.family);
-    if (fd == -1) {
+    NewSocket socket(platform::openSocket(binding.endpoint.family));
+    if (socket.fd() == -1) {
         VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText("socket vintok::createBoundSocket"));
         return -1;
     }
-    setListenerOptions(fd, binding, place);
-    if (!bindAddress(fd, binding, address, tries, place))
-        return closeAndFail(fd);
-    if (!platform::listenSocket(fd, backlog == 0 ? longestBacklog : backlog))
-        return closeAndFail(fd);
+    setListenerOptions(socket.fd(), binding, place);
+    if (!bindAddress(socket.fd(), binding, address, tries, place) ||
+        !platform::listenSocket(socket.fd(), backlog == 0 ? longestBacklog : backlog))
+        return -1;
     updateAddress(binding, address);
     const platform::Family family = binding.endpoint.family;
-    addDescriptor(fd, false, family == platform::FAMILY_IPV4, family == platform::FAMILY_IPV6,
-                  family == platform::FAMILY_LOCAL);
-    return fd;
+    addDescriptor(socket.fd(), false, family == platform::FAMILY_IPV4,
+                  family == platform::FAMILY_IPV6, family == platform::FAMILY_LOCAL);
+    return socket.give();
+} catch (const std::bad_alloc &) {
+    return outOfMemory("vintok::createBoundSocket");
 }
 
 int createIPv4Socket(TCPAddress &address, int backlog, std::size_t tries, bool flag) {
@@ -271,35 +301,37 @@ int createLocalSocket(unsigned short &port, int backlog, std::size_t tries, bool
     return fd;
 }
 
-int createUnixSocket(const std::string &path, int backlog, bool flag) {
+int createUnixSocket(const std::string &path, int backlog, bool flag) try {
     TCPAddress address;
     address.setUnix(path);
     return createBoundSocket(address, backlog, 0, flag, TCPAddress::IPTYPE_NONE);
+} catch (const std::bad_alloc &) {
+    return outOfMemory("vintok::createUnixSocket");
 }
 
-int connectToBoundSocket(const TCPAddress &address) {
+int connectToBoundSocket(const TCPAddress &address) try {
     platform::Endpoint endpoint;
     endpoint.family = address.isUnix()   ? platform::FAMILY_LOCAL
                       : address.isIPv6() ? platform::FAMILY_IPV6
                                          : platform::FAMILY_IPV4;
     endpoint.port = address.port();
-    const int fd = platform::openSocket(endpoint.family);
-    if (fd == -1) {
+    NewSocket socket(platform::openSocket(endpoint.family));
+    if (socket.fd() == -1) {
         const int error = platform::socketError();
         VINTOK_ERROR(connectError(error),
                      withSystemText("socket vintok::connectToBoundSocket", error));
         return -1;
     }
     if (!takeAddress(address, endpoint))
-        return closeAndFail(fd);
-    if (!platform::connectSocket(fd, endpoint)) {
-        const int error = platform::socketError();
-        platform::closeSocket(fd);
-        VINTOK_ERROR(connectError(error), withSystemText(connectContext(address), error));
+        return -1;
+    if (!platform::connectSocket(socket.fd(), endpoint)) {
+        reportRefusal(address, platform::socketError(), SourcePlace::caller());
         return -1;
     }
-    addDescriptor(fd, false, false, false, false);
-    return fd;
+    addDescriptor(socket.fd(), false, false, false, false);
+    return socket.give();
+} catch (const std::bad_alloc &) {
+    return outOfMemory("vintok::connectToBoundSocket");
 }
 
 int connectLocal(unsigned short port) {
@@ -307,10 +339,12 @@ int connectLocal(unsigned short port) {
                       [](const TCPAddress &address) { return connectToBoundSocket(address); });
 }
 
-int connectUnix(const std::string &path) {
+int connectUnix(const std::string &path) try {
     TCPAddress address;
     address.setUnix(path);
     return connectToBoundSocket(address);
+} catch (const std::bad_alloc &) {
+    return outOfMemory("vintok::connectUnix");
 }
 
 int acceptBoundSocket(int fd, TCPAddress &peer) {
