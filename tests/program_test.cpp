@@ -151,12 +151,24 @@ TEST_F(ProgramTest, ACallThatCannotBePlacedEndsWithOneAndALine) {
 TEST_F(ProgramTest, ATakenPortIsAFailureOnlyWhenItMustBeThatOne) {
     Program first({"host"});
     const std::string port = portOf(first.target());
-    Program second({"host", "--port", port, "--exact-port"});
-    expectFailure(second, 1, "cannot listen on port " + port + ": Address already in use");
     Program third({"host", "--port", port});
     EXPECT_NE(port, portOf(third.target())) << third.story();
-    Program relay({"relay", "--port", port, "--exact-port"});
-    expectFailure(relay, 1, "cannot listen on port " + port + ": Address already in use");
+    unsigned short ipv4 = freshPort();
+    unsigned short ipv6 = freshPort();
+    const int squatters[] = {vintok::createLocalIPv4Socket(ipv4, 0, 255, true),
+                             vintok::createLocalIPv6Socket(ipv6, 0, 255, true)};
+    for (const char *role : {"host", "relay"}) {
+        for (const std::string &taken : {port, std::to_string(ipv4), std::to_string(ipv6)}) {
+            if (squatters[1] == -1 && taken == std::to_string(ipv6)) {
+                continue; // this machine has no IPv6
+            }
+            Program exact({role, "--port", taken, "--exact-port"});
+            expectFailure(exact, 1, "cannot listen on port " + taken + ": Address already in use");
+        }
+    }
+    for (const int squatter : squatters) {
+        vintok::platform::closeSocket(squatter);
+    }
 }
 
 TEST_F(ProgramTest, ACallThatNobodyAnswersEnds) {

@@ -95,6 +95,27 @@ TEST_F(Sockets, WalkOnFromABusyPort) {
     EXPECT_TRUE(state.known && state.boundIPv4 && !state.boundIPv6 && !state.boundUnix);
 }
 
+// Of two that have bound one port, one listens first.
+TEST_F(Sockets, WalkOnFromAPortThatSomebodyElseListensOnMeanwhile) {
+    ScriptedPlatform script;
+    const unsigned short wanted = freshPort();
+    TCPAddress address = loopbackAt(wanted);
+    script.listen = {fails(10048)};
+    ASSERT_NE(-1, keep(createBoundSocket(address, 0, 255, false, TCPAddress::IPTYPE_NONE)));
+    EXPECT_NE(wanted, address.hostByteOrderPort());
+    setLastError(TCP_ERROR_NO_ERROR, "untouched");
+
+    address.setHostByteOrderPort(wanted);
+    script.listen = {fails(10048)};
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 1, false, TCPAddress::IPTYPE_NONE));
+    expectError(TCP_ERROR_SYSTEM_ERROR,
+                "bind vintok::createBoundSocket\nAddress already in use.\n");
+    script.listen = {fails(10045)};
+    EXPECT_EQ(-1, createBoundSocket(address, 0, 255, false, TCPAddress::IPTYPE_NONE));
+    EXPECT_NE(-1, keep(createBoundSocket(address, 0, 1, false, TCPAddress::IPTYPE_NONE)))
+        << "nobody is left on it";
+}
+
 TEST_F(Sockets, WalkFromTheLastPortToZero) {
     unsigned short last = 65535;
     keep(createLocalIPv4Socket(last, 0, 1, false)); // or somebody else has it

@@ -18,4 +18,14 @@ std::string withLastFailure(const std::string &text) {
     return headline.empty() ? text : text + ": " + headline;
 }
 
+bool lastFailureIsTakenPort() {
+    const std::string context = vintok::lastErrorString();
+    for (const int error : {10013, 10048}) { // Windows has two ways to say it
+        if (context.find(vintok::sysErrorString(error)) != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace app

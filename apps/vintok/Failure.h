@@ -10,6 +10,9 @@ namespace app {
 // this thread was one of the system.
 std::string withLastFailure(const std::string &text);
 
+// Whether it was a port that somebody else has.
+bool lastFailureIsTakenPort();
+
 } // namespace app
 
 #endif

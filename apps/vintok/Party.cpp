@@ -29,7 +29,7 @@ Party::Party(const Options &options, Report &report)
 }
 
 int Party::run() {
-    if (m_listeners == 0) {
+    if (m_listeners == 0 || (m_options.exactPort && m_listeners == 1 && lastFailureIsTakenPort())) {
         const std::string port =
             m_options.port == 0 ? "the usual port" : "port " + std::to_string(m_options.port);
         fail(withLastFailure("cannot listen on " + port));

@@ -159,11 +159,12 @@ void RelayClient::end(const std::string &failure) {
 int runRelay(const Options &options, Report &report) {
     const unsigned short port = options.port == 0 ? RELAY_PORT : options.port;
     vintok::TCPServer server(port, options.exactPort, options.localOnly);
-    if (server.port() == 0) {
+    vintok::TCPSelect loop; // the thread's; also the server's
+    if (server.port() == 0 ||
+        (options.exactPort && loop.numDescriptors() == 1 && lastFailureIsTakenPort())) {
         report.failed(withLastFailure("cannot listen on port " + std::to_string(port)));
         return 1;
     }
-    vintok::TCPSelect loop; // the thread's; also the server's
     Inbox inbox(loop);
     bool done = false;
     const bool open = inbox.open([&](Inbox::Kind kind, const std::string &) {

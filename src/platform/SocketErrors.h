@@ -14,6 +14,7 @@ inline constexpr int remoteIO = 121;
 inline constexpr int wouldBlock = 10035;
 inline constexpr int inProgress = 10036;
 inline constexpr int notSocket = 10038;
+inline constexpr int addressInUse = 10048;
 inline constexpr int connectionReset = 10054;
 
 } // namespace vintok::socketErrors

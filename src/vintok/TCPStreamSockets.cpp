@@ -5,6 +5,8 @@
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
+#include "vintok/ByteOrder.h"
 #include "vintok/Globals.h"
 
 #include <array>
@@ -20,15 +22,17 @@ constexpr int longestBacklog = 0x7FFFFFFF;
 // Closed again at the end of the scope, unless it is given away.
 class NewSocket {
 public:
-    explicit NewSocket(int fd) : m_fd(fd) {}
-    ~NewSocket() {
-        if (m_fd != -1)
-            platform::closeSocket(m_fd);
-    }
+    explicit NewSocket(int fd = -1) : m_fd(fd) {}
+    ~NewSocket() { replace(-1); }
     NewSocket(const NewSocket &) = delete;
     NewSocket &operator=(const NewSocket &) = delete;
 
     int fd() const { return m_fd; } // -1 when it could not be made
+    void replace(int fd) {
+        if (m_fd != -1)
+            platform::closeSocket(m_fd);
+        m_fd = fd;
+    }
     int give() { return std::exchange(m_fd, -1); }
 
 private:
@@ -93,29 +97,43 @@ bool bindOnce(int fd, const platform::Endpoint &endpoint, const SourcePlace &pla
     return false;
 }
 
-// The port after 65535 is 0.
-bool walkPorts(int fd, Binding &binding, TCPAddress &address, std::size_t tries,
-               const SourcePlace &place) {
-    TCPAddress candidate = address;
-    for (std::size_t i = 0; i < tries; i++) {
-        binding.endpoint.port = candidate.port();
-        if (bindOnce(fd, binding.endpoint, place)) {
-            address.setPort(candidate.port());
-            return true;
-        }
-        candidate.setHostByteOrderPort(
-            static_cast<std::uint16_t>(candidate.hostByteOrderPort() + 1));
+bool openListener(NewSocket &socket, const Binding &binding, const SourcePlace &place) {
+    socket.replace(platform::openSocket(binding.endpoint.family));
+    if (socket.fd() != -1) {
+        setListenerOptions(socket.fd(), binding, place);
+        return true;
     }
+    errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText("socket vintok::createBoundSocket"));
     return false;
 }
 
-bool bindAddress(int fd, Binding &binding, TCPAddress &address, std::size_t tries,
-                 const SourcePlace &place) {
-    if (!takeAddress(address, binding.endpoint))
-        return false;
-    if (binding.wantUnix)
-        return bindOnce(fd, binding.endpoint, place);
-    return walkPorts(fd, binding, address, tries, place);
+enum class Outcome { listens, isTaken, failed };
+
+// Several can be bound to one port on some systems, until one of them listens. The others have come
+// too late then, and go on with another socket, as theirs stays bound.
+Outcome listenAt(NewSocket &socket, const Binding &binding, int backlog, const SourcePlace &place) {
+    if (!bindOnce(socket.fd(), binding.endpoint, place))
+        return Outcome::isTaken;
+    if (platform::listenSocket(socket.fd(), backlog))
+        return Outcome::listens;
+    if (platform::socketError() != socketErrors::addressInUse)
+        return Outcome::failed;
+    errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText("bind vintok::createBoundSocket"));
+    return openListener(socket, binding, place) ? Outcome::isTaken : Outcome::failed;
+}
+
+// The port after 65535 is 0.
+bool walkPorts(NewSocket &socket, Binding &binding, TCPAddress &address, int backlog,
+               std::size_t tries, const SourcePlace &place) {
+    std::uint16_t port = address.hostByteOrderPort();
+    Outcome outcome = Outcome::isTaken;
+    for (; tries > 0 && outcome == Outcome::isTaken; tries--, port++) {
+        binding.endpoint.port = networkOrder(port);
+        outcome = listenAt(socket, binding, backlog, place);
+    }
+    if (outcome == Outcome::listens)
+        address.setPort(binding.endpoint.port);
+    return outcome == Outcome::listens;
 }
 
 // The caller is to learn an address that others can call, so a wildcard becomes this host's own.
@@ -231,14 +249,13 @@ int createBoundSocket(TCPAddress &address, int backlog, std::size_t tries, bool,
                       TCPAddress::IPType type) try {
     const SourcePlace place = SourcePlace::caller();
     Binding binding(address, type);
-    NewSocket socket(platform::openSocket(binding.endpoint.family));
-    if (socket.fd() == -1) {
-        VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText("socket vintok::createBoundSocket"));
+    NewSocket socket;
+    if (!openListener(socket, binding, place) || !takeAddress(address, binding.endpoint))
         return -1;
-    }
-    setListenerOptions(socket.fd(), binding, place);
-    if (!bindAddress(socket.fd(), binding, address, tries, place) ||
-        !platform::listenSocket(socket.fd(), backlog == 0 ? longestBacklog : backlog))
+    if (backlog == 0)
+        backlog = longestBacklog;
+    if (binding.wantUnix ? listenAt(socket, binding, backlog, place) != Outcome::listens
+                         : !walkPorts(socket, binding, address, backlog, tries, place))
         return -1;
     updateAddress(binding, address);
     const platform::Family family = binding.endpoint.family;

@@ -106,6 +106,12 @@ int wrapAccept(int fd, platform::Family family, platform::Endpoint &peer) {
     return nextAnswer(&ScriptedPlatform::accept) ? -1 : realAccept(fd, family, peer);
 }
 
+bool realListen(int, int) asm("__real__ZN6vintok8platform12listenSocketEii");
+bool wrapListen(int, int) asm("__wrap__ZN6vintok8platform12listenSocketEii");
+bool wrapListen(int fd, int backlog) {
+    return nextAnswer(&ScriptedPlatform::listen) ? false : realListen(fd, backlog);
+}
+
 bool realHostName(std::string &) asm("__real__ZN6vintok8platform8hostNameERNSt7__cxx1112basic_"
                                      "stringIcSt11char_traitsIcESaIcEEE");
 bool wrapHostName(std::string &) asm("__wrap__ZN6vintok8platform8hostNameERNSt7__cxx1112basic_"

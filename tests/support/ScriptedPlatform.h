@@ -44,6 +44,7 @@ public:
     std::deque<Answer> send;
     std::deque<Answer> waiting;
     std::deque<Answer> accept;   // failures only
+    std::deque<Answer> listen;   // failures only
     std::deque<Answer> hostName; // failures only
 
     // Whether the socket layer starts; the first count that is not negative is the version given.
