@@ -249,9 +249,15 @@ TEST(Network, takesItsMaskFromTheTextOrApart) {
     EXPECT_TRUE(address.setNetwork("1::", std::uint16_t{128}));
     EXPECT_EQ(address.ipType(), 34U);
     EXPECT_FALSE(address.setNetwork("1::", std::uint16_t{129}));
-    for (const char *bad : {"", "somewhere", "10.0.0.0/33", "1::/129"})
-        EXPECT_FALSE(address.setNetwork(bad)) << bad;
-    EXPECT_EQ(address.maskBits(), 128);
+    EXPECT_FALSE(address.setNetwork(""));
+    const std::string before = text(address);
+    for (const std::string other : {"somewhere", "10.0.0.0/33", "1::/129"}) {
+        EXPECT_TRUE(address.setNetwork(other));
+        EXPECT_EQ(text(address), before) << other << " is a name and nothing else";
+        std::string name;
+        EXPECT_TRUE(address.name(name));
+        EXPECT_EQ(name, other);
+    }
 }
 
 TEST(NetMask, countsTheBitsOfAText) {

@@ -84,6 +84,40 @@ TEST(Names, thatDoNotResolveChangeNothing) {
     EXPECT_EQ(all.size(), 1U);
 }
 
+#ifdef VINTOK_COUNTS_QUESTIONS
+int questions = 0;
+
+extern "C" int __real_getaddrinfo(const char *, const char *, const void *, void *);
+extern "C" int __wrap_getaddrinfo(const char *node, const char *service, const void *hints,
+                                  void *result) {
+    ++questions;
+    return __real_getaddrinfo(node, service, hints, result);
+}
+
+// Only a machine that has nothing but loopback gets its own names at the second time.
+TEST(Names, thatDoNotResolveAreAskedForOnce) {
+    platform::Endpoint ignored;
+    const std::pair<TCPAddress::IPType, platform::Family> families[] = {
+        {TCPAddress::IPTYPE_IPV4, platform::FAMILY_IPV4},
+        {TCPAddress::IPTYPE_IPV6, platform::FAMILY_IPV6}};
+    for (const auto &[type, family] : families) {
+        questions = 0;
+        EXPECT_FALSE(TCPAddress().resolve(impossible, type));
+        EXPECT_EQ(platform::interfaceAddress(family, ignored) ? 1 : 2, questions);
+    }
+}
+#endif
+
+template <typename Address>
+concept ResolvesZero = requires(Address address) {
+    address.resolve(0);
+};
+template <typename Address>
+concept ResolvesZeroByNetName = requires(Address address) {
+    address.resolveNetName(0);
+};
+static_assert(!ResolvesZero<TCPAddress> && !ResolvesZeroByNetName<TCPAddress>);
+
 TEST(ResolveName, fillsWhateverIsMissing) {
     TCPAddress nothing;
     EXPECT_FALSE(nothing.resolveName());

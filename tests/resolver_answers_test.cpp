@@ -18,6 +18,7 @@ struct Answer {
 
 std::vector<Answer> answers;
 platform::Lookup asked;
+int questions = 0;
 
 } // namespace
 
@@ -25,10 +26,13 @@ namespace platform {
 
 bool resolveHost(const std::string &, Lookup lookup, bool, std::vector<ResolvedAddress> &result) {
     asked = lookup;
+    ++questions;
     result.clear();
     for (const Answer &answer : answers) {
         ResolvedAddress entry;
         const TCPAddress address = test::literal(answer.text);
+        if (lookup == (address.isIPv4() ? Lookup::ipv6 : Lookup::ipv4))
+            continue;
         entry.endpoint.family = address.isIPv4() ? FAMILY_IPV4 : FAMILY_IPV6;
         address.IPv4(entry.endpoint.ipv4);
         address.IPv6(entry.endpoint.ipv6.data());
@@ -163,7 +167,7 @@ TEST(Questions, askForTheFamiliesOfTheType) {
     } rows[] = {{0, platform::Lookup::any},  {1, platform::Lookup::ipv4},
                 {2, platform::Lookup::ipv6}, {3, platform::Lookup::mapped},
                 {4, platform::Lookup::any},  {9, platform::Lookup::ipv4}};
-    answers = {{"10.0.0.1", "c"}};
+    answers = {{"10.0.0.1", "c"}, {"1::1", ""}};
     for (const auto &row : rows) {
         TCPAddress address;
         EXPECT_TRUE(address.resolve("host", static_cast<TCPAddress::IPType>(row.type)));
@@ -211,6 +215,36 @@ TEST(ThisMachine, isNotCalledLoopbackWhereItHasAnInterface) {
     TCPAddress own;
     EXPECT_TRUE(own.resolve());
     EXPECT_EQ(text(own), "10.0.0.1") << "an address that others can use is kept";
+}
+
+TEST(ThisMachine, isAskedForOnceAndOfTheFamilyThatIsWanted) {
+    platform::Endpoint ignored;
+    const bool hasIPv6 = platform::interfaceAddress(platform::FAMILY_IPV6, ignored);
+    const struct {
+        std::vector<Answer> answers;
+        TCPAddress::IPType type;
+        const char *text; // null: fails
+    } rows[] = {
+        {{}, none, nullptr},
+        {{}, TCPAddress::IPTYPE_IPV6, nullptr},
+        {{{"10.0.0.1", "c"}, {"1::1", ""}}, TCPAddress::IPTYPE_IPV6, "1:0:0:0:0:0:0:1"},
+        {{{"1::1", "c"}, {"10.0.0.1", ""}}, TCPAddress::IPTYPE_IPV4, "10.0.0.1"},
+        {{{"fe80::1", "c"}, {"1::1", ""}}, both, "1:0:0:0:0:0:0:1"},
+        {{{"10.0.0.1", "c"}}, TCPAddress::IPTYPE_IPV6, nullptr},
+        {{{"127.0.1.1", "c"}}, TCPAddress::IPTYPE_IPV6, hasIPv6 ? "an interface" : nullptr},
+    };
+    for (const auto &row : rows) {
+        answers = row.answers;
+        questions = 0;
+        TCPAddress own;
+        own.setPort(7);
+        EXPECT_EQ(row.text != nullptr, own.resolve(row.type));
+        EXPECT_EQ(1, questions);
+        EXPECT_EQ(7, own.port());
+        if (row.text != nullptr && row.text != std::string("an interface")) {
+            EXPECT_EQ(row.text, text(own));
+        }
+    }
 }
 
 } // namespace

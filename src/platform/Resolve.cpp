@@ -1,8 +1,9 @@
 // Asks the system's resolver. The two systems have the same call for it; what they do not agree on
 // is what AI_ADDRCONFIG means for a machine that has only its loopback interface. That flag keeps
 // addresses away that the machine cannot reach, and some resolvers count loopback as no network at
-// all: then not even "localhost" resolves. So a name that was not found is asked for once more
-// without the flag, and of that answer only the loopback addresses count.
+// all: then not even "localhost" resolves. So where the machine has nothing but loopback of the
+// families that are wanted, a name that was not found is asked for once more without the flag, and
+// of that answer only the loopback addresses count.
 
 #include "platform/Resolve.h"
 
@@ -38,6 +39,12 @@ addrinfo hintsFor(Lookup lookup) {
     return hints;
 }
 
+bool hasInterface(Lookup lookup) {
+    Endpoint ignored;
+    return (lookup != Lookup::ipv6 && interfaceAddress(FAMILY_IPV4, ignored)) ||
+           (lookup != Lookup::ipv4 && interfaceAddress(FAMILY_IPV6, ignored));
+}
+
 // The resolver's answer; null with `error` when it has none.
 AddressList ask(const std::string &name, addrinfo hints, int flags, int &error) {
     addrinfo *first = nullptr;
@@ -65,7 +72,7 @@ bool resolveHost(const std::string &name, Lookup lookup, bool literal,
     int error = 0;
     // What stands there in figures is no matter of what the machine can reach.
     AddressList list = ask(name, hintsFor(lookup), literal ? AI_NUMERICHOST : AI_ADDRCONFIG, error);
-    const bool loopbackOnly = !literal && error != 0;
+    const bool loopbackOnly = !literal && error != 0 && !hasInterface(lookup);
     if (loopbackOnly && error != EAI_AGAIN && error != EAI_MEMORY)
         list = ask(name, hintsFor(lookup), 0, error);
     for (const addrinfo *entry = list.get(); entry != nullptr; entry = entry->ai_next) {

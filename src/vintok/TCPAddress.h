@@ -12,6 +12,7 @@
 
 #include "vintok/Export.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -135,8 +136,8 @@ public:
     std::uint16_t maskBits() const;
 
     // Make this a network, from a literal that may end in "/length" or with the mask given apart.
-    // The text becomes the name. False for a text that is not a literal or a mask that does not
-    // fit; what was stored before the mask was refused stays stored.
+    // The text becomes the name, which is all that a text does that is no literal. False for an
+    // empty one and a mask that does not fit; what was stored before the mask was refused stays.
     bool setNetwork(const std::string &text);
     bool setNetwork(const std::string &text, std::uint16_t bits);
     bool setNetwork(const std::string &text, std::string mask);
@@ -167,10 +168,12 @@ public:
     // IPv6 `type` takes addresses of that family alone. On success the name is the one given and
     // the port is unchanged; after a failure the address may have been cleared. A name that yields
     // nothing usable succeeds all the same when a port is set. For this machine the address of an
-    // interface is preferred to loopback.
+    // interface is preferred to loopback, and taken where the machine's name is loopback in the
+    // other family alone.
     bool resolve(const std::string &name);
     bool resolve(const std::string &name, IPType type);
     bool resolve(IPType type);
+    bool resolve(std::nullptr_t) = delete; // a 0 would be a text, at no address
     bool resolve();
 
     // Like `resolve`, but by way of the canonical name that the resolver reports, which is also the
@@ -178,6 +181,7 @@ public:
     bool resolveNetName(const std::string &name);
     bool resolveNetName(const std::string &name, IPType type);
     bool resolveNetName(IPType type);
+    bool resolveNetName(std::nullptr_t) = delete;
     bool resolveNetName();
 
     // Fills whichever of name and address is missing: the name becomes the address as text, the
@@ -233,6 +237,7 @@ protected:
 private:
     // The address bytes: 4, 16 or none of them, by the family.
     std::uint64_t mf_ipBytes(const unsigned char *&bytes) const;
+    bool mf_takeInterface(IPType type);
     void mf_preferInterface(IPType type);
 };
 

@@ -66,6 +66,12 @@ void store(const platform::ResolvedAddress &entry, TCPAddress &address) {
     }
 }
 
+bool isLinkLocalIPv6(const TCPAddress &address) {
+    platform::ResolvedAddress entry;
+    entry.endpoint.family = platform::FAMILY_IPV6;
+    return address.IPv6(entry.endpoint.ipv6.data()) && isLinkLocal(entry);
+}
+
 // Whether the entry at `index` of the resolver's list is the one to keep in `address`.
 bool isKept(const platform::ResolvedAddress &entry, std::size_t index, bool wantAll,
             const TCPAddress &address) {
@@ -144,21 +150,27 @@ bool TCPAddress::resolve(const std::string &name, IPType type) try {
 
 bool TCPAddress::resolve(IPType type) try {
     std::string node;
-    if (!nodeName(node))
-        return false;
-    // A machine that knows its name as loopback has it from a file, in one family as a rule: asking
-    // for the other would wait for name servers that have never heard of it.
+    // Both families are asked for at once. A machine that knows its name as loopback has it from a
+    // file, in one family as a rule: a question for the other would wait for name servers that have
+    // never heard of it.
     TCPAddress own;
-    const bool isLocal = own.resolve(node, IPTYPE_NONE) && isLoopbackNet(own);
-    if (!isLocal)
-        return resolve(node, type);
-    if (!isWanted(IPTYPE_IPV4, type) && !own.isIPv6())
-        own.setLoopbackIPv6();
-    else if (!isWanted(IPTYPE_IPV6, type) && !own.isIPv4())
-        own.setLoopbackIPv4();
+    std::vector<TCPAddress> all;
+    if (!nodeName(node) ||
+        !sf_dnsResolve(node, own, all, literalFamily(node) != IPTYPE_NONE, IPTYPE_NONE, true))
+        return false;
+    const bool isLocal = isLoopbackNet(all.front());
+    std::erase_if(all, [type](const TCPAddress &each) {
+        return !isWanted(IPType(each.ipType() & IPTYPE_BOTH), IPType(type & IPTYPE_BOTH));
+    });
+    const auto usable = std::find_if_not(all.begin(), all.end(), isLinkLocalIPv6);
+    own = usable != all.end() ? *usable : TCPAddress();
+    if (all.empty() && !(isLocal && own.mf_takeInterface(type)))
+        return false;
+    own.mf_preferInterface(type);
+    own.m_name = node;
     own.setPort(port());
+    clear();
     TCPAddress::operator=(own);
-    mf_preferInterface(type);
     return true;
 } catch (const std::bad_alloc &) {
     return false;
@@ -203,16 +215,22 @@ bool TCPAddress::resolveNetName() {
     return resolveNetName(IPTYPE_NONE);
 }
 
-// Others must not know this machine by an address that means themselves to them.
-void TCPAddress::mf_preferInterface(IPType type) {
-    if (!isLoopbackNet(*this))
-        return;
+bool TCPAddress::mf_takeInterface(IPType type) {
     platform::ResolvedAddress found;
     if ((isWanted(IPTYPE_IPV4, type) &&
          platform::interfaceAddress(platform::FAMILY_IPV4, found.endpoint)) ||
         (isWanted(IPTYPE_IPV6, type) &&
-         platform::interfaceAddress(platform::FAMILY_IPV6, found.endpoint)))
+         platform::interfaceAddress(platform::FAMILY_IPV6, found.endpoint))) {
         store(found, *this);
+        return true;
+    }
+    return false;
+}
+
+// Others must not know this machine by an address that means themselves to them.
+void TCPAddress::mf_preferInterface(IPType type) {
+    if (isLoopbackNet(*this))
+        mf_takeInterface(type);
 }
 
 bool TCPAddress::resolveName() try {

@@ -380,6 +380,9 @@ bool TCPAddress::maskString(std::string &text) const try {
 // ---- Networks ----------------------------------------------------------------------------------
 
 bool TCPAddress::setNetwork(const std::string &text) try {
+    if (text.empty())
+        return false;
+    m_name = text;
     std::uint32_t address = 0;
     std::uint16_t words[8];
     std::uint16_t bits = 0;
@@ -389,12 +392,9 @@ bool TCPAddress::setNetwork(const std::string &text) try {
     } else if (sf_parseIPv6(text, words, bits = 0)) {
         setIPv6(words);
         m_storage.type = ipv6Network;
-    } else {
-        return false;
     }
     if (bits != 0)
         m_storage.maskBits = bits;
-    m_name = text;
     return true;
 } catch (const std::bad_alloc &) {
     return false;
