@@ -422,13 +422,15 @@ TEST_F(Loops, ACountSortsItsErrors) {
 }
 
 TEST_F(Loops, ClearingStopsAfterItsPasses) {
-    // 100000 bytes are 24 chunks and a part, and 10 more passes for good measure.
-    script.waiting = times(34, gives(1));
-    script.receive = times(34, gives(1));
+    // 100000 bytes are 24 chunks and a part, and 10 more passes for good measure. What is taken at
+    // a time never grows again.
+    script.waiting = times(1, gives(1), times(33, gives(4096)));
+    script.receive = times(34, gives(4096));
     EXPECT_EQ(34, rawClearSocket(fd, 100000));
     EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
-    script.waiting = times(68, gives(1)); // the checked one counts twice each pass
-    script.receive = times(34, gives(1));
+    // The checked one counts twice each pass.
+    script.waiting = times(2, gives(1), times(66, gives(4096)));
+    script.receive = times(34, gives(4096));
     EXPECT_EQ(34, clearSocket(fd, 100000));
     EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
     expectNoError();

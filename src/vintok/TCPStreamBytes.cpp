@@ -409,6 +409,7 @@ std::int64_t sf_clearSocket(int fd, std::size_t count) {
     const SourcePlace place = SourcePlace::caller();
     std::array<unsigned char, clearChunk> scratch;
     std::size_t total = 0;
+    std::size_t chunk = scratch.size();
     for (std::size_t passes = 0; passes < clearPasses(count) && total < count; passes++) {
         std::size_t pending = 0;
         if (!countWaiting(fd, pending)) {
@@ -418,7 +419,7 @@ std::int64_t sf_clearSocket(int fd, std::size_t count) {
         }
         if (pending == 0)
             break;
-        const std::size_t chunk = std::min({scratch.size(), count - total, pending});
+        chunk = std::min({chunk, count - total, pending}); // once small, it stays small
         setNonBlocking(fd);
         const std::int64_t got = takeIn(fd, scratch.data(), chunk);
         const int error = platform::socketError();
