@@ -93,6 +93,9 @@ TEST_F(TLSProgram, AMeetingOfThreeIsEncryptedOnEachConnectionAndSaysSo) {
     EXPECT_TRUE(bob.tells("left", {named("Cid")})) << bob.story();
     ann.type("I am");
     EXPECT_TRUE(bob.tells("said", {named("Ann"), text("text", "I am")})) << bob.story();
+    ann.kill();
+    EXPECT_TRUE(bob.tells("broken-off")) << bob.story();
+    EXPECT_EQ(1, bob.exitCode()) << "nobody has ended the meeting: " << bob.story();
 }
 
 struct Pairing {
@@ -149,10 +152,12 @@ TEST_F(TLSProgram, WhoMeetsWhomIsDecidedByWhatBothDemand) {
             EXPECT_TRUE(bob.tells(row.outcome, {named("Ann")})) << bob.story() << ann.story();
             bob.type("/leave");
             EXPECT_EQ(0, bob.exitCode()) << bob.story();
+            EXPECT_THAT(bob.output(), Not(HasSubstr("broken-off")));
             continue;
         }
         EXPECT_EQ(1, bob.exitCode()) << bob.story();
         EXPECT_THAT(bob.errors(), HasSubstr(row.words)) << ann.story();
+        EXPECT_EQ(row.guest != plain, bob.output().find("broken-off") != std::string::npos);
         // The host goes on.
         Program cid(joining(target,
                             {"--tls-cert", file("guest.pem"), "--tls-key", file("guest.key")},
@@ -162,16 +167,22 @@ TEST_F(TLSProgram, WhoMeetsWhomIsDecidedByWhatBothDemand) {
 }
 
 TEST_F(TLSProgram, WhatCannotBeUsedIsSaidInALine) {
+    Multiplexer mux({"--tls-cert", file("host.pem"), "--tls-key", file("host.key"), "--meeting",
+                     "talk=127.0.0.1:1"});
     const std::pair<Arguments, const char *> rows[] = {
         {{"host", "--local", "--tls-cert", file("host.pem")},
          "cannot use TLS: a certificate and its key are needed together"},
         {{"host", "--local", "--tls-cert", "/nowhere.pem", "--tls-key", file("host.key")},
          "cannot use TLS: cannot read /nowhere.pem"},
         {{"tls-init", folder().string()}, "ca.key: File exists"},
+        {{"host", "--local", "--tls-require"}, "a host takes --tls-cert and --tls-key to encrypt"},
+        {{"join", "--mux", mux.address(), "--meeting-id", "talk", "--tls-wait", "1", "--tls-ca",
+          file("host.pem")},
+         "cannot be reached securely: certificate verify failed"},
     };
     for (const auto &[arguments, words] : rows) {
         ChildProcess run = Program::plain(arguments);
-        EXPECT_EQ(1, run.exitCode()) << run.story();
+        EXPECT_NE(0, run.exitCode()) << run.story();
         EXPECT_THAT(run.errors(), HasSubstr(words));
     }
 }

@@ -387,6 +387,13 @@ TEST_F(Pieces, ARecordThatWasTamperedWithEndsTheConnection) {
     EXPECT_EQ("", ends->read(5));
     EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
     EXPECT_THAT(lastErrorString(), HasSubstr("bad record mac"));
+    std::string words;
+    int fd = -1;
+    EXPECT_EQ(TLS_ERROR_PROTOCOL, ends->mineTLS.lastFailure(words, &fd));
+    EXPECT_EQ(ends->mine(), fd);
+    ends->mineTLS.clearFailure();
+    ends->pair.shutDownMine();
+    EXPECT_EQ(TLS_ERROR_NONE, ends->mineTLS.lastFailure(words)) << "told once";
 }
 
 TEST_F(Pieces, AnEndInTheMiddleOfARecordIsATruncation) {
@@ -403,17 +410,29 @@ TEST_F(Pieces, AnEndInTheMiddleOfARecordIsATruncation) {
     EXPECT_THAT(log.text(), HasSubstr("ended without a close of the channel"));
 }
 
-TEST_F(TLS, ACloseInOrderIsToldFromATruncation) {
+// Nobody reads in between.
+TEST_F(TLS, ABareEndThatOnlyTheCloseMeetsIsATruncation) {
     ASSERT_TRUE(ends->shakeHands());
+    ends->pair.resetPeer();
+    ASSERT_TRUE(awaitEnd(ends->mine()));
+    ends->pair.shutDownMine();
+    std::string words;
+    EXPECT_EQ(TLS_ERROR_TRUNCATED, ends->mineTLS.lastFailure(words));
+}
+
+TEST_F(TLS, ACloseInOrderIsToldFromATruncation) {
+    ends->mineOptions.required = true;
+    ASSERT_TRUE(ends->shakeHandsBackwards());
     ASSERT_TRUE(ends->peerWrites("last words"));
     ASSERT_TRUE(ends->peerTLS.removeSecureDescriptor(ends->peer()));
-    ends->pair.shutDownPeer();
     EXPECT_EQ("last words", ends->readAll(10));
     LogFile log(LOG_WARNING);
     EXPECT_EQ("", ends->read(1));
     EXPECT_EQ(TLS_ERROR_CLOSED, static_cast<TLSError>(ends->mineTLS.lastSecureError(ends->mine())));
     ends->pair.shutDownMine();
     EXPECT_EQ("", log.text());
+    std::string words;
+    EXPECT_EQ(TLS_ERROR_NONE, ends->mineTLS.lastFailure(words)) << "the end may come later";
 }
 
 TEST_F(TLS, AWriteToAPeerThatIsGoneFailsAndRaisesNoSignal) {
@@ -425,6 +444,8 @@ TEST_F(TLS, AWriteToAPeerThatIsGoneFailsAndRaisesNoSignal) {
     }
     EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
     EXPECT_TRUE(isClosed(ends->mine()));
+    std::string words;
+    EXPECT_EQ(TLS_ERROR_NONE, ends->mineTLS.lastFailure(words)) << "it has said its close";
 }
 
 TEST_F(TLS, ADescriptorThatIsSecureIsNotShakenTwice) {

@@ -112,7 +112,8 @@ void addMeeting(CLI::App &app, Options &options) {
 void addSecure(CLI::App &app, Options &options) {
     secure::Options &secure = options.secure;
     app.add_option("--tls-cert", secure.certificate,
-                   "Encrypt connections, and show this certificate (PEM, its chain behind it)")
+                   "Encrypt connections, and show this certificate (PEM, its chain behind it; read "
+                   "once, at the start)")
         ->type_name("FILE");
     app.add_option("--tls-key", secure.key, "The key of that certificate (PEM)")->type_name("FILE");
     app.add_option("--tls-ca", secure.roots, "Trust certificates that lead to one of these (PEM)")
@@ -136,6 +137,15 @@ void addSecureCall(CLI::App &app, Options &options) {
     app.add_option("--tls-name", options.secure.name,
                    "The name that the host's certificate must be for (the host as called)")
         ->type_name("NAME");
+}
+
+bool finishHost(Options &options, std::string &text) {
+    if (!finishOfferedWay(options, text)) {
+        return false;
+    }
+    options.secure.required |= options.secure.demandsCertificate; // without TLS none is shown
+    text = "a host takes --tls-cert and --tls-key to encrypt";
+    return !options.secure.wanted() || !options.secure.certificate.empty();
 }
 
 CLI::App *addHost(CLI::App &program, Options &options) {
@@ -323,7 +333,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
             options.role = role;
             options.secure.accepts = role == Role::host;
             return (role == Role::join && !finishWay(options, text)) ||
-                           (role == Role::host && !finishOfferedWay(options, text))
+                           (role == Role::host && !finishHost(options, text))
                        ? ParseResult::wrong
                        : ParseResult::run;
         }

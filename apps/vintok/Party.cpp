@@ -89,7 +89,8 @@ bool Party::call() {
     CallPlan plan;
     plan.remote = m_options.target;
     if (m_options.way.isTunnelled()) {
-        m_tunnel = std::make_unique<Tunnel>(m_options.way, m_options.target, m_report);
+        m_tunnel = std::make_unique<Tunnel>(m_options.way, m_options.target,
+                                            m_options.secure.required, m_report);
         if (const std::string fault = m_tunnel->fault(); !fault.empty()) {
             fail(fault);
             return false;
@@ -108,7 +109,10 @@ bool Party::place(const CallPlan &plan) {
                                 plan.retries)) {
         return true;
     }
-    fail(callFailure(plan.connectsTo()));
+    // The library shuts such a connection down, and its last error tells of that.
+    const std::string insecure = tellBreak();
+    fail(insecure.empty() ? callFailure(plan.connectsTo())
+                          : plan.connectsTo().text() + " cannot be reached securely: " + insecure);
     return false;
 }
 
@@ -160,11 +164,7 @@ void Party::afterPass() {
     if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
         return callBreaks();
     }
-    if (const std::string failure = secure::takeFailure(); !failure.empty()) {
-        Notice notice{"broken-off", "A connection was broken off: " + failure + '.', {}};
-        notice.fields.text("reason", failure);
-        m_report.notice(notice);
-    }
+    tellBreak();
     if (m_options.role == Role::host && !m_participant.isHost()) {
         // The library ends a meeting when the last guest has gone. This one goes on.
         m_participant.hostMeeting(m_options.meeting);

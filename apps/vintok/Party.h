@@ -74,6 +74,7 @@ private:
     void callEnds(CallEvent event, const std::string &reason);
     void callFails(CallEvent event, const std::string &failure);
     void callBreaks();
+    std::string tellBreak();
     void giveUp(const std::string &reason);
     Person self() const;
 
@@ -99,8 +100,9 @@ private:
     vintok::TCPSelect m_loop; // the thread's; also the participant's
     Participant m_participant;
     Inbox m_inbox;
-    int m_listeners = 0; // how many descriptors the loop had when nothing but listening was on
-    int m_host = -1;     // the connection to the host, at a guest
+    int m_listeners = 0;     // how many descriptors the loop had when nothing but listening was on
+    int m_host = -1;         // the connection to the host, at a guest
+    std::string m_hostBreak; // why that was broken off, if it was
     int m_exitCode = 0;
     unsigned int m_patience = 0; // ticks until it is left without the host's hanging up
     unsigned int m_seconds = 0;  // since the loop began

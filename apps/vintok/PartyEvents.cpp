@@ -138,6 +138,10 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     }
     m_report.left(person);
     if (m_options.role == Role::join && person.host) {
+        tellBreak();
+        if (!m_hostBreak.empty()) {
+            return fail("the connection to the host was broken off: " + m_hostBreak);
+        }
         meetingEnds("The host has left: the meeting is over.");
     }
 }
@@ -246,12 +250,26 @@ void Party::callFails(CallEvent event, const std::string &failure) {
 // The connection of the call is gone.
 void Party::callBreaks() {
     std::string failure = m_tunnel ? m_tunnel->failure() : "";
-    const std::string insecure = secure::takeFailure();
+    const std::string insecure = tellBreak();
     if (failure.empty()) {
         failure = whom() + (insecure.empty() ? " has hung up without an answer"
                                              : " cannot be reached securely: " + insecure);
     }
     callFails(CallEvent::noAnswer, failure);
+}
+
+// Why a connection was broken off that was to be secure; empty when none was.
+std::string Party::tellBreak() {
+    const secure::Break broken = secure::takeBreak();
+    if (!broken.reason.empty()) {
+        Notice notice{"broken-off", "A connection was broken off: " + broken.reason + '.', {}};
+        notice.fields.text("reason", broken.reason);
+        m_report.notice(notice);
+    }
+    if (m_host != -1 && broken.descriptor == m_host) {
+        m_hostBreak = broken.reason;
+    }
+    return broken.reason;
 }
 
 void Party::giveUp(const std::string &reason) {

@@ -34,9 +34,13 @@ struct Options {
 // For every connection from here on. False with the reason.
 bool start(const Options &options, std::string &failure);
 
-// Why the last connection was broken off that was to be secure, and forgets it; empty when none
-// was.
-std::string takeFailure();
+struct Break {
+    std::string reason; // empty when no connection was broken off
+    int descriptor = -1;
+};
+
+// The last connection that was broken off and was secure, or was to be; it is told once.
+Break takeBreak();
 
 // A folder with certificates for trying out.
 bool makeFolder(const std::string &folder, const std::vector<std::string> &names,

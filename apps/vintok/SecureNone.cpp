@@ -14,8 +14,8 @@ bool start(const Options &, std::string &failure) {
     return false;
 }
 
-std::string takeFailure() {
-    return "";
+Break takeBreak() {
+    return {};
 }
 
 bool makeFolder(const std::string &, const std::vector<std::string> &, std::string &failure) {

@@ -39,11 +39,11 @@ bool start(const Options &options, std::string &failure) {
     return false;
 }
 
-std::string takeFailure() {
-    std::string words;
-    transport().lastFailure(words);
+Break takeBreak() {
+    Break broken;
+    transport().lastFailure(broken.reason, &broken.descriptor);
     transport().clearFailure();
-    return words;
+    return broken;
 }
 
 bool makeFolder(const std::string &folder, const std::vector<std::string> &names,

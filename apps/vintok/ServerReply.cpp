@@ -69,7 +69,7 @@ void readHeader(const std::string &line, ServerReply &reply) {
     } else if (name == lowered(vintok::http_pLorMUX_Reason)) {
         reply.detail = value;
     } else if (name == lowered(vintok::http_pLorMUX_Encrypt)) {
-        reply.encrypts = value == "true";
+        reply.encryption = value;
     }
 }
 

@@ -7,11 +7,11 @@
 namespace app {
 
 struct ServerReply {
-    int status = 0;        // as its first line says it
-    std::string reason;    // the words behind the status
-    std::string detail;    // what a multiplexer adds
-    bool encrypts = false; // as a multiplexer that keeps the connection secure
-    std::string location;  // where it sends the caller
+    int status = 0;         // as its first line says it
+    std::string reason;     // the words behind the status
+    std::string detail;     // what a multiplexer adds
+    std::string encryption; // "true" of a multiplexer that keeps the connection secure
+    std::string location;   // where it sends the caller
 
     // Of a challenge: the first scheme, and whether `basic` is among them, with its realm.
     std::string scheme;

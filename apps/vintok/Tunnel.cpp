@@ -68,8 +68,8 @@ std::string CallPlan::remoteName() const {
     return literal && !proxy.host.empty() ? '[' + remote.host + ']' : remote.host;
 }
 
-Tunnel::Tunnel(const Way &way, const Target &target, Report &report)
-    : m_way(way), m_target(target), m_report(report) {
+Tunnel::Tunnel(const Way &way, const Target &target, bool secure, Report &report)
+    : m_way(way), m_target(target), m_secure(secure), m_report(report) {
     plan(way.multiplexer);
     m_plan.meetingID = way.meetingID;
     m_plan.retries = RETRIES;
@@ -217,10 +217,13 @@ std::string Tunnel::challengeFailure() const {
 }
 
 std::string Tunnel::secureServer() const {
-    return m_opened && m_reply.encrypts ? who() : "";
+    return m_opened && m_reply.encryption == "true" ? who() : "";
 }
 
 std::string Tunnel::failure() const {
+    if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty()) {
+        return who() + " goes on without TLS, which is required";
+    }
     if (!m_anyAnswer || isSuccess(m_status)) {
         return "";
     }

@@ -29,8 +29,9 @@ struct CallPlan {
 
 class Tunnel {
 public:
-    // Both must outlive it. The way is one of a tunnel; the target may have no host.
-    Tunnel(const Way &way, const Target &target, Report &report);
+    // Both must outlive it. The way is one of a tunnel; the target may have no host. `secure`: the
+    // connection is not to go on without TLS.
+    Tunnel(const Way &way, const Target &target, bool secure, Report &report);
 
     // The call to place now. The second one after `takeNext` has said that there is one.
     const CallPlan &plan() const { return m_plan; }
@@ -62,6 +63,7 @@ private:
 
     const Way &m_way;
     const Target m_target;
+    const bool m_secure;
     Report &m_report;
     CallPlan m_plan;
     std::optional<CallPlan> m_next;

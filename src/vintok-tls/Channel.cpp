@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <utility>
 
 namespace vintok::tls {
 
@@ -166,11 +167,6 @@ Channel::Progress Channel::shake() {
 bool Channel::isUp() const {
     const std::lock_guard guard(m_lock);
     return m_up;
-}
-
-bool Channel::connects() const {
-    const std::lock_guard guard(m_lock);
-    return m_connection != nullptr && SSL_is_server(m_connection.get()) == 0;
 }
 
 // What a call that did not succeed says, told when it is the end.
@@ -366,7 +362,10 @@ bool Channel::flush(bool wait) {
         }
         const int error = count == 0 ? wouldBlock : platform::socketError();
         if (error != wouldBlock && error != interrupted) {
-            fail({TLS_ERROR_TRUNCATED, systemWords(error)});
+            if (isUp())
+                takeIn(); // the peer may have said its close before it went
+            if (failure().error == TLS_ERROR_NONE)
+                fail({TLS_ERROR_TRUNCATED, systemWords(error)});
             return false;
         }
         if (!wait)
@@ -410,6 +409,13 @@ void Channel::close() {
 Failure Channel::failure() const {
     const std::lock_guard guard(m_lock);
     return m_failure;
+}
+
+Failure Channel::takeBreak() {
+    const std::lock_guard guard(m_lock);
+    const bool broken =
+        m_up && m_failure.error != TLS_ERROR_NONE && m_failure.error != TLS_ERROR_CLOSED;
+    return broken && !std::exchange(m_breakTaken, true) ? m_failure : Failure{};
 }
 
 void Channel::fail(const Failure &failure) {

@@ -35,7 +35,6 @@ public:
     void begin(Connection connection);
     Progress shake();
     bool isUp() const;
-    bool connects() const;
 
     // Up to `length` bytes of plaintext, at least one when it is done.
     Progress read(unsigned char *buffer, std::size_t length, std::size_t &count);
@@ -53,6 +52,8 @@ public:
     void close();
 
     Failure failure() const;
+    // The failure of a channel that was up and was not closed in order; told once.
+    Failure takeBreak();
     void fail(const Failure &failure);
     std::size_t strength(std::string &text) const;
     void describePeer(TCPCertInfo &info) const;
@@ -82,6 +83,7 @@ private:
     int m_firstByte = -1; // that the peer sent
     std::string m_socketFailure;
     Failure m_failure;
+    bool m_breakTaken = false;
     std::vector<unsigned char> m_plain; // opened, of which `m_taken` have been read
     std::size_t m_taken = 0;
     std::unique_ptr<unsigned char[]> m_raw; // off the socket, of which OpenSSL has taken a part

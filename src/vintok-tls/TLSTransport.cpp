@@ -112,18 +112,20 @@ struct tls::State {
         return m_settings;
     }
 
-    void keep(const Failure &failure) {
+    void keep(int fd, const Failure &failure) {
         const std::lock_guard guard(m_lock);
         m_failure = failure;
+        m_failedDescriptor = fd;
+    }
+
+    // How a channel has failed that was up, for `lastFailure`.
+    void keepBreak(int fd, Channel &channel) {
+        const Failure failure = channel.takeBreak();
+        if (failure.error != TLS_ERROR_NONE)
+            keep(fd, failure);
     }
 
     ChannelPtr findUp(int fd, const char *operation) const;
-    // One that a peer told only after its handshake belongs to that: TLS 1.3 is like this.
-    void keepRefusal(const Failure &failure) {
-        if (failure.error == TLS_ERROR_REFUSED)
-            keep(failure);
-    }
-
     bool left(int fd, const char *operation, const Failure &failure);
     bool breakOff(int fd, const char *operation, const Failure &failure);
     bool plainPeer(int fd, const char *operation, const Settings &settings,
@@ -132,12 +134,13 @@ struct tls::State {
                const std::string &name);
     std::int64_t send(int fd, const char *operation, const unsigned char *buffer,
                       std::size_t length, bool last);
-    std::int64_t lost(int fd, const Channel &channel, const char *operation);
+    std::int64_t lost(int fd, Channel &channel, const char *operation);
 
     mutable std::mutex m_lock;
     std::map<int, ChannelPtr> m_channels;
     std::shared_ptr<const Settings> m_settings; // null until it is open
     Failure m_failure;
+    int m_failedDescriptor = -1;
     bool m_connectsUnnamed = true;
 };
 
@@ -160,7 +163,7 @@ bool tls::State::left(int fd, const char *operation, const Failure &failure) {
 }
 
 bool tls::State::breakOff(int fd, const char *operation, const Failure &failure) {
-    keep(failure);
+    keep(fd, failure);
     logLine(SEVERITY_ERROR, fd, "broken off: " + failure.words);
     setClosed(fd);
     platform::shutdownBoth(fd);
@@ -210,11 +213,10 @@ bool tls::State::shake(int fd, const char *operation, const Settings &settings, 
 }
 
 // The channel has ended, or failed, with nothing left to read.
-std::int64_t tls::State::lost(int fd, const Channel &channel, const char *operation) {
-    const Failure failure = channel.failure();
-    keepRefusal(failure);
+std::int64_t tls::State::lost(int fd, Channel &channel, const char *operation) {
+    keepBreak(fd, channel);
     setClosed(fd);
-    setError(TCP_ERROR_CONNECTION_RESET, operation, failure);
+    setError(TCP_ERROR_CONNECTION_RESET, operation, channel.failure());
     return -1;
 }
 
@@ -241,14 +243,16 @@ void TLSTransport::setConnectsUnnamed(bool on) {
     m_state->m_connectsUnnamed = on;
 }
 
-TLSError TLSTransport::lastFailure(std::string &words) const {
+TLSError TLSTransport::lastFailure(std::string &words, int *fd) const {
     const std::lock_guard guard(m_state->m_lock);
     words = m_state->m_failure.words;
+    if (fd != nullptr)
+        *fd = m_state->m_failedDescriptor;
     return m_state->m_failure.error;
 }
 
 void TLSTransport::clearFailure() {
-    m_state->keep({});
+    m_state->keep(-1, {});
 }
 
 bool TLSTransport::addSecureDescriptor(int fd) {
@@ -271,16 +275,12 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
     if (channel->isUp() && failure.error == TLS_ERROR_TRUNCATED)
         logLine(SEVERITY_WARNING, fd,
                 "the stream ended without a close of the channel: " + failure.words);
+    m_state->keepBreak(fd, *channel);
     const std::lock_guard guard(m_state->m_lock);
     m_state->m_channels.erase(fd);
     // Nothing may go on in the open. A connection that ends anyway ends a moment earlier.
-    if (!channel->isUp() || m_state->m_settings == nullptr ||
-        !m_state->m_settings->options.required)
-        return true;
-    if (failure.error == TLS_ERROR_CLOSED && channel->connects() && !platform::endArrived(fd))
-        m_state->m_failure = {TLS_ERROR_PEER_PLAIN,
-                              "the other side goes on without TLS, which is required"};
-    platform::shutdownBoth(fd);
+    if (channel->isUp() && m_state->m_settings != nullptr && m_state->m_settings->options.required)
+        platform::shutdownBoth(fd);
     return true;
 }
 
@@ -352,7 +352,7 @@ bool TLSTransport::secureBytesPending(int fd, std::size_t *pending, bool socketH
         return true;
     // Whoever waits for this descriptor is to find it: its socket may hold nothing more.
     if (failure.error != TLS_ERROR_CLOSED) {
-        m_state->keepRefusal(failure);
+        m_state->keepBreak(fd, *channel);
         logLine(SEVERITY_ERROR, fd, failure.words);
         platform::shutdownBoth(fd);
     }

@@ -120,10 +120,11 @@ public:
     // behind it later: turn this off while such a call is placed.
     void setConnectsUnnamed(bool on);
 
-    // What became of the last handshake that was broken off on any thread since `clearFailure` or
-    // the start, also one that the peer refused once it was done: the value, and the words of
-    // `lastErrorString`'s second line. TLS_ERROR_NONE and no words if there was none.
-    TLSError lastFailure(std::string &words) const;
+    // What became of the last connection that was broken off on any thread since `clearFailure` or
+    // the start, in its handshake or later: the value, and the words of `lastErrorString`'s second
+    // line. A stream that ended without a close of the channel is one of these. `fd` gets its
+    // descriptor, which may have a new owner since. TLS_ERROR_NONE and no words if there was none.
+    TLSError lastFailure(std::string &words, int *fd = nullptr) const;
     void clearFailure();
 
     // As `secureSend`, but the last that this side says: the close of the channel goes out with the
