@@ -1,6 +1,7 @@
 // What a party gets from those who do not keep to the rules: stray bytes, wrong lengths, bodies cut
 // anywhere, counts that lie, noise, texts made to be formatted. Each time it goes on as before: the
 // meeting stands, nothing false is told to the application, and the next caller is served.
+#include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/Party.h"
 #include "support/WirePeer.h"
@@ -298,8 +299,9 @@ TEST_F(Hostile, NoiseInWholeFramesIsSurvived) {
 
 // ---- Texts
 
-TEST_F(Hostile, TextsAreNeverFormats) {
+TEST_F(Hostile, TextsAreNeverFormatsAndTheLogShowsTheirControls) {
     const std::string nasty = "%s%n%d%99999999d\r\n\t{\x1b[31m";
+    const ScopedEnvironment root("QOR_COLLAB_ROOT_LOCAL", testing::TempDir());
     LogFile log(LOG_TRACE);
     ConferenceParticipant::setPrintDebug(true);
     WirePeer eve(meeting, "Eve"), again(meeting, "Again");
@@ -309,12 +311,22 @@ TEST_F(Hostile, TextsAreNeverFormats) {
     ASSERT_TRUE(eve.joins(ann.port()));
     ASSERT_TRUE(again.connects(ann.port()) && again.saysHello() && again.seesTheEnd());
     ASSERT_TRUE(eve.sends(id::broadcast, Bytes(nasty.begin(), nasty.end())) && eve.fences());
+    Bytes paths;
+    WireWriter writer(paths);
+    writer.text(nasty);
+    writer.text("../" + nasty);
+    ASSERT_TRUE(eve.sends(id::fileBegin, paths) && eve.sends(id::leaveNotify, eve.entry.encode()));
+    ASSERT_TRUE(eve.fences());
     eve.resets();
     EXPECT_FALSE(ann.says("anybody?"));
     ConferenceParticipant::setPrintDebug(false);
     EXPECT_EQ(1, ann.told("join " + nasty));
     EXPECT_EQ(1, ann.told("data " + nasty));
     EXPECT_EQ(1, ann.told("leave " + nasty));
+    const std::string logged = log.text();
+    EXPECT_THAT(logged, HasSubstr("First Name:  %s%n%d%99999999d\\x0d\\x0a\\x09{\\x1b[31m\n"));
+    EXPECT_THAT(logged, HasSubstr("path leaves the root ../%s"));
+    EXPECT_EQ(std::string::npos, logged.find_first_of("\r\x1b")) << "no terminal acts on it";
 }
 
 TEST_F(Hostile, LongAndOddTextsComeThroughWhole) {

@@ -3,6 +3,7 @@
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
+#include "vintok/TCPStream.h"
 
 namespace vintok {
 
@@ -37,6 +38,15 @@ void takeEntry(ConferenceRosterEntry &known, const ConferenceRosterEntry &receiv
     known.setShadow(shadow);
     known.setProxyPending(proxyPending);
     known.setMUXPending(multiplexerPending);
+}
+
+std::string logText(const ConferenceRosterEntry &entry) {
+    ConferenceRosterEntry shown(entry);
+    static_cast<UserInfo &>(shown) = entry.visible();
+    shown.setMeetingName(visibleText(entry.meetingName()));
+    shown.setMeetingID(visibleText(entry.meetingID()));
+    shown.setProxyName(visibleText(entry.proxyName()));
+    return shown.toString();
 }
 
 } // namespace vintok

@@ -4,6 +4,7 @@
 #define VINTOK_CONFERENCEMESSAGE_H
 
 #include <cstdint>
+#include <string>
 
 namespace vintok {
 
@@ -30,6 +31,7 @@ void takeEntry(ConferenceRosterEntry &known, const ConferenceRosterEntry &receiv
 inline const char *boolText(bool value) {
     return value ? "true" : "false";
 }
+std::string logText(const ConferenceRosterEntry &entry);
 
 // Counts how deep something is nested.
 class Nested {

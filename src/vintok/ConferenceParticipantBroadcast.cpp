@@ -116,7 +116,8 @@ void ConferenceParticipant::_logUndelivered(const ConferenceRosterEntry &peer,
     if (_self.isHidingIPsRequired() || said.hidden)
         address = "0.0.0.0";
     const int age = static_cast<int>(getTime() - said.time);
-    VINTOK_LOG(SEVERITY_ERROR, "broadcastData write failed to " + peer.email() + " at " + address +
+    VINTOK_LOG(SEVERITY_ERROR, "broadcastData write failed to " + visibleText(peer.email()) +
+                                   " at " + address +
                                    formatText(" message was %d seconds old.", age));
 }
 

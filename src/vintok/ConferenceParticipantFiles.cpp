@@ -227,7 +227,8 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
         return;
     readText(cursor, relativePath);
     relativePath = relativePath.c_str(); // a zero byte ends a path
-    VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + path + "\n\t\t" + relativePath);
+    VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + visibleText(path) + "\n\t\t" +
+                                   visibleText(relativePath));
     _openFile(relativePath);
     _tellFileProgress(_fileTransferOrigin, 0, 0,
                       _fileTransferStream != nullptr ? _fileTransferPath : "");
@@ -242,7 +243,8 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
         return;
     }
     if (!staysBelow(root, relativePath)) {
-        VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin path leaves the root " + relativePath);
+        VINTOK_LOG(SEVERITY_ERROR,
+                   "_handleFileTransferBegin path leaves the root " + visibleText(relativePath));
         return;
     }
     std::snprintf(_fileTransferPath, sizeof _fileTransferPath, "%s/%s", root, relativePath.c_str());
@@ -252,7 +254,7 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
     _fileTransferStream = platform::openFile(_fileTransferPath, "wb");
     if (_fileTransferStream == nullptr)
         VINTOK_LOG(SEVERITY_ERROR,
-                   std::string("_handleFileTransferBegin cannot open ") + _fileTransferPath);
+                   "_handleFileTransferBegin cannot open " + visibleText(_fileTransferPath));
     else
         _bufferFile();
 }

@@ -32,17 +32,17 @@ void logFailure(const ConferenceRosterEntry &entry, bool own, bool allocated) {
                                           : "_sendRoster message buffer allocation failed";
     const std::string text = own ? ownText
                              : allocated
-                                 ? "Write Failed\n" + entry.toString()
+                                 ? "Write Failed\n" + logText(entry)
                                  : formatText("Allocation failed for entry %d", entry.descriptor());
     VINTOK_LOG(SEVERITY_ERROR, text);
 }
 
 void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
     if (sent)
-        VINTOK_LOG(own ? SEVERITY_INFO : SEVERITY_DEBUG, "Sent Entry\n" + entry.toString());
+        VINTOK_LOG(own ? SEVERITY_INFO : SEVERITY_DEBUG, "Sent Entry\n" + logText(entry));
     else
         VINTOK_LOG(SEVERITY_ERROR, own ? std::string("_sendRoster message write Failed")
-                                       : "Send Failed\n" + entry.toString());
+                                       : "Send Failed\n" + logText(entry));
 }
 
 } // namespace
@@ -187,7 +187,7 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     peer->setMinorVersion(before.minorVersion());
     if (_self.isHost()) {
         peer->setColorIndex(before.colorIndex());
-        VINTOK_LOG(SEVERITY_DEBUG, peer->toString());
+        VINTOK_LOG(SEVERITY_DEBUG, logText(*peer));
     }
     if (member)
         _tell(_userDataCB, *peer);
@@ -201,7 +201,7 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     }
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
-                   peer->email() + ")");
+                   visibleText(peer->email()) + ")");
     mf_hangup(peer);
 }
 
@@ -228,9 +228,10 @@ void ConferenceParticipant::_logDuplicate(const ConferenceRosterEntry &listed,
     entry.ipString(address, false);
     if (_self.isHidingIPsRequired() || entry.isHidingIPsRequired())
         address = "0.0.0.0";
-    VINTOK_LOG(SEVERITY_WARNING, "Duplicate connection from (" + name + " )[ " + address +
-                                     " ]  :  " + std::to_string(entry.hostByteOrderPort()) + " (" +
-                                     listed.email() + " and " + entry.email() + ")");
+    VINTOK_LOG(SEVERITY_WARNING,
+               "Duplicate connection from (" + visibleText(name) + " )[ " + address +
+                   " ]  :  " + std::to_string(entry.hostByteOrderPort()) + " (" +
+                   visibleText(listed.email()) + " and " + visibleText(entry.email()) + ")");
 }
 
 // ---- What the host says of others, and a member of itself ----
@@ -243,7 +244,7 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
         VINTOK_LOG(SEVERITY_ERROR, "Could not decode Entry\n");
         return;
     }
-    VINTOK_LOG(SEVERITY_DEBUG, entry.toString());
+    VINTOK_LOG(SEVERITY_DEBUG, logText(entry));
     if (entry == _self) {
         _takeOwnEntry(entry);
         return;
@@ -260,7 +261,7 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
     known->setJoinPending(joinPending);
     if (_self.isHost()) {
         known->setColorIndex(color);
-        VINTOK_LOG(SEVERITY_DEBUG, known->toString());
+        VINTOK_LOG(SEVERITY_DEBUG, logText(*known));
     }
     if (isNew)
         _tell(_joinCB, *known);
@@ -279,7 +280,7 @@ void ConferenceParticipant::_takeOwnEntry(const ConferenceRosterEntry &entry) {
         return;
     }
     _self.setColorIndex(entry.colorIndex());
-    VINTOK_LOG(SEVERITY_DEBUG, _self.toString());
+    VINTOK_LOG(SEVERITY_DEBUG, logText(_self));
     if (_userDataCB != nullptr)
         _userDataCB(this, _self); // a server's too
 }
@@ -292,7 +293,7 @@ void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsi
         VINTOK_LOG(SEVERITY_ERROR, "Could not decode Entry");
         return;
     }
-    VINTOK_LOG(SEVERITY_INFO, "Receive==========\n" + entry.toString() + "\n==============");
+    VINTOK_LOG(SEVERITY_INFO, "Receive==========\n" + logText(entry) + "\n==============");
     ConferenceRosterEntry *known = _getPeer(entry);
     if (known == nullptr || !known->isShadow())
         return; // a connection goes by its own hang-up
@@ -301,7 +302,7 @@ void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsi
     takeEntry(*known, entry);
     known->setJoinPending(joinPending);
     known->setColorIndex(color);
-    VINTOK_LOG(SEVERITY_DEBUG, known->toString());
+    VINTOK_LOG(SEVERITY_DEBUG, logText(*known));
     _tell(_leaveCB, *known);
     if (_isListed(known))
         _removeDescriptor(static_cast<const TCPAddress &>(*known));

@@ -134,7 +134,7 @@ void ConferenceParticipant::_printSSLInfo(ConferenceRosterEntry *peer, bool ssl,
     if (!_self.isHidingIPsRequired())
         peer->ipString(ip);
     VINTOK_LOG(SEVERITY_INFO, prefix + ip + formatText(" ] : %hu ", peer->hostByteOrderPort()) +
-                                  presentTime() + "  " + peer->email());
+                                  presentTime() + "  " + visibleText(peer->email()));
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("me/peer - isMUX:%s/%s 128Able:%s/%s 128Req:%s/%s "
                           "Vers:%hu.%hu/%hu.%hu\n",

@@ -73,6 +73,19 @@ CallOutcome outcomeOf(int status) {
     return status >= 500 && status <= 505 ? OUTCOME_SERVER_ERROR : OUTCOME_NO_ANSWER;
 }
 
+// As the log can take it: lines stay lines.
+std::string visibleLines(const std::string &text) {
+    std::string result;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = text.find('\n', begin)) != std::string::npos;
+         begin = end + 1) {
+        const bool whole = end != begin && text[end - 1] == '\r';
+        result += visibleText(text.substr(begin, end - begin - (whole ? 1 : 0)));
+        result += whole ? "\r\n" : "\n";
+    }
+    return result + visibleText(text.substr(begin));
+}
+
 bool writeText(int descriptor, const std::string &text) {
     return writeBytes(descriptor, reinterpret_cast<const unsigned char *>(text.data()), text.size(),
                       nullptr) == static_cast<std::int64_t>(text.size());
@@ -168,7 +181,7 @@ bool ConferenceParticipant::_writeRequest(int descriptor, const HTTPRequest &req
     }
     if (!writeText(descriptor, text))
         return false;
-    VINTOK_LOG(SEVERITY_INFO, "Sent HTTP Request\n{\n" + text + "}\n");
+    VINTOK_LOG(SEVERITY_INFO, "Sent HTTP Request\n{\n" + visibleLines(text) + "}\n");
     return true;
 }
 
@@ -210,7 +223,7 @@ int ConferenceParticipant::sf_readHttpResponse(int descriptor, std::string &resp
         VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse Failed");
         return 0;
     }
-    VINTOK_LOG(SEVERITY_INFO, "Recieved HTTP Reply\n{\n" + headers + "}\n");
+    VINTOK_LOG(SEVERITY_INFO, "Recieved HTTP Reply\n{\n" + visibleLines(headers) + "}\n");
     response = headers;
     const std::optional<int> parsed = replyStatus(response);
     if (!parsed)

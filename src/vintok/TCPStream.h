@@ -112,6 +112,11 @@ VINTOK_API bool setLogFileName(const std::string &name);
 // trouble with the log goes to `perror`.
 VINTOK_API bool logMessage(const char *message, ErrSeverity severity);
 
+// A text of a stranger's as a log or a line can take it: each byte of a control character, those of
+// the second set in UTF-8 too, stands as "\x1b", and what is longer than `most` bytes then is cut
+// and ends in "...". Every other byte stays as it is.
+VINTOK_API std::string visibleText(const std::string &text, std::size_t most = 4096);
+
 // --- Start and stop ------------------------------------------------------------------
 
 // Starts the library, or joins it: the first call does the work, and each needs its `fini`, also

@@ -72,6 +72,20 @@ bool writeEntry(const std::string &entry, std::FILE *stream) {
     return true;
 }
 
+bool isByte(char c, int least, int most) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte >= least && byte <= most;
+}
+
+// How many bytes the control character at `at` has; 0 for another character.
+std::size_t controlLength(const std::string &text, std::size_t at) {
+    if (isByte(text[at], 0, 0x1F) || text[at] == 0x7F)
+        return 1;
+    const bool second =
+        isByte(text[at], 0xC2, 0xC2) && at + 1 < text.size() && isByte(text[at + 1], 0x80, 0x9F);
+    return second ? 2 : 0;
+}
+
 void removeAll(std::string &text, const std::string &part) {
     for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at))
         text.erase(at, part.size());
@@ -114,6 +128,23 @@ bool logMessage(const char *message, ErrSeverity severity) {
     } catch (const std::bad_alloc &) {
         return false;
     }
+}
+
+std::string visibleText(const std::string &text, std::size_t most) {
+    std::string result;
+    for (std::size_t at = 0; at < text.size() && result.size() <= most;) {
+        std::size_t control = controlLength(text, at);
+        if (control == 0)
+            result += text[at++];
+        for (; control != 0; --control)
+            result += formatText("\\x%02x",
+                                 static_cast<unsigned>(static_cast<unsigned char>(text[at++])));
+    }
+    if (result.size() <= most)
+        return result;
+    while (most != 0 && isByte(result[most], 0x80, 0xBF)) // in the middle of a character
+        --most;
+    return result.substr(0, most) + "...";
 }
 
 void logAt(const SourcePlace &place, ErrSeverity severity, const std::string &message) {

@@ -1,6 +1,7 @@
 #include "vintok/UserInfo.h"
 
 #include "vintok/BufferManager.h"
+#include "vintok/TCPStream.h"
 #include "vintok/WireText.h"
 
 #include <algorithm>
@@ -74,6 +75,13 @@ std::string UserInfo::toString() const {
     for (std::size_t i = 0; i < std::size(s_fields); ++i)
         text += labels[i] + this->*s_fields[i] + '\n';
     return text;
+}
+
+UserInfo UserInfo::visible() const {
+    UserInfo result;
+    for (const auto field : s_fields)
+        result.*field = visibleText(this->*field);
+    return result;
 }
 
 std::uint64_t UserInfo::size() const {

@@ -30,6 +30,9 @@ public:
     // Five lines, always all of them, each a label and a text ("First Name:  Ann\n").
     std::string toString() const;
 
+    // The same person, each text as `visibleText` gives it.
+    UserInfo visible() const;
+
     // ---- Wire form: first name, last name, title, e-mail, phone, each a counted string
     // -----------
 
