@@ -186,6 +186,29 @@ TEST_F(ControlSession, TellsWhyACallFails) {
     EXPECT_EQ("127.0.0.1", app->told().value(Field::machineName));
 }
 
+TEST_F(ControlSession, KeepsItsLinesWhateverAGuestIsCalled) {
+    ASSERT_TRUE(app->startsUp()) << app->story();
+    requestConveneMeeting(app->fd(), "Budget");
+    const std::pair<std::string, std::string> names[] = {
+        {"Eve\nendMeeting\n", "Eve\\x0aendMeeting\\x0a"},
+        {std::string("E\0ve", 4), "E\\x00ve"},
+        {std::string(5000, 'e'), std::string(4096, 'e') + "..."}};
+    for (const auto &[name, told] : names) {
+        WirePeer eve(meeting, "Eve");
+        eve.entry.firstName = name;
+        eve.entry.address = {}; // told as one, or the lines would be missing
+        ASSERT_TRUE(eve.connects(app->port()) && eve.saysHello() && eve.asksToJoin());
+        ASSERT_TRUE(app->isTold("callPending"));
+        EXPECT_EQ(told, app->told().person().firstName());
+        requestAcceptPendingCall(app->fd());
+        ASSERT_TRUE(app->isTold("rosterChanged"));
+        EXPECT_EQ(told, app->told().person().firstName());
+        eve.closes();
+        ASSERT_TRUE(app->isTold("rosterChanged"));
+        EXPECT_EQ("leave", app->told().value(Field::change));
+    }
+}
+
 // Every roster tells of everybody; what the application knows already is not told again.
 TEST_F(ControlSession, TellsWhoHasChanged) {
     Party bob(meeting, "Bob");

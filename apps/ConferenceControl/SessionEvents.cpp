@@ -1,5 +1,7 @@
 #include "Session.h"
 
+#include "Readable.h"
+
 #include <vintok/ControlNotify.h>
 #include <vintok/TCPStream.h>
 
@@ -38,7 +40,7 @@ void Session::setCallbacks() {
     });
     m_participant->setLeadChangeCB([](Library *p, const Entry &e) {
         of(p).observe();
-        vintok::replyNotifyLeaderChange(of(p).fd(), e);
+        vintok::replyNotifyLeaderChange(of(p).fd(), readable(e));
     });
     m_participant->setLeadRequestCB([](Library *p, const Entry &e) { of(p).leadAsked(e); });
     m_participant->setLeadReplyCB([](Library *p, unsigned char *answer, std::uint64_t length) {
@@ -49,7 +51,8 @@ void Session::setCallbacks() {
     });
     m_participant->setFileTransferCB(
         [](Library *p, const vintok::TCPAddress &neighbour, bool whole, const std::string &path) {
-            vintok::replyNotifyFileTransferred(of(p).fd(), neighbour, whole ? 1 : 0, path);
+            vintok::replyNotifyFileTransferred(of(p).fd(), readable(neighbour), whole ? 1 : 0,
+                                               readable(path));
         });
     // The side that is asked for its time gets zeros: the offsets themselves are always true.
     m_participant->setSynchTimeCB(
@@ -62,28 +65,29 @@ void Session::setCallCallbacks() {
     using Called = vintok::RosterBase;
     using Name = const std::string;
     m_participant->setRingingCB([](Library *p, Name &name, const Called &party) {
-        vintok::replyNotifyRinging(of(p).fd(), name, party);
+        vintok::replyNotifyRinging(of(p).fd(), readable(name), readable(party));
     });
     m_participant->setAcceptedCB([](Library *p, Name &name, const Called &party) {
-        vintok::replyNotifyCallAccepted(of(p).fd(), name, party);
+        vintok::replyNotifyCallAccepted(of(p).fd(), readable(name), readable(party));
     });
     m_participant->setBusyCB([](Library *p, Name &name, const Called &party) {
-        vintok::replyNotifyBusy(of(p).fd(), name, party);
+        vintok::replyNotifyBusy(of(p).fd(), readable(name), readable(party));
     });
     m_participant->setRejectedCB([](Library *p, Name &name, const Called &party) {
-        vintok::replyNotifyCallRejected(of(p).fd(), name, party);
+        vintok::replyNotifyCallRejected(of(p).fd(), readable(name), readable(party));
     });
     m_participant->setNoAnswerCB([](Library *p, Name &name, const Called &) {
-        vintok::replyNotifyCallNoAnswer(of(p).fd(), name);
+        vintok::replyNotifyCallNoAnswer(of(p).fd(), readable(name));
     });
     m_participant->setVersionCB([](Library *p, Name &name, const Called &party) {
-        vintok::replyNotifyVersionNotCompatible(of(p).fd(), name, party);
+        vintok::replyNotifyVersionNotCompatible(of(p).fd(), readable(name), readable(party));
     });
     m_participant->setProxyCB([](Library *p, Name &name, unsigned short port, Name &proxy,
                                  unsigned short proxyPort, Name &authentication,
                                  unsigned int retries, Name &meetingID) {
-        vintok::replyNotifyCallAuthenticationRequired(of(p).fd(), name, port, proxy, proxyPort,
-                                                      authentication, retries, meetingID);
+        vintok::replyNotifyCallAuthenticationRequired(of(p).fd(), readable(name), port,
+                                                      readable(proxy), proxyPort, authentication,
+                                                      retries, meetingID);
     });
     m_participant->setServerResponseCB([](Library *p, unsigned int status, Name &response) {
         vintok::replyNotifyServerResponse(of(p).fd(), status, response);
@@ -95,7 +99,7 @@ void Session::observe() {
     if (m_participant->isMeeting() && !m_inMeeting) {
         m_inMeeting = true;
         vintok::replyNotifyBeginMeeting(fd(), m_participant->isHidingIPsRequired(),
-                                        m_participant->meetingName());
+                                        readable(m_participant->meetingName()));
     }
     if (m_participant->isHost() && !m_hosting)
         vintok::replyNotifyHosting(fd());
@@ -137,7 +141,7 @@ void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
     }
     m_callers.push_back(entry);
     if (m_callers.size() == 1)
-        vintok::replyNotifyCallPending(fd(), entry);
+        vintok::replyNotifyCallPending(fd(), readable(entry));
 }
 
 void Session::joined(const vintok::ConferenceRosterEntry &entry) {
@@ -148,13 +152,13 @@ void Session::joined(const vintok::ConferenceRosterEntry &entry) {
         m_parties.push_back(entry);
     if (!m_participant->isHost() && entry.isHost())
         m_host = entry.descriptor();
-    vintok::replyNotifyUserJoin(fd(), entry);
+    vintok::replyNotifyUserJoin(fd(), readable(entry));
 }
 
 void Session::left(const vintok::ConferenceRosterEntry &entry) {
     if (const vintok::RosterBase *known = findParty(entry))
         m_parties.erase(m_parties.begin() + (known - m_parties.data()));
-    vintok::replyNotifyUserLeave(fd(), entry);
+    vintok::replyNotifyUserLeave(fd(), readable(entry));
 }
 
 // Every roster that a host sends out tells of everybody. The application hears of what is new.
@@ -166,14 +170,14 @@ void Session::changed(const vintok::RosterBase &entry) {
     if (known == nullptr || saysTheSame(*known, now))
         return;
     *known = now;
-    vintok::replyNotifyUserInMeeting(fd(), now);
+    vintok::replyNotifyUserInMeeting(fd(), readable(now));
 }
 
 void Session::leadAsked(const vintok::ConferenceRosterEntry &entry) {
     if (m_stopsLeading) // it is the host, which was asked to take it
         m_participant->acceptLeadChange();
     else
-        vintok::replyNotifyLeadRequestPending(fd(), entry);
+        vintok::replyNotifyLeadRequestPending(fd(), readable(entry));
 }
 
 // A member hears the answer to its one question twice.

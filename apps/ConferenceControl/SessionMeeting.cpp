@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include "Readable.h"
 #include "SecureTransport.h"
 
 #include <vintok/ControlNotify.h>
@@ -92,7 +93,7 @@ std::string Session::answerCall(bool accept) {
     const bool done =
         accept ? m_participant->acceptCall(caller) : m_participant->rejectCall(caller);
     if (!m_callers.empty())
-        vintok::replyNotifyCallPending(fd(), m_callers.front());
+        vintok::replyNotifyCallPending(fd(), readable(m_callers.front()));
     return done ? "" : "the caller has gone";
 }
 
@@ -109,7 +110,7 @@ vintok::RosterBase *Session::findParty(const vintok::TCPAddress &address) {
 std::string Session::roster(const Text &) {
     vintok::replyNotifyUserInMeeting(fd(), self());
     for (const vintok::RosterBase &party : m_parties)
-        vintok::replyNotifyUserInMeeting(fd(), party);
+        vintok::replyNotifyUserInMeeting(fd(), readable(party));
     return "";
 }
 
