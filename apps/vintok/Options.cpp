@@ -104,6 +104,8 @@ void addMeeting(CLI::App &app, Options &options) {
                    "under their names (QOR_COLLAB_ROOT_LOCAL; without either they are refused)")
         ->type_name("DIR")
         ->check(silent(!CLI::ExistingFile));
+    app.add_flag("--files-links", options.fileLinks,
+                 "Follow links in that folder to folders elsewhere (QOR_COLLAB_ROOT_LINKS=True)");
     addWord(app, "--progress", options.progress, whens,
             "Show how far a file has come (auto: on a terminal)")
         ->type_name("auto|always|never");

@@ -68,6 +68,7 @@ struct Options {
     double speed = 1;             // of playing: seconds of the recording in one second
     std::string recordFile;       // what a party records its meeting into
     std::string files;            // the folder for files that arrive; empty: the environment's
+    bool fileLinks = false;       // links in it may be followed to other folders
     std::int64_t clockOffset = 0; // seconds that a host's clock is ahead of the machine's
 
     ControlOptions control;

@@ -45,6 +45,9 @@ int Party::run() {
         fail("cannot keep files in '" + m_options.files + "'");
         return m_exitCode;
     }
+    if (m_options.fileLinks) {
+        Participant::setFileLinks(true);
+    }
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
         fail(withLastFailure("cannot make sockets on the loopback address"));
         return m_exitCode;

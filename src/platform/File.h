@@ -35,6 +35,7 @@ bool isReadableFile(const std::string &path);
 // Whether the path names a file or folder itself, or nothing yet: no link to another place, no
 // device, no pipe.
 bool isOrdinary(const std::string &path);
+bool isFolder(const std::string &path); // also by a link
 bool makeDirectory(const std::string &path);
 bool removeFile(const std::string &path);
 

@@ -303,6 +303,9 @@ public:
     // and not kept. The folder is made when a file needs it. False if the environment refuses. Not
     // to be called while another thread reads the environment.
     static bool setFileRoot(const std::string &folder);
+    // Whether files may be stored in folders elsewhere to which links below the root lead, likewise
+    // (QOR_COLLAB_ROOT_LINKS, "True"). Off at first. A file that is a link itself is never written.
+    static bool setFileLinks(bool used);
 
     // The bytes of a file that one message carries.
     static constexpr std::uint64_t _fileTransferChunkSize = 1024;

@@ -6,7 +6,8 @@
 // acknowledged: the receivers' applications hear of the file, the sender's does not.
 //
 // The path comes from the network. It may use either separator, becomes one of this system, and
-// stays below the root: whatever could lead elsewhere counts as a file that cannot be opened.
+// stays below the root: whatever could lead elsewhere counts as a file that cannot be opened. Only
+// folders that the owner has linked there himself are used, when he says so.
 #include "vintok/ConferenceParticipant.h"
 
 #include "platform/Environment.h"
@@ -29,6 +30,7 @@ namespace vintok {
 namespace {
 
 constexpr const char *ROOT_VARIABLE = "QOR_COLLAB_ROOT_LOCAL";
+constexpr const char *LINKS_VARIABLE = "QOR_COLLAB_ROOT_LINKS";
 constexpr std::size_t ROUND = 240 * ConferenceParticipant::_fileTransferChunkSize;
 constexpr std::size_t STREAM_BUFFER = 64 * 1024; // of the file that is received
 constexpr std::size_t PATH_CAPACITY = 1024;      // of `_fileTransferPath`, its zero byte included
@@ -42,25 +44,47 @@ bool isSeparator(char c) {
     return c == '/' || c == '\\';
 }
 
-bool isDrive(const std::string &name) {
-    return name.size() >= 2 && name[1] == ':' &&
-           std::isalpha(static_cast<unsigned char>(name[0])) != 0;
-}
-
-// Whether each name in a path, cut at either separator, stands for itself, and leads nowhere else
-// by what has that name below the root already: a link there is its owner's, not the network's.
-bool staysBelow(const std::string &root, const std::string &path) {
-    std::string place = root;
+std::vector<std::string> namesOf(const std::string &path) {
+    std::vector<std::string> names;
     for (auto begin = path.begin(); begin != path.end();) {
         const auto end = std::find_if(begin, path.end(), isSeparator);
-        const std::string name(begin, end);
-        place += platform::pathSeparator() + name;
-        if (name == ".." || isDrive(name) || platform::isReservedName(name) ||
-            !platform::isOrdinary(place))
-            return false;
+        if (begin != end && std::string(begin, end) != ".")
+            names.emplace_back(begin, end);
         begin = end == path.end() ? end : end + 1;
     }
+    return names;
+}
+
+// Whether each name in a path, cut at either separator, stands for itself or for the folder above,
+// and none leads out of the root, nor elsewhere by what has that name already: a link there is its
+// owner's, not the network's. A linked folder that may be used is the end of the ways up.
+bool staysBelow(const std::string &root, const std::string &path, bool usesLinks) {
+    std::vector<std::string> places = {root}; // from the last link, or the root, down
+    const std::vector<std::string> names = namesOf(path);
+    if (!names.empty() && names.back() == "..")
+        return false;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (names[i] == "..") {
+            places.pop_back();
+            if (places.empty())
+                return false;
+            continue;
+        }
+        const std::string place = places.back() + platform::pathSeparator() + names[i];
+        const bool ordinary = platform::isOrdinary(place);
+        const bool linked = usesLinks && i + 1 != names.size() && platform::isFolder(place);
+        if (platform::isReservedName(names[i]) || (!ordinary && !linked))
+            return false;
+        if (!ordinary)
+            places.clear();
+        places.push_back(place);
+    }
     return true;
+}
+
+bool usesLinks() {
+    const char *value = std::getenv(LINKS_VARIABLE);
+    return value != nullptr && std::strcmp(value, "True") == 0;
 }
 
 // The tail is looked for from the front: one that occurs earlier in the path is refused too,
@@ -163,6 +187,11 @@ bool ConferenceParticipant::setFileRoot(const std::string &folder) {
                           : platform::setEnvironment(ROOT_VARIABLE, folder);
 }
 
+bool ConferenceParticipant::setFileLinks(bool used) {
+    return used ? platform::setEnvironment(LINKS_VARIABLE, "True")
+                : platform::unsetEnvironment(LINKS_VARIABLE);
+}
+
 void ConferenceParticipant::_tellFileProgress(const TCPAddress &origin, std::uint64_t done,
                                               std::uint64_t total, const char *path) {
     if (_fileProgressCB == nullptr)
@@ -242,7 +271,7 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
         return;
     }
-    if (!staysBelow(root, relativePath)) {
+    if (!staysBelow(root, relativePath, usesLinks())) {
         VINTOK_LOG(SEVERITY_ERROR,
                    "_handleFileTransferBegin path leaves the root " + visibleText(relativePath));
         return;

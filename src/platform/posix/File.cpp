@@ -70,6 +70,11 @@ bool isOrdinary(const std::string &path) {
     return lstat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
 }
 
+bool isFolder(const std::string &path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 bool makeDirectory(const std::string &path) {
     return mkdir(path.c_str(), 0777) == 0;
 }

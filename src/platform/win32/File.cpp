@@ -130,6 +130,11 @@ bool isOrdinary(const std::string &path) {
            (found.dwReserved0 & standsForAnother) == 0;
 }
 
+bool isFolder(const std::string &path) {
+    const DWORD attributes = GetFileAttributesA(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
 bool makeDirectory(const std::string &path) {
     return _mkdir(path.c_str()) == 0;
 }
