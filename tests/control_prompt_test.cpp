@@ -293,10 +293,13 @@ const Told notifications[] = {
      "The control process listens on 127.0.0.1 port 7001, securely."},
     {[](int d) { return replyNotifyHideIP(d, true); }, R"("hideIP","ok":true})",
      "Addresses are hidden."},
+    {[](int d) { return replyNotifyCallPending(d, RosterBase(TCPAddress(bobsRecord()))); },
+     R"("callPending","address":"hidden","port":7001,"colorIndex":65535})",
+     "hidden 7001 (hidden port 7001) wants to join. /accept or /reject?"},
     {[](int d) { return replyNotifyEjected(d); }, R"("ejected"})",
      "You were ejected from the meeting."},
     {[](int d) { return replyNotifyBusy(d, "h1", bobsRecord()); },
-     R"("placedCallBusy","machineName":"h1","address":"127.0.0.1","port":7001,"firstName":"Bob",)"
+     R"("placedCallBusy","machineName":"h1","address":"hidden","port":7001,"firstName":"Bob",)"
      R"("email":"bob@x","colorIndex":1})",
      "h1 is busy in another meeting."},
     {[](int d) { return replyNotifyCallNoAnswer(d, "h1"); },
@@ -311,10 +314,10 @@ const Told notifications[] = {
      R"("serverResponse","serverResponseCode":407,"serverResponseMessage":"who are\nyou?"})",
      "The server answers 407: who are\\x0ayou?"},
     {[](int d) { return replyNotifyVersionNotCompatible(d, "", bobsRecord()); },
-     R"("versionNotCompatible","machineName":"","address":"127.0.0.1","port":7001})",
-     "127.0.0.1 port 7001 speaks too old a version."},
+     R"("versionNotCompatible","machineName":"","address":"hidden","port":7001})",
+     "hidden port 7001 speaks too old a version."},
     {[](int d) { return replyNotifyUserEjected(d, bobsRecord()); },
-     R"("rosterChanged","change":"ejected","address":"127.0.0.1","port":7001,"firstName":"Bob",)"
+     R"("rosterChanged","change":"ejected","address":"hidden","port":7001,"firstName":"Bob",)"
      R"("email":"bob@x","colorIndex":1})",
      "Bob was ejected from the meeting."},
     {[](int d) { return replyNotifyLeaderChange(d, bobsRecord()); }, R"("leaderChanged",)",
@@ -322,7 +325,7 @@ const Told notifications[] = {
     {[](int d) { return replyNotifyBeginLeadingGranted(d); }, R"("beginLeadingGranted"})",
      "The lead was given to you."},
     {[](int d) { return replyNotifyFileTransferred(d, bobsRecord(), 0, "a b"); },
-     R"("transferredFileFailure","address":"127.0.0.1","port":7001,"filePath":"a b"})",
+     R"("transferredFileFailure","address":"hidden","port":7001,"filePath":"a b"})",
      "The file 'a b' has not been transferred."},
     {[](int d) { return replyNotifyPlaybackResumed(d, true); }, R"("playbackResumed","ok":true})",
      "Playing has resumed."},

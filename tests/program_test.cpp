@@ -452,6 +452,28 @@ TEST_F(ProgramTest, OddInputIsAnsweredAndTheRunGoesOn) {
     EXPECT_TRUE(ann.tells("help")) << ann.story();
 }
 
+TEST_F(ProgramTest, AHiddenAddressIsNotShownAndNamesNobody) {
+    Program ann({"host", "--name", "Ann", "--answer", "ask"});
+    const std::string target = ann.target();
+    Meeting meeting;
+    Party eve(meeting, "");
+    eve->setEmail("");
+    eve->setHidingIPsRequired(true);
+    ASSERT_TRUE(eve->placeCall("127.0.0.1", static_cast<unsigned short>(std::stoul(portOf(target))),
+                               "", 0, "", "", 0));
+    ASSERT_TRUE(eve.isTold("ringing Ann"));
+    const std::vector<EventField> hidden = {named("hidden " + std::to_string(eve.port())),
+                                            text("address", "hidden")};
+    EXPECT_TRUE(ann.tells("asked", hidden)) << ann.story();
+    ann.type("/accept");
+    ASSERT_TRUE(eve.isTold("accepted Ann"));
+    EXPECT_TRUE(ann.tells("joined", hidden)) << ann.story();
+    std::string roster;
+    ann.type("/who");
+    ASSERT_TRUE(ann.tells("roster", {}, &roster)) << ann.story();
+    EXPECT_THAT(roster, testing::Not(HasSubstr(R"("address":"1)"))) << "nobody's, from now on";
+}
+
 TEST_F(ProgramTest, ATerminalIsSafeFromWhatOthersSend) {
     ChildProcess ann = Program::plain({"host", "--local", "--name", "Ann", "--color", "always"});
     std::string line;

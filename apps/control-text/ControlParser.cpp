@@ -221,6 +221,11 @@ vintok::TCPAddress Text::address() const {
     return address;
 }
 
+void Text::hideAddress(const std::string &word) {
+    if (std::optional<std::string> &value = m_values[index(Field::address)])
+        value = word;
+}
+
 vintok::RosterBase Text::person() const {
     vintok::RosterBase person(address());
     person.setFirstName(value(Field::firstName));

@@ -106,6 +106,9 @@ public:
     vintok::TCPAddress address() const;
     vintok::RosterBase person() const;
 
+    // Puts a word in the place of the address, where there is one: it is nobody's to see.
+    void hideAddress(const std::string &word);
+
 private:
     friend class Parser;
     static std::size_t index(Field field) { return static_cast<std::size_t>(field); }

@@ -221,7 +221,7 @@ void Control::tell(const vintok::TCPMessage &message) {
         return m_report.problem("the control process requests '" + text.word() + "'");
     }
     m_client.note(text);
-    m_report.notice(noticeOf(text));
+    m_report.notice(noticeOf(text, m_client.hides()));
 }
 
 void Control::take(Inbox::Kind kind, const std::string &text) {

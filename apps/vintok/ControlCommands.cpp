@@ -5,6 +5,7 @@
 
 #include "Base64.h"
 #include "ControlNotices.h"
+#include "Person.h"
 #include "Text.h"
 
 #include <vintok/ControlRequest.h>
@@ -115,7 +116,9 @@ const ControlCommand ControlCommand::table[] = {
 
 void ControlClient::note(const control::Text &text) {
     const std::string &word = text.word();
-    if (word == "recordingStarted" || word == "recordingStopped") {
+    if (word == "hideIP") {
+        m_hides = text.succeeded();
+    } else if (word == "recordingStarted" || word == "recordingStopped") {
         m_recording = (word == "recordingStarted") == text.succeeded();
     } else if (word == "playbackStarted" || word == "playbackStopped") {
         m_playing = (word == "playbackStarted") == text.succeeded();
@@ -221,12 +224,14 @@ std::string ControlClient::roster(const std::string &) {
 const RosterBase *ControlClient::find(const std::string &who, std::string &complaint) const {
     const RosterBase *found = nullptr;
     for (const RosterBase &person : m_people) {
-        std::string address;
-        person.ipString(address);
+        std::string address = HIDDEN;
+        if (!m_hides) {
+            person.ipString(address);
+        }
         if (who == address + ' ' + std::to_string(person.hostByteOrderPort())) {
             return &person;
         }
-        if (who == nameOfParty(person)) {
+        if (who == nameOfParty(person, m_hides)) {
             complaint = found ? "'" + who + "' is more than one: give ADDRESS PORT" : "";
             found = found ? nullptr : &person;
         }

@@ -36,6 +36,8 @@ public:
 
     // Learns from a notification.
     void note(const control::Text &text);
+    // Whether addresses are to be shown to nobody.
+    bool hides() const { return m_hides; }
 
     // Sends what a line asks for; nothing for a line of blanks. Empty when it was sent, and
     // otherwise why not.
@@ -66,6 +68,7 @@ private:
     int m_descriptor = -1;
     ControlCall m_call;
     std::vector<vintok::RosterBase> m_people;
+    bool m_hides = false;
     bool m_recording = false;
     bool m_playing = false;
 };

@@ -15,24 +15,23 @@ using control::Text;
 
 // ---- For a person
 
-std::string whereIs(const vintok::TCPAddress &address) {
-    std::string text;
-    address.ipString(text);
-    return text + " port " + std::to_string(address.hostByteOrderPort());
+std::string whereIs(const Text &text) {
+    return text.value(Field::address) + " port " + text.value(Field::port);
 }
 
 std::string machine(const Text &text) {
     return text.value(Field::machineName);
 }
 
-// "Ann Lee (192.0.2.1 port 7777)"
-std::string party(const Text &text) {
-    const vintok::RosterBase person = text.person();
-    return nameOfParty(person) + " (" + whereIs(person) + ')';
+std::string name(const Text &text) {
+    vintok::RosterBase person = text.person();
+    person.setHostByteOrderPort(static_cast<unsigned short>(text.number(Field::port)));
+    return nameOfParty(person, text.value(Field::address) == HIDDEN);
 }
 
-std::string name(const Text &text) {
-    return nameOfParty(text.person());
+// "Ann Lee (192.0.2.1 port 7777)"
+std::string party(const Text &text) {
+    return name(text) + " (" + whereIs(text) + ')';
 }
 
 std::string colour(const Text &text) {
@@ -40,7 +39,7 @@ std::string colour(const Text &text) {
 }
 
 std::string started(const Text &text) {
-    return "The control process listens on " + whereIs(text.address()) +
+    return "The control process listens on " + whereIs(text) +
            (text.has(Field::isSecure) ? ", securely." : ".");
 }
 
@@ -91,8 +90,7 @@ std::string hideIP(const Text &text) {
 }
 
 std::string versionNotCompatible(const Text &text) {
-    return (machine(text).empty() ? whereIs(text.address()) : machine(text)) +
-           " speaks too old a version.";
+    return (machine(text).empty() ? whereIs(text) : machine(text)) + " speaks too old a version.";
 }
 
 // A sentence with places for what the text says, or a function where that is not enough.
@@ -232,11 +230,14 @@ Fields fieldsOf(const Text &text) {
 
 } // namespace
 
-std::string nameOfParty(const vintok::RosterBase &party) {
-    return personOf(vintok::ConferenceRosterEntry(party)).name;
+std::string nameOfParty(const vintok::RosterBase &party, bool hides) {
+    return personOf(vintok::ConferenceRosterEntry(party), hides).name;
 }
 
-Notice noticeOf(const Text &text) {
+Notice noticeOf(Text text, bool hides) {
+    if (hides) {
+        text.hideAddress(HIDDEN);
+    }
     Notice notice{text.word(), text.word(), fieldsOf(text)};
     for (const Words &row : words) {
         if (text.word() == row.word) {

@@ -10,11 +10,11 @@
 namespace app {
 
 // For a person a sentence; for a script an event named after the notification's word, with the
-// fields of the text under their keywords.
-Notice noticeOf(const control::Text &text);
+// fields of the text under their keywords. `hides`: addresses of parties are not shown.
+Notice noticeOf(control::Text text, bool hides);
 
 // How a party is spoken of: its name, or its e-mail, or its address.
-std::string nameOfParty(const vintok::RosterBase &party);
+std::string nameOfParty(const vintok::RosterBase &party, bool hides);
 
 } // namespace app
 

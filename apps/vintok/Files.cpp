@@ -352,11 +352,7 @@ Person Files::personAt(const Place &place) const {
         person.self = false; // whoever sends in our name is not this party
         return person;
     }
-    Person person;
-    person.address = place.address;
-    person.port = place.port;
-    person.name = place.address + ' ' + std::to_string(place.port);
-    return person;
+    return app::personAt(place, m_participant.isHidingIPsRequired());
 }
 
 // What is known before the file itself: who sends it, and what was announced.

@@ -18,7 +18,9 @@ void print(const JsonLine &line) {
 }
 
 JsonLine &describe(JsonLine &line, const Person &person) {
-    line.text("name", person.name).text("address", person.address).number("port", person.port);
+    line.text("name", person.name)
+        .text("address", person.shownAddress())
+        .number("port", person.port);
     if (person.colour == NO_COLOUR) {
         line.nothing("colour");
     } else {

@@ -92,7 +92,7 @@ Person Party::self() const {
     entry.setPhone(m_participant.phone());
     entry.setColorIndex(m_participant.colorIndex());
     entry.setHost(m_participant.isHost());
-    Person person = personOf(entry);
+    Person person = personOf(entry, m_participant.isHidingIPsRequired());
     person.self = true;
     return person;
 }
@@ -116,11 +116,11 @@ void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
         m_callers.erase(m_callers.begin());
     }
     m_callers.emplace(++m_lastCall, entry);
-    m_report.asked(m_lastCall, personOf(entry));
+    m_report.asked(m_lastCall, personOf(entry, m_participant.isHidingIPsRequired()));
 }
 
 void Party::joined(const vintok::ConferenceRosterEntry &entry) {
-    const Person person = personOf(entry);
+    const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.take(person);
     if (m_options.role == Role::join && person.host) {
         m_host = entry.descriptor();
@@ -130,7 +130,7 @@ void Party::joined(const vintok::ConferenceRosterEntry &entry) {
 }
 
 void Party::left(const vintok::ConferenceRosterEntry &entry) {
-    const Person person = personOf(entry);
+    const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.remove(person);
     m_files.left(person);
     if (m_leaving) {
@@ -148,7 +148,7 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
 
 void Party::changed(const vintok::ConferenceRosterEntry &entry) {
     const Person me = self();
-    Person person = personOf(entry);
+    Person person = personOf(entry, m_participant.isHidingIPsRequired());
     if (person.address == me.address && person.port == me.port) {
         person = me;
     }
@@ -176,16 +176,15 @@ void Party::heard(const unsigned char *data, std::size_t length) {
         speaker = *known;
         speaker.self = false; // whoever speaks in our name is to be heard
     } else {
+        speaker = personAt(saying.place, m_participant.isHidingIPsRequired());
         speaker.name = saying.name;
-        speaker.address = saying.place.address;
-        speaker.port = saying.place.port;
     }
     m_report.said(speaker, saying.text);
 }
 
 void Party::leads(const vintok::ConferenceRosterEntry &entry) {
     const Person me = self();
-    Person person = personOf(entry);
+    Person person = personOf(entry, m_participant.isHidingIPsRequired());
     if (person.address == me.address && person.port == me.port) {
         person = me;
         m_wantsLead = false;
@@ -198,7 +197,7 @@ void Party::leads(const vintok::ConferenceRosterEntry &entry) {
 
 void Party::leadAsked(const vintok::ConferenceRosterEntry &entry) {
     m_leadAsked = true;
-    m_report.leadAsked(personOf(entry));
+    m_report.leadAsked(personOf(entry, m_participant.isHidingIPsRequired()));
 }
 
 // A member hears the answer of another member twice.
@@ -224,6 +223,7 @@ std::string Party::secureServer() const {
 std::vector<Person> Party::people() const {
     std::vector<Person> people = m_people.all();
     for (Person &person : people) {
+        person.hidden |= m_participant.isHidingIPsRequired(); // also of who came before that
         if (person.connection != -1) {
             person.channel = secure::channelOf(person.connection);
             if (!person.channel.value_or("").empty() && !secureServer().empty()) {

@@ -19,20 +19,29 @@ auto findIn(List &people, const std::string &address, unsigned short port) {
 
 } // namespace
 
-Person personOf(const vintok::ConferenceRosterEntry &entry) {
+Person personAt(const Place &place, bool hides) {
     Person person;
+    person.address = place.address;
+    person.port = place.port;
+    person.hidden = hides;
+    person.name = person.shownAddress() + ' ' + std::to_string(person.port);
+    return person;
+}
+
+Person personOf(const vintok::ConferenceRosterEntry &entry, bool hides) {
+    Place place;
+    entry.ipString(place.address);
+    place.port = entry.hostByteOrderPort();
+    Person person = personAt(place, hides || entry.isHidingIPsRequired());
     person.email = entry.email();
     person.title = entry.title();
     person.phone = entry.phone();
-    entry.ipString(person.address);
-    person.port = entry.hostByteOrderPort();
     person.colour = entry.colorIndex();
     person.host = entry.isHost();
     person.connection = entry.descriptor();
-    person.name = joined(entry.firstName(), entry.lastName());
-    if (person.name.empty()) {
-        person.name = person.email.empty() ? person.address + ' ' + std::to_string(person.port)
-                                           : person.email;
+    const std::string name = joined(entry.firstName(), entry.lastName());
+    if (!name.empty() || !person.email.empty()) {
+        person.name = name.empty() ? person.email : name;
     }
     return person;
 }

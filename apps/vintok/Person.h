@@ -12,16 +12,20 @@
 
 namespace app {
 
+// What stands for an address that is to be shown to nobody.
+inline constexpr char HIDDEN[] = "hidden";
+
 // The colour of a party to which the meeting has given none.
 inline constexpr unsigned short NO_COLOUR = 65535;
 
 struct Person {
-    std::string name; // first and last name, or the e-mail, or the address
+    std::string name; // first and last name, or the e-mail, or the place
     std::string email;
     std::string title;
     std::string phone;
-    std::string address;
+    std::string address; // to know the party by; `shownAddress` is what is told of it
     unsigned short port = 0;
+    bool hidden = false; // its address is to be shown to nobody
     unsigned short colour = NO_COLOUR;
     bool host = false;
     bool self = false;
@@ -31,10 +35,15 @@ struct Person {
     bool leader = false;
     std::optional<std::string> channel;
 
+    std::string shownAddress() const { return hidden ? HIDDEN : address; }
+
     bool operator==(const Person &other) const = default;
 };
 
-Person personOf(const vintok::ConferenceRosterEntry &entry);
+// `hides`: the meeting hides all addresses, not only those of parties that demand it.
+Person personOf(const vintok::ConferenceRosterEntry &entry, bool hides);
+// Somebody of whom nothing else is known.
+Person personAt(const Place &place, bool hides);
 
 // Who is in the meeting, this party first, in the order in which they were heard of. A party is
 // known by its address and port.

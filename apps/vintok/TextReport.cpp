@@ -60,7 +60,7 @@ public:
 
     void asked(unsigned int call, const Person &caller) override {
         const std::string number = std::to_string(call);
-        print("Call " + number + ": " + nameOf(caller) + " (" + caller.address + " port " +
+        print("Call " + number + ": " + nameOf(caller) + " (" + caller.shownAddress() + " port " +
               std::to_string(caller.port) + ") wants to join. /accept " + number + " or /reject " +
               number + '?');
     }
@@ -193,7 +193,7 @@ private:
         std::string name = printable(person.name, NAME_LIMIT);
         name.resize(std::max(name.size(), LONGEST_PADDED_NAME), ' ');
         return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " +
-               person.address + " port " + std::to_string(person.port) +
+               person.shownAddress() + " port " + std::to_string(person.port) +
                (person.host ? "  host" : "") + (person.leader ? "  leader" : "") +
                (person.self ? "  you" : "") +
                (person.channel && !person.channel->empty()
