@@ -1,13 +1,21 @@
 // Parties that all send at once, each in a process of its own: nobody waits for somebody who waits
 // for him, and everything that was sent arrives once, whole and in order. The parties check that
-// themselves: see support/party_child.cpp.
+// themselves: see support/party_child.cpp. And parties that call each other at once: those that
+// meet have one host, and those that do not are told.
 #include "support/ChildProcess.h"
 #include "support/Meeting.h"
 #include "support/TemporaryFolder.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <gtest/gtest.h>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sstream>
+#include <thread>
 
 namespace vintok::test {
 namespace {
@@ -91,6 +99,129 @@ TEST_P(AllAtOnce, EverybodyHearsEverything) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, AllAtOnce, testing::ValuesIn(crossings), caseName<Crossing>);
+
+// ---- Calls at once
+
+struct Calls {
+    const char *name;
+    const char *calls; // who calls whom
+    bool byOwnAddress; // not by 127.0.0.1
+};
+
+const Calls callCases[] = {
+    {"a pair", "AB BA", false},    {"a pair by the own address", "AB BA", true},
+    {"a chain", "AB BC", false},   {"a chain by the own address", "AB BC", true},
+    {"a ring", "AB BC CA", false}, {"a ring by the own address", "AB BC CA", true},
+};
+
+// For runs by hand with more than a test has time for.
+int rounds() {
+    const char *count = std::getenv("VINTOK_TEST_ROUNDS");
+    return count != nullptr ? std::atoi(count) : 3;
+}
+
+class CallsAtOnce : public testing::TestWithParam<Calls> {
+protected:
+    using Words = std::vector<std::string>;
+
+    static Words split(const std::string &text) {
+        std::istringstream stream(text);
+        return {std::istream_iterator<std::string>(stream), {}};
+    }
+
+    void starts(const std::string &name) {
+        ChildProcess &party =
+            parties.try_emplace(name, Words{VINTOK_TEST_PARTY, name, "idle"}).first->second;
+        std::string line;
+        ASSERT_TRUE(party.printed(" at ", &line)) << party.story();
+        places[name] = split(line);
+    }
+
+    static bool calls(const std::string &name) {
+        return (' ' + std::string(GetParam().calls)).find(' ' + name) != std::string::npos;
+    }
+
+    void call(const std::string &caller, const std::string &called) {
+        const Words &place = places.at(called);
+        const std::string address = GetParam().byOwnAddress ? place[2] : "127.0.0.1";
+        ASSERT_TRUE(parties.at(caller).type(address + ' ' + place[3]));
+    }
+
+    // What the parties say: who hosts or attends, with whom, and who is alone, told or not.
+    std::map<std::string, Words> ask() {
+        std::map<std::string, Words> said;
+        for (auto &[name, party] : parties) {
+            std::string line;
+            EXPECT_TRUE(party.type("?") && party.printed(name + ' ', &line)) << name;
+            said[name] = split(line + " .");
+        }
+        return said;
+    }
+
+    // Whether those that meet agree on it and have one host, and the others know that they do not.
+    bool isSettled(bool met) {
+        std::set<std::string> meeting, stories;
+        int hosts = 0;
+        for (auto &[name, words] : ask()) {
+            if (words[1] == "alone") {
+                if (met && calls(name) && words[2] != "told")
+                    return false;
+                continue;
+            }
+            hosts += words[1] == "hosts" ? 1 : 0;
+            std::set<std::string> all(words.begin() + 2, words.end());
+            all.erase("told");
+            all.erase(".");
+            all.insert(name);
+            meeting.insert(name);
+            std::string story;
+            for (const std::string &one : all)
+                story += one;
+            stories.insert(story);
+        }
+        outcome = stories.empty() ? "nobody" : *stories.begin();
+        return met ? hosts == 1 && stories.size() == 1 && outcome.size() == meeting.size()
+                   : stories.empty();
+    }
+
+    // Stays so for a while: two answers in a row could be one of many on the way.
+    bool settles(bool met) {
+        std::string before;
+        for (int left = 1000, same = 0; left != 0 && !HasFailure(); --left) {
+            same = isSettled(met) && (same == 0 || outcome == before) ? same + 1 : 0;
+            before = outcome;
+            if (same == 4)
+                return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    }
+
+    std::map<std::string, ChildProcess> parties;
+    std::map<std::string, Words> places;
+    std::string outcome;
+};
+
+TEST_P(CallsAtOnce, EndInOneMeetingWithOneHost) {
+    const std::string all = GetParam().calls;
+    for (const char *name : {"A", "B", "C"})
+        if (all.find(name) != std::string::npos)
+            starts(name);
+    std::map<std::string, int> outcomes;
+    for (int round = 0; round < rounds(); ++round) {
+        for (const std::string &one : split(all))
+            call(one.substr(0, 1), one.substr(1));
+        ASSERT_TRUE(settles(true)) << round << testing::PrintToString(ask());
+        EXPECT_TRUE(parties.size() == 3 || outcome == "AB");
+        ++outcomes[outcome];
+        for (auto &[name, party] : parties)
+            party.type("leave");
+        ASSERT_TRUE(settles(false)) << round << testing::PrintToString(ask());
+    }
+    std::cout << testing::PrintToString(outcomes) << '\n';
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, CallsAtOnce, testing::ValuesIn(callCases), caseName<Calls>);
 
 } // namespace
 } // namespace vintok::test

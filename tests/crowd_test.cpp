@@ -162,27 +162,6 @@ TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
 
 // ---- At the same moment
 
-TEST_F(Crowd, TwoThatCallEachOtherAtOnceMeetOrTryAgain) {
-    for (int round = 0; round < 5; ++round) {
-        Party ann(meeting, "Ann"), bob(meeting, "Bob");
-        ASSERT_TRUE(ann.calls(bob) && bob.calls(ann));
-        const auto met = [&] {
-            return ann.roster().count("Bob") == 1 && bob.roster().count("Ann") == 1;
-        };
-        const auto parted = [&] {
-            return !ann->isMeeting() && !bob->isMeeting() &&
-                   ann.told("noAnswer " + bob.ip()) == 1 && bob.told("noAnswer " + ann.ip()) == 1;
-        };
-        ASSERT_TRUE(meeting.until([&] { return met() || parted(); }, "both calls have ended"))
-            << testing::PrintToString(ann.events) << testing::PrintToString(bob.events);
-        ASSERT_TRUE(met() || ann.meets(bob));
-        EXPECT_TRUE(ann->isHost() != bob->isHost());
-        const auto agreed = [&] { return ann.roster()["Bob"] == bob->colorIndex(); };
-        EXPECT_TRUE(meeting.until(agreed, "both know of Bob's colour"));
-        EXPECT_TRUE(ann.says("hello") && bob.hears("hello"));
-    }
-}
-
 TEST_F(Crowd, AListedPartyMayKnockAsOftenAsItLikes) {
     Party ann(meeting, "Ann");
     WirePeer bob(meeting, "Bob");

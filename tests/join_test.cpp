@@ -387,6 +387,62 @@ TEST_F(Joins, AJoinWhileTheApplicationIsAskedCountsTheVersionOfTheHeader) {
     EXPECT_EQ(6, minor);
 }
 
+// ---- Hosts that call
+
+TEST_F(Joins, AHostLetsNoHostInAndAMemberNoSecondOne) {
+    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+    WirePeer host(meeting, "Host"), early(meeting, "Early");
+    host.entry.state = early.entry.state = hosting;
+    WireFrame answer;
+    ASSERT_TRUE(ann.hosts("Plan") && host.connects(ann.port()));
+    ASSERT_TRUE(host.saysHello() && host.asksToJoin() && host.receives(id::joinReply, &answer));
+    EXPECT_EQ(Bytes{0}, answer.body);
+    EXPECT_TRUE(host.seesTheEnd());
+
+    ASSERT_TRUE(early.connects(bob.port()) && early.receives(id::rosterEntry));
+    ASSERT_TRUE(early.saysHello() && host.joins(bob.port()) && early.asksToJoin());
+    ASSERT_TRUE(early.receives(id::rosterEntry, &answer));
+    EXPECT_EQ(state::meeting, WireEntry::decode(answer.body)->state) << "it is told: busy";
+    EXPECT_EQ(0, bob.told("join Early"));
+}
+
+// Nobody has joined yet, but somebody is called: whoever asks is told to come, and only one that
+// knows and asks all the same is joined.
+TEST_F(Joins, AHostThatACallHasMadeStepsAsideForOneThatInsists) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), host(meeting, "Host");
+    host.entry.state = hosting;
+    WireFrame answer;
+    ASSERT_TRUE(bob.listens() && host.connects(ann.port()) && host.receives(id::rosterEntry));
+    ASSERT_TRUE(ann.calls(bob) && bob.picksUp() && bob.saysHello() && bob.fences());
+    ASSERT_TRUE(host.saysHello() && host.asksToJoin() && host.receives(id::rosterEntry, &answer));
+    EXPECT_EQ(hosting, WireEntry::decode(answer.body)->state);
+    EXPECT_TRUE(ann->isHost());
+    ASSERT_TRUE(host.saysHello() && host.asksToJoin() && host.receives(id::joinReply, &answer));
+    EXPECT_EQ(Bytes{1}, answer.body);
+    EXPECT_TRUE(bob.receives(id::hangup) && bob.seesTheEnd());
+    EXPECT_TRUE(ann->isMeeting() && !ann->isHost());
+    EXPECT_EQ(1, ann.told("noAnswer 127.0.0.1"));
+}
+
+TEST_F(Joins, AHostWhoseOnlyCallWasRefusedIsNotBusy) {
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), host(meeting, "Host");
+    ASSERT_TRUE(bob.listens() && ann.calls(bob) && bob.picksUp() && bob.saysHello());
+    ASSERT_TRUE(bob.receives(id::joinRequest) && bob.sends(id::joinReply, {0}));
+    ASSERT_TRUE(ann.isTold("rejected Bob") && ann->isHost());
+    host.entry.state = hosting;
+    ASSERT_TRUE(host.joins(ann.port()));
+    EXPECT_FALSE(ann->isHost());
+
+    Party cid(meeting, "Cid");
+    ASSERT_TRUE(bob.listens() && cid.calls(bob) && bob.picksUp() && bob.saysHello());
+    ASSERT_TRUE(bob.receives(id::joinRequest) && bob.sends(id::joinReply, {0}));
+    ASSERT_TRUE(cid.isTold("rejected Bob") && host.listens() && cid.calls(host));
+    EXPECT_TRUE(host.isJoined() && cid.isTold("join Host"));
+    EXPECT_FALSE(cid->isHost());
+}
+
 // ---- Old parties
 
 TEST_F(Joins, WhoSpeaksAnOlderVersionIsHungUpWhateverItSays) {

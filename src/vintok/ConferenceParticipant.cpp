@@ -321,16 +321,21 @@ void ConferenceParticipant::mf_connectPending(int socket) {
         shutdownSocket(descriptor);
         return;
     }
+    if (_hostsNobody() && !_hasOthers(nullptr))
+        _stepAside(nullptr);
+    const bool hosts = _self.isHost();
     if (!mf_sendMe(descriptor, false, true)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending send me failed");
         _select->removeCallback(descriptor, sf_dataCB, this);
         shutdownSocket(descriptor);
         return;
     }
-    if (_addDescriptor(descriptor) == nullptr) {
+    ConferenceRosterEntry *peer = _addDescriptor(descriptor);
+    if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending add descriptor failed");
         return; // deliberately still registered
     }
+    peer->m_toldHost = hosts;
     VINTOK_LOG(SEVERITY_INFO, "Connection accepted fd = " + std::to_string(descriptor));
 }
 

@@ -233,13 +233,14 @@ public:
     // one.
     bool hostMeeting(const std::string &meetingName);
 
-    // Calls a party; without a meeting on either side the caller becomes the host. Blocks until the
-    // connection stands; true means that the call is under way, and a callback tells how it ends.
-    // Port 0 is the configured port, proxy port 0 is 80. With a `meetingID` the call goes through a
-    // multiplexing server, behind the proxy if one is named; `authentication` goes to them as it
-    // stands, and `retries` bounds how often a redirect or a demand for credentials is followed.
-    // False: in a meeting and not its host, bad address, own address, a call to that address is
-    // already listed, or no connection.
+    // Calls a party; without a meeting on either side the caller becomes the host, unless the other
+    // calls it in the same moment: then one of the two does. Blocks until the connection stands;
+    // true means that the call is under way, and a callback tells how it ends. Port 0 is the
+    // configured port, proxy port 0 is 80. With a `meetingID` the call goes through a multiplexing
+    // server, behind the proxy if one is named; `authentication` goes to them as it stands, and
+    // `retries` bounds how often a redirect or a demand for credentials is followed. False: in a
+    // meeting and not its host, bad address, own address, a call to that address is already listed,
+    // or no connection.
     bool placeCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);
@@ -366,9 +367,10 @@ private:
         ~Workings();
         std::vector<std::unique_ptr<ConferenceRosterEntry>> retiredEntries;
         std::vector<std::unique_ptr<TempRosterEntry>> retiredCalls;
-        int operations = 0; // how deep operations and dispatch are nested
-        int hangups = 0;    // how deep `hangup` is nested
-        int sweeps = 0;     // how deep `_bringOutYerDead` is nested
+        int operations = 0;       // how deep operations and dispatch are nested
+        int hangups = 0;          // how deep `hangup` is nested
+        int sweeps = 0;           // how deep `_bringOutYerDead` is nested
+        bool hostsByCall = false; // the meeting was begun by a call, not by `hostMeeting`
         std::unique_ptr<AcceptGuard> door;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
         bool sendsFile = false;                               // inside `transferFile`
@@ -393,6 +395,7 @@ private:
     bool _isListed(const ConferenceRosterEntry *entry) const;
     bool _isListed(const TempRosterEntry *entry) const;
     ConferenceRosterEntry *_getPeer(const TCPAddress &address) const;
+    ConferenceRosterEntry *_getCaller(const TCPAddress &address) const;
     ConferenceRosterEntry *_getPeer(int descriptor) const;
     TempRosterEntry *_getPending(const TCPAddress &address) const;
     TempRosterEntry *_getPending(int descriptor) const;
@@ -402,6 +405,7 @@ private:
     bool _removeDescriptor(const TCPAddress &address);
     bool _removeDescriptor(int descriptor);
     bool _removeAttendee(ConferenceRosterEntry *entry);
+    static void _loseCall(TempRosterEntry *call, const TCPAddress &party);
     bool _retire(ConferenceRosterEntry *entry);
     bool _removePending(const TCPAddress &address);
     bool _removePending(int descriptor);
@@ -421,6 +425,7 @@ private:
 
     bool _mayCall(const TempRosterEntry &call, bool direct) const;
     bool _connectCall(std::unique_ptr<TempRosterEntry> call, bool direct);
+    void _leaveMeeting();
     bool mf_hangup(ConferenceRosterEntry *peer);
     bool _endCall(TempRosterEntry *call);
     void _tellNoAnswer(const TempRosterEntry &call);
@@ -454,6 +459,21 @@ private:
     SecureStep _acceptSecurely(ConferenceRosterEntry *peer);
     SecureStep _connectSecurely(ConferenceRosterEntry *peer);
 
+    // ---- Calls that cross (ConferenceParticipantCrossing.cpp) ----
+
+    // What becomes of a party that asks to join.
+    enum class Admission { granted, decidesAnew, refused };
+    bool _hostsNobody() const;
+    bool _hasOthers(const ConferenceRosterEntry *peer) const;
+    bool _joinsAnother(const ConferenceRosterEntry *peer) const;
+    void _stepAside(const ConferenceRosterEntry *peer);
+    Admission _admission(const ConferenceRosterEntry *peer) const;
+    bool _isAdmitted(ConferenceRosterEntry *peer);
+    bool _crosses(const ConferenceRosterEntry *peer) const;
+    void _giveUpForTwin(ConferenceRosterEntry *peer);
+    void _endCrossing(ConferenceRosterEntry *peer);
+    void _answerCall(TempRosterEntry *call, const ConferenceRosterEntry &peer);
+
     // ---- Roster (ConferenceParticipantRoster.cpp) ----
 
     bool _requestRoster(ConferenceRosterEntry *peer);
@@ -463,6 +483,7 @@ private:
     bool _writeRoster(RosterFrames &roster);
     bool _sendRosterTo(const std::vector<ConferenceRosterEntry *> &receivers, bool waits);
     void _admit(ConferenceRosterEntry *peer);
+    ConferenceRosterEntry *_getTwin(const ConferenceRosterEntry *entry) const;
     bool _isUnique(ConferenceRosterEntry *entry);
     void _logDuplicate(const ConferenceRosterEntry &listed,
                        const ConferenceRosterEntry &entry) const;

@@ -46,6 +46,7 @@ bool ConferenceParticipant::hostMeeting(const std::string &meetingName) {
     _self.setMeetingName(meetingName);
     _self.setColorIndex(0);
     _nextColorIndex = 1;
+    _workings.hostsByCall = false;
     VINTOK_LOG(SEVERITY_TRACE, "ConferenceParticipant::hostMeeting index = 0");
     _tell(_userDataCB, _self);
     return true;
@@ -137,7 +138,7 @@ bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call, 
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
     const Operation operation(*this);
-    ConferenceRosterEntry *peer = _getPeer(address);
+    ConferenceRosterEntry *peer = _getCaller(address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
         return false;
@@ -147,7 +148,7 @@ bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
 
 bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
     const Operation operation(*this);
-    ConferenceRosterEntry *peer = _getPeer(address);
+    ConferenceRosterEntry *peer = _getCaller(address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
         return false;
@@ -168,14 +169,18 @@ void ConferenceParticipant::hangup() {
             if (_isListed(call) && call->associatedDescriptor() == -1)
                 _endCall(call);
     }
+    _leaveMeeting();
+    _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
+    _self.setMUXRedirected(false);
+    _abandonFile();
+}
+
+void ConferenceParticipant::_leaveMeeting() {
     _self.setMeeting(false);
     _self.setHost(false);
     _self.setLeader(false);
-    _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
     _self.setLeadPending(false);
     _self.setMeetingName(std::string());
-    _self.setMUXRedirected(false);
-    _abandonFile();
 }
 
 bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {

@@ -5,6 +5,8 @@
 // application accepts or refuses; TCP_joinReply says so. From the reply on both are members of each
 // other: the host gives a colour and sends the roster, the other asks for it.
 //
+// Where others call in the same moment ConferenceParticipantCrossing.cpp decides who joins whom.
+//
 // Both sides decide about the secure transport by the same rule on the same bits, the called side
 // as it accepts, the calling side as it hears of it.
 //
@@ -45,7 +47,10 @@ bool ConferenceParticipant::mf_sendMe(int descriptor, bool proxyConnection, bool
 }
 
 bool ConferenceParticipant::_sendMe(ConferenceRosterEntry *peer) {
-    return _isListed(peer) && mf_sendMe(peer->descriptor(), peer->isProxy(), false);
+    if (!_isListed(peer))
+        return false;
+    peer->m_toldHost = peer->m_toldHost || _self.isHost();
+    return mf_sendMe(peer->descriptor(), peer->isProxy(), false);
 }
 
 // ---- The calling side, up to the request ----
@@ -101,6 +106,15 @@ bool ConferenceParticipant::_ensureHost(ConferenceRosterEntry *peer) {
             VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer is in meeting and not host");
             return false;
         }
+        if (_hostsNobody() && _hasOthers(peer) && _self < *peer) {
+            VINTOK_LOG(SEVERITY_TRACE, "_ensureHost me hosting meeting OK");
+            peer->setMeeting(false); // it is asked to step aside
+            peer->setHost(false);
+            peer->setLeader(false);
+            return true;
+        }
+        if (_hostsNobody())
+            _stepAside(peer);
         if (_self.isMeeting()) {
             VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer host and me in meeting");
             return false;
@@ -117,7 +131,8 @@ bool ConferenceParticipant::_ensureHost(ConferenceRosterEntry *peer) {
         return false;
     }
     VINTOK_LOG(SEVERITY_TRACE, "_ensureHost no host so starting meeting OK");
-    return hostMeeting(std::string());
+    _workings.hostsByCall = hostMeeting(std::string());
+    return _workings.hostsByCall;
 }
 
 // Guards the hiding of addresses. Run by both sides.
@@ -129,7 +144,7 @@ bool ConferenceParticipant::_preJoin(ConferenceRosterEntry *peer) {
     if (!peer->isHidingIPsRequired())
         return true;
     for (const ConferenceRosterEntry *entry : _attendees)
-        if (entry != nullptr && entry != peer)
+        if (entry != nullptr && entry != peer && !(*entry == *peer))
             return false; // has seen addresses already
     _self.setHidingIPsRequired(true);
     _tellSecurity(&ConfSecurityOptions::hideIP);
@@ -161,6 +176,8 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
     peer->setJoinPending(true);
     peer->setMajorVersion(major); // the header's counts, not what the body claims
     peer->setMinorVersion(minor);
+    if (!_isAdmitted(peer))
+        return;
     if (!_preJoin(peer)) {
         mf_rejectCall(peer);
         return;
@@ -176,7 +193,11 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
 }
 
 bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
-    if (!_isListed(peer) || !peer->isJoinPending())
+    if (!_isListed(peer) || !peer->isJoinPending() || !_isAdmitted(peer))
+        return false;
+    if (_self.isHost() && peer->isHost())
+        _stepAside(peer);
+    if (!_isListed(peer))
         return false;
     const int descriptor = peer->descriptor();
     if (!sendByte(descriptor, TCP_joinReply, 1))
@@ -196,6 +217,8 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
         _self.setMeetingName(peer->meetingName());
         _tell(_userDataCB, _self);
     }
+    if (_isListed(peer))
+        _endCrossing(peer);
     if (_isListed(peer))
         _tell(_joinCB, *peer);
     if (!_isListed(peer))
@@ -239,7 +262,11 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
         return;
     bool hangsUp = false;
     if (body != nullptr && length == 1) {
-        if (body[0] != 0) {
+        if (body[0] != 0 && !_self.isHost() && _getHost() != nullptr) {
+            hangsUp = true; // another was faster
+            if (_busyCB != nullptr)
+                _busyCB(this, pending->remoteName(), *peer);
+        } else if (body[0] != 0) {
             hangsUp = _callAccepted(peer, *pending);
         } else {
             hangsUp = true;
@@ -276,7 +303,9 @@ bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
         return false;
     _admit(peer);
     _self.setMeeting(true);
-    _tell(_joinCB, *peer);
+    _endCrossing(peer);
+    if (_isListed(peer))
+        _tell(_joinCB, *peer);
     if (!_isListed(peer))
         return false;
     if (_self.isHost())

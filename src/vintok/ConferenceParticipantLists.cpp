@@ -97,6 +97,14 @@ ConferenceRosterEntry *ConferenceParticipant::_getPeer(const TCPAddress &address
     });
 }
 
+// Who waits for an answer; of two connections to one party the one that asks.
+ConferenceRosterEntry *ConferenceParticipant::_getCaller(const TCPAddress &address) const {
+    ConferenceRosterEntry *asking = firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
+        return entry == address && !entry.isProxy() && entry.isJoinPending();
+    });
+    return asking != nullptr ? asking : _getPeer(address);
+}
+
 ConferenceRosterEntry *ConferenceParticipant::_getPeer(int descriptor) const {
     return firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
         return entry.descriptor() == descriptor;
@@ -148,12 +156,17 @@ bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
     // A call whose connection has gone stays listed, so that its address is not called again; but
     // the next owner of the descriptor's number is not its answer.
     if (TempRosterEntry *call = _getPending(entry->descriptor()))
-        call->setAssociatedDescriptor(-1);
+        _loseCall(call, *entry);
     const auto isMember = [](const ConferenceRosterEntry &other) { return other.doBroadcast(); };
     if (entry->doBroadcast() && !_self.isHost() && _workings.hangups == 0 &&
         firstOf(_attendees, isMember) != nullptr)
         hangup();
     return true;
+}
+
+void ConferenceParticipant::_loseCall(TempRosterEntry *call, const TCPAddress &party) {
+    call->setAssociatedDescriptor(-1);
+    call->m_lostParty = party;
 }
 
 // Takes the entry off the list. It is destroyed with the end of the outermost operation.

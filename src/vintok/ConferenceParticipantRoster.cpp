@@ -7,7 +7,7 @@
 //
 // A TCP_rosterEntry is what a party says of itself: its hello, or changed data. The test against
 // two connections to one party is made there. The connection whose hello comes second is hung up,
-// whoever called, so two parties that call each other at once may lose both calls.
+// whoever called, unless the two parties call each other.
 //
 // What arrives overwrites an entry, save for what is known at this end only (`takeEntry` and the
 // values that each handler puts back).
@@ -199,6 +199,9 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
             _completeCall(peer, pending);
         return;
     }
+    if (_crosses(peer))
+        return;
+    _giveUpForTwin(peer);
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
                    visibleText(peer->email()) + ")");
@@ -206,17 +209,19 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
 }
 
 bool ConferenceParticipant::_isUnique(ConferenceRosterEntry *entry) {
-    if (entry == nullptr)
-        return true;
-    for (const ConferenceRosterEntry *listed : _attendees) {
-        if (listed == nullptr || listed == entry || listed->isProxyConnection() ||
-            !(*listed == *entry))
-            continue;
-        if (s_printDebug)
-            _logDuplicate(*listed, *entry);
-        return false;
-    }
-    return true;
+    const ConferenceRosterEntry *listed = entry != nullptr ? _getTwin(entry) : nullptr;
+    if (listed != nullptr && s_printDebug)
+        _logDuplicate(*listed, *entry);
+    return listed == nullptr;
+}
+
+// The first other entry of the same party.
+ConferenceRosterEntry *ConferenceParticipant::_getTwin(const ConferenceRosterEntry *entry) const {
+    const auto found = std::find_if(_attendees.begin(), _attendees.end(), [&](const auto *listed) {
+        return listed != nullptr && listed != entry && !listed->isProxyConnection() &&
+               *listed == *entry;
+    });
+    return found != _attendees.end() ? *found : nullptr;
 }
 
 void ConferenceParticipant::_logDuplicate(const ConferenceRosterEntry &listed,
@@ -250,6 +255,13 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
         return;
     }
     ConferenceRosterEntry *known = _getPeer(entry);
+    if (known != nullptr && peer->doBroadcast() && !_self.isHost() && !known->doBroadcast() &&
+        !known->isShadow()) {
+        mf_hangup(known); // whoever is in the meeting is not called any more
+        known = nullptr;
+    }
+    if (!_isListed(peer))
+        return;
     const bool isNew = known == nullptr;
     if (isNew)
         known = _addDescriptor(-1);

@@ -21,8 +21,8 @@ public:
     // Everything but the bad reads, which start at 0.
     ConferenceRosterEntry(const ConferenceRosterEntry &other);
 
-    // Narrower than the copy: `doBroadcast`, `enabled` and the bad reads are about this end's
-    // connection and stay as they were.
+    // Narrower than the copy: `doBroadcast`, `enabled`, the bad reads and what the party was told
+    // are about this end's connection and stay as they were.
     ConferenceRosterEntry &operator=(const ConferenceRosterEntry &other);
 
     // Replace that part alone.
@@ -127,6 +127,8 @@ public:
     std::uint64_t read(const unsigned char *buffer, std::uint64_t length);
 
 private:
+    friend class ConferenceParticipant;
+
     bool mf_state(std::uint32_t mask) const;
     void mf_setState(std::uint32_t mask, bool value);
 
@@ -137,6 +139,7 @@ private:
     std::string m_proxyName;
     bool m_doBroadcast = false;
     bool m_enabled = true;
+    bool m_toldHost = false; // a hello to this party said that this end hosts
     std::uint32_t m_numBadReads = 0;
     std::uint32_t m_totalBadReads = 0;
     std::uint64_t m_badReadKeepAliveTime = 0;

@@ -59,6 +59,7 @@ private:
     std::string m_proxyName;
     std::string m_authentication;
     std::string m_meetingID;
+    TCPAddress m_lostParty; // who had answered on the connection that was lost
     int m_associatedDescriptor = -1;
 };
 

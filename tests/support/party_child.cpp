@@ -1,24 +1,33 @@
 // A party of a meeting in a process of its own, or a relay. It knows the public interface only.
 //
-//     NAME host|relay|PORT [MEMBERS HOST_SPEAKS says|files COUNT SIZE FOLDER]
+//     NAME host|relay|idle|PORT [MEMBERS HOST_SPEAKS says|files COUNT SIZE FOLDER]
 //
 // Prints PORT:<port> where it is called, and goes on until it is interrupted or its input ends.
 // With the rest: once all members are there the host says "go", and then all at once each says so
 // many messages of that size, or sends a file of it, and says that this was all. Each prints "has
 // spoken" and "has heard all"; what is missing, double, out of order or changed ends it instead.
+//
+// One that is idle prints where it is, as "at ADDRESS PORT", and obeys its input: "ADDRESS PORT"
+// calls, "leave" hangs up, "?" prints "hosts" or "attends" and the others, or "alone", and "told"
+// where that is known not to become more. More callbacks than any call needs end it.
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
 #include <vintok/TCPServer.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <mutex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 
@@ -45,6 +54,11 @@ bool going = false;
 std::map<std::string, std::size_t> heard; // the whole messages and the files, by speaker
 int ended = 0;                            // speakers
 std::function<void()> interrupt;
+std::mutex guard;
+std::deque<std::string> typed; // guarded
+std::set<std::string> company; // in the meeting of an idle party
+bool told = false;             // that a call of it has failed
+int calls = 0;                 // of its application
 
 void tell(const std::string &what) {
     std::cout << me << ' ' << what << std::endl;
@@ -55,11 +69,22 @@ void tell(const std::string &what) {
     std::_Exit(1);
 }
 
-// Whoever started this process has gone.
-void endWithInput() {
-    while (std::cin.get() != EOF) {
+// Without input whoever started this process has gone.
+void readInput() {
+    for (std::string line; std::getline(std::cin, line);) {
+        const std::lock_guard lock(guard);
+        typed.push_back(line);
     }
     std::_Exit(2);
+}
+
+std::string nextTyped() {
+    const std::lock_guard lock(guard);
+    if (typed.empty())
+        return {};
+    const std::string line = typed.front();
+    typed.pop_front();
+    return line;
 }
 
 // Without a period, and another one for each message.
@@ -144,12 +169,60 @@ void play(ConferenceParticipant &party, TCPSelect &loop) {
     tell("has heard all");
 }
 
+void isCalledBack() {
+    if (++calls == 10000)
+        fail("hears no end of it");
+}
+
+void onFailure(ConferenceParticipant *, const std::string &, const vintok::RosterBase &) {
+    told = true;
+}
+
+[[noreturn]] void obey(ConferenceParticipant &party, TCPSelect &loop) {
+    party.setJoinCB([](ConferenceParticipant *, const ConferenceRosterEntry &entry) {
+        company.insert(entry.firstName());
+    });
+    party.setLeaveCB([](ConferenceParticipant *, const ConferenceRosterEntry &entry) {
+        company.erase(entry.firstName());
+    });
+    party.setUserDataCB(
+        [](ConferenceParticipant *, const ConferenceRosterEntry &) { isCalledBack(); });
+    party.setBusyCB(onFailure);
+    party.setRejectedCB(onFailure);
+    party.setNoAnswerCB(onFailure);
+    std::string address, word;
+    party.address().ipString(address, false);
+    tell("at " + address + ' ' + std::to_string(party.address().hostByteOrderPort()));
+    for (;;) {
+        if (loop.pollDescriptors(true) <= 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::istringstream line(nextTyped());
+        line >> word;
+        if (!party.isMeeting())
+            company.clear();
+        if (line && word == "leave") {
+            party.hangup();
+            told = false;
+            calls = 0;
+        } else if (line && word == "?") {
+            std::string text = company.empty() ? "alone" : party.isHost() ? "hosts" : "attends";
+            for (const std::string &other : company)
+                text += ' ' + other;
+            tell(text + (told ? " told" : ""));
+        } else if (unsigned short port = 0; line >> port) {
+            told = !party.placeCall(word, port, "", 0, "", "", 0) || told;
+        }
+    }
+}
+
 int takePart(const std::string &whom) {
     TCPSelect loop;
     interrupt = [&] { loop.interrupt(); };
-    ConferenceParticipant party(true); // prints its port
+    ConferenceParticipant party(whom != "idle"); // prints its port
     party.setFirstName(me);
     party.setEmail(me);
+    if (whom == "idle")
+        obey(party, loop);
     party.setJoinCB(onJoin);
     party.setLeaveCB([](ConferenceParticipant *, const ConferenceRosterEntry &) {});
     if (scene.members != 0)
@@ -192,6 +265,6 @@ int main(int count, char **arguments) {
                  std::stoul(arguments[7]),
                  arguments[8]};
     std::signal(SIGINT, [](int) { interrupt(); });
-    std::thread(endWithInput).detach();
+    std::thread(readInput).detach();
     std::_Exit(whom == "relay" ? relay() : takePart(whom)); // the thread holds the standard input
 }
