@@ -1,8 +1,10 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
 #include "vintok/Globals.h"
+#include "vintok/TCPMessage.h"
 
 #include <filesystem>
+#include <functional>
 #include <gmock/gmock.h>
 #include <regex>
 #include <thread>
@@ -137,6 +139,18 @@ TEST_F(Log, TraceAddsThePlaceToErrorsOfTheLibrary) {
     unsigned char byte = 0;
     EXPECT_EQ(-1, peekBytes(99999, &byte, 1));
     EXPECT_THAT(lastErrorString(), testing::EndsWith(" -- < vintok::peekBytes >vintok::readBytes"));
+    // And so is one whose helpers report.
+    TCPMessage message;
+    const std::pair<std::function<void()>, const char *> rows[] = {
+        {[&] { message.read(99999, nullptr); }, "vintok::TCPMessageBase::read"},
+        {[&] { message.write(99999, nullptr); }, "vintok::TCPMessageBase::write"},
+        {[&] { message.read(nullptr); }, "vintok::TCPMessageBase::read"},
+        {[] { init(), fini(); }, "vintok::fini"},
+    };
+    for (const auto &[operation, name] : rows) {
+        operation();
+        EXPECT_THAT(lastErrorString(), HasSubstr(" -- < " + std::string(name) + " >"));
+    }
 }
 
 TEST_F(Log, EntriesOfThreadsDoNotMix) {

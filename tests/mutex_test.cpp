@@ -55,6 +55,18 @@ TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
     EXPECT_EQ(0, failures);
 }
 
+TEST(MutexLife, TheEndIsReportedWhenTheSystemRefusesIt) {
+    ScriptedPlatform script;
+    testing::internal::CaptureStderr();
+    script.close = {fails()};
+    { const TCPMutex mutex(LOCK_CLOCK); }
+    EXPECT_NE(std::string::npos,
+              testing::internal::GetCapturedStderr().find("{\nTCPMutexBase::_mutexDestroy\n}"));
+    TCPMutex next(LOCK_CLOCK);
+    EXPECT_EQ(0, next.lock());
+    EXPECT_EQ(0, next.unlock());
+}
+
 class Mutex : public testing::Test {
 protected:
     Mutex() { init(); }
@@ -176,6 +188,27 @@ TEST_F(MutexBase, NoticesCallsThatDoNotPair) {
         EXPECT_EQ(0, base._mutexLock(3, true));
         EXPECT_EQ(0, base._mutexUnlock(3, true));
     });
+}
+
+TEST_F(MutexBase, SaysWhatWasWrongWithAWait) {
+    using Wait = platform::RecursiveLock::Wait;
+    ScriptedPlatform script;
+    const struct {
+        Wait wait;
+        const char *lock;
+        const char *unlock;
+    } rows[] = {
+        {Wait::abandoned, "WAIT_ABANDONED", "WAIT_ABANDONED in TCPMutexBase::_mutexUnlock"},
+        {Wait::timedOut, "WAIT_TIMEOUT", "WAIT_TIMEOUT in TCPMutexBase::_mutexUnlock"},
+        {Wait::failed, "WAIT_FAILED lastError = 0x0",
+         "WAIT_FAILED int TCPMutexBase::_mutexUnlock lastError = 0x0"},
+    };
+    for (const auto &row : rows) {
+        script.acquire = times(2, gives(static_cast<std::int64_t>(row.wait)));
+        EXPECT_EQ(-1, base._mutexLock(3, true));
+        EXPECT_EQ(-1, base._mutexUnlock(3, true));
+        EXPECT_TRUE(log.has(row.lock) && log.has(row.unlock)) << log.text();
+    }
 }
 
 TEST_F(MutexBase, CanBeTakenWhole) {

@@ -507,13 +507,13 @@ TEST(PlatformResolveDeathTest, LocalhostResolvesWithoutANetwork) {
 TEST(PlatformThread, LockIsRecursiveAndItsOwnersAlone) {
     RecursiveLock lock;
     ASSERT_TRUE(lock.valid());
-    ASSERT_TRUE(lock.acquire());
-    ASSERT_TRUE(lock.acquire());
+    ASSERT_EQ(RecursiveLock::Wait::acquired, lock.acquire());
+    ASSERT_EQ(RecursiveLock::Wait::acquired, lock.acquire());
     std::atomic<int> releases = 0;
     std::thread other([&] {
         EXPECT_FALSE(lock.release()) << "not its own";
         EXPECT_NE(0u, lastThreadError());
-        EXPECT_TRUE(lock.acquire());
+        EXPECT_EQ(RecursiveLock::Wait::acquired, lock.acquire());
         EXPECT_EQ(2, releases) << "taken while it was held";
         EXPECT_TRUE(lock.release());
     });

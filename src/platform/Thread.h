@@ -17,10 +17,15 @@ public:
 
     // False when the system could not make the lock; the other operations then fail.
     bool valid() const { return m_handle != nullptr; }
-    // Waits without limit.
-    bool acquire();
+    // Waits without limit. Abandoned: owned now, but the thread that owned it ended in the middle
+    // of something.
+    enum class Wait { acquired, abandoned, timedOut, failed };
+    Wait acquire();
     // False when the calling thread does not own it.
     bool release();
+    // The end, which the destructor is otherwise. False when the system refuses it; the lock is
+    // then as it was.
+    bool close();
 
 private:
     void *m_handle;

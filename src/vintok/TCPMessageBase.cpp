@@ -34,29 +34,24 @@ constexpr const char *operationName = "TCPMessageBase::mf_readSocket";
 constexpr std::uint32_t blockPause = 100; // milliseconds, times the number of the pause
 constexpr std::uint32_t failurePause = 10;
 
-// Whether the descriptor carries messages; sets the error when not. `operation` is its context.
-bool carriesMessages(const DescriptorState &state, const ErrorContext &operation) {
-    if (!state.known) {
-        VINTOK_ERROR(state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR,
-                     operation);
-        return false;
-    }
-    if (state.bound()) {
-        // Says "read" of a write too: the text is the one that operators know.
-        VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR,
-                     operation.text() + " attempt to read from bound descriptor");
-        return false;
-    }
-    return true;
+// Whether the descriptor carries messages; sets the error when not, with one of the two contexts.
+bool carriesMessages(const DescriptorState &state, const ErrorContext &operation,
+                     const ErrorContext &onBound, const SourcePlace &place) {
+    if (!state.known)
+        errorAt(place, state.closed ? TCP_ERROR_CONNECTION_RESET : TCP_ERROR_BAD_FILE_DESCRIPTOR,
+                operation);
+    else if (state.bound())
+        errorAt(place, TCP_ERROR_BAD_FILE_DESCRIPTOR, onBound);
+    return state.known && !state.bound();
 }
 
 // Discards what is left of the bytes that were waiting when the read began, then sets the error
 // that ended it.
 bool failRead(int socket, std::uint64_t pending, std::uint64_t got, TCPError error,
-              const ErrorContext &context) {
+              const ErrorContext &context, const SourcePlace &place) {
     if (got < pending)
         clearSocket(socket, pending - got);
-    VINTOK_ERROR(error, context);
+    errorAt(place, error, context);
     return false;
 }
 
@@ -208,7 +203,8 @@ bool TCPMessageBase::read(int socket, TCPStatusCallback *status) {
     if (m_rawSocket)
         return mf_readSocket(socket, false, status);
     const DescriptorState state(socket);
-    if (!carriesMessages(state, "TCPMessageBase::read"))
+    if (!carriesMessages(state, "TCPMessageBase::read",
+                         "TCPMessageBase::read attempt to read from bound descriptor", VINTOK_HERE))
         return false;
     return state.buffer != nullptr ? readBuffered(*state.buffer)
                                    : mf_readSocket(socket, state.secure, status);
@@ -224,7 +220,8 @@ bool TCPMessageBase::readBuffered(StreamBuffer &buffer) {
     case StreamBuffer::Taken::frame:
         if (TCPHeader::read())
             return true;
-        return failRead(socket, buffer.held(), 0, TCP_ERROR_CORRUPT_HEADER, operationName);
+        return failRead(socket, buffer.held(), 0, TCP_ERROR_CORRUPT_HEADER, operationName,
+                        VINTOK_HERE);
     case StreamBuffer::Taken::nothing:
         VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, operationName);
         return false;
@@ -232,9 +229,10 @@ bool TCPMessageBase::readBuffered(StreamBuffer &buffer) {
         VINTOK_ERROR(TCP_ERROR_CORRUPT_HEADER, operationName);
         return false;
     case StreamBuffer::Taken::corrupt:
-        return failRead(socket, clearLimit, 0, TCP_ERROR_CORRUPT_HEADER, operationName);
+        return failRead(socket, clearLimit, 0, TCP_ERROR_CORRUPT_HEADER, operationName,
+                        VINTOK_HERE);
     case StreamBuffer::Taken::noMemory:
-        return failRead(socket, clearLimit, 0, TCP_ERROR_OUT_OF_MEMORY, operationName);
+        return failRead(socket, clearLimit, 0, TCP_ERROR_OUT_OF_MEMORY, operationName, VINTOK_HERE);
     default:
         if (buffer.error() == 0)
             VINTOK_LOG(SEVERITY_WARNING, "Remote connection lost without disconnect");
@@ -271,8 +269,9 @@ bool TCPMessageBase::mf_readSocket(int socket, bool secure, TCPStatusCallback *s
     if (s_printDebug)
         VINTOK_LOG(SEVERITY_DEBUG, formatText("TCPMessageBase::mf_readSocket (%d) read %u", socket,
                                               printed(rawBufferLength())));
-    return TCPHeader::read() || failRead(socket, pending, rawBufferLength(),
-                                         TCP_ERROR_CORRUPT_HEADER, "TCPMessageBase::mf_readSocket");
+    return TCPHeader::read() ||
+           failRead(socket, pending, rawBufferLength(), TCP_ERROR_CORRUPT_HEADER,
+                    "TCPMessageBase::mf_readSocket", VINTOK_HERE);
 }
 
 // `pending` is what the read of the frame found and has not taken yet.
@@ -318,17 +317,17 @@ bool TCPMessageBase::mf_readLength(int socket, bool secure, std::uint64_t pendin
                    formatText("TCPMessageBase::mf_readSocket (%d) read (%u) of (%u)", socket,
                               printed(got), printed(lengthSize)));
         return failRead(socket, pending, got, lastError(),
-                        "Partial read TCPMessageBase::mf_readSocket");
+                        "Partial read TCPMessageBase::mf_readSocket", VINTOK_HERE);
     }
 
     std::uint32_t length = 0;
     BufferManager(bytes.data(), bytes.size()).read(length);
     if (length < headerSizeIPv4())
         return failRead(socket, pending, got, TCP_ERROR_CORRUPT_HEADER,
-                        "TCPMessageBase::mf_readSocket");
+                        "TCPMessageBase::mf_readSocket", VINTOK_HERE);
     if (!allocateRawBuffer(length))
         return failRead(socket, pending, got, TCP_ERROR_OUT_OF_MEMORY,
-                        "TCPMessageBase::mf_readSocket");
+                        "TCPMessageBase::mf_readSocket", VINTOK_HERE);
     std::memcpy(rawBuffer(), bytes.data(), bytes.size());
     return true;
 }
@@ -352,7 +351,8 @@ bool TCPMessageBase::mf_readBody(int socket, bool secure, std::uint64_t pending,
     VINTOK_LOG(SEVERITY_ERROR,
                formatText("TCPMessageBase::mf_readSocket (%d) failed, only read %u bytes of %u\n",
                           socket, printed(progress.done()), printed(rawBufferLength())));
-    return failRead(socket, pending, progress.done(), lastError(), "TCPMessageBase::mf_readSocket");
+    return failRead(socket, pending, progress.done(), lastError(), "TCPMessageBase::mf_readSocket",
+                    VINTOK_HERE);
 }
 
 void TCPMessageBase::mf_readStep(Progress &progress, int socket, std::int64_t result) {
@@ -381,7 +381,10 @@ bool TCPMessageBase::write(int socket, TCPStatusCallback *status) {
     if (m_rawSocket)
         return mf_writeSocket(socket, false, status);
     const DescriptorState state(socket);
-    return carriesMessages(state, "TCPMessageBase::write") &&
+    // Says "read" of a write too: the text is the one that operators know.
+    return carriesMessages(state, "TCPMessageBase::write",
+                           "TCPMessageBase::write attempt to read from bound descriptor",
+                           VINTOK_HERE) &&
            mf_writeSocket(socket, state.secure, status);
 }
 

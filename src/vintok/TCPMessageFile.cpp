@@ -51,20 +51,21 @@ bool isWorthAnotherPass(TCPError error) {
     return error == TCP_ERROR_INTERRUPT || error == TCP_ERROR_WOULD_BLOCK;
 }
 
-bool refuse(TCPError error, const ErrorContext &context) {
-    VINTOK_ERROR(error, context);
+bool refuse(TCPError error, const ErrorContext &context, const SourcePlace &place) {
+    errorAt(place, error, context);
     return false;
 }
 
-bool readRest(std::FILE *stream, unsigned char *buffer, std::size_t got, std::size_t length) {
+bool readRest(std::FILE *stream, unsigned char *buffer, std::size_t got, std::size_t length,
+              const SourcePlace &place) {
     for (int pass = 0; pass < maxPasses; ++pass) {
         got += std::fread(buffer + got, 1, length - got, stream);
         if (got == length) {
-            VINTOK_ERROR(TCP_ERROR_NO_ERROR, "reading file");
+            errorAt(place, TCP_ERROR_NO_ERROR, "reading file");
             return true;
         }
         const TCPError error = readError(errno);
-        VINTOK_ERROR(error, "reading file");
+        errorAt(place, error, "reading file");
         if (!isWorthAnotherPass(error))
             break;
     }
@@ -75,23 +76,23 @@ bool readRest(std::FILE *stream, unsigned char *buffer, std::size_t got, std::si
 
 bool TCPMessageBase::read(std::FILE *stream) {
     if (stream == nullptr)
-        return refuse(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
+        return refuse(TCP_ERROR_INVALID_ARGUMENT, "FILE * null", VINTOK_HERE);
     std::array<unsigned char, 4> bytes = {};
     if (std::fread(bytes.data(), 1, bytes.size(), stream) != bytes.size())
-        return refuse(TCP_ERROR_CORRUPT_HEADER, "Failed to read header size");
+        return refuse(TCP_ERROR_CORRUPT_HEADER, "Failed to read header size", VINTOK_HERE);
     std::uint32_t length = 0;
     BufferManager(bytes.data(), bytes.size()).read(length);
     if (length < headerSizeIPv4())
-        return refuse(TCP_ERROR_CORRUPT_HEADER, "size less than min header size");
+        return refuse(TCP_ERROR_CORRUPT_HEADER, "size less than min header size", VINTOK_HERE);
     if (!allocateRawBuffer(length))
-        return refuse(TCP_ERROR_OUT_OF_MEMORY, "allocating message buffer");
+        return refuse(TCP_ERROR_OUT_OF_MEMORY, "allocating message buffer", VINTOK_HERE);
     std::memcpy(rawBuffer(), bytes.data(), bytes.size());
-    return readRest(stream, rawBuffer(), bytes.size(), length) && TCPHeader::read();
+    return readRest(stream, rawBuffer(), bytes.size(), length, VINTOK_HERE) && TCPHeader::read();
 }
 
 bool TCPMessageBase::write(std::FILE *stream) {
     if (stream == nullptr)
-        return refuse(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
+        return refuse(TCP_ERROR_INVALID_ARGUMENT, "FILE * null", VINTOK_HERE);
     const std::size_t length = rawBufferLength();
     if (length == 0)
         return true; // a message that was never filled has no bytes to point at

@@ -118,18 +118,42 @@ SystemMutex *mutexFor(int number, bool isIndex) {
     return &s_mutexes[static_cast<std::size_t>(lockTable[index].mutex)];
 }
 
-bool acquire(SystemMutex &mutex, const char *failure) {
-    if (mutex.handle != nullptr && mutex.handle->acquire())
-        return true;
-    VINTOK_LOG(SEVERITY_ERROR,
-               failure + formatText(" lastError = 0x%X", platform::lastThreadError()));
-    return false;
+std::string failureText(const char *what) {
+    return what + formatText(" lastError = 0x%X", platform::lastThreadError());
 }
 
-void release(SystemMutex &mutex) {
+// What is logged of a wait that went wrong.
+struct WaitTexts {
+    const char *abandoned;
+    const char *timedOut;
+    const char *failed; // the number follows
+};
+
+constexpr WaitTexts lockTexts = {"WAIT_ABANDONED", "WAIT_TIMEOUT", "WAIT_FAILED"};
+constexpr WaitTexts unlockTexts = {"WAIT_ABANDONED in TCPMutexBase::_mutexUnlock",
+                                   "WAIT_TIMEOUT in TCPMutexBase::_mutexUnlock",
+                                   "WAIT_FAILED int TCPMutexBase::_mutexUnlock"};
+
+bool acquire(SystemMutex &mutex, const WaitTexts &texts, const SourcePlace &place) {
+    using Wait = platform::RecursiveLock::Wait;
+    switch (mutex.handle != nullptr ? mutex.handle->acquire() : Wait::failed) {
+    case Wait::acquired:
+        return true;
+    case Wait::abandoned:
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, texts.abandoned);
+        return false;
+    case Wait::timedOut:
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, texts.timedOut);
+        return false;
+    default:
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, failureText(texts.failed));
+        return false;
+    }
+}
+
+void release(SystemMutex &mutex, const SourcePlace &place) {
     if (!mutex.handle->release())
-        VINTOK_LOG(SEVERITY_ERROR,
-                   formatText("ReleaseMutex failed lastError = 0x%X", platform::lastThreadError()));
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, failureText("ReleaseMutex failed"));
 }
 
 } // namespace
@@ -164,7 +188,8 @@ int TCPMutexBase::_mutexInit() {
             VINTOK_LOG(SEVERITY_ERROR, "Cannot Create Mutex in TCPMutexBase::_mutexInit");
             return -1;
         }
-        if (!mutex.handle->acquire() || !mutex.handle->release()) {
+        if (mutex.handle->acquire() != platform::RecursiveLock::Wait::acquired ||
+            !mutex.handle->release()) {
             VINTOK_LOG(SEVERITY_ERROR, "Cannot Release Mutex in TCPMutexBase::_mutexInit");
             return -1;
         }
@@ -177,6 +202,10 @@ int TCPMutexBase::_mutexInit() {
 
 int TCPMutexBase::_mutexDestroy() {
     for (SystemMutex &mutex : s_mutexes) {
+        if (!mutex.handle->close()) {
+            VINTOK_LOG(SEVERITY_ERROR, "TCPMutexBase::_mutexDestroy");
+            return -1;
+        }
         delete mutex.handle;
         mutex.handle = nullptr;
         mutex.busy = 0;
@@ -186,11 +215,11 @@ int TCPMutexBase::_mutexDestroy() {
 
 int TCPMutexBase::_mutexLock(int number, bool isIndex) {
     SystemMutex *mutex = mutexFor(number, isIndex);
-    if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED"))
+    if (mutex == nullptr || !acquire(*mutex, lockTexts, VINTOK_HERE))
         return -1;
     if (mutex->busy != 0) {
         VINTOK_LOG(SEVERITY_ERROR, "Recursive call to lock");
-        release(*mutex);
+        release(*mutex, VINTOK_HERE);
         return -1;
     }
     mutex->busy.store(platform::currentThreadId(), std::memory_order_relaxed);
@@ -201,20 +230,20 @@ int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
     SystemMutex *mutex = mutexFor(number, isIndex);
     if (mutex != nullptr && mutex->busy == platform::currentThreadId()) {
         mutex->busy.store(0, std::memory_order_relaxed); // owned: spares the wait for it
-        release(*mutex);
+        release(*mutex, VINTOK_HERE);
         return 0;
     }
-    if (mutex == nullptr || !acquire(*mutex, "WAIT_FAILED int TCPMutexBase::_mutexUnlock"))
+    if (mutex == nullptr || !acquire(*mutex, unlockTexts, VINTOK_HERE))
         return -1;
     int result = -1;
     if (mutex->busy != 0) { // of a thread that has ended since
         mutex->busy = 0;
-        release(*mutex);
+        release(*mutex, VINTOK_HERE);
         result = 0;
     } else {
         VINTOK_LOG(SEVERITY_ERROR, "Unlock called without lock");
     }
-    release(*mutex);
+    release(*mutex, VINTOK_HERE);
     return result;
 }
 
@@ -223,10 +252,10 @@ int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
 std::atomic<TCPMutexBase *> TCPMutex::_instance{nullptr};
 
 TCPMutex::TCPMutex(int id) : m_id(id) {
-    countIn();
+    countIn(VINTOK_HERE);
 }
 
-void TCPMutex::countIn() {
+void TCPMutex::countIn(const SourcePlace &place) {
     const BaseChange change;
     if (m_isCounted)
         return;
@@ -235,20 +264,20 @@ void TCPMutex::countIn() {
         base = new (std::nothrow) TCPMutexBase;
     if (base == nullptr || !base->valid()) {
         delete base;
-        VINTOK_LOG(SEVERITY_ERROR, "Cannot create mutex");
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, "Cannot create mutex");
         return;
     }
     _instance = base;
     if (base->_mutexLock(usersId, false) != 0) {
         _instance = nullptr;
         delete base;
-        VINTOK_LOG(SEVERITY_ERROR, "Cannot aquire lock on singleton object");
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, "Cannot aquire lock on singleton object");
         return;
     }
     s_userCount++;
     m_isCounted = true;
     if (base->_mutexUnlock(usersId, false) != 0)
-        VINTOK_LOG(SEVERITY_ERROR, "Unlock failed");
+        VINTOK_LOG_AT(place, SEVERITY_ERROR, "Unlock failed");
 }
 
 TCPMutex::~TCPMutex() {
@@ -271,7 +300,7 @@ TCPMutex::~TCPMutex() {
 
 int TCPMutex::lock() {
     if (!m_isCounted) // there was no memory when it was made
-        countIn();
+        countIn(VINTOK_HERE);
     const std::uint64_t self = platform::currentThreadId();
     for (TCPMutexBase *base = _instance; base != nullptr; base = _instance) {
         if (base->_mutexLock(m_id, false) != 0) {
@@ -303,7 +332,7 @@ int TCPMutex::lock() {
 
 int TCPMutex::trylock() {
     if (!m_isCounted)
-        countIn();
+        countIn(VINTOK_HERE);
     TCPMutexBase *base = _instance;
     if (base == nullptr)
         return -1;

@@ -9,6 +9,7 @@
 namespace vintok {
 
 class TCPMutexBase;
+struct SourcePlace;
 
 // All objects with the same id mean the same lock, so a function that needs one declares
 // `static TCPMutex mutex(id);` and any number of functions share it. Ids are 0 to 12:
@@ -47,7 +48,7 @@ public:
 private:
     static std::atomic<TCPMutexBase *> _instance;
 
-    void countIn();
+    void countIn(const SourcePlace &place);
 
     int m_id;
     std::atomic<bool> m_isCounted{false}; // among the users of the base

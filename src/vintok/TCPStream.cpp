@@ -48,10 +48,10 @@ void readEnvironment(Globals &globals) {
 }
 
 // Without memory for the record the library runs on without one, and logs as it does before `init`.
-void makeGlobals() {
+void makeGlobals(const SourcePlace &place) {
     try {
         s_globals = new Globals;
-        VINTOK_ERROR(TCP_ERROR_NO_ERROR, "vintok::init");
+        errorAt(place, TCP_ERROR_NO_ERROR, "vintok::init");
         readEnvironment(*s_globals);
     } catch (const std::bad_alloc &) {
     }
@@ -69,52 +69,53 @@ constexpr SocketVersion socketVersions[] = {
     {0x0101, SEVERITY_ERROR, "WSAStartup version 1.1 failed."},
 };
 
-bool startSocketLayer(std::uint16_t &granted) {
-    VINTOK_LOG(SEVERITY_INFO, "Trying WSAStartup version 2.2");
+bool startSocketLayer(std::uint16_t &granted, const SourcePlace &place) {
+    VINTOK_LOG_AT(place, SEVERITY_INFO, "Trying WSAStartup version 2.2");
     for (const SocketVersion &version : socketVersions) {
         if (platform::startSockets(version.wanted, granted))
             return true;
-        VINTOK_LOG(version.severity, version.failure);
+        VINTOK_LOG_AT(place, version.severity, version.failure);
     }
     return false;
 }
 
 // After a failure the record is left, and lost to the next start.
-bool startUp() {
-    makeGlobals();
+bool startUp(const SourcePlace &place) {
+    makeGlobals(place);
     if (environment("VINTOK_ERROR_PRINT") == "True")
         setErrorDebug(true);
-    VINTOK_LOG(SEVERITY_INFO, "vintok first init");
+    VINTOK_LOG_AT(place, SEVERITY_INFO, "vintok first init");
     std::uint16_t granted = 0;
-    if (!startSocketLayer(granted))
+    if (!startSocketLayer(granted, place))
         return false;
-    VINTOK_LOG(SEVERITY_INFO, formatText("WinSock Version %d.%d\n", granted & 0xFF, granted >> 8));
+    VINTOK_LOG_AT(place, SEVERITY_INFO,
+                  formatText("WinSock Version %d.%d\n", granted & 0xFF, granted >> 8));
     s_startUpCount = 1;
     Globals *globals = s_globals;
     return globals == nullptr || globals->m_localAddress.resolveNetName();
 }
 
-void shutDown() {
-    VINTOK_LOG(SEVERITY_INFO, "vintok last fini");
+void shutDown(const SourcePlace &place) {
+    VINTOK_LOG_AT(place, SEVERITY_INFO, "vintok last fini");
     platform::stopSockets();
     Globals *globals = s_globals.exchange(nullptr);
     if (globals == nullptr) {
-        VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText("vintok::fini"));
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText("vintok::fini"));
         return;
     }
     delete globals;
-    VINTOK_ERROR(TCP_ERROR_NO_ERROR, "vintok::fini");
+    errorAt(place, TCP_ERROR_NO_ERROR, "vintok::fini");
 }
 
-bool leave() {
+bool leave(const SourcePlace &place) {
     if (s_startUpCount == 0) {
-        VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED, "vintok::fini");
+        errorAt(place, TCP_ERROR_NOT_INITIALIZED, "vintok::fini");
         return false;
     }
     if (--s_startUpCount == 0)
-        shutDown();
+        shutDown(place);
     else
-        VINTOK_ERROR(TCP_ERROR_NO_ERROR, "vintok::fini");
+        errorAt(place, TCP_ERROR_NO_ERROR, "vintok::fini");
     return true;
 }
 
@@ -131,7 +132,7 @@ bool init() {
     if (s_startUpCount != 0)
         ++s_startUpCount;
     else
-        result = startUp();
+        result = startUp(VINTOK_HERE);
     if (!lock.release())
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, withSystemText("vintok::init"));
     return result;
@@ -145,7 +146,7 @@ bool fini() {
         VINTOK_ERROR(TCP_ERROR_LOCK_FAILED, "vintok::fini");
         return false;
     }
-    bool result = leave();
+    bool result = leave(VINTOK_HERE);
     if (!lock.release()) {
         VINTOK_ERROR(TCP_ERROR_UNLOCK_FAILED, "vintok::fini");
         result = false;

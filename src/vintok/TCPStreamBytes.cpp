@@ -84,6 +84,7 @@ struct ReceiveLoop {
     unsigned char *buffer;
     std::size_t length;
     TCPStatusCallback *status;
+    SourcePlace place; // of the operation
     std::size_t total = 0;
     bool keepGoing = true;
     unsigned failures = 0;
@@ -120,15 +121,15 @@ private:
             // No pause and no limit.
             keepGoing = true;
             failures++;
-            VINTOK_ERROR(TCP_ERROR_OUT_OF_MEMORY, context);
+            errorAt(place, TCP_ERROR_OUT_OF_MEMORY, context);
             return true;
         }
         if (error == badDescriptor || error == notSocket) {
-            VINTOK_ERROR(TCP_ERROR_BAD_FILE_DESCRIPTOR, context);
+            errorAt(place, TCP_ERROR_BAD_FILE_DESCRIPTOR, context);
             return lost();
         }
         if (isConnectionLost(error)) {
-            VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, context);
+            errorAt(place, TCP_ERROR_CONNECTION_RESET, context);
             return lost();
         }
         return failedOtherwise(context);
@@ -136,7 +137,7 @@ private:
 
     void waitForData(const ErrorContext &context) {
         keepGoing = true;
-        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, context);
+        errorAt(place, TCP_ERROR_WOULD_BLOCK, context);
         if (status != nullptr)
             report();
         else
@@ -153,7 +154,7 @@ private:
 
     // Goes on only when a callback asks for it, and with or without one after a long pause.
     bool failedOtherwise(const ErrorContext &context) {
-        VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, context);
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR, context);
         failures++;
         report();
         if (failures > failureLimit) {
@@ -173,6 +174,7 @@ struct SendLoop {
     std::size_t length;
     bool wait;
     TCPStatusCallback *status;
+    SourcePlace place; // of the operation
     std::size_t total = 0;
     int error = 0; // of the last call that failed
     bool keepGoing = true;
@@ -211,11 +213,11 @@ private:
             return true;
         }
         if (isConnectionLost(error) || error == notSocket) {
-            VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, context);
+            errorAt(place, TCP_ERROR_CONNECTION_RESET, context);
             lost();
         } else {
             // A bad descriptor is one of these: only failing on and on closes it.
-            VINTOK_ERROR(TCP_ERROR_UNSPECIFIED_ERROR, context);
+            errorAt(place, TCP_ERROR_UNSPECIFIED_ERROR, context);
             report();
             failures++;
         }
@@ -225,7 +227,7 @@ private:
     void waitForRoom(const ErrorContext &context) {
         if (error == wouldBlock)
             keepGoing = wait;
-        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, context);
+        errorAt(place, TCP_ERROR_WOULD_BLOCK, context);
         if (status != nullptr)
             report();
         else
@@ -242,7 +244,7 @@ private:
     // Longer after each failure in a row.
     bool pauseOrGiveUp() {
         if (failures > failureLimit) {
-            VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "sf_socketSend");
+            errorAt(place, TCP_ERROR_CONNECTION_RESET, "sf_socketSend");
             lost();
             return false;
         }
@@ -253,14 +255,14 @@ private:
 };
 
 // Why nothing was sent.
-void reportNothingSent(int error) {
+void reportNothingSent(int error, const SourcePlace &place) {
     const ErrorContext context = withSystemText("sf_socketSend", error);
     if (error == interrupted)
-        VINTOK_ERROR(TCP_ERROR_INTERRUPT, context);
+        errorAt(place, TCP_ERROR_INTERRUPT, context);
     else if (error == wouldBlock)
-        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, context);
+        errorAt(place, TCP_ERROR_WOULD_BLOCK, context);
     else if (lastError() != TCP_ERROR_CONNECTION_RESET)
-        VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, context);
+        errorAt(place, TCP_ERROR_SYSTEM_ERROR, context);
 }
 
 // --- The peek ------------------------------------------------------------------------
@@ -289,10 +291,10 @@ bool peekFailed(int fd, int error, bool receiving, const SourcePlace &place) {
     return error == interrupted;
 }
 
-std::int64_t peekEnded(int fd) {
+std::int64_t peekEnded(int fd, const SourcePlace &place) {
     setClosed(fd);
-    VINTOK_LOG(SEVERITY_WARNING, "Remote connection lost without disconnect");
-    VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "sf_socketPeek connection lost");
+    VINTOK_LOG_AT(place, SEVERITY_WARNING, "Remote connection lost without disconnect");
+    errorAt(place, TCP_ERROR_CONNECTION_RESET, "sf_socketPeek connection lost");
     return -1;
 }
 
@@ -325,13 +327,14 @@ std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bo
 
 std::int64_t sf_socketRecvPending(int fd, unsigned char *buffer, std::size_t length,
                                   std::size_t pending, TCPStatusCallback *status) {
-    ReceiveLoop loop{fd, buffer, length, status};
+    const SourcePlace place{__FILE__, __LINE__, "sf_socketRecv"}; // of which this is the rest
+    ReceiveLoop loop{fd, buffer, length, status, place};
     while (loop.turn()) {
     }
-    VINTOK_LOG(SEVERITY_DEBUG,
-               formatText("sf_socketRecv (%d) read %u of %u pending = %u", fd,
-                          static_cast<unsigned>(loop.total), static_cast<unsigned>(length),
-                          static_cast<unsigned>(pending)));
+    VINTOK_LOG_AT(place, SEVERITY_DEBUG,
+                  formatText("sf_socketRecv (%d) read %u of %u pending = %u", fd,
+                             static_cast<unsigned>(loop.total), static_cast<unsigned>(length),
+                             static_cast<unsigned>(pending)));
     return countOrFailure(loop.total);
 }
 
@@ -341,14 +344,14 @@ std::int64_t sf_socketSend(int fd, const unsigned char *buffer, std::size_t leng
         VINTOK_ERROR(TCP_ERROR_INVALID_ARGUMENT, "sf_socketSend");
         return -1;
     }
-    SendLoop loop{fd, buffer, length, wait, status};
+    SendLoop loop{fd, buffer, length, wait, status, VINTOK_HERE};
     while (loop.turn()) {
     }
     VINTOK_LOG(SEVERITY_TRACE,
                formatText("sf_socketSend (%d) sent %u of %u", fd, static_cast<unsigned>(loop.total),
                           static_cast<unsigned>(length)));
     if (loop.total == 0)
-        reportNothingSent(loop.error);
+        reportNothingSent(loop.error, VINTOK_HERE);
     return countOrFailure(loop.total);
 }
 
@@ -370,7 +373,7 @@ std::int64_t sf_socketPeek(int fd, unsigned char *buffer, std::size_t length) {
         setBlocking(fd);
         const int error = platform::socketError();
         if (count == 0 && error == 0)
-            return peekEnded(fd);
+            return peekEnded(fd, place);
         if (count >= 0) {
             VINTOK_LOG(SEVERITY_DEBUG,
                        formatText("sf_socketPeek got %d of %u", static_cast<int>(count),

@@ -20,8 +20,8 @@ void reportLost(const DescriptorState &state, const ErrorContext &name,
 
 // A descriptor for which the handshake did not work out goes on as a plain one.
 template <typename Handshake>
-bool handshake(int fd, const ErrorContext &name, Handshake handshake,
-               const SourcePlace &place = SourcePlace::caller()) {
+bool shakeHands(int fd, const ErrorContext &name, Handshake handshake,
+                const SourcePlace &place = SourcePlace::caller()) {
     if (!addDescriptor(fd, true, false, false, false))
         return false;
     TCPTransport *installed = transport();
@@ -71,13 +71,13 @@ TCPTransport *transport() {
 
 bool secureConnect(int fd, const std::string &peerName) {
     const char *peer = peerName.empty() ? nullptr : peerName.c_str();
-    return handshake(fd, "vintok::secureConnect",
-                     [=](TCPTransport &installed) { return installed.secureConnect(fd, peer); });
+    return shakeHands(fd, "vintok::secureConnect",
+                      [=](TCPTransport &installed) { return installed.secureConnect(fd, peer); });
 }
 
 bool secureAccept(int fd) {
-    return handshake(fd, "vintok::secureAccept",
-                     [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
+    return shakeHands(fd, "vintok::secureAccept",
+                      [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
 }
 
 bool sf_addSecureDescriptor(int fd) {

@@ -44,22 +44,22 @@ bool readTime(BufferManager &body, std::uint64_t &time, bool use32) {
     return true;
 }
 
-bool failed(const char *text) {
-    VINTOK_LOG(SEVERITY_ERROR, text);
+bool failed(const char *text, const SourcePlace &place = SourcePlace::caller()) {
+    VINTOK_LOG_AT(place, SEVERITY_ERROR, text);
     return false;
 }
 
 bool sendTimes(TCPMessage &message, std::initializer_list<std::uint64_t> times, bool use32,
-               const SendFailures &failures) {
+               const SendFailures &failures, const SourcePlace &place = SourcePlace::caller()) {
     const std::uint64_t length = times.size() * (use32 ? 4 : 8);
     if (!message.allocateMessageBuffer(length) || message.messageBuffer() == nullptr)
-        return failed(failures.allocation);
+        return failed(failures.allocation, place);
     BufferManager body(message.messageBuffer(), length);
     for (const std::uint64_t time : times) {
         if (!writeTime(body, time, use32))
-            return failed(failures.fill);
+            return failed(failures.fill, place);
     }
-    return message.write(-1, nullptr) || failed(failures.write);
+    return message.write(-1, nullptr) || failed(failures.write, place);
 }
 
 TCPMessage echoMessage(int descriptor, unsigned short major, unsigned short minor,

@@ -145,6 +145,20 @@ void wrapStopSockets() {
     realStopSockets();
 }
 
+using Lock = platform::RecursiveLock;
+Lock::Wait realAcquire(Lock *) asm("__real__ZN6vintok8platform13RecursiveLock7acquireEv");
+Lock::Wait wrapAcquire(Lock *) asm("__wrap__ZN6vintok8platform13RecursiveLock7acquireEv");
+Lock::Wait wrapAcquire(Lock *lock) {
+    const auto result = nextAnswer(&ScriptedPlatform::acquire);
+    return result ? static_cast<Lock::Wait>(*result) : realAcquire(lock);
+}
+
+bool realClose(Lock *) asm("__real__ZN6vintok8platform13RecursiveLock5closeEv");
+bool wrapClose(Lock *) asm("__wrap__ZN6vintok8platform13RecursiveLock5closeEv");
+bool wrapClose(Lock *lock) {
+    return nextAnswer(&ScriptedPlatform::close) ? false : realClose(lock);
+}
+
 void realSleep(std::uint32_t) asm("__real__ZN6vintok8platform17sleepMillisecondsEj");
 void wrapSleep(std::uint32_t) asm("__wrap__ZN6vintok8platform17sleepMillisecondsEj");
 void wrapSleep(std::uint32_t milliseconds) {

@@ -46,6 +46,8 @@ public:
     std::deque<Answer> accept;   // failures only
     std::deque<Answer> listen;   // failures only
     std::deque<Answer> hostName; // failures only
+    std::deque<Answer> acquire;  // of a recursive lock: the numbers of its results
+    std::deque<Answer> close;    // of a recursive lock; failures only
 
     // Whether the socket layer starts; the first count that is not negative is the version given.
     std::deque<Answer> start;

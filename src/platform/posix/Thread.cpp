@@ -56,18 +56,24 @@ RecursiveLock::RecursiveLock() : m_handle(nullptr) {
 }
 
 RecursiveLock::~RecursiveLock() {
-    if (!valid())
-        return;
-    pthread_mutex_destroy(mutexOf(m_handle));
-    delete mutexOf(m_handle);
+    close();
 }
 
-bool RecursiveLock::acquire() {
-    return succeeded(valid() ? pthread_mutex_lock(mutexOf(m_handle)) : EINVAL);
+RecursiveLock::Wait RecursiveLock::acquire() {
+    const bool acquired = succeeded(valid() ? pthread_mutex_lock(mutexOf(m_handle)) : EINVAL);
+    return acquired ? Wait::acquired : Wait::failed;
 }
 
 bool RecursiveLock::release() {
     return succeeded(valid() ? pthread_mutex_unlock(mutexOf(m_handle)) : EINVAL);
+}
+
+bool RecursiveLock::close() {
+    if (valid() && !succeeded(pthread_mutex_destroy(mutexOf(m_handle))))
+        return false;
+    delete mutexOf(m_handle);
+    m_handle = nullptr;
+    return true;
 }
 
 ThreadSlot::ThreadSlot(void (*destroy)(void *)) : m_destroy(destroy), m_valid(false) {

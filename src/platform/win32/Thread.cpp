@@ -27,25 +27,32 @@ RecursiveLock::RecursiveLock() : m_handle(nullptr) {
 }
 
 RecursiveLock::~RecursiveLock() {
-    if (valid())
-        CloseHandle(m_handle);
+    close();
 }
 
-bool RecursiveLock::acquire() {
+RecursiveLock::Wait RecursiveLock::acquire() {
     switch (WaitForSingleObject(m_handle, INFINITE)) {
     case WAIT_OBJECT_0:
-        return true;
+        return Wait::acquired;
     case WAIT_ABANDONED:
-        t_error = ERROR_ABANDONED_WAIT_0; // owned now, but its last owner ended in the middle of
-                                          // something
-        return false;
+        return Wait::abandoned;
+    case WAIT_TIMEOUT:
+        return Wait::timedOut;
     default:
-        return succeeded(FALSE);
+        succeeded(FALSE);
+        return Wait::failed;
     }
 }
 
 bool RecursiveLock::release() {
     return succeeded(ReleaseMutex(m_handle));
+}
+
+bool RecursiveLock::close() {
+    if (valid() && !succeeded(CloseHandle(m_handle)))
+        return false;
+    m_handle = nullptr;
+    return true;
 }
 
 ThreadSlot::ThreadSlot(void (*destroy)(void *)) : m_destroy(destroy), m_valid(false) {
