@@ -7,6 +7,7 @@
 #include "vintok/Globals.h"
 #include "vintok/TCPException.h"
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include <new>
 #include <optional>
 #include <thread>
+#include <vector>
 
 using namespace vintok;
 using namespace vintok::test;
@@ -64,7 +66,7 @@ bool withoutMemory(int nth, bool oneOnly, const std::function<void()> &action) {
 }
 
 // First in this file: later on the library's own locks keep the base alive.
-TEST(NoMemory, LeavesALockThatWorksLater) {
+TEST(FirstLock, WithoutMemoryWorksLater) {
     testing::internal::CaptureStderr();
     bool refused = true;
     for (int n = 1; refused; n++) {
@@ -96,7 +98,7 @@ struct Operation {
 };
 
 // Whatever allocation fails: no exception, no lock held, no descriptor lost, and an error.
-void expectToSurvive(const Operation &operation) {
+void expectOneToSurvive(const Operation &operation) {
     operation.run();
     const int next = platform::openSocket(platform::FAMILY_IPV4);
     platform::closeSocket(next);
@@ -126,27 +128,35 @@ void expectToSurvive(const Operation &operation) {
     }
 }
 
-TEST(NoMemory, IsAFailureOfTheOperationAndOfNothingElse) {
-    constexpr int none = 54321;
+class NoMemory : public testing::Test {
+protected:
+    NoMemory() {
+        init();
+        setTransport(&transport);
+    }
+    ~NoMemory() override {
+        pair.reset();
+        fini();
+    }
+    // With and without the decoration of errors.
+    static void expectToSurvive(const std::vector<Operation> &operations) {
+        for (const LogLevel level : {LOG_NONE, LOG_TRACE}) {
+            const LogFile log(level);
+            std::for_each(operations.begin(), operations.end(), expectOneToSurvive);
+        }
+    }
+
     const std::string literal = "1111:2222:3333:4444:5555:6666:7777:8888";
-    const TemporaryFolder folder;
-    const std::string path = folder.path("a socket");
-    init();
-    std::optional<SocketPair> pair(std::in_place);
-    const int fd = pair->mine();
-    unsigned short taken = 0;
-    const int listener = listenSomewhere(taken);
-    const int socket = platform::openSocket(platform::FAMILY_IPV4);
+    static constexpr int none = 54321;
     GreedyTransport transport;
-    setTransport(&transport);
+    std::optional<SocketPair> pair{std::in_place};
+    int fd = pair->mine();
     unsigned char byte = 'x';
-    TCPAddress named;
-    named.setName(literal);
-    TCPAddress nowhere;
-    nowhere.setLoopbackIPv4();
-    TCPAddress network;
-    network.setNetwork(literal + "/100");
-    const Operation operations[] = {
+};
+
+TEST_F(NoMemory, FailsAnOperationOnDescriptorsAndNothingElse) {
+    const int socket = platform::openSocket(platform::FAMILY_IPV4);
+    expectToSurvive({
         {"addDescriptor",
          [=] {
              const bool added = addDescriptor(socket, true, false, false, false);
@@ -160,26 +170,27 @@ TEST(NoMemory, IsAFailureOfTheOperationAndOfNothingElse) {
          [] { return addDescriptor(none, false, false, false, false); }},
         {"removeDescriptor", [] { return removeDescriptor(none); }},
         {"setClosed", [] { return setClosed(0); }},
-        {"setSecure", [=] { return setSecure(fd, true) && setSecure(fd, false); }},
-        {"secureConnect", [=] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
-        {"secureStatus",
-         [=] {
-             std::size_t value = 0;
-             std::string text;
-             return secureStatus(none, value, text);
-         }},
-        {"setLocalAddress", [=] { return setLocalAddress(named); }},
-        {"localAddress",
-         [] {
-             TCPAddress own;
-             return localAddress(own);
-         }},
+        {"setSecure", [&] { return setSecure(fd, true) && setSecure(fd, false); }},
+        {"secureConnect", [&] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
+        {"lastSecureError", [] { return lastSecureError(none) == SECURE_ERROR_NOT_SECURE; }},
         {"readBytes", [&] { return readBytes(none, &byte, 1, nullptr) == 1; }},
         {"writeBytes", [&] { return writeBytes(fd, &byte, 1, nullptr) == 1; }},
         {"writeBytes to none", [&] { return writeBytes(none, &byte, 1, nullptr) == 1; }},
         {"peekBytes", [&] { return peekBytes(none, &byte, 1) == 1; }},
         {"bytesPending", [] { return bytesPending(none) == 0; }},
         {"rawReadBytes", [&] { return rawReadBytes(none, &byte, 1, true, nullptr) == 1; }},
+    });
+    platform::closeSocket(socket);
+}
+
+TEST_F(NoMemory, FailsAnOperationThatMakesASocketAndNothingElse) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a socket");
+    unsigned short taken = 0;
+    const int listener = listenSomewhere(taken);
+    TCPAddress nowhere;
+    nowhere.setLoopbackIPv4();
+    expectToSurvive({
         {"acceptBoundSocket", [] { return closed(acceptBoundSocket(none)); }},
         {"connectToBoundSocket", [=] { return closed(connectToBoundSocket(nowhere)); }},
         {"connectLocal", [=] { return closed(connectLocal(taken)); }},
@@ -190,66 +201,56 @@ TEST(NoMemory, IsAFailureOfTheOperationAndOfNothingElse) {
              return closed(createUnixSocket(path, 0, false));
          }},
         {"createIPv4Socket",
-         [] {
-             unsigned short port = 0;
-             return closed(createIPv4Socket(port, 0, 1, false));
+         [port = static_cast<unsigned short>(0)]() mutable {
+             return closed(createIPv4Socket(port, 0, 255, false));
          }},
-        {"resolve", [=] { return TCPAddress().resolve(literal); }, false},
+    });
+    closeDescriptor(listener);
+}
+
+// The operation with a text to fill.
+std::function<bool()> filling(const std::function<bool(std::string &)> &ask) {
+    return [ask] {
+        std::string text;
+        return ask(text);
+    };
+}
+
+TEST_F(NoMemory, FailsAnOperationOfAddressesAndNothingElse) {
+    TCPAddress named;
+    named.setName(literal);
+    TCPAddress network;
+    network.setNetwork(literal + "/100");
+    std::vector<TCPAddress> all;
+    TCPAddress own;
+    expectToSurvive({
+        {"setLocalAddress", [=] { return setLocalAddress(named); }},
+        {"localAddress", [&] { return own.clear(), localAddress(own); }},
+        {"resolve", [&] { return TCPAddress().resolve(literal); }, false},
         {"resolve of this machine", [] { return TCPAddress().resolve(TCPAddress::IPTYPE_IPV4); },
          false},
         {"resolveNetName", [] { return TCPAddress().resolveNetName("localhost"); }, false},
-        {"lookup",
-         [=] {
-             std::vector<TCPAddress> all;
-             return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE);
-         },
+        {"lookup", [&] { return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE); },
          false},
-        {"areEqual", [=] { return TCPAddress::areEqual(literal, literal); }, false},
-        {"setNetwork", [=] { return TCPAddress().setNetwork(literal); }, false},
-        {"setNetMask", [=] { return TCPAddress().setNetMask(literal); }, false},
-        {"nodeName",
-         [=] {
-             std::string text;
-             return TCPAddress::nodeName(text);
-         },
-         false},
-        {"name",
-         [=] {
-             std::string text;
-             return named.name(text);
-         },
-         false},
-        {"ipString",
-         [=] {
-             std::string text;
-             return network.ipString(text);
-         },
-         false},
-        {"maskString",
-         [=] {
-             std::string text;
-             return network.maskString(text);
-         },
-         false},
-    };
-    for (const LogLevel level : {LOG_NONE, LOG_TRACE}) {
-        const LogFile log(level);
-        for (const Operation &operation : operations)
-            expectToSurvive(operation);
-    }
-    setTransport(nullptr);
-    closeDescriptor(listener);
-    platform::closeSocket(socket);
-    pair.reset();
-    // Without the memory for the record the library runs without it.
-    expectToSurvive({"init",
-                     [] {
-                         while (fini()) {
-                         }
-                         return init();
-                     },
-                     false});
-    fini();
+        {"areEqual", [&] { return TCPAddress::areEqual(literal, literal); }, false},
+        {"setNetwork", [&] { return TCPAddress().setNetwork(literal); }, false},
+        {"setNetMask", [&] { return TCPAddress().setNetMask(literal); }, false},
+        {"nodeName", filling(TCPAddress::nodeName), false},
+        {"name", filling([=](std::string &text) { return named.name(text); }), false},
+        {"ipString", filling([=](std::string &text) { return network.ipString(text); }), false},
+        {"maskString", filling([=](std::string &text) { return network.maskString(text); }), false},
+    });
+}
+
+// Without the memory for its record the library runs without it.
+TEST_F(NoMemory, FailsAStartAndNothingElse) {
+    expectOneToSurvive({"init",
+                        [] {
+                            while (fini()) {
+                            }
+                            return init();
+                        },
+                        false});
 }
 
 TEST(LastError, IsOfTheThreadAndNeedsNoInit) {
