@@ -19,6 +19,7 @@
 
 #include <vintok/HTTPAddress.h>
 #include <vintok/TCPAddress.h>
+#include <vintok/TCPStream.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -142,6 +143,7 @@ void Tunnel::answered(unsigned int status, const std::string &reply) {
     m_status = status;
     m_reply = readServerReply(reply);
     m_silent = reply.empty();
+    m_paused = status == 0 && vintok::lastError() == vintok::TCP_ERROR_WOULD_BLOCK;
     m_opened = isSuccess(status) && (m_answers == 2 || !asksTwice());
     if (status == 0) {
         return;
@@ -228,8 +230,10 @@ std::string Tunnel::failure() const {
         return "";
     }
     if (m_status == 0) {
-        return who() + (m_silent ? " has closed the connection without a whole answer"
-                                 : " answers in something that is not HTTP");
+        return who() + (m_paused
+                            ? " has sent a part of its answer only, and the rest is not waited for"
+                        : m_silent ? " has closed the connection without a whole answer"
+                                   : " answers in something that is not HTTP");
     }
     if (isChallenge(m_reply.status)) {
         return challengeFailure();

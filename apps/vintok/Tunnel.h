@@ -71,6 +71,7 @@ private:
     unsigned int m_status = 0; // of the last answer, as the library counts it
     bool m_anyAnswer = false;
     bool m_silent = false; // the last answer has no text
+    bool m_paused = false; // and its server is still there
     bool m_opened = false; // the multiplexer has let the call through
     ServerReply m_reply;
 };

@@ -11,6 +11,7 @@
 #include "vintok/ConferenceParticipant.h"
 
 #include "platform/File.h"
+#include "platform/Wait.h"
 #include "vintok/AcceptGuard.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
@@ -314,6 +315,11 @@ void ConferenceParticipant::mf_connectPending(int socket) {
             VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
         return;
     }
+    if (platform::endArrived(descriptor)) {
+        VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the caller has gone again");
+        shutdownSocket(descriptor);
+        return;
+    }
     secureAccept(descriptor);
     if (_select == nullptr || !bufferFrames(descriptor) ||
         !_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
@@ -393,8 +399,10 @@ void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed
     if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
         _logUndelivered(*peer, _workings.relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
-    // whose stream has ended does not.
-    if (closed || !sf_sendKeepAlive(descriptor))
+    // whose stream has ended does not. Of somebody who never joined the log need not tell that.
+    const bool gone =
+        buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
+    if (closed || gone || !sf_sendKeepAlive(descriptor))
         _handleHangup(peer);
 }
 

@@ -11,6 +11,7 @@
 // waiting: servers send it in one go.
 #include "vintok/ConferenceParticipant.h"
 
+#include "platform/Wait.h"
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Globals.h"
 #include "vintok/HTTPAddress.h"
@@ -91,7 +92,8 @@ bool writeText(int descriptor, const std::string &text) {
                       nullptr) == static_cast<std::int64_t>(text.size());
 }
 
-// Takes the headers of a reply, blank line included. False when no blank line came.
+// Takes the headers of a reply, blank line included. False when no blank line came; when nothing
+// more was there, the error tells whether the server is gone or has only paused.
 bool readHeaders(int descriptor, std::string &headers) {
     unsigned char last = 0; // that was no carriage return
     for (int emptyLooks = 0; headers.size() < REPLY_CAPACITY && emptyLooks < EMPTY_LOOKS;) {
@@ -115,6 +117,10 @@ bool readHeaders(int descriptor, std::string &headers) {
         if (byte != '\r')
             last = byte;
     }
+    if (platform::endArrived(descriptor))
+        VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "sf_readHttpResponse");
+    else
+        VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, "sf_readHttpResponse");
     return false;
 }
 

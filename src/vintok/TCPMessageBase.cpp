@@ -234,8 +234,10 @@ bool TCPMessageBase::readBuffered(StreamBuffer &buffer) {
     case StreamBuffer::Taken::noMemory:
         return failRead(socket, clearLimit, 0, TCP_ERROR_OUT_OF_MEMORY, operationName, VINTOK_HERE);
     default:
+        // Anybody can connect and go again: before it belongs to a member that is no warning.
         if (buffer.error() == 0)
-            VINTOK_LOG(SEVERITY_WARNING, "Remote connection lost without disconnect");
+            VINTOK_LOG(buffer.readsAhead() ? SEVERITY_WARNING : SEVERITY_INFO,
+                       "Remote connection lost without disconnect");
         setClosed(socket);
         VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, operationName);
         return false;
