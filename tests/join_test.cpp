@@ -450,6 +450,7 @@ TEST_F(Joins, WhoSpeaksAnOlderVersionIsHungUpWhateverItSays) {
     for (const unsigned char id : {id::rosterEntry, id::joinRequest, id::broadcast}) {
         for (const std::uint16_t format : {std::uint16_t(1), std::uint16_t(2)}) {
             WirePeer old(meeting, "Old");
+            LogFile log;
             ann.forgets();
             WireFrame frame;
             frame.format = format;
@@ -460,6 +461,7 @@ TEST_F(Joins, WhoSpeaksAnOlderVersionIsHungUpWhateverItSays) {
             EXPECT_TRUE(old.receives(id::hangup));
             EXPECT_TRUE(old.seesTheEnd());
             EXPECT_THAT(ann.events, ElementsAre("version "));
+            EXPECT_TRUE(log.has("_removePending no pending calls"));
         }
     }
 }

@@ -356,6 +356,10 @@ TEST_F(LeadOnTheWire, TheHostPassesTheQuestionOnAsItCame) {
     EXPECT_EQ(asking(cid), frame.body);
     ASSERT_TRUE(bob.sends(id::leadReply, {0}) && bob.fences());
     EXPECT_THAT(answers(cid), ElementsAre(id::leadReply, id::leadReply));
+
+    ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)) && bob.receives(id::leadRequest));
+    ASSERT_TRUE(bob.sends(id::leadReply, {7}) && cid.receives(id::leadReply, &frame));
+    EXPECT_EQ(Bytes{1}, frame.body) << "whatever the leader's yes was";
 }
 
 TEST_F(LeadOnTheWire, ALeaderThatAsksBlocksTheQuestionUntilItLeaves) {

@@ -170,7 +170,7 @@ void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *, unsigned c
         VINTOK_LOG(SEVERITY_ERROR, "_handleLeadReply Me or buf not allocated");
         return;
     }
-    const int accepted = body[0];
+    const int accepted = body[0] != 0 ? 1 : 0; // as others are told it
     const bool wasHost = _self.isHost();
     ConferenceRosterEntry *target =
         wasHost && !_self.isLeadPending() ? _getPendingLeader() : &_self;

@@ -73,8 +73,8 @@ void ConferenceParticipant::_handleVersion(ConferenceRosterEntry *peer, const TC
     }
     if (_versionCB != nullptr) {
         _versionCB(this, remoteName, RosterBase(message.originAddress()));
-        if (call != nullptr)
-            _removePending(call);
+        if (call != nullptr || _pending.empty())
+            _removePending(call); // logs where there is none
     }
     mf_hangup(peer);
 }
