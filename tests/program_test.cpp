@@ -277,6 +277,19 @@ TEST_F(MeetingTest, WhenTheHostIsKilledTheOthersEndWell) {
     }
 }
 
+TEST_F(MeetingTest, WhoOnlyClaimsToBeTheHostEndsNobodysProgram) {
+    Meeting meeting;
+    WirePeer eve(meeting, "Eve");
+    ASSERT_TRUE(
+        eve.joins(static_cast<unsigned short>(std::stoi(target.substr(target.rfind(':') + 1)))));
+    eve.entry.state = state::meeting | state::host;
+    ASSERT_TRUE(eve.sends(id::rosterReply, eve.entry.encode()) && eve.fences());
+    eve.resets();
+    EXPECT_TRUE(bob.tells("left", {{"host", "true"}})) << bob.story();
+    ann.type("we go on");
+    EXPECT_TRUE(bob.tells("said", {text("text", "we go on")})) << bob.story();
+}
+
 TEST_F(MeetingTest, AGuestOfAnotherMeetingIsBusy) {
     // Bob's port: the roster of anybody has it.
     std::string roster;

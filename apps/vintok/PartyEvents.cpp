@@ -122,8 +122,9 @@ void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
 void Party::joined(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.take(person);
-    if (m_options.role == Role::join && person.host) {
-        m_host = entry.descriptor();
+    // A guest has one connection. Whoever else claims to host is a name in the roster.
+    if (m_options.role == Role::join && person.host && person.connection != -1) {
+        m_host = person.connection;
     }
     m_report.joined(person);
     tellSecurity(person);
@@ -137,7 +138,7 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
         return; // it is this party that leaves
     }
     m_report.left(person);
-    if (m_options.role == Role::join && person.host) {
+    if (m_host != -1 && person.connection == m_host) {
         tellBreak();
         if (!m_hostBreak.empty()) {
             return fail("the connection to the host was broken off: " + m_hostBreak);
