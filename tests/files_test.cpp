@@ -538,6 +538,18 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     expectThatTheMeetingGoesOn(cid);
 }
 
+TEST_F(Files, AStrangerWithTheSendersAddressDoesNotTouchTheFile) {
+    joined({&bob, &cid});
+    ASSERT_TRUE(begins(bob, "f") && data(bob, "te") && bob.fences());
+    WirePeer eve(meeting, "Eve");
+    eve.entry.address = bob.entry.address;
+    ASSERT_TRUE(eve.connects(ann.port()) && data(eve, "lie") && eve.saysHello());
+    ASSERT_TRUE(eve.seesTheEnd());
+    ASSERT_TRUE(data(bob, "xt") && bob.sends(id::fileEnd, endBody(4)) && bob.fences());
+    EXPECT_EQ(1, ann.told("file whole"));
+    EXPECT_EQ("text", contentOf(root / "f"));
+}
+
 TEST_F(Files, ASenderThatIsHungUpLeavesNothingBehind) {
     joined({&bob, &cid});
     ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
@@ -565,7 +577,10 @@ TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
             std::exchange(dying, nullptr)->resets();
     });
     dying = &bob;
+    LogFile log;
     EXPECT_FALSE(ann->transferFile(path, "f.bin")) << "not everybody has it";
+    EXPECT_THAT(log.text(), testing::HasSubstr(" seconds old."));
+    EXPECT_THAT(log.text(), testing::Not(testing::ContainsRegex(" was ....+ seconds old\\.")));
     EXPECT_TRUE(ann.isTold("leave Bob"));
     EXPECT_TRUE(fay.isTold("file whole"));
     EXPECT_EQ(content, contentOf(root / "f.bin"));
@@ -606,6 +621,7 @@ TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
     EXPECT_THAT(stored(), ElementsAre("f"));
     ASSERT_TRUE(host.sends(id::leaveNotify, eve.encode()) && host.fences());
     EXPECT_EQ(1, ann.told("file failed"));
+    EXPECT_EQ(addressOf(host), ann.files.at(0).neighbour) << "who passed it on";
     EXPECT_THAT(stored(), IsEmpty());
     expectThatTheMeetingGoesOn(host);
 

@@ -442,7 +442,8 @@ struct ConferenceParticipant::Route {
         body<&Party::_handleFileTransferBegin>(self, peer, message);
     }
     static void fileData(Party &self, Peer *peer, TCPMessage &message) {
-        if (self._fileTransferOrigin == message.originAddress())
+        if (self._fileTransferOrigin == message.originAddress() &&
+            self._workings.fileNeighbour == peer) // whatever others call themselves
             body<&Party::_handleFileTransferData>(self, peer, message);
     }
     // Of whatever origin, deliberately: an end is how a transfer that hangs is got rid of.

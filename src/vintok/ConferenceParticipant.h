@@ -549,7 +549,6 @@ private:
     void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length);
     void _endFile(const TCPAddress &neighbour, bool success);
-    bool _isSending(const ConferenceRosterEntry &party) const;
     void _abandonFile();
     bool _discardFile();
     void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);

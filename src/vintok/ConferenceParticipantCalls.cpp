@@ -239,7 +239,7 @@ bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
         _select->removeCallback(descriptor, sf_dataCB, this);
     const bool removed = _removeAttendee(peer);
     shutdownSocket(descriptor);
-    if (_isSending(*peer))
+    if (_workings.fileNeighbour == peer)
         _abandonFile();
     return removed;
 }

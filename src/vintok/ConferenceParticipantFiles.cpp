@@ -13,6 +13,7 @@
 #include "platform/Environment.h"
 #include "platform/File.h"
 #include "vintok/BufferManager.h"
+#include "vintok/Chunk.h"
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
@@ -208,7 +209,9 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
     TCPMessage round;
     message.setOriginAddress(_self);
     const auto send = [&](bool opened, TCPMessage &frames) {
-        const bool sent = opened && _broadcastData(nullptr, frames);
+        const Span span = {nullptr, frames.rawBuffer(),
+                           static_cast<std::size_t>(frames.rawBufferLength())};
+        const bool sent = opened && _broadcastFrames(nullptr, span, {message.timeStamp(), false});
         (sent ? succeeded : failed) = true;
     };
 
@@ -361,21 +364,14 @@ void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) 
     _sendFileTransferAck(origin, success, name);
 }
 
-// Whether no more of the file comes once this party is gone: it is the sender, or the connection
-// that the file comes by.
-bool ConferenceParticipant::_isSending(const ConferenceRosterEntry &party) const {
-    return _workings.fileNeighbour == &party ||
-           ((_fileTransferOrigin.isIPv4() || _fileTransferOrigin.isIPv6()) &&
-            _fileTransferOrigin == party);
-}
-
 // The sender has gone, or this party leaves: no end will come.
 void ConferenceParticipant::_abandonFile() {
+    const TCPAddress *neighbour = _workings.fileNeighbour;
+    const TCPAddress address = neighbour != nullptr ? *neighbour : TCPAddress();
     _workings.fileNeighbour = nullptr;
-    const TCPAddress origin = _fileTransferOrigin;
     _fileTransferOrigin.clear();
     if (_discardFile())
-        _endFile(origin, false);
+        _endFile(address, false);
 }
 
 // What has arrived of a file is of no use without the rest. False when no file is open.

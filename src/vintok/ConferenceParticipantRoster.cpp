@@ -318,8 +318,8 @@ void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsi
     _tell(_leaveCB, *known);
     if (_isListed(known))
         _removeDescriptor(static_cast<const TCPAddress &>(*known));
-    if (_isSending(*known))
-        _abandonFile();
+    if (_fileTransferOrigin == *known && (known->isIPv4() || known->isIPv6()))
+        _abandonFile(); // it came by way of the host
 }
 
 } // namespace vintok
