@@ -550,20 +550,6 @@ TEST_F(Files, AStrangerWithTheSendersAddressDoesNotTouchTheFile) {
     EXPECT_EQ("text", contentOf(root / "f"));
 }
 
-TEST_F(Files, ASenderThatIsHungUpLeavesNothingBehind) {
-    joined({&bob, &cid});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
-    WireFrame old;
-    old.id = id::keepAlive;
-    old.major = 3;
-    old.origin = bob.entry.address;
-    old.body = {0};
-    ASSERT_TRUE(bob.sends(old.encode()));
-    EXPECT_TRUE(ann.isTold("file failed"));
-    EXPECT_THAT(stored(), IsEmpty());
-    expectThatTheMeetingGoesOn(cid);
-}
-
 // The sender is in the middle of its call, and finds the dead one by a write that fails.
 TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     Party fay(meeting, "Fay");
