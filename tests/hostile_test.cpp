@@ -86,7 +86,7 @@ TEST_F(Hostile, AFewBytesAndTheEndAreAnEnd) {
             WirePeer stray(meeting, "Stray");
             ASSERT_TRUE(stray.connects(ann.port()));
             ASSERT_TRUE(count == 0 ||
-                        (stray.receives(id::rosterEntry) && stray.sends(Bytes(count))));
+                        (stray.receives(id::rosterEntry) && stray.sends(Bytes(count, 1))));
             (stray.*end)();
             ASSERT_TRUE(bob.fences());
             EXPECT_TRUE(meeting.until([&] { return loop.numDescriptors() == before; }, "the end"));

@@ -150,7 +150,7 @@ void Session::joined(const vintok::ConferenceRosterEntry &entry) {
         *known = entry;
     else
         m_parties.push_back(entry);
-    if (!m_participant->isHost() && entry.isHost())
+    if (!m_participant->isHost() && entry.isHost() && entry.descriptor() != -1)
         m_host = entry.descriptor();
     vintok::replyNotifyUserJoin(fd(), readable(entry));
 }
