@@ -100,9 +100,10 @@ struct Operation {
 // Whatever allocation fails: no exception, no lock held, no descriptor lost, and an error.
 void expectOneToSurvive(const Operation &operation) {
     operation.run();
-    const int next = platform::openSocket(platform::FAMILY_IPV4);
+    int next = platform::openSocket(platform::FAMILY_IPV4);
     platform::closeSocket(next);
     bool refused = true;
+    bool again = false;
     for (int n = 2; refused; n++) {
         SCOPED_TRACE(operation.name + (" " + std::to_string(n / 2)) + (n % 2 == 0 ? "" : " on"));
         setLastError(TCP_ERROR_NO_ERROR, "");
@@ -124,7 +125,12 @@ void expectOneToSurvive(const Operation &operation) {
         }
         const int free = platform::openSocket(platform::FAMILY_IPV4);
         platform::closeSocket(free);
-        ASSERT_EQ(next, free) << "a descriptor was lost";
+        // The system may have opened something for good. What is lost is lost each time.
+        ASSERT_TRUE(next == free || !again) << "a descriptor was lost";
+        again = next != free;
+        n -= again ? 1 : 0;
+        refused = refused || again;
+        next = free;
     }
 }
 
