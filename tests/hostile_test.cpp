@@ -81,7 +81,7 @@ TEST_F(Hostile, AFewBytesAndTheEndAreAnEnd) {
     const LogFile log(LOG_WARNING);
     TCPSelect loop;
     const int before = loop.numDescriptors();
-    for (const std::size_t count : {0, 1, 4, 35}) {
+    for (const std::size_t count : {0U, 1U, 4U, 35U}) {
         for (const auto end : {&WirePeer::closes, &WirePeer::resets, &WirePeer::halfCloses}) {
             if (count == 0 && end == &WirePeer::resets)
                 continue;
