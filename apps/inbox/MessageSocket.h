@@ -1,7 +1,7 @@
 // A connection over which messages come. Each is handed on when it is whole: a peer that stops in
 // the middle of one, or ends there, does not hold up this side, and one that does not read what is
-// written does so only when much of it waits. What is no message is passed over, with a line in the
-// log, and what is too long is neither stored nor handed on.
+// written does so only when much of it waits. What is no message is passed over, with what has come
+// behind it by then and a line in the log; what is too long is neither stored nor handed on.
 #ifndef VINTOK_APP_MESSAGESOCKET_H
 #define VINTOK_APP_MESSAGESOCKET_H
 
