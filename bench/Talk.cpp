@@ -50,11 +50,13 @@ Outcome Talks::run(const Child &host, double seconds) {
                     static_cast<double>(host.cpu() - cpu) / 1e3 / delivered,
                     host.peakMemory(),
                     {}};
-    const std::int64_t limit = now() + 20 * second;
-    while (!allArrived()) {
-        if (now() > limit)
+    std::uint64_t seen = m_deliveries;
+    for (std::int64_t since = now(); !allArrived(); m_members.turn(second / 10)) {
+        if (seen != m_deliveries)
+            since = now();
+        else if (now() - since > 20 * second)
             fail("messages are missing");
-        m_members.turn(second / 10);
+        seen = m_deliveries;
     }
     outcome.times = m_times;
     std::sort(outcome.times.begin(), outcome.times.end());
