@@ -5,22 +5,19 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <platform/SocketErrors.h>
 
 namespace mux {
 
 namespace platform = vintok::platform;
+namespace socketErrors = vintok::socketErrors;
 
 namespace {
-
-// Numbers of the system error table.
-constexpr int INTERRUPTED = 4;
-constexpr int WOULD_BLOCK = 10035;
-constexpr int IN_PROGRESS = 10036;
 
 constexpr std::size_t SECURE_PIECE = 16384;
 
 bool isTemporary(int error) {
-    return error == WOULD_BLOCK || error == INTERRUPTED;
+    return error == socketErrors::wouldBlock || error == socketErrors::interrupted;
 }
 
 } // namespace
@@ -41,7 +38,8 @@ std::unique_ptr<Connection> Connection::call(platform::Poller &poller, const End
         return nullptr;
     }
     auto connection = std::make_unique<Connection>(poller, descriptor, peer);
-    if (!platform::connectSocket(descriptor, peer) && platform::socketError() != IN_PROGRESS &&
+    if (!platform::connectSocket(descriptor, peer) &&
+        platform::socketError() != socketErrors::inProgress &&
         !isTemporary(platform::socketError())) {
         return nullptr;
     }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <iterator>
 #include <limits>
+#include <platform/SocketErrors.h>
 #include <thread>
 #include <utility>
 #include <vintok/TCPStream.h>
@@ -14,12 +15,13 @@
 namespace mux {
 
 namespace platform = vintok::platform;
+namespace socketErrors = vintok::socketErrors;
 
 namespace {
 
-// Of the system error table.
-constexpr int WOULD_BLOCK = 10035;
-constexpr int exhausted[] = {12, 24, 10024, 10055}; // no memory, no descriptors, no buffers
+// No memory, no descriptors or no buffers.
+constexpr int exhausted[] = {socketErrors::noMemory, socketErrors::tooManyDescriptors,
+                             socketErrors::tooManySockets, socketErrors::noBuffers};
 
 constexpr int ACCEPTS = 64; // at a time
 constexpr std::chrono::milliseconds TICK(100);
@@ -180,7 +182,7 @@ void Server::accept(Listener &listener) {
         const int descriptor = listener.accept(peer);
         if (descriptor == -1) {
             const int error = platform::socketError();
-            if (error == WOULD_BLOCK) {
+            if (error == socketErrors::wouldBlock) {
                 return;
             }
             if (std::find(std::begin(exhausted), std::end(exhausted), error) !=

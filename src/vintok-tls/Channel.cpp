@@ -9,6 +9,7 @@
 #include "vintok-tls/Channel.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "platform/Wait.h"
 #include "vintok/TCPStream.h"
 
@@ -23,8 +24,8 @@ namespace vintok::tls {
 
 namespace {
 
-constexpr int interrupted = 4; // among the socket errors
-constexpr int wouldBlock = 10035;
+using socketErrors::interrupted;
+using socketErrors::wouldBlock;
 constexpr std::size_t longestRecord = SSL3_RT_MAX_PLAIN_LENGTH;
 constexpr std::size_t readAhead = 4 * longestRecord; // plaintext that nobody has asked for
 constexpr std::size_t rawStep = 2 * longestRecord;

@@ -67,8 +67,9 @@ std::int64_t putOut(int fd, const unsigned char *buffer, std::size_t length) {
 using namespace socketErrors;
 
 bool isConnectionLost(int error) {
-    constexpr std::array<int, 10> lost = {10050, 10051, 10052, 10053, 10054,
-                                          10057, 10058, 10061, 10064, 10065};
+    constexpr std::array<int, 10> lost = {
+        networkDown,  networkUnreachable, networkReset,      connectionAborted, connectionReset,
+        notConnected, shutDown,           connectionRefused, hostDown,          hostUnreachable};
     return std::find(lost.begin(), lost.end(), error) != lost.end();
 }
 

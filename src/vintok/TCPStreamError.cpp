@@ -4,6 +4,7 @@
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "platform/Thread.h"
 #include "vintok/Log.h"
 
@@ -63,16 +64,16 @@ void printError(const LastErrorRecord &record) {
 // The numbers that keep their plain form because the byte layer tests them so.
 int tableRow(int error) {
     switch (error) {
-    case 4:
+    case socketErrors::interrupted:
         return 10004;
-    case 9:
+    case socketErrors::badDescriptor:
         return 10009;
-    case 12:
+    case socketErrors::noMemory:
         return 8;
-    case 22:
+    case socketErrors::invalid:
         return 10022;
-    case 24:
-        return 10024;
+    case socketErrors::tooManyDescriptors:
+        return socketErrors::tooManySockets;
     default:
         return error;
     }

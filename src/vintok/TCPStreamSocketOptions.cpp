@@ -3,6 +3,7 @@
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
 
@@ -50,13 +51,13 @@ void shutBothWays(int fd, const SourcePlace &place) {
     const int error = platform::socketError();
     const ErrorContext name = "vintok::shutdownSocket";
     switch (error) {
-    case 9:
-    case 10038:
-    case 10057:
+    case socketErrors::badDescriptor:
+    case socketErrors::notSocket:
+    case socketErrors::notConnected:
         errorAt(place, TCP_ERROR_BAD_FILE_DESCRIPTOR, withSystemText(name, error));
         return;
-    case 12:
-    case 124:
+    case socketErrors::noMemory:
+    case socketErrors::wrongMedium:
         errorAt(place, TCP_ERROR_SYSTEM_ERROR, withSystemText(name, error));
         return;
     default:

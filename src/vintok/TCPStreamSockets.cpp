@@ -154,13 +154,13 @@ void updateAddress(const Binding &binding, TCPAddress &address) {
 // plain.
 TCPError connectError(int error) {
     switch (error) {
-    case 12:
+    case socketErrors::noMemory:
         return TCP_ERROR_OUT_OF_MEMORY;
-    case 24:
+    case socketErrors::tooManyDescriptors:
         return TCP_ERROR_MAX_DESCRIPTORS;
-    case 124:
+    case socketErrors::wrongMedium:
         return TCP_ERROR_OUT_OF_MEMORY;
-    case 10061:
+    case socketErrors::connectionRefused:
         return TCP_ERROR_CONNECTION_REFUSED;
     default:
         return TCP_ERROR_SYSTEM_ERROR;
@@ -191,9 +191,9 @@ platform::Family familyOf(const DescriptorState &listener) {
 }
 
 TCPError acceptError(int error) {
-    return error == 4   ? TCP_ERROR_INTERRUPT
-           : error == 9 ? TCP_ERROR_BAD_FILE_DESCRIPTOR
-                        : TCP_ERROR_SYSTEM_ERROR;
+    return error == socketErrors::interrupted     ? TCP_ERROR_INTERRUPT
+           : error == socketErrors::badDescriptor ? TCP_ERROR_BAD_FILE_DESCRIPTOR
+                                                  : TCP_ERROR_SYSTEM_ERROR;
 }
 
 void takePeer(const platform::Endpoint &endpoint, TCPAddress &peer) {
@@ -380,7 +380,7 @@ int acceptBoundSocket(int fd, TCPAddress &peer) {
     platform::Endpoint endpoint;
     int accepted = platform::acceptSocket(fd, familyOf(state), endpoint);
     int error = accepted == -1 ? platform::socketError() : 0;
-    if (error == 4) {
+    if (error == socketErrors::interrupted) {
         const DescriptorState again(fd);
         if (again.known && again.bound()) {
             accepted = platform::acceptSocket(fd, familyOf(again), endpoint);

@@ -1,6 +1,7 @@
 #include "platform/Wait.h"
 
 #include "platform/Socket.h"
+#include "platform/SocketErrors.h"
 #include "platform/win32/SocketError.h"
 
 #include <SystemSockets.h>
@@ -8,8 +9,6 @@
 namespace vintok::platform {
 
 namespace {
-
-constexpr int interrupted = 4;
 
 bool isDead(int descriptor) {
     int type = 0;
@@ -50,7 +49,7 @@ int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &l
     if (limit.running != nullptr && !*limit.running) {
         readers.clear();
         writers.clear();
-        setSocketError(interrupted);
+        setSocketError(socketErrors::interrupted);
         return -1;
     }
     timeval time = {limit.milliseconds / 1000, limit.milliseconds % 1000 * 1000};
