@@ -4,6 +4,7 @@
 #include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "vintok/Globals.h"
+#include "vintok/Log.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 
@@ -53,6 +54,8 @@ int AcceptGuard::accept(int listener, TCPAddress &peer) {
         m_failures = 0;
         return descriptor;
     }
+    if (m_failures == 0)
+        VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
     m_failures = std::min(m_failures + 1, patience);
     // Some systems fail an accept for a caller who has gone again; the next one in the line is not
     // to pay for that.

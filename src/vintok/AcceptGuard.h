@@ -7,8 +7,8 @@
 // closed, and the reserve taken back. The caller is turned away, the listener is quiet, and
 // everybody who is connected is served.
 //
-// The owner calls `accept` in place of `acceptBoundSocket`, and logs a failure only when
-// `firstFailure` says so: a crowd that knocks at a full house fills no log.
+// The owner calls `accept` in place of `acceptBoundSocket`. Of failures in a row only the first is
+// logged: a crowd that knocks at a full house fills no log.
 #ifndef VINTOK_ACCEPTGUARD_H
 #define VINTOK_ACCEPTGUARD_H
 
@@ -28,9 +28,6 @@ public:
     // place.
     int accept(int listener);
     int accept(int listener, TCPAddress &peer);
-
-    // After a failed accept: true unless the accept before failed too.
-    bool firstFailure() const { return m_failures == 1; }
 
 private:
     void turnAway(int listener);

@@ -14,6 +14,7 @@
 #include "platform/Wait.h"
 #include "vintok/AcceptGuard.h"
 #include "vintok/Globals.h"
+#include "vintok/Listeners.h"
 #include "vintok/Log.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
@@ -76,71 +77,6 @@ std::string configuredValue(const char *wanted) {
     return result;
 }
 
-// A pair of listening sockets and where they listen.
-struct Listeners {
-    int ipv4 = -1;
-    int ipv6 = -1;
-    TCPAddress addressIPv4;
-    TCPAddress addressIPv6;
-
-    unsigned short port() const {
-        if (ipv4 != -1)
-            return addressIPv4.hostByteOrderPort();
-        return ipv6 != -1 ? addressIPv6.hostByteOrderPort() : static_cast<unsigned short>(0);
-    }
-};
-
-// In all three the IPv6 socket takes exactly the port that the IPv4 socket has found.
-
-// The IPv4 record has the port and no address, deliberately: a party that only local ones can reach
-// is known by its IPv6 address.
-Listeners listenLocally(unsigned short port, std::size_t tries) {
-    Listeners result;
-    result.ipv4 = createLocalIPv4Socket(port, 0, tries, true);
-    if (result.ipv4 != -1) {
-        result.addressIPv4.setHostByteOrderPort(port);
-        tries = 1;
-    }
-    result.ipv6 = createLocalIPv6Socket(port, 0, tries, true);
-    if (result.ipv6 != -1) {
-        result.addressIPv6.setLoopbackIPv6();
-        result.addressIPv6.setHostByteOrderPort(port);
-    }
-    return result;
-}
-
-int listenOnOwnAddress(TCPAddress &address, unsigned short port, std::size_t tries,
-                       TCPAddress::IPType family) {
-    address.setHostByteOrderPort(port);
-    if (!address.resolve(family))
-        return -1;
-    return createBoundSocket(address, 0, tries, true, TCPAddress::IPTYPE_NONE);
-}
-
-Listeners listenOnOwnAddress(unsigned short port, std::size_t tries) {
-    Listeners result;
-    result.ipv4 = listenOnOwnAddress(result.addressIPv4, port, tries, TCPAddress::IPTYPE_IPV4);
-    if (result.ipv4 != -1) {
-        port = result.addressIPv4.hostByteOrderPort();
-        tries = 1;
-    }
-    result.ipv6 = listenOnOwnAddress(result.addressIPv6, port, tries, TCPAddress::IPTYPE_IPV6);
-    return result;
-}
-
-Listeners listenAnywhere(unsigned short port, std::size_t tries) {
-    Listeners result;
-    result.addressIPv4.setHostByteOrderPort(port);
-    result.ipv4 = createIPv4Socket(result.addressIPv4, 0, tries, true);
-    if (result.ipv4 != -1) {
-        port = result.addressIPv4.hostByteOrderPort();
-        tries = 1;
-    }
-    result.addressIPv6.setHostByteOrderPort(port);
-    result.ipv6 = createIPv6Socket(result.addressIPv6, 0, tries, true);
-    return result;
-}
-
 } // namespace
 
 // ---- Life ----
@@ -160,8 +96,7 @@ ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port
     try {
         _select = new TCPSelect;
     } catch (const std::bad_alloc &) {
-        _closeListener(_listenIPv4);
-        _closeListener(_listenIPv6);
+        _closeListeners();
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not allocate select object");
         return;
     }
@@ -178,12 +113,11 @@ ConferenceParticipant::~ConferenceParticipant() {
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
     _shutdown();
     _discardFile();
-    _closeListener(_listenIPv4);
-    _closeListener(_listenIPv6);
+    _closeListeners();
     delete _select;
     for (TempRosterEntry *call : _pending)
         delete call;
-    _workings.door.reset();
+    _workings.acceptGuard.reset();
     fini();
 }
 
@@ -216,9 +150,9 @@ bool ConferenceParticipant::sf_getBindAnonymous() {
 
 // False when neither family could be listened on.
 bool ConferenceParticipant::_listen(bool localOnly, unsigned short port, std::size_t tries) {
-    const Listeners listeners = localOnly         ? listenLocally(port, tries)
-                                : s_bindAnonymous ? listenAnywhere(port, tries)
-                                                  : listenOnOwnAddress(port, tries);
+    const Listeners listeners = localOnly         ? Listeners::onLoopback(port, tries)
+                                : s_bindAnonymous ? Listeners::anywhere(port, tries)
+                                                  : Listeners::onOwnAddress(port, tries);
     _listenIPv4 = listeners.ipv4;
     _listenIPv6 = listeners.ipv6;
     if (_listenIPv6 != -1 && listeners.addressIPv6.isIPv6())
@@ -227,18 +161,12 @@ bool ConferenceParticipant::_listen(bool localOnly, unsigned short port, std::si
         _self = listeners.addressIPv4;
     std::printf("\nPORT:%hu\n", listeners.port());
     std::fflush(stdout);
-    return _listenIPv4 != -1 || _listenIPv6 != -1;
+    return listeners.exist();
 }
 
 void ConferenceParticipant::_watchListeners() {
-    for (int *socket : {&_listenIPv4, &_listenIPv6}) {
-        if (*socket == -1)
-            continue;
-        if (_select->addSocketCallback(*socket, sf_connectCB, this, false, false))
-            admitReadAhead(*socket);
-        else
-            _closeListener(*socket);
-    }
+    watchListener(*_select, _listenIPv4, sf_connectCB, this);
+    watchListener(*_select, _listenIPv6, sf_connectCB, this);
     if (_listenIPv4 != -1 || _listenIPv6 != -1)
         return;
     delete _select;
@@ -246,13 +174,9 @@ void ConferenceParticipant::_watchListeners() {
     VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not add connect callback");
 }
 
-void ConferenceParticipant::_closeListener(int &socket) {
-    if (socket == -1)
-        return;
-    if (_select != nullptr)
-        _select->removeCallback(socket, sf_connectCB, this);
-    shutdownSocket(socket);
-    socket = -1;
+void ConferenceParticipant::_closeListeners() {
+    closeListener(_select, _listenIPv4, sf_connectCB, this);
+    closeListener(_select, _listenIPv6, sf_connectCB, this);
 }
 
 bool ConferenceParticipant::setMeetingName(const std::string &meetingName) {
@@ -309,12 +233,9 @@ void ConferenceParticipant::sf_dataCB(int descriptor, void *data, bool closed) {
 
 void ConferenceParticipant::mf_connectPending(int socket) {
     const Operation operation(*this);
-    const int descriptor = _workings.door->accept(socket);
-    if (descriptor == -1) {
-        if (_workings.door->firstFailure())
-            VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
+    const int descriptor = _workings.acceptGuard->accept(socket);
+    if (descriptor == -1)
         return;
-    }
     if (platform::endArrived(descriptor)) {
         VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the caller has gone again");
         shutdownSocket(descriptor);

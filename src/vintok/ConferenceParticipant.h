@@ -337,7 +337,7 @@ private:
     static bool sf_getBindAnonymous();
     bool _listen(bool localOnly, unsigned short port, std::size_t tries);
     void _watchListeners();
-    void _closeListener(int &socket);
+    void _closeListeners();
     static void sf_connectCB(int socket, void *data, bool closed);
     static void sf_dataCB(int descriptor, void *data, bool closed);
     static void sf_signalHandler(int signal);
@@ -371,7 +371,7 @@ private:
         int hangups = 0;          // how deep `hangup` is nested
         int sweeps = 0;           // how deep `_bringOutYerDead` is nested
         bool hostsByCall = false; // the meeting was begun by a call, not by `hostMeeting`
-        std::unique_ptr<AcceptGuard> door;
+        std::unique_ptr<AcceptGuard> acceptGuard;
         const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
         bool sendsFile = false;                               // inside `transferFile`
         std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`

@@ -35,7 +35,7 @@ bool contains(const std::vector<Entry *> &entries, const Entry *entry) {
 
 } // namespace
 
-ConferenceParticipant::Workings::Workings() : door(std::make_unique<AcceptGuard>()) {}
+ConferenceParticipant::Workings::Workings() : acceptGuard(std::make_unique<AcceptGuard>()) {}
 
 ConferenceParticipant::Workings::Workings(const Workings &) : Workings() {}
 

@@ -2,6 +2,7 @@
 
 #include "vintok/AcceptGuard.h"
 #include "vintok/Globals.h"
+#include "vintok/Listeners.h"
 #include "vintok/Log.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
@@ -24,7 +25,6 @@ namespace vintok {
 namespace {
 
 constexpr std::size_t portsToTry = 255;
-constexpr int systemBacklog = 0;
 
 } // namespace
 
@@ -32,11 +32,12 @@ TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
     init();
     m_relay = std::make_shared<RelayRun>(sf_spread, this);
     const std::size_t tries = exactPort ? 1 : portsToTry;
-    if (localOnly)
-        mf_listenLocal(port, tries);
-    else
-        mf_listenAnywhere(port, tries);
-    if (m_listenIPv4 == -1 && m_listenIPv6 == -1) {
+    const Listeners listeners =
+        localOnly ? Listeners::onLoopback(port, tries) : Listeners::anywhere(port, tries);
+    m_listenIPv4 = listeners.ipv4;
+    m_listenIPv6 = listeners.ipv6;
+    m_port = listeners.port();
+    if (!listeners.exist()) {
         VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not create socket");
         return;
     }
@@ -46,11 +47,15 @@ TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
     } catch (const std::exception &) {
         VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not allocate select object");
         m_select.reset();
-        mf_closeListener(m_listenIPv4);
-        mf_closeListener(m_listenIPv6);
+        mf_closeListeners();
         return;
     }
-    mf_registerListeners();
+    watchListener(*m_select, m_listenIPv4, sf_connectCB, this);
+    watchListener(*m_select, m_listenIPv6, sf_connectCB, this);
+    if (m_listenIPv4 == -1 && m_listenIPv6 == -1) {
+        m_select.reset();
+        VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not add connect callback");
+    }
 }
 
 TCPServer::~TCPServer() {
@@ -109,60 +114,15 @@ void TCPServer::interrupt() {
 
 // --- Listening sockets ---------------------------------------------------------------------------
 
-void TCPServer::mf_listenLocal(unsigned short port, std::size_t tries) {
-    m_listenIPv4 = createLocalIPv4Socket(port, systemBacklog, tries, true);
-    if (m_listenIPv4 != -1)
-        tries = 1; // both families on one port
-    m_listenIPv6 = createLocalIPv6Socket(port, systemBacklog, tries, true);
-    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
-        m_port = port;
-}
-
-void TCPServer::mf_listenAnywhere(unsigned short port, std::size_t tries) {
-    TCPAddress address;
-    address.setHostByteOrderPort(port);
-    m_listenIPv4 = createIPv4Socket(address, systemBacklog, tries, true);
-    if (m_listenIPv4 != -1)
-        tries = 1;
-    else
-        address.setHostByteOrderPort(port);
-    m_listenIPv6 = createIPv6Socket(address, systemBacklog, tries, true);
-    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
-        m_port = address.hostByteOrderPort();
-}
-
-void TCPServer::mf_registerListeners() {
-    mf_registerListener(m_listenIPv4);
-    mf_registerListener(m_listenIPv6);
-    if (m_listenIPv4 != -1 || m_listenIPv6 != -1)
-        return;
-    m_select.reset();
-    VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not add connect callback");
-}
-
-void TCPServer::mf_registerListener(int &listener) {
-    if (listener == -1)
-        return;
-    if (m_select->addSocketCallback(listener, sf_connectCB, this, false, false))
-        admitReadAhead(listener);
-    else
-        mf_closeListener(listener);
-}
-
-void TCPServer::mf_closeListener(int &listener) {
-    if (listener == -1)
-        return;
-    if (m_select != nullptr)
-        m_select->removeCallback(listener, sf_connectCB, this);
-    shutdownSocket(listener);
-    listener = -1;
+void TCPServer::mf_closeListeners() {
+    closeListener(m_select.get(), m_listenIPv4, sf_connectCB, this);
+    closeListener(m_select.get(), m_listenIPv6, sf_connectCB, this);
 }
 
 // Lets go of everything but the library.
 void TCPServer::mf_release() {
     mf_shutdown();
-    mf_closeListener(m_listenIPv4);
-    mf_closeListener(m_listenIPv6);
+    mf_closeListeners();
     m_select.reset();
 }
 
@@ -175,11 +135,8 @@ void TCPServer::sf_connectCB(int descriptor, void *data, bool /*hangup*/) {
 
 void TCPServer::mf_connectPending(int listener) {
     const int descriptor = m_acceptGuard->accept(listener);
-    if (descriptor == -1) {
-        if (m_acceptGuard->firstFailure())
-            VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending accept failed");
+    if (descriptor == -1)
         return;
-    }
     if (m_select == nullptr ||
         !m_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending addSocketCallback failed");

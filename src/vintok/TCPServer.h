@@ -71,11 +71,7 @@ protected:
     void mf_setNonBlockingBroadcast();
 
 private:
-    void mf_listenLocal(unsigned short port, std::size_t tries);
-    void mf_listenAnywhere(unsigned short port, std::size_t tries);
-    void mf_registerListeners();
-    void mf_registerListener(int &listener);
-    void mf_closeListener(int &listener);
+    void mf_closeListeners();
     void mf_release();
     void mf_connectPending(int listener);
     void mf_dataPending(int descriptor, bool hangup);
