@@ -32,14 +32,7 @@ namespace vintok {
 
 namespace {
 
-constexpr int nobody = -1;
 constexpr std::uint32_t pause = 250; // milliseconds
-
-// The first descriptor of the set from `from` on.
-int nextIn(const platform::DescriptorSet &set, int from) {
-    const int *const found = std::lower_bound(set.begin(), set.end(), from);
-    return found == set.end() ? nobody : *found;
-}
 
 bool someAreSecure() {
     const Globals *globals = startedGlobals();
@@ -59,13 +52,6 @@ bool isDead(int descriptor) {
     const DescriptorState state(descriptor);
     int size = 0;
     return state.closed || (!state.known && !platform::receiveBuffer(descriptor, size));
-}
-
-template <typename T>
-void overwrite(T &field) {
-    // Volatile, or the compiler would leave out a store to what is about to be freed.
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): nobody is to follow it
-    *const_cast<volatile T *>(&field) = reinterpret_cast<T>(std::uintptr_t{0xDEADBEEF});
 }
 
 } // namespace
@@ -119,12 +105,6 @@ private:
 std::atomic<bool> TCPSelectBase::s_checkDebug{true};
 std::atomic<bool> TCPSelectBase::s_selectDebug{false};
 
-// A use of a record after its end shows in a debugger.
-TCPSelectBase::CallbackRecord::~CallbackRecord() {
-    overwrite(function);
-    overwrite(data);
-}
-
 TCPSelectBase::TCPSelectBase() : m_loop(std::make_shared<StreamLoop>()) {
     m_loop->enter();
     if (!s_checkDebug.exchange(false))
@@ -144,95 +124,32 @@ void TCPSelectBase::release() {
         return;
     }
     m_loop->leave();
-    m_table = {};
-    m_readSet.clear();
+    m_table.clear();
     m_workSet.clear();
-    m_numDescriptors = 0;
     m_released = true;
 }
 
 // --- Registrations -------------------------------------------------------------------------------
 
-// The slot that the descriptor has or would get; the end when the table is full.
-TCPSelectBase::Table::iterator TCPSelectBase::mf_findSlot(int descriptor) {
-    return std::find_if(m_table.begin(), m_table.end(), [descriptor](const auto &entry) {
-        return entry == nullptr || entry->descriptor == descriptor;
-    });
-}
-
-TCPSelectBase::Entry *TCPSelectBase::mf_find(int descriptor) {
-    const auto slot = mf_findSlot(descriptor);
-    return slot == m_table.end() ? nullptr : slot->get();
-}
-
 bool TCPSelectBase::addCallback(int descriptor, TCPSelectCallback function, void *data) {
     const Busy busy(*this);
-    const auto slot = mf_findSlot(descriptor);
-    if (slot == m_table.end())
+    const bool isNew = !m_table.contains(descriptor);
+    if (!m_table.add(descriptor, function, data))
         return false;
-    try {
-        auto record = std::make_unique<CallbackRecord>(function, data);
-        if (*slot == nullptr)
-            return mf_register(slot, descriptor, std::move(record));
-        auto &callbacks = (*slot)->callbacks;
-        const auto isSame = [&record](const auto &other) { return *other == *record; };
-        if (std::any_of(callbacks.begin(), callbacks.end(), isSame))
-            return false;
-        callbacks.push_back(std::move(record));
-        return true;
-    } catch (const std::bad_alloc &) {
-        return false;
-    }
-}
-
-bool TCPSelectBase::mf_register(Table::iterator slot, int descriptor,
-                                std::unique_ptr<CallbackRecord> record) {
-    auto entry = std::make_unique<Entry>();
-    entry->descriptor = descriptor;
-    entry->registration = ++m_registrations;
-    entry->callbacks.push_back(std::move(record));
-    if (!m_readSet.insert(descriptor))
-        return false;
-    m_workSet.erase(descriptor);
-    ++m_numDescriptors;
-    m_maxDescriptor = std::max(m_maxDescriptor, descriptor);
-    if (m_minDescriptor == -1 || descriptor < m_minDescriptor)
-        m_minDescriptor = descriptor;
-    *slot = std::move(entry);
+    if (isNew)
+        m_workSet.erase(descriptor);
     return true;
 }
 
 bool TCPSelectBase::removeCallback(int descriptor, TCPSelectCallback function, void *data) {
     const Busy busy(*this);
-    const auto slot = mf_findSlot(descriptor);
-    if (slot == m_table.end() || *slot == nullptr)
-        return false;
-    auto &callbacks = (*slot)->callbacks;
-    const auto found =
-        std::find_if(callbacks.begin(), callbacks.end(), [function, data](const auto &record) {
-            return record->function == function && record->data == data;
-        });
-    if (found == callbacks.end())
-        return false;
-    callbacks.erase(found);
-    if (callbacks.empty())
-        mf_unregister(slot);
-    return true;
-}
-
-void TCPSelectBase::mf_unregister(Table::iterator slot) {
-    m_readSet.erase((*slot)->descriptor);
-    --m_numDescriptors;
-    const auto isFree = [](const auto &entry) { return entry == nullptr; };
-    const auto last = std::find_if(slot, m_table.end(), isFree);
-    std::move(slot + 1, last, slot);
-    (last - 1)->reset();
+    return m_table.remove(descriptor, function, data);
 }
 
 // --- Passes --------------------------------------------------------------------------------------
 
 int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *running) {
-    if (m_numDescriptors == 0)
+    if (m_table.count() == 0)
         return -1;
     const Pass pass(*this);
     const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::FOREVER, running};
@@ -250,7 +167,7 @@ int TCPSelectBase::mf_pass(bool immediate, const std::atomic<bool> *running) {
         const bool allUntouched = static_cast<std::size_t>(dispatched) == untouched.size();
         return allUntouched ? dispatched + mf_pollBeside(untouched, immediate) : dispatched;
     }
-    m_workSet = m_readSet;
+    m_workSet = m_table.readSet();
     return mf_wait({immediate ? 0 : platform::WaitLimit::FOREVER, running});
 }
 
@@ -310,25 +227,23 @@ int TCPSelectBase::mf_dispatchBuffered(platform::DescriptorSet &untouched) {
     int dispatched = 0;
     if (!someAreSecure())
         return dispatched;
-    for (int descriptor = nextIn(m_readSet, m_minDescriptor);
-         descriptor != nobody && descriptor <= m_maxDescriptor;
-         descriptor = nextIn(m_readSet, descriptor + 1)) {
+    m_table.forEachIn(m_table.readSet(), [&](int descriptor) {
         const std::int64_t before = bufferedBytes(descriptor);
         if (before <= 0)
-            continue;
+            return;
         const Busy busy(*this);
         mf_callCallbacks(descriptor);
         ++dispatched;
-        if (m_readSet.contains(descriptor) && bufferedBytes(descriptor) == before)
+        if (m_table.contains(descriptor) && bufferedBytes(descriptor) == before)
             untouched.insert(descriptor);
-    }
+    });
     return dispatched;
 }
 
 // Plaintext that nobody takes (the beginning of a frame, say) is dispatched in every pass, but it
 // must not keep the others from being waited for, nor the loop from resting.
 int TCPSelectBase::mf_pollBeside(const platform::DescriptorSet &untouched, bool immediate) {
-    m_workSet = m_readSet;
+    m_workSet = m_table.readSet();
     for (const int descriptor : untouched)
         m_workSet.erase(descriptor);
     const std::int32_t limit = immediate ? 0 : static_cast<std::int32_t>(pause);
@@ -356,16 +271,14 @@ int TCPSelectBase::mf_processSelectReturn(int result) {
         return result;
     }
     bool allHandled = true;
-    for (int descriptor = nextIn(m_workSet, m_minDescriptor);
-         descriptor != nobody && descriptor <= m_maxDescriptor;
-         descriptor = nextIn(m_workSet, descriptor + 1)) {
-        if (!mf_isReadable(descriptor)) {
+    m_table.forEachIn(m_workSet, [&](int descriptor) {
+        if (mf_isReadable(descriptor)) {
+            allHandled = mf_dispatch(descriptor) && allHandled;
+        } else {
             m_workSet.erase(descriptor);
             --result;
-            continue;
         }
-        allHandled = mf_dispatch(descriptor) && allHandled;
-    }
+    });
     // One pause for all of them: a callback may have removed many, and the others wait.
     if (!allHandled)
         platform::sleepMilliseconds(pause);
@@ -399,19 +312,19 @@ bool TCPSelectBase::mf_dispatch(int descriptor) {
     if (buffer != nullptr)
         buffer->settle();
     const bool isUnread = buffer != nullptr && held != 0 && buffer->held() == held &&
-                          buffer->ready() && mf_find(descriptor) != nullptr;
+                          buffer->ready() && m_table.find(descriptor) != nullptr;
     return !isUnread && !mf_isLeftDead(descriptor);
 }
 
 // False when there is no registration to call.
 bool TCPSelectBase::mf_callCallbacks(int descriptor) {
     m_workSet.erase(descriptor);
-    const Entry *const entry = mf_find(descriptor);
+    const SelectTable::Entry *const entry = m_table.find(descriptor);
     if (entry == nullptr)
         return false;
     const Busy busy(*this);
     const std::uint64_t registration = entry->registration;
-    std::vector<CallbackRecord> records;
+    std::vector<SelectTable::CallbackRecord> records;
     try {
         records.reserve(entry->callbacks.size());
         for (const auto &record : entry->callbacks)
@@ -419,9 +332,9 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
     } catch (const std::bad_alloc &) {
         return true;
     }
-    for (const CallbackRecord &record : records) {
+    for (const SelectTable::CallbackRecord &record : records) {
         // Removed records are still called, but not once the number has a new owner.
-        const Entry *const now = mf_find(descriptor);
+        const SelectTable::Entry *const now = m_table.find(descriptor);
         if (m_released || (now != nullptr && now->registration != registration))
             break;
         if (record.function != nullptr)
@@ -433,7 +346,7 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
 // Whether the descriptor is dead and its callbacks have left it registered, again: whoever learns
 // of the end in one pass has the next one to take it out.
 bool TCPSelectBase::mf_isLeftDead(int descriptor) {
-    Entry *const entry = mf_find(descriptor);
+    SelectTable::Entry *const entry = m_table.find(descriptor);
     if (entry == nullptr || !isDead(descriptor))
         return false;
     if (++entry->deadPasses == 2)
