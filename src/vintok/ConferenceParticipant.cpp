@@ -313,20 +313,6 @@ void ConferenceParticipant::_readMessages(ConferenceRosterEntry *peer, bool clos
              (_workings.listChanges == changes || _isListed(peer)));
 }
 
-void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed) {
-    const int descriptor = peer->descriptor();
-    const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
-    VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
-    if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
-        _logUndelivered(*peer, _workings.relayed);
-    // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
-    // whose stream has ended does not. Of somebody who never joined the log need not tell that.
-    const bool gone =
-        buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
-    if (closed || gone || !sf_sendKeepAlive(descriptor))
-        _handleHangup(peer);
-}
-
 // ---- Dispatch ----
 
 // What is done with a message. The row's version flag says that the message shows which version its

@@ -344,7 +344,6 @@ private:
     void mf_connectPending(int socket);
     void mf_dataPending(int descriptor, bool closed);
     void _readMessages(ConferenceRosterEntry *peer, bool closed);
-    void _readFailed(ConferenceRosterEntry *peer, bool closed);
     void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
     bool _relays() const { return _self.isHost() || _self.isServer(); }
     // Servers have no user: nothing is told about them.
@@ -403,9 +402,6 @@ private:
     ConferenceRosterEntry *_getLeader() const;
     ConferenceRosterEntry *_getPendingLeader() const;
     bool _removeDescriptor(const TCPAddress &address);
-    bool _removeDescriptor(int descriptor);
-    bool _removeAttendee(ConferenceRosterEntry *entry);
-    static void _loseCall(TempRosterEntry *call, const TCPAddress &party);
     bool _retire(ConferenceRosterEntry *entry);
     bool _removePending(const TCPAddress &address);
     bool _removePending(int descriptor);
@@ -425,13 +421,21 @@ private:
 
     bool _mayCall(const TempRosterEntry &call, bool direct) const;
     bool _connectCall(std::unique_ptr<TempRosterEntry> call, bool direct);
+
+    // ---- Ends (ConferenceParticipantEnd.cpp) ----
+
     void _leaveMeeting();
     bool mf_hangup(ConferenceRosterEntry *peer);
     bool _endCall(TempRosterEntry *call);
     void _tellNoAnswer(const TempRosterEntry &call);
-    bool _dropConnection(ConferenceRosterEntry *peer);
+    void _readFailed(ConferenceRosterEntry *peer, bool closed);
     void _handleHangup(ConferenceRosterEntry *peer);
-    bool _broadcastLeave(const ConferenceRosterEntry &party);
+    void _bringOutYerDead();
+    ConferenceRosterEntry *_findDead();
+    bool _dropConnection(ConferenceRosterEntry *peer);
+    bool _removeDescriptor(int descriptor);
+    bool _removeAttendee(ConferenceRosterEntry *entry);
+    static void _loseCall(TempRosterEntry *call, const TCPAddress &party);
 
     // ---- Joining (ConferenceParticipantJoin.cpp) ----
 
@@ -454,7 +458,6 @@ private:
     bool mf_rejectCall(ConferenceRosterEntry *peer);
     void _handleJoinReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     bool _callAccepted(ConferenceRosterEntry *peer, const TempRosterEntry &call);
-    void _giveColor(ConferenceRosterEntry *peer);
     bool _wantsSecure(const ConferenceRosterEntry *peer) const;
     SecureStep _acceptSecurely(ConferenceRosterEntry *peer);
     SecureStep _connectSecurely(ConferenceRosterEntry *peer);
@@ -490,6 +493,8 @@ private:
     void _handleRosterEntry(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     void _handleRosterReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     void _takeOwnEntry(const ConferenceRosterEntry &entry);
+    bool _broadcastLeave(const ConferenceRosterEntry &party);
+    void _giveColor(ConferenceRosterEntry *peer);
     void _handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
 
     // ---- Lead (ConferenceParticipantLead.cpp) ----
@@ -528,8 +533,6 @@ private:
     static void sf_spread(void *owner, StreamLoop &loop, int source, const Span &span);
     void _logUndelivered(const ConferenceRosterEntry &peer, const Said &said) const;
     static bool sf_sendKeepAlive(int descriptor);
-    void _bringOutYerDead();
-    ConferenceRosterEntry *_findDead();
     void _setBlockingBroadcast();
     void _setNonBlockingBroadcast();
 
@@ -601,6 +604,7 @@ private:
     void _readTunnel(ConferenceRosterEntry *peer);
     void _passProxy(ConferenceRosterEntry *peer, const TempRosterEntry *call);
     void _openTunnel(ConferenceRosterEntry *peer, const std::string &response);
+    bool _askForCredentials(const TempRosterEntry &call);
     void _dropToPlain(ConferenceRosterEntry *peer);
     void _handleRedirect(ConferenceRosterEntry *peer, const TCPAddress &address);
 

@@ -1,11 +1,7 @@
-// How a message reaches everybody, and how the dead are found.
+// How a message reaches everybody.
 //
 // A round writes to every enabled member but the one that the message came from, and a failed write
-// never stops it. After a round with failures the sweep probes the members with keep-alives and
-// hangs up the first whose connection turns out to be reset; the leave notice of that hang-up is a
-// round of its own, which leads to the next sweep. So they call each other until a round goes
-// through or nobody is left. `Workings::sweeps` bounds how deep; whoever hangs up sweeps once more
-// on the way back, which takes out those that the bound left over.
+// never stops it. After a round with failures `_bringOutYerDead` looks who has died.
 #include "vintok/ConferenceParticipant.h"
 
 #include "vintok/ConferenceMessage.h"
@@ -20,12 +16,6 @@
 #include <cstring>
 
 namespace vintok {
-
-namespace {
-
-constexpr int DEEPEST_SWEEP = 32;
-
-} // namespace
 
 bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::uint64_t length) {
     const Operation operation(*this);
@@ -133,29 +123,6 @@ bool ConferenceParticipant::sf_sendKeepAlive(int descriptor) {
         return false;
     }
     return true;
-}
-
-void ConferenceParticipant::_bringOutYerDead() {
-    VINTOK_LOG(SEVERITY_TRACE, "_bringOutYerDead");
-    if (_attendees.empty() || _workings.sweeps == DEEPEST_SWEEP)
-        return;
-    const Nested nested(_workings.sweeps);
-    _handleHangup(_findDead());
-}
-
-// The first member whose connection is reset; null when there is none.
-ConferenceRosterEntry *ConferenceParticipant::_findDead() {
-    ConferenceRosterEntry *dead = nullptr;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (dead != nullptr || !peer->doBroadcast() || sf_sendKeepAlive(peer->descriptor()))
-            return;
-        VINTOK_LOG(SEVERITY_ERROR, "_bringOutYerDead sf_sendKeepAlive failed");
-        if (lastError() != TCP_ERROR_CONNECTION_RESET)
-            return;
-        VINTOK_LOG(SEVERITY_ERROR, "_bringOutYerDead CONNECTION_RESET");
-        dead = peer;
-    });
-    return dead;
 }
 
 void ConferenceParticipant::_setBlockingBroadcast() {

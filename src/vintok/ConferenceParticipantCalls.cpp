@@ -1,13 +1,9 @@
-// How a party starts a meeting, calls another, and parts from it.
+// How a party starts a meeting, calls another, and answers a call.
 //
 // An outgoing call is a pair: a TempRosterEntry in `_pending` and the attendee of the same
 // descriptor. The pair stands from `placeCall` until the join reply. When the connection dies
 // before, the attendee goes and the call stays, until `hangup`, so that the same address is not
 // called again meanwhile.
-//
-// There are two ways down. `mf_hangup` is the local act: it says TCP_hangup, drops the connection
-// and tells the application only how a pending call has ended. `_handleHangup` is for a peer that
-// has left or died: it also tells the application and, on a host, everybody else.
 #include "vintok/ConferenceParticipant.h"
 
 #include "vintok/ConferenceMessage.h"
@@ -154,134 +150,6 @@ bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
         return false;
     }
     return mf_rejectCall(peer);
-}
-
-// ---- The local act ----
-
-void ConferenceParticipant::hangup() {
-    const Operation operation(*this);
-    {
-        const Nested nested(_workings.hangups);
-        // What a callback adds meanwhile is not met: one that calls again at once would never end.
-        _forEachAttendee([this](ConferenceRosterEntry *peer) { mf_hangup(peer); });
-        const std::vector<TempRosterEntry *> calls = _pending;
-        for (TempRosterEntry *call : calls)
-            if (_isListed(call) && call->associatedDescriptor() == -1)
-                _endCall(call);
-    }
-    _leaveMeeting();
-    _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
-    _self.setMUXRedirected(false);
-    _abandonFile();
-}
-
-void ConferenceParticipant::_leaveMeeting() {
-    _self.setMeeting(false);
-    _self.setHost(false);
-    _self.setLeader(false);
-    _self.setLeadPending(false);
-    _self.setMeetingName(std::string());
-}
-
-bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
-    if (!_isListed(peer))
-        return false;
-    TempRosterEntry *call = _getPending(peer->descriptor());
-    const bool saysGoodbye = call == nullptr || _endCall(call);
-    if (!_isListed(peer))
-        return false; // a callback hung up
-    if (saysGoodbye)
-        sendByte(peer->descriptor(), TCP_hangup, 0);
-    return _dropConnection(peer);
-}
-
-// Tells the application how the call has ended and takes it off the list. True unless the other
-// side is to be spared a TCP_hangup: one that only demands credentials has no use for it.
-bool ConferenceParticipant::_endCall(TempRosterEntry *call) {
-    const int outcome = call->m_callOutcome;
-    const unsigned int retries = call->m_authenticationRetries;
-    call->m_callOutcome = OUTCOME_TOLD; // a callback that hangs up meets the call once more
-    switch (outcome) {
-    case OUTCOME_COMPLETING:
-    case OUTCOME_TOLD:
-    case OUTCOME_REDIRECTED:
-        break;
-    case OUTCOME_AUTHENTICATE:
-        if (_proxyCB != nullptr && retries >= 2)
-            _proxyCB(this, call->remoteName(), call->hostByteOrderPort(), call->proxyName(),
-                     call->proxyHostByteOrderPort(), call->authentication(), retries - 1,
-                     call->meetingID());
-        else
-            _tellNoAnswer(*call);
-        break;
-    case OUTCOME_SERVER_ERROR:
-        if (_serverResponseCB != nullptr && call->m_tunnelStatus != 0)
-            _serverResponseCB(this, static_cast<unsigned int>(call->m_tunnelStatus),
-                              call->m_tunnelResponse);
-        break;
-    default:
-        _tellNoAnswer(*call);
-    }
-    if (_isListed(call))
-        _removePending(call);
-    return outcome != OUTCOME_AUTHENTICATE;
-}
-
-void ConferenceParticipant::_tellNoAnswer(const TempRosterEntry &call) {
-    if (_noAnswerCB != nullptr)
-        _noAnswerCB(this, call.remoteName(), RosterBase(call));
-}
-
-// Takes the party out of the loop and off the list, and closes its connection.
-bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
-    const int descriptor = peer->descriptor();
-    if (_select != nullptr)
-        _select->removeCallback(descriptor, sf_dataCB, this);
-    const bool removed = _removeAttendee(peer);
-    shutdownSocket(descriptor);
-    if (_workings.fileNeighbour == peer)
-        _abandonFile();
-    return removed;
-}
-
-// ---- A peer that has left or died ----
-
-void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
-    if (!_isListed(peer))
-        return;
-    // Without a leave callback nothing is known of the party from here on, deliberately: a member
-    // then notices only by its empty list that its host has gone.
-    const bool kept = peer->doBroadcast() && _leaveCB != nullptr;
-    const ConferenceRosterEntry copy = kept ? *peer : ConferenceRosterEntry();
-    if (!peer->doBroadcast() && peer->isJoinPending()) {
-        if (TempRosterEntry *call = _getPending(peer->descriptor()))
-            _endCall(call);
-        if (!_isListed(peer))
-            return; // the callback hung up
-    }
-    _dropConnection(peer);
-    bool nobodyLeft = _attendees.empty();
-    if (!nobodyLeft)
-        _assureLeader();
-    if (!_relays() && kept && copy.isHost()) {
-        hangup();
-    } else {
-        if (_relays() && !_broadcastLeave(copy)) {
-            _bringOutYerDead();
-            nobodyLeft = _attendees.empty();
-            if (!nobodyLeft)
-                _assureLeader();
-        }
-        if (nobodyLeft)
-            hangup();
-    }
-    if (kept)
-        _tell(_leaveCB, copy); // last: the roster stands without the party by now
-}
-
-bool ConferenceParticipant::_broadcastLeave(const ConferenceRosterEntry &party) {
-    TCPMessage message;
-    return openMessage(message, TCP_leaveNotify, party) && _broadcastData(nullptr, message);
 }
 
 } // namespace vintok

@@ -323,12 +323,6 @@ void ConferenceParticipant::_admit(ConferenceRosterEntry *peer) {
     readAhead(peer->descriptor());
 }
 
-// The colours of a meeting are never given twice; past 65535 they begin again.
-void ConferenceParticipant::_giveColor(ConferenceRosterEntry *peer) {
-    peer->setColorIndex(static_cast<unsigned short>(_nextColorIndex++));
-    VINTOK_LOG(SEVERITY_DEBUG, logText(*peer));
-}
-
 // ---- The secure transport ----
 
 bool ConferenceParticipant::_wantsSecure(const ConferenceRosterEntry *peer) const {

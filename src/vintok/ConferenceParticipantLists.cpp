@@ -144,31 +144,6 @@ bool ConferenceParticipant::_removeDescriptor(const TCPAddress &address) {
     }));
 }
 
-bool ConferenceParticipant::_removeDescriptor(int descriptor) {
-    return _removeAttendee(_getPeer(descriptor));
-}
-
-// A member that loses one of its hosts and has another gives the whole call up, unless it is doing
-// so already.
-bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
-    if (!_retire(entry))
-        return false;
-    // A call whose connection has gone stays listed, so that its address is not called again; but
-    // the next owner of the descriptor's number is not its answer.
-    if (TempRosterEntry *call = _getPending(entry->descriptor()))
-        _loseCall(call, *entry);
-    const auto isMember = [](const ConferenceRosterEntry &other) { return other.doBroadcast(); };
-    if (entry->doBroadcast() && !_self.isHost() && _workings.hangups == 0 &&
-        firstOf(_attendees, isMember) != nullptr)
-        hangup();
-    return true;
-}
-
-void ConferenceParticipant::_loseCall(TempRosterEntry *call, const TCPAddress &party) {
-    call->setAssociatedDescriptor(-1);
-    call->m_lostParty = party;
-}
-
 // Takes the entry off the list. It is destroyed with the end of the outermost operation.
 bool ConferenceParticipant::_retire(ConferenceRosterEntry *entry) {
     if (!_isListed(entry))

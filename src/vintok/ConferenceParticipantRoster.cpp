@@ -297,6 +297,17 @@ void ConferenceParticipant::_takeOwnEntry(const ConferenceRosterEntry &entry) {
         _userDataCB(this, _self); // a server's too
 }
 
+bool ConferenceParticipant::_broadcastLeave(const ConferenceRosterEntry &party) {
+    TCPMessage message;
+    return openMessage(message, TCP_leaveNotify, party) && _broadcastData(nullptr, message);
+}
+
+// The colours of a meeting are never given twice; past 65535 they begin again.
+void ConferenceParticipant::_giveColor(ConferenceRosterEntry *peer) {
+    peer->setColorIndex(static_cast<unsigned short>(_nextColorIndex++));
+    VINTOK_LOG(SEVERITY_DEBUG, logText(*peer));
+}
+
 void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body,
                                                std::uint64_t length) {
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Receive leave Notify from %d\n", peer->descriptor()));

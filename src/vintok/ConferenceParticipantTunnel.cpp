@@ -341,4 +341,15 @@ void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
     }
 }
 
+// The application may call again with other credentials, as long as there are retries left. False
+// when it is not asked.
+bool ConferenceParticipant::_askForCredentials(const TempRosterEntry &call) {
+    if (_proxyCB == nullptr || call.m_authenticationRetries < 2)
+        return false;
+    _proxyCB(this, call.remoteName(), call.hostByteOrderPort(), call.proxyName(),
+             call.proxyHostByteOrderPort(), call.authentication(), call.m_authenticationRetries - 1,
+             call.meetingID());
+    return true;
+}
+
 } // namespace vintok

@@ -1,0 +1,225 @@
+// How a connection, a call or the whole meeting ends: everything that decides on an end, and
+// carries it out, is here.
+//
+//   what is seen                                    who decides
+//   the application hangs up                        hangup
+//   a read that fails                               _readFailed
+//   a write that fails                              _bringOutYerDead
+//   TCP_hangup from the peer                        _handleHangup
+//   a member that loses one of two hosts            _removeAttendee
+//
+// There are two ways down. `mf_hangup` is the local act: it says TCP_hangup, drops the connection
+// and tells the application only how a pending call has ended. `_handleHangup` is for a peer that
+// has left or died: it also tells the application and, on a host, everybody else. Both come down to
+// `_dropConnection`: out of the loop, off the list (`_removeAttendee`), then the socket is closed.
+//
+// `_bringOutYerDead` probes the members with keep-alives after a round of writes with failures, and
+// hangs up the first whose connection turns out to be reset; the leave notice of that hang-up is a
+// round of its own, which leads to the next sweep. So they call each other until a round goes
+// through or nobody is left. `Workings::sweeps` bounds how deep; whoever hangs up sweeps once more
+// on the way back, which takes out those that the bound left over.
+#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipant.h"
+#include "vintok/Globals.h"
+#include "vintok/Log.h"
+#include "vintok/StreamBuffer.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPMessage.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+
+namespace vintok {
+
+namespace {
+
+constexpr int DEEPEST_SWEEP = 32; // each of them sweeps again for what it finds
+
+} // namespace
+
+// ---- The local act ----
+
+void ConferenceParticipant::hangup() {
+    const Operation operation(*this);
+    {
+        const Nested nested(_workings.hangups);
+        // What a callback adds meanwhile is not met: one that calls again at once would never end.
+        _forEachAttendee([this](ConferenceRosterEntry *peer) { mf_hangup(peer); });
+        const std::vector<TempRosterEntry *> calls = _pending;
+        for (TempRosterEntry *call : calls)
+            if (_isListed(call) && call->associatedDescriptor() == -1)
+                _endCall(call);
+    }
+    _leaveMeeting();
+    _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
+    _self.setMUXRedirected(false);
+    _abandonFile();
+}
+
+void ConferenceParticipant::_leaveMeeting() {
+    _self.setMeeting(false);
+    _self.setHost(false);
+    _self.setLeader(false);
+    _self.setLeadPending(false);
+    _self.setMeetingName(std::string());
+}
+
+bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
+    if (!_isListed(peer))
+        return false;
+    TempRosterEntry *call = _getPending(peer->descriptor());
+    const bool saysGoodbye = call == nullptr || _endCall(call);
+    if (!_isListed(peer))
+        return false; // a callback hung up
+    if (saysGoodbye)
+        sendByte(peer->descriptor(), TCP_hangup, 0);
+    return _dropConnection(peer);
+}
+
+// Tells the application how the call has ended and takes it off the list. True unless the other
+// side is to be spared a TCP_hangup: one that only demands credentials has no use for it.
+bool ConferenceParticipant::_endCall(TempRosterEntry *call) {
+    const int outcome = call->m_callOutcome;
+    call->m_callOutcome = OUTCOME_TOLD; // a callback that hangs up meets the call once more
+    switch (outcome) {
+    case OUTCOME_COMPLETING:
+    case OUTCOME_TOLD:
+    case OUTCOME_REDIRECTED:
+        break;
+    case OUTCOME_AUTHENTICATE:
+        if (!_askForCredentials(*call))
+            _tellNoAnswer(*call);
+        break;
+    case OUTCOME_SERVER_ERROR:
+        if (_serverResponseCB != nullptr && call->m_tunnelStatus != 0)
+            _serverResponseCB(this, static_cast<unsigned int>(call->m_tunnelStatus),
+                              call->m_tunnelResponse);
+        break;
+    default:
+        _tellNoAnswer(*call);
+    }
+    if (_isListed(call))
+        _removePending(call);
+    return outcome != OUTCOME_AUTHENTICATE;
+}
+
+void ConferenceParticipant::_tellNoAnswer(const TempRosterEntry &call) {
+    if (_noAnswerCB != nullptr)
+        _noAnswerCB(this, call.remoteName(), RosterBase(call));
+}
+
+// ---- A peer that has left or died ----
+
+void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed) {
+    const int descriptor = peer->descriptor();
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
+    VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
+    if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
+        _logUndelivered(*peer, _workings.relayed);
+    // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
+    // whose stream has ended does not. Of somebody who never joined the log need not tell that.
+    const bool gone =
+        buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
+    if (closed || gone || !sf_sendKeepAlive(descriptor))
+        _handleHangup(peer);
+}
+
+void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
+    if (!_isListed(peer))
+        return;
+    // Without a leave callback nothing is known of the party from here on, deliberately: a member
+    // then notices only by its empty list that its host has gone.
+    const bool kept = peer->doBroadcast() && _leaveCB != nullptr;
+    const ConferenceRosterEntry copy = kept ? *peer : ConferenceRosterEntry();
+    if (!peer->doBroadcast() && peer->isJoinPending()) {
+        if (TempRosterEntry *call = _getPending(peer->descriptor()))
+            _endCall(call);
+        if (!_isListed(peer))
+            return; // the callback hung up
+    }
+    _dropConnection(peer);
+    bool nobodyLeft = _attendees.empty();
+    if (!nobodyLeft)
+        _assureLeader();
+    if (!_relays() && kept && copy.isHost()) {
+        hangup();
+    } else {
+        if (_relays() && !_broadcastLeave(copy)) {
+            _bringOutYerDead();
+            nobodyLeft = _attendees.empty();
+            if (!nobodyLeft)
+                _assureLeader();
+        }
+        if (nobodyLeft)
+            hangup();
+    }
+    if (kept)
+        _tell(_leaveCB, copy); // last: the roster stands without the party by now
+}
+
+void ConferenceParticipant::_bringOutYerDead() {
+    VINTOK_LOG(SEVERITY_TRACE, "_bringOutYerDead");
+    if (_attendees.empty() || _workings.sweeps == DEEPEST_SWEEP)
+        return;
+    const Nested nested(_workings.sweeps);
+    _handleHangup(_findDead());
+}
+
+// The first member whose connection is reset; null when there is none.
+ConferenceRosterEntry *ConferenceParticipant::_findDead() {
+    ConferenceRosterEntry *dead = nullptr;
+    _forEachAttendee([&](ConferenceRosterEntry *peer) {
+        if (dead != nullptr || !peer->doBroadcast() || sf_sendKeepAlive(peer->descriptor()))
+            return;
+        VINTOK_LOG(SEVERITY_ERROR, "_bringOutYerDead sf_sendKeepAlive failed");
+        if (lastError() != TCP_ERROR_CONNECTION_RESET)
+            return;
+        VINTOK_LOG(SEVERITY_ERROR, "_bringOutYerDead CONNECTION_RESET");
+        dead = peer;
+    });
+    return dead;
+}
+
+// ---- What both come down to ----
+
+// Takes the party out of the loop and off the list, and closes its connection.
+bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
+    const int descriptor = peer->descriptor();
+    if (_select != nullptr)
+        _select->removeCallback(descriptor, sf_dataCB, this);
+    const bool removed = _removeAttendee(peer);
+    shutdownSocket(descriptor);
+    if (_workings.fileNeighbour == peer)
+        _abandonFile();
+    return removed;
+}
+
+bool ConferenceParticipant::_removeDescriptor(int descriptor) {
+    return _removeAttendee(_getPeer(descriptor));
+}
+
+// A member that loses one of its hosts and has another gives the whole call up, unless it is doing
+// so already.
+bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
+    if (!_retire(entry))
+        return false;
+    // A call whose connection has gone stays listed, so that its address is not called again; but
+    // the next owner of the descriptor's number is not its answer.
+    if (TempRosterEntry *call = _getPending(entry->descriptor()))
+        _loseCall(call, *entry);
+    const auto isMember = [](const ConferenceRosterEntry *other) {
+        return other != nullptr && other->doBroadcast();
+    };
+    if (entry->doBroadcast() && !_self.isHost() && _workings.hangups == 0 &&
+        std::any_of(_attendees.begin(), _attendees.end(), isMember))
+        hangup();
+    return true;
+}
+
+void ConferenceParticipant::_loseCall(TempRosterEntry *call, const TCPAddress &party) {
+    call->setAssociatedDescriptor(-1);
+    call->m_lostParty = party;
+}
+
+} // namespace vintok
