@@ -12,11 +12,10 @@
 
 #include "platform/File.h"
 #include "platform/Wait.h"
-#include "vintok/AcceptGuard.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 #include "vintok/Globals.h"
 #include "vintok/Listeners.h"
 #include "vintok/Log.h"
-#include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
@@ -117,7 +116,7 @@ ConferenceParticipant::~ConferenceParticipant() {
     delete _select;
     for (TempRosterEntry *call : _pending)
         delete call;
-    _workings.acceptGuard.reset();
+    _workings.reset(); // it has a socket
     fini();
 }
 
@@ -233,7 +232,7 @@ void ConferenceParticipant::sf_dataCB(int descriptor, void *data, bool closed) {
 
 void ConferenceParticipant::mf_connectPending(int socket) {
     const Operation operation(*this);
-    const int descriptor = _workings.acceptGuard->accept(socket);
+    const int descriptor = _workings->acceptGuard.accept(socket);
     if (descriptor == -1)
         return;
     if (platform::endArrived(descriptor)) {
@@ -295,7 +294,7 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
 void ConferenceParticipant::_readMessages(ConferenceRosterEntry *peer, bool closed) {
     const int descriptor = peer->descriptor();
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
-    const std::uint64_t changes = _workings.listChanges;
+    const std::uint64_t changes = _workings->listChanges;
     TCPMessage message(descriptor);
     std::size_t taken = 0;
     do {
@@ -310,7 +309,7 @@ void ConferenceParticipant::_readMessages(ConferenceRosterEntry *peer, bool clos
         else
             _handleMessage(peer, message);
     } while (buffer != nullptr && buffer->offers(taken) &&
-             (_workings.listChanges == changes || _isListed(peer)));
+             (_workings->listChanges == changes || _isListed(peer)));
 }
 
 // ---- Dispatch ----
@@ -345,19 +344,19 @@ struct ConferenceParticipant::Route {
         if (self._fileTransferOrigin.isIPv4() || self._fileTransferOrigin.isIPv6())
             return; // one file at a time
         self._fileTransferOrigin = message.originAddress();
-        self._workings.fileNeighbour = peer;
+        self._workings->fileNeighbour = peer;
         body<&Party::_handleFileTransferBegin>(self, peer, message);
     }
     static void fileData(Party &self, Peer *peer, TCPMessage &message) {
         if (self._fileTransferOrigin == message.originAddress() &&
-            self._workings.fileNeighbour == peer) // whatever others call themselves
+            self._workings->fileNeighbour == peer) // whatever others call themselves
             body<&Party::_handleFileTransferData>(self, peer, message);
     }
     // Of whatever origin, deliberately: an end is how a transfer that hangs is got rid of.
     static void fileEnd(Party &self, Peer *peer, TCPMessage &message) {
         body<&Party::_handleFileTransferEnd>(self, peer, message);
         self._fileTransferOrigin.clear();
-        self._workings.fileNeighbour = nullptr;
+        self._workings->fileNeighbour = nullptr;
     }
     static void fileAck(Party &self, Peer *peer, TCPMessage &message) {
         self._handleFileTransferAck(peer, message.messageBuffer(), message.messageBufferLength(),

@@ -30,9 +30,7 @@
 
 namespace vintok {
 
-class AcceptGuard;
 class ConferenceParticipant;
-class RelayRun;
 class StreamLoop;
 class TCPMessage;
 class TCPSelect;
@@ -351,43 +349,23 @@ private:
 
     // ---- Lists (ConferenceParticipantLists.cpp) ----
 
-    // When something was said to everybody, and whether its sender's address is nobody's business.
-    struct Said {
-        std::int64_t time = 0;
-        bool hidden = false;
-    };
-    // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
-    // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
-    // takes its place in memory: after a callback the one question is whether it is still listed.
-    struct Workings {
-        Workings();
-        Workings(const Workings &); // a copy of the participant has no operation under way
-        Workings &operator=(const Workings &);
-        ~Workings();
-        std::vector<std::unique_ptr<ConferenceRosterEntry>> retiredEntries;
-        std::vector<std::unique_ptr<TempRosterEntry>> retiredCalls;
-        int operations = 0;       // how deep operations and dispatch are nested
-        int hangups = 0;          // how deep `hangup` is nested
-        int sweeps = 0;           // how deep `_bringOutYerDead` is nested
-        bool hostsByCall = false; // the meeting was begun by a call, not by `hostMeeting`
-        std::unique_ptr<AcceptGuard> acceptGuard;
-        const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
-        bool sendsFile = false;                               // inside `transferFile`
-        std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
-        std::uint64_t listChanges = 0;                        // of `_attendees`
-        std::unique_ptr<RelayRun> relay;                      // see `_relay`
-        Said relayed;                                         // the run's first
-    };
-    // Stands in every operation that can fire a callback or drop a party.
-    class Operation {
+    // What goes on inside: ConferenceParticipantWorkings.h.
+    struct Workings;
+    class Operation;
+    struct Said;
+    // A copy of a participant gets workings of its own: no operation is under way in it.
+    class WorkingsPointer {
     public:
-        explicit Operation(ConferenceParticipant &participant);
-        ~Operation();
-        Operation(const Operation &) = delete;
-        Operation &operator=(const Operation &) = delete;
+        WorkingsPointer();
+        WorkingsPointer(const WorkingsPointer &) : WorkingsPointer() {}
+        WorkingsPointer &operator=(const WorkingsPointer &) { return *this; }
+        ~WorkingsPointer();
+        Workings *operator->() const { return m_workings.get(); }
+        Workings &operator*() const { return *m_workings; }
+        void reset();
 
     private:
-        Workings &m_workings;
+        std::unique_ptr<Workings> m_workings;
     };
     ConferenceRosterEntry *_addDescriptor(int descriptor);
     bool _addPending(TempRosterEntry *entry);
@@ -409,13 +387,7 @@ private:
     void _shutdown();
     // Calls `visit(entry)` for each entry listed now, in order, unless it has left meanwhile.
     template <class Visit>
-    void _forEachAttendee(Visit visit) {
-        const std::vector<ConferenceRosterEntry *> listed = _attendees;
-        const std::uint64_t changes = _workings.listChanges;
-        for (ConferenceRosterEntry *entry : listed)
-            if (entry != nullptr && (_workings.listChanges == changes || _isListed(entry)))
-                visit(entry);
-    }
+    void _forEachAttendee(Visit visit);
 
     // ---- Calls (ConferenceParticipantCalls.cpp) ----
 
@@ -439,12 +411,7 @@ private:
 
     // ---- Joining (ConferenceParticipantJoin.cpp) ----
 
-    // What became of the secure transport in a join.
-    struct SecureStep {
-        bool wanted = false;      // by either side
-        bool multiplexed = false; // the multiplexer encrypts: nothing to do
-        bool failed = false;
-    };
+    struct SecureStep;
     bool mf_sendMe(int descriptor, bool proxyConnection, bool oldForm);
     bool _sendMe(ConferenceRosterEntry *peer);
     void _completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending);
@@ -464,8 +431,7 @@ private:
 
     // ---- Calls that cross (ConferenceParticipantCrossing.cpp) ----
 
-    // What becomes of a party that asks to join.
-    enum class Admission { granted, decidesAnew, refused };
+    enum class Admission;
     bool _hostsNobody() const;
     bool _hasOthers(const ConferenceRosterEntry *peer) const;
     bool _joinsAnother(const ConferenceRosterEntry *peer) const;
@@ -645,7 +611,7 @@ private:
     int _listenIPv4 = -1;
     int _listenIPv6 = -1;
     unsigned int _nextColorIndex = 0;
-    Workings _workings;
+    WorkingsPointer _workings;
     FileProgressCallback _fileProgressCB = nullptr;
 
     static unsigned short s_defaultPort;

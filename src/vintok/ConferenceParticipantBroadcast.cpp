@@ -2,12 +2,11 @@
 //
 // A round writes to every enabled member but the one that the message came from, and a failed write
 // never stops it. After a round with failures `_bringOutYerDead` looks who has died.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Delivery.h"
 #include "vintok/Log.h"
-#include "vintok/RelayRun.h"
 #include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
@@ -80,15 +79,15 @@ void ConferenceParticipant::_relay(ConferenceRosterEntry *source, TCPMessage &me
         _broadcastData(source, message);
         return;
     }
-    if (_workings.relay == nullptr)
-        _workings.relay = std::make_unique<RelayRun>(sf_spread, this);
-    if (_workings.relay->add(source->descriptor(), message.rawBytes()))
-        _workings.relayed = {message.timeStamp(), source->isHidingIPsRequired()};
+    if (_workings->relay == nullptr)
+        _workings->relay = std::make_unique<RelayRun>(sf_spread, this);
+    if (_workings->relay->add(source->descriptor(), message.rawBytes()))
+        _workings->relayed = {message.timeStamp(), source->isHidingIPsRequired()};
 }
 
 void ConferenceParticipant::_closeRelay() {
-    if (_workings.relay != nullptr)
-        _workings.relay->close();
+    if (_workings->relay != nullptr)
+        _workings->relay->close();
 }
 
 void ConferenceParticipant::sf_spread(void *owner, StreamLoop &loop, int source, const Span &span) {

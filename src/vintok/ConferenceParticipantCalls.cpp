@@ -4,7 +4,7 @@
 // descriptor. The pair stands from `placeCall` until the join reply. When the connection dies
 // before, the attendee goes and the call stays, until `hangup`, so that the same address is not
 // called again meanwhile.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Globals.h"
@@ -42,7 +42,7 @@ bool ConferenceParticipant::hostMeeting(const std::string &meetingName) {
     _self.setMeetingName(meetingName);
     _self.setColorIndex(0);
     _nextColorIndex = 1;
-    _workings.hostsByCall = false;
+    _workings->hostsByCall = false;
     VINTOK_LOG(SEVERITY_TRACE, "ConferenceParticipant::hostMeeting index = 0");
     _tell(_userDataCB, _self);
     return true;

@@ -10,7 +10,7 @@
 //
 // Of two connections between two parties both keep the one that the party with the first address
 // has placed, unless the other one stands by then.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 
@@ -22,7 +22,7 @@ namespace vintok {
 
 // A host that a call has made, and that nobody has joined, gives way to another.
 bool ConferenceParticipant::_hostsNobody() const {
-    return _self.isHost() && _workings.hostsByCall && !_serverMode && _members().empty();
+    return _self.isHost() && _workings->hostsByCall && !_serverMode && _members().empty();
 }
 
 // Whether others than `peer` are about to join: they are called, wait for an answer, or were told

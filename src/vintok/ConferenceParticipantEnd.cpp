@@ -19,7 +19,7 @@
 // through or nobody is left. `Workings::sweeps` bounds how deep; whoever hangs up sweeps once more
 // on the way back, which takes out those that the bound left over.
 #include "vintok/ConferenceMessage.h"
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 #include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/StreamBuffer.h"
@@ -43,7 +43,7 @@ constexpr int DEEPEST_SWEEP = 32; // each of them sweeps again for what it finds
 void ConferenceParticipant::hangup() {
     const Operation operation(*this);
     {
-        const Nested nested(_workings.hangups);
+        const Nested nested(_workings->hangups);
         // What a callback adds meanwhile is not met: one that calls again at once would never end.
         _forEachAttendee([this](ConferenceRosterEntry *peer) { mf_hangup(peer); });
         const std::vector<TempRosterEntry *> calls = _pending;
@@ -116,7 +116,7 @@ void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
     if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
-        _logUndelivered(*peer, _workings.relayed);
+        _logUndelivered(*peer, _workings->relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
     // whose stream has ended does not. Of somebody who never joined the log need not tell that.
     const bool gone =
@@ -160,9 +160,9 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
 
 void ConferenceParticipant::_bringOutYerDead() {
     VINTOK_LOG(SEVERITY_TRACE, "_bringOutYerDead");
-    if (_attendees.empty() || _workings.sweeps == DEEPEST_SWEEP)
+    if (_attendees.empty() || _workings->sweeps == DEEPEST_SWEEP)
         return;
-    const Nested nested(_workings.sweeps);
+    const Nested nested(_workings->sweeps);
     _handleHangup(_findDead());
 }
 
@@ -190,7 +190,7 @@ bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
         _select->removeCallback(descriptor, sf_dataCB, this);
     const bool removed = _removeAttendee(peer);
     shutdownSocket(descriptor);
-    if (_workings.fileNeighbour == peer)
+    if (_workings->fileNeighbour == peer)
         _abandonFile();
     return removed;
 }
@@ -211,7 +211,7 @@ bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
     const auto isMember = [](const ConferenceRosterEntry *other) {
         return other != nullptr && other->doBroadcast();
     };
-    if (entry->doBroadcast() && !_self.isHost() && _workings.hangups == 0 &&
+    if (entry->doBroadcast() && !_self.isHost() && _workings->hangups == 0 &&
         std::any_of(_attendees.begin(), _attendees.end(), isMember))
         hangup();
     return true;

@@ -8,7 +8,7 @@
 // The path comes from the network. It may use either separator, becomes one of this system, and
 // stays below the root: whatever could lead elsewhere counts as a file that cannot be opened. Only
 // folders that the owner has linked there himself are used, when he says so.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "platform/Environment.h"
 #include "platform/File.h"
@@ -168,11 +168,11 @@ std::vector<std::size_t> fixSeparators(char *path) {
 bool ConferenceParticipant::transferFile(const std::string &path, const std::string &relativePath) {
     const Operation operation(*this);
     // Receivers could not tell the parts of two files of one origin apart.
-    if (_workings.sendsFile)
+    if (_workings->sendsFile)
         return false;
     if (_attendees.empty() || path.empty() || relativePath.empty() || !isTail(path, relativePath))
         return false;
-    const SendingFile sending(_workings.sendsFile);
+    const SendingFile sending(_workings->sendsFile);
     bool sent = false;
     try {
         FileBytes file;
@@ -294,9 +294,9 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
 // A chunk is small, and a write of the system's for each would cost more than all the rest. Without
 // memory the stream keeps its own buffer.
 void ConferenceParticipant::_bufferFile() {
-    _workings.fileBuffer.reset(new (std::nothrow) char[STREAM_BUFFER]);
-    if (_workings.fileBuffer != nullptr)
-        std::setvbuf(_fileTransferStream, _workings.fileBuffer.get(), _IOFBF, STREAM_BUFFER);
+    _workings->fileBuffer.reset(new (std::nothrow) char[STREAM_BUFFER]);
+    if (_workings->fileBuffer != nullptr)
+        std::setvbuf(_fileTransferStream, _workings->fileBuffer.get(), _IOFBF, STREAM_BUFFER);
 }
 
 // Gives the path this system's separators and makes the folders on its way. Whether they could be
@@ -358,7 +358,7 @@ void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) 
     _fileTransferReceived = 0;
     _fileTransferWritten = 0;
     _fileTransferOrigin.clear();
-    _workings.fileNeighbour = nullptr;
+    _workings->fileNeighbour = nullptr;
     if (_fileTransferCB != nullptr)
         _fileTransferCB(this, neighbour, success, path);
     _sendFileTransferAck(origin, success, name);
@@ -366,9 +366,9 @@ void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) 
 
 // The sender has gone, or this party leaves: no end will come.
 void ConferenceParticipant::_abandonFile() {
-    const TCPAddress *neighbour = _workings.fileNeighbour;
+    const TCPAddress *neighbour = _workings->fileNeighbour;
     const TCPAddress address = neighbour != nullptr ? *neighbour : TCPAddress();
-    _workings.fileNeighbour = nullptr;
+    _workings->fileNeighbour = nullptr;
     _fileTransferOrigin.clear();
     if (_discardFile())
         _endFile(address, false);

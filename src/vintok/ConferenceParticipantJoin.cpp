@@ -12,7 +12,7 @@
 //
 // Any callback may hang up. Each step asks whether the peer is still listed, and once it is not,
 // nothing of the join is finished: what `hangup` has cleared stays cleared.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Globals.h"
@@ -131,8 +131,8 @@ bool ConferenceParticipant::_ensureHost(ConferenceRosterEntry *peer) {
         return false;
     }
     VINTOK_LOG(SEVERITY_TRACE, "_ensureHost no host so starting meeting OK");
-    _workings.hostsByCall = hostMeeting(std::string());
-    return _workings.hostsByCall;
+    _workings->hostsByCall = hostMeeting(std::string());
+    return _workings->hostsByCall;
 }
 
 // Guards the hiding of addresses. Run by both sides.

@@ -8,7 +8,7 @@
 //
 // Only the host knows who leads: a member keeps the leader bit of its own entry up to date here,
 // and those of the others come with the next roster.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Log.h"

@@ -5,11 +5,9 @@
 // up, a failed write may find somebody dead. So nothing that leaves a list is destroyed before the
 // outermost operation has ended (`Operation` counts them), and every step that takes a pointer asks
 // `_isListed` first. The descriptor would not do for that: its number may have a new owner.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/AcceptGuard.h"
 #include "vintok/Log.h"
-#include "vintok/RelayRun.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
@@ -35,18 +33,17 @@ bool contains(const std::vector<Entry *> &entries, const Entry *entry) {
 
 } // namespace
 
-ConferenceParticipant::Workings::Workings() : acceptGuard(std::make_unique<AcceptGuard>()) {}
+ConferenceParticipant::WorkingsPointer::WorkingsPointer()
+    : m_workings(std::make_unique<Workings>()) {}
 
-ConferenceParticipant::Workings::Workings(const Workings &) : Workings() {}
+ConferenceParticipant::WorkingsPointer::~WorkingsPointer() = default;
 
-ConferenceParticipant::Workings &ConferenceParticipant::Workings::operator=(const Workings &) {
-    return *this;
+void ConferenceParticipant::WorkingsPointer::reset() {
+    m_workings.reset();
 }
 
-ConferenceParticipant::Workings::~Workings() = default;
-
 ConferenceParticipant::Operation::Operation(ConferenceParticipant &participant)
-    : m_workings(participant._workings) {
+    : m_workings(*participant._workings) {
     ++m_workings.operations;
     participant._closeRelay();
 }
@@ -65,7 +62,7 @@ ConferenceRosterEntry *ConferenceParticipant::_addDescriptor(int descriptor) {
         auto entry = std::make_unique<ConferenceRosterEntry>(descriptor);
         entry->setShadow(descriptor == -1);
         _attendees.push_back(entry.get());
-        ++_workings.listChanges;
+        ++_workings->listChanges;
         return entry.release();
     } catch (const std::bad_alloc &) {
         return nullptr;
@@ -149,9 +146,9 @@ bool ConferenceParticipant::_retire(ConferenceRosterEntry *entry) {
     if (!_isListed(entry))
         return false;
     _closeRelay();
-    ++_workings.listChanges;
+    ++_workings->listChanges;
     _attendees.erase(std::find(_attendees.begin(), _attendees.end(), entry));
-    _workings.retiredEntries.emplace_back(entry);
+    _workings->retiredEntries.emplace_back(entry);
     return true;
 }
 
@@ -177,7 +174,7 @@ bool ConferenceParticipant::_removePending(TempRosterEntry *entry) {
     if (!_isListed(entry))
         return false;
     _pending.erase(std::find(_pending.begin(), _pending.end(), entry));
-    _workings.retiredCalls.emplace_back(entry);
+    _workings->retiredCalls.emplace_back(entry);
     return true;
 }
 
@@ -185,7 +182,7 @@ void ConferenceParticipant::_shutdown() {
     while (!_attendees.empty()) {
         const std::unique_ptr<ConferenceRosterEntry> entry(_attendees.front());
         _attendees.erase(_attendees.begin());
-        ++_workings.listChanges;
+        ++_workings->listChanges;
         if (entry != nullptr && entry->descriptor() >= 0)
             shutdownSocket(entry->descriptor());
     }

@@ -11,7 +11,7 @@
 //
 // What arrives overwrites an entry, save for what is known at this end only (`takeEntry` and the
 // values that each handler puts back).
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/ConferenceMessage.h"
 #include "vintok/Delivery.h"

@@ -2,10 +2,9 @@
 // bytes, secure channels.
 //
 // Holds for every operation here, unless it says otherwise:
-// - Failure is false, -1 or a null pointer. `lastError` of the calling thread then tells the kind
-// and
-//   `lastErrorString` the context: the operation's name, and for a failure of the system a newline
-//   and the row of the system error table. Success leaves `lastError` as it was.
+// - Failure is false, -1 or a null pointer. `lastError` of the calling thread then tells the kind,
+//   and `lastErrorString` the context: the operation's name, and for a failure of the system a
+//   newline and the row of the system error table. Success leaves `lastError` as it was.
 // - Between `init` and `fini` it may be called on any thread. Otherwise it fails with
 //   TCP_ERROR_NOT_INITIALIZED.
 // - A lock that cannot be had gives TCP_ERROR_LOCK_FAILED. One that cannot be released gives
