@@ -11,7 +11,22 @@
 // returns.
 //
 // Operations that talk to the network block: they wait until a connection stands or is refused, and
-// until the peer's side has taken what is written. Nothing has a time-out. Nothing throws.
+// until the peer's side has taken what is written. Nothing has a time-out. Nothing throws. Those
+// that say nothing of the network below do not block.
+//
+// False is all that a participant says when it refuses: the log has the reason, and `lastError`
+// stays as it was. When the network fails, `lastError` is what the stream layer left.
+//
+// Callbacks are plain functions. An application that has state of its own derives from the class
+// and casts the pointer that each callback gets:
+//
+//     struct Party : vintok::ConferenceParticipant {
+//         static void joined(vintok::ConferenceParticipant *self,
+//                            const vintok::ConferenceRosterEntry &entry) {
+//             static_cast<Party *>(self)->names.insert(entry.firstName());
+//         }
+//         std::set<std::string> names;
+//     };
 //
 // Ports are in host byte order, except inside a TCPAddress.
 #ifndef VINTOK_CONFERENCEPARTICIPANT_H
@@ -228,12 +243,13 @@ public:
 
     // Starts a meeting with this party as its host. Alone, a second call renames the meeting. False
     // in company: somebody is listed, and this party is in a meeting already or somebody else hosts
-    // one.
+    // one. Calls the user-data callback.
     bool hostMeeting(const std::string &meetingName);
 
     // Calls a party; without a meeting on either side the caller becomes the host, unless the other
-    // calls it in the same moment: then one of the two does. Blocks until the connection stands;
-    // true means that the call is under way, and a callback tells how it ends. Port 0 is the
+    // calls it in the same moment: then one of the two does. Blocks while names are resolved and
+    // until the connection stands; true means that the call is under way, and a callback tells how
+    // it ends, out of the loop: no callback comes before the result. Port 0 is the
     // configured port, proxy port 0 is 80. With a `meetingID` the call goes through a multiplexing
     // server, behind the proxy if one is named; `authentication` goes to them as it stands, and
     // `retries` bounds how often a redirect or a demand for credentials is followed. False: in a
@@ -244,21 +260,25 @@ public:
                    const std::string &authentication, unsigned int retries);
 
     // The answer to the call-pending callback. False if nobody of this address waits, or if the
-    // answer could not be sent.
+    // answer could not be sent. May call the join, user-data and lead-change callbacks, and the
+    // leave callback where a connection proves dead. Block until the answer is written.
     bool acceptCall(const TCPAddress &address);
     bool rejectCall(const TCPAddress &address);
 
     // Leaves the meeting and ends every connection and every pending call; pending calls get the
-    // no-answer callback. Calls that a callback places meanwhile stay.
+    // no-answer callback, or the one that tells how they ended. Calls that a callback places
+    // meanwhile stay. Blocks until the goodbyes are written.
     void hangup();
 
     // ---- Roster ----
 
     // Publishes the own data: a host sends the whole roster to everybody, a member its entry to the
-    // host. True if it reached everybody, and there was somebody.
+    // host. True if it reached everybody, and there was somebody. Blocks until it is written; who
+    // is found dead meanwhile is told by the leave callback.
     bool sendRoster();
     // Asks for the roster, which then comes by callbacks; a host calls the user-data callback for
     // each party at once. False for a member without a host, or if the request could not be sent.
+    // Blocks until the request is written.
     bool requestRoster();
 
     // ---- Lead ----
@@ -266,19 +286,23 @@ public:
     // Asks for the lead; the answer comes by the lead-reply callback. True when this party leads
     // already, has asked already, or the question is under way, and for a member that knows of no
     // host to ask. False outside a meeting or if the question could not be sent; a party alone in
-    // its meeting is refused and hangs up.
+    // its meeting is refused and hangs up. May call the lead-reply and lead-change callbacks at
+    // once. Blocks until the question is written.
     bool requestStartLeading();
     // The answers to the lead-request callback, at once or later. False if nobody waits for one, or
-    // if it could not be sent to everybody it concerns.
+    // if it could not be sent to everybody it concerns. May call the lead-change callback. Block
+    // until the answer is written.
     bool acceptLeadChange();
     bool rejectLeadChange();
 
     // ---- Broadcast and liveness ----
 
     // Sends the bytes, which are copied, to all parties of the meeting. False if there is nothing
-    // to send or it did not reach everybody; connections found dead have then been dropped.
+    // to send or it did not reach everybody; connections found dead have then been dropped, and the
+    // leave callback has told of them. Blocks until everybody's side has taken it.
     bool sendBroadcastData(const unsigned char *data, std::uint64_t length);
-    // Tests every connection of the meeting. True if all took the message or nobody is listed.
+    // Tests every connection of the meeting. True if all took the message or nobody is listed;
+    // who is found dead is told by the leave callback. Blocks until the messages are written.
     bool sendAllKeepAlive();
     // A disabled party gets no broadcast and no relayed message. Unknown addresses are ignored.
     void disableUser(const TCPAddress &address);
@@ -293,8 +317,9 @@ public:
     // last of it has been sent. The file is held in memory meanwhile. `relativePath` is where it
     // goes below each receiver's folder for files, and must be the end of `path` and occur nowhere
     // else in it. True if everybody was sent everything; whether they could store it is not
-    // reported. Nothing is received meanwhile: the loop does not run. False, sending nothing, from
-    // a callback that fires inside it.
+    // reported. Blocks for all of it: what arrives meanwhile is kept, but the loop does not run.
+    // Calls the file-progress callback. False, sending nothing, from a callback that fires inside
+    // it.
     bool transferFile(const std::string &path, const std::string &relativePath);
 
     // Where files that arrive are stored from now on, in the whole process: sets the environment

@@ -67,6 +67,12 @@ for file in tests/*_test.cpp; do
     grep -qE "\b($subject(_test\.cpp)?)\b" tests/CMakeLists.txt tests/checks/CMakeLists.txt || echo "$file"
 done | faults "not in the build"
 
+# --- the map
+
+sed -n '/^## A map/,/^## Layers/p' docs/architecture.md | grep -oE '`[A-Za-z_0-9/.-]+/[A-Za-z_0-9.-]+`' | tr -d '`' |
+    while read -r named; do [ -e "$named" ] || echo "$named"; done |
+    faults "on the map of docs/architecture.md, but missing"
+
 # --- what may include what
 
 sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include <(vintok|platform)/[^>]+>' /dev/null |
@@ -78,6 +84,16 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
             public_header "$included" || echo "$file includes $included"
     done | faults "a program reaches behind the public headers"
 
+# What programs share has a folder of its own, and a header's name one place that it can mean.
+shared='apps/text apps/http apps/control-text apps/inbox apps/record'
+for program in apps/vintok apps/ConferenceControl apps/multiplexer $shared; do
+    grep -hoE '^#include "[^"/]+"' "$program"/*.cpp "$program"/*.h 2>/dev/null | cut -d'"' -f2 | sort -u |
+        while read -r included; do
+            places=$(for folder in "$program" $shared; do ls "$folder/$included"; done 2>/dev/null | sort -u | wc -l)
+            [ "$places" -eq 1 ] || echo "$program: $included is in $places of its folder and the shared ones"
+        done
+done | faults "include of a program"
+
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.
 layers='
 0 Export TCPException
@@ -85,7 +101,7 @@ layers='
 2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard StreamBuffer
 2 StreamLoop RelayRun Delivery
 3 TCPGUID TCPHeader TCPMessage
-4 TCPSelect TCPServer testTCPServer
+4 TCPSelect SelectTable TCPServer testTCPServer Listeners
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
 6 ConferenceParticipant ConferenceControl ConferenceMessage messageUtil ClockCorrection Control
 7 vintok
