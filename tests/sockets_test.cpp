@@ -230,6 +230,24 @@ TEST_F(Sockets, ConnectToNobodyAndSayWhom) {
     expectNoError();
 }
 
+TEST_F(Sockets, GiveUpAConnectThatNobodyAnswersInTime) {
+    TCPAddress address = loopbackAt(freshPort());
+    ASSERT_NE(-1, keep(createBoundSocket(address, 1, 50, false, TCPAddress::IPTYPE_NONE)));
+    ASSERT_TRUE(setConnectTimeout(200));
+    int connected = 0; // until the queue of the listener, which does not accept, is full
+    for (int i = 0; i < 20 && connected != -1; ++i)
+        connected = keep(connectToBoundSocket(address));
+    EXPECT_EQ(-1, connected);
+    expectError(TCP_ERROR_SYSTEM_ERROR,
+                "connect vintok::connectToBoundSocket -- ( 127.0.0.1 )\nConnection timed out.\n");
+    unsigned short port = 0;
+    const int listener = listenSomewhere(port);
+    expectReachable(listener, loopbackAt(port));
+    closeDescriptor(listener);
+    EXPECT_EQ(-1, connectToBoundSocket(loopbackAt(port)));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_REFUSED, lastError());
+}
+
 TEST_F(Sockets, SayThatThereAreTooMany) {
     const std::size_t limit = platform::descriptorLimit();
     const int probe = platform::openSocket(platform::FAMILY_IPV4);

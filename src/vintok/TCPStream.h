@@ -199,12 +199,18 @@ VINTOK_API int createLocalSocket(unsigned short &port, int backlog, std::size_t 
 // `path` is at most 107 bytes and must not exist.
 VINTOK_API int createUnixSocket(const std::string &path, int backlog, bool flag);
 
-// Connects, blocking as long as the system takes. -1 with TCP_ERROR_CONNECTION_REFUSED,
+// Connects, blocking as long as the system takes, or as `setConnectTimeout` says. -1 with TCP_ERROR_CONNECTION_REFUSED,
 // TCP_ERROR_OUT_OF_MEMORY, TCP_ERROR_MAX_DESCRIPTORS or TCP_ERROR_SYSTEM_ERROR; with no error when
 // the address holds nothing to connect to. `port` is in host byte order, on the loopback address.
 VINTOK_API int connectToBoundSocket(const TCPAddress &address);
 VINTOK_API int connectLocal(unsigned short port);
 VINTOK_API int connectUnix(const std::string &path);
+
+// How long everything that connects waits for the other side to answer, `placeCall` too, in
+// milliseconds, in the whole process; 0, as at the start: as long as the system does, which may be
+// minutes. What takes longer fails with TCP_ERROR_SYSTEM_ERROR and the row "Connection timed out.".
+// False when the library is not started; the end of the library sets it back.
+VINTOK_API bool setConnectTimeout(std::uint32_t milliseconds);
 
 // Accepts one connection, blocking until there is one. `peer` becomes its address and stays as it
 // was on a local socket. -1 with TCP_ERROR_CONNECTION_RESET, TCP_ERROR_BAD_FILE_DESCRIPTOR (also

@@ -6,10 +6,13 @@
 
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
+#include "platform/Wait.h"
 #include "vintok/ByteOrder.h"
 #include "vintok/Globals.h"
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <new>
 #include <utility>
 
@@ -165,6 +168,34 @@ TCPError connectError(int error) {
     default:
         return TCP_ERROR_SYSTEM_ERROR;
     }
+}
+
+// Connects as long as the process lets a connect take.
+bool connectInTime(int fd, const platform::Endpoint &endpoint) {
+    using Clock = std::chrono::steady_clock;
+    const Globals *globals = startedGlobals();
+    const std::chrono::milliseconds timeout(globals != nullptr ? globals->m_connectTimeout.load()
+                                                               : 0);
+    if (timeout.count() == 0)
+        return platform::connectSocket(fd, endpoint);
+    const Clock::time_point end = Clock::now() + timeout;
+    platform::setBlockingMode(fd, false);
+    bool connected = platform::connectSocket(fd, endpoint);
+    const int error = connected ? 0 : platform::socketError();
+    if (error == socketErrors::inProgress || error == socketErrors::wouldBlock) {
+        bool answered = false;
+        for (auto left = timeout; !answered && left.count() > 0;
+             left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()))
+            answered = platform::awaitSocket(
+                fd, platform::Await::writable,
+                static_cast<std::int32_t>(std::min<std::int64_t>(left.count(), 1000)));
+        if (answered)
+            connected = platform::connectSucceeded(fd);
+        else
+            platform::setSocketError(socketErrors::timedOut);
+    }
+    platform::setBlockingMode(fd, true);
+    return connected;
 }
 
 // Says whom, unless the address has no text or there is no memory for it.
@@ -341,7 +372,7 @@ int connectToBoundSocket(const TCPAddress &address) try {
     }
     if (!takeAddress(address, endpoint))
         return -1;
-    if (!platform::connectSocket(socket.fd(), endpoint)) {
+    if (!connectInTime(socket.fd(), endpoint)) {
         reportRefusal(address, platform::socketError(), SourcePlace::caller());
         return -1;
     }
@@ -349,6 +380,16 @@ int connectToBoundSocket(const TCPAddress &address) try {
     return socket.give();
 } catch (const std::bad_alloc &) {
     return outOfMemory("vintok::connectToBoundSocket");
+}
+
+bool setConnectTimeout(std::uint32_t milliseconds) {
+    Globals *globals = startedGlobals();
+    if (globals == nullptr) {
+        VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED, "vintok::setConnectTimeout");
+        return false;
+    }
+    globals->m_connectTimeout = milliseconds;
+    return true;
 }
 
 int connectLocal(unsigned short port) {
