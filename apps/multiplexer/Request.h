@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+#include <vintok/HTTPText.h>
 
 namespace mux {
 
@@ -49,6 +50,7 @@ public:
 private:
     std::size_t m_limit;
     std::size_t m_seen = 0;
+    vintok::HTTPHeadEnd m_end;
 };
 
 } // namespace mux

@@ -1,5 +1,6 @@
 #include "Text.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 
@@ -107,6 +108,19 @@ std::string printable(std::string_view text, std::size_t limit) {
         } else {
             result.append(text.substr(begin, position - begin));
         }
+    }
+    return result;
+}
+
+std::string_view trimmed(std::string_view text, std::string_view blanks) {
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+std::string lowered(std::string_view text) {
+    std::string result(text);
+    for (char &c : result) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     return result;
 }

@@ -26,6 +26,12 @@ bool isHostileToTerminals(char32_t character);
 // "\x1b" or "\u202e". What is longer than `limit` characters is cut and ends in "...".
 std::string printable(std::string_view text, std::size_t limit = 100000);
 
+// Without what stands around it of `blanks`.
+std::string_view trimmed(std::string_view text, std::string_view blanks = " \t\r");
+
+// The letters of ASCII in lower case.
+std::string lowered(std::string_view text);
+
 // A number of decimal digits alone, 0 to 65535. False, changing nothing, for anything else.
 bool parseNumber(std::string_view text, unsigned short &number);
 

@@ -16,10 +16,12 @@
 
 #include "Base64.h"
 #include "Failure.h"
+#include "HTTPHead.h"
 #include "Passage.h"
 #include "ServerReply.h"
 
 #include <vintok/HTTPAddress.h>
+#include <vintok/HTTPText.h>
 #include <vintok/TCPAddress.h>
 #include <vintok/TCPStream.h>
 
@@ -51,12 +53,6 @@ constexpr seconds PROXY_TIME(60);
 constexpr seconds OFFER_TIME(900);
 constexpr seconds FLUSH_TIME(2);
 constexpr seconds END_TIME(1);
-
-constexpr char READY[] = "pLorMUX_Response: Ready\n\n";
-
-bool isSuccess(int status) {
-    return status >= 200 && status <= 206;
-}
 
 bool mayPass(int status) {
     return status == 0 || status == 408 || status == 429 || (status >= 500 && status <= 599);
@@ -236,7 +232,7 @@ Offer::Offerer::Then Offer::Offerer::ask(const std::shared_ptr<Passage> &passage
     if (!watchUntil(passage, last ? OFFER_TIME : PROXY_TIME)) {
         return Then::never;
     }
-    if (!passage->write(request.data(), request.size())) {
+    if (!passage->write(request)) {
         return fails(who(server) + " has closed the connection", Then::later);
     }
     if (last) {
@@ -249,7 +245,7 @@ Offer::Offerer::Then Offer::Offerer::ask(const std::shared_ptr<Passage> &passage
     if (passage->isWoken()) {
         return last ? Then::atOnce : fails(who(server) + " does not answer", Then::later);
     }
-    granted = isSuccess(readServerReply(text).status);
+    granted = vintok::isHTTPSuccess(readServerReply(text).status);
     return granted ? Then::atOnce : judge(server, text);
 }
 
@@ -261,7 +257,7 @@ Offer::Offerer::Then Offer::Offerer::judge(Server server, const std::string &tex
                                                  : " answers in something that is not HTTP"),
                      Then::later);
     }
-    if (reply.status == 401 || reply.status == 407) {
+    if (reply.isChallenge()) {
         return challenged(server, reply);
     }
     if (reply.status == 302 && server == Server::multiplexer) {
@@ -326,7 +322,7 @@ Offer::Offerer::Then Offer::Offerer::take(const std::shared_ptr<Passage> &passag
     if (passage->local == -1) {
         return fails(withLastFailure("cannot reach the own port"), Then::later);
     }
-    if (!passage->write(READY, sizeof READY - 1)) {
+    if (!passage->write(vintok::http_pLorMUX_Ready)) {
         return Then::atOnce; // the caller has gone
     }
     {
@@ -352,15 +348,12 @@ std::string Offer::Offerer::credentials(Server server) const {
 
 std::string Offer::Offerer::request() const {
     const std::string address = m_multiplexer.text();
-    return "CONNECT " + address +
-           " HTTP/1.0\r\n"
-           "pLorMUX_Version: 2.0\r\n"
-           "pLorMUX_ResponseRequired: true\r\n"
-           "pLorMUX_Redirect: true\r\n"
-           "pLorMUX_Offer: true\r\n"
-           "pLorMUX_MeetingID: " +
-           m_way.meetingID + "\r\npLorMUX_ConferenceAddress: " + address + "\r\n" +
-           credentials(Server::multiplexer) + "\r\n";
+    const std::string end = vintok::http_httpNewLine;
+    return "CONNECT " + address + " HTTP/1.0" + end + vintok::http_pLorMUX_Version2_0 + end +
+           vintok::http_pLorMUX_ResponseRequiredTrue + end + vintok::http_pLorMUX_RedirectTrue +
+           end + offerHeader + ": true" + end + vintok::http_pLorMUX_MeetingID + ": " +
+           m_way.meetingID + end + vintok::http_pLorMUX_ConferenceAddress + ": " + address + end +
+           credentials(Server::multiplexer) + end;
 }
 
 std::string Offer::Offerer::who(Server server) const {

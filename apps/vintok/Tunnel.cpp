@@ -18,11 +18,11 @@
 #include "Base64.h"
 
 #include <vintok/HTTPAddress.h>
+#include <vintok/HTTPText.h>
 #include <vintok/TCPAddress.h>
 #include <vintok/TCPStream.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace app {
 
@@ -33,14 +33,6 @@ constexpr unsigned int RETRIES = 5;
 
 // Behind CONNECT the library writes a port as a number of 16 bits with a sign.
 constexpr unsigned short LAST_PLAIN_PORT = 32767;
-
-bool isSuccess(unsigned int status) {
-    return status >= 200 && status <= 206;
-}
-
-bool isChallenge(int status) {
-    return status == 401 || status == 407;
-}
 
 // The same place under another name: a literal of IPv4 in its IPv6 form (RFC 4291), a literal of
 // IPv6 as it is, for that gets brackets, a name with one letter in the other case.
@@ -99,19 +91,16 @@ bool Tunnel::takeNext() {
     return true;
 }
 
-// The library's requests have 1024 bytes. One that does not fit is replaced by an empty one, for
-// which a server may wait for ever.
 std::string Tunnel::fault() const {
-    constexpr std::size_t room = 1024;
     const std::size_t remote = m_plan.remoteName().size();
     const std::size_t proxy = m_plan.proxy.host.size();
-    const std::size_t credentials = base64(m_way.credentials).size();
-    const char *build = std::getenv("QOR_BUILD_INFO");
-    const std::size_t buildSize = std::string(build != nullptr ? build : "none").size();
-    if (buildSize + 308 + 2 * remote + proxy + m_plan.meetingID.size() >= room) {
+    if (!vintok::fitsMultiplexerRequest(remote, proxy, m_plan.meetingID.size())) {
         return "the meeting identifier is too long for a request";
     }
-    if (credentials != 0 && 2 * credentials + 173 + remote + std::max(remote, proxy) >= room) {
+    // Who is asked for them may be named twice.
+    const std::size_t credentials = base64(m_way.credentials).size();
+    if (credentials != 0 &&
+        !vintok::fitsProxyRequest(remote, std::max(remote, proxy), credentials)) {
         return "the user name and the password are too long for a request";
     }
     return "";
@@ -135,16 +124,16 @@ std::string Tunnel::who() const {
 // ---- What was answered
 
 void Tunnel::answered(unsigned int status, const std::string &reply) {
-    if (m_anyAnswer && !isSuccess(m_status)) {
+    if (m_anyAnswer && !vintok::isHTTPSuccess(m_status)) {
         return; // the library tells a server's failure twice
     }
     ++m_answers;
     m_anyAnswer = true;
-    m_status = status;
+    m_status = static_cast<int>(status);
     m_reply = readServerReply(reply);
     m_silent = reply.empty();
     m_paused = status == 0 && vintok::lastError() == vintok::TCP_ERROR_WOULD_BLOCK;
-    m_opened = isSuccess(status) && (m_answers == 2 || !asksTwice());
+    m_opened = vintok::isHTTPSuccess(m_status) && (m_answers == 2 || !asksTwice());
     if (status == 0) {
         return;
     }
@@ -226,7 +215,7 @@ std::string Tunnel::failure() const {
     if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty()) {
         return who() + " goes on without TLS, which is required";
     }
-    if (!m_anyAnswer || isSuccess(m_status)) {
+    if (!m_anyAnswer || vintok::isHTTPSuccess(m_status)) {
         return "";
     }
     if (m_status == 0) {
@@ -235,7 +224,7 @@ std::string Tunnel::failure() const {
                         : m_silent ? " has closed the connection without a whole answer"
                                    : " answers in something that is not HTTP");
     }
-    if (isChallenge(m_reply.status)) {
+    if (m_reply.isChallenge()) {
         return challengeFailure();
     }
     if (m_status == 302) {

@@ -67,8 +67,8 @@ private:
     Report &m_report;
     CallPlan m_plan;
     std::optional<CallPlan> m_next;
-    int m_answers = 0;         // of this call
-    unsigned int m_status = 0; // of the last answer, as the library counts it
+    int m_answers = 0; // of this call
+    int m_status = 0;  // of the last answer, as the library counts it
     bool m_anyAnswer = false;
     bool m_silent = false; // the last answer has no text
     bool m_paused = false; // and its server is still there
