@@ -1,5 +1,6 @@
 #include "Failure.h"
 
+#include <platform/SocketErrors.h>
 #include <vintok/TCPStream.h>
 
 namespace app {
@@ -20,7 +21,9 @@ std::string withLastFailure(const std::string &text) {
 
 bool lastFailureIsTakenPort() {
     const std::string context = vintok::lastErrorString();
-    for (const int error : {10013, 10048}) { // Windows has two ways to say it
+    for (const int error :
+         {vintok::socketErrors::accessDenied, vintok::socketErrors::addressInUse}) {
+        // Windows has two ways to say it.
         if (context.find(vintok::sysErrorString(error)) != std::string::npos) {
             return true;
         }

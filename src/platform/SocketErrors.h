@@ -11,6 +11,7 @@ inline constexpr int noMemory = 12;
 inline constexpr int invalid = 22;
 inline constexpr int tooManyDescriptors = 24;
 inline constexpr int remoteIO = 121;
+inline constexpr int accessDenied = 10013;
 inline constexpr int wouldBlock = 10035;
 inline constexpr int inProgress = 10036;
 inline constexpr int notSocket = 10038;
