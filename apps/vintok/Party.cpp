@@ -1,9 +1,9 @@
 // Everything happens on one thread, inside the passes of the loop. The participant and the inbox
-// share that loop. A party is calling (join only, until the answer), in a meeting, or done; once it
-// is done the loop ends after the pass that it is in, and the participant goes down with the party.
+// share that loop. What may happen depends on the stage of the party (`Party::Stage`); once it is
+// done the participant goes down with it.
 //
 // The library does not tell when the connection of a call that was not yet answered breaks. The
-// loop then has as many descriptors as before the call, which `afterPass` looks for.
+// loop then has as many descriptors as before the call, which `awaitAnswer` looks for.
 #include "Party.h"
 
 #include "Failure.h"
@@ -73,6 +73,7 @@ void Party::introduce() {
 }
 
 bool Party::host() {
+    enter(Stage::meeting);
     m_report.hosting(m_options.meeting);
     if (!m_participant.hostMeeting(m_options.meeting)) {
         return false;
@@ -101,7 +102,7 @@ bool Party::call() {
         plan = m_tunnel->plan();
     }
     m_report.call(CallEvent::calling, whom());
-    m_calling = true;
+    enter(Stage::calling);
     return place(plan);
 }
 
@@ -143,7 +144,7 @@ void Party::loop() {
     if (!m_player) {
         m_inbox.readStandardInput();
     }
-    while (!m_done) {
+    while (m_stage != Stage::done) {
         if (m_playsNow) {
             m_loop.pollDescriptors(true);
         } else {
@@ -154,50 +155,58 @@ void Party::loop() {
 }
 
 void Party::afterPass() {
-    if (m_done) {
-        return;
+    if (m_stage == Stage::calling) {
+        awaitAnswer();
+    } else if (m_stage != Stage::done) {
+        goOn();
     }
+}
+
+void Party::awaitAnswer() {
+    if (m_tunnel && m_tunnel->takeNext()) {
+        place(m_tunnel->plan());
+    } else if (m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
+        callBreaks();
+    } else {
+        tellBreak();
+    }
+}
+
+void Party::goOn() {
     if (m_offer) {
         m_offer->tell(m_report);
-    }
-    if (m_calling && m_tunnel && m_tunnel->takeNext()) {
-        place(m_tunnel->plan());
-        return;
-    }
-    if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
-        return callBreaks();
     }
     tellBreak();
     if (m_options.role == Role::host && !m_participant.isHost()) {
         // The library ends a meeting when the last guest has gone. This one goes on.
         m_participant.hostMeeting(m_options.meeting);
     }
-    if (m_options.role == Role::join && !m_calling && !m_participant.isMeeting()) {
-        return m_leaving ? part() : meetingEnds("The meeting is over.");
+    if (m_options.role == Role::join && !m_participant.isMeeting()) {
+        return m_stage == Stage::leaving ? part() : meetingEnds("The meeting is over.");
     }
-    while (!m_calling && !m_done && !m_unsaid.empty()) {
+    while (m_stage != Stage::done && !m_unsaid.empty()) {
         const Command command = m_unsaid.front();
         m_unsaid.pop_front();
         obey(command);
     }
-    if (!m_calling && !m_done && !m_leaving && m_player) {
+    if (m_stage == Stage::meeting && m_player) {
         play();
     }
-    if (!m_calling && !m_done && !m_leaving) {
+    if (m_stage == Stage::meeting) {
         m_files.sendNext();
     }
-    if (!m_calling && m_inputEnded && !m_options.stay && m_files.allSent()) {
+    if (m_inputEnded && !m_options.stay && m_files.allSent()) {
         leave();
     }
 }
 
 void Party::finish(const std::string &reason) {
-    m_done = true;
+    enter(Stage::done);
     m_report.ended(reason);
 }
 
 void Party::fail(const std::string &reason) {
-    m_done = true;
+    enter(Stage::done);
     m_exitCode = 1;
     m_report.failed(reason);
 }
@@ -211,12 +220,12 @@ void Party::meetingEnds(const std::string &reason) {
 }
 
 void Party::leave() {
-    if (m_leaving || m_done) {
+    if (m_stage >= Stage::leaving) {
         return;
     }
     // A guest waits for the host to close the connection, so that its last lines arrive.
     if (m_participant.isMeeting() && m_host != -1 && sendHangup(m_host)) {
-        m_leaving = true;
+        enter(Stage::leaving);
         m_patience = PARTING_SECONDS;
         return;
     }
@@ -224,7 +233,9 @@ void Party::leave() {
 }
 
 void Party::part() {
-    m_calling = false;
+    if (m_stage == Stage::calling) {
+        enter(Stage::leaving); // that the call ends is no news then
+    }
     m_participant.hangup();
     if (!m_failure.empty()) {
         return fail(m_failure);

@@ -16,6 +16,7 @@
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <memory>
@@ -41,6 +42,17 @@ private:
         Party &party;
     };
 
+    // A party goes forward through these and may leave some out. What comes too late for a stage
+    // does not bring it back.
+    enum class Stage {
+        starting,
+        calling, // an own call has not been answered
+        meeting, // from the answer on; a host from its start
+        leaving, // the host has been told, and has not hung up yet
+        done     // the loop ends after the pass that it is in
+    };
+    void enter(Stage stage) { m_stage = std::max(m_stage, stage); }
+
     // ---- Start, loop and end (Party.cpp)
     void introduce();
     void setCallbacks();
@@ -51,6 +63,8 @@ private:
     std::string whom() const;
     void loop();
     void afterPass();
+    void awaitAnswer();
+    void goOn();
     void finish(const std::string &reason);
     void fail(const std::string &reason);
     void meetingEnds(const std::string &reason);
@@ -107,9 +121,7 @@ private:
     unsigned int m_patience = 0; // ticks until it is left without the host's hanging up
     unsigned int m_seconds = 0;  // since the loop began
     unsigned int m_lastCall = 0;
-    bool m_calling = false; // an own call has not been answered
-    bool m_leaving = false; // the host has been told and has not hung up yet
-    bool m_done = false;
+    Stage m_stage = Stage::starting;
     bool m_inputEnded = false;
     bool m_wantsLead = false;         // has asked for it and has not been answered
     bool m_leadAsked = false;         // somebody waits for this party's answer

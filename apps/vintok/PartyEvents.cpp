@@ -43,7 +43,7 @@ void Party::setCallbacks() {
         of(p).m_report.call(CallEvent::ringing, of(p).whom());
     });
     m_participant.setAcceptedCB([](Library *p, const std::string &, const Called &) {
-        of(p).m_calling = false;
+        of(p).enter(Stage::meeting);
         of(p).m_report.call(CallEvent::accepted, of(p).whom());
     });
     m_participant.setRejectedCB([](Library *p, const std::string &, const Called &) {
@@ -57,9 +57,7 @@ void Party::setCallbacks() {
     setTunnelCallbacks();
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
-        if (of(p).m_calling) {
-            of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
-        }
+        of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
     });
 }
 
@@ -134,7 +132,7 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.remove(person);
     m_files.left(person);
-    if (m_leaving) {
+    if (m_stage == Stage::leaving) {
         return; // it is this party that leaves
     }
     m_report.left(person);
@@ -240,10 +238,9 @@ void Party::callEnds(CallEvent event, const std::string &reason) {
 }
 
 void Party::callFails(CallEvent event, const std::string &failure) {
-    if (!m_calling) {
+    if (m_stage != Stage::calling) {
         return;
     }
-    m_calling = false;
     m_report.call(event, whom());
     fail(failure);
 }
