@@ -78,9 +78,9 @@ bool Party::host() {
     if (!m_participant.hostMeeting(m_options.meeting)) {
         return false;
     }
-    if (m_options.way.isTunnelled()) {
-        m_offer =
-            std::make_unique<Offer>(m_options.way, m_participant.address().hostByteOrderPort());
+    if (m_options.tunnel.wanted()) {
+        m_offer = std::make_unique<TunnelOffer>(m_options.tunnel,
+                                                m_participant.address().hostByteOrderPort());
         if (!m_offer->start()) {
             fail("cannot start a thread");
             return false;
@@ -92,14 +92,14 @@ bool Party::host() {
 bool Party::call() {
     CallPlan plan;
     plan.remote = m_options.target;
-    if (m_options.way.isTunnelled()) {
-        m_tunnel = std::make_unique<Tunnel>(m_options.way, m_options.target,
-                                            m_options.secure.required, m_report);
-        if (const std::string fault = m_tunnel->fault(); !fault.empty()) {
+    if (m_options.tunnel.wanted()) {
+        m_tunnelCall = std::make_unique<TunnelCall>(m_options.tunnel, m_options.target,
+                                                    m_options.secure.required, m_report);
+        if (const std::string fault = m_tunnelCall->fault(); !fault.empty()) {
             fail(fault);
             return false;
         }
-        plan = m_tunnel->plan();
+        plan = m_tunnelCall->plan();
     }
     m_report.call(CallEvent::calling, whom());
     enter(Stage::calling);
@@ -135,7 +135,7 @@ std::string Party::callFailure(const Target &target) {
 
 // Who is called: a party, or by way of a multiplexer perhaps nobody but a meeting.
 std::string Party::whom() const {
-    return m_options.target.host.empty() ? "the meeting " + m_options.way.meetingID
+    return m_options.target.host.empty() ? "the meeting " + m_options.tunnel.meetingID
                                          : m_options.target.text();
 }
 
@@ -163,8 +163,8 @@ void Party::afterPass() {
 }
 
 void Party::awaitAnswer() {
-    if (m_tunnel && m_tunnel->takeNext()) {
-        place(m_tunnel->plan());
+    if (m_tunnelCall && m_tunnelCall->takeNext()) {
+        place(m_tunnelCall->plan());
     } else if (m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
         callBreaks();
     } else {

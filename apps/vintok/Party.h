@@ -5,13 +5,13 @@
 #include "Command.h"
 #include "Files.h"
 #include "Inbox.h"
-#include "Offer.h"
 #include "Options.h"
 #include "Person.h"
 #include "Player.h"
 #include "RecordWriter.h"
 #include "Report.h"
-#include "Tunnel.h"
+#include "TunnelCall.h"
+#include "TunnelOffer.h"
 
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
@@ -123,12 +123,12 @@ private:
     unsigned int m_lastCall = 0;
     Stage m_stage = Stage::starting;
     bool m_inputEnded = false;
-    bool m_wantsLead = false;         // has asked for it and has not been answered
-    bool m_leadAsked = false;         // somebody waits for this party's answer
-    bool m_playsNow = false;          // the next message of the recording may be due as well
-    std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
-    std::unique_ptr<Offer> m_offer;   // of a host at a multiplexer
-    std::deque<Command> m_unsaid;     // typed before there was a meeting
+    bool m_wantsLead = false; // has asked for it and has not been answered
+    bool m_leadAsked = false; // somebody waits for this party's answer
+    bool m_playsNow = false;  // the next message of the recording may be due as well
+    std::unique_ptr<TunnelCall> m_tunnelCall; // of a call by way of a multiplexer
+    std::unique_ptr<TunnelOffer> m_offer;     // of a host at a multiplexer
+    std::deque<Command> m_unsaid;             // typed before there was a meeting
     People m_people;
     Files m_files;
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer

@@ -64,19 +64,19 @@ void Party::setCallbacks() {
 void Party::setTunnelCallbacks() {
     using Library = vintok::ConferenceParticipant;
     m_participant.setServerResponseCB([](Library *p, unsigned int status, const std::string &text) {
-        if (of(p).m_tunnel) {
-            of(p).m_tunnel->answered(status, text);
+        if (of(p).m_tunnelCall) {
+            of(p).m_tunnelCall->answered(status, text);
         }
     });
     m_participant.setProxyCB([](Library *p, const std::string &, unsigned short,
                                 const std::string &, unsigned short, const std::string &,
                                 unsigned int retries,
-                                const std::string &) { of(p).m_tunnel->challenged(retries); });
+                                const std::string &) { of(p).m_tunnelCall->challenged(retries); });
     m_participant.setRedirectCB([](Library *p, const std::string &name, unsigned short port,
                                    const std::string &, unsigned short, const std::string &,
                                    unsigned int retries, const std::string &) {
         p->setMUXRedirected(true); // from now on each one costs a retry
-        of(p).m_tunnel->redirected(name, port, retries);
+        of(p).m_tunnelCall->redirected(name, port, retries);
     });
 }
 
@@ -216,7 +216,7 @@ void Party::tellSecurity(const Person &person) {
 
 // The server on the way at which the encryption ends; empty when it ends at the host.
 std::string Party::secureServer() const {
-    return m_tunnel ? m_tunnel->secureServer() : "";
+    return m_tunnelCall ? m_tunnelCall->secureServer() : "";
 }
 
 std::vector<Person> Party::people() const {
@@ -247,7 +247,7 @@ void Party::callFails(CallEvent event, const std::string &failure) {
 
 // The connection of the call is gone.
 void Party::callBreaks() {
-    std::string failure = m_tunnel ? m_tunnel->failure() : "";
+    std::string failure = m_tunnelCall ? m_tunnelCall->failure() : "";
     const std::string insecure = tellBreak();
     if (failure.empty()) {
         failure = whom() + (insecure.empty() ? " has hung up without an answer"

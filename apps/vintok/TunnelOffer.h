@@ -1,22 +1,22 @@
 // A host's standing offer at a multiplexer: callers of the meeting get to this host by way of it,
 // with no call from outside.
-#ifndef VINTOK_APP_OFFER_H
-#define VINTOK_APP_OFFER_H
+#ifndef VINTOK_APP_TUNNELOFFER_H
+#define VINTOK_APP_TUNNELOFFER_H
 
 #include "Report.h"
-#include "Way.h"
+#include "TunnelOptions.h"
 
 #include <memory>
 
 namespace app {
 
-class Offer {
+class TunnelOffer {
 public:
     // For the host that listens on this port of the machine.
-    Offer(const Way &way, unsigned short port);
-    ~Offer(); // as `end`
-    Offer(const Offer &) = delete;
-    Offer &operator=(const Offer &) = delete;
+    TunnelOffer(const TunnelOptions &tunnel, unsigned short port);
+    ~TunnelOffer(); // as `end`
+    TunnelOffer(const TunnelOffer &) = delete;
+    TunnelOffer &operator=(const TunnelOffer &) = delete;
 
     // Starts the thread that offers. False when there is none to be had.
     bool start();
