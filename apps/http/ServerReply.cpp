@@ -62,6 +62,13 @@ std::string ServerReply::text() const {
            (detail.empty() ? "" : " (" + detail + ')');
 }
 
+std::string ServerReply::challengeFault(bool answered) const {
+    return answered ? " does not accept the user name or the password"
+           : takesBasic
+               ? ""
+               : " asks for credentials by the scheme '" + scheme + "'; only 'basic' is known here";
+}
+
 ServerReply readServerReply(std::string_view text) {
     ServerReply reply;
     std::istringstream first{std::string(takeLine(text))};

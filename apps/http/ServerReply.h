@@ -22,6 +22,10 @@ struct ServerReply {
     // Credentials are wanted.
     bool isChallenge() const { return status == 401 || status == 407; }
 
+    // Why a challenge cannot be met, as the rest of a sentence about the server; empty when
+    // credentials can meet it. `answered`: it had some.
+    std::string challengeFault(bool answered) const;
+
     // "407 Proxy Authentication Required (credentials are needed)"
     std::string text() const;
 };

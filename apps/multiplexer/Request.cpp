@@ -4,7 +4,6 @@
 #include "Text.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace mux {
 
@@ -62,11 +61,6 @@ bool parseHead(std::string_view head, Request &request) {
 
 } // namespace
 
-std::string Authority::text() const {
-    const bool literal = host.find(':') != std::string::npos;
-    return (literal ? '[' + host + ']' : host) + ':' + std::to_string(port);
-}
-
 bool parseAuthority(std::string_view text, Authority &authority) {
     const std::size_t colon = text.rfind(':');
     if (colon == std::string_view::npos) {
@@ -76,11 +70,9 @@ bool parseAuthority(std::string_view text, Authority &authority) {
     if (host.size() >= 2 && host.front() == '[' && host.back() == ']') {
         host = host.substr(1, host.size() - 2);
     }
-    const std::string_view digits = text.substr(colon + 1);
     int port = 0;
-    const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), port);
-    if (parsed.ec != std::errc() || parsed.ptr != digits.data() + digits.size() || port == 0 ||
-        port < -32768 || port > 65535) {
+    if (!app::parseNumber(text.substr(colon + 1), port) || port == 0 || port < -32768 ||
+        port > 65535) {
         return false;
     }
     if (host.size() > LONGEST_HOST || !std::all_of(host.begin(), host.end(), [](unsigned char c) {

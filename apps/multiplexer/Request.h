@@ -2,8 +2,9 @@
 #ifndef MULTIPLEXER_REQUEST_H
 #define MULTIPLEXER_REQUEST_H
 
+#include "Target.h"
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -12,14 +13,8 @@
 
 namespace mux {
 
-// A host and its port as a request names them.
-struct Authority {
-    std::string host; // lower case, without brackets
-    std::uint16_t port = 0;
-
-    std::string text() const; // as a URL has it
-    bool operator==(const Authority &other) const = default;
-};
+// A host and its port as a request names them: lower case, without brackets, and no port is 0.
+using Authority = app::Target;
 
 // "host:port", "[v6]:port" or "v6:port". Participants print the port behind CONNECT with a sign:
 // one above 32767 is negative there. False for port 0, and for a host with blanks or brackets.

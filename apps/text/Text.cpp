@@ -1,7 +1,6 @@
 #include "Text.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 
 namespace app {
@@ -123,17 +122,6 @@ std::string lowered(std::string_view text) {
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
     return result;
-}
-
-bool parseNumber(std::string_view text, unsigned short &number) {
-    const char *end = text.data() + text.size();
-    unsigned short parsed = 0;
-    const auto result = std::from_chars(text.data(), end, parsed);
-    if (result.ec != std::errc() || result.ptr != end) {
-        return false;
-    }
-    number = parsed;
-    return true;
 }
 
 } // namespace app

@@ -1,4 +1,4 @@
-#include "OfferPassages.h"
+#include "OfferState.h"
 
 namespace app {
 

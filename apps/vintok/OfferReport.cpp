@@ -1,4 +1,4 @@
-#include "OfferReport.h"
+#include "OfferState.h"
 
 #include <utility>
 

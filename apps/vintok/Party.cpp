@@ -79,9 +79,8 @@ bool Party::host() {
         return false;
     }
     if (m_options.tunnel.wanted()) {
-        m_offer = std::make_unique<TunnelOffer>(m_options.tunnel,
-                                                m_participant.address().hostByteOrderPort());
-        if (!m_offer->start()) {
+        m_offer = std::make_unique<TunnelOffer>();
+        if (!m_offer->start(m_options.tunnel, m_participant.address().hostByteOrderPort())) {
             fail("cannot start a thread");
             return false;
         }

@@ -195,12 +195,9 @@ void TunnelCall::redirected(const std::string &name, unsigned short port, unsign
 
 std::string TunnelCall::challengeFailure() const {
     const std::string asks = who() + " asks for a user name and a password";
-    if (!m_plan.authentication.empty() && m_answers == 1) {
-        return who() + " does not accept the user name or the password";
-    }
-    if (!m_reply.takesBasic) {
-        return who() + " asks for credentials by the scheme '" + m_reply.scheme +
-               "'; only 'basic' is known here";
+    const bool answered = !m_plan.authentication.empty() && m_answers == 1;
+    if (const std::string fault = m_reply.challengeFault(answered); !fault.empty()) {
+        return who() + fault;
     }
     if (m_answers != 1) {
         return asks + ", which cannot be brought to it through a proxy";

@@ -1,7 +1,7 @@
 // One thread offers: it connects, through the proxy if there is one, asks, and waits for the
 // answer, which comes with a caller. The connection then becomes a passage to the host's own port,
-// with a thread of its own (OfferPassages.h), and the next offer is made. What the thread has to
-// tell is kept for the loop of the host, which alone speaks to the report (OfferReport.h).
+// with a thread of its own (OfferPassages.cpp), and the next offer is made. What the thread has to
+// tell is kept for the loop of the host, which alone speaks to the report (OfferReport.cpp).
 //
 //     answer              then
 //     2xx                 a caller is there: pass bytes, offer again
@@ -17,8 +17,7 @@
 #include "Base64.h"
 #include "Failure.h"
 #include "HTTPHead.h"
-#include "OfferPassages.h"
-#include "OfferReport.h"
+#include "OfferState.h"
 #include "ServerReply.h"
 
 #include <vintok/HTTPAddress.h>
@@ -51,23 +50,13 @@ bool mayPass(int status) {
     return status == 0 || status == 408 || status == 429 || (status >= 500 && status <= 599);
 }
 
-} // namespace
-
-struct TunnelOffer::State {
-    // Keeps the library open for the threads that are still at work when the program closes it.
-    State() { vintok::init(); }
-    ~State() { vintok::fini(); }
-    State(const State &) = delete;
-    State &operator=(const State &) = delete;
-
-    OfferPassages passages;
-    OfferReport report;
-};
+enum class Then { atOnce, differently, later, never };
+enum class Server { none, proxy, multiplexer };
 
 // What runs on the thread.
-class TunnelOffer::Offerer {
+class Offerer {
 public:
-    Offerer(std::shared_ptr<State> state, const TunnelOptions &tunnel, unsigned short port)
+    Offerer(std::shared_ptr<OfferState> state, const TunnelOptions &tunnel, unsigned short port)
         : m_state(std::move(state)),
           m_tunnel(tunnel),
           m_port(port),
@@ -76,9 +65,6 @@ public:
     void run();
 
 private:
-    enum class Then { atOnce, differently, later, never };
-    enum class Server { none, proxy, multiplexer };
-
     bool pause();
     Then offer();
     bool connect(Passage &passage);
@@ -94,7 +80,7 @@ private:
     std::string who(Server server) const;
     Then fails(const std::string &reason, Then then);
 
-    const std::shared_ptr<State> m_state;
+    const std::shared_ptr<OfferState> m_state;
     const TunnelOptions m_tunnel;
     const unsigned short m_port;
     Target m_multiplexer;
@@ -104,7 +90,7 @@ private:
     bool m_refused = false; // the last failure came behind the request
 };
 
-void TunnelOffer::Offerer::run() {
+void Offerer::run() {
     while (m_state->passages.awaitRoom()) {
         const Then then = offer();
         if (then == Then::never || (then == Then::later && !pause())) {
@@ -113,12 +99,12 @@ void TunnelOffer::Offerer::run() {
     }
 }
 
-bool TunnelOffer::Offerer::pause() {
+bool Offerer::pause() {
     const seconds delay = std::exchange(m_delay, std::min(2 * m_delay, longestDelay));
     return m_state->passages.pause(delay);
 }
 
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::offer() {
+Then Offerer::offer() {
     const auto passage = std::make_shared<Passage>();
     if (!passage->open()) {
         return fails(withLastFailure("cannot make sockets on the loopback address"), Then::later);
@@ -148,7 +134,7 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::offer() {
     return then == Then::atOnce && !stood ? Then::later : then;
 }
 
-bool TunnelOffer::Offerer::connect(Passage &passage) {
+bool Offerer::connect(Passage &passage) {
     const Target &target = m_tunnel.proxy.host.empty() ? m_multiplexer : m_tunnel.proxy;
     vintok::TCPAddress address;
     if (!address.resolve(target.host)) {
@@ -165,9 +151,8 @@ bool TunnelOffer::Offerer::connect(Passage &passage) {
     return passage.server != -1;
 }
 
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::ask(const std::shared_ptr<Passage> &passage,
-                                                     Server server, const std::string &request,
-                                                     bool &granted) {
+Then Offerer::ask(const std::shared_ptr<Passage> &passage, Server server,
+                  const std::string &request, bool &granted) {
     granted = false;
     const bool last = server == Server::multiplexer;
     if (!m_state->passages.await(passage, last ? offerTime : proxyTime)) {
@@ -190,7 +175,7 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::ask(const std::shared_ptr<Passa
     return granted ? Then::atOnce : judge(server, text);
 }
 
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::judge(Server server, const std::string &text) {
+Then Offerer::judge(Server server, const std::string &text) {
     const ServerReply reply = readServerReply(text);
     m_refused = server == Server::multiplexer;
     if (text.empty() || reply.status == 0) {
@@ -213,31 +198,23 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::judge(Server server, const std:
                  mayPass(reply.status) ? Then::later : Then::never);
 }
 
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::challenged(Server server,
-                                                            const ServerReply &reply) {
-    const std::string asks = who(server) + " asks for ";
-    if (m_asked == server) {
-        return fails(who(server) + " does not accept the user name or the password", Then::never);
-    }
-    if (!reply.takesBasic) {
-        return fails(asks + "credentials by the scheme '" + reply.scheme +
-                         "'; only 'basic' is known here",
-                     Then::never);
+Then Offerer::challenged(Server server, const ServerReply &reply) {
+    const std::string asks = who(server) + " asks for a user name and a password";
+    if (const std::string fault = reply.challengeFault(m_asked == server); !fault.empty()) {
+        return fails(who(server) + fault, Then::never);
     }
     if (m_tunnel.credentials.empty()) {
-        return fails(asks + "a user name and a password: give them with --auth-file, --auth or "
-                            "VINTOK_PROXY_AUTH",
+        return fails(asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH",
                      Then::never);
     }
     if (m_asked != Server::none) {
-        return fails(asks + "a user name and a password, and so does the other server on the way",
-                     Then::never);
+        return fails(asks + ", and so does the other server on the way", Then::never);
     }
     m_asked = server;
     return Then::differently;
 }
 
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::redirected(const ServerReply &reply) {
+Then Offerer::redirected(const ServerReply &reply) {
     vintok::HTTPAddress to;
     std::string name;
     if (!to.setURL(reply.location) || !(to.name(name) || to.ipString(name, false))) {
@@ -256,7 +233,7 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::redirected(const ServerReply &r
 }
 
 // A caller is there. The multiplexer waits for the ready line, and the caller for the host.
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::take(const std::shared_ptr<Passage> &passage) {
+Then Offerer::take(const std::shared_ptr<Passage> &passage) {
     m_delay = shortestDelay;
     m_redirects = 0;
     m_refused = false;
@@ -275,7 +252,7 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::take(const std::shared_ptr<Pass
                : fails("cannot start a thread", Then::later);
 }
 
-std::string TunnelOffer::Offerer::credentials(Server server) const {
+std::string Offerer::credentials(Server server) const {
     if (m_asked != server) {
         return "";
     }
@@ -283,7 +260,7 @@ std::string TunnelOffer::Offerer::credentials(Server server) const {
            base64(m_tunnel.credentials) + "\r\n";
 }
 
-std::string TunnelOffer::Offerer::request() const {
+std::string Offerer::request() const {
     const std::string address = m_multiplexer.text();
     const std::string end = vintok::http_httpNewLine;
     return "CONNECT " + address + " HTTP/1.0" + end + vintok::http_pLorMUX_Version2_0 + end +
@@ -293,13 +270,13 @@ std::string TunnelOffer::Offerer::request() const {
            end + credentials(Server::multiplexer) + end;
 }
 
-std::string TunnelOffer::Offerer::who(Server server) const {
+std::string Offerer::who(Server server) const {
     return server == Server::proxy ? "the proxy " + m_tunnel.proxy.text()
                                    : "the multiplexer " + m_multiplexer.text();
 }
 
 // The next try begins where the first one did.
-TunnelOffer::Offerer::Then TunnelOffer::Offerer::fails(const std::string &reason, Then then) {
+Then Offerer::fails(const std::string &reason, Then then) {
     if (m_multiplexer.text() != m_tunnel.multiplexer.text()) {
         m_multiplexer = m_tunnel.multiplexer;
         m_asked = m_asked == Server::multiplexer ? Server::none : m_asked;
@@ -309,18 +286,19 @@ TunnelOffer::Offerer::Then TunnelOffer::Offerer::fails(const std::string &reason
     return then;
 }
 
-TunnelOffer::TunnelOffer(const TunnelOptions &tunnel, unsigned short port)
-    : m_state(std::make_shared<State>()) {
-    m_offerer = std::make_shared<Offerer>(m_state, tunnel, port);
-}
+} // namespace
+
+TunnelOffer::TunnelOffer() : m_state(std::make_shared<OfferState>()) {}
 
 TunnelOffer::~TunnelOffer() {
     end();
 }
 
-bool TunnelOffer::start() {
+bool TunnelOffer::start(const TunnelOptions &tunnel, unsigned short port) {
     try {
-        std::thread([offerer = m_offerer] { offerer->run(); }).detach();
+        std::thread([offerer = std::make_shared<Offerer>(m_state, tunnel, port)] {
+            offerer->run();
+        }).detach();
     } catch (const std::system_error &) {
         return false;
     }

@@ -10,16 +10,18 @@
 
 namespace app {
 
+struct OfferState;
+
 class TunnelOffer {
 public:
-    // For the host that listens on this port of the machine.
-    TunnelOffer(const TunnelOptions &tunnel, unsigned short port);
+    TunnelOffer();
     ~TunnelOffer(); // as `end`
     TunnelOffer(const TunnelOffer &) = delete;
     TunnelOffer &operator=(const TunnelOffer &) = delete;
 
-    // Starts the thread that offers. False when there is none to be had.
-    bool start();
+    // Starts the thread that offers, for the host that listens on this port of the machine. False
+    // when there is none to be had.
+    bool start(const TunnelOptions &tunnel, unsigned short port);
 
     // On the host's own thread: once a second, and after each pass of its loop.
     void tick();
@@ -30,10 +32,7 @@ public:
     void end();
 
 private:
-    struct State;
-    class Offerer;
-    std::shared_ptr<State> m_state; // shared with the threads, which may outlive this object
-    std::shared_ptr<Offerer> m_offerer;
+    std::shared_ptr<OfferState> m_state; // shared with the threads, which may outlive this object
 };
 
 } // namespace app
