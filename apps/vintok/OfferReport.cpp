@@ -1,4 +1,4 @@
-#include "OfferState.h"
+#include "TunnelOffer.h"
 
 #include <utility>
 

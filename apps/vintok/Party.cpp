@@ -59,7 +59,7 @@ int Party::run() {
         loop();
     }
     if (m_offer) {
-        m_offer->end();
+        m_offer->passages.end();
     }
     return m_exitCode;
 }
@@ -79,8 +79,8 @@ bool Party::host() {
         return false;
     }
     if (m_options.tunnel.wanted()) {
-        m_offer = std::make_unique<TunnelOffer>();
-        if (!m_offer->start(m_options.tunnel, m_participant.address().hostByteOrderPort())) {
+        m_offer = TunnelOffer::start(m_options.tunnel, m_participant.address().hostByteOrderPort());
+        if (!m_offer) {
             fail("cannot start a thread");
             return false;
         }
@@ -173,7 +173,7 @@ void Party::awaitAnswer() {
 
 void Party::goOn() {
     if (m_offer) {
-        m_offer->tell(m_report);
+        m_offer->report.tell(m_report);
     }
     tellBreak();
     if (m_options.role == Role::host && !m_participant.isHost()) {

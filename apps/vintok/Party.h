@@ -127,7 +127,7 @@ private:
     bool m_leadAsked = false; // somebody waits for this party's answer
     bool m_playsNow = false;  // the next message of the recording may be due as well
     std::unique_ptr<TunnelCall> m_tunnelCall; // of a call by way of a multiplexer
-    std::unique_ptr<TunnelOffer> m_offer;     // of a host at a multiplexer
+    std::shared_ptr<TunnelOffer> m_offer;     // of a host at a multiplexer
     std::deque<Command> m_unsaid;             // typed before there was a meeting
     People m_people;
     Files m_files;

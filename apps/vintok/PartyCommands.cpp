@@ -158,7 +158,8 @@ void Party::tick() {
     ++m_seconds;
     m_files.tick();
     if (m_offer) {
-        m_offer->tick();
+        m_offer->passages.tick();
+        m_offer->report.tick();
     }
     if (m_stage == Stage::leaving && --m_patience == 0) {
         return part();

@@ -17,7 +17,6 @@
 #include "Base64.h"
 #include "Failure.h"
 #include "HTTPHead.h"
-#include "OfferState.h"
 #include "ServerReply.h"
 
 #include <vintok/HTTPAddress.h>
@@ -56,8 +55,8 @@ enum class Server { none, proxy, multiplexer };
 // What runs on the thread.
 class Offerer {
 public:
-    Offerer(std::shared_ptr<OfferState> state, const TunnelOptions &tunnel, unsigned short port)
-        : m_state(std::move(state)),
+    Offerer(std::shared_ptr<TunnelOffer> offer, const TunnelOptions &tunnel, unsigned short port)
+        : m_offer(std::move(offer)),
           m_tunnel(tunnel),
           m_port(port),
           m_multiplexer(tunnel.multiplexer) {}
@@ -80,7 +79,7 @@ private:
     std::string who(Server server) const;
     Then fails(const std::string &reason, Then then);
 
-    const std::shared_ptr<OfferState> m_state;
+    const std::shared_ptr<TunnelOffer> m_offer;
     const TunnelOptions m_tunnel;
     const unsigned short m_port;
     Target m_multiplexer;
@@ -91,7 +90,7 @@ private:
 };
 
 void Offerer::run() {
-    while (m_state->passages.awaitRoom()) {
+    while (m_offer->passages.awaitRoom()) {
         const Then then = offer();
         if (then == Then::never || (then == Then::later && !pause())) {
             return;
@@ -101,7 +100,7 @@ void Offerer::run() {
 
 bool Offerer::pause() {
     const seconds delay = std::exchange(m_delay, std::min(2 * m_delay, longestDelay));
-    return m_state->passages.pause(delay);
+    return m_offer->passages.pause(delay);
 }
 
 Then Offerer::offer() {
@@ -155,18 +154,18 @@ Then Offerer::ask(const std::shared_ptr<Passage> &passage, Server server,
                   const std::string &request, bool &granted) {
     granted = false;
     const bool last = server == Server::multiplexer;
-    if (!m_state->passages.await(passage, last ? offerTime : proxyTime)) {
+    if (!m_offer->passages.await(passage, last ? offerTime : proxyTime)) {
         return Then::never;
     }
     if (!passage->write(request)) {
         return fails(who(server) + " has closed the connection", Then::later);
     }
     if (last) {
-        m_state->report.asked(m_multiplexer.text(), m_tunnel.meetingID, m_refused);
+        m_offer->report.asked(m_multiplexer.text(), m_tunnel.meetingID, m_refused);
     }
     const std::string text = passage->readReply();
     if (last) {
-        m_state->report.answered();
+        m_offer->report.answered();
     }
     if (passage->isWoken()) {
         return last ? Then::atOnce : fails(who(server) + " does not answer", Then::later);
@@ -225,7 +224,7 @@ Then Offerer::redirected(const ServerReply &reply) {
         return fails(who(Server::multiplexer) + " sends the offer on once too often", Then::never);
     }
     m_multiplexer = Target{name, to.hostByteOrderPort()};
-    m_state->report.moved();
+    m_offer->report.moved();
     if (m_asked == Server::multiplexer) {
         m_asked = Server::none; // a redirect takes no credentials to another server
     }
@@ -244,10 +243,10 @@ Then Offerer::take(const std::shared_ptr<Passage> &passage) {
     if (!passage->write(vintok::http_pLorMUX_Ready)) {
         return Then::atOnce; // the caller has gone
     }
-    if (!m_state->passages.take(passage)) {
+    if (!m_offer->passages.take(passage)) {
         return Then::never;
     }
-    return Passage::start(passage, [state = m_state] { state->passages.left(); })
+    return Passage::start(passage, [offer = m_offer] { offer->passages.left(); })
                ? Then::atOnce
                : fails("cannot start a thread", Then::later);
 }
@@ -282,40 +281,22 @@ Then Offerer::fails(const std::string &reason, Then then) {
         m_asked = m_asked == Server::multiplexer ? Server::none : m_asked;
     }
     m_redirects = 0;
-    m_state->report.failed(reason, then != Then::never);
+    m_offer->report.failed(reason, then != Then::never);
     return then;
 }
 
 } // namespace
 
-TunnelOffer::TunnelOffer() : m_state(std::make_shared<OfferState>()) {}
-
-TunnelOffer::~TunnelOffer() {
-    end();
-}
-
-bool TunnelOffer::start(const TunnelOptions &tunnel, unsigned short port) {
+std::shared_ptr<TunnelOffer> TunnelOffer::start(const TunnelOptions &tunnel, unsigned short port) {
+    auto offer = std::make_shared<TunnelOffer>();
     try {
-        std::thread([offerer = std::make_shared<Offerer>(m_state, tunnel, port)] {
+        std::thread([offerer = std::make_shared<Offerer>(offer, tunnel, port)] {
             offerer->run();
         }).detach();
     } catch (const std::system_error &) {
-        return false;
+        return nullptr;
     }
-    return true;
-}
-
-void TunnelOffer::tick() {
-    m_state->passages.tick();
-    m_state->report.tick();
-}
-
-void TunnelOffer::tell(Report &report) {
-    m_state->report.tell(report);
-}
-
-void TunnelOffer::end() {
-    m_state->passages.end();
+    return offer;
 }
 
 } // namespace app
