@@ -417,10 +417,10 @@ TEST(Options, SayWhichWayACallTakes) {
         Options options;
         std::string text;
         ASSERT_EQ(ParseResult::run, parse(arguments, options, text)) << text;
-        EXPECT_EQ("mux.example:7780", options.way.multiplexer.text());
-        EXPECT_EQ("a b", options.way.meetingID);
-        EXPECT_EQ(one.credentials, options.way.credentials);
-        EXPECT_EQ(options.way.proxy.host.empty() ? 0 : 80, options.way.proxy.port);
+        EXPECT_EQ("mux.example:7780", options.tunnel.multiplexer.text());
+        EXPECT_EQ("a b", options.tunnel.meetingID);
+        EXPECT_EQ(one.credentials, options.tunnel.credentials);
+        EXPECT_EQ(options.tunnel.proxy.host.empty() ? 0 : 80, options.tunnel.proxy.port);
     }
 }
 

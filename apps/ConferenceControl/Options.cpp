@@ -1,13 +1,12 @@
 #include "Options.h"
 
 #include "ControlParser.h"
+#include "Text.h"
 
 #include <vintok/ConferenceControl.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
-#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -58,13 +57,6 @@ const std::vector<Row> &rows() {
     return rows;
 }
 
-template <class Number>
-bool takeNumber(std::string_view text, Number &number) {
-    const char *end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc() && stop == end;
-}
-
 // What each kind of option does with its value.
 struct Setter {
     Options &options;
@@ -76,11 +68,11 @@ struct Setter {
         return true;
     }
     bool operator()(unsigned short Options::*member) const {
-        return takeNumber(value, options.*member);
+        return app::parseNumber(value, options.*member);
     }
     bool operator()(unsigned int Options::*member) const {
         constexpr unsigned int A_DAY = 86400;
-        return takeNumber(value, options.*member) && options.*member <= A_DAY;
+        return app::parseNumber(value, options.*member) && options.*member <= A_DAY;
     }
 };
 

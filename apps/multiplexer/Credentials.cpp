@@ -1,9 +1,9 @@
 #include "Credentials.h"
 
 #include "Base64.h"
+#include "Text.h"
 
 #include <vintok/HTTPText.h>
-#include <vintok/TCPAddress.h>
 
 namespace mux {
 
@@ -47,10 +47,7 @@ bool Credentials::accept(std::string_view authorization) const {
     if (blank == std::string_view::npos) {
         return false;
     }
-    std::string scheme(authorization.substr(0, blank));
-    for (char &c : scheme) {
-        vintok::TCPAddress::sf_lower(c);
-    }
+    const std::string scheme = app::lowered(authorization.substr(0, blank));
     const std::string_view given = authorization.substr(blank + 1);
     bool good = false;
     for (const std::string &accepted : m_accepted) { // all of them, whichever matches

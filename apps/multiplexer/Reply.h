@@ -7,9 +7,6 @@
 
 namespace mux {
 
-// What a client writes once its tunnel stands, ahead of everything else.
-inline constexpr std::string_view READY_LINE = "pLorMUX_Response: Ready\n\n";
-
 // The tunnel stands, and stays encrypted or not.
 std::string openedReply(bool encrypted);
 

@@ -2,23 +2,19 @@
 #ifndef MULTIPLEXER_REQUEST_H
 #define MULTIPLEXER_REQUEST_H
 
+#include "Target.h"
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+#include <vintok/HTTPText.h>
 
 namespace mux {
 
-// A host and its port as a request names them.
-struct Authority {
-    std::string host; // lower case, without brackets
-    std::uint16_t port = 0;
-
-    std::string text() const; // as a URL has it
-    bool operator==(const Authority &other) const = default;
-};
+// A host and its port as a request names them: lower case, without brackets, and no port is 0.
+using Authority = app::Target;
 
 // "host:port", "[v6]:port" or "v6:port". Participants print the port behind CONNECT with a sign:
 // one above 32767 is negative there. False for port 0, and for a host with blanks or brackets.
@@ -49,6 +45,7 @@ public:
 private:
     std::size_t m_limit;
     std::size_t m_seen = 0;
+    vintok::HTTPHeadEnd m_end;
 };
 
 } // namespace mux

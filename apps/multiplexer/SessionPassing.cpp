@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <vintok/HTTPText.h>
 
 namespace mux {
 
@@ -104,9 +105,10 @@ bool Session::passFrom(Leg &from, Leg &to) {
 bool Session::passBytes(Leg &from, Leg &to, std::string_view bytes) {
     m_since = m_server.now();
     if (from.readyMissing != 0) {
-        const std::size_t seen = READY_LINE.size() - from.readyMissing;
+        const std::string_view ready = vintok::http_pLorMUX_Ready;
+        const std::string_view missing = ready.substr(ready.size() - from.readyMissing);
         from.readyMissing -= bytes.size();
-        if (READY_LINE.substr(seen, bytes.size()) != bytes) {
+        if (missing.substr(0, bytes.size()) != bytes) {
             closeTunnel("wrong ready line");
             return false;
         }

@@ -7,17 +7,18 @@
 // listed, the one that the client names. Where nobody can be reached the client waits.
 #include "Session.h"
 
+#include "HTTPHead.h"
 #include "Reply.h"
 #include "Server.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vintok/HTTPText.h>
 
 namespace mux {
 
 namespace {
 
-constexpr char OFFER[] = "pLorMUX_Offer";
 constexpr char JUMP[] = "pLorMUX_ProxyJump";
 constexpr char RESPONSE_REQUIRED[] = "pLorMUX_ResponseRequired";
 constexpr std::size_t MOST_ADDRESSES = 4; // of one party
@@ -55,8 +56,9 @@ void Session::takeConnect(const Request &request) {
     if (m_server.isFull()) {
         return refuse(503, "too many tunnels");
     }
-    m_offers = request.says(OFFER, "true");
-    m_near.readyMissing = request.says(RESPONSE_REQUIRED, "true") ? READY_LINE.size() : 0;
+    m_offers = request.says(app::offerHeader, "true");
+    m_near.readyMissing =
+        request.says(RESPONSE_REQUIRED, "true") ? std::strlen(vintok::http_pLorMUX_Ready) : 0;
     route(named);
 }
 

@@ -1,5 +1,7 @@
 #include "Command.h"
 
+#include "Text.h"
+
 namespace app {
 
 namespace {
@@ -26,24 +28,16 @@ const Word words[] = {
 
 constexpr std::string_view BLANKS = " \t\r\n\v\f";
 
-std::string_view trimmed(std::string_view text) {
-    const std::size_t begin = text.find_first_not_of(BLANKS);
-    if (begin == std::string_view::npos) {
-        return {};
-    }
-    return text.substr(begin, text.find_last_not_of(BLANKS) - begin + 1);
-}
-
 } // namespace
 
 std::pair<std::string, std::string> splitCommand(std::string_view line) {
-    line = trimmed(line);
+    line = trimmed(line, BLANKS);
     const std::string_view word = line.substr(0, line.find_first_of(BLANKS));
-    return {std::string(word), std::string(trimmed(line.substr(word.size())))};
+    return {std::string(word), std::string(trimmed(line.substr(word.size()), BLANKS))};
 }
 
 Command parseCommand(std::string_view line) {
-    line = trimmed(line);
+    line = trimmed(line, BLANKS);
     if (line.empty()) {
         return {};
     }

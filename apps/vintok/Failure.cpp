@@ -1,5 +1,6 @@
 #include "Failure.h"
 
+#include <platform/SocketErrors.h>
 #include <vintok/TCPStream.h>
 
 namespace app {
@@ -19,13 +20,11 @@ std::string withLastFailure(const std::string &text) {
 }
 
 bool lastFailureIsTakenPort() {
-    const std::string context = vintok::lastErrorString();
-    for (const int error : {10013, 10048}) { // Windows has two ways to say it
-        if (context.find(vintok::sysErrorString(error)) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    const auto says = [context = vintok::lastErrorString()](int error) {
+        return context.find(vintok::sysErrorString(error)) != std::string::npos;
+    };
+    // Windows has two ways to say it.
+    return says(vintok::socketErrors::addressInUse) || says(vintok::socketErrors::accessDenied);
 }
 
 } // namespace app

@@ -227,7 +227,7 @@ bool Files::isOther(const Place &place) const {
 }
 
 void Files::announced(const FileAnnouncement &announcement) {
-    dropOffer(announcement.place);
+    dropOffered(announcement.place);
     const bool free = rival().empty() && m_outgoing.empty();
     if (!m_participant.isHost() || free) {
         m_offers.push_back({announcement, false, Clock::now()});
@@ -240,7 +240,7 @@ void Files::announced(const FileAnnouncement &announcement) {
 
 void Files::turned(const FileTurn &turn) {
     if (!turn.yes) {
-        dropOffer(turn.whose);
+        dropOffered(turn.whose);
     }
     if (m_turn == Turn::asked && turn.whose == placeOf(m_outgoing.front().person)) {
         m_turn = turn.yes ? Turn::yes : Turn::no;
@@ -248,16 +248,16 @@ void Files::turned(const FileTurn &turn) {
 }
 
 void Files::closed(const FileClosing &closing) {
-    const Offer *offer = offerOf(closing.place);
+    const OfferedFile *offer = offerOf(closing.place);
     if (offer && closing.sent && !offer->begun) {
         m_report.fileRefused(newsOf(closing.place),
                              "it did not come, or while another one was arriving");
     }
-    dropOffer(closing.place);
+    dropOffered(closing.place);
 }
 
 void Files::left(const Person &person) {
-    dropOffer(placeOf(person));
+    dropOffered(placeOf(person));
 }
 
 void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path) {
@@ -270,7 +270,7 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
     }
     const Place place = placeOf(origin);
     m_lastSign = Clock::now();
-    if (Offer *offer = offerOf(place)) {
+    if (OfferedFile *offer = offerOf(place)) {
         offer->lastSign = m_lastSign;
         offer->begun = true;
     }
@@ -328,22 +328,23 @@ void Files::tellProgress(FileNews &file, std::uint64_t done) {
 
 void Files::tick() {
     const Clock::time_point now = Clock::now();
-    std::erase_if(m_offers, [now](const Offer &offer) {
+    std::erase_if(m_offers, [now](const OfferedFile &offer) {
         return now >= offer.lastSign + (offer.begun ? UNSTORED_TIME : UNBEGUN_TIME);
     });
 }
 
 // ---- Who sends what
 
-Files::Offer *Files::offerOf(const Place &place) {
-    const auto offer = std::find_if(m_offers.begin(), m_offers.end(), [&](const Offer &one) {
+Files::OfferedFile *Files::offerOf(const Place &place) {
+    const auto offer = std::find_if(m_offers.begin(), m_offers.end(), [&](const OfferedFile &one) {
         return one.announcement.place == place;
     });
     return offer == m_offers.end() ? nullptr : &*offer;
 }
 
-void Files::dropOffer(const Place &place) {
-    std::erase_if(m_offers, [&](const Offer &offer) { return offer.announcement.place == place; });
+void Files::dropOffered(const Place &place) {
+    std::erase_if(m_offers,
+                  [&](const OfferedFile &offer) { return offer.announcement.place == place; });
 }
 
 Person Files::personAt(const Place &place) const {
@@ -359,7 +360,7 @@ Person Files::personAt(const Place &place) const {
 FileNews Files::newsOf(const Place &place) {
     FileNews file;
     file.person = personAt(place);
-    if (const Offer *offer = offerOf(place)) {
+    if (const OfferedFile *offer = offerOf(place)) {
         file.name = offer->announcement.name;
         file.announced = offer->announcement.sum;
     }

@@ -53,14 +53,14 @@ private:
     enum class Turn { unasked, asked, yes, no };
 
     // A file that another party has announced and not closed yet.
-    struct Offer {
+    struct OfferedFile {
         FileAnnouncement announcement;
         bool begun = false; // and the library has told of it
         Clock::time_point lastSign;
     };
 
-    Offer *offerOf(const Place &place);
-    void dropOffer(const Place &place);
+    OfferedFile *offerOf(const Place &place);
+    void dropOffered(const Place &place);
     Person personAt(const Place &place) const;
     FileNews newsOf(const Place &place);
     bool arriving() const;
@@ -85,8 +85,8 @@ private:
     bool m_sending = false;       // the library is at work on the first
     bool m_begun = false;         // and could read it
     std::optional<FileNews> m_incoming;
-    Clock::time_point m_lastSign; // of it
-    std::vector<Offer> m_offers;  // of parties that are here, one of each
+    Clock::time_point m_lastSign;      // of it
+    std::vector<OfferedFile> m_offers; // of parties that are here, one of each
 };
 
 } // namespace app

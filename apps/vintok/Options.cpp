@@ -1,6 +1,6 @@
 #include "Options.h"
 
-#include "WayOptions.h"
+#include "TunnelArguments.h"
 
 #include <CLI/CLI.hpp>
 
@@ -142,7 +142,7 @@ void addSecureCall(CLI::App &app, Options &options) {
 }
 
 bool finishHost(Options &options, std::string &text) {
-    if (!finishOfferedWay(options, text)) {
+    if (!finishOfferOptions(options, text)) {
         return false;
     }
     options.secure.required |= options.secure.demandsCertificate; // without TLS none is shown
@@ -160,7 +160,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
                     "guests follow it (0)")
         ->type_name("SECONDS")
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
-    addOfferedWay(*app, options);
+    addOfferOptions(*app, options);
     addMeeting(*app, options);
     addSecure(*app, options);
     addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
@@ -182,7 +182,7 @@ void addPatience(CLI::App &app, Options &options) {
 CLI::App *addJoin(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
     addTarget(*app, options, "Whom to call; with --mux it may be left out");
-    addWay(*app, options);
+    addTunnelOptions(*app, options);
     addPatience(*app, options);
     addMeeting(*app, options);
     addSecureCall(*app, options);
@@ -197,7 +197,7 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
         "replay", "Join a meeting, say again what a record file holds, leave");
     app->add_option("file", options.file, "The record file")->type_name("FILE")->required();
     addTarget(*app, options, "Whom to call; with --mux it may be left out");
-    addWay(*app, options);
+    addTunnelOptions(*app, options);
     app->add_option("--speed", options.speed, "How many times faster than it was recorded (1)")
         ->type_name("FACTOR")
         ->check(silent(CLI::Range(0.001, 1e6)));
@@ -334,7 +334,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         if (app->parsed()) {
             options.role = role;
             options.secure.accepts = role == Role::host;
-            return (role == Role::join && !finishWay(options, text)) ||
+            return (role == Role::join && !finishTunnelOptions(options, text)) ||
                            (role == Role::host && !finishHost(options, text))
                        ? ParseResult::wrong
                        : ParseResult::run;

@@ -4,7 +4,7 @@
 
 #include "Secure.h"
 #include "Target.h"
-#include "Way.h"
+#include "TunnelOptions.h"
 
 #include <vintok/TCPStream.h>
 
@@ -38,7 +38,7 @@ struct Options {
 
     // Whom to call: join, and the clients of a relay. By way of a multiplexer there may be none.
     Target target;
-    Way way;
+    TunnelOptions tunnel;
 
     // Who this is.
     std::string firstName;

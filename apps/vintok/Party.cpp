@@ -1,9 +1,9 @@
 // Everything happens on one thread, inside the passes of the loop. The participant and the inbox
-// share that loop. A party is calling (join only, until the answer), in a meeting, or done; once it
-// is done the loop ends after the pass that it is in, and the participant goes down with the party.
+// share that loop. What may happen depends on the stage of the party (`Party::Stage`); once it is
+// done the participant goes down with it.
 //
 // The library does not tell when the connection of a call that was not yet answered breaks. The
-// loop then has as many descriptors as before the call, which `afterPass` looks for.
+// loop then has as many descriptors as before the call, which `awaitAnswer` looks for.
 #include "Party.h"
 
 #include "Failure.h"
@@ -59,7 +59,7 @@ int Party::run() {
         loop();
     }
     if (m_offer) {
-        m_offer->end();
+        m_offer->passages.end();
     }
     return m_exitCode;
 }
@@ -73,14 +73,14 @@ void Party::introduce() {
 }
 
 bool Party::host() {
+    enter(Stage::meeting);
     m_report.hosting(m_options.meeting);
     if (!m_participant.hostMeeting(m_options.meeting)) {
         return false;
     }
-    if (m_options.way.isTunnelled()) {
-        m_offer =
-            std::make_unique<Offer>(m_options.way, m_participant.address().hostByteOrderPort());
-        if (!m_offer->start()) {
+    if (m_options.tunnel.wanted()) {
+        m_offer = TunnelOffer::start(m_options.tunnel, m_participant.address().hostByteOrderPort());
+        if (!m_offer) {
             fail("cannot start a thread");
             return false;
         }
@@ -91,17 +91,17 @@ bool Party::host() {
 bool Party::call() {
     CallPlan plan;
     plan.remote = m_options.target;
-    if (m_options.way.isTunnelled()) {
-        m_tunnel = std::make_unique<Tunnel>(m_options.way, m_options.target,
-                                            m_options.secure.required, m_report);
-        if (const std::string fault = m_tunnel->fault(); !fault.empty()) {
+    if (m_options.tunnel.wanted()) {
+        m_tunnelCall = std::make_unique<TunnelCall>(m_options.tunnel, m_options.target,
+                                                    m_options.secure.required, m_report);
+        if (const std::string fault = m_tunnelCall->fault(); !fault.empty()) {
             fail(fault);
             return false;
         }
-        plan = m_tunnel->plan();
+        plan = m_tunnelCall->plan();
     }
     m_report.call(CallEvent::calling, whom());
-    m_calling = true;
+    enter(Stage::calling);
     return place(plan);
 }
 
@@ -134,7 +134,7 @@ std::string Party::callFailure(const Target &target) {
 
 // Who is called: a party, or by way of a multiplexer perhaps nobody but a meeting.
 std::string Party::whom() const {
-    return m_options.target.host.empty() ? "the meeting " + m_options.way.meetingID
+    return m_options.target.host.empty() ? "the meeting " + m_options.tunnel.meetingID
                                          : m_options.target.text();
 }
 
@@ -143,7 +143,7 @@ void Party::loop() {
     if (!m_player) {
         m_inbox.readStandardInput();
     }
-    while (!m_done) {
+    while (m_stage != Stage::done) {
         if (m_playsNow) {
             m_loop.pollDescriptors(true);
         } else {
@@ -154,50 +154,58 @@ void Party::loop() {
 }
 
 void Party::afterPass() {
-    if (m_done) {
-        return;
+    if (m_stage == Stage::calling) {
+        awaitAnswer();
+    } else if (m_stage != Stage::done) {
+        goOn();
     }
+}
+
+void Party::awaitAnswer() {
+    if (m_tunnelCall && m_tunnelCall->takeNext()) {
+        place(m_tunnelCall->plan());
+    } else if (m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
+        callBreaks();
+    } else {
+        tellBreak();
+    }
+}
+
+void Party::goOn() {
     if (m_offer) {
-        m_offer->tell(m_report);
-    }
-    if (m_calling && m_tunnel && m_tunnel->takeNext()) {
-        place(m_tunnel->plan());
-        return;
-    }
-    if (m_calling && m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
-        return callBreaks();
+        m_offer->report.tell(m_report);
     }
     tellBreak();
     if (m_options.role == Role::host && !m_participant.isHost()) {
         // The library ends a meeting when the last guest has gone. This one goes on.
         m_participant.hostMeeting(m_options.meeting);
     }
-    if (m_options.role == Role::join && !m_calling && !m_participant.isMeeting()) {
-        return m_leaving ? part() : meetingEnds("The meeting is over.");
+    if (m_options.role == Role::join && !m_participant.isMeeting()) {
+        return m_stage == Stage::leaving ? part() : meetingEnds("The meeting is over.");
     }
-    while (!m_calling && !m_done && !m_unsaid.empty()) {
+    while (m_stage != Stage::done && !m_unsaid.empty()) {
         const Command command = m_unsaid.front();
         m_unsaid.pop_front();
         obey(command);
     }
-    if (!m_calling && !m_done && !m_leaving && m_player) {
+    if (m_stage == Stage::meeting && m_player) {
         play();
     }
-    if (!m_calling && !m_done && !m_leaving) {
+    if (m_stage == Stage::meeting) {
         m_files.sendNext();
     }
-    if (!m_calling && m_inputEnded && !m_options.stay && m_files.allSent()) {
+    if (m_inputEnded && !m_options.stay && m_files.allSent()) {
         leave();
     }
 }
 
 void Party::finish(const std::string &reason) {
-    m_done = true;
+    enter(Stage::done);
     m_report.ended(reason);
 }
 
 void Party::fail(const std::string &reason) {
-    m_done = true;
+    enter(Stage::done);
     m_exitCode = 1;
     m_report.failed(reason);
 }
@@ -211,12 +219,12 @@ void Party::meetingEnds(const std::string &reason) {
 }
 
 void Party::leave() {
-    if (m_leaving || m_done) {
+    if (m_stage >= Stage::leaving) {
         return;
     }
     // A guest waits for the host to close the connection, so that its last lines arrive.
     if (m_participant.isMeeting() && m_host != -1 && sendHangup(m_host)) {
-        m_leaving = true;
+        enter(Stage::leaving);
         m_patience = PARTING_SECONDS;
         return;
     }
@@ -224,7 +232,9 @@ void Party::leave() {
 }
 
 void Party::part() {
-    m_calling = false;
+    if (m_stage == Stage::calling) {
+        enter(Stage::leaving); // that the call ends is no news then
+    }
     m_participant.hangup();
     if (!m_failure.empty()) {
         return fail(m_failure);

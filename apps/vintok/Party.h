@@ -5,17 +5,18 @@
 #include "Command.h"
 #include "Files.h"
 #include "Inbox.h"
-#include "Offer.h"
 #include "Options.h"
 #include "Person.h"
 #include "Player.h"
 #include "RecordWriter.h"
 #include "Report.h"
-#include "Tunnel.h"
+#include "TunnelCall.h"
+#include "TunnelOffer.h"
 
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
 
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <memory>
@@ -41,6 +42,17 @@ private:
         Party &party;
     };
 
+    // A party goes forward through these and may leave some out. What comes too late for a stage
+    // does not bring it back.
+    enum class Stage {
+        starting,
+        calling, // an own call has not been answered
+        meeting, // from the answer on; a host from its start
+        leaving, // the host has been told, and has not hung up yet
+        done     // the loop ends after the pass that it is in
+    };
+    void enter(Stage stage) { m_stage = std::max(m_stage, stage); }
+
     // ---- Start, loop and end (Party.cpp)
     void introduce();
     void setCallbacks();
@@ -51,6 +63,8 @@ private:
     std::string whom() const;
     void loop();
     void afterPass();
+    void awaitAnswer();
+    void goOn();
     void finish(const std::string &reason);
     void fail(const std::string &reason);
     void meetingEnds(const std::string &reason);
@@ -107,16 +121,14 @@ private:
     unsigned int m_patience = 0; // ticks until it is left without the host's hanging up
     unsigned int m_seconds = 0;  // since the loop began
     unsigned int m_lastCall = 0;
-    bool m_calling = false; // an own call has not been answered
-    bool m_leaving = false; // the host has been told and has not hung up yet
-    bool m_done = false;
+    Stage m_stage = Stage::starting;
     bool m_inputEnded = false;
-    bool m_wantsLead = false;         // has asked for it and has not been answered
-    bool m_leadAsked = false;         // somebody waits for this party's answer
-    bool m_playsNow = false;          // the next message of the recording may be due as well
-    std::unique_ptr<Tunnel> m_tunnel; // of a call by way of a multiplexer
-    std::unique_ptr<Offer> m_offer;   // of a host at a multiplexer
-    std::deque<Command> m_unsaid;     // typed before there was a meeting
+    bool m_wantsLead = false; // has asked for it and has not been answered
+    bool m_leadAsked = false; // somebody waits for this party's answer
+    bool m_playsNow = false;  // the next message of the recording may be due as well
+    std::unique_ptr<TunnelCall> m_tunnelCall; // of a call by way of a multiplexer
+    std::shared_ptr<TunnelOffer> m_offer;     // of a host at a multiplexer
+    std::deque<Command> m_unsaid;             // typed before there was a meeting
     People m_people;
     Files m_files;
     std::map<unsigned int, vintok::TCPAddress> m_callers; // those who wait for an answer

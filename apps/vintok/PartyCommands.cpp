@@ -13,7 +13,7 @@ constexpr std::size_t MAX_UNSAID = 1000;
 } // namespace
 
 void Party::take(Inbox::Kind kind, const std::string &text) {
-    if (m_leaving && kind != Inbox::Kind::tick) {
+    if (m_stage >= Stage::leaving && kind != Inbox::Kind::tick) {
         return;
     }
     switch (kind) {
@@ -31,7 +31,7 @@ void Party::take(Inbox::Kind kind, const std::string &text) {
         m_inputEnded = true; // what was typed before comes first
         return;
     case Inbox::Kind::interrupt:
-        if (m_calling) {
+        if (m_stage == Stage::calling) {
             return giveUp("was not waited for any longer");
         }
         return leave();
@@ -76,7 +76,7 @@ void Party::obey(const Command &command) {
 // What is for the others waits for the answer to the call, and does not overtake what waits.
 bool Party::mustWait(const Command &command) {
     if ((command.kind != CommandKind::say && command.kind != CommandKind::send) ||
-        (!m_calling && m_unsaid.empty())) {
+        (m_stage != Stage::calling && m_unsaid.empty())) {
         return false;
     }
     if (m_unsaid.size() == MAX_UNSAID) {
@@ -158,12 +158,13 @@ void Party::tick() {
     ++m_seconds;
     m_files.tick();
     if (m_offer) {
-        m_offer->tick();
+        m_offer->passages.tick();
+        m_offer->report.tick();
     }
-    if (m_leaving && --m_patience == 0) {
+    if (m_stage == Stage::leaving && --m_patience == 0) {
         return part();
     }
-    if (m_calling && m_options.patience != 0 && m_seconds >= m_options.patience) {
+    if (m_stage == Stage::calling && m_options.patience != 0 && m_seconds >= m_options.patience) {
         return giveUp("did not answer in time");
     }
     if (m_options.keepAlive != 0 && m_seconds % m_options.keepAlive == 0) {

@@ -43,7 +43,7 @@ void Party::setCallbacks() {
         of(p).m_report.call(CallEvent::ringing, of(p).whom());
     });
     m_participant.setAcceptedCB([](Library *p, const std::string &, const Called &) {
-        of(p).m_calling = false;
+        of(p).enter(Stage::meeting);
         of(p).m_report.call(CallEvent::accepted, of(p).whom());
     });
     m_participant.setRejectedCB([](Library *p, const std::string &, const Called &) {
@@ -57,28 +57,26 @@ void Party::setCallbacks() {
     setTunnelCallbacks();
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
-        if (of(p).m_calling) {
-            of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
-        }
+        of(p).callEnds(CallEvent::tooOld, "speaks too old a version");
     });
 }
 
 void Party::setTunnelCallbacks() {
     using Library = vintok::ConferenceParticipant;
     m_participant.setServerResponseCB([](Library *p, unsigned int status, const std::string &text) {
-        if (of(p).m_tunnel) {
-            of(p).m_tunnel->answered(status, text);
+        if (of(p).m_tunnelCall) {
+            of(p).m_tunnelCall->answered(status, text);
         }
     });
     m_participant.setProxyCB([](Library *p, const std::string &, unsigned short,
                                 const std::string &, unsigned short, const std::string &,
                                 unsigned int retries,
-                                const std::string &) { of(p).m_tunnel->challenged(retries); });
+                                const std::string &) { of(p).m_tunnelCall->challenged(retries); });
     m_participant.setRedirectCB([](Library *p, const std::string &name, unsigned short port,
                                    const std::string &, unsigned short, const std::string &,
                                    unsigned int retries, const std::string &) {
         p->setMUXRedirected(true); // from now on each one costs a retry
-        of(p).m_tunnel->redirected(name, port, retries);
+        of(p).m_tunnelCall->redirected(name, port, retries);
     });
 }
 
@@ -134,7 +132,7 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.remove(person);
     m_files.left(person);
-    if (m_leaving) {
+    if (m_stage == Stage::leaving) {
         return; // it is this party that leaves
     }
     m_report.left(person);
@@ -218,7 +216,7 @@ void Party::tellSecurity(const Person &person) {
 
 // The server on the way at which the encryption ends; empty when it ends at the host.
 std::string Party::secureServer() const {
-    return m_tunnel ? m_tunnel->secureServer() : "";
+    return m_tunnelCall ? m_tunnelCall->secureServer() : "";
 }
 
 std::vector<Person> Party::people() const {
@@ -240,17 +238,16 @@ void Party::callEnds(CallEvent event, const std::string &reason) {
 }
 
 void Party::callFails(CallEvent event, const std::string &failure) {
-    if (!m_calling) {
+    if (m_stage != Stage::calling) {
         return;
     }
-    m_calling = false;
     m_report.call(event, whom());
     fail(failure);
 }
 
 // The connection of the call is gone.
 void Party::callBreaks() {
-    std::string failure = m_tunnel ? m_tunnel->failure() : "";
+    std::string failure = m_tunnelCall ? m_tunnelCall->failure() : "";
     const std::string insecure = tellBreak();
     if (failure.empty()) {
         failure = whom() + (insecure.empty() ? " has hung up without an answer"

@@ -6,6 +6,7 @@
 
 #include "LoopbackPair.h"
 
+#include <vintok/HTTPText.h>
 #include <vintok/TCPStream.h>
 
 #include <algorithm>
@@ -91,9 +92,9 @@ void Passage::wake() {
     }
 }
 
-bool Passage::write(const char *bytes, std::size_t length) const {
-    return vintok::writeBytes(server, reinterpret_cast<const unsigned char *>(bytes), length,
-                              nullptr) == static_cast<std::int64_t>(length);
+bool Passage::write(std::string_view bytes) const {
+    return vintok::writeBytes(server, reinterpret_cast<const unsigned char *>(bytes.data()),
+                              bytes.size(), nullptr) == static_cast<std::int64_t>(bytes.size());
 }
 
 // False once woken.
@@ -107,7 +108,7 @@ bool Passage::awaitServer() const {
 
 std::string Passage::readReply() const {
     std::string reply;
-    std::size_t lineLength = 0;
+    vintok::HTTPHeadEnd end;
     while (reply.size() < LONGEST_REPLY && awaitServer()) {
         unsigned char byte = 0;
         const std::int64_t count = platform::receiveNow(server, &byte, 1);
@@ -116,9 +117,8 @@ std::string Passage::readReply() const {
         if (count != 1)
             continue;
         reply += static_cast<char>(byte);
-        if (byte == '\n' && lineLength == 0)
+        if (end.take(reply.back()))
             break;
-        lineLength = byte == '\n' ? 0 : lineLength + (byte == '\r' ? 0 : 1);
     }
     return reply;
 }

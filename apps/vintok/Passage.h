@@ -5,11 +5,11 @@
 #define VINTOK_APP_PASSAGE_H
 
 #include <atomic>
-#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 namespace app {
 
@@ -33,7 +33,7 @@ public:
     int local = -1;
 
     // Writes all of it to the server. False when the connection is lost.
-    bool write(const char *bytes, std::size_t length) const;
+    bool write(std::string_view bytes) const;
 
     // A reply up to its blank line and nothing behind it. Less when the stream ends, the reply is
     // too long, or the passage is woken.

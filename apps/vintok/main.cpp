@@ -2,7 +2,7 @@
 #include "Decode.h"
 #include "Options.h"
 #include "Party.h"
-#include "PassThrough.h"
+#include "PlainTransport.h"
 #include "Relay.h"
 #include "Report.h"
 
@@ -99,15 +99,15 @@ int runLibrary(const app::Options &options) {
     if (!options.logFile.empty()) {
         vintok::setLogFileName(options.logFile);
     }
-    static app::PassThrough passThrough;
+    static app::PlainTransport plainTransport;
     std::string failure;
     if (options.secure.wanted()) {
         if (!app::secure::start(options.secure, failure)) {
             report->failed(failure);
             return FAILED;
         }
-    } else if (options.way.isTunnelled() && options.role != app::Role::host) {
-        vintok::setTransport(&passThrough);
+    } else if (options.tunnel.wanted() && options.role != app::Role::host) {
+        vintok::setTransport(&plainTransport);
     }
     // No `fini` behind it: a thread that looks for callers may still be in the middle of a call.
     return runRole(options, *report);

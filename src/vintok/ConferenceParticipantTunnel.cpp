@@ -16,10 +16,9 @@
 #include "vintok/Globals.h"
 #include "vintok/HTTPAddress.h"
 #include "vintok/HTTPReply.h"
+#include "vintok/HTTPText.h"
 #include "vintok/Log.h"
 #include "vintok/TCPStream.h"
-
-#include <cstdlib>
 
 namespace vintok {
 
@@ -51,20 +50,8 @@ const char ConferenceParticipant::_pLorMUX_Reason[] = "pLorMUX_Reason";
 
 namespace {
 
-constexpr std::size_t REQUEST_CAPACITY = 1024;
 constexpr std::size_t REPLY_CAPACITY = 4095;
 constexpr int EMPTY_LOOKS = 64;
-
-// The room that each request is taken to need beside its names, fixed since the first version.
-constexpr std::size_t MULTIPLEXER_ROOM = 308;
-constexpr std::size_t AUTHORIZED_ROOM = 173;
-constexpr std::size_t PROXY_ROOM = 117;
-
-constexpr char READY[] = "pLorMUX_Response: Ready\n\n";
-
-bool isSuccess(int status) {
-    return status >= 200 && status <= 206;
-}
 
 CallOutcome outcomeOf(int status) {
     if (status == 302)
@@ -95,7 +82,7 @@ bool writeText(int descriptor, const std::string &text) {
 // Takes the headers of a reply, blank line included. False when no blank line came; when nothing
 // more was there, the error tells whether the server is gone or has only paused.
 bool readHeaders(int descriptor, std::string &headers) {
-    unsigned char last = 0; // that was no carriage return
+    HTTPHeadEnd end;
     for (int emptyLooks = 0; headers.size() < REPLY_CAPACITY && emptyLooks < EMPTY_LOOKS;) {
         const std::int64_t pending = bytesPending(descriptor);
         if (pending == -1) {
@@ -112,10 +99,8 @@ bool readHeaders(int descriptor, std::string &headers) {
             return false;
         }
         headers.push_back(static_cast<char>(byte));
-        if (byte == '\n' && last == '\n')
+        if (end.take(headers.back()))
             return true;
-        if (byte != '\r')
-            last = byte;
     }
     if (platform::endArrived(descriptor))
         VINTOK_ERROR(TCP_ERROR_CONNECTION_RESET, "sf_readHttpResponse");
@@ -136,22 +121,16 @@ std::string ConferenceParticipant::_httpRequest(const HTTPRequest &request) {
     const std::string &authentication = request.authentication;
     const auto connectPort = static_cast<short>(request.port); // above 32767 it prints negative
     if (request.mux) {
-        const char *variable = std::getenv("QOR_BUILD_INFO");
-        const std::string build = variable != nullptr ? variable : "none";
-        if (build.size() + MULTIPLEXER_ROOM + 2 * remote.size() + proxy.size() +
-                request.meetingID.size() <
-            REQUEST_CAPACITY)
+        if (fitsMultiplexerRequest(remote.size(), proxy.size(), request.meetingID.size()))
             return formatText(_http_pLorMUX, remote.c_str(), connectPort, request.meetingID.c_str(),
                               s_majorVersion, s_minorVersion, proxy.c_str(), request.proxyPort,
-                              remote.c_str(), request.port, build.c_str());
-    } else if (!authentication.empty()) {
-        if (2 * authentication.size() + AUTHORIZED_ROOM + remote.size() + proxy.size() <
-            REQUEST_CAPACITY)
-            return formatText(_httpProxyAuthorized, remote.c_str(), connectPort, proxy.c_str(),
-                              request.proxyPort, authentication.c_str(), authentication.c_str());
-    } else if (proxy.size() + PROXY_ROOM + remote.size() < REQUEST_CAPACITY) {
-        return formatText(_httpProxy, remote.c_str(), connectPort, proxy.c_str(),
-                          request.proxyPort);
+                              remote.c_str(), request.port, httpBuildInfo().c_str());
+    } else if (fitsProxyRequest(remote.size(), proxy.size(), authentication.size())) {
+        if (authentication.empty())
+            return formatText(_httpProxy, remote.c_str(), connectPort, proxy.c_str(),
+                              request.proxyPort);
+        return formatText(_httpProxyAuthorized, remote.c_str(), connectPort, proxy.c_str(),
+                          request.proxyPort, authentication.c_str(), authentication.c_str());
     }
     return "\r\n\r\n";
 }
@@ -257,9 +236,9 @@ void ConferenceParticipant::_readTunnel(ConferenceRosterEntry *peer) {
         call->m_tunnelResponse = response;
     }
     HTTPAddress target;
-    if (isSuccess(status) && peer->isProxyPending())
+    if (isHTTPSuccess(status) && peer->isProxyPending())
         _passProxy(peer, call);
-    else if (isSuccess(status))
+    else if (isHTTPSuccess(status))
         _openTunnel(peer, response);
     else if (status == 302 && redirectTarget(response, target))
         _handleRedirect(peer, target);
@@ -284,7 +263,7 @@ void ConferenceParticipant::_openTunnel(ConferenceRosterEntry *peer, const std::
         peer->setMUXEncrypt(true);
     else if (!encrypt.empty())
         _dropToPlain(peer);
-    if (!writeText(descriptor, READY) || !bufferFrames(descriptor)) {
+    if (!writeText(descriptor, http_pLorMUX_Ready) || !bufferFrames(descriptor)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending ==> Mux response write to server failed");
         mf_hangup(peer);
     }

@@ -1,6 +1,19 @@
 #include "vintok/HTTPText.h"
 
+#include <cstdlib>
+
 namespace vintok {
+
+namespace {
+
+constexpr std::size_t requestCapacity = 1024;
+
+// The room that each request is taken to need beside its names, fixed since the first version.
+constexpr std::size_t proxyRoom = 117;
+constexpr std::size_t authorizedRoom = 173;
+constexpr std::size_t multiplexerRoom = 308;
+
+} // namespace
 
 const char http_QOR_BUILD_INFO[] = "QOR_BUILD_INFO";
 const char http_QOR_BUILD_INFO_oldHeaders[] = "QOR_BUILD_INFO: oldHeaders-";
@@ -25,6 +38,7 @@ const char http_pLorMUX_EncryptTrue[] = "pLorMUX_Encrypt: true";
 const char http_pLorMUX_MeetingID[] = "pLorMUX_MeetingID";
 const char http_pLorMUX_ProxyAddress[] = "pLorMUX_ProxyAddress";
 const char http_pLorMUX_ProxyJump_True[] = " pLorMUX_ProxyJump: true";
+const char http_pLorMUX_Ready[] = "pLorMUX_Response: Ready\n\n";
 const char http_pLorMUX_Reason[] = "pLorMUX_Reason";
 const char http_pLorMUX_RedirectTrue[] = "pLorMUX_Redirect: true";
 const char http_pLorMUX_ResponseRequiredTrue[] = "pLorMUX_ResponseRequired: true";
@@ -35,5 +49,20 @@ const char format_pLorMUX_ConferenceAddress[] = "pLorMUX_ConferenceAddress: %s:%
 const char format_pLorMUX_MeetingID[] = "pLorMUX_MeetingID: %s";
 const char format_pLorMUX_ProxyAddress[] = "pLorMUX_ProxyAddress: %s:%hu";
 const char format_proxyAuthorizationBasic[] = "Proxy-authorization: Basic %s";
+
+std::string httpBuildInfo() {
+    const char *variable = std::getenv(http_QOR_BUILD_INFO);
+    return variable != nullptr ? variable : "none";
+}
+
+bool fitsProxyRequest(std::size_t remoteName, std::size_t proxyName, std::size_t authentication) {
+    const std::size_t room = authentication != 0 ? authorizedRoom : proxyRoom;
+    return room + remoteName + proxyName + 2 * authentication < requestCapacity;
+}
+
+bool fitsMultiplexerRequest(std::size_t remoteName, std::size_t proxyName, std::size_t meetingID) {
+    return multiplexerRoom + 2 * remoteName + proxyName + meetingID + httpBuildInfo().size() <
+           requestCapacity;
+}
 
 } // namespace vintok

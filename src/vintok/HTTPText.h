@@ -1,9 +1,13 @@
-// Words and formats of the requests to proxies and multiplexing servers, for programs that speak to
-// the same servers. The formats are for `printf`: %hd and %hu take a port in host byte order.
+// Words, formats and limits of what is said to proxies and multiplexing servers, for programs that
+// speak to the same servers. The formats are for `printf`: %hd and %hu take a port in host byte
+// order. Nothing here blocks or leaves a `TCPError`.
 #ifndef VINTOK_HTTPTEXT_H
 #define VINTOK_HTTPTEXT_H
 
 #include "vintok/Export.h"
+
+#include <cstddef>
+#include <string>
 
 namespace vintok {
 
@@ -33,6 +37,8 @@ extern VINTOK_API const char http_pLorMUX_EncryptTrue[];
 extern VINTOK_API const char http_pLorMUX_MeetingID[];
 extern VINTOK_API const char http_pLorMUX_ProxyAddress[];
 extern VINTOK_API const char http_pLorMUX_ProxyJump_True[]; // with a blank in front
+// What a client writes once its tunnel stands, ahead of everything else.
+extern VINTOK_API const char http_pLorMUX_Ready[];
 extern VINTOK_API const char http_pLorMUX_Reason[];
 extern VINTOK_API const char http_pLorMUX_RedirectTrue[];
 extern VINTOK_API const char http_pLorMUX_ResponseRequiredTrue[];
@@ -43,6 +49,38 @@ extern VINTOK_API const char format_pLorMUX_ConferenceAddress[];
 extern VINTOK_API const char format_pLorMUX_MeetingID[];
 extern VINTOK_API const char format_pLorMUX_ProxyAddress[];
 extern VINTOK_API const char format_proxyAuthorizationBasic[];
+
+// Whether the server goes on with a call that it gives this status.
+constexpr bool isHTTPSuccess(int status) {
+    return status >= 200 && status <= 206;
+}
+
+// The value of the QOR_BUILD_INFO header: the environment's variable of that name, or "none".
+VINTOK_API std::string httpBuildInfo();
+
+// Whether a request of the library has room for texts of these lengths; `authentication` is 0 for
+// none. One without room goes out as a bare end of headers, and a server may wait for the rest.
+VINTOK_API bool fitsProxyRequest(std::size_t remoteName, std::size_t proxyName,
+                                 std::size_t authentication);
+VINTOK_API bool fitsMultiplexerRequest(std::size_t remoteName, std::size_t proxyName,
+                                       std::size_t meetingID);
+
+// Finds the blank line that ends the head of a request or reply, byte by byte. Carriage returns do
+// not count.
+class HTTPHeadEnd {
+public:
+    // True for the byte that ends the head.
+    bool take(char byte) {
+        if (byte == '\r')
+            return false;
+        const bool ends = byte == '\n' && m_last == '\n';
+        m_last = byte;
+        return ends;
+    }
+
+private:
+    char m_last = '\0';
+};
 
 } // namespace vintok
 

@@ -2,14 +2,14 @@
 // multiplexer on secure descriptors alone; a multiplexer without TLS then answers that the
 // connection is to be plain. This transport lets such a descriptor count as secure and hands its
 // bytes through as they are. Nothing is kept secret by it.
-#ifndef VINTOK_APP_PASSTHROUGH_H
-#define VINTOK_APP_PASSTHROUGH_H
+#ifndef VINTOK_APP_PLAINTRANSPORT_H
+#define VINTOK_APP_PLAINTRANSPORT_H
 
 #include <vintok/TCPTransport.h>
 
 namespace app {
 
-class PassThrough final : public vintok::TCPTransport {
+class PlainTransport final : public vintok::TCPTransport {
 public:
     // Only a multiplexer is connected to by name. Whoever calls this party, and a proxy, stays
     // plain.

@@ -20,6 +20,7 @@ struct Target {
 
     // As it was written: "[::1]:7777", "meeting.example".
     std::string text() const;
+    bool operator==(const Target &other) const = default;
 };
 
 // Splits a port off, behind brackets or behind the only colon; 0: none was given. False without a

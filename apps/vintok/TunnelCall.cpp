@@ -13,16 +13,16 @@
 // answer to a challenge is a second call. A multiplexer that was called alone is then named as its
 // own proxy, in other words for the same place, since the library makes one request of equal names.
 // A redirect never takes credentials to another server.
-#include "Tunnel.h"
+#include "TunnelCall.h"
 
 #include "Base64.h"
 
 #include <vintok/HTTPAddress.h>
+#include <vintok/HTTPText.h>
 #include <vintok/TCPAddress.h>
 #include <vintok/TCPStream.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace app {
 
@@ -33,14 +33,6 @@ constexpr unsigned int RETRIES = 5;
 
 // Behind CONNECT the library writes a port as a number of 16 bits with a sign.
 constexpr unsigned short LAST_PLAIN_PORT = 32767;
-
-bool isSuccess(unsigned int status) {
-    return status >= 200 && status <= 206;
-}
-
-bool isChallenge(int status) {
-    return status == 401 || status == 407;
-}
 
 // The same place under another name: a literal of IPv4 in its IPv6 form (RFC 4291), a literal of
 // IPv6 as it is, for that gets brackets, a name with one letter in the other case.
@@ -69,26 +61,27 @@ std::string CallPlan::remoteName() const {
     return literal && !proxy.host.empty() ? '[' + remote.host + ']' : remote.host;
 }
 
-Tunnel::Tunnel(const Way &way, const Target &target, bool secure, Report &report)
-    : m_way(way), m_target(target), m_secure(secure), m_report(report) {
-    plan(way.multiplexer);
-    m_plan.meetingID = way.meetingID;
+TunnelCall::TunnelCall(const TunnelOptions &tunnel, const Target &target, bool secure,
+                       Report &report)
+    : m_tunnel(tunnel), m_target(target), m_secure(secure), m_report(report) {
+    plan(tunnel.multiplexer);
+    m_plan.meetingID = tunnel.meetingID;
     m_plan.retries = RETRIES;
 }
 
 // How to call by way of this multiplexer.
-void Tunnel::plan(const Target &multiplexer) {
+void TunnelCall::plan(const Target &multiplexer) {
     m_plan.remote = multiplexer;
     m_plan.proxy = Target();
     if (hasProxy()) {
-        m_plan.proxy = m_way.proxy;
+        m_plan.proxy = m_tunnel.proxy;
     } else if (!m_target.host.empty()) {
         m_plan.remote = m_target;
         m_plan.proxy = multiplexer;
     }
 }
 
-bool Tunnel::takeNext() {
+bool TunnelCall::takeNext() {
     if (!m_next) {
         return false;
     }
@@ -99,19 +92,16 @@ bool Tunnel::takeNext() {
     return true;
 }
 
-// The library's requests have 1024 bytes. One that does not fit is replaced by an empty one, for
-// which a server may wait for ever.
-std::string Tunnel::fault() const {
-    constexpr std::size_t room = 1024;
+std::string TunnelCall::fault() const {
     const std::size_t remote = m_plan.remoteName().size();
     const std::size_t proxy = m_plan.proxy.host.size();
-    const std::size_t credentials = base64(m_way.credentials).size();
-    const char *build = std::getenv("QOR_BUILD_INFO");
-    const std::size_t buildSize = std::string(build != nullptr ? build : "none").size();
-    if (buildSize + 308 + 2 * remote + proxy + m_plan.meetingID.size() >= room) {
+    if (!vintok::fitsMultiplexerRequest(remote, proxy, m_plan.meetingID.size())) {
         return "the meeting identifier is too long for a request";
     }
-    if (credentials != 0 && 2 * credentials + 173 + remote + std::max(remote, proxy) >= room) {
+    // Who is asked for them may be named twice.
+    const std::size_t credentials = base64(m_tunnel.credentials).size();
+    if (credentials != 0 &&
+        !vintok::fitsProxyRequest(remote, std::max(remote, proxy), credentials)) {
         return "the user name and the password are too long for a request";
     }
     return "";
@@ -120,31 +110,31 @@ std::string Tunnel::fault() const {
 // ---- Who answers
 
 // The last one of a connection that came so far.
-Target Tunnel::answerer() const {
+Target TunnelCall::answerer() const {
     return hasProxy() && m_answers > 1 ? m_plan.remote : m_plan.connectsTo();
 }
 
-std::string Tunnel::role() const {
+std::string TunnelCall::role() const {
     return hasProxy() && m_answers <= 1 ? "proxy" : "multiplexer";
 }
 
-std::string Tunnel::who() const {
+std::string TunnelCall::who() const {
     return "the " + role() + ' ' + answerer().text();
 }
 
 // ---- What was answered
 
-void Tunnel::answered(unsigned int status, const std::string &reply) {
-    if (m_anyAnswer && !isSuccess(m_status)) {
+void TunnelCall::answered(unsigned int status, const std::string &reply) {
+    if (m_anyAnswer && !vintok::isHTTPSuccess(m_status)) {
         return; // the library tells a server's failure twice
     }
     ++m_answers;
     m_anyAnswer = true;
-    m_status = status;
+    m_status = static_cast<int>(status);
     m_reply = readServerReply(reply);
     m_silent = reply.empty();
     m_paused = status == 0 && vintok::lastError() == vintok::TCP_ERROR_WOULD_BLOCK;
-    m_opened = isSuccess(status) && (m_answers == 2 || !asksTwice());
+    m_opened = vintok::isHTTPSuccess(m_status) && (m_answers == 2 || !asksTwice());
     if (status == 0) {
         return;
     }
@@ -159,12 +149,12 @@ void Tunnel::answered(unsigned int status, const std::string &reply) {
     m_report.notice(notice);
 }
 
-void Tunnel::challenged(unsigned int retries) {
-    if (m_answers != 1 || !m_plan.authentication.empty() || m_way.credentials.empty() ||
+void TunnelCall::challenged(unsigned int retries) {
+    if (m_answers != 1 || !m_plan.authentication.empty() || m_tunnel.credentials.empty() ||
         !m_reply.takesBasic) {
         return; // `failure` says why
     }
-    const std::string user = m_way.credentials.substr(0, m_way.credentials.find(':'));
+    const std::string user = m_tunnel.credentials.substr(0, m_tunnel.credentials.find(':'));
     Notice notice;
     notice.event = "challenge";
     notice.sentence = "It asks for a user name and a password" +
@@ -176,7 +166,7 @@ void Tunnel::challenged(unsigned int retries) {
         .text("user", user);
     m_report.notice(notice);
     m_next = m_plan;
-    m_next->authentication = base64(m_way.credentials);
+    m_next->authentication = base64(m_tunnel.credentials);
     m_next->retries = retries;
     if (!asksTwice()) {
         m_next->proxy = m_plan.remote;
@@ -184,7 +174,7 @@ void Tunnel::challenged(unsigned int retries) {
     }
 }
 
-void Tunnel::redirected(const std::string &name, unsigned short port, unsigned int retries) {
+void TunnelCall::redirected(const std::string &name, unsigned short port, unsigned int retries) {
     const Target to{name, port};
     Notice notice;
     notice.event = "redirected";
@@ -203,14 +193,11 @@ void Tunnel::redirected(const std::string &name, unsigned short port, unsigned i
 
 // ---- Why nothing came of it
 
-std::string Tunnel::challengeFailure() const {
+std::string TunnelCall::challengeFailure() const {
     const std::string asks = who() + " asks for a user name and a password";
-    if (!m_plan.authentication.empty() && m_answers == 1) {
-        return who() + " does not accept the user name or the password";
-    }
-    if (!m_reply.takesBasic) {
-        return who() + " asks for credentials by the scheme '" + m_reply.scheme +
-               "'; only 'basic' is known here";
+    const bool answered = !m_plan.authentication.empty() && m_answers == 1;
+    if (const std::string fault = m_reply.challengeFault(answered); !fault.empty()) {
+        return who() + fault;
     }
     if (m_answers != 1) {
         return asks + ", which cannot be brought to it through a proxy";
@@ -218,15 +205,15 @@ std::string Tunnel::challengeFailure() const {
     return asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH";
 }
 
-std::string Tunnel::secureServer() const {
+std::string TunnelCall::secureServer() const {
     return m_opened && m_reply.encryption == "true" ? who() : "";
 }
 
-std::string Tunnel::failure() const {
+std::string TunnelCall::failure() const {
     if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty()) {
         return who() + " goes on without TLS, which is required";
     }
-    if (!m_anyAnswer || isSuccess(m_status)) {
+    if (!m_anyAnswer || vintok::isHTTPSuccess(m_status)) {
         return "";
     }
     if (m_status == 0) {
@@ -235,7 +222,7 @@ std::string Tunnel::failure() const {
                         : m_silent ? " has closed the connection without a whole answer"
                                    : " answers in something that is not HTTP");
     }
-    if (isChallenge(m_reply.status)) {
+    if (m_reply.isChallenge()) {
         return challengeFailure();
     }
     if (m_status == 302) {

@@ -4,9 +4,11 @@
 #ifndef VINTOK_APP_TEXT_H
 #define VINTOK_APP_TEXT_H
 
+#include <charconv>
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 namespace app {
 
@@ -26,8 +28,23 @@ bool isHostileToTerminals(char32_t character);
 // "\x1b" or "\u202e". What is longer than `limit` characters is cut and ends in "...".
 std::string printable(std::string_view text, std::size_t limit = 100000);
 
-// A number of decimal digits alone, 0 to 65535. False, changing nothing, for anything else.
-bool parseNumber(std::string_view text, unsigned short &number);
+// Without what stands around it of `blanks`.
+std::string_view trimmed(std::string_view text, std::string_view blanks = " \t\r");
+
+// The letters of ASCII in lower case.
+std::string lowered(std::string_view text);
+
+// A number of decimal digits alone, of a signed type also with a minus before them. False, changing
+// nothing, for anything else.
+template <class Number>
+bool parseNumber(std::string_view text, Number &number) {
+    const char *end = text.data() + text.size();
+    Number parsed = 0;
+    const auto [stop, error] = std::from_chars(text.data(), end, parsed);
+    const bool good = error == std::errc() && stop == end;
+    number = good ? parsed : number;
+    return good;
+}
 
 } // namespace app
 

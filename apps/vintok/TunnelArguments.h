@@ -1,6 +1,6 @@
 // The options that say how a call reaches its party.
-#ifndef VINTOK_APP_WAYOPTIONS_H
-#define VINTOK_APP_WAYOPTIONS_H
+#ifndef VINTOK_APP_TUNNELARGUMENTS_H
+#define VINTOK_APP_TUNNELARGUMENTS_H
 
 #include "Options.h"
 
@@ -10,14 +10,14 @@ class App;
 
 namespace app {
 
-void addWay(CLI::App &app, Options &options);
+void addTunnelOptions(CLI::App &app, Options &options);
 // Of a host, which offers itself at a multiplexer.
-void addOfferedWay(CLI::App &app, Options &options);
+void addOfferOptions(CLI::App &app, Options &options);
 
 // What cannot be seen before all options are known. Takes the credentials from the environment
 // where the command line gives none. False: `text` says what is wrong.
-bool finishWay(Options &options, std::string &text);
-bool finishOfferedWay(Options &options, std::string &text);
+bool finishTunnelOptions(Options &options, std::string &text);
+bool finishOfferOptions(Options &options, std::string &text);
 
 } // namespace app
 

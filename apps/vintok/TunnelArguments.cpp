@@ -1,13 +1,29 @@
-#include "WayOptions.h"
+#include "TunnelArguments.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 
 namespace app {
 
 namespace {
+
+bool hasControls(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
+// Whether the text can stand in a line of a request.
+bool isHeaderText(std::string_view text) {
+    return !text.empty() && text.front() != ' ' && text.back() != ' ' && !hasControls(text);
+}
+
+// USER:PASSWORD (RFC 7617): the first colon divides.
+bool areCredentials(std::string_view text) {
+    return text.find(':') != std::string_view::npos && !hasControls(text);
+}
 
 constexpr char VARIABLE[] = "VINTOK_PROXY_AUTH";
 
@@ -26,14 +42,14 @@ CLI::Option *addServer(CLI::App &app, const std::string &name, Target &server,
 }
 
 // Says nothing of what it was given: that is a secret.
-void setCredentials(Way &way, const std::string &text, const std::string &where) {
+void setCredentials(TunnelOptions &tunnel, const std::string &text, const std::string &where) {
     if (!areCredentials(text)) {
         throw CLI::ValidationError(where + " is not USER:PASSWORD");
     }
-    way.credentials = text;
+    tunnel.credentials = text;
 }
 
-void readCredentials(Way &way, const std::string &file) {
+void readCredentials(TunnelOptions &tunnel, const std::string &file) {
     std::ifstream input(file);
     std::string line;
     if (!std::getline(input, line)) {
@@ -42,12 +58,12 @@ void readCredentials(Way &way, const std::string &file) {
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
     }
-    setCredentials(way, line, "the first line of '" + file + "'");
+    setCredentials(tunnel, line, "the first line of '" + file + "'");
 }
 
-void addCredentials(CLI::App &app, Way &way, CLI::Option *multiplexer) {
-    const auto take = [&way](const std::string &text) {
-        setCredentials(way, text, "the value of --auth");
+void addCredentials(CLI::App &app, TunnelOptions &tunnel, CLI::Option *multiplexer) {
+    const auto take = [&tunnel](const std::string &text) {
+        setCredentials(tunnel, text, "the value of --auth");
     };
     CLI::Option *given =
         app.add_option_function<std::string>(
@@ -56,7 +72,7 @@ void addCredentials(CLI::App &app, Way &way, CLI::Option *multiplexer) {
                "machine can see it in the list of processes")
             ->type_name("USER:PASSWORD")
             ->needs(multiplexer);
-    const auto read = [&way](const std::string &file) { readCredentials(way, file); };
+    const auto read = [&tunnel](const std::string &file) { readCredentials(tunnel, file); };
     app.add_option_function<std::string>(
            "--auth-file", read,
            std::string(
@@ -67,75 +83,75 @@ void addCredentials(CLI::App &app, Way &way, CLI::Option *multiplexer) {
         ->excludes(given);
 }
 
-void addServers(CLI::App &app, Way &way, const std::string &multiplexerHelp,
+void addServers(CLI::App &app, TunnelOptions &tunnel, const std::string &multiplexerHelp,
                 const std::string &proxyHelp) {
     CLI::Option *multiplexer =
-        addServer(app, "--mux", way.multiplexer, MULTIPLEXER_PORT, multiplexerHelp);
-    const auto setMeeting = [&way](const std::string &text) {
+        addServer(app, "--mux", tunnel.multiplexer, MULTIPLEXER_PORT, multiplexerHelp);
+    const auto setMeeting = [&tunnel](const std::string &text) {
         if (!isHeaderText(text)) {
             throw CLI::ValidationError("--meeting-id: neither empty, nor with control characters, "
                                        "nor with blanks at its ends");
         }
-        way.meetingID = text;
+        tunnel.meetingID = text;
     };
     multiplexer->needs(
         app.add_option_function<std::string>("--meeting-id", setMeeting,
                                              "The meeting, as the multiplexer knows it")
             ->type_name("ID")
             ->needs(multiplexer));
-    addServer(app, "--proxy", way.proxy, PROXY_PORT, proxyHelp)->needs(multiplexer);
-    addCredentials(app, way, multiplexer);
+    addServer(app, "--proxy", tunnel.proxy, PROXY_PORT, proxyHelp)->needs(multiplexer);
+    addCredentials(app, tunnel, multiplexer);
 }
 
 // Where the command line gives no credentials.
-bool takeVariable(Way &way, std::string &text) {
+bool takeVariable(TunnelOptions &tunnel, std::string &text) {
     const char *variable = std::getenv(VARIABLE);
-    if (!way.credentials.empty() || variable == nullptr || *variable == '\0') {
+    if (!tunnel.credentials.empty() || variable == nullptr || *variable == '\0') {
         return true;
     }
     if (!areCredentials(variable)) {
         text = std::string("the value of ") + VARIABLE + " is not USER:PASSWORD";
         return false;
     }
-    way.credentials = variable;
+    tunnel.credentials = variable;
     return true;
 }
 
 } // namespace
 
-void addWay(CLI::App &app, Options &options) {
-    addServers(app, options.way,
+void addTunnelOptions(CLI::App &app, Options &options) {
+    addServers(app, options.tunnel,
                "Call by way of this multiplexer, which knows the meeting by its identifier",
                "Reach the multiplexer through this HTTP proxy; the target is then left out");
 }
 
-void addOfferedWay(CLI::App &app, Options &options) {
-    addServers(app, options.way,
+void addOfferOptions(CLI::App &app, Options &options) {
+    addServers(app, options.tunnel,
                "Let in also who asks this multiplexer for the meeting, without being called",
                "Reach the multiplexer through this HTTP proxy");
 }
 
-bool finishWay(Options &options, std::string &text) {
-    Way &way = options.way;
+bool finishTunnelOptions(Options &options, std::string &text) {
+    TunnelOptions &tunnel = options.tunnel;
     secure::Options &secure = options.secure;
     if (secure.name.empty()) {
-        secure.name = way.isTunnelled() ? way.multiplexer.host : options.target.host;
+        secure.name = tunnel.wanted() ? tunnel.multiplexer.host : options.target.host;
     }
-    secure.plainFirst = !way.proxy.host.empty();
-    if (!way.isTunnelled()) {
+    secure.plainFirst = !tunnel.proxy.host.empty();
+    if (!tunnel.wanted()) {
         text = "a target is required: whom to call, or a multiplexer with --mux";
         return !options.target.host.empty();
     }
-    if (!way.proxy.host.empty() && !options.target.host.empty()) {
+    if (!tunnel.proxy.host.empty() && !options.target.host.empty()) {
         text = "through a proxy a multiplexer learns the meeting identifier alone: leave '" +
                options.target.text() + "' out";
         return false;
     }
-    return takeVariable(way, text);
+    return takeVariable(tunnel, text);
 }
 
-bool finishOfferedWay(Options &options, std::string &text) {
-    if (!options.way.isTunnelled()) {
+bool finishOfferOptions(Options &options, std::string &text) {
+    if (!options.tunnel.wanted()) {
         return true;
     }
     if (options.secure.wanted()) {
@@ -143,7 +159,7 @@ bool finishOfferedWay(Options &options, std::string &text) {
                "the options that begin with --tls-";
         return false;
     }
-    return takeVariable(options.way, text);
+    return takeVariable(options.tunnel, text);
 }
 
 } // namespace app

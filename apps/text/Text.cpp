@@ -1,6 +1,6 @@
 #include "Text.h"
 
-#include <charconv>
+#include <algorithm>
 #include <cstdio>
 
 namespace app {
@@ -111,15 +111,17 @@ std::string printable(std::string_view text, std::size_t limit) {
     return result;
 }
 
-bool parseNumber(std::string_view text, unsigned short &number) {
-    const char *end = text.data() + text.size();
-    unsigned short parsed = 0;
-    const auto result = std::from_chars(text.data(), end, parsed);
-    if (result.ec != std::errc() || result.ptr != end) {
-        return false;
+std::string_view trimmed(std::string_view text, std::string_view blanks) {
+    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    return text.substr(0, text.find_last_not_of(blanks) + 1);
+}
+
+std::string lowered(std::string_view text) {
+    std::string result(text);
+    for (char &c : result) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
     }
-    number = parsed;
-    return true;
+    return result;
 }
 
 } // namespace app

@@ -3,6 +3,7 @@
 #define VINTOK_APP_SERVERREPLY_H
 
 #include <string>
+#include <string_view>
 
 namespace app {
 
@@ -18,12 +19,19 @@ struct ServerReply {
     std::string realm;
     bool takesBasic = false;
 
+    // Credentials are wanted.
+    bool isChallenge() const { return status == 401 || status == 407; }
+
+    // Why a challenge cannot be met, as the rest of a sentence about the server; empty when
+    // credentials can meet it. `answered`: it had some.
+    std::string challengeFault(bool answered) const;
+
     // "407 Proxy Authentication Required (credentials are needed)"
     std::string text() const;
 };
 
 // Whatever is missing stays empty.
-ServerReply readServerReply(const std::string &text);
+ServerReply readServerReply(std::string_view text);
 
 } // namespace app
 

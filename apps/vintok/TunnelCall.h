@@ -1,11 +1,11 @@
 // A call on its way through a multiplexer: what the library is asked for, what the servers' answers
 // mean, and which call to place next.
-#ifndef VINTOK_APP_TUNNEL_H
-#define VINTOK_APP_TUNNEL_H
+#ifndef VINTOK_APP_TUNNELCALL_H
+#define VINTOK_APP_TUNNELCALL_H
 
 #include "Report.h"
 #include "ServerReply.h"
-#include "Way.h"
+#include "TunnelOptions.h"
 
 #include <optional>
 #include <string>
@@ -27,11 +27,11 @@ struct CallPlan {
     const Target &connectsTo() const { return proxy.host.empty() ? remote : proxy; }
 };
 
-class Tunnel {
+class TunnelCall {
 public:
-    // Both must outlive it. The way is one of a tunnel; the target may have no host. `secure`: the
-    // connection is not to go on without TLS.
-    Tunnel(const Way &way, const Target &target, bool secure, Report &report);
+    // Both must outlive it. The options name a multiplexer; the target may have no host. `secure`:
+    // the connection is not to go on without TLS.
+    TunnelCall(const TunnelOptions &tunnel, const Target &target, bool secure, Report &report);
 
     // The call to place now. The second one after `takeNext` has said that there is one.
     const CallPlan &plan() const { return m_plan; }
@@ -53,7 +53,7 @@ public:
     std::string secureServer() const;
 
 private:
-    bool hasProxy() const { return !m_way.proxy.host.empty(); }
+    bool hasProxy() const { return !m_tunnel.proxy.host.empty(); }
     bool asksTwice() const { return !m_plan.proxy.host.empty(); }
     Target answerer() const;
     std::string role() const;
@@ -61,14 +61,14 @@ private:
     std::string challengeFailure() const;
     void plan(const Target &multiplexer);
 
-    const Way &m_way;
+    const TunnelOptions &m_tunnel;
     const Target m_target;
     const bool m_secure;
     Report &m_report;
     CallPlan m_plan;
     std::optional<CallPlan> m_next;
-    int m_answers = 0;         // of this call
-    unsigned int m_status = 0; // of the last answer, as the library counts it
+    int m_answers = 0; // of this call
+    int m_status = 0;  // of the last answer, as the library counts it
     bool m_anyAnswer = false;
     bool m_silent = false; // the last answer has no text
     bool m_paused = false; // and its server is still there

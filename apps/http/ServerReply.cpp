@@ -1,28 +1,14 @@
 #include "ServerReply.h"
 
-#include <vintok/HTTPText.h>
-#include <vintok/TCPAddress.h>
+#include "HTTPHead.h"
+#include "Text.h"
 
 #include <sstream>
-#include <string_view>
+#include <vintok/HTTPText.h>
 
 namespace app {
 
 namespace {
-
-std::string lowered(std::string text) {
-    for (char &c : text) {
-        vintok::TCPAddress::sf_lower(c);
-    }
-    return text;
-}
-
-std::string trimmed(const std::string &text) {
-    const std::size_t begin = text.find_first_not_of(" \t\r");
-    return begin == std::string::npos
-               ? ""
-               : text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
-}
 
 // The value of a parameter of a challenge: realm="x", realm=x.
 std::string parameter(const std::string &challenge, std::size_t from, const std::string &name) {
@@ -55,13 +41,9 @@ void readChallenge(const std::string &value, ServerReply &reply) {
     }
 }
 
-void readHeader(const std::string &line, ServerReply &reply) {
-    const std::size_t colon = line.find(':');
-    if (colon == std::string::npos) {
-        return;
-    }
-    const std::string name = lowered(line.substr(0, colon));
-    const std::string value = trimmed(line.substr(colon + 1));
+void readHeader(const Header &header, ServerReply &reply) {
+    const std::string name = lowered(header.name);
+    const std::string value(header.value);
     if (name == vintok::http_proxyAuthenticate || name == vintok::http_wwwAuthenticate) {
         readChallenge(value, reply);
     } else if (name == "location") {
@@ -80,19 +62,25 @@ std::string ServerReply::text() const {
            (detail.empty() ? "" : " (" + detail + ')');
 }
 
-ServerReply readServerReply(const std::string &text) {
+std::string ServerReply::challengeFault(bool answered) const {
+    return answered ? " does not accept the user name or the password"
+           : takesBasic
+               ? ""
+               : " asks for credentials by the scheme '" + scheme + "'; only 'basic' is known here";
+}
+
+ServerReply readServerReply(std::string_view text) {
     ServerReply reply;
-    std::istringstream lines(text);
-    std::string line;
+    std::istringstream first{std::string(takeLine(text))};
     std::string protocol;
-    std::getline(lines, line);
-    std::istringstream first(line);
     if (first >> protocol >> reply.status) {
         std::getline(first, reply.reason);
         reply.reason = trimmed(reply.reason);
     }
-    while (std::getline(lines, line)) {
-        readHeader(line, reply);
+    for (Header header; !text.empty();) {
+        if (splitHeader(takeLine(text), header)) {
+            readHeader(header, reply);
+        }
     }
     return reply;
 }
