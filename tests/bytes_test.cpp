@@ -2,7 +2,7 @@
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStatusCallback.h"
 
 #include <functional>

@@ -1,8 +1,8 @@
 #include "platform/Socket.h"
 #include "support/LogFile.h"
 #include "support/MemoryTransport.h"
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMutexBase.h"
 
 #include <gmock/gmock.h>

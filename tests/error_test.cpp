@@ -4,7 +4,7 @@
 #include "support/SocketPair.h"
 #include "support/StubTransport.h"
 #include "support/TemporaryFolder.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPException.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "platform/Thread.h"
 #include "support/Environment.h"
 #include "support/ScriptedPlatform.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <atomic>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 
 #include <filesystem>

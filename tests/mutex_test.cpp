@@ -1,7 +1,7 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPMutexBase.h"
 

@@ -1,6 +1,6 @@
 #include "support/MemoryTransport.h"
 #include "support/SocketPair.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <gmock/gmock.h>
 #include <memory>

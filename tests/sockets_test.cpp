@@ -4,7 +4,7 @@
 #include "support/MemoryTransport.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <filesystem>
 #include <functional>

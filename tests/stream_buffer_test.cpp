@@ -4,9 +4,9 @@
 #include "support/MemoryTransport.h"
 #include "support/SocketPair.h"
 #include "support/Wire.h"
-#include "vintok/Globals.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
 #include "vintok/TCPMessage.h"
 

@@ -3,7 +3,7 @@
 #include "support/LogFile.h"
 #include "support/TLSEnds.h"
 #include "vintok-tls/TLSFolder.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

@@ -3,8 +3,8 @@
 #include "platform/Socket.h"
 #include "platform/Thread.h"
 #include "platform/Wait.h"
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 

@@ -9,8 +9,8 @@
 #include "platform/File.h"
 #include "platform/Process.h"
 #include "platform/Wait.h"
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPStream.h"
 

@@ -4,7 +4,7 @@
 // never stops it. After a round with failures `_bringOutYerDead` looks who has died.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Delivery.h"
 #include "vintok/Log.h"
 #include "vintok/StreamLoop.h"

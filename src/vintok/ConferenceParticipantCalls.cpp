@@ -6,9 +6,9 @@
 // called again meanwhile.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
-#include "vintok/Globals.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"

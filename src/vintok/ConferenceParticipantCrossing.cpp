@@ -12,7 +12,7 @@
 // has placed, unless the other one stands by then.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 
 #include <algorithm>
 

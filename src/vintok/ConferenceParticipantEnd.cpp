@@ -18,11 +18,11 @@
 // round of its own, which leads to the next sweep. So they call each other until a round goes
 // through or nobody is left. `Workings::sweeps` bounds how deep; whoever hangs up sweeps once more
 // on the way back, which takes out those that the bound left over.
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/ConferenceParticipantWorkings.h"
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"

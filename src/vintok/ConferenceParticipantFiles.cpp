@@ -14,7 +14,7 @@
 #include "platform/File.h"
 #include "vintok/BufferManager.h"
 #include "vintok/Chunk.h"
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"

@@ -14,9 +14,9 @@
 // nothing of the join is finished: what `hangup` has cleared stays cleared.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
-#include "vintok/Globals.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"

@@ -10,7 +10,7 @@
 // and those of the others come with the next roster.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"

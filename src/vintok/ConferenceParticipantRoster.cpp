@@ -13,7 +13,7 @@
 // values that each handler puts back).
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Delivery.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"

@@ -1,9 +1,9 @@
 // Versions, and the security options of a party. The decision of a join about the secure channel
 // stands with the join itself.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "platform/File.h"
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
 #include "vintok/TCPMessage.h"
 

@@ -9,15 +9,15 @@
 //
 // A reply is read byte by byte, so that nothing behind its blank line is taken, and without ever
 // waiting: servers send it in one go.
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "platform/Wait.h"
-#include "vintok/ConferenceMessage.h"
-#include "vintok/Globals.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/HTTPAddress.h"
 #include "vintok/HTTPReply.h"
 #include "vintok/HTTPText.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStream.h"
 
 namespace vintok {

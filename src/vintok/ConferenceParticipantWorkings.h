@@ -59,6 +59,29 @@ struct ConferenceParticipant::SecureStep {
 // What becomes of a party that asks to join.
 enum class ConferenceParticipant::Admission { granted, decidesAnew, refused };
 
+// Counts how deep something is nested.
+class Nested {
+public:
+    explicit Nested(int &depth) : m_depth(depth) { ++m_depth; }
+    ~Nested() { --m_depth; }
+    Nested(const Nested &) = delete;
+    Nested &operator=(const Nested &) = delete;
+
+private:
+    int &m_depth;
+};
+
+// How a pending call is to end when it hangs up. 4 and 6 are not used; they end like noAnswer.
+enum CallOutcome : int {
+    OUTCOME_COMPLETING = 0, // the pre-join check refused, and the application is being told
+    OUTCOME_NO_ANSWER = 1,
+    OUTCOME_REFUSED = 2,
+    OUTCOME_TOLD = 3, // the application knows: of an old version, or of the end that is under way
+    OUTCOME_AUTHENTICATE = 5,
+    OUTCOME_REDIRECTED = 7,
+    OUTCOME_SERVER_ERROR = 8
+};
+
 template <class Visit>
 void ConferenceParticipant::_forEachAttendee(Visit visit) {
     const std::vector<ConferenceRosterEntry *> listed = _attendees;

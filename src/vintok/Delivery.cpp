@@ -1,7 +1,7 @@
 #include "vintok/Delivery.h"
 
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "vintok/Listeners.h"
 
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStream.h"
 
 namespace vintok {

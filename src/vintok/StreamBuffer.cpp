@@ -10,8 +10,8 @@
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
 #include "platform/Wait.h"
-#include "vintok/Globals.h"
 #include "vintok/RawBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
 
 #include <algorithm>

@@ -8,9 +8,9 @@
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
 #include "platform/Thread.h"
-#include "vintok/Globals.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>

@@ -2,9 +2,9 @@
 
 #include "platform/Thread.h"
 #include "vintok/BufferManager.h"
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStatusCallback.h"
 #include "vintok/TCPStream.h"
 

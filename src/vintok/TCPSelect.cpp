@@ -1,7 +1,7 @@
 #include "vintok/TCPSelect.h"
 
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPSelectBase.h"
 #include "vintok/TCPStream.h"

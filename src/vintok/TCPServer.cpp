@@ -1,11 +1,11 @@
 #include "vintok/TCPServer.h"
 
 #include "vintok/AcceptGuard.h"
-#include "vintok/Globals.h"
 #include "vintok/Listeners.h"
 #include "vintok/Log.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"

@@ -1,7 +1,7 @@
 #include "vintok/TCPStream.h"
 
 #include "platform/Socket.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <cstdlib>
 #include <new>

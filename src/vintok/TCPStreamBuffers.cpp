@@ -1,8 +1,8 @@
 // Buffers for the connections of an application, with the limits that it sets.
 #include "vintok/TCPStream.h"
 
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 
 namespace vintok {
 

@@ -13,8 +13,8 @@
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
 #include "platform/Thread.h"
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPStatusCallback.h"
 
 #include <algorithm>

@@ -2,8 +2,8 @@
 // go on to the transport for a secure descriptor and to the socket for a plain one.
 #include "vintok/TCPStream.h"
 
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "vintok/TCPStream.h"
 
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <ctime>
 

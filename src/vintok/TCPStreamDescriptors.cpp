@@ -8,8 +8,8 @@
 
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
 
 #include <new>

@@ -5,8 +5,8 @@
 
 #include "platform/File.h"
 #include "platform/Thread.h"
-#include "vintok/Globals.h"
 #include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -2,7 +2,7 @@
 // lock wherever bytes move, and under lock id 3 where a descriptor enters or leaves it.
 #include "vintok/TCPStream.h"
 
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 namespace vintok {
 

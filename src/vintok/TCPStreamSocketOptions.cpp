@@ -4,8 +4,8 @@
 
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
-#include "vintok/Globals.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/StreamInternal.h"
 
 #include <algorithm>
 #include <new>

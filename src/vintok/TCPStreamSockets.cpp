@@ -8,7 +8,7 @@
 #include "platform/SocketErrors.h"
 #include "platform/Wait.h"
 #include "vintok/ByteOrder.h"
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "vintok/testTCPServer.h"
 
-#include "vintok/Globals.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
 #include "vintok/TCPServer.h"

@@ -99,12 +99,12 @@ done | faults "include of a program"
 layers='
 0 Export TCPException
 1 BufferManager Chunk RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
-2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport Globals Log AcceptGuard StreamBuffer
+2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport StreamInternal Log AcceptGuard StreamBuffer
 2 StreamLoop RelayRun Delivery
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect SelectTable TCPServer testTCPServer Listeners
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant ConferenceControl ConferenceMessage messageUtil ClockCorrection Control
+6 ConferenceParticipant ConferenceControl messageUtil ClockCorrection Control
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '

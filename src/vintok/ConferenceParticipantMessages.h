@@ -1,7 +1,6 @@
-// Internal. What the sources of ConferenceParticipant share beside the class: how a participant
-// makes its messages, how it takes over what a received entry says, and how a call ends.
-#ifndef VINTOK_CONFERENCEMESSAGE_H
-#define VINTOK_CONFERENCEMESSAGE_H
+// Internal. How a participant makes its messages, and takes over what a received entry says.
+#ifndef VINTOK_CONFERENCEPARTICIPANTMESSAGES_H
+#define VINTOK_CONFERENCEPARTICIPANTMESSAGES_H
 
 #include <cstdint>
 #include <string>
@@ -32,29 +31,6 @@ inline const char *boolText(bool value) {
     return value ? "true" : "false";
 }
 std::string logText(const ConferenceRosterEntry &entry);
-
-// Counts how deep something is nested.
-class Nested {
-public:
-    explicit Nested(int &depth) : m_depth(depth) { ++m_depth; }
-    ~Nested() { --m_depth; }
-    Nested(const Nested &) = delete;
-    Nested &operator=(const Nested &) = delete;
-
-private:
-    int &m_depth;
-};
-
-// How a pending call is to end when it hangs up. 4 and 6 are not used; they end like noAnswer.
-enum CallOutcome : int {
-    OUTCOME_COMPLETING = 0, // the pre-join check refused, and the application is being told
-    OUTCOME_NO_ANSWER = 1,
-    OUTCOME_REFUSED = 2,
-    OUTCOME_TOLD = 3, // the application knows: of an old version, or of the end that is under way
-    OUTCOME_AUTHENTICATE = 5,
-    OUTCOME_REDIRECTED = 7,
-    OUTCOME_SERVER_ERROR = 8
-};
 
 } // namespace vintok
 

@@ -1,4 +1,4 @@
-#include "vintok/ConferenceMessage.h"
+#include "vintok/ConferenceParticipantMessages.h"
 
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/TCPGUID.h"

@@ -1,6 +1,6 @@
 // The state of the process, and the functions of the stream layer that its units share.
-#ifndef VINTOK_GLOBALS_H
-#define VINTOK_GLOBALS_H
+#ifndef VINTOK_STREAMINTERNAL_H
+#define VINTOK_STREAMINTERNAL_H
 
 #include "vintok/Log.h"
 #include "vintok/TCPAddress.h"
