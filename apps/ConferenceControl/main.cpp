@@ -5,6 +5,7 @@
 #include <vintok/TCPStream.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,6 +13,7 @@ namespace {
 
 constexpr int FAILED = 1;
 constexpr int WRONG_USAGE = 2;
+constexpr std::uint32_t connectTimeout = 20000; // milliseconds
 
 // What is refused or goes wrong is in the log even where nobody has asked for one.
 void setLog(const control::Options &options) {
@@ -29,6 +31,7 @@ void setLog(const control::Options &options) {
 int runSession(const control::Options &options) {
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
+    vintok::setConnectTimeout(connectTimeout);
     setLog(options);
     // No `fini` behind it: the inbox's threads may still use the library.
     return control::Session(options).run();

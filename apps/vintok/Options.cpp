@@ -174,7 +174,8 @@ CLI::App *addHost(CLI::App &program, Options &options) {
 
 void addPatience(CLI::App &app, Options &options) {
     app.add_option("--patience", options.patience,
-                   "Seconds to wait for the answer, 0 for as long as it takes (0)")
+                   "Seconds to wait for a connection and for the answer; 0: 20 for a connection, "
+                   "and as long as it takes for the answer (0)")
         ->type_name("SECONDS")
         ->check(between(0, 86400));
 }

@@ -16,6 +16,7 @@ namespace app {
 namespace {
 
 constexpr unsigned int PARTING_SECONDS = 3; // that a host has to hang up
+constexpr unsigned int usualPatience = 20;  // seconds for a connect
 
 } // namespace
 
@@ -107,6 +108,8 @@ bool Party::call() {
 
 // Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
 bool Party::place(const CallPlan &plan) {
+    const unsigned int seconds = m_options.patience != 0 ? m_options.patience : usualPatience;
+    vintok::setConnectTimeout(seconds * 1000);
     if (m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
                                 plan.proxy.port, plan.meetingID, plan.authentication,
                                 plan.retries)) {
