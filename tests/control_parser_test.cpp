@@ -74,7 +74,7 @@ struct RoundTrip {
 
 void expectSame(const RoundTrip &row, const control::Text &text) {
     EXPECT_EQ(row.word, text.word());
-    for (std::size_t i = 0; i < control::FIELDS; ++i) {
+    for (std::size_t i = 0; i < std::size(words::fieldRows); ++i) {
         const auto field = static_cast<Field>(i);
         const auto wanted = row.values.find(field);
         if (wanted != row.values.end()) {

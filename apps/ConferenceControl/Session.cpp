@@ -63,6 +63,7 @@ const Session::Request *Session::findRequest(const std::string &word) {
         {"pausePlayback", &Session::pausePlayback, nothing, vintok::replyNotifyPlaybackPaused},
         {"resumePlayback", &Session::resumePlayback, nothing, vintok::replyNotifyPlaybackResumed},
     };
+    static_assert(std::size(requests) == std::size(vintok::words::requests));
     const auto *found = std::find_if(std::begin(requests), std::end(requests),
                                      [&](const Request &row) { return row.word == word; });
     return found == std::end(requests) ? nullptr : found;
