@@ -287,50 +287,15 @@ struct Told {
     const char *sentence;
 };
 
+// One of each way that it can be told.
 const Told notifications[] = {
-    {[](int d) { return replyNotifyStarted(d, bobsRecord(), true); },
-     R"("startup","address":"127.0.0.1","port":7001,"isSecure":true})",
-     "The control process listens on 127.0.0.1 port 7001, securely."},
     {[](int d) { return replyNotifyHideIP(d, true); }, R"("hideIP","ok":true})",
      "Addresses are hidden."},
-    {[](int d) { return replyNotifyCallPending(d, RosterBase(TCPAddress(bobsRecord()))); },
-     R"("callPending","address":"hidden","port":7001,"colorIndex":65535})",
-     "hidden 7001 (hidden port 7001) wants to join. /accept or /reject?"},
-    {[](int d) { return replyNotifyEjected(d); }, R"("ejected"})",
-     "You were ejected from the meeting."},
-    {[](int d) { return replyNotifyBusy(d, "h1", bobsRecord()); },
-     R"("placedCallBusy","machineName":"h1","address":"hidden","port":7001,"firstName":"Bob",)"
-     R"("email":"bob@x","colorIndex":1})",
-     "h1 is busy in another meeting."},
-    {[](int d) { return replyNotifyCallNoAnswer(d, "h1"); },
-     R"("placedCallNoAnswer","machineName":"h1"})", "h1 did not answer the call."},
-    {[](int d) {
-         return replyNotifyCallAuthenticationRequired(d, "h1", 7001, "p1", 8080, "", 2, "4711");
-     },
-     R"("authenticationRequired","machineName":"h1","port":7001,"meetingID":"4711",)"
-     R"("proxyAddress":"p1","proxyPort":8080,"triesRemaining":2})",
-     "The proxy p1 asks who calls h1. /login USER:PASSWORD calls again."},
+    {[](int d) { return replyNotifyLeadRequestPending(d, bobsRecord()); },
+     R"("leadRequestPending","address":"hidden",)", "Bob asks for the lead. /give or /keep?"},
     {[](int d) { return replyNotifyServerResponse(d, 407, "who are\nyou?"); },
      R"("serverResponse","serverResponseCode":407,"serverResponseMessage":"who are\nyou?"})",
      "The server answers 407: who are\\x0ayou?"},
-    {[](int d) { return replyNotifyVersionNotCompatible(d, "", bobsRecord()); },
-     R"("versionNotCompatible","machineName":"","address":"hidden","port":7001})",
-     "hidden port 7001 speaks too old a version."},
-    {[](int d) { return replyNotifyUserEjected(d, bobsRecord()); },
-     R"("rosterChanged","change":"ejected","address":"hidden","port":7001,"firstName":"Bob",)"
-     R"("email":"bob@x","colorIndex":1})",
-     "Bob was ejected from the meeting."},
-    {[](int d) { return replyNotifyLeaderChange(d, bobsRecord()); }, R"("leaderChanged",)",
-     "Bob leads the meeting."},
-    {[](int d) { return replyNotifyBeginLeadingGranted(d); }, R"("beginLeadingGranted"})",
-     "The lead was given to you."},
-    {[](int d) { return replyNotifyFileTransferred(d, bobsRecord(), 0, "a b"); },
-     R"("transferredFileFailure","address":"hidden","port":7001,"filePath":"a b"})",
-     "The file 'a b' has not been transferred."},
-    {[](int d) { return replyNotifyPlaybackResumed(d, true); }, R"("playbackResumed","ok":true})",
-     "Playing has resumed."},
-    {[](int d) { return replyNotifySetTime(d, false, 5); },
-     R"("time","direction":"subtract","seconds":5})", "The clock has 5 s subtracted from it."},
     {[](int d) { return writeReplyString(d, "tea\x1b\n"); }, R"("problem",)", nullptr},
     {[](int d) { return requestHangup(d); },
      R"("problem","text":"the control process requests 'hangup'"})", nullptr},
