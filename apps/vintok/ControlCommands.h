@@ -62,6 +62,7 @@ private:
     std::string stop(const std::string &what);
     std::string putenv(const std::string &assignment);
     std::string place();
+    std::string ask(const std::string &who, bool (*request)(int, const vintok::RosterBase &));
     const vintok::RosterBase *find(const std::string &who, std::string &complaint) const;
 
     const Options &m_options;

@@ -10,7 +10,6 @@
 #include <vintok/BufferManager.h>
 #include <vintok/ConferenceRosterEntry.h>
 
-#include <cstdio>
 #include <iterator>
 
 namespace app {
@@ -85,10 +84,6 @@ const StateWord stateWords[] = {
     {&vintok::ConferenceRosterEntry::isHidingIPsRequired, "hiding-ips"},
     {&vintok::ConferenceRosterEntry::isSSLOnly, "ssl-only"},
 };
-
-std::string versionText(unsigned int major, unsigned int minor) {
-    return std::to_string(major) + '.' + std::to_string(minor);
-}
 
 void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
     std::string address;
@@ -310,16 +305,23 @@ const Reader readers[] = {
 };
 static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);
 
-std::string hexadecimal(const vintok::TCPGUID &identifier) {
-    char text[40];
-    const std::uint8_t *tail = identifier.Data4;
-    std::snprintf(text, sizeof(text), "%08x%04x%04x%02x%02x%02x%02x%02x%02x%02x%02x",
-                  static_cast<unsigned int>(identifier.Data1), identifier.Data2, identifier.Data3,
-                  tail[0], tail[1], tail[2], tail[3], tail[4], tail[5], tail[6], tail[7]);
-    return text;
+} // namespace
+
+std::string versionText(unsigned int major, unsigned int minor) {
+    return std::to_string(major) + '.' + std::to_string(minor);
 }
 
-} // namespace
+std::string hexadecimal(std::string_view bytes, std::string_view between) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text.append(text.empty() ? "" : between);
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
 
 std::string identifierName(const vintok::TCPGUID &identifier) {
     if (const vintok::MessageKind *kind = vintok::findMessageKind(identifier)) {
@@ -334,7 +336,10 @@ std::string identifierName(const vintok::TCPGUID &identifier) {
     if (family == identifier && tens <= 9 && ones <= 9 && number >= 46) {
         return "TCP_messageID_" + std::to_string(number);
     }
-    return hexadecimal(identifier);
+    unsigned char bytes[sizeof(identifier)];
+    vintok::BufferManager cursor(bytes, sizeof(bytes));
+    identifier.write(cursor);
+    return hexadecimal(std::string_view(reinterpret_cast<const char *>(bytes), sizeof(bytes)));
 }
 
 BodyText readBody(const vintok::TCPMessageBase &message) {

@@ -2,6 +2,7 @@
 #ifndef VINTOK_CONTROLLINES_H
 #define VINTOK_CONTROLLINES_H
 
+#include "vintok/ControlText.h"
 #include "vintok/ControlWords.h"
 #include "vintok/RosterBase.h"
 
@@ -21,10 +22,9 @@ public:
         (add(values), ...);
     }
 
-    // The lines behind the word.
     std::string lines(const words::Parts &parts) const;
-    // Whether a value is there for each part that needs one.
-    bool suffice(const words::Parts &parts) const;
+    // The word and its lines; empty without a value that is needed.
+    std::string text(const words::Word &row) const;
 
 private:
     void add(const std::string &value) { m_values.push_back(value); }
@@ -47,20 +47,17 @@ struct KnownWord {
     consteval KnownWord(const char *word) : row(*words::find(direction, word)) {}
     const words::Word &row;
 };
-using RequestWord = KnownWord<words::Direction::request>;
-using NotificationWord = KnownWord<words::Direction::notification>;
 
 // False, with nothing sent, without a value that is needed.
-bool sendText(int descriptor, const RequestWord &word, const ControlValues &values);
-bool sendText(int descriptor, const NotificationWord &word, const ControlValues &values);
-
 template <class... Values>
-bool sendRequest(int descriptor, RequestWord word, const Values &...values) {
-    return sendText(descriptor, word, ControlValues(values...));
+bool sendRequest(int descriptor, KnownWord<words::Direction::request> word,
+                 const Values &...values) {
+    return writeRequestString(descriptor, ControlValues(values...).text(word.row));
 }
 template <class... Values>
-bool sendNotification(int descriptor, NotificationWord word, const Values &...values) {
-    return sendText(descriptor, word, ControlValues(values...));
+bool sendNotification(int descriptor, KnownWord<words::Direction::notification> word,
+                      const Values &...values) {
+    return writeReplyString(descriptor, ControlValues(values...).text(word.row));
 }
 
 } // namespace vintok

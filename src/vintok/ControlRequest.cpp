@@ -1,7 +1,6 @@
 #include "vintok/ControlRequest.h"
 
 #include "vintok/ControlLines.h"
-#include "vintok/ControlText.h"
 
 namespace vintok {
 

@@ -58,11 +58,12 @@ std::string ControlValues::lines(const words::Parts &parts) const {
     return text;
 }
 
-bool ControlValues::suffice(const words::Parts &parts) const {
-    std::size_t next = 0;
-    return std::all_of(parts.begin(), parts.end(), [&](const words::Part &part) {
-        return !m_values.at(next++).empty() || part.use != words::Use::needed;
-    });
+std::string ControlValues::text(const words::Word &row) const {
+    auto value = m_values.begin();
+    for (const words::Part &part : row.parts)
+        if ((value++)->empty() && part.use == words::Use::needed)
+            return std::string();
+    return std::string(row.word) + '\n' + lines(row.parts);
 }
 
 void ControlValues::add(const TCPAddress &address) {
@@ -82,22 +83,6 @@ void ControlValues::add(const RosterBase &entry) {
     add(static_cast<const TCPAddress &>(entry));
     add(static_cast<const UserInfo &>(entry));
     add(entry.colorIndex());
-}
-
-namespace {
-
-std::string textOf(const words::Word &row, const ControlValues &values) {
-    return values.suffice(row.parts) ? std::string(row.word) + '\n' + values.lines(row.parts) : "";
-}
-
-} // namespace
-
-bool sendText(int descriptor, const RequestWord &word, const ControlValues &values) {
-    return writeRequestString(descriptor, textOf(word.row, values));
-}
-
-bool sendText(int descriptor, const NotificationWord &word, const ControlValues &values) {
-    return writeReplyString(descriptor, textOf(word.row, values));
 }
 
 std::string formatUShort(unsigned short value) {

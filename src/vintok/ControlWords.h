@@ -58,8 +58,7 @@ struct FieldRow {
     Field field;
     std::string_view name;
     Kind kind;
-    bool bare =
-        false; // the value stands directly behind the word; otherwise the name is its keyword
+    bool bare = false; // the value has no keyword and stands directly behind the word
     std::int64_t least = 0;
     std::int64_t most = 0;
     std::string_view choices[3] = {};
