@@ -84,6 +84,14 @@ struct ControlCommand {
             return sent(send(client.m_descriptor));
         };
     }
+    // Sends one about a party, which the argument names.
+    static auto about(bool (*send)(int descriptor, const RosterBase &)) {
+        return [send](const ControlClient &client, const std::string &who) {
+            std::string complaint;
+            const RosterBase *person = client.find(who, complaint);
+            return person ? sent(send(client.m_descriptor, *person)) : complaint;
+        };
+    }
 };
 
 const ControlCommand ControlCommand::table[] = {
@@ -98,8 +106,8 @@ const ControlCommand ControlCommand::table[] = {
     {"/reject", "", "turn the caller away", request(vintok::requestRejectPendingCall)},
     {"/hangup", "", "leave the meeting", request(vintok::requestHangup)},
     {"/who", "", "who is in the meeting", &ControlClient::roster},
-    {"/enable", "NAME", "let a party take part again", &ControlClient::enable},
-    {"/disable", "NAME", "send a party nothing more", &ControlClient::disable},
+    {"/enable", "NAME", "let a party take part again", about(vintok::requestEnableUser)},
+    {"/disable", "NAME", "send a party nothing more", about(vintok::requestDisableUser)},
     {"/lead", "", "ask for the lead", request(vintok::requestStartLeading)},
     {"/stop-leading", "", "give the lead back", request(vintok::requestStopLeading)},
     {"/give", "", "give the lead to the party that asks for it",
@@ -222,12 +230,6 @@ std::string ControlClient::roster(const std::string &) {
     return sent(vintok::requestRoster(m_descriptor, RosterBase()));
 }
 
-std::string ControlClient::ask(const std::string &who, bool (*request)(int, const RosterBase &)) {
-    std::string complaint;
-    const RosterBase *person = find(who, complaint);
-    return person ? sent(request(m_descriptor, *person)) : complaint;
-}
-
 // By name, or by address and port.
 const RosterBase *ControlClient::find(const std::string &who, std::string &complaint) const {
     const RosterBase *found = nullptr;
@@ -248,14 +250,6 @@ const RosterBase *ControlClient::find(const std::string &who, std::string &compl
         complaint = "'" + who + "' is not in the meeting; /who asks who is";
     }
     return found;
-}
-
-std::string ControlClient::enable(const std::string &who) {
-    return ask(who, vintok::requestEnableUser);
-}
-
-std::string ControlClient::disable(const std::string &who) {
-    return ask(who, vintok::requestDisableUser);
 }
 
 std::string ControlClient::sendFile(const std::string &argument) {

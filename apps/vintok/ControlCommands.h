@@ -54,15 +54,12 @@ private:
     std::string call(const std::string &argument);
     std::string login(const std::string &credentials);
     std::string roster(const std::string &);
-    std::string disable(const std::string &who);
-    std::string enable(const std::string &who);
     std::string sendFile(const std::string &argument);
     std::string record(const std::string &path);
     std::string play(const std::string &path);
     std::string stop(const std::string &what);
     std::string putenv(const std::string &assignment);
     std::string place();
-    std::string ask(const std::string &who, bool (*request)(int, const vintok::RosterBase &));
     const vintok::RosterBase *find(const std::string &who, std::string &complaint) const;
 
     const Options &m_options;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 namespace app {
 
@@ -88,24 +89,9 @@ std::string placeOf(const Person &person) {
     return person.shownAddress() + " port " + std::to_string(person.port);
 }
 
-// The calls that fail end the run, which says why.
-struct CallWords {
-    const char *event;
-    const char *before = "";
-    bool namesWhom = false;
-    const char *after = "";
-};
-
 // By CallEvent.
-const CallWords callWords[] = {
-    {"calling", "Calling ", true, " ..."},
-    {"ringing", "Ringing ..."},
-    {"accepted", "The call was accepted. /help tells what can be typed."},
-    {"rejected"},
-    {"busy"},
-    {"no-answer"},
-    {"too-old"},
-};
+const char *const callEvents[] = {"calling", "ringing",   "accepted", "rejected",
+                                  "busy",    "no-answer", "too-old"};
 
 // By FileEnd.
 const char *const fileResults[] = {"sent", "not-sent", "received", "differs", "unsure", "lost"};
@@ -143,10 +129,13 @@ void Report::hosting(const std::string &meeting) const {
          "Hosting the meeting" + quotedMeeting(meeting) + ". /help tells what can be typed.");
 }
 
+// A call that fails ends the run, which says why.
 void Report::call(CallEvent event, const std::string &whom) const {
-    const CallWords &words = callWords[static_cast<int>(event)];
-    tell(JsonLine(words.event).text("whom", whom),
-         words.before + (words.namesWhom ? printable(whom) : "") + words.after);
+    const std::string sentences[] = {"Calling " + printable(whom) + " ...", "Ringing ...",
+                                     "The call was accepted. /help tells what can be typed."};
+    const auto index = static_cast<std::size_t>(event);
+    tell(JsonLine(callEvents[index]).text("whom", whom),
+         index < std::size(sentences) ? sentences[index] : "");
 }
 
 void Report::asked(unsigned int call, const Person &caller) const {
