@@ -93,83 +93,23 @@ TEST_F(Meeting, IsHeldFromTheFirstRequestToTheLast) {
     ann->type("/who");
     expectTold("rosterEntry", {firstName("Ann"), text("lastName", "Lee"), {"colorIndex", "0"}});
 
-    bob->type("/lead");
-    expectTold("leadRequestPending", {firstName("Bob")});
-    ann->type("/keep");
-    EXPECT_TRUE(bob->tells("lead-answer", {{"granted", "false"}})) << bob->story();
-    bob->type("/lead");
-    expectTold("leadRequestPending", {firstName("Bob")});
-    ann->type("/give");
-    expectTold("endLeading");
-    EXPECT_TRUE(bob->tells("leader", {{"self", "true"}})) << bob->story();
-    ann->type("/lead");
-    EXPECT_TRUE(bob->tells("lead-asked", {named("Ann Lee")})) << bob->story();
-    bob->type("/give");
-    expectTold("beginLeading");
-
     ann->type("/record " + folder.path("record"));
     expectTold("recordingStarted", {yes});
     bob->type("Shall we begin?");
     EXPECT_TRUE(bob->tells("said", {{"self", "true"}})) << bob->story();
+    ann->type("/send \"" + folder.holding("two words", "content") + "\"");
+    expectTold("transferFile");
+    expectTold("transferredFileSuccess");
     bob->type("/leave");
     expectTold("rosterChanged", {text("change", "leave"), firstName("Bob")});
     ann->type("/stop");
     expectTold("recordingStopped", {yes});
-
-    Program cid({"join", target, "--name", "Cid"});
-    expectTold("callPending", {firstName("Cid")});
-    ann->type("/accept");
-    expectTold("rosterChanged", {text("change", "join"), firstName("Cid")});
-    ann->type("/play " + folder.path("record"));
-    expectTold("playbackStarted", {yes});
-    EXPECT_TRUE(cid.tells("said", {text("text", "Shall we begin?")})) << cid.story();
-    expectTold("playbackStopped", {yes});
-    for (const char *request : {"/pause", "/resume", "/stop playing"}) {
-        ann->type(request);
-    }
-    expectTold("playbackPaused", {no});
-    expectTold("playbackResumed", {no});
-    expectTold("playbackStopped", {no});
-    ann->type("/send \"" + folder.holding("two words", "content") + "\"");
-    expectTold("transferFile");
-    expectTold("transferredFileSuccess");
-    ann->type("/time");
-    expectTold("time", {{"seconds", "0"}});
     ann->type("/adjourn");
     expectTold("endMeeting");
-    EXPECT_EQ(0, cid.exitCode()) << cid.story();
     ann->type("/shutdown");
     EXPECT_EQ(0, ann->exitCode()) << ann->story();
     EXPECT_EQ(0, process->exitCode()) << process->story();
     EXPECT_EQ("", ann->errors());
-}
-
-TEST_F(Meeting, MayBeThatOfAnotherParty) {
-    Program dan({"host", "--name", "Dan", "--answer", "ask"});
-    const std::string dans = dan.target();
-    ann->type("/call " + dans);
-    expectTold("dialing", {text("machineName", "127.0.0.1")});
-    expectTold("ringing");
-    ASSERT_TRUE(dan.tells("asked", {named("Ann Lee")})) << dan.story();
-    dan.type("/reject");
-    expectTold("placedCallRejected");
-    ann->type("/call " + dans + " tries=3");
-    ASSERT_TRUE(dan.tells("asked", {named("Ann Lee")})) << dan.story();
-    dan.type("/accept");
-    expectTold("placedCallAccepted");
-    expectTold("rosterChanged", {text("change", "join"), firstName("Dan")});
-    ann->type("/lead");
-    ASSERT_TRUE(dan.tells("lead-asked")) << dan.story();
-    dan.type("/give");
-    expectTold("beginLeading");
-    ann->type("/stop-leading");
-    expectTold("endLeading");
-    ann->type("/hangup");
-    expectTold("endMeeting");
-    EXPECT_TRUE(dan.tells("left", {named("Ann Lee")})) << dan.story();
-    ann->endInput();
-    EXPECT_EQ(0, ann->exitCode()) << ann->story();
-    EXPECT_EQ(0, process->exitCode()) << process->story();
 }
 
 TEST_F(Meeting, ThatTheControlProcessDoesNotSurviveFails) {
@@ -331,7 +271,9 @@ TEST_F(Played, GetsTheRequestsThatWereTyped) {
     replyNotifyUserJoin(descriptor, bobsRecord());
     ASSERT_TRUE(ann.tells("rosterChanged")) << ann.story();
     replyNotifyCallAuthenticationRequired(descriptor, "h1", 7001, "p1", 8080, "", 2, "4711");
-    ASSERT_TRUE(ann.tells("authenticationRequired")) << ann.story();
+    replyNotifyRecordingStopped(descriptor, true);
+    replyNotifyPlaybackStarted(descriptor, true);
+    ASSERT_TRUE(ann.tells("playbackStarted")) << ann.story();
     const std::string bobs =
         "address\n127.0.0.1\nport\n7001\nfirstName\nBob\nemail\nbob@x\ncolorIndex\n1\n";
     const std::pair<std::string, std::string> typed[] = {
@@ -343,9 +285,27 @@ TEST_F(Played, GetsTheRequestsThatWereTyped) {
          "YTpi\nport\n7\nproxyPort\n80\ntriesRemaining\n4\n"},
         {"/disable Bob", "disableUser\n" + bobs},
         {"/enable 127.0.0.1 7001", "enableUser\n" + bobs},
+        {"/call h2", "placeCall\nmachineName\nh2\nport\n7777\nproxyPort\n0\ntriesRemaining\n1\n"},
         {"/convene", "conveneMeeting\n"},
         {"/convene Two Words", "conveneMeeting\nmeetingName\nTwo Words\n"},
         {"/send /a/b c/d", "transferFile\nfilePath\n/a/b\nrelativePath\nc/d\n"},
+        {"/accept", "acceptPendingCall\n"},
+        {"/reject", "rejectPendingCall\n"},
+        {"/hangup", "hangup\n"},
+        {"/adjourn", "adjournMeeting\n"},
+        {"/who", "meetingRoster\naddress\n0.0.0.0\nport\n0\ncolorIndex\n65535\n"},
+        {"/lead", "startLeading\n"},
+        {"/stop-leading", "stopLeading\n"},
+        {"/give", "acceptLeadChange\n"},
+        {"/keep", "rejectLeadChange\n"},
+        {"/send \"/two words\"", "transferFile\nfilePath\n/two words\nrelativePath\ntwo words\n"},
+        {"/record /r", "startRecording\nfilePath\n/r\n"},
+        {"/play here",
+         "startPlayback\nfilePath\n" + std::filesystem::absolute("here").string() + "\n"},
+        {"/pause", "pausePlayback\n"},
+        {"/resume", "resumePlayback\n"},
+        {"/time", "time\n"},
+        {"/stop", "stopPlayback\n"}, // the one of the two that is under way
         {"/stop recording", "stopRecording\n"},
         {"/stop playing", "stopPlayback\n"},
         {"/putenv A=b=c", "putenv\nA=b=c\n"},
