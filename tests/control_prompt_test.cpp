@@ -1,6 +1,7 @@
 // Runs of `vintok control`: a person holds a meeting through the real control process, and through
 // one that a test plays.
 #include "support/Program.h"
+#include "support/SocketPair.h"
 #include "support/TemporaryFolder.h"
 
 #include "vintok/ControlNotify.h"
@@ -199,6 +200,9 @@ protected:
         descriptor = -1;
     }
     std::string request() {
+        if (!awaitBytes(descriptor, 1)) {
+            return "no request";
+        }
         TCPMessage message;
         while (!message.read(descriptor, nullptr)) {
             if (lastError() != TCP_ERROR_WOULD_BLOCK) {
@@ -269,7 +273,12 @@ TEST_F(Played, GetsTheRequestsThatWereTyped) {
     connectTo(ann);
     EXPECT_EQ("startup\nport\n7005\nisSecure\nhideIP\nfirstName\nAnn\n", request());
     replyNotifyUserJoin(descriptor, bobsRecord());
-    ASSERT_TRUE(ann.tells("rosterChanged")) << ann.story();
+    replyNotifyUserLeave(descriptor, bobsRecord());
+    ASSERT_TRUE(ann.tells("rosterChanged", {text("change", "leave")})) << ann.story();
+    ann.type("/disable Bob");
+    ASSERT_TRUE(ann.tells("problem")) << ann.story();
+    replyNotifyUserJoin(descriptor, bobsRecord());
+    ASSERT_TRUE(ann.tells("rosterChanged", {text("change", "join")})) << ann.story();
     replyNotifyCallAuthenticationRequired(descriptor, "h1", 7001, "p1", 8080, "", 2, "4711");
     replyNotifyRecordingStopped(descriptor, true);
     replyNotifyPlaybackStarted(descriptor, true);
