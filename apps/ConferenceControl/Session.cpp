@@ -44,17 +44,17 @@ const Session::Request *Session::findRequest(const std::string &word) {
         {"shutdown", &Session::shutdown, nothing},
         {"conveneMeeting", &Session::conveneMeeting, started},
         {"placeCall", &Session::placeCall, started},
-        {"acceptPendingCall", &Session::acceptPendingCall, started},
-        {"rejectPendingCall", &Session::rejectPendingCall, started},
+        {"acceptPendingCall", &Session::answerCall, started},
+        {"rejectPendingCall", &Session::answerCall, started},
         {"hangup", &Session::hangup, started},
         {"adjournMeeting", &Session::adjournMeeting, meeting},
         {"meetingRoster", &Session::roster, meeting},
-        {"disableUser", &Session::disableUser, meeting},
+        {"disableUser", &Session::enableUser, meeting},
         {"enableUser", &Session::enableUser, meeting},
         {"startLeading", &Session::startLeading, started},
         {"stopLeading", &Session::stopLeading, meeting},
-        {"acceptLeadChange", &Session::acceptLeadChange, meeting},
-        {"rejectLeadChange", &Session::rejectLeadChange, meeting},
+        {"acceptLeadChange", &Session::answerLead, meeting},
+        {"rejectLeadChange", &Session::answerLead, meeting},
         {"transferFile", &Session::transferFile, meeting},
         {"startRecording", &Session::startRecording, meeting, vintok::replyNotifyRecordingStarted},
         {"stopRecording", &Session::stopRecording, nothing, vintok::replyNotifyRecordingStopped},
@@ -63,6 +63,7 @@ const Session::Request *Session::findRequest(const std::string &word) {
         {"pausePlayback", &Session::pausePlayback, nothing, vintok::replyNotifyPlaybackPaused},
         {"resumePlayback", &Session::resumePlayback, nothing, vintok::replyNotifyPlaybackResumed},
     };
+    static_assert(std::size(requests) == std::size(vintok::words::requests));
     const auto *found = std::find_if(std::begin(requests), std::end(requests),
                                      [&](const Request &row) { return row.word == word; });
     return found == std::end(requests) ? nullptr : found;
@@ -154,8 +155,7 @@ void Session::takeEvent(app::Inbox::Kind kind) {
     if (kind != app::Inbox::Kind::tick || m_options.alarm == 0 || ++m_seconds < m_options.alarm)
         return;
     m_seconds = 0;
-    if (m_participant && m_participant->isMeeting())
-        m_participant->sendAllKeepAlive();
+    keepAlive(Text());
 }
 
 // ---- Requests ----

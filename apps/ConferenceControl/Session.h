@@ -83,17 +83,13 @@ private:
     std::string hangup(const Text &text);
     void leave();
     std::string placeCall(const Text &text);
-    std::string acceptPendingCall(const Text &text);
-    std::string rejectPendingCall(const Text &text);
-    std::string answerCall(bool accept);
+    std::string answerCall(const Text &text);
     std::string roster(const Text &text);
-    std::string disableUser(const Text &text);
     std::string enableUser(const Text &text);
     vintok::RosterBase *findParty(const vintok::TCPAddress &address);
     std::string startLeading(const Text &text);
     std::string stopLeading(const Text &text);
-    std::string acceptLeadChange(const Text &text);
-    std::string rejectLeadChange(const Text &text);
+    std::string answerLead(const Text &text);
     std::string transferFile(const Text &text);
 
     // ---- Recording and playback (SessionRecording.cpp)

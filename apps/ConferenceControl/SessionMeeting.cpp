@@ -77,21 +77,14 @@ std::string Session::placeCall(const Text &text) {
     return "'" + quote(name) + "' cannot be called";
 }
 
-std::string Session::acceptPendingCall(const Text &) {
-    return answerCall(true);
-}
-
-std::string Session::rejectPendingCall(const Text &) {
-    return answerCall(false);
-}
-
-std::string Session::answerCall(bool accept) {
+// Accepts or rejects, as the word says.
+std::string Session::answerCall(const Text &text) {
     if (m_callers.empty())
         return "nobody calls";
     const vintok::RosterBase caller = m_callers.front();
     m_callers.pop_front();
-    const bool done =
-        accept ? m_participant->acceptCall(caller) : m_participant->rejectCall(caller);
+    const bool done = text.word() == "acceptPendingCall" ? m_participant->acceptCall(caller)
+                                                         : m_participant->rejectCall(caller);
     if (!m_callers.empty())
         vintok::replyNotifyCallPending(fd(), readable(m_callers.front()));
     return done ? "" : "the caller has gone";
@@ -114,17 +107,12 @@ std::string Session::roster(const Text &) {
     return "";
 }
 
-std::string Session::disableUser(const Text &text) {
-    if (findParty(text.address()) == nullptr)
-        return "there is no such party";
-    m_participant->disableUser(text.address());
-    return "";
-}
-
+// Enables or disables, as the word says.
 std::string Session::enableUser(const Text &text) {
     if (findParty(text.address()) == nullptr)
         return "there is no such party";
-    m_participant->enableUser(text.address());
+    text.word() == "enableUser" ? m_participant->enableUser(text.address())
+                                : m_participant->disableUser(text.address());
     return "";
 }
 
@@ -152,12 +140,11 @@ std::string Session::stopLeading(const Text &) {
     return m_stopsLeading ? "" : "the host cannot be reached";
 }
 
-std::string Session::acceptLeadChange(const Text &) {
-    return m_participant->acceptLeadChange() ? "" : "nobody waits for the lead, or has gone";
-}
-
-std::string Session::rejectLeadChange(const Text &) {
-    return m_participant->rejectLeadChange() ? "" : "nobody waits for the lead, or has gone";
+// Gives or keeps the lead, as the word says.
+std::string Session::answerLead(const Text &text) {
+    const bool done = text.word() == "acceptLeadChange" ? m_participant->acceptLeadChange()
+                                                        : m_participant->rejectLeadChange();
+    return done ? "" : "nobody waits for the lead, or has gone";
 }
 
 // ---- Files ----

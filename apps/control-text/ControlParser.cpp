@@ -4,8 +4,6 @@
 // must have come.
 #include "ControlParser.h"
 
-#include "ControlWords.h"
-
 #include <vintok/ControlText.h>
 #include <vintok/TCPMessageBase.h>
 
@@ -15,6 +13,19 @@
 namespace control {
 
 namespace {
+
+namespace words = vintok::words;
+using words::FieldRow;
+using words::Kind;
+using words::Parts;
+
+// Null when there is no such keyword.
+const FieldRow *findKeyword(std::string_view keyword) {
+    const auto *found =
+        std::find_if(std::begin(words::fieldRows), std::end(words::fieldRows),
+                     [&](const FieldRow &row) { return !row.bare && row.name == keyword; });
+    return found == std::end(words::fieldRows) ? nullptr : found;
+}
 
 bool isHexDigit(char c) {
     return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
@@ -66,8 +77,8 @@ bool fits(const FieldRow &row, const std::string &value) {
     case Kind::encoded:
         return value.size() % 2 == 0 && std::all_of(value.begin(), value.end(), isHexDigit);
     case Kind::choice:
-        return !value.empty() &&
-               std::find(row.choices.begin(), row.choices.end(), value) != row.choices.end();
+        return !value.empty() && std::find(std::begin(row.choices), std::end(row.choices), value) !=
+                                     std::end(row.choices);
     }
     return false;
 }
@@ -84,16 +95,16 @@ public:
         const std::string_view word = takeLine();
         m_text.m_word = word;
         m_text.m_direction = direction;
-        const WordRow *row = findWord(direction, word);
+        const words::Word *row = words::find(direction, word);
         if (row == nullptr)
             return fail(ParseError::unknownWord);
-        const bool variable = (row->bare & bit(Field::variableName)) != 0;
+        const bool variable = row->parts.has(Field::variableName);
         if (!m_endsInLineFeed && !variable)
             return fail(ParseError::noLineFeed);
-        ParseError error = variable ? takeVariable() : takeBare(row->bare);
+        ParseError error = variable ? takeVariable() : takeBare(row->parts);
         while (error == ParseError::none && !m_rest.empty())
-            error = takeField(row->required | row->optional);
-        return error == ParseError::none ? checkFields(*row) : error;
+            error = takeField(row->parts);
+        return error == ParseError::none && !variable ? checkFields(row->parts) : error;
     }
 
 private:
@@ -117,10 +128,10 @@ private:
         return line;
     }
 
-    ParseError takeField(FieldSet allowed) {
+    ParseError takeField(const Parts &allowed) {
         const std::string_view keyword = takeLine();
         const FieldRow *row = findKeyword(keyword);
-        if (row == nullptr || (allowed & bit(row->field)) == 0)
+        if (row == nullptr || !allowed.has(row->field))
             return fail(ParseError::unknownKeyword, keyword);
         if (m_text.has(row->field))
             return fail(ParseError::repeatedKeyword, keyword);
@@ -129,13 +140,13 @@ private:
         return m_rest.empty() ? fail(ParseError::missingValue, keyword) : store(*row, takeLine());
     }
 
-    ParseError takeBare(FieldSet fields) {
-        for (std::size_t i = 0; i < FIELDS; ++i) {
-            const auto field = static_cast<Field>(i);
-            if ((fields & bit(field)) == 0)
+    ParseError takeBare(const Parts &parts) {
+        for (const words::Part &part : parts) {
+            const FieldRow &row = words::rowOf(part.field);
+            if (!row.bare)
                 continue;
             const ParseError error =
-                m_rest.empty() ? fail(ParseError::missingValue) : store(rowOf(field), takeLine());
+                m_rest.empty() ? fail(ParseError::missingValue) : store(row, takeLine());
             if (error != ParseError::none)
                 return error;
         }
@@ -152,30 +163,28 @@ private:
             return fail(ParseError::badValue, line);
         if (m_rest.empty() && !m_endsInLineFeed && equals + 1 != line.size())
             return fail(ParseError::noLineFeed);
-        store(rowOf(Field::variableName), line.substr(0, equals));
-        return store(rowOf(Field::variableValue), line.substr(equals + 1));
+        store(words::rowOf(Field::variableName), line.substr(0, equals));
+        return store(words::rowOf(Field::variableValue), line.substr(equals + 1));
     }
 
     ParseError store(const FieldRow &row, std::string_view value) {
         std::string text(value);
         if (!fits(row, text))
-            return fail(ParseError::badValue, row.keyword, value);
+            return fail(ParseError::badValue, row.bare ? "" : row.name, value);
         if (row.kind == Kind::encoded)
             text = decode(text);
         m_text.m_values[Text::index(row.field)] = std::move(text);
         return ParseError::none;
     }
 
-    ParseError checkFields(const WordRow &row) {
-        const FieldSet whole = bit(Field::address) | bit(Field::port);
-        FieldSet required = row.required;
-        if (((row.required | row.optional) & whole) == whole &&
-            (m_text.has(Field::address) || m_text.has(Field::port)))
-            required |= whole; // neither part of an address is any use alone
-        for (std::size_t i = 0; i < FIELDS; ++i) {
-            const auto field = static_cast<Field>(i);
-            if ((required & bit(field)) != 0 && !m_text.has(field))
-                return fail(ParseError::missingField, rowOf(field).keyword);
+    ParseError checkFields(const Parts &parts) {
+        // Neither part of an address is any use alone.
+        const bool hasAddress =
+            parts.has(Field::address) && (m_text.has(Field::address) || m_text.has(Field::port));
+        for (const words::Part &part : parts) {
+            const bool ofAddress = part.field == Field::address || part.field == Field::port;
+            if ((part.isRequired() || (hasAddress && ofAddress)) && !m_text.has(part.field))
+                return fail(ParseError::missingField, words::rowOf(part.field).name);
         }
         return ParseError::none;
     }

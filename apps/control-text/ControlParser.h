@@ -8,15 +8,17 @@
 //     else if (text.word() == "placeCall")
 //         call(text.value(control::Field::machineName), text.number(control::Field::port));
 //
-// Which fields each word takes is a table (ControlWords.cpp). Fields may come in any order. What is
-// not in the table, comes twice, has no value or one out of range is an error and never a guess:
-// the lines carry no lengths, so that behind something unknown nothing can be told apart.
+// Which fields each word takes is the library's table (ControlWords.h). Fields may come in any
+// order. What is not in the table, comes twice, has no value or one out of range is an error and
+// never a guess: the lines carry no lengths, so that behind something unknown nothing can be told
+// apart.
 //
 // Nothing here blocks, resolves names or throws, but for std::bad_alloc; a text takes at most about
 // the memory of its body once more.
 #ifndef VINTOK_APP_CONTROL_PARSER_H
 #define VINTOK_APP_CONTROL_PARSER_H
 
+#include <vintok/ControlWords.h>
 #include <vintok/RosterBase.h>
 #include <vintok/TCPAddress.h>
 
@@ -33,41 +35,8 @@ class TCPMessageBase;
 
 namespace control {
 
-// The same words mean different things in the two directions: "startup", "time", "transferFile".
-enum class Direction : unsigned char { request, notification };
-
-// What a text can hold. Unless said otherwise a field is a keyword line of this name and a value.
-enum class Field : unsigned char {
-    machineName,
-    proxyAddress,
-    meetingID,
-    meetingName,
-    authenticationString,
-    port,           // of a call, of the process, or of `address`: host byte order
-    proxyPort,      // host byte order
-    triesRemaining, // a request may give less than 0
-    filePath,
-    relativePath,
-    address, // an IP address as text
-    firstName,
-    lastName,
-    title,
-    email,
-    phoneNumber,
-    colorIndex,
-    serverResponseCode,
-    serverResponseMessage, // decoded: the bytes as the server sent them
-    isSecure,              // a flag
-    hideIP,                // a flag
-    outcome,               // "true" or "false", without a keyword
-    change,                // of the roster: "join", "leave" or "ejected", without a keyword
-    direction,             // of the clock: "add" or "subtract", without a keyword
-    seconds,               // without a keyword
-    path,                  // without a keyword
-    variableName,          // of the environment: the part before the "="
-    variableValue,         // the part behind it
-};
-inline constexpr std::size_t FIELDS = 28;
+using vintok::words::Direction;
+using vintok::words::Field;
 
 enum class ParseError : unsigned char {
     none,
@@ -115,7 +84,7 @@ private:
 
     std::string m_word;
     Direction m_direction = Direction::request;
-    std::array<std::optional<std::string>, FIELDS> m_values;
+    std::array<std::optional<std::string>, std::size(vintok::words::fieldRows)> m_values;
 };
 
 // Reads a body: a text and its zero byte. After an error `text` holds what was understood before it

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 
 namespace app {
 
@@ -73,45 +74,55 @@ struct ControlCommand {
     std::string_view word;
     std::string_view argument; // empty: none; in brackets: may be left out
     std::string_view meaning;
-    bool (*request)(int descriptor); // or
-    std::string (ControlClient::*operation)(const std::string &argument);
+    std::function<std::string(ControlClient &, const std::string &argument)> run;
 
     static const ControlCommand table[];
+
+    // Sends a request that has no arguments.
+    static auto request(bool (*send)(int descriptor)) {
+        return [send](const ControlClient &client, const std::string &) {
+            return sent(send(client.m_descriptor));
+        };
+    }
+    // Sends one about a party, which the argument names.
+    static auto about(bool (*send)(int descriptor, const RosterBase &)) {
+        return [send](const ControlClient &client, const std::string &who) {
+            std::string complaint;
+            const RosterBase *person = client.find(who, complaint);
+            return person ? sent(send(client.m_descriptor, *person)) : complaint;
+        };
+    }
 };
 
 const ControlCommand ControlCommand::table[] = {
-    {"/startup", "[PORT]", "tell the control process again who you are", nullptr,
-     &ControlClient::startup},
-    {"/convene", "[NAME]", "begin a meeting", nullptr, &ControlClient::convene},
-    {"/adjourn", "", "end the meeting for everybody", vintok::requestAdjournMeeting, nullptr},
+    {"/startup", "[PORT]", "tell the control process again who you are", &ControlClient::startup},
+    {"/convene", "[NAME]", "begin a meeting", &ControlClient::convene},
+    {"/adjourn", "", "end the meeting for everybody", request(vintok::requestAdjournMeeting)},
     {"/call", "HOST[:PORT] [OPTION...]",
-     "call a party; proxy=HOST[:PORT] meeting=ID login=USER:PASSWORD tries=N", nullptr,
+     "call a party; proxy=HOST[:PORT] meeting=ID login=USER:PASSWORD tries=N",
      &ControlClient::call},
-    {"/login", "USER:PASSWORD", "call again, with what the proxy asks for", nullptr,
-     &ControlClient::login},
-    {"/accept", "", "let the caller in", vintok::requestAcceptPendingCall, nullptr},
-    {"/reject", "", "turn the caller away", vintok::requestRejectPendingCall, nullptr},
-    {"/hangup", "", "leave the meeting", vintok::requestHangup, nullptr},
-    {"/who", "", "who is in the meeting", nullptr, &ControlClient::roster},
-    {"/enable", "NAME", "let a party take part again", nullptr, &ControlClient::enable},
-    {"/disable", "NAME", "send a party nothing more", nullptr, &ControlClient::disable},
-    {"/lead", "", "ask for the lead", vintok::requestStartLeading, nullptr},
-    {"/stop-leading", "", "give the lead back", vintok::requestStopLeading, nullptr},
-    {"/give", "", "give the lead to the party that asks for it", vintok::requestAcceptLeadChange,
-     nullptr},
-    {"/keep", "", "do not give it", vintok::requestRejectLeadChange, nullptr},
-    {"/send", "FILE [AS]", "send a file to everybody, to be kept as AS", nullptr,
-     &ControlClient::sendFile},
-    {"/record", "FILE", "write what is said into a record file", nullptr, &ControlClient::record},
-    {"/play", "FILE", "say what a record file holds", nullptr, &ControlClient::play},
-    {"/pause", "", "stop playing for a while", vintok::requestPausePlayback, nullptr},
-    {"/resume", "", "go on playing", vintok::requestResumePlayback, nullptr},
-    {"/stop", "[recording|playing]", "stop recording or playing, or both", nullptr,
-     &ControlClient::stop},
-    {"/putenv", "NAME=VALUE", "set an environment variable of the control process", nullptr,
+    {"/login", "USER:PASSWORD", "call again, with what the proxy asks for", &ControlClient::login},
+    {"/accept", "", "let the caller in", request(vintok::requestAcceptPendingCall)},
+    {"/reject", "", "turn the caller away", request(vintok::requestRejectPendingCall)},
+    {"/hangup", "", "leave the meeting", request(vintok::requestHangup)},
+    {"/who", "", "who is in the meeting", &ControlClient::roster},
+    {"/enable", "NAME", "let a party take part again", about(vintok::requestEnableUser)},
+    {"/disable", "NAME", "send a party nothing more", about(vintok::requestDisableUser)},
+    {"/lead", "", "ask for the lead", request(vintok::requestStartLeading)},
+    {"/stop-leading", "", "give the lead back", request(vintok::requestStopLeading)},
+    {"/give", "", "give the lead to the party that asks for it",
+     request(vintok::requestAcceptLeadChange)},
+    {"/keep", "", "do not give it", request(vintok::requestRejectLeadChange)},
+    {"/send", "FILE [AS]", "send a file to everybody, to be kept as AS", &ControlClient::sendFile},
+    {"/record", "FILE", "write what is said into a record file", &ControlClient::record},
+    {"/play", "FILE", "say what a record file holds", &ControlClient::play},
+    {"/pause", "", "stop playing for a while", request(vintok::requestPausePlayback)},
+    {"/resume", "", "go on playing", request(vintok::requestResumePlayback)},
+    {"/stop", "[recording|playing]", "stop recording or playing, or both", &ControlClient::stop},
+    {"/putenv", "NAME=VALUE", "set an environment variable of the control process",
      &ControlClient::putenv},
-    {"/time", "", "ask how the clock was set", vintok::requestTime, nullptr},
-    {"/keepalive", "", "test the connections", vintok::requestKeepAlive, nullptr},
+    {"/time", "", "ask how the clock was set", request(vintok::requestTime)},
+    {"/keepalive", "", "test the connections", request(vintok::requestKeepAlive)},
 };
 
 void ControlClient::note(const control::Text &text) {
@@ -156,8 +167,7 @@ std::string ControlClient::obey(std::string_view line) {
         if (argument.empty() ? needed : command.argument.empty()) {
             return "it is '" + word + (needed ? ' ' + std::string(command.argument) : "") + "'";
         }
-        return command.request ? sent(command.request(m_descriptor))
-                               : (this->*command.operation)(argument);
+        return command.run(*this, argument);
     }
     return word.front() == '/' ? "there is no command '" + word + "'; /help lists them"
                                : "a control process says no lines; /help lists the commands";
@@ -240,18 +250,6 @@ const RosterBase *ControlClient::find(const std::string &who, std::string &compl
         complaint = "'" + who + "' is not in the meeting; /who asks who is";
     }
     return found;
-}
-
-std::string ControlClient::disable(const std::string &who) {
-    std::string complaint;
-    const RosterBase *person = find(who, complaint);
-    return person ? sent(vintok::requestDisableUser(m_descriptor, *person)) : complaint;
-}
-
-std::string ControlClient::enable(const std::string &who) {
-    std::string complaint;
-    const RosterBase *person = find(who, complaint);
-    return person ? sent(vintok::requestEnableUser(m_descriptor, *person)) : complaint;
 }
 
 std::string ControlClient::sendFile(const std::string &argument) {

@@ -54,8 +54,6 @@ private:
     std::string call(const std::string &argument);
     std::string login(const std::string &credentials);
     std::string roster(const std::string &);
-    std::string disable(const std::string &who);
-    std::string enable(const std::string &who);
     std::string sendFile(const std::string &argument);
     std::string record(const std::string &path);
     std::string play(const std::string &path);

@@ -136,6 +136,7 @@ const Words words[] = {
     {"playbackResumed", "Playing {has} resumed."},
     {"time", "", clockChange},
 };
+static_assert(std::size(words) == std::size(vintok::words::notifications));
 
 std::string placed(std::string_view place, const Text &text) {
     if (place == "machine") {
@@ -169,60 +170,21 @@ std::string filled(std::string_view pattern, const Text &text) {
 
 // ---- For a script
 
-enum class Kind : unsigned char { text, number, flag, outcome };
-
-struct Key {
-    const char *key;
-    Field field;
-    Kind kind;
-};
-
-const Key keys[] = {
-    {"ok", Field::outcome, Kind::outcome},
-    {"change", Field::change, Kind::text},
-    {"machineName", Field::machineName, Kind::text},
-    {"address", Field::address, Kind::text},
-    {"port", Field::port, Kind::number},
-    {"isSecure", Field::isSecure, Kind::flag},
-    {"firstName", Field::firstName, Kind::text},
-    {"lastName", Field::lastName, Kind::text},
-    {"title", Field::title, Kind::text},
-    {"email", Field::email, Kind::text},
-    {"phoneNumber", Field::phoneNumber, Kind::text},
-    {"colorIndex", Field::colorIndex, Kind::number},
-    {"meetingName", Field::meetingName, Kind::text},
-    {"meetingID", Field::meetingID, Kind::text},
-    {"proxyAddress", Field::proxyAddress, Kind::text},
-    {"proxyPort", Field::proxyPort, Kind::number},
-    {"authenticationString", Field::authenticationString, Kind::text},
-    {"triesRemaining", Field::triesRemaining, Kind::number},
-    {"serverResponseCode", Field::serverResponseCode, Kind::number},
-    {"serverResponseMessage", Field::serverResponseMessage, Kind::text},
-    {"filePath", Field::filePath, Kind::text},
-    {"path", Field::path, Kind::text},
-    {"direction", Field::direction, Kind::text},
-    {"seconds", Field::seconds, Kind::number},
-};
-
 Fields fieldsOf(const Text &text) {
     Fields fields;
-    for (const Key &key : keys) {
-        if (!text.has(key.field)) {
+    for (const vintok::words::FieldRow &row : vintok::words::fieldRows) {
+        if (!text.has(row.field)) {
             continue;
         }
-        switch (key.kind) {
-        case Kind::text:
-            fields.text(key.key, text.value(key.field));
-            break;
-        case Kind::number:
-            fields.number(key.key, text.number(key.field));
-            break;
-        case Kind::flag:
-            fields.flag(key.key, true);
-            break;
-        case Kind::outcome:
-            fields.flag(key.key, text.succeeded());
-            break;
+        const std::string key(row.name);
+        if (row.field == Field::outcome) {
+            fields.flag(key, text.succeeded());
+        } else if (row.kind == vintok::words::Kind::flag) {
+            fields.flag(key, true);
+        } else if (row.kind == vintok::words::Kind::number) {
+            fields.number(key, text.number(row.field));
+        } else {
+            fields.text(key, text.value(row.field));
         }
     }
     return fields;

@@ -21,24 +21,8 @@ constexpr std::size_t BYTES_LIMIT = 256;
 constexpr std::size_t BYTES_PER_LINE = 16;
 constexpr std::size_t KEY_WIDTH = 11;
 
-std::string hexadecimal(std::string_view bytes, std::string_view between) {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        text.append(text.empty() ? "" : between);
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
-    }
-    return text;
-}
-
 void print(const std::string &text) {
     std::fputs((text + '\n').c_str(), stdout);
-}
-
-std::string versionText(unsigned int major, unsigned int minor) {
-    return std::to_string(major) + '.' + std::to_string(minor);
 }
 
 // One message of the file, and how much of it is to be shown.
@@ -67,7 +51,7 @@ public:
             .number("length", static_cast<std::int64_t>(m_message.messageBufferLength()))
             .flag("malformed", m_body.malformed)
             .object("body", JsonLine().fields(m_body.fields))
-            .text("hex", hexadecimal(m_shown, ""))
+            .text("hex", hexadecimal(m_shown))
             .number("hidden", static_cast<std::int64_t>(hidden()));
         print(line.str());
     }

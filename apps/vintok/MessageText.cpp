@@ -10,7 +10,7 @@
 #include <vintok/BufferManager.h>
 #include <vintok/ConferenceRosterEntry.h>
 
-#include <cstdio>
+#include <iterator>
 
 namespace app {
 
@@ -84,10 +84,6 @@ const StateWord stateWords[] = {
     {&vintok::ConferenceRosterEntry::isHidingIPsRequired, "hiding-ips"},
     {&vintok::ConferenceRosterEntry::isSSLOnly, "ssl-only"},
 };
-
-std::string versionText(unsigned int major, unsigned int minor) {
-    return std::to_string(major) + '.' + std::to_string(minor);
-}
 
 void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
     std::string address;
@@ -290,74 +286,46 @@ bool readControlText(Body &body, Fields &fields) {
     return true;
 }
 
-struct Kind {
-    const vintok::TCPGUID &identifier;
-    const char *name;
-    Reader read;
+// By MessageBody.
+const Reader readers[] = {
+    readControlText,
+    readBroadcast,
+    readEntry,
+    readAnswer,
+    readNothing,
+    readFileBegin,
+    readBytes,
+    readFileEnd,
+    readFileAck,
+    readEchoRequest<std::uint32_t>,
+    readEchoReply<std::uint32_t>,
+    readEchoRequest<std::uint64_t>,
+    readEchoReply<std::uint64_t>,
+    readBytes,
 };
-
-const Kind kinds[] = {
-    {vintok::TCP_conferenceControlRequest, "TCP_conferenceControlRequest", readControlText},
-    {vintok::TCP_conferenceControlReply, "TCP_conferenceControlReply", readControlText},
-    {vintok::TCP_broadcastMessage, "TCP_broadcastMessage", readBroadcast},
-    {vintok::TCP_joinRequest, "TCP_joinRequest", readEntry},
-    {vintok::TCP_joinReply, "TCP_joinReply", readAnswer},
-    {vintok::TCP_joinNotify, "TCP_joinNotify", readBytes},
-    {vintok::TCP_leaveNotify, "TCP_leaveNotify", readEntry},
-    {vintok::TCP_rosterRequest, "TCP_rosterRequest", readNothing},
-    {vintok::TCP_rosterReply, "TCP_rosterReply", readEntry},
-    {vintok::TCP_rosterEntry, "TCP_rosterEntry", readEntry},
-    {vintok::TCP_colorIndex, "TCP_colorIndex", readBytes},
-    {vintok::TCP_peerColorIndex, "TCP_peerColorIndex", readBytes},
-    {vintok::TCP_leadRequest, "TCP_leadRequest", readEntry},
-    {vintok::TCP_leadChangeNotify, "TCP_leadChangeNotify", readEntry},
-    {vintok::TCP_leadReply, "TCP_leadReply", readAnswer},
-    {vintok::TCP_hangup, "TCP_hangup", readNothing},
-    {vintok::TCP_stopLeadRequest, "TCP_stopLeadRequest", readNothing},
-    {vintok::TCP_keepAlive, "TCP_keepAlive", readNothing},
-    {vintok::TCP_fileTransferBegin, "TCP_fileTransferBegin", readFileBegin},
-    {vintok::TCP_fileTransferData, "TCP_fileTransferData", readBytes},
-    {vintok::TCP_fileTransferEnd, "TCP_fileTransferEnd", readFileEnd},
-    {vintok::TCP_fileTransferAck, "TCP_fileTransferAck", readFileAck},
-    {vintok::TCP_echoRequest32, "TCP_echoRequest32", readEchoRequest<std::uint32_t>},
-    {vintok::TCP_echoReply32, "TCP_echoReply32", readEchoReply<std::uint32_t>},
-    {vintok::TCP_echoRequest, "TCP_echoRequest", readEchoRequest<std::uint64_t>},
-    {vintok::TCP_echoReply, "TCP_echoReply", readEchoReply<std::uint64_t>},
-    {vintok::TCP_RECYCLE_ME_1, "TCP_RECYCLE_ME_1", readBytes},
-    {vintok::TCP_RECYCLE_ME_2, "TCP_RECYCLE_ME_2", readBytes},
-    {vintok::TCP_RECYCLE_ME_3, "TCP_RECYCLE_ME_3", readBytes},
-    {vintok::TCP_RECYCLE_ME_4, "TCP_RECYCLE_ME_4", readBytes},
-    {vintok::TCP_RECYCLE_ME_5, "TCP_RECYCLE_ME_5", readBytes},
-    {vintok::TCP_RECYCLE_ME_6, "TCP_RECYCLE_ME_6", readBytes},
-    {vintok::TCP_RECYCLE_ME_7, "TCP_RECYCLE_ME_7", readBytes},
-    {vintok::TCP_RECYCLE_ME_8, "TCP_RECYCLE_ME_8", readBytes},
-    {vintok::TCP_RECYCLE_ME_9, "TCP_RECYCLE_ME_9", readBytes},
-    {vintok::TCP_RECYCLE_ME_10, "TCP_RECYCLE_ME_10", readBytes},
-};
-
-const Kind *kindOf(const vintok::TCPGUID &identifier) {
-    for (const Kind &kind : kinds) {
-        if (kind.identifier == identifier) {
-            return &kind;
-        }
-    }
-    return nullptr;
-}
-
-std::string hexadecimal(const vintok::TCPGUID &identifier) {
-    char text[40];
-    const std::uint8_t *tail = identifier.Data4;
-    std::snprintf(text, sizeof(text), "%08x%04x%04x%02x%02x%02x%02x%02x%02x%02x%02x",
-                  static_cast<unsigned int>(identifier.Data1), identifier.Data2, identifier.Data3,
-                  tail[0], tail[1], tail[2], tail[3], tail[4], tail[5], tail[6], tail[7]);
-    return text;
-}
+static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);
 
 } // namespace
 
+std::string versionText(unsigned int major, unsigned int minor) {
+    return std::to_string(major) + '.' + std::to_string(minor);
+}
+
+std::string hexadecimal(std::string_view bytes, std::string_view between) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text.append(text.empty() ? "" : between);
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
+
 std::string identifierName(const vintok::TCPGUID &identifier) {
-    if (const Kind *kind = kindOf(identifier)) {
-        return kind->name;
+    if (const vintok::MessageKind *kind = vintok::findMessageKind(identifier)) {
+        return std::string(kind->name);
     }
     // The identifiers 46 to 99 carry their number in two decimal digits.
     vintok::TCPGUID family = vintok::TCP_messageID_99;
@@ -368,15 +336,19 @@ std::string identifierName(const vintok::TCPGUID &identifier) {
     if (family == identifier && tens <= 9 && ones <= 9 && number >= 46) {
         return "TCP_messageID_" + std::to_string(number);
     }
-    return hexadecimal(identifier);
+    unsigned char bytes[sizeof(identifier)];
+    vintok::BufferManager cursor(bytes, sizeof(bytes));
+    identifier.write(cursor);
+    return hexadecimal(std::string_view(reinterpret_cast<const char *>(bytes), sizeof(bytes)));
 }
 
 BodyText readBody(const vintok::TCPMessageBase &message) {
     BodyText text;
     Body body(std::string_view(reinterpret_cast<const char *>(message.messageBuffer()),
                                static_cast<std::size_t>(message.messageBufferLength())));
-    const Kind *kind = kindOf(message.messageID());
-    text.malformed = !(kind ? kind->read : readBytes)(body, text.fields);
+    const vintok::MessageKind *kind = vintok::findMessageKind(message.messageID());
+    const Reader read = kind ? readers[static_cast<std::size_t>(kind->body)] : readBytes;
+    text.malformed = !read(body, text.fields);
     text.rest = body.rest();
     return text;
 }

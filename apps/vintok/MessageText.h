@@ -15,6 +15,12 @@ namespace app {
 // for.
 std::string identifierName(const vintok::TCPGUID &identifier);
 
+// "4.1"
+std::string versionText(unsigned int major, unsigned int minor);
+
+// Two digits for each byte.
+std::string hexadecimal(std::string_view bytes, std::string_view between = "");
+
 struct BodyText {
     Fields fields;          // what it says
     bool malformed = false; // it is not what its identifier promises

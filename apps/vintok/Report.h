@@ -1,14 +1,14 @@
-// What a run tells the outside, event by event: as text for a person or as JSON for a script.
+// What a run tells the outside, event by event.
 #ifndef VINTOK_APP_REPORT_H
 #define VINTOK_APP_REPORT_H
 
 #include "Command.h"
 #include "Fields.h"
 #include "FileNews.h"
+#include "JsonLine.h"
 #include "Person.h"
 
 #include <cstddef>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,55 +24,68 @@ struct Notice {
     Fields fields;        // for a script
 };
 
+// Prints on the standard output, a line for each event, at once; `failed` and text's `problem` go
+// to standard error. An event is one function in Report.cpp, which says both what a script is told
+// and what a person is.
 class Report {
 public:
-    virtual ~Report() = default;
+    // As JSON for a script, or as text for a person: with `colours` it has the escape sequences of
+    // a terminal; with `progress` a file that is under way has a line that changes in place.
+    enum class Form : unsigned char { text, json };
+    explicit Report(Form form, bool colours = false, bool progress = false)
+        : m_json(form == Form::json), m_colours(colours), m_progress(progress) {}
 
     // This party, or the relay, can be called.
-    virtual void listening(const std::string &address, unsigned short port) = 0;
+    void listening(const std::string &address, unsigned short port) const;
     // A client has reached its relay.
-    virtual void connected(const std::string &whom) = 0;
-    virtual void hosting(const std::string &meeting) = 0;
-    virtual void call(CallEvent event, const std::string &whom) = 0;
+    void connected(const std::string &whom) const;
+    void hosting(const std::string &meeting) const;
+    void call(CallEvent event, const std::string &whom) const;
     // Somebody waits for /accept or /reject.
-    virtual void asked(unsigned int call, const Person &caller) = 0;
-    virtual void joined(const Person &person) = 0;
-    virtual void left(const Person &person) = 0;
+    void asked(unsigned int call, const Person &caller) const;
+    void joined(const Person &person) const;
+    void left(const Person &person) const;
     // This is also how a party learns its own colour.
-    virtual void changed(const Person &person, const Person &before) = 0;
+    void changed(const Person &person, const Person &before) const;
     // Somebody leads from now on; somebody asks this party for the lead; the answer to its own
     // question.
-    virtual void leads(const Person &person) = 0;
-    virtual void leadAsked(const Person &person) = 0;
-    virtual void leadAnswered(bool granted) = 0;
-    virtual void said(const Person &person, const std::string &text) = 0;
+    void leads(const Person &person) const;
+    void leadAsked(const Person &person) const;
+    void leadAnswered(bool granted) const;
+    void said(const Person &person, const std::string &text) const;
     // A line relayed without a speaker.
-    virtual void relayed(const std::string &text) = 0;
+    void relayed(const std::string &text) const;
     // A broadcast whose body is no line.
-    virtual void strangeData(std::size_t bytes) = 0;
+    void strangeData(std::size_t bytes) const;
     // A file goes out or comes in, and how far it is: at each per cent, or less often.
-    virtual void fileBegins(const FileNews &file) = 0;
-    virtual void fileGoesOn(const FileNews &file) = 0;
+    void fileBegins(const FileNews &file) const;
+    void fileGoesOn(const FileNews &file) const;
     // With what there is of it here, if that is whole.
-    virtual void fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) = 0;
+    void fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) const;
     // Somebody's file is not stored.
-    virtual void fileRefused(const FileNews &file, const std::string &reason) = 0;
-    virtual void roster(const std::string &meeting, const std::vector<Person> &people) = 0;
-    virtual void help(const std::string &heading, const std::vector<CommandHelp> &commands) = 0;
-    virtual void notice(const Notice &notice) = 0;
+    void fileRefused(const FileNews &file, const std::string &reason) const;
+    void roster(const std::string &meeting, const std::vector<Person> &people) const;
+    void help(const std::string &heading, const std::vector<CommandHelp> &commands) const;
+    void notice(const Notice &notice) const;
     // Something that was asked for did not work; the run goes on.
-    virtual void problem(const std::string &text) = 0;
+    void problem(const std::string &text) const;
     // The run ends well, and why.
-    virtual void ended(const std::string &reason) = 0;
+    void ended(const std::string &reason) const;
     // The run fails.
-    virtual void failed(const std::string &reason) = 0;
-};
+    void failed(const std::string &reason) const;
 
-// Both print on the standard output, a line for each event, at once; `failed` and text's `problem`
-// go to standard error. With `colours` the text has the escape sequences of a terminal; with
-// `progress` a file that is under way has a line that changes in place.
-std::unique_ptr<Report> makeTextReport(bool colours, bool progress);
-std::unique_ptr<Report> makeJsonReport();
+private:
+    // What a script is told of an event and what a person is; nothing, if the sentence is empty.
+    void tell(const JsonLine &line, const std::string &sentence) const;
+    std::string paint(const std::string &text, const Person &person) const;
+    std::string nameOf(const Person &person) const;
+    std::string rosterLine(const Person &person) const;
+    std::string endOf(const FileNews &file, FileEnd end, const FileSum &sum) const;
+
+    bool m_json;
+    bool m_colours;
+    bool m_progress;
+};
 
 // One line on standard error, in the program's name.
 void complain(const std::string &text);

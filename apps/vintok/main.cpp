@@ -79,21 +79,19 @@ int makeCertificates(const app::Options &options, app::Report &report) {
 }
 
 int runLibrary(const app::Options &options) {
-    const std::unique_ptr<app::Report> report =
-        options.json
-            ? app::makeJsonReport()
-            : app::makeTextReport(wanted(options.colour, onTerminal() && !variableSet("NO_COLOR")),
-                                  wanted(options.progress, onTerminal()));
+    app::Report report(options.json ? app::Report::Form::json : app::Report::Form::text,
+                       wanted(options.colour, onTerminal() && !variableSet("NO_COLOR")),
+                       !options.json && wanted(options.progress, onTerminal()));
     if (options.role == app::Role::decode) { // needs no network
-        return app::runDecode(options, *report);
+        return app::runDecode(options, report);
     }
     if (options.role == app::Role::tlsInit) {
-        return makeCertificates(options, *report);
+        return makeCertificates(options, report);
     }
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     if (!vintok::setLogLevel(options.logLevel.value_or(vintok::logLevel()))) {
-        report->failed("the network cannot be used");
+        report.failed("the network cannot be used");
         return FAILED;
     }
     if (!options.logFile.empty()) {
@@ -103,14 +101,14 @@ int runLibrary(const app::Options &options) {
     std::string failure;
     if (options.secure.wanted()) {
         if (!app::secure::start(options.secure, failure)) {
-            report->failed(failure);
+            report.failed(failure);
             return FAILED;
         }
     } else if (options.tunnel.wanted() && options.role != app::Role::host) {
         vintok::setTransport(&plainTransport);
     }
     // No `fini` behind it: a thread that looks for callers may still be in the middle of a call.
-    return runRole(options, *report);
+    return runRole(options, report);
 }
 
 } // namespace

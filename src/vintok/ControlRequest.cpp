@@ -1,33 +1,15 @@
 #include "vintok/ControlRequest.h"
 
 #include "vintok/ControlLines.h"
-#include "vintok/ControlText.h"
 
 namespace vintok {
-
-namespace {
-
-// False for an empty path: there is nothing that could be recorded to or played.
-bool requestWithPath(int descriptor, const char *word, const std::string &filePath) {
-    return !filePath.empty() &&
-           writeRequestString(descriptor, word + controlField("filePath", filePath));
-}
-
-} // namespace
 
 bool requestStartup(int descriptor, unsigned short port, bool isSecure, bool hideIP,
                     const std::string &firstName, const std::string &lastName,
                     const std::string &title, const std::string &email, const std::string &phone,
                     const std::string &meetingID) {
-    std::string text = "startup\nport\n" + formatUShort(port);
-    if (isSecure)
-        text += "isSecure\n";
-    if (hideIP)
-        text += "hideIP\n";
-    text += optionalField("firstName", firstName) + optionalField("lastName", lastName) +
-            optionalField("title", title) + optionalField("email", email) +
-            optionalField("phoneNumber", phone) + optionalField("meetingID", meetingID);
-    return writeRequestString(descriptor, text);
+    return sendRequest(descriptor, "startup", port, isSecure, hideIP, firstName, lastName, title,
+                       email, phone, meetingID);
 }
 
 // The one text whose value stands on the line of its name, and which may end without a line feed.
@@ -42,107 +24,100 @@ bool requestPutenv(int descriptor, const std::string &name, const std::string &v
 }
 
 bool requestTime(int descriptor) {
-    return writeRequestString(descriptor, "time\n");
+    return sendRequest(descriptor, "time");
 }
 
 bool requestKeepAlive(int descriptor) {
-    return writeRequestString(descriptor, "keepAlive\n");
+    return sendRequest(descriptor, "keepAlive");
 }
 
 bool requestShutdown(int descriptor) {
-    return writeRequestString(descriptor, "shutdown\n");
+    return sendRequest(descriptor, "shutdown");
 }
 
 bool requestConveneMeeting(int descriptor, const std::string &meetingName) {
-    return writeRequestString(descriptor,
-                              "conveneMeeting\n" + optionalField("meetingName", meetingName));
+    return sendRequest(descriptor, "conveneMeeting", meetingName);
 }
 
 bool requestAdjournMeeting(int descriptor) {
-    return writeRequestString(descriptor, "adjournMeeting\n");
+    return sendRequest(descriptor, "adjournMeeting");
 }
 
 bool requestPlaceCall(int descriptor, const std::string &machineName, unsigned short port,
                       const std::string &proxyAddress, unsigned short proxyPort,
                       const std::string &meetingID, const std::string &authentication,
                       int triesRemaining) {
-    return writeRequestString(descriptor,
-                              "placeCall\n" + optionalField("machineName", machineName) +
-                                  optionalField("proxyAddress", proxyAddress) +
-                                  optionalField("meetingID", meetingID) +
-                                  optionalField("authenticationString", authentication) + "port\n" +
-                                  formatUShort(port) + "proxyPort\n" + formatUShort(proxyPort) +
-                                  controlField("triesRemaining", std::to_string(triesRemaining)));
+    return sendRequest(descriptor, "placeCall", machineName, proxyAddress, meetingID,
+                       authentication, port, proxyPort, triesRemaining);
 }
 
 bool requestAcceptPendingCall(int descriptor) {
-    return writeRequestString(descriptor, "acceptPendingCall\n");
+    return sendRequest(descriptor, "acceptPendingCall");
 }
 
 bool requestRejectPendingCall(int descriptor) {
-    return writeRequestString(descriptor, "rejectPendingCall\n");
+    return sendRequest(descriptor, "rejectPendingCall");
 }
 
 bool requestHangup(int descriptor) {
-    return writeRequestString(descriptor, "hangup\n");
+    return sendRequest(descriptor, "hangup");
 }
 
 bool requestRoster(int descriptor, const RosterBase &user) {
-    return writeRequestString(descriptor, "meetingRoster\n" + formatRosterBase(user));
+    return sendRequest(descriptor, "meetingRoster", user);
 }
 
 bool requestDisableUser(int descriptor, const RosterBase &user) {
-    return writeRequestString(descriptor, "disableUser\n" + formatRosterBase(user));
+    return sendRequest(descriptor, "disableUser", user);
 }
 
 bool requestEnableUser(int descriptor, const RosterBase &user) {
-    return writeRequestString(descriptor, "enableUser\n" + formatRosterBase(user));
+    return sendRequest(descriptor, "enableUser", user);
 }
 
 bool requestStartLeading(int descriptor) {
-    return writeRequestString(descriptor, "startLeading\n");
+    return sendRequest(descriptor, "startLeading");
 }
 
 bool requestStopLeading(int descriptor) {
-    return writeRequestString(descriptor, "stopLeading\n");
+    return sendRequest(descriptor, "stopLeading");
 }
 
 bool requestAcceptLeadChange(int descriptor) {
-    return writeRequestString(descriptor, "acceptLeadChange\n");
+    return sendRequest(descriptor, "acceptLeadChange");
 }
 
 bool requestRejectLeadChange(int descriptor) {
-    return writeRequestString(descriptor, "rejectLeadChange\n");
+    return sendRequest(descriptor, "rejectLeadChange");
 }
 
 bool requestTransferFile(int descriptor, const std::string &filePath,
                          const std::string &relativePath) {
-    return writeRequestString(descriptor, "transferFile\n" + optionalField("filePath", filePath) +
-                                              optionalField("relativePath", relativePath));
+    return sendRequest(descriptor, "transferFile", filePath, relativePath);
 }
 
 bool requestStartRecording(int descriptor, const std::string &filePath) {
-    return requestWithPath(descriptor, "startRecording\n", filePath);
+    return sendRequest(descriptor, "startRecording", filePath);
 }
 
 bool requestStopRecording(int descriptor) {
-    return writeRequestString(descriptor, "stopRecording\n");
+    return sendRequest(descriptor, "stopRecording");
 }
 
 bool requestStartPlayback(int descriptor, const std::string &filePath) {
-    return requestWithPath(descriptor, "startPlayback\n", filePath);
+    return sendRequest(descriptor, "startPlayback", filePath);
 }
 
 bool requestStopPlayback(int descriptor) {
-    return writeRequestString(descriptor, "stopPlayback\n");
+    return sendRequest(descriptor, "stopPlayback");
 }
 
 bool requestPausePlayback(int descriptor) {
-    return writeRequestString(descriptor, "pausePlayback\n");
+    return sendRequest(descriptor, "pausePlayback");
 }
 
 bool requestResumePlayback(int descriptor) {
-    return writeRequestString(descriptor, "resumePlayback\n");
+    return sendRequest(descriptor, "resumePlayback");
 }
 
 } // namespace vintok

@@ -41,6 +41,50 @@ bool writeReplyString(int descriptor, const std::string &text) {
     return writeText(descriptor, TCP_conferenceControlReply, text);
 }
 
+std::string ControlValues::lines(const words::Parts &parts) const {
+    std::string text;
+    std::size_t next = 0;
+    for (const auto &[field, use] : parts) {
+        const words::FieldRow &row = words::rowOf(field);
+        const std::string &value = m_values.at(next++);
+        const bool isFlag = row.kind == words::Kind::flag;
+        if (isFlag ? value != "true" : use == words::Use::ifAny && value.empty())
+            continue;
+        if (!row.bare)
+            text.append(row.name) += '\n';
+        if (!isFlag)
+            text += (row.kind == words::Kind::encoded ? encodeText(value) : value) + '\n';
+    }
+    return text;
+}
+
+std::string ControlValues::text(const words::Word &row) const {
+    auto value = m_values.begin();
+    for (const words::Part &part : row.parts)
+        if ((value++)->empty() && part.use == words::Use::needed)
+            return std::string();
+    return std::string(row.word) + '\n' + lines(row.parts);
+}
+
+void ControlValues::add(const TCPAddress &address) {
+    std::string ip;
+    const bool known = address.ipString(ip);
+    add(known ? ip : "");
+    add(known ? std::to_string(address.hostByteOrderPort()) : "");
+}
+
+void ControlValues::add(const UserInfo &user) {
+    for (const std::string &value :
+         {user.firstName(), user.lastName(), user.title(), user.email(), user.phone()})
+        add(value);
+}
+
+void ControlValues::add(const RosterBase &entry) {
+    add(static_cast<const TCPAddress &>(entry));
+    add(static_cast<const UserInfo &>(entry));
+    add(entry.colorIndex());
+}
+
 std::string formatUShort(unsigned short value) {
     return formatText("%hu\n", value);
 }
@@ -50,24 +94,19 @@ std::string formatUInt(unsigned int value) {
 }
 
 std::string formatColor(unsigned short value) {
-    return "colorIndex\n" + formatUShort(value);
+    return ControlValues(value).lines(words::colorParts);
 }
 
 std::string formatAddress(const TCPAddress &address) {
-    std::string ip;
-    if (!address.ipString(ip))
-        return std::string();
-    return controlField("address", ip) + "port\n" + formatUShort(address.hostByteOrderPort());
+    return ControlValues(address).lines(words::addressParts);
 }
 
 std::string formatUserInfo(const UserInfo &user) {
-    return optionalField("firstName", user.firstName()) +
-           optionalField("lastName", user.lastName()) + optionalField("title", user.title()) +
-           optionalField("email", user.email()) + optionalField("phoneNumber", user.phone());
+    return ControlValues(user).lines(words::userParts);
 }
 
 std::string formatRosterBase(const RosterBase &entry) {
-    return formatAddress(entry) + formatUserInfo(entry) + formatColor(entry.colorIndex());
+    return ControlValues(entry).lines(words::partyParts);
 }
 
 std::string encodeText(const std::string &text) {

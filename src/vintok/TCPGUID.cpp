@@ -11,7 +11,22 @@ constexpr TCPGUID identifier(std::uint16_t data2) {
     return {0x98153543, data2, 0x0929, {0x00, 0x00, 0x08, 0x00, 0x09, 0x83, 0x5D, 0x5A}};
 }
 
+// That of the row of this name; a name without a row does not compile.
+consteval TCPGUID named(std::string_view name) {
+    const auto *row = messageKinds;
+    while (row->name != name)
+        ++row;
+    return identifier(row->number);
+}
+
 } // namespace
+
+const MessageKind *findMessageKind(const TCPGUID &wanted) {
+    for (const MessageKind &row : messageKinds)
+        if (identifier(row.number) == wanted)
+            return &row;
+    return nullptr;
+}
 
 std::uint64_t TCPGUID::read(BufferManager &cursor) {
     std::uint64_t count = cursor.read(Data1);
@@ -37,43 +52,43 @@ BufferManager &operator<<(BufferManager &cursor, const TCPGUID &value) {
     return cursor;
 }
 
-constinit const TCPGUID TCP_conferenceControlRequest = identifier(0x0010);
-constinit const TCPGUID TCP_conferenceControlReply = identifier(0x0011);
-constinit const TCPGUID TCP_broadcastMessage = identifier(0x0012);
-constinit const TCPGUID TCP_joinRequest = identifier(0x0013);
-constinit const TCPGUID TCP_joinReply = identifier(0x0014);
-constinit const TCPGUID TCP_joinNotify = identifier(0x0029);
-constinit const TCPGUID TCP_leaveNotify = identifier(0x0030);
-constinit const TCPGUID TCP_rosterRequest = identifier(0x0017);
-constinit const TCPGUID TCP_rosterReply = identifier(0x0018);
-constinit const TCPGUID TCP_rosterEntry = identifier(0x0019);
-constinit const TCPGUID TCP_colorIndex = identifier(0x0043);
-constinit const TCPGUID TCP_peerColorIndex = identifier(0x0045);
-constinit const TCPGUID TCP_leadRequest = identifier(0x0015);
-constinit const TCPGUID TCP_leadChangeNotify = identifier(0x0016);
-constinit const TCPGUID TCP_leadReply = identifier(0x0031);
-constinit const TCPGUID TCP_hangup = identifier(0x0023);
-constinit const TCPGUID TCP_stopLeadRequest = identifier(0x0024);
-constinit const TCPGUID TCP_keepAlive = identifier(0x0025);
-constinit const TCPGUID TCP_fileTransferBegin = identifier(0x0026);
-constinit const TCPGUID TCP_fileTransferData = identifier(0x0027);
-constinit const TCPGUID TCP_fileTransferEnd = identifier(0x0028);
-constinit const TCPGUID TCP_fileTransferAck = identifier(0x0044);
-constinit const TCPGUID TCP_echoRequest32 = identifier(0x0032);
-constinit const TCPGUID TCP_echoReply32 = identifier(0x0033);
-constinit const TCPGUID TCP_echoRequest = identifier(0x0020);
-constinit const TCPGUID TCP_echoReply = identifier(0x0021);
+constinit const TCPGUID TCP_conferenceControlRequest = named("TCP_conferenceControlRequest");
+constinit const TCPGUID TCP_conferenceControlReply = named("TCP_conferenceControlReply");
+constinit const TCPGUID TCP_broadcastMessage = named("TCP_broadcastMessage");
+constinit const TCPGUID TCP_joinRequest = named("TCP_joinRequest");
+constinit const TCPGUID TCP_joinReply = named("TCP_joinReply");
+constinit const TCPGUID TCP_joinNotify = named("TCP_joinNotify");
+constinit const TCPGUID TCP_leaveNotify = named("TCP_leaveNotify");
+constinit const TCPGUID TCP_rosterRequest = named("TCP_rosterRequest");
+constinit const TCPGUID TCP_rosterReply = named("TCP_rosterReply");
+constinit const TCPGUID TCP_rosterEntry = named("TCP_rosterEntry");
+constinit const TCPGUID TCP_colorIndex = named("TCP_colorIndex");
+constinit const TCPGUID TCP_peerColorIndex = named("TCP_peerColorIndex");
+constinit const TCPGUID TCP_leadRequest = named("TCP_leadRequest");
+constinit const TCPGUID TCP_leadChangeNotify = named("TCP_leadChangeNotify");
+constinit const TCPGUID TCP_leadReply = named("TCP_leadReply");
+constinit const TCPGUID TCP_hangup = named("TCP_hangup");
+constinit const TCPGUID TCP_stopLeadRequest = named("TCP_stopLeadRequest");
+constinit const TCPGUID TCP_keepAlive = named("TCP_keepAlive");
+constinit const TCPGUID TCP_fileTransferBegin = named("TCP_fileTransferBegin");
+constinit const TCPGUID TCP_fileTransferData = named("TCP_fileTransferData");
+constinit const TCPGUID TCP_fileTransferEnd = named("TCP_fileTransferEnd");
+constinit const TCPGUID TCP_fileTransferAck = named("TCP_fileTransferAck");
+constinit const TCPGUID TCP_echoRequest32 = named("TCP_echoRequest32");
+constinit const TCPGUID TCP_echoReply32 = named("TCP_echoReply32");
+constinit const TCPGUID TCP_echoRequest = named("TCP_echoRequest");
+constinit const TCPGUID TCP_echoReply = named("TCP_echoReply");
 
-constinit const TCPGUID TCP_RECYCLE_ME_1 = identifier(0x0022);
-constinit const TCPGUID TCP_RECYCLE_ME_2 = identifier(0x0034);
-constinit const TCPGUID TCP_RECYCLE_ME_3 = identifier(0x0035);
-constinit const TCPGUID TCP_RECYCLE_ME_4 = identifier(0x0036);
-constinit const TCPGUID TCP_RECYCLE_ME_5 = identifier(0x0037);
-constinit const TCPGUID TCP_RECYCLE_ME_6 = identifier(0x0038);
-constinit const TCPGUID TCP_RECYCLE_ME_7 = identifier(0x0039);
-constinit const TCPGUID TCP_RECYCLE_ME_8 = identifier(0x0040);
-constinit const TCPGUID TCP_RECYCLE_ME_9 = identifier(0x0041);
-constinit const TCPGUID TCP_RECYCLE_ME_10 = identifier(0x0042);
+constinit const TCPGUID TCP_RECYCLE_ME_1 = named("TCP_RECYCLE_ME_1");
+constinit const TCPGUID TCP_RECYCLE_ME_2 = named("TCP_RECYCLE_ME_2");
+constinit const TCPGUID TCP_RECYCLE_ME_3 = named("TCP_RECYCLE_ME_3");
+constinit const TCPGUID TCP_RECYCLE_ME_4 = named("TCP_RECYCLE_ME_4");
+constinit const TCPGUID TCP_RECYCLE_ME_5 = named("TCP_RECYCLE_ME_5");
+constinit const TCPGUID TCP_RECYCLE_ME_6 = named("TCP_RECYCLE_ME_6");
+constinit const TCPGUID TCP_RECYCLE_ME_7 = named("TCP_RECYCLE_ME_7");
+constinit const TCPGUID TCP_RECYCLE_ME_8 = named("TCP_RECYCLE_ME_8");
+constinit const TCPGUID TCP_RECYCLE_ME_9 = named("TCP_RECYCLE_ME_9");
+constinit const TCPGUID TCP_RECYCLE_ME_10 = named("TCP_RECYCLE_ME_10");
 
 constinit const TCPGUID TCP_messageID_46 = identifier(0x0046);
 constinit const TCPGUID TCP_messageID_47 = identifier(0x0047);

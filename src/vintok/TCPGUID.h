@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace vintok {
 
@@ -34,6 +35,72 @@ static_assert(sizeof(TCPGUID) == 16, "an identifier is compared as the 16 bytes 
 // `read` and `write` with a failure passed over in silence.
 VINTOK_API BufferManager &operator>>(BufferManager &cursor, TCPGUID &identifier);
 VINTOK_API BufferManager &operator<<(BufferManager &cursor, const TCPGUID &identifier);
+
+enum class MessageBody : unsigned char {
+    controlText,
+    broadcast, // the application's bytes
+    entry,     // a party
+    answer,    // one byte: not 0 is yes
+    nothing,   // a byte that says nothing
+    fileBegin,
+    fileData,
+    fileEnd,
+    fileAck,
+    echoRequest32,
+    echoReply32,
+    echoRequest,
+    echoReply,
+    reserved, // nobody sends it
+};
+
+struct MessageKind {
+    std::uint16_t number; // Data2 of the identifier
+    std::string_view name;
+    MessageBody body;
+};
+
+// A row for each identifier that has a name of its own.
+inline constexpr MessageKind messageKinds[] = {
+    {0x0010, "TCP_conferenceControlRequest", MessageBody::controlText},
+    {0x0011, "TCP_conferenceControlReply", MessageBody::controlText},
+    {0x0012, "TCP_broadcastMessage", MessageBody::broadcast},
+    {0x0013, "TCP_joinRequest", MessageBody::entry},
+    {0x0014, "TCP_joinReply", MessageBody::answer},
+    {0x0029, "TCP_joinNotify", MessageBody::reserved},
+    {0x0030, "TCP_leaveNotify", MessageBody::entry},
+    {0x0017, "TCP_rosterRequest", MessageBody::nothing},
+    {0x0018, "TCP_rosterReply", MessageBody::entry},
+    {0x0019, "TCP_rosterEntry", MessageBody::entry},
+    {0x0043, "TCP_colorIndex", MessageBody::reserved},
+    {0x0045, "TCP_peerColorIndex", MessageBody::reserved},
+    {0x0015, "TCP_leadRequest", MessageBody::entry},
+    {0x0016, "TCP_leadChangeNotify", MessageBody::entry},
+    {0x0031, "TCP_leadReply", MessageBody::answer},
+    {0x0023, "TCP_hangup", MessageBody::nothing},
+    {0x0024, "TCP_stopLeadRequest", MessageBody::nothing},
+    {0x0025, "TCP_keepAlive", MessageBody::nothing},
+    {0x0026, "TCP_fileTransferBegin", MessageBody::fileBegin},
+    {0x0027, "TCP_fileTransferData", MessageBody::fileData},
+    {0x0028, "TCP_fileTransferEnd", MessageBody::fileEnd},
+    {0x0044, "TCP_fileTransferAck", MessageBody::fileAck},
+    {0x0032, "TCP_echoRequest32", MessageBody::echoRequest32},
+    {0x0033, "TCP_echoReply32", MessageBody::echoReply32},
+    {0x0020, "TCP_echoRequest", MessageBody::echoRequest},
+    {0x0021, "TCP_echoReply", MessageBody::echoReply},
+    {0x0022, "TCP_RECYCLE_ME_1", MessageBody::reserved},
+    {0x0034, "TCP_RECYCLE_ME_2", MessageBody::reserved},
+    {0x0035, "TCP_RECYCLE_ME_3", MessageBody::reserved},
+    {0x0036, "TCP_RECYCLE_ME_4", MessageBody::reserved},
+    {0x0037, "TCP_RECYCLE_ME_5", MessageBody::reserved},
+    {0x0038, "TCP_RECYCLE_ME_6", MessageBody::reserved},
+    {0x0039, "TCP_RECYCLE_ME_7", MessageBody::reserved},
+    {0x0040, "TCP_RECYCLE_ME_8", MessageBody::reserved},
+    {0x0041, "TCP_RECYCLE_ME_9", MessageBody::reserved},
+    {0x0042, "TCP_RECYCLE_ME_10", MessageBody::reserved},
+};
+
+// Null for an identifier without a name of its own.
+VINTOK_API const MessageKind *findMessageKind(const TCPGUID &identifier);
 
 // The identifiers differ in the low byte of Data2 alone. They are ready before any constructor
 // runs; compare by value, never by address.

@@ -9,6 +9,7 @@
 #include "vintok/ControlNotify.h"
 #include "vintok/ControlRequest.h"
 #include "vintok/ControlText.h"
+#include "vintok/ControlWords.h"
 #include "vintok/Export.h"
 #include "vintok/HTTPAddress.h"
 #include "vintok/HTTPText.h"

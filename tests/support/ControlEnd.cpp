@@ -79,6 +79,21 @@ testing::AssertionResult ControlEnd::isTold(const std::string &word, bool outcom
                                                    : result;
 }
 
+testing::AssertionResult ControlEnd::isTold(const std::string &word, control::Field field,
+                                            const std::string &value) {
+    const auto result = isTold(word);
+    return result && m_told.value(field) != value
+               ? testing::AssertionFailure() << word << " of '" << m_told.value(field) << "'"
+               : result;
+}
+
+testing::AssertionResult ControlEnd::isToldAll(const std::vector<std::string> &words) {
+    auto result = testing::AssertionSuccess();
+    for (auto word = words.begin(); word != words.end() && result; ++word)
+        result = isTold(*word);
+    return result;
+}
+
 testing::AssertionResult ControlEnd::fences(std::vector<std::string> *words) {
     requestResumePlayback(m_descriptor);
     const auto result = m_meeting.until(

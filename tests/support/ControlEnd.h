@@ -32,6 +32,11 @@ public:
     testing::AssertionResult isTold(const std::string &word);
     // The same; it must have this outcome.
     testing::AssertionResult isTold(const std::string &word, bool outcome);
+    // The same; this field must have this value.
+    testing::AssertionResult isTold(const std::string &word, control::Field field,
+                                    const std::string &value);
+    // One after the other.
+    testing::AssertionResult isToldAll(const std::vector<std::string> &words);
     // Waits for the answer to a request that every state answers: to resume a playback, which is
     // refused. Whatever was asked before has been dealt with, and `words` are what came of it.
     testing::AssertionResult fences(std::vector<std::string> *words = nullptr);
