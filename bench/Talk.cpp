@@ -101,8 +101,9 @@ void Talks::heard(std::size_t member, const Stamp &stamp) {
 }
 
 bool Talks::allArrived() const {
-    return std::all_of(m_talks.begin(), m_talks.end(),
-                       [](const State &talk) { return talk.everywhere == talk.said; });
+    return std::all_of(
+        m_talks.begin(), m_talks.end(),
+        [](const State &talk) { return talk.everywhere == talk.said; });
 }
 
 } // namespace bench

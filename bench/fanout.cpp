@@ -67,7 +67,7 @@ struct Meeting {
     Members members;
 };
 
-// ---- The modes
+// ---- The modes ----
 
 Talk broadcast(std::size_t speaker, std::size_t body, std::int64_t interval = 0) {
     return {speaker, &vintok::TCP_broadcastMessage, body, interval};
@@ -149,7 +149,7 @@ const Mode modes[] = {{"throughput", throughput, {2, 8, 32, 128}, {64, 1024, 163
                       {"crowd", crowd, {1000}, {64}},
                       {"fairness", fairness, {32}, {64}}};
 
-// ---- What is shown
+// ---- What is shown ----
 
 struct Options {
     std::vector<const Mode *> chosen;

@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// ---- A party, in a process of its own
+// ---- A party, in a process of its own ----
 
 struct Role {
     unsigned short port; // of the host; 0 hosts
@@ -127,7 +127,7 @@ void runParty(const Copy &copy, const Role &role) {
     loop.run();
 }
 
-// ---- The measurement
+// ---- The measurement ----
 
 struct Cost {
     double wall = 0, cpu = 0; // seconds

@@ -20,9 +20,9 @@
 
 namespace {
 
-constexpr std::size_t STREAM = 512u << 20; // bytes
-constexpr std::size_t PIECE = 256u << 10;
-constexpr int ECHOES = 5000;
+constexpr std::size_t stream = 512u << 20; // bytes
+constexpr std::size_t pieceSize = 256u << 10;
+constexpr int echoes = 5000;
 
 [[noreturn]] void fail(const char *what) {
     std::perror(what);
@@ -143,21 +143,21 @@ double secondsSince(std::chrono::steady_clock::time_point begin) {
 
 // Megabytes each second.
 double streamRate(const Ends &ends) {
-    const std::string piece(PIECE, 's');
+    const std::string piece(pieceSize, 's');
     const auto begin = std::chrono::steady_clock::now();
     std::thread writer([&] {
-        for (std::size_t sent = 0; sent < STREAM; sent += PIECE)
-            sendAll(ends.near, piece.data(), PIECE);
+        for (std::size_t sent = 0; sent < stream; sent += pieceSize)
+            sendAll(ends.near, piece.data(), pieceSize);
     });
-    std::string buffer(PIECE, '\0');
-    for (std::size_t got = 0; got < STREAM;) {
+    std::string buffer(pieceSize, '\0');
+    for (std::size_t got = 0; got < stream;) {
         const ssize_t count = recv(ends.far, buffer.data(), buffer.size(), 0);
         if (count <= 0)
             fail("recv");
         got += static_cast<std::size_t>(count);
     }
     writer.join();
-    return static_cast<double>(STREAM) / 1e6 / secondsSince(begin);
+    return static_cast<double>(stream) / 1e6 / secondsSince(begin);
 }
 
 // Microseconds there and back.
@@ -168,12 +168,12 @@ double echoTime(const Ends &ends) {
     });
     const auto begin = std::chrono::steady_clock::now();
     char byte = 'e';
-    for (int i = 0; i < ECHOES; ++i) {
+    for (int i = 0; i < echoes; ++i) {
         sendAll(ends.near, &byte, 1);
         if (recv(ends.near, &byte, 1, 0) != 1)
             fail("recv");
     }
-    const double time = secondsSince(begin) * 1e6 / ECHOES;
+    const double time = secondsSince(begin) * 1e6 / echoes;
     sendAll(ends.near, "q", 1);
     echo.join();
     return time;

@@ -28,7 +28,7 @@
 
 namespace {
 
-constexpr std::size_t HEADER = 60; // of a frame
+constexpr std::size_t headerLength = 60; // of a frame
 
 [[noreturn]] void fail(const std::string &what) {
     std::fprintf(stderr, "secure: %s: %s\n", what.c_str(), vintok::lastErrorString().c_str());
@@ -88,7 +88,7 @@ Cost measure(const Load &load, const std::function<void()> &send,
             (seconds(CLOCK_PROCESS_CPUTIME_ID) - cpu) * 1e6 / load.megabytes()};
 }
 
-// --- The library, plain or through the transport ------------------------------------
+// ---- The library, plain or through the transport ----
 
 Cost frames(const Load &load, bool secure) {
     Ends ends;
@@ -104,7 +104,7 @@ Cost frames(const Load &load, bool secure) {
             require(message.write(-1, nullptr), "write");
     };
     const auto receive = [&] {
-        std::vector<unsigned char> bytes(load.size + HEADER);
+        std::vector<unsigned char> bytes(load.size + headerLength);
         for (std::size_t left = bytes.size() * load.count; left > 0;) {
             const std::int64_t count = vintok::readBytes(ends.accepting, bytes.data(),
                                                          std::min(bytes.size(), left), nullptr);
@@ -115,7 +115,7 @@ Cost frames(const Load &load, bool secure) {
     return measure(load, send, receive);
 }
 
-// --- OpenSSL alone ----------------------------------------------------------------------
+// ---- OpenSSL alone ----
 
 SSL_CTX *context(const std::string &folder) {
     SSL_CTX *made = SSL_CTX_new(TLS_method());
@@ -135,7 +135,7 @@ Cost bare(const Load &load, SSL_CTX *context) {
     std::thread other([&] { require(SSL_connect(client) == 1, "SSL_connect"); });
     require(SSL_accept(server) == 1, "SSL_accept");
     other.join();
-    const std::size_t frame = load.size + HEADER;
+    const std::size_t frame = load.size + headerLength;
     const auto send = [&] {
         const std::vector<unsigned char> bytes(frame);
         for (std::size_t i = 0; i < load.count; ++i)
@@ -157,7 +157,7 @@ Cost bare(const Load &load, SSL_CTX *context) {
 
 Cost cipher(const Load &load) {
     constexpr std::size_t record = 16384;
-    const std::size_t piece = std::min(record, load.size + HEADER);
+    const std::size_t piece = std::min(record, load.size + headerLength);
     std::vector<unsigned char> in(piece);
     std::vector<unsigned char> out(piece + 16);
     const unsigned char key[32] = {};
@@ -176,7 +176,7 @@ Cost cipher(const Load &load) {
     return {load.megabytes() / used, used * 1e6 / load.megabytes()};
 }
 
-// --- The table --------------------------------------------------------------------------
+// ---- The table ----
 
 Cost median(std::vector<Cost> costs) {
     const auto middle = [&](double Cost::*field) {

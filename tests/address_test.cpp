@@ -10,7 +10,7 @@ namespace {
 
 using namespace test;
 
-// ---- Flags -------------------------------------------------------------------------------------
+// ---- Flags ----
 
 TEST(Flags, followFromTheAddress) {
     const struct {
@@ -131,7 +131,7 @@ TEST(Text, thatIsAssignedIsResolvedAndNothingWhenEmpty) {
     EXPECT_EQ(address.ipType(), 10U);
 }
 
-// ---- Comparison --------------------------------------------------------------------------------
+// ---- Comparison ----
 
 TEST(Equality, doesNotTreatItsSidesAlike) {
     TCPAddress sameIP = literal("10.0.0.1");
@@ -191,7 +191,7 @@ TEST(Order, isThatOfTheStoredBytes) {
     EXPECT_TRUE(nameOnly("a", 1) >= nameOnly("a", 2));
 }
 
-// ---- Networks ----------------------------------------------------------------------------------
+// ---- Networks ----
 
 TEST(Network, holdsTheAddressesThatItsMaskCovers) {
     const struct {
@@ -329,7 +329,7 @@ TEST(MaskText, isAppended) {
     EXPECT_EQ(mask, "mask ");
 }
 
-// ---- Wire form ---------------------------------------------------------------------------------
+// ---- Wire form ----
 
 TEST(Wire, holdsEverythingButTheName) {
     TCPAddress host = nameOnly("10.0.0.1", 7777);

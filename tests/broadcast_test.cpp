@@ -81,7 +81,7 @@ TEST_F(Host, ARunOfMessagesEndsWhereACallbackDoesSomething) {
     EXPECT_THAT(said(cid), ElementsAre("one"));
 }
 
-// ---- Who gets it
+// ---- Who gets it ----
 
 TEST_F(Broadcast, AloneNobodyIsToldAndNobodyIsMissing) {
     Party ann(meeting, "Ann");
@@ -197,7 +197,7 @@ TEST_F(Broadcast, AnEmptyBodyIsHeardAsSuch) {
     EXPECT_EQ(1, ann.told("data "));
 }
 
-// ---- Disabled parties
+// ---- Disabled parties ----
 
 TEST_F(Host, LeavesOutWhomItHasDisabled) {
     ann->disableUser(addressOf(bob));
@@ -229,7 +229,7 @@ TEST_F(Host, HasFailedWhenEverybodyIsDisabled) {
     EXPECT_FALSE(ann.says("hello"));
 }
 
-// ---- Keep-alives
+// ---- Keep-alives ----
 
 TEST_F(Host, TestsItsConnectionsAndGetsNoAnswer) {
     EXPECT_TRUE(ann->sendAllKeepAlive());
@@ -258,7 +258,7 @@ TEST_F(Host, ForgivesAReadThatFailsWhileTheConnectionTakesAKeepAlive) {
     EXPECT_TRUE(bob.receives(id::broadcast));
 }
 
-// ---- The dead
+// ---- The dead ----
 
 TEST_F(Host, FindsTheOneThatRefusesAndTestsAllTheOthers) {
     ann->disableUser(addressOf(cid));

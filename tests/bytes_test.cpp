@@ -97,7 +97,7 @@ protected:
     unsigned char buffer[10] = {};
 };
 
-// --- The loops, call by call ----------------------------------------------------------
+// ---- The loops, call by call ----
 
 struct LoopCase {
     const char *what;
@@ -347,7 +347,7 @@ TEST_F(Loops, SayWhatTheyMoved) {
                                          ") sent 10 of 10< vintok::sf_socketSend >"));
 }
 
-// --- Peek, count and clear, call by call ----------------------------------------------
+// ---- Peek, count and clear, call by call ----
 
 TEST_F(Loops, APeekSortsItsErrors) {
     struct Case {
@@ -476,7 +476,7 @@ TEST_F(Loops, ClearingSortsItsErrors) {
     }
 }
 
-// --- Real connections -----------------------------------------------------------------
+// ---- Real connections ----
 
 TEST_F(Bytes, OnlyOpenConnectionsAreServed) {
     unsigned short port = 0;

@@ -19,7 +19,7 @@ protected:
     Meeting meeting;
 };
 
-// ---- Hosting
+// ---- Hosting ----
 
 TEST_F(Calls, HostingAloneCanBeRepeatedAndOnlyRenames) {
     Party ann(meeting, "Ann");
@@ -73,7 +73,7 @@ TEST_F(Calls, OnlyAHostNamesTheMeeting) {
     EXPECT_EQ("Plan", bob->meetingName());
 }
 
-// ---- Calls that are refused at once
+// ---- Calls that are refused at once ----
 
 TEST_F(Calls, ACallWithoutAnAddressIsRefused) {
     Party ann(meeting, "Ann");
@@ -143,7 +143,7 @@ TEST_F(Calls, AnAnswerToNobodyIsRefused) {
     EXPECT_TRUE(log.has("rejectCall Port ip combination not found"));
 }
 
-// ---- Through a proxy
+// ---- Through a proxy ----
 
 TEST_F(Calls, AProxyWithoutAMeetingIdentifierIsConnectedToAndToldNothing) {
     Party ann(meeting, "Ann");
@@ -171,7 +171,7 @@ TEST_F(Calls, APortThatIsLeftToTheDefaultIsNotTheProxysOwn) {
     EXPECT_THAT(text(), testing::HasSubstr("pLorMUX_ProxyJump: true\r\n"));
 }
 
-// ---- Who becomes the host
+// ---- Who becomes the host ----
 
 enum class Self { idle, hosting, attending };
 
@@ -241,7 +241,7 @@ TEST_P(Hosting, IsDecidedByTheCallerWhenTheHelloComes) {
 
 INSTANTIATE_TEST_SUITE_P(Table, Hosting, testing::ValuesIn(hostCases), caseName<HostCase>);
 
-// ---- How a call ends, on the calling side
+// ---- How a call ends, on the calling side ----
 
 struct EndCase {
     const char *name;
@@ -369,7 +369,7 @@ TEST_F(Calls, ARefusedCallIsNotToldWithoutACallback) {
     EXPECT_EQ(0, ann.told("noAnswer 127.0.0.1"));
 }
 
-// ---- Two real parties
+// ---- Two real parties ----
 
 TEST_F(Calls, ACallBetweenIdlePartiesMakesTheCallerTheHost) {
     Party ann(meeting, "Ann"), bob(meeting, "Bob");
@@ -449,7 +449,7 @@ TEST_F(Calls, AMeetingIsToldInTheLog) {
     }
 }
 
-// ---- Parting
+// ---- Parting ----
 
 TEST_F(Calls, WhenTheHostLeavesTheMeetingIsOver) {
     Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");

@@ -269,9 +269,9 @@ TEST_F(ControlledMeeting, IsLeftInTheMiddleOfAFile) {
 TEST_F(ControlledMeeting, GoesOnWhileTheApplicationDoesNotRead) {
     ASSERT_NO_FATAL_FAILURE(goes(accepted));
     ASSERT_TRUE(ann.fences());
-    constexpr int FILES = 150;
+    constexpr int fileCount = 150;
     ann.pauses();
-    for (int i = 0; i < FILES; ++i) {
+    for (int i = 0; i < fileCount; ++i) {
         const std::string name = std::to_string(i) + std::string(200, 'n');
         ASSERT_TRUE(bob->transferFile(folder.holding(name, "short"), name));
         ASSERT_TRUE(meeting.until([&] { return folder.content("ann/" + name) == "short"; }, name));
@@ -279,7 +279,7 @@ TEST_F(ControlledMeeting, GoesOnWhileTheApplicationDoesNotRead) {
     EXPECT_TRUE(cid->placeCall("127.0.0.1", address.hostByteOrderPort(), "", 0, "", "", 0));
     EXPECT_TRUE(cid.isTold("ringing Ann"));
     ann.resumes();
-    for (int i = 0; i < FILES; ++i)
+    for (int i = 0; i < fileCount; ++i)
         ASSERT_TRUE(ann.isTold("transferredFileSuccess")) << i;
     ASSERT_TRUE(ann.isTold("callPending"));
 }

@@ -185,7 +185,7 @@ TEST_F(ControlPrompt, SaysWhyThereIsNoControlProcess) {
     EXPECT_TRUE(std::filesystem::exists(notUnix));
 }
 
-// ---- A control process that the test plays
+// ---- A control process that the test plays ----
 
 class Played : public ControlPrompt {
 protected:

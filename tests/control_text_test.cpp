@@ -392,9 +392,9 @@ const Hostile hostile[] = {
     {ParseError::noLineFeed, "putenv"},
     {ParseError::unknownKeyword, "putenv\nA=b\nC=d\n"},
     {ParseError::tooLong, "startRecording\nfilePath\n" + std::string(4 << 20, 'x') + "\n"},
-    {ParseError::tooLong, std::string(control::MAX_BODY, '\n')},
+    {ParseError::tooLong, std::string(control::maxBody, '\n')},
     // What is long, but within the bound, costs no more than its length.
-    {ParseError::unknownWord, std::string(control::MAX_BODY - 1, '\n')},
+    {ParseError::unknownWord, std::string(control::maxBody - 1, '\n')},
     {ParseError::none, "startRecording\nfilePath\n" + std::string(1 << 19, 'x') + "\n"},
     {ParseError::none, "conveneMeeting\nmeetingName\nmeetingName\n"},
     {ParseError::none, "placeCall\nport\n1\nproxyPort\n2\ntriesRemaining\n3\n"},

@@ -100,7 +100,7 @@ TEST_P(AllAtOnce, EverybodyHearsEverything) {
 
 INSTANTIATE_TEST_SUITE_P(Table, AllAtOnce, testing::ValuesIn(crossings), caseName<Crossing>);
 
-// ---- Calls at once
+// ---- Calls at once ----
 
 struct Calls {
     const char *name;

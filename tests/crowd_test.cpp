@@ -28,7 +28,7 @@ protected:
     Meeting meeting;
 };
 
-// ---- Coming and going
+// ---- Coming and going ----
 
 // A member that keeps the roster as it is told, and knows what it should be told.
 struct Member {
@@ -160,7 +160,7 @@ TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
     oracle.check();
 }
 
-// ---- At the same moment
+// ---- At the same moment ----
 
 TEST_F(Crowd, AListedPartyMayKnockAsOftenAsItLikes) {
     Party ann(meeting, "Ann");
@@ -191,7 +191,7 @@ TEST_F(Crowd, ACallerThatGivesUpInTheQueueTakesNobodyElseWithIt) {
     }
 }
 
-// ---- One who does not listen
+// ---- One who does not listen ----
 
 // Owns a connection and does not read from it until `enough` bytes wait there: the host is stuck by
 // then, or will be. Then a thread reads everything, or resets the connection.
@@ -274,7 +274,7 @@ TEST_F(Crowd, OneWhoDiesDeafIsDroppedAndTheOthersHearEverything) {
     EXPECT_TRUE(ann.says("at last") && cid.receives(id::broadcast));
 }
 
-// ---- Many deaths
+// ---- Many deaths ----
 
 TEST_F(Crowd, AHostSurvivesTheDeathOfMostOfItsMembersAtOnce) {
     Party ann(meeting, "Ann");
@@ -324,7 +324,7 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
     EXPECT_EQ(before, loop.numDescriptors());
 }
 
-// ---- Descriptors
+// ---- Descriptors ----
 
 // Sockets that only take up numbers.
 class Ballast {

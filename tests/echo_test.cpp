@@ -40,7 +40,7 @@ std::uint64_t timeAt(const Bytes &bytes, std::size_t place, int width) {
     return WireReader(bytes.data() + place, bytes.size() - place).number(width);
 }
 
-// ---- Arithmetic
+// ---- Arithmetic ----
 
 TEST(ClockCorrection, ComesOffBothSidesSoThatTheTransitTimeStaysIn) {
     constexpr std::uint64_t most = std::numeric_limits<std::uint64_t>::max();
@@ -74,7 +74,7 @@ TEST(ClockCorrection, ComesOffBothSidesSoThatTheTransitTimeStaysIn) {
     }
 }
 
-// ---- The four functions
+// ---- The four functions ----
 
 class Echo : public testing::TestWithParam<bool> {
 protected:
@@ -213,7 +213,7 @@ TEST_P(Echo, WhatCannotBeSentIsLogged) {
 INSTANTIATE_TEST_SUITE_P(Widths, Echo, testing::Values(true, false),
                          [](const auto &row) { return row.param ? "bits32" : "bits64"; });
 
-// ---- Between parties
+// ---- Between parties ----
 
 // What the callback got, as the two numbers that it stands for.
 std::vector<std::vector<std::uint64_t>> told;

@@ -130,7 +130,7 @@ protected:
     WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"};
 };
 
-// ---- Whole files
+// ---- Whole files ----
 
 class FileSizes : public Files, public testing::WithParamInterface<std::size_t> {};
 
@@ -227,7 +227,7 @@ TEST_F(Files, AFileReplacesTheOneOfItsName) {
     EXPECT_EQ("short", contentOf(root / "f"));
 }
 
-// ---- What is not sent
+// ---- What is not sent ----
 
 TEST_F(Files, WhatCannotBeSentIsRefusedAndNobodyHearsOfIt) {
     const std::string path = makeFile("a.txt", "text");
@@ -248,7 +248,7 @@ TEST_F(Files, WhatCannotBeSentIsRefusedAndNobodyHearsOfIt) {
     EXPECT_TRUE(bob.receives(id::fileEnd));
 }
 
-// ---- Roots that are none
+// ---- Roots that are none ----
 
 TEST_F(Files, WithoutARootEverythingIsCountedAndPassedOn) {
     LogFile log;
@@ -292,7 +292,7 @@ TEST_F(Files, ARootThatIsNoFolderStoresNothing) {
     expectThatTheMeetingGoesOn(bob);
 }
 
-// ---- Where a received path leads
+// ---- Where a received path leads ----
 
 struct PathCase {
     std::string relativePath;
@@ -372,7 +372,7 @@ TEST_F(Files, APathAndItsRootHaveRoomFor1023Characters) {
     EXPECT_TRUE(ann.files.empty());
 }
 
-// ---- Wrong sizes, full disks
+// ---- Wrong sizes, full disks ----
 
 TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
     LogFile log;
@@ -455,7 +455,7 @@ TEST_F(Files, WhatStandsInTheRootAlreadyLeadsNowhereElse) {
     expectThatTheMeetingGoesOn(bob);
 }
 
-// ---- Two at a time, and none
+// ---- Two at a time, and none ----
 
 TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
     WirePeer dan(meeting, "Dan");
@@ -509,7 +509,7 @@ TEST_F(Files, WhatIsNoBeginOpensNothing) {
     expectThatTheMeetingGoesOn(bob);
 }
 
-// ---- Who goes in the middle
+// ---- Who goes in the middle ----
 
 TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     WirePeer dan(meeting, "Dan");
@@ -632,7 +632,7 @@ TEST_F(Files, TheCallbackMayHangUp) {
     EXPECT_THAT(stored(), ElementsAre("f"));
 }
 
-// ---- Acknowledgements, which nobody sends and everybody can read
+// ---- Acknowledgements, which nobody sends and everybody can read ----
 
 struct AckCase {
     const char *name;

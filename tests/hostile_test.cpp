@@ -47,7 +47,7 @@ Bytes cut(Bytes bytes, std::size_t length) {
     return bytes;
 }
 
-// ---- Pieces of frames
+// ---- Pieces of frames ----
 
 // Fewer bytes than the smallest frame are no message yet: whoever took them for a broken one would
 // answer each turn of the loop with a keep-alive, until nobody is served any more.
@@ -152,7 +152,7 @@ TEST_P(WrongLength, LosesThatFrameOnly) {
 
 INSTANTIATE_TEST_SUITE_P(Table, WrongLength, testing::ValuesIn(lengthCases), caseName<LengthCase>);
 
-// ---- Bodies
+// ---- Bodies ----
 
 struct BodyCase {
     const char *name;
@@ -263,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Counts,
                          testing::ValuesIn(std::vector<BodyCase>(bodies, bodies + 7)),
                          caseName<BodyCase>);
 
-// ---- Noise
+// ---- Noise ----
 
 unsigned seed() {
     const char *fixed = std::getenv("VINTOK_TEST_SEED");
@@ -305,7 +305,7 @@ TEST_F(Hostile, NoiseInWholeFramesIsSurvived) {
     EXPECT_TRUE(bob.receives(id::broadcast));
 }
 
-// ---- Texts
+// ---- Texts ----
 
 TEST_F(Hostile, TextsAreNeverFormatsAndTheLogShowsTheirControls) {
     const std::string nasty = "%s%n%d%99999999d\r\n\t{\x1b[31m";
@@ -350,7 +350,7 @@ TEST_F(Hostile, LongAndOddTextsComeThroughWhole) {
     EXPECT_EQ(odd, roster.back().firstName);
 }
 
-// ---- Messages in the wrong place
+// ---- Messages in the wrong place ----
 
 TEST_F(Hostile, AHostIsNotDeposedByAMember) {
     WireEntry ann2 = bob.entry;

@@ -40,7 +40,7 @@ WireAddress wireAddress(const Party &party) {
     return address;
 }
 
-// ---- The conversation, seen from the other end
+// ---- The conversation, seen from the other end ----
 
 TEST_F(Joins, TheCalledPartySpeaksFirstAndInTheOldestForm) {
     Party ann(meeting, "Ann");
@@ -199,7 +199,7 @@ TEST_F(Joins, WithoutCallbacksEverythingStillHappens) {
     EXPECT_TRUE(meeting.until([&] { return !silent.isMeeting(); }, "the end is noticed"));
 }
 
-// ---- The called side's states
+// ---- The called side's states ----
 
 enum class State { accepted, identified, pending, member };
 
@@ -387,7 +387,7 @@ TEST_F(Joins, AJoinWhileTheApplicationIsAskedCountsTheVersionOfTheHeader) {
     EXPECT_EQ(6, minor);
 }
 
-// ---- Hosts that call
+// ---- Hosts that call ----
 
 TEST_F(Joins, AHostLetsNoHostInAndAMemberNoSecondOne) {
     Party ann(meeting, "Ann"), bob(meeting, "Bob");
@@ -443,7 +443,7 @@ TEST_F(Joins, AHostWhoseOnlyCallWasRefusedIsNotBusy) {
     EXPECT_FALSE(cid->isHost());
 }
 
-// ---- Old parties
+// ---- Old parties ----
 
 TEST_F(Joins, WhoSpeaksAnOlderVersionIsHungUpWhateverItSays) {
     Party ann(meeting, "Ann");
@@ -487,7 +487,7 @@ TEST_F(Joins, ACallToAnOlderVersionIsToldOnceWithTheNameThatWasCalled) {
     }
 }
 
-// ---- Hidden addresses
+// ---- Hidden addresses ----
 
 TEST_F(Joins, APartyAloneHidesWhenItsCallerDoes) {
     Party ann(meeting, "Ann");

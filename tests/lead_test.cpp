@@ -153,7 +153,7 @@ TEST_F(Lead, NobodyLeadsOutsideAMeeting) {
     EXPECT_THAT(ann.events, ElementsAre("user Ann"));
 }
 
-// ---- When the leader goes
+// ---- When the leader goes ----
 
 TEST_F(Lead, TheHostTakesTheLeadOfALeaderThatDies) {
     bobLeads();
@@ -268,7 +268,7 @@ TEST_F(Lead, AServerHandsTheLeadToWhoAskedAndElseToTheFirst) {
     EXPECT_TRUE(cid->isLeader());
 }
 
-// ---- On the wire
+// ---- On the wire ----
 
 class LeadOnTheWire : public testing::Test {
 protected:

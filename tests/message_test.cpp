@@ -102,7 +102,7 @@ protected:
 
 } // namespace
 
-// --- The frames ----------------------------------------------------------------------------------
+// ---- The frames ----
 
 TEST_F(Messages, AreLongFramesOnTheWire) {
     makeKnown(message);
@@ -157,7 +157,7 @@ TEST_F(Messages, ComeOneByOneOutOfAStream) {
     EXPECT_EQ(0, rawBytesPending(pair.mine()));
 }
 
-// --- Reads that do not deliver -------------------------------------------------------------------
+// ---- Reads that do not deliver ----
 
 TEST_F(Messages, AreNotBegunBefore36BytesHaveCome) {
     const Bytes frame = hex(longFrame);
@@ -255,7 +255,7 @@ TEST_F(Messages, ThatClaimFourGigabytesFailWithTheirStream) {
     EXPECT_EQ(0, rawBytesPending(pair.mine()));
 }
 
-// --- Peers that stall ----------------------------------------------------------------------------
+// ---- Peers that stall ----
 
 TEST_F(Messages, WaitForTheRestOfAFrame) {
     const Bytes frame = frameOf(5000);
@@ -351,7 +351,7 @@ TEST_F(Messages, FindTheirPeerGone) {
     EXPECT_EQ("TCPMessageBase::write", lastErrorString()) << "refused as closed from now on";
 }
 
-// --- Secure descriptors --------------------------------------------------------------------------
+// ---- Secure descriptors ----
 
 namespace {
 
@@ -471,7 +471,7 @@ TEST_F(SecureMessages, WhoseLengthIsCutShortFailWithTheErrorThatCutIt) {
     EXPECT_EQ(10, transport.calls - 1) << "ten attempts in all, and one of the clearing";
 }
 
-// --- Copies and tracing --------------------------------------------------------------------------
+// ---- Copies and tracing ----
 
 TEST_F(Messages, AreCopiedWithTheirSocket) {
     makeKnown(message);

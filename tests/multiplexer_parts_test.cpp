@@ -14,12 +14,12 @@ namespace {
 
 using Result = RequestReader::Result;
 
-constexpr std::size_t LIMIT = 512;
+constexpr std::size_t limit = 512;
 
 // Reads the bytes as they come, `step` at a time.
 Result readInSteps(const std::string &bytes, std::size_t step, Request &request,
                    std::size_t &length) {
-    RequestReader reader(LIMIT);
+    RequestReader reader(limit);
     Result result = Result::more;
     for (std::size_t size = 0; size < bytes.size() && result == Result::more;) {
         size = std::min(size + step, bytes.size());
@@ -57,10 +57,10 @@ const HeadCase headCases[] = {
     {"a blank before the colon", start + "\r\nA : b\r\n\r\n", Result::bad},
     {"a continued header", start + "\r\nA: b\r\n c\r\n\r\n", Result::bad},
     {"exactly as long as allowed",
-     start + "\nA:" + std::string(LIMIT - start.size() - 5, 'x') + "\n\n", Result::whole},
-    {"a byte longer", start + "\nA:" + std::string(LIMIT - start.size() - 4, 'x') + "\n\n",
+     start + "\nA:" + std::string(limit - start.size() - 5, 'x') + "\n\n", Result::whole},
+    {"a byte longer", start + "\nA:" + std::string(limit - start.size() - 4, 'x') + "\n\n",
      Result::tooLong},
-    {"headers without end", start + "\n" + std::string(LIMIT, 'A'), Result::tooLong},
+    {"headers without end", start + "\n" + std::string(limit, 'A'), Result::tooLong},
 };
 
 TEST(Requests, AreReadTheSameHoweverTheyAreCut) {

@@ -38,7 +38,7 @@ struct Tunnel {
     Client b;
 };
 
-// ---- Who is joined with whom
+// ---- Who is joined with whom ----
 
 TEST(AMultiplexer, JoinsTwoPartiesOfAMeeting) {
     Multiplexer mux;
@@ -122,7 +122,7 @@ TEST(AMultiplexer, ForgetsClientsThatLeaveWhileTheyWait) {
     Tunnel tunnel(mux);
 }
 
-// ---- Bytes
+// ---- Bytes ----
 
 TEST(AMultiplexer, TakesRequestsAndReadyLinesInAnyPieces) {
     Multiplexer mux;
@@ -257,7 +257,7 @@ TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {
     EXPECT_EQ(0u, mux.count("bytes-held"));
 }
 
-// ---- Participants
+// ---- Participants ----
 
 class Participants : public testing::Test {
 protected:
@@ -332,7 +332,7 @@ TEST_F(Participants, LearnThatNobodyCame) {
     ann.leaves();
 }
 
-// ---- Refusals
+// ---- Refusals ----
 
 struct RefusalCase {
     const char *what;
@@ -421,16 +421,16 @@ TEST(AMultiplexer, KeepsItsLimits) {
     EXPECT_THAT(halfOpen.back()->answer(), StartsWith("HTTP/1.0 408 "));
 }
 
-// ---- The process
+// ---- The process ----
 
 TEST(AMultiplexer, CarriesAThousandTunnelsAndMore) {
-    constexpr std::size_t RESERVE = 200; // of descriptors, for everything else
+    constexpr std::size_t reserve = 200; // of descriptors, for everything else
     std::size_t pairs = 2000;
 #if defined(__SANITIZE_ADDRESS__)
     pairs = 500;
 #endif
     const std::size_t limit = platform::descriptorLimit();
-    pairs = limit == 0 ? 200 : std::min(pairs, (limit - RESERVE) / 2);
+    pairs = limit == 0 ? 200 : std::min(pairs, (limit - reserve) / 2);
     Called party;
     Multiplexer mux({"--meeting", "talk=" + party.address(), "--quiet"});
     struct Pair {

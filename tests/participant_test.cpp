@@ -89,7 +89,7 @@ private:
 
 const std::vector<platform::Family> bothFamilies = {platform::FAMILY_IPV4, platform::FAMILY_IPV6};
 
-// ---- Listening
+// ---- Listening ----
 
 TEST_F(Participant, TakesTheNextFreePortUnlessItNeedsThatOne) {
     const Squatter squatter(bothFamilies);
@@ -193,7 +193,7 @@ TEST_F(Participant, ThatGoesWhileOthersStayDoesNotDisturbThem) {
     EXPECT_TRUE(ann.says("two") && bob.hears("two"));
 }
 
-// ---- The environment
+// ---- The environment ----
 
 struct SwitchCase {
     const char *name;
@@ -238,7 +238,7 @@ TEST_P(Switches, AreOnWithOneWordOnly) {
 
 INSTANTIATE_TEST_SUITE_P(Table, Switches, testing::ValuesIn(switchCases), caseName<SwitchCase>);
 
-// ---- The configuration file, which a process reads once
+// ---- The configuration file, which a process reads once ----
 
 struct ConfigurationCase {
     const char *name;
@@ -302,7 +302,7 @@ TEST_P(Configuration, IsReadOnceInAProcess) {
 INSTANTIATE_TEST_SUITE_P(Table, Configuration, testing::ValuesIn(configurationCases),
                          caseName<ConfigurationCase>);
 
-// ---- Messages
+// ---- Messages ----
 
 TEST_F(Participant, NotesAndDropsMessagesThatItDoesNotKnow) {
     Party ann(meeting, "Ann");

@@ -359,8 +359,8 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
         std::filesystem::temp_directory_path() / ("vintok" + std::to_string(currentProcessId()));
     std::filesystem::create_directory(folder);
     endpoint.path = folder.string() + "/";
-    ASSERT_LT(endpoint.path.size(), MAX_LOCAL_PATH);
-    endpoint.path.resize(MAX_LOCAL_PATH, 's');
+    ASSERT_LT(endpoint.path.size(), maxLocalPath);
+    endpoint.path.resize(maxLocalPath, 's');
     EXPECT_TRUE(bindSocket(local, endpoint) && listenSocket(local, 1)) << socketError();
     Descriptor caller(openSocket(FAMILY_LOCAL));
     EXPECT_TRUE(connectSocket(caller, endpoint)) << socketError();
@@ -372,7 +372,7 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     std::filesystem::remove_all(folder);
 
     Descriptor refused(openSocket(FAMILY_LOCAL));
-    for (const std::string &path : {std::string(), std::string(MAX_LOCAL_PATH + 1, 's')}) {
+    for (const std::string &path : {std::string(), std::string(maxLocalPath + 1, 's')}) {
         endpoint.path = path;
         EXPECT_FALSE(bindSocket(refused, endpoint)) << path;
         EXPECT_EQ(10014, socketError());

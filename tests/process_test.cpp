@@ -69,7 +69,7 @@ TEST(Process, AChildWithAConsoleOfItsOwnRuns) {
     vintok::platform::Process child;
     std::string failure;
     ASSERT_TRUE(vintok::platform::startProcess(start, child, failure)) << failure;
-    EXPECT_TRUE(vintok::platform::waitProcess(child, ChildProcess::PATIENCE_MS));
+    EXPECT_TRUE(vintok::platform::waitProcess(child, ChildProcess::patienceMs));
     EXPECT_EQ(0, child.exitCode);
     vintok::platform::closeProcess(child);
     EXPECT_EQ("[a][b c]", folder.content("told"));

@@ -312,7 +312,7 @@ TEST_F(ProgramFiles, APersonSeesTheSameOfIt) {
                                 "\r\x1b[K"));
 }
 
-// ---- A member that is no such program, and not to be trusted
+// ---- A member that is no such program, and not to be trusted ----
 
 class StrangeSender : public ProgramFiles {
 protected:

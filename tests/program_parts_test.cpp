@@ -162,13 +162,13 @@ TEST(Saying, WhatIsSaidComesBackWhateverItHolds) {
 }
 
 TEST(Saying, AnOverlongNameOrTextIsCutSoThatItCanBeRead) {
-    std::string name(MAX_SAID_NAME - 1, 'n');
+    std::string name(maxSaidName - 1, 'n');
     name += "\u20ac"; // the limit falls into it
-    const std::string text(MAX_SAID_TEXT + 100, 't');
+    const std::string text(maxSaidText + 100, 't');
     Saying saying;
     ASSERT_TRUE(decodeSaying(encodeSaying({{"::1", 1}, name, text}), saying));
-    EXPECT_EQ(std::string(MAX_SAID_NAME - 1, 'n'), saying.name);
-    EXPECT_EQ(MAX_SAID_TEXT, saying.text.size());
+    EXPECT_EQ(std::string(maxSaidName - 1, 'n'), saying.name);
+    EXPECT_EQ(maxSaidText, saying.text.size());
 }
 
 TEST(Saying, AnythingElseIsRefusedAndChangesNothing) {
@@ -185,9 +185,9 @@ TEST(Saying, AnythingElseIsRefusedAndChangesNothing) {
         {"a negative port", "say 1\n::1 -1\nAnn\nhello"},
         {"a port with a tail", "say 1\n::1 1x\nAnn\nhello"},
         {"no name", "say 1\n::1 1\nAnn"},
-        {"an endless address", "say 1\n" + std::string(MAX_BODY_ADDRESS, ':') + " 1\nAnn\nhello"},
-        {"an endless name", "say 1\n::1 1\n" + std::string(MAX_SAID_NAME + 1, 'n') + "\nhello"},
-        {"an endless text", "say 1\n::1 1\nAnn\n" + std::string(MAX_SAID_TEXT + 1, 't')},
+        {"an endless address", "say 1\n" + std::string(maxBodyAddress, ':') + " 1\nAnn\nhello"},
+        {"an endless name", "say 1\n::1 1\n" + std::string(maxSaidName + 1, 'n') + "\nhello"},
+        {"an endless text", "say 1\n::1 1\nAnn\n" + std::string(maxSaidText + 1, 't')},
     };
     for (const auto &[what, body] : bodies) {
         Saying saying{{"before", 5}, "name", "text"};
@@ -201,13 +201,13 @@ const std::string hash(64, 'a');
 
 TEST(FileAnnouncement, AnAnnouncementAndAClosingComeBackAsTheyWere) {
     const std::string body =
-        encodeAnnouncement({{"192.0.2.1", 7777}, "my plan.txt", {MAX_FILE_SIZE, hash}});
+        encodeAnnouncement({{"192.0.2.1", 7777}, "my plan.txt", {maxFileSize, hash}});
     EXPECT_EQ("file 1\n192.0.2.1 7777\nmy plan.txt\n2147483647 " + hash, body);
     FileAnnouncement announcement;
     ASSERT_TRUE(decodeAnnouncement(body, announcement));
     EXPECT_EQ((Place{"192.0.2.1", 7777}), announcement.place);
     EXPECT_EQ("my plan.txt", announcement.name);
-    EXPECT_EQ((FileSum{MAX_FILE_SIZE, hash}), announcement.sum);
+    EXPECT_EQ((FileSum{maxFileSize, hash}), announcement.sum);
     for (const bool sent : {false, true}) {
         FileClosing closing;
         ASSERT_TRUE(decodeClosing(encodeClosing({{"::1", 1}, sent}), closing));
@@ -230,7 +230,7 @@ TEST(FileAnnouncement, AnythingElseIsRefusedAndChangesNothing) {
                                     head,
                                     head + "f",
                                     head + "\n1 " + hash,
-                                    head + std::string(MAX_FILE_NAME + 1, 'f') + "\n1 " + hash,
+                                    head + std::string(maxFileName + 1, 'f') + "\n1 " + hash,
                                     head + "f\n0 " + hash,
                                     head + "f\n2147483648 " + hash,
                                     head + "f\n99999999999999999999999 " + hash,

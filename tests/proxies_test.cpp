@@ -118,7 +118,7 @@ TEST_P(AskingProxies, TakeTheRightCredentials) {
     Multiplexer mux({"--meeting", "talk=" + hostTarget()}, freePort());
     const TemporaryFolder folder;
     Program bob(joining("Bob", proxy, mux.address(),
-                        {"--auth-file", folder.holding("auth", Proxy::CREDENTIALS)}));
+                        {"--auth-file", folder.holding("auth", Proxy::credentials)}));
     EXPECT_TRUE(bob.tells("reply", {text("from", "proxy"), {"status", "407"}})) << bob.story();
     EXPECT_TRUE(bob.tells("challenge", {text("whom", proxy.address()), text("user", "ann")}));
     ASSERT_TRUE(ann.tells("joined", {named("Bob")})) << bob.story() << mux.story();
@@ -138,7 +138,7 @@ TEST_P(AskingProxies, LetAHostOfferItself) {
     START_OR_SKIP(proxy);
     Multiplexer mux({"--meeting", "talk"}, freePort());
     Program inside({"host", "--name", "Eve", "--mux", mux.address(), "--meeting-id", "talk",
-                    "--proxy", proxy.address(), "--auth", Proxy::CREDENTIALS});
+                    "--proxy", proxy.address(), "--auth", Proxy::credentials});
     ASSERT_TRUE(inside.tells("offering", {text("whom", mux.address())})) << inside.story();
     for (const char *name : {"Bob", "Cid"}) {
         Program guest({"join", "--name", name, "--mux", mux.address(), "--meeting-id", "talk"});

@@ -1,3 +1,4 @@
+// Only names that a machine answers for itself: literals, localhost, and its own.
 #include "vintok/TCPAddress.h"
 
 #include "platform/Resolve.h"
@@ -5,8 +6,6 @@
 #include "vintok/TempRosterEntry.h"
 
 #include <gmock/gmock.h>
-
-// Only names that a machine answers for itself: literals, localhost, and its own.
 
 namespace vintok {
 namespace {

@@ -1,11 +1,10 @@
+// The resolver is played by this file: which of its answers is kept cannot be asked of a real one.
 #include "vintok/TCPAddress.h"
 
 #include "platform/Resolve.h"
 #include "support/Addresses.h"
 
 #include <gmock/gmock.h>
-
-// The resolver is played by this file: which of its answers is kept cannot be asked of a real one.
 
 namespace vintok {
 

@@ -38,7 +38,7 @@ protected:
     Meeting meeting;
 };
 
-// ---- Real parties
+// ---- Real parties ----
 
 TEST_F(RosterExchange, EverybodySeesEverybodyAndColoursAreNotGivenTwice) {
     Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid"), dan(meeting, "Dan");
@@ -148,7 +148,7 @@ TEST_F(RosterExchange, AServerThatHostsHasNobodyToTellOfItsRoster) {
     EXPECT_THAT(relay.events, IsEmpty());
 }
 
-// ---- What a host sends
+// ---- What a host sends ----
 
 TEST_F(RosterExchange, AMemberThatAsksGetsTheHostFirstAndItselfAmongTheOthers) {
     Party ann(meeting, "Ann");
@@ -221,7 +221,7 @@ TEST_F(RosterExchange, WhoCannotBeReachedDoesNotKeepTheRosterFromTheOthers) {
     EXPECT_TRUE(ann.isTold("leave Bob")) << "the loop finds out";
 }
 
-// ---- Whose word counts
+// ---- Whose word counts ----
 
 TEST_F(RosterExchange, AHostKeepsTheColourThatItGave) {
     Party ann(meeting, "Ann");
@@ -304,7 +304,7 @@ TEST_F(RosterExchange, WhatAHostWritesOfItselfDoesNotChangeTheConnection) {
     EXPECT_TRUE(host.receives(id::broadcast)) << "the connection still belongs to the party";
 }
 
-// ---- Leaving
+// ---- Leaving ----
 
 TEST_F(RosterExchange, AShadowLeavesWithTheColourThatItHad) {
     static std::vector<int> colors;
@@ -361,7 +361,7 @@ TEST_F(RosterExchange, WithoutALeaveCallbackAHostTellsOfNobodyInName) {
     EXPECT_EQ(WireAddress(), nobody->address);
 }
 
-// ---- Nobody twice
+// ---- Nobody twice ----
 
 TEST_F(RosterExchange, ASecondConnectionOfWhoIsListedIsHungUpWhenItSaysHello) {
     Party ann(meeting, "Ann");

@@ -67,7 +67,7 @@ protected:
     int peer = -1;
 };
 
-// --- Handshakes -----------------------------------------------------------------------
+// ---- Handshakes ----
 
 TEST_F(Secure, BytesTravelHiddenBothWays) {
     shakeHands();
@@ -126,7 +126,7 @@ TEST_F(Secure, NoHandshakeForWhatTheTransportWillNotTake) {
     EXPECT_EQ(1U, memory.calls.size()) << "never asked to connect";
 }
 
-// --- Bytes ----------------------------------------------------------------------------
+// ---- Bytes ----
 
 // What the transport has opened is pending although a wait on the socket would not see it.
 TEST_F(Secure, OpenedBytesArePendingWhenTheSocketIsEmpty) {
@@ -231,7 +231,7 @@ TEST_F(Secure, TheEndOfThePeerIsFound) {
     EXPECT_TRUE(DescriptorState(mine).closed);
 }
 
-// --- Questions ------------------------------------------------------------------------
+// ---- Questions ----
 
 TEST_F(Secure, QuestionsAreAnsweredForSecureDescriptorsOnly) {
     const std::string fd = std::to_string(mine);

@@ -29,7 +29,7 @@ protected:
     Party ann{meeting, "Ann"};
 };
 
-// ---- Versions
+// ---- Versions ----
 
 TEST_F(Security, AVersionOffersAServiceFromTheFirstThatHasIt) {
     struct Case {
@@ -102,7 +102,7 @@ TEST_F(Security, AnOldPartyIsToldOfByItsOrigin) {
     EXPECT_EQ(1, count("Version 3 message is not IPv4"));
 }
 
-// ---- Options
+// ---- Options ----
 
 TEST_F(Security, AChangedOptionIsToldByItsName) {
     for (const bool on : {true, true, false, false}) {
@@ -137,7 +137,7 @@ TEST_F(Security, PreferenceIsRaisedByWhoeverIsAbleAndLoweredWhileNobodyIsThere) 
     EXPECT_EQ(0, ann.told("security none"));
 }
 
-// ---- The decision, without a transport: who wants one loses the connection
+// ---- The decision, without a transport: who wants one loses the connection ----
 
 struct Demand {
     const char *name;
@@ -213,7 +213,7 @@ TEST_F(Demands, DecideWhetherACallStays) {
     }
 }
 
-// ---- With a transport
+// ---- With a transport ----
 
 class Transported : public Security {
 protected:
@@ -353,7 +353,7 @@ TEST_F(Transported, ACallerWhoseHandshakeFailsJoinsAndLeaves) {
     EXPECT_THAT(memory.descriptors, IsEmpty());
 }
 
-// ---- The report of a join
+// ---- The report of a join ----
 
 TEST_F(Security, AJoinIsReportedToWhoeverAsksForIt) {
     const ScopedEnvironment asked("CONFERENCE_PRINT_SSL_JOIN_DATA", "True");

@@ -112,7 +112,7 @@ protected:
 
 } // namespace
 
-// --- Registration and order ----------------------------------------------------------------------
+// ---- Registration and order ----
 
 TEST_F(Select, RefusesWhatItCannotDispatch) {
     makeReadablePairs(1);
@@ -221,7 +221,7 @@ TEST_F(Select, PollsOneAmongMany) {
     EXPECT_THAT(calls, ElementsAre("high"));
 }
 
-// --- Running -------------------------------------------------------------------------------------
+// ---- Running ----
 
 TEST_F(Select, RunsUntilNothingIsRegistered) {
     select->run();
@@ -254,7 +254,7 @@ TEST_F(Select, StopsRunningAfterThePassThatInterruptsIt) {
     EXPECT_EQ(2, select->numDescriptors());
 }
 
-// --- Callbacks that change the table -------------------------------------------------------------
+// ---- Callbacks that change the table ----
 
 TEST_F(Select, StillCallsWhatAnEarlierCallbackOfTheDescriptorRemoved) {
     makeReadablePairs(1);
@@ -419,7 +419,7 @@ TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
     EXPECT_TRUE(other.removeCallback(pairs[1]->mine(), Watch::call, &second));
 }
 
-// --- Descriptors that have died ------------------------------------------------------------------
+// ---- Descriptors that have died ----
 
 // A callback that did nothing about a closed descriptor was called again and again, as fast as the
 // machine could. One that does so in the next pass holds up nobody.
@@ -459,7 +459,7 @@ TEST_F(Select, ServesTheOthersBesideADeadDescriptor) {
     EXPECT_THAT(calls, testing::IsSupersetOf({"0", "1", "2"}));
 }
 
-// --- Many, and high ones -------------------------------------------------------------------------
+// ---- Many, and high ones ----
 
 TEST_F(Select, TakesAThousandAndTwentyFourDescriptorsOfAnyNumber) {
     const std::size_t before = platform::descriptorLimit();
@@ -502,7 +502,7 @@ TEST_F(Select, TakesAThousandAndTwentyFourDescriptorsOfAnyNumber) {
         platform::setDescriptorLimit(before);
 }
 
-// --- Secure descriptors --------------------------------------------------------------------------
+// ---- Secure descriptors ----
 
 namespace {
 
@@ -568,7 +568,7 @@ TEST_F(SecureSelect, ServesTheOthersBesidePlaintextThatNobodyTakes) {
     EXPECT_THAT(platform.sleeps, ElementsAre(250));
 }
 
-// --- Signals -------------------------------------------------------------------------------------
+// ---- Signals ----
 
 namespace {
 

@@ -103,7 +103,7 @@ protected:
 
 } // namespace
 
-// --- Relaying ------------------------------------------------------------------------------------
+// ---- Relaying ----
 
 TEST_F(Relay, PassesABroadcastOnToEverybodyElseAsItCame) {
     WireFrame sent;
@@ -169,7 +169,7 @@ TEST_F(Relay, WritesInOrderOfConnectionAndTellsWhetherAllHeard) {
     EXPECT_EQ(1, clients());
 }
 
-// --- Leaving and dying ---------------------------------------------------------------------------
+// ---- Leaving and dying ----
 
 TEST_F(Relay, LosesAClientThatHangsUpResetsOrEnds) {
     const std::pair<const char *, std::function<void(WirePeer &)>> ways[] = {
@@ -276,7 +276,7 @@ TEST_F(Relay, ThatIsAssignedToLetsGoOfItsOwnConnections) {
     speaks(ann, "nobody is disturbed");
 }
 
-// --- Too many ------------------------------------------------------------------------------------
+// ---- Too many ----
 
 namespace {
 
@@ -340,7 +340,7 @@ TEST_F(Relay, TurnsCallersAwayWhenThereAreNoDescriptors) {
                                                                 << log;
 }
 
-// --- Ports ---------------------------------------------------------------------------------------
+// ---- Ports ----
 
 namespace {
 
@@ -406,7 +406,7 @@ TEST_F(Ports, ThatAreTakenAreWalkedPastByBothFamiliesTogether) {
     }
 }
 
-// --- The programs --------------------------------------------------------------------------------
+// ---- The programs ----
 
 namespace {
 

@@ -75,7 +75,7 @@ protected:
     std::vector<int> opened;
 };
 
-// --- Listening ------------------------------------------------------------------------
+// ---- Listening ----
 
 TEST_F(Sockets, WalkOnFromABusyPort) {
     unsigned short busy = 0;
@@ -215,7 +215,7 @@ TEST_F(Sockets, OfTheLocalFamilyTakePathsOf107Bytes) {
     std::filesystem::remove_all(folder);
 }
 
-// --- Connecting -----------------------------------------------------------------------
+// ---- Connecting ----
 
 TEST_F(Sockets, ConnectToNobodyAndSayWhom) {
     unsigned short port = 0;
@@ -263,7 +263,7 @@ TEST_F(Sockets, SayThatThereAreTooMany) {
     EXPECT_TRUE(platform::setDescriptorLimit(limit));
 }
 
-// --- Accepting ------------------------------------------------------------------------
+// ---- Accepting ----
 
 TEST_F(Sockets, AcceptOnOpenListenersOnly) {
     SocketPair pair;
@@ -327,7 +327,7 @@ TEST_F(Sockets, AcceptTriesOnceMoreAfterAnInterruption) {
     EXPECT_NE(-1, keep(acceptBoundSocket(listener)));
 }
 
-// --- Ending ---------------------------------------------------------------------------
+// ---- Ending ----
 
 TEST_F(Sockets, ShutDownAreForgottenAndClosed) {
     SocketPair pair;
@@ -408,7 +408,7 @@ TEST_F(Sockets, ThatAreSecureLeaveTheTransportWhileTheyStillWork) {
     setTransport(nullptr);
 }
 
-// --- Options --------------------------------------------------------------------------
+// ---- Options ----
 
 TEST_F(Sockets, BuffersAreAskedForWithinBounds) {
     const std::pair<std::size_t, int> cases[] = {

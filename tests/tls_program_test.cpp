@@ -187,7 +187,7 @@ TEST_F(TLSProgram, WhatCannotBeUsedIsSaidInALine) {
     }
 }
 
-// --- OpenSSL on the other side ----------------------------------------------------------
+// ---- OpenSSL on the other side ----
 
 TEST_F(TLSProgram, OpenSSLsClientIsServedOrRefusedByTheHost) {
     struct Row {
@@ -270,7 +270,7 @@ TEST_F(TLSProgram, OpenSSLsServerIsJoinedOrRefusedByTheGuest) {
     }
 }
 
-// --- A listener on the wire -------------------------------------------------------------
+// ---- A listener on the wire ----
 
 // What crosses the loopback interface to and from a port, and to one of our own that ends it: what
 // is sent there comes behind everything that was sent before.

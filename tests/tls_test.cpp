@@ -33,7 +33,7 @@ protected:
     std::unique_ptr<TLSEnds> ends;
 };
 
-// --- Certificates ---------------------------------------------------------------------
+// ---- Certificates ----
 
 const tls::Authority &stranger() {
     static const tls::Authority *const made = [] {
@@ -148,7 +148,7 @@ TEST_F(TLS, APersonLearnsWhoThePeerIsAndHowItIsGuarded) {
     show(ends->peerOptions, {});
     ASSERT_TRUE(ends->shakeHands());
     ASSERT_TRUE(certificateInfo(ends->mine(), info));
-    EXPECT_EQ(TLS_NO_CERTIFICATE, info.m_status);
+    EXPECT_EQ(tlsNoCertificate, info.m_status);
     EXPECT_EQ("", info.m_text1);
 }
 
@@ -187,7 +187,7 @@ TEST_F(TLS, OptionsThatCannotBeUsedAreNamed) {
     }
 }
 
-// --- Peers without TLS, and peers that are silent ---------------------------------------
+// ---- Peers without TLS, and peers that are silent ----
 
 struct Stranger {
     const char *name;
@@ -296,7 +296,7 @@ TEST_F(Strangers, AConnectWithoutANameMayBeLeftPlain) {
     EXPECT_EQ(0, rawBytesPending(ends->peer()));
 }
 
-// --- Bytes ----------------------------------------------------------------------------
+// ---- Bytes ----
 
 std::string pattern(std::size_t length) {
     std::string text(length, '\0');
@@ -497,7 +497,7 @@ TEST_F(TLS, NothingGoesOnPlainWhereTLSIsRequired) {
     EXPECT_EQ(TLS_ERROR_CLOSED, static_cast<TLSError>(ends->peerTLS.lastSecureError(ends->peer())));
 }
 
-// --- The folder for trying out ---------------------------------------------------------
+// ---- The folder for trying out ----
 
 TEST(TLSFolder, IsMadeOnceItsKeysArePrivateAndItsCertificatesWork) {
     namespace fs = std::filesystem;

@@ -91,7 +91,7 @@ protected:
     WirePeer server{meeting, "Server"};
 };
 
-// ---- Roads
+// ---- Roads ----
 
 TEST_F(Tunnel, ThroughAProxyTheServerIsAskedOnTheSameConnection) {
     ASSERT_TRUE(callsThroughProxy() && server.picksUp());
@@ -160,7 +160,7 @@ TEST_F(Tunnel, AServerMayAskForPlainAndLosesWhatItSentBefore) {
     expectJoin(server);
 }
 
-// ---- Requests that are not sent, or not whole
+// ---- Requests that are not sent, or not whole ----
 
 TEST_F(Tunnel, ARequestThatIsTooLongGoesOutAsAnEndOfHeaders) {
     const std::string fits(693, 'i'), not_(694, 'i');
@@ -226,7 +226,7 @@ TEST_F(Tunnel, AConnectionThatIsSecureAlreadyIsNotSecuredAgain) {
     expectCall(server);
 }
 
-// ---- Answers
+// ---- Answers ----
 
 struct Answer {
     std::string reply;
@@ -346,7 +346,7 @@ TEST_F(Tunnel, TheApplicationCallsAgainWithCredentialsFromInsideTheQuestion) {
                                         "noAnswer mux.example"));
 }
 
-// ---- Redirection
+// ---- Redirection ----
 
 class Redirected : public Tunnel {
 protected:
@@ -399,7 +399,7 @@ TEST_F(Redirected, OnlyTheFirstIsFree) {
     }
 }
 
-// ---- Servers that go
+// ---- Servers that go ----
 
 TEST_F(Tunnel, AServerMayGoAtEveryStep) {
     for (const bool resets : {false, true}) {

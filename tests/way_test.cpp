@@ -162,7 +162,7 @@ TEST_F(Ways, LeadToTheMeeting) {
     }
 }
 
-// ---- A host that offers itself
+// ---- A host that offers itself ----
 
 class Offers : public Ways {
 protected:

@@ -71,8 +71,8 @@ struct Setter {
         return app::parseNumber(value, options.*member);
     }
     bool operator()(unsigned int Options::*member) const {
-        constexpr unsigned int A_DAY = 86400;
-        return app::parseNumber(value, options.*member) && options.*member <= A_DAY;
+        constexpr unsigned int aDay = 86400;
+        return app::parseNumber(value, options.*member) && options.*member <= aDay;
     }
 };
 
@@ -105,14 +105,14 @@ bool readOptions(int count, const char *const *arguments, Options &options,
 }
 
 std::string helpText() {
-    constexpr std::size_t COLUMN = 18;
+    constexpr std::size_t column = 18;
     std::string text = "usage: ConferenceControl [OPTION [VALUE]] ...\n\n"
                        "A party of a meeting that an application drives over a local socket.\n\n";
     for (const Row &row : rows()) {
         std::string line = std::string("  ") + row.name;
         if (row.value != nullptr)
             line += std::string(" ") + row.value;
-        line.resize(std::max(line.size(), COLUMN), ' ');
+        line.resize(std::max(line.size(), column), ' ');
         text += line + "  " + row.help + "\n";
     }
     return text + "\nExit status: 0 fine (also when the application has gone), 1 the run failed, "

@@ -20,7 +20,7 @@ namespace control {
 
 namespace {
 
-constexpr int PATIENCE = 2000; // milliseconds, for an application to take the last of it
+constexpr int patience = 2000; // milliseconds, for an application to take the last of it
 
 } // namespace
 
@@ -71,7 +71,7 @@ const Session::Request *Session::findRequest(const std::string &word) {
 
 Session::Session(const Options &options)
     : m_options(options),
-      m_socket(m_loop, "control socket", MAX_BODY,
+      m_socket(m_loop, "control socket", maxBody,
                [this](const vintok::TCPMessage &message) { take(message); }),
       m_inbox(m_loop),
       m_meetingName(options.meetingName) {}
@@ -100,7 +100,7 @@ int Session::run() {
         leave();
         observe();
     }
-    vintok::awaitSent(m_socket.descriptor(), PATIENCE);
+    vintok::awaitSent(m_socket.descriptor(), patience);
     return 0;
 }
 
@@ -261,8 +261,8 @@ std::string Session::time(const Text &) {
 
 void Session::tellTime() const {
     const std::int64_t offset = vintok::getAddTime() - vintok::getSubtractTime();
-    constexpr std::int64_t MOST = std::numeric_limits<unsigned int>::max();
-    const std::int64_t seconds = std::clamp(offset, -MOST, MOST);
+    constexpr std::int64_t most = std::numeric_limits<unsigned int>::max();
+    const std::int64_t seconds = std::clamp(offset, -most, most);
     vintok::replyNotifySetTime(fd(), seconds >= 0,
                                static_cast<unsigned int>(seconds < 0 ? -seconds : seconds));
 }

@@ -35,7 +35,7 @@ private:
     // The library's callbacks get the participant: this one knows its session.
     struct Participant;
 
-    // ---- Life, loop and the table of requests (Session.cpp)
+    // ---- Life, loop and the table of requests (Session.cpp) ----
     // An empty result is success; otherwise it says why not, for the log.
     using Handler = std::string (Session::*)(const Text &);
     enum class Needs : unsigned char { nothing, startup, meeting };
@@ -51,7 +51,7 @@ private:
     int fd() const { return m_socket.descriptor(); }
     static void warn(const std::string &text);
 
-    // ---- The process itself (Session.cpp)
+    // ---- The process itself (Session.cpp) ----
     std::string startup(const Text &text);
     bool openParticipant(unsigned short port);
     void introduce(const Text &text);
@@ -62,7 +62,7 @@ private:
     std::string shutdown(const Text &text);
     void tellTime() const;
 
-    // ---- What the meeting tells (SessionEvents.cpp)
+    // ---- What the meeting tells (SessionEvents.cpp) ----
     static Session &of(vintok::ConferenceParticipant *participant);
     void setCallbacks();
     void setCallCallbacks();
@@ -76,7 +76,7 @@ private:
     vintok::TCPAddress ownAddress() const;
     vintok::RosterBase self() const;
 
-    // ---- Meeting, calls, parties, lead, files (SessionMeeting.cpp)
+    // ---- Meeting, calls, parties, lead, files (SessionMeeting.cpp) ----
     std::string conveneMeeting(const Text &text);
     bool convene();
     std::string adjournMeeting(const Text &text);
@@ -92,7 +92,7 @@ private:
     std::string answerLead(const Text &text);
     std::string transferFile(const Text &text);
 
-    // ---- Recording and playback (SessionRecording.cpp)
+    // ---- Recording and playback (SessionRecording.cpp) ----
     std::string startRecording(const Text &text);
     std::string stopRecording(const Text &text);
     void record(const unsigned char *data, std::size_t length);

@@ -11,7 +11,7 @@ namespace control {
 
 namespace {
 
-constexpr std::size_t MOST_CALLERS = 64;
+constexpr std::size_t mostCallers = 64;
 
 bool saysTheSame(const vintok::RosterBase &a, const vintok::RosterBase &b) {
     return a == b && a.colorIndex() == b.colorIndex() &&
@@ -135,7 +135,7 @@ void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
         *known = entry;
         return;
     }
-    if (m_callers.size() == MOST_CALLERS) {
+    if (m_callers.size() == mostCallers) {
         m_participant->rejectCall(m_callers[1]);
         m_callers.erase(m_callers.begin() + 1);
     }

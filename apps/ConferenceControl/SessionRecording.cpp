@@ -17,9 +17,9 @@ namespace control {
 namespace {
 
 // A longer silence in a recording is a clock that was set, or two meetings in one file.
-constexpr std::int64_t LONGEST_SILENCE = 3600;
+constexpr std::int64_t longestSilence = 3600;
 // Sent between two looks at the sockets.
-constexpr int AT_ONCE = 16;
+constexpr int atOnce = 16;
 
 std::string named(const std::string &path) {
     return "'" + quote(path, 200) + "'";
@@ -86,7 +86,7 @@ std::string Session::startPlayback(const Text &text) {
     m_playFile.reset(std::fopen(path.c_str(), "rb"));
     if (!m_playFile)
         return named(path) + " cannot be read: " + std::strerror(errno);
-    m_player = std::make_unique<app::Player>(m_playFile.get(), 1, LONGEST_SILENCE);
+    m_player = std::make_unique<app::Player>(m_playFile.get(), 1, longestSilence);
     return "";
 }
 
@@ -115,7 +115,7 @@ std::string Session::resumePlayback(const Text &) {
 void Session::play() {
     using State = app::Player::State;
     m_playsOn = false;
-    for (int sent = 0; sent < AT_ONCE && m_participant->isMeeting(); ++sent) {
+    for (int sent = 0; sent < atOnce && m_participant->isMeeting(); ++sent) {
         switch (m_player->look(std::chrono::steady_clock::now())) {
         case State::ready: {
             const vintok::TCPMessage &message = m_player->message();

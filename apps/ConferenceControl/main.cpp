@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr int FAILED = 1;
-constexpr int WRONG_USAGE = 2;
+constexpr int failedRun = 1;
+constexpr int wrongUsage = 2;
 constexpr std::uint32_t connectTimeout = 20000; // milliseconds
 
 // What is refused or goes wrong is in the log even where nobody has asked for one.
@@ -46,14 +46,14 @@ int main(int count, char **arguments) {
     if (!control::readOptions(count, arguments, options, complaint)) {
         std::fprintf(stderr, "ConferenceControl: %s (see ConferenceControl -h)\n",
                      complaint.c_str());
-        code = WRONG_USAGE;
+        code = wrongUsage;
     } else if (options.help) {
         std::fputs(control::helpText().c_str(), stdout);
     } else {
         code = runSession(options);
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-        code = code == 0 ? FAILED : code;
+        code = code == 0 ? failedRun : code;
     std::fflush(stderr);
     // The thread that watches signals and time is still there.
     std::_Exit(code);

@@ -109,7 +109,7 @@ public:
 
 private:
     ParseError open(std::string_view body) {
-        if (body.size() > MAX_BODY)
+        if (body.size() > maxBody)
             return fail(ParseError::tooLong);
         const std::size_t length = body.find('\0');
         if (length == std::string_view::npos)

@@ -41,7 +41,7 @@ using vintok::words::Field;
 enum class ParseError : unsigned char {
     none,
     notControl,      // the message is neither a request nor a notification
-    tooLong,         // more than MAX_BODY bytes
+    tooLong,         // more than maxBody bytes
     notTerminated,   // no zero byte at the end
     bytesBehindZero, // something other than zero bytes follows the zero byte
     empty,           // no line at all
@@ -55,7 +55,7 @@ enum class ParseError : unsigned char {
 };
 
 // The longest body that is looked at. No text of the library comes near it unless a value does.
-inline constexpr std::size_t MAX_BODY = 1 << 20;
+inline constexpr std::size_t maxBody = 1 << 20;
 
 class Text {
 public:

@@ -13,27 +13,23 @@ namespace {
 // The value of a parameter of a challenge: realm="x", realm=x.
 std::string parameter(const std::string &challenge, std::size_t from, const std::string &name) {
     std::size_t at = lowered(challenge).find(name + '=', from);
-    if (at == std::string::npos) {
+    if (at == std::string::npos)
         return "";
-    }
     at += name.size() + 1;
-    if (at == challenge.size() || challenge[at] != '"') {
+    if (at == challenge.size() || challenge[at] != '"')
         return challenge.substr(at, challenge.find_first_of(" ,", at) - at);
-    }
     std::string value;
     for (++at; at < challenge.size() && challenge[at] != '"'; ++at) {
-        if (challenge[at] == '\\' && at + 1 < challenge.size()) {
+        if (challenge[at] == '\\' && at + 1 < challenge.size())
             ++at;
-        }
         value += challenge[at];
     }
     return value;
 }
 
 void readChallenge(const std::string &value, ServerReply &reply) {
-    if (reply.scheme.empty()) {
+    if (reply.scheme.empty())
         reply.scheme = value.substr(0, value.find(' '));
-    }
     const std::size_t basic = lowered(value).find(vintok::http_basic);
     if (basic != std::string::npos && !reply.takesBasic) {
         reply.takesBasic = true;
@@ -44,15 +40,14 @@ void readChallenge(const std::string &value, ServerReply &reply) {
 void readHeader(const Header &header, ServerReply &reply) {
     const std::string name = lowered(header.name);
     const std::string value(header.value);
-    if (name == vintok::http_proxyAuthenticate || name == vintok::http_wwwAuthenticate) {
+    if (name == vintok::http_proxyAuthenticate || name == vintok::http_wwwAuthenticate)
         readChallenge(value, reply);
-    } else if (name == "location") {
+    else if (name == "location")
         reply.location = value;
-    } else if (name == lowered(vintok::http_pLorMUX_Reason)) {
+    else if (name == lowered(vintok::http_pLorMUX_Reason))
         reply.detail = value;
-    } else if (name == lowered(vintok::http_pLorMUX_Encrypt)) {
+    else if (name == lowered(vintok::http_pLorMUX_Encrypt))
         reply.encryption = value;
-    }
 }
 
 } // namespace
@@ -77,11 +72,9 @@ ServerReply readServerReply(std::string_view text) {
         std::getline(first, reply.reason);
         reply.reason = trimmed(reply.reason);
     }
-    for (Header header; !text.empty();) {
-        if (splitHeader(takeLine(text), header)) {
+    for (Header header; !text.empty();)
+        if (splitHeader(takeLine(text), header))
             readHeader(header, reply);
-        }
-    }
     return reply;
 }
 

@@ -28,8 +28,8 @@ namespace app {
 
 namespace {
 
-constexpr std::chrono::milliseconds WATCH_INTERVAL(50);
-constexpr int WATCHES_PER_TICK = 20;
+constexpr std::chrono::milliseconds watchInterval(50);
+constexpr int watchesPerTick = 20;
 
 using RecordHead = std::array<unsigned char, 5>;
 
@@ -44,9 +44,8 @@ extern "C" void noteSignal(int signal) {
 }
 
 void takeOverSignals() {
-    for (const int signal : vintok::platform::endingSignals()) {
+    for (const int signal : vintok::platform::endingSignals())
         std::signal(signal, noteSignal);
-    }
 }
 
 } // namespace
@@ -63,9 +62,8 @@ struct Inbox::Channel {
     bool takeAlarm() {
         const std::lock_guard<std::mutex> lock(alarmMutex);
         const bool due = alarm && *alarm <= std::chrono::steady_clock::now();
-        if (due) {
+        if (due)
             alarm.reset();
-        }
         return due;
     }
 
@@ -73,9 +71,8 @@ struct Inbox::Channel {
         const auto length = static_cast<std::uint32_t>(text.size());
         std::string record;
         record += static_cast<char>(kind);
-        for (int shift = 24; shift >= 0; shift -= 8) {
+        for (int shift = 24; shift >= 0; shift -= 8)
             record += static_cast<char>(length >> shift & 0xFF);
-        }
         record += text;
         const std::lock_guard<std::mutex> lock(mutex);
         return descriptor != -1 &&
@@ -115,19 +112,16 @@ void Inbox::dataCB(int, void *data, bool) {
 void Inbox::takeRecord() {
     RecordHead head;
     if (vintok::readBytes(m_descriptor, head.data(), head.size(), nullptr) !=
-        static_cast<std::int64_t>(head.size())) {
+        static_cast<std::int64_t>(head.size()))
         return;
-    }
     std::size_t length = 0;
-    for (std::size_t i = 1; i < head.size(); ++i) {
+    for (std::size_t i = 1; i < head.size(); ++i)
         length = length << 8 | head[i];
-    }
     std::string text(length, '\0');
     if (length == 0 ||
         vintok::readBytes(m_descriptor, reinterpret_cast<unsigned char *>(text.data()), length,
-                          nullptr) == static_cast<std::int64_t>(length)) {
+                          nullptr) == static_cast<std::int64_t>(length))
         m_handler(static_cast<Kind>(head[0]), text);
-    }
 }
 
 void Inbox::readStandardInput() {
@@ -139,20 +133,18 @@ void Inbox::readStandardInput() {
         };
         for (int c = std::getc(stdin); c != EOF; c = std::getc(stdin)) {
             if (c == '\n') {
-                if (!tell()) {
+                if (!tell())
                     return;
-                }
                 line.clear();
                 tooLong = false;
-            } else if (line.size() == MAX_LINE) {
+            } else if (line.size() == maxLine) {
                 tooLong = true;
             } else {
                 line += static_cast<char>(c);
             }
         }
-        if (!line.empty() && !tell()) {
+        if (!line.empty() && !tell())
             return;
-        }
         channel->write(Kind::endOfInput, "");
     }).detach();
 }
@@ -161,25 +153,21 @@ void Inbox::watch() {
     takeOverSignals();
     std::thread([channel = m_channel] {
         for (int watches = 1;; ++watches) {
-            std::this_thread::sleep_for(WATCH_INTERVAL);
-            if (s_signalled.exchange(false) && !channel->write(Kind::interrupt, "")) {
+            std::this_thread::sleep_for(watchInterval);
+            if (s_signalled.exchange(false) && !channel->write(Kind::interrupt, ""))
                 return;
-            }
-            if (channel->takeAlarm() && !channel->write(Kind::alarm, "")) {
+            if (channel->takeAlarm() && !channel->write(Kind::alarm, ""))
                 return;
-            }
-            if (watches % WATCHES_PER_TICK == 0 && !channel->write(Kind::tick, "")) {
+            if (watches % watchesPerTick == 0 && !channel->write(Kind::tick, ""))
                 return;
-            }
         }
     }).detach();
 }
 
 void Inbox::ignoreTerminal() {
     std::signal(SIGINT, SIG_IGN);
-    for (const int signal : vintok::platform::hangupSignals()) {
+    for (const int signal : vintok::platform::hangupSignals())
         std::signal(signal, SIG_IGN);
-    }
 }
 
 void Inbox::wakeAt(std::chrono::steady_clock::time_point time) {

@@ -18,7 +18,7 @@ class TCPSelect;
 namespace app {
 
 // A longer line of the standard input is told as `longLine`.
-inline constexpr std::size_t MAX_LINE = 65536;
+inline constexpr std::size_t maxLine = 65536;
 
 class Inbox {
 public:

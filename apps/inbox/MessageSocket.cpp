@@ -7,8 +7,8 @@ namespace app {
 
 namespace {
 
-constexpr std::size_t MOST_UNSENT = 64 << 20;
-constexpr std::size_t LONGEST_HEADER = 60;
+constexpr std::size_t mostUnsent = 64 << 20;
+constexpr std::size_t longestHeader = 60;
 
 } // namespace
 
@@ -16,7 +16,7 @@ MessageSocket::MessageSocket(vintok::TCPSelect &loop, const char *name, std::siz
                              Handler handler)
     : m_loop(loop),
       m_name(name),
-      m_longest(longestBody + LONGEST_HEADER),
+      m_longest(longestBody + longestHeader),
       m_handler(std::move(handler)) {}
 
 MessageSocket::~MessageSocket() {
@@ -40,7 +40,7 @@ bool MessageSocket::adopt(int descriptor) {
 bool MessageSocket::watch(int descriptor) {
     m_descriptor = descriptor;
     return m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false) &&
-           vintok::bufferMessages(m_descriptor, m_longest, MOST_UNSENT);
+           vintok::bufferMessages(m_descriptor, m_longest, mostUnsent);
 }
 
 void MessageSocket::dataCB(int, void *data, bool) {

@@ -11,9 +11,8 @@ bool setVariable(const std::string &name, const std::string &value) {
     // one of that name has taken its place.
     static std::map<std::string, std::unique_ptr<std::string>> texts;
     auto text = std::make_unique<std::string>(name + '=' + value);
-    if (name.empty() || name.find('=') != std::string::npos || putenv(text->data()) != 0) {
+    if (name.empty() || name.find('=') != std::string::npos || putenv(text->data()) != 0)
         return false;
-    }
     texts[name] = std::move(text);
     return true;
 }

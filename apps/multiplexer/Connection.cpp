@@ -14,7 +14,7 @@ namespace socketErrors = vintok::socketErrors;
 
 namespace {
 
-constexpr std::size_t SECURE_PIECE = 16384;
+constexpr std::size_t securePiece = 16384;
 
 bool isTemporary(int error) {
     return error == socketErrors::wouldBlock || error == socketErrors::interrupted;
@@ -34,15 +34,13 @@ Connection::~Connection() {
 
 std::unique_ptr<Connection> Connection::call(platform::Poller &poller, const Endpoint &peer) {
     const int descriptor = platform::openSocket(peer.family);
-    if (descriptor == -1) {
+    if (descriptor == -1)
         return nullptr;
-    }
     auto connection = std::make_unique<Connection>(poller, descriptor, peer);
     if (!platform::connectSocket(descriptor, peer) &&
         platform::socketError() != socketErrors::inProgress &&
-        !isTemporary(platform::socketError())) {
+        !isTemporary(platform::socketError()))
         return nullptr;
-    }
     return connection;
 }
 
@@ -52,9 +50,8 @@ bool Connection::connected() const {
 
 void Connection::ready(bool readable, bool writable) {
     // An event from before it was closed in the same round.
-    if (!isClosed() && m_session != nullptr) {
+    if (!isClosed() && m_session != nullptr)
         m_session->ready(*this, readable, writable);
-    }
 }
 
 void Connection::watch(bool reading, bool writing) {
@@ -74,9 +71,8 @@ Connection::Result Connection::receive(char *buffer, std::size_t length, std::si
         m_unread.erase(0, count);
         return Result::bytes;
     }
-    if (m_secure) {
+    if (m_secure)
         return receiveSecure(buffer, length, count, fromSocket);
-    }
     return fromSocket ? receiveRaw(buffer, length, count) : Result::blocked;
 }
 
@@ -87,9 +83,8 @@ Connection::Result Connection::receiveRaw(char *buffer, std::size_t length, std:
         count = static_cast<std::size_t>(received);
         return Result::bytes;
     }
-    if (received == 0) {
+    if (received == 0)
         return Result::ended;
-    }
     return isTemporary(platform::socketError()) ? Result::blocked : Result::lost;
 }
 
@@ -97,24 +92,20 @@ Connection::Result Connection::receiveSecure(char *buffer, std::size_t length, s
                                              bool fromSocket) {
     for (;;) {
         const SecureStream::Result opened = m_secure->open(buffer, length, count);
-        if (!sendSealed() || opened == SecureStream::Result::failed) {
+        if (!sendSealed() || opened == SecureStream::Result::failed)
             return Result::lost;
-        }
-        if (opened == SecureStream::Result::bytes) {
+        if (opened == SecureStream::Result::bytes)
             return Result::bytes;
-        }
         if (opened == SecureStream::Result::ended && m_sendsPlain) {
             m_unread = m_secure->takeRest();
             m_secure.reset();
             return receive(buffer, length, count, fromSocket);
         }
-        if (opened == SecureStream::Result::ended) {
+        if (opened == SecureStream::Result::ended)
             return Result::ended;
-        }
-        if (!fromSocket) {
+        if (!fromSocket)
             return Result::blocked;
-        }
-        std::array<char, SECURE_PIECE> sealed;
+        std::array<char, securePiece> sealed;
         std::size_t taken = 0;
         const Result received = receiveRaw(sealed.data(), sealed.size(), taken);
         if (received != Result::bytes) {
@@ -136,16 +127,14 @@ void Connection::secure(std::unique_ptr<SecureStream> secure) {
 }
 
 bool Connection::send(std::string_view bytes) {
-    if (m_secure && !m_sendsPlain) {
+    if (m_secure && !m_sendsPlain)
         return m_secure->seal(bytes) && sendSealed();
-    }
     return sendRaw(bytes);
 }
 
 bool Connection::sendLastSecure(std::string_view bytes) {
-    if (!m_secure->seal(bytes)) {
+    if (!m_secure->seal(bytes))
         return false;
-    }
     m_secure->close();
     m_sendsPlain = true;
     return sendRaw(m_secure->takeSealed());
@@ -178,9 +167,8 @@ bool Connection::flush() {
     if (hasBacklog()) {
         std::string bytes;
         bytes.swap(m_backlog); // its memory goes, too, once all of it is sent
-        if (!sendRaw(bytes)) {
+        if (!sendRaw(bytes))
             return false;
-        }
     }
     if (m_ending && !hasBacklog()) {
         m_ending = false;
@@ -200,9 +188,8 @@ void Connection::endSending() {
 
 bool Connection::ownEnd(Endpoint &endpoint) const {
     Endpoint bound;
-    if (!platform::boundEndpoint(m_descriptor, m_peer.family, bound)) {
+    if (!platform::boundEndpoint(m_descriptor, m_peer.family, bound))
         return false;
-    }
     endpoint = plain(bound);
     return true;
 }

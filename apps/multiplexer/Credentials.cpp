@@ -22,9 +22,8 @@ bool equalInConstantTime(std::string_view given, std::string_view secret) {
 } // namespace
 
 bool Credentials::add(std::string_view pair) {
-    if (pair.find(':') == std::string_view::npos) {
+    if (pair.find(':') == std::string_view::npos)
         return false;
-    }
     m_accepted.push_back(app::base64(pair));
     return true;
 }
@@ -32,27 +31,23 @@ bool Credentials::add(std::string_view pair) {
 std::size_t Credentials::add(std::istream &lines) {
     std::string line;
     for (std::size_t number = 1; std::getline(lines, line); ++number) {
-        if (!line.empty() && line.back() == '\r') {
+        if (!line.empty() && line.back() == '\r')
             line.pop_back();
-        }
-        if (!line.empty() && line.front() != '#' && !add(line)) {
+        if (!line.empty() && line.front() != '#' && !add(line))
             return number;
-        }
     }
     return 0;
 }
 
 bool Credentials::accept(std::string_view authorization) const {
     const std::size_t blank = authorization.find(' ');
-    if (blank == std::string_view::npos) {
+    if (blank == std::string_view::npos)
         return false;
-    }
     const std::string scheme = app::lowered(authorization.substr(0, blank));
     const std::string_view given = authorization.substr(blank + 1);
     bool good = false;
-    for (const std::string &accepted : m_accepted) { // all of them, whichever matches
+    for (const std::string &accepted : m_accepted) // all of them, whichever matches
         good = equalInConstantTime(given, accepted) || good;
-    }
     return good && scheme == vintok::http_basic;
 }
 

@@ -11,7 +11,7 @@ using vintok::platform::FAMILY_IPV6;
 
 namespace {
 
-constexpr unsigned char MAPPED_FRONT[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+constexpr unsigned char mappedFront[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
 
 std::uint16_t networkOrder(std::uint16_t port) {
     const unsigned char bytes[2] = {static_cast<unsigned char>(port >> 8),
@@ -27,9 +27,9 @@ Endpoint plain(const Endpoint &endpoint) {
     Endpoint result = endpoint;
     const auto *bytes = reinterpret_cast<const unsigned char *>(endpoint.ipv6.data());
     if (endpoint.family == FAMILY_IPV6 &&
-        std::memcmp(bytes, MAPPED_FRONT, sizeof MAPPED_FRONT) == 0) {
+        std::memcmp(bytes, mappedFront, sizeof mappedFront) == 0) {
         result.family = FAMILY_IPV4;
-        std::memcpy(&result.ipv4, bytes + sizeof MAPPED_FRONT, sizeof result.ipv4);
+        std::memcpy(&result.ipv4, bytes + sizeof mappedFront, sizeof result.ipv4);
     }
     return result;
 }
@@ -37,13 +37,12 @@ Endpoint plain(const Endpoint &endpoint) {
 bool makeEndpoint(const vintok::TCPAddress &address, std::uint16_t port, Endpoint &endpoint) {
     Endpoint made;
     made.port = networkOrder(port);
-    if (address.IPv4(made.ipv4)) {
+    if (address.IPv4(made.ipv4))
         made.family = FAMILY_IPV4;
-    } else if (address.IPv6(made.ipv6.data())) {
+    else if (address.IPv6(made.ipv6.data()))
         made.family = FAMILY_IPV6;
-    } else {
+    else
         return false;
-    }
     endpoint = plain(made);
     return true;
 }
@@ -68,9 +67,8 @@ std::vector<unsigned char> addressBytes(const Endpoint &endpoint) {
 
 bool isLoopback(const Endpoint &endpoint) {
     const std::vector<unsigned char> bytes = addressBytes(endpoint);
-    if (bytes.size() == 4) {
+    if (bytes.size() == 4)
         return bytes[0] == 127;
-    }
     static const std::vector<unsigned char> loopback = {0, 0, 0, 0, 0, 0, 0, 0,
                                                         0, 0, 0, 0, 0, 0, 0, 1};
     return bytes == loopback;

@@ -13,9 +13,9 @@ namespace mux {
 
 namespace {
 
-constexpr std::size_t LONGEST = 100;
-constexpr std::size_t MOST_WAITING = 1 << 20; // bytes
-constexpr std::chrono::seconds PATIENCE(2);
+constexpr std::size_t longest = 100;
+constexpr std::size_t mostWaiting = 1 << 20; // bytes
+constexpr std::chrono::seconds patience(2);
 
 std::string now() {
     const auto time = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
@@ -29,10 +29,9 @@ std::string now() {
 
 std::string quoted(std::string_view text) {
     std::string result = "\"";
-    for (const char c : app::printable(text, LONGEST)) {
-        if (c == '"') {
+    for (const char c : app::printable(text, longest)) {
+        if (c == '"')
             result += '\\';
-        }
         result += c;
     }
     return result + '"';
@@ -74,16 +73,14 @@ Log::~Log() = default;
 
 bool Log::open(const std::string &file) {
     std::FILE *opened = std::fopen(file.c_str(), "a");
-    if (opened != nullptr) {
+    if (opened != nullptr)
         m_writer->file = opened; // open until the process ends
-    }
     return opened != nullptr;
 }
 
 void Log::line(std::string_view event, std::uint64_t client, const std::string &details) {
-    if (m_silent) {
+    if (m_silent)
         return;
-    }
     const std::lock_guard<std::mutex> lock(m_writer->mutex);
     std::string text = now();
     text.append(" ").append(event).append(" ").append(std::to_string(client));
@@ -92,7 +89,7 @@ void Log::line(std::string_view event, std::uint64_t client, const std::string &
         m_writer->started = true;
         std::thread([writer = m_writer] { writer->work(); }).detach();
     }
-    if (m_writer->lines.size() + text.size() > MOST_WAITING) {
+    if (m_writer->lines.size() + text.size() > mostWaiting) {
         ++m_writer->lost;
         return;
     }
@@ -103,7 +100,7 @@ void Log::line(std::string_view event, std::uint64_t client, const std::string &
 bool Log::finish() {
     std::unique_lock<std::mutex> lock(m_writer->mutex);
     return m_writer->changed.wait_for(
-        lock, PATIENCE, [this] { return m_writer->lines.empty() && !m_writer->writing; });
+        lock, patience, [this] { return m_writer->lines.empty() && !m_writer->writing; });
 }
 
 } // namespace mux

@@ -14,9 +14,8 @@ void Meetings::add(Session &session) {
 
 void Meetings::remove(Session &session) {
     const auto found = m_meetings.find(session.meeting());
-    if (found == m_meetings.end()) {
+    if (found == m_meetings.end())
         return;
-    }
     std::deque<Session *> &queue = session.offers() ? found->second.offers : found->second.callers;
     const auto place = std::find(queue.begin(), queue.end(), &session);
     if (place != queue.end()) {
@@ -40,9 +39,8 @@ bool Meetings::hasAnswerer(const std::string &meeting) const {
 void Meetings::forgetIfEmpty(const std::string &meeting) {
     const auto found = m_meetings.find(meeting);
     if (found != m_meetings.end() && found->second.offers.empty() &&
-        found->second.callers.empty() && found->second.answered == 0) {
+        found->second.callers.empty() && found->second.answered == 0)
         m_meetings.erase(found);
-    }
 }
 
 Session *Meetings::takeOffer(const std::string &meeting) {
@@ -55,9 +53,8 @@ Session *Meetings::takeCaller(const std::string &meeting) {
 
 Session *Meetings::take(const std::string &meeting, std::deque<Session *> Waiting::*queue) {
     const auto found = m_meetings.find(meeting);
-    if (found == m_meetings.end() || (found->second.*queue).empty()) {
+    if (found == m_meetings.end() || (found->second.*queue).empty())
         return nullptr;
-    }
     Session *session = (found->second.*queue).front();
     remove(*session);
     return session;

@@ -13,7 +13,7 @@ namespace mux {
 
 namespace {
 
-constexpr long long MANY = 1000000;
+constexpr long long many = 1000000;
 
 // A check that leaves its own words out of the help, where the name of the value says it better.
 CLI::Validator between(long long least, long long most) {
@@ -26,9 +26,8 @@ CLI::Validator between(long long least, long long most) {
 
 Authority authorityOf(const std::string &text, const std::string &form) {
     Authority authority;
-    if (!parseAuthority(text, authority)) {
+    if (!parseAuthority(text, authority))
         wrong(text, form);
-    }
     return authority;
 }
 
@@ -38,9 +37,8 @@ using Setter = std::function<void(const std::string &)>;
 void addEach(CLI::App &app, const std::string &name, const Setter &set, const std::string &type,
              const std::string &help) {
     const auto setAll = [set](const std::vector<std::string> &texts) {
-        for (const std::string &text : texts) {
+        for (const std::string &text : texts)
             set(text);
-        }
     };
     app.add_option_function<std::vector<std::string>>(name, setAll, help)
         ->type_name(type)
@@ -52,7 +50,7 @@ void addNumber(CLI::App &app, const std::string &name, std::size_t &value, long 
                const std::string &type, const std::string &help) {
     app.add_option(name, value, help + " (" + std::to_string(value) + ")")
         ->type_name(type)
-        ->check(between(least, MANY));
+        ->check(between(least, many));
 }
 
 void addSeconds(CLI::App &app, const std::string &name, std::chrono::seconds &value,
@@ -60,21 +58,20 @@ void addSeconds(CLI::App &app, const std::string &name, std::chrono::seconds &va
     const auto set = [&value](long long seconds) { value = std::chrono::seconds(seconds); };
     app.add_option_function<long long>(name, set, help + " (" + std::to_string(value.count()) + ")")
         ->type_name("SECONDS")
-        ->check(between(least, MANY));
+        ->check(between(least, many));
 }
 
 void addListening(CLI::App &app, Options &options) {
     const auto listen = [&options](const std::string &text) {
         Endpoint endpoint;
-        if (!makeEndpoint(text, 1, endpoint)) {
+        if (!makeEndpoint(text, 1, endpoint))
             wrong(text, "an address");
-        }
         options.listen.push_back(text);
     };
     addEach(app, "--listen", listen, "ADDRESS",
             "Listen on this address; may be given several times (0.0.0.0)");
     app.add_option("--port", options.port,
-                   "Listen on this port; 0 takes a free one (" + std::to_string(DEFAULT_PORT) + ")")
+                   "Listen on this port; 0 takes a free one (" + std::to_string(defaultPort) + ")")
         ->type_name("PORT")
         ->check(between(0, std::numeric_limits<std::uint16_t>::max()));
     const auto name = [&options](const std::string &text) {
@@ -86,9 +83,8 @@ void addListening(CLI::App &app, Options &options) {
 
 void addParties(CLI::App &app, Options &options) {
     const auto allow = [&options](const std::string &text) {
-        if (!options.allowed.add(text)) {
+        if (!options.allowed.add(text))
             wrong(text, "HOST, HOST:PORT, NETWORK/BITS or [NETWORK/BITS]:PORT");
-        }
     };
     addEach(app, "--allow", allow, "HOST[:PORT]|NETWORK",
             "Clients may have this party called, or any of this network (none)");
@@ -121,9 +117,8 @@ void addParties(CLI::App &app, Options &options) {
 
 void addCredentials(CLI::App &app, Options &options) {
     const auto add = [&options](const std::string &pair) {
-        if (!options.credentials.add(pair)) {
+        if (!options.credentials.add(pair))
             wrong(pair.substr(0, 1) + "...", "NAME:PASSWORD");
-        }
     };
     addEach(app, "--credentials", add, "NAME:PASSWORD",
             "Let in who has these; others on this machine can see them in the list of processes");
@@ -213,9 +208,8 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         text = error.what();
         return ParseResult::wrong;
     }
-    if (options.listen.empty()) {
+    if (options.listen.empty())
         options.listen.emplace_back("0.0.0.0");
-    }
     return ParseResult::run;
 }
 

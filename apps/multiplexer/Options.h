@@ -17,11 +17,11 @@
 
 namespace mux {
 
-inline constexpr std::uint16_t DEFAULT_PORT = app::MULTIPLEXER_PORT;
+inline constexpr std::uint16_t defaultPort = app::multiplexerPort;
 
 struct Options {
     std::vector<std::string> listen; // literals
-    std::uint16_t port = DEFAULT_PORT;
+    std::uint16_t port = defaultPort;
 
     Credentials credentials;
     std::vector<std::string> openMeetings; // need none

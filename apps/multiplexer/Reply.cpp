@@ -27,11 +27,9 @@ const Phrase phrases[] = {
 };
 
 std::string phraseOf(int status) {
-    for (const Phrase &phrase : phrases) {
-        if (phrase.status == status) {
+    for (const Phrase &phrase : phrases)
+        if (phrase.status == status)
             return phrase.text;
-        }
-    }
     return "Error";
 }
 

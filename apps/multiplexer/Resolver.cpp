@@ -9,8 +9,8 @@ namespace mux {
 
 namespace {
 
-constexpr int THREADS = 4;
-constexpr std::size_t MOST_OPEN = 256;
+constexpr int threads = 4;
+constexpr std::size_t mostOpen = 256;
 
 struct Question {
     std::uint64_t id;
@@ -24,9 +24,8 @@ std::vector<Endpoint> addressesOf(const Question &question) {
     vintok::TCPAddress::lookup(question.host, found, vintok::TCPAddress::IPTYPE_NONE);
     for (const vintok::TCPAddress &address : found) {
         Endpoint endpoint;
-        if (makeEndpoint(address, question.port, endpoint)) {
+        if (makeEndpoint(address, question.port, endpoint))
             result.push_back(endpoint);
-        }
     }
     return result;
 }
@@ -44,9 +43,8 @@ struct Resolver::Shared {
         std::unique_lock<std::mutex> lock(mutex);
         for (;;) {
             changed.wait(lock, [this] { return ended || !questions.empty(); });
-            if (ended) {
+            if (ended)
                 return;
-            }
             const Question question = questions.front();
             questions.pop_front();
             lock.unlock();
@@ -66,12 +64,10 @@ Resolver::~Resolver() {
 }
 
 bool Resolver::ask(std::uint64_t id, const std::string &host, std::uint16_t port) {
-    if (m_open == MOST_OPEN) {
+    if (m_open == mostOpen)
         return false;
-    }
-    for (int i = 0; i < THREADS && !m_started; ++i) {
+    for (int i = 0; i < threads && !m_started; ++i)
         std::thread([shared = m_shared] { shared->work(); }).detach();
-    }
     m_started = true;
     ++m_open;
     const std::lock_guard<std::mutex> lock(m_shared->mutex);
@@ -81,9 +77,8 @@ bool Resolver::ask(std::uint64_t id, const std::string &host, std::uint16_t port
 }
 
 std::vector<Resolver::Answer> Resolver::take() {
-    if (m_open == 0) {
+    if (m_open == 0)
         return {};
-    }
     const std::lock_guard<std::mutex> lock(m_shared->mutex);
     std::vector<Answer> answers;
     answers.swap(m_shared->answers);

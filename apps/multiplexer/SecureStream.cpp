@@ -28,9 +28,8 @@ public:
     Result open(char *buffer, std::size_t length, std::size_t &count) override {
         ERR_clear_error();
         const int result = SSL_read_ex(m_connection.get(), buffer, length, &count);
-        if (result == 1) {
+        if (result == 1)
             return Result::bytes;
-        }
         switch (SSL_get_error(m_connection.get(), result)) {
         case SSL_ERROR_WANT_READ:
             return Result::more;
@@ -69,9 +68,8 @@ private:
     static std::string take(BIO *memory) {
         std::string bytes(BIO_ctrl_pending(memory), '\0');
         std::size_t count = 0;
-        if (!bytes.empty()) {
+        if (!bytes.empty())
             BIO_read_ex(memory, bytes.data(), bytes.size(), &count);
-        }
         bytes.resize(count);
         return bytes;
     }
@@ -102,9 +100,8 @@ std::unique_ptr<SecureContext> makeSecureContext(const std::string &certificateF
     options.certificateFile = certificateFile;
     options.keyFile = keyFile;
     tls::Settings settings;
-    if (!tls::makeSettings(options, settings, failure)) {
+    if (!tls::makeSettings(options, settings, failure))
         return nullptr;
-    }
     return std::make_unique<OpenContext>(std::move(settings));
 }
 

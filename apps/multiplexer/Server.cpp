@@ -23,10 +23,10 @@ namespace {
 constexpr int exhausted[] = {socketErrors::noMemory, socketErrors::tooManyDescriptors,
                              socketErrors::tooManySockets, socketErrors::noBuffers};
 
-constexpr int ACCEPTS = 64; // at a time
-constexpr std::chrono::milliseconds TICK(100);
-constexpr std::int32_t WAIT_MS = 100;
-constexpr std::int32_t WAIT_FOR_NAMES_MS = 5;
+constexpr int accepts = 64; // at a time
+constexpr std::chrono::milliseconds tickLength(100);
+constexpr std::int32_t waitMs = 100;
+constexpr std::int32_t waitForNamesMs = 5;
 
 std::atomic<bool> s_interrupted = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
@@ -57,9 +57,8 @@ private:
 };
 
 Server::Server(const Options &options) : m_options(options) {
-    if (options.quiet) {
+    if (options.quiet)
         m_log.silence();
-    }
 }
 
 Server::~Server() = default;
@@ -71,9 +70,8 @@ bool Server::start(std::string &failure) {
     }
     if (!m_options.certificateFile.empty()) {
         m_security = makeSecureContext(m_options.certificateFile, m_options.keyFile, failure);
-        if (!m_security) {
+        if (!m_security)
             return false;
-        }
     }
     m_port = m_options.port;
     for (const std::string &address : m_options.listen) {
@@ -93,9 +91,8 @@ bool Server::listen(const Endpoint &endpoint, std::string &failure) {
     bool good = descriptor != -1;
     if (good) {
         platform::setExclusiveAddress(descriptor);
-        if (endpoint.family == platform::FAMILY_IPV6) {
+        if (endpoint.family == platform::FAMILY_IPV6)
             platform::setIPv6Only(descriptor);
-        }
         good = platform::bindSocket(descriptor, endpoint) &&
                platform::listenSocket(descriptor, std::numeric_limits<int>::max()) &&
                platform::setBlockingMode(descriptor, false);
@@ -109,9 +106,8 @@ bool Server::listen(const Endpoint &endpoint, std::string &failure) {
     }
     std::string reason = vintok::sysErrorString(platform::socketError());
     failure = ": " + reason.substr(0, reason.find('\n'));
-    if (descriptor != -1) {
+    if (descriptor != -1)
         platform::closeSocket(descriptor);
-    }
     return false;
 }
 
@@ -120,32 +116,27 @@ void Server::interrupt() {
 }
 
 void Server::run() {
-    while (!s_interrupted) {
+    while (!s_interrupted)
         round();
-    }
     m_listeners.clear();
-    for (const auto &[id, session] : m_sessions) {
+    for (const auto &[id, session] : m_sessions)
         session->end("the server ends");
-    }
     sweep();
 }
 
 void Server::round() {
-    const std::int32_t limit = m_resolver.open() != 0 ? WAIT_FOR_NAMES_MS : WAIT_MS;
-    if (!m_poller.wait(m_events, limit)) {
-        std::this_thread::sleep_for(TICK); // should it last, the loop must not spin
-    }
+    const std::int32_t limit = m_resolver.open() != 0 ? waitForNamesMs : waitMs;
+    if (!m_poller.wait(m_events, limit))
+        std::this_thread::sleep_for(tickLength); // should it last, the loop must not spin
     m_now = Clock::now();
-    for (const platform::Poller::Event &event : m_events) {
+    for (const platform::Poller::Event &event : m_events)
         static_cast<Watched *>(event.owner)->ready(event.readable, event.writable);
-    }
     for (const Resolver::Answer &answer : m_resolver.take()) {
         const auto found = m_sessions.find(answer.first);
-        if (found != m_sessions.end()) {
+        if (found != m_sessions.end())
             found->second->resolved(answer.second);
-        }
     }
-    if (m_now - m_lastTick >= TICK) {
+    if (m_now - m_lastTick >= tickLength) {
         m_lastTick = m_now;
         tick();
     }
@@ -153,16 +144,14 @@ void Server::round() {
 }
 
 void Server::tick() {
-    for (const auto &[id, session] : m_sessions) {
+    for (const auto &[id, session] : m_sessions)
         session->tick();
-    }
     watchListeners(true);
 }
 
 void Server::sweep() {
-    for (const std::uint64_t id : m_finished) {
+    for (const std::uint64_t id : m_finished)
         m_sessions.erase(id);
-    }
     m_finished.clear();
     m_buried.clear();
 }
@@ -170,31 +159,26 @@ void Server::sweep() {
 void Server::watchListeners(bool on) {
     if (on != m_accepting) {
         m_accepting = on;
-        for (const auto &listener : m_listeners) {
+        for (const auto &listener : m_listeners)
             listener->watch(on);
-        }
     }
 }
 
 void Server::accept(Listener &listener) {
-    for (int i = 0; i < ACCEPTS; ++i) {
+    for (int i = 0; i < accepts; ++i) {
         Endpoint peer;
         const int descriptor = listener.accept(peer);
         if (descriptor == -1) {
             const int error = platform::socketError();
-            if (error == socketErrors::wouldBlock) {
+            if (error == socketErrors::wouldBlock)
                 return;
-            }
-            if (std::find(std::begin(exhausted), std::end(exhausted), error) !=
-                std::end(exhausted)) {
+            if (std::find(std::begin(exhausted), std::end(exhausted), error) != std::end(exhausted))
                 return watchListeners(false); // or it would stay readable for nothing
-            }
-            continue; // that client has gone already
+            continue;                         // that client has gone already
         }
         ++m_statistics.accepted;
-        if (m_unsettled.size() >= m_options.maxRequests) {
+        if (m_unsettled.size() >= m_options.maxRequests)
             m_sessions.at(*m_unsettled.begin())->end("too many requests");
-        }
         const std::uint64_t id = ++m_lastId;
         auto connection = std::make_unique<Connection>(m_poller, descriptor, plain(peer));
         m_sessions.emplace(id, std::make_unique<Session>(*this, id, std::move(connection)));
@@ -209,14 +193,12 @@ void Server::changed(const Session &session, Session::State before) {
     };
     m_tunnels += isTunnel(session.state()) ? 1u : 0u;
     m_tunnels -= isTunnel(before) ? 1u : 0u;
-    if (session.state() == Session::State::request || session.state() == Session::State::closing) {
+    if (session.state() == Session::State::request || session.state() == Session::State::closing)
         m_unsettled.insert(session.id());
-    } else {
+    else
         m_unsettled.erase(session.id());
-    }
-    if (session.state() == Session::State::finished) {
+    if (session.state() == Session::State::finished)
         m_finished.push_back(session.id());
-    }
 }
 
 void Server::bury(std::unique_ptr<Connection> connection) {
@@ -226,9 +208,8 @@ void Server::bury(std::unique_ptr<Connection> connection) {
 
 std::string Server::statusPage() const {
     std::uint64_t held = 0;
-    for (const auto &[id, session] : m_sessions) {
+    for (const auto &[id, session] : m_sessions)
         held += session->held();
-    }
     const auto uptime = std::chrono::duration_cast<std::chrono::seconds>(m_now - m_started);
     const std::pair<const char *, std::uint64_t> rows[] = {
         {"uptime-seconds", static_cast<std::uint64_t>(uptime.count())},
@@ -243,9 +224,8 @@ std::string Server::statusPage() const {
         {"bytes-held", held},
     };
     std::string page;
-    for (const auto &[name, value] : rows) {
+    for (const auto &[name, value] : rows)
         page += std::string(name) + ' ' + std::to_string(value) + '\n';
-    }
     return page;
 }
 

@@ -43,7 +43,7 @@ public:
     // From a signal handler.
     static void interrupt();
 
-    // ---- For sessions
+    // ---- For sessions ----
     const Options &options() const { return m_options; }
     vintok::platform::Poller &poller() { return m_poller; }
     Resolver &resolver() { return m_resolver; }

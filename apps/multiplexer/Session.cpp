@@ -9,10 +9,10 @@ namespace mux {
 
 namespace {
 
-constexpr std::chrono::seconds CLOSING_TIME(2);
-constexpr std::size_t MOST_DISCARDED = 1 << 20;
-constexpr char TLS_HANDSHAKE = 0x16;     // the first byte of a stream
-constexpr std::size_t MOST_AHEAD = 4096; // bytes of a client that is early
+constexpr std::chrono::seconds closingTime(2);
+constexpr std::size_t mostDiscarded = 1 << 20;
+constexpr char tlsHandshake = 0x16;     // the first byte of a stream
+constexpr std::size_t mostAhead = 4096; // bytes of a client that is early
 
 } // namespace
 
@@ -28,9 +28,8 @@ void Session::ready(Connection &connection, bool readable, bool writable) {
     case State::request:
         return readRequest();
     case State::connecting:
-        if (&connection == m_far.connection.get()) {
+        if (&connection == m_far.connection.get())
             return connectEnded();
-        }
         return readAhead();
     case State::resolving:
     case State::waiting:
@@ -38,12 +37,10 @@ void Session::ready(Connection &connection, bool readable, bool writable) {
     case State::passing:
         return pass();
     case State::closing:
-        if (writable && !connection.flush()) {
+        if (writable && !connection.flush())
             return finish();
-        }
-        if (readable) {
+        if (readable)
             discard();
-        }
         return;
     case State::finished:
         return;
@@ -55,19 +52,16 @@ void Session::tick() {
     const Clock::duration passed = m_server.now() - m_since;
     switch (m_state) {
     case State::request:
-        if (passed > options.requestTime) {
+        if (passed > options.requestTime)
             refuse(408, "the request took too long");
-        }
         return;
     case State::resolving:
-        if (passed > options.connectTime) {
+        if (passed > options.connectTime)
             waitForPartner();
-        }
         return;
     case State::connecting:
-        if (passed > options.connectTime) {
+        if (passed > options.connectTime)
             callNext();
-        }
         return;
     case State::waiting:
         if (passed > options.waitTime) {
@@ -77,16 +71,14 @@ void Session::tick() {
         return;
     case State::passing:
         if (m_near.readyMissing + m_far.readyMissing != 0 &&
-            m_server.now() - m_opened > options.requestTime) {
+            m_server.now() - m_opened > options.requestTime)
             closeTunnel("no ready line");
-        } else if (options.idleTime.count() != 0 && passed > options.idleTime) {
+        else if (options.idleTime.count() != 0 && passed > options.idleTime)
             closeTunnel("idle");
-        }
         return;
     case State::closing:
-        if (passed > CLOSING_TIME) {
+        if (passed > closingTime)
             finish();
-        }
         return;
     case State::finished:
         return;
@@ -94,15 +86,12 @@ void Session::tick() {
 }
 
 void Session::end(const std::string &reason) {
-    if (m_state == State::passing) {
+    if (m_state == State::passing)
         return closeTunnel(reason);
-    }
-    if (m_state == State::waiting) {
+    if (m_state == State::waiting)
         m_server.meetings().remove(*this);
-    }
-    if (m_state != State::closing && m_state != State::finished) {
+    if (m_state != State::closing && m_state != State::finished)
         refuse(503, reason);
-    }
     finish();
 }
 
@@ -114,26 +103,22 @@ void Session::enter(State state) {
 }
 
 void Session::finish() {
-    if (m_state == State::finished) {
+    if (m_state == State::finished)
         return;
-    }
-    for (Leg *leg : {&m_near, &m_far}) {
-        if (leg->connection) {
+    for (Leg *leg : {&m_near, &m_far})
+        if (leg->connection)
             leg->connection->close();
-        }
-    }
     enter(State::finished);
 }
 
 std::string Session::description() const {
     std::string text = "from " + endpointText(m_near.connection->peer());
-    if (!m_meeting.empty() && !m_server.options().hideMeetings) {
+    if (!m_meeting.empty() && !m_server.options().hideMeetings)
         text += " meeting " + quoted(m_meeting);
-    }
     return text;
 }
 
-// ---- Requests
+// ---- Requests ----
 
 void Session::readRequest() {
     Request request;
@@ -141,9 +126,8 @@ void Session::readRequest() {
         std::size_t length = 0;
         switch (m_reader.read(m_bytes, request, length)) {
         case RequestReader::Result::more:
-            if (!receiveRequest()) {
+            if (!receiveRequest())
                 return;
-            }
             break;
         case RequestReader::Result::bad:
             return refuse(400, "not a request");
@@ -186,9 +170,8 @@ bool Session::receiveRequest() {
 // A client that speaks TLS begins with it, or begins it behind the answer of a proxy.
 void Session::beginSecure() {
     Connection &connection = *m_near.connection;
-    if (m_server.security() == nullptr || connection.isSecure() || m_bytes[0] != TLS_HANDSHAKE) {
+    if (m_server.security() == nullptr || connection.isSecure() || m_bytes[0] != tlsHandshake)
         return;
-    }
     if (std::unique_ptr<SecureStream> stream = m_server.security()->accept()) {
         connection.unread(m_bytes);
         m_bytes.clear();
@@ -197,31 +180,29 @@ void Session::beginSecure() {
 }
 
 void Session::take(const Request &request) {
-    if (request.method == "CONNECT") {
+    if (request.method == "CONNECT")
         takeConnect(request);
-    } else if (request.method == "GET") {
+    else if (request.method == "GET")
         takeStatus(request);
-    } else {
+    else
         refuse(405, "only CONNECT and GET are known here", "Allow: CONNECT, GET\r\n");
-    }
 }
 
 // For whoever sits at this machine, or has credentials.
 void Session::takeStatus(const Request &request) {
     const Credentials &credentials = m_server.options().credentials;
-    if (request.target != "/status") {
+    if (request.target != "/status")
         refuse(404, "there is only /status");
-    } else if (isLoopback(m_near.connection->peer()) ||
-               credentials.accept(request.header("Authorization"))) {
+    else if (isLoopback(m_near.connection->peer()) ||
+             credentials.accept(request.header("Authorization")))
         answer(pageReply(m_server.statusPage()));
-    } else if (credentials.empty()) {
+    else if (credentials.empty())
         refuse(403, "the status is for this machine");
-    } else {
+    else
         challenge(401);
-    }
 }
 
-// ---- Endings
+// ---- Endings ----
 
 void Session::refuse(int status, const std::string &reason, const std::string &more) {
     ++m_server.statistics().refused;
@@ -231,20 +212,18 @@ void Session::refuse(int status, const std::string &reason, const std::string &m
 }
 
 void Session::answer(const std::string &reply) {
-    if (m_far.connection) {
+    if (m_far.connection)
         m_server.bury(std::move(m_far.connection));
-    }
     m_bytes = std::string();
-    if (!m_near.connection->send(reply)) {
+    if (!m_near.connection->send(reply))
         return finish();
-    }
     m_near.connection->endSending();
     m_near.connection->watch(true);
     enter(State::closing);
 }
 
 void Session::discard() {
-    for (std::size_t count = 0; m_discarded < MOST_DISCARDED; m_discarded += count) {
+    for (std::size_t count = 0; m_discarded < mostDiscarded; m_discarded += count) {
         switch (m_near.connection->receive(m_server.scratch().data(), m_server.scratch().size(),
                                            count)) {
         case Connection::Result::bytes:
@@ -262,7 +241,7 @@ void Session::discard() {
 // The client has a party to wait for, and may send ahead a little or leave.
 void Session::readAhead() {
     std::size_t count = 0;
-    switch (m_near.connection->receive(m_server.scratch().data(), MOST_AHEAD, count)) {
+    switch (m_near.connection->receive(m_server.scratch().data(), mostAhead, count)) {
     case Connection::Result::bytes:
         m_near.connection->unread(std::string_view(m_server.scratch().data(), count));
         return m_near.connection->watch(false);
@@ -272,9 +251,8 @@ void Session::readAhead() {
     case Connection::Result::lost:
         break;
     }
-    if (m_state == State::waiting) {
+    if (m_state == State::waiting)
         m_server.meetings().remove(*this);
-    }
     m_server.log().line("leave", m_id, description());
     finish();
 }

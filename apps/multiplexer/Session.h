@@ -62,7 +62,7 @@ public:
     bool offers() const { return m_offers; }
 
 private:
-    // ---- Session.cpp
+    // ---- Session.cpp ----
     void enter(State state);
     void readRequest();
     bool receiveRequest();
@@ -76,7 +76,7 @@ private:
     void readAhead();
     std::string description() const;
 
-    // ---- SessionRoute.cpp
+    // ---- SessionRoute.cpp ----
     void takeConnect(const Request &request);
     void takeJump(const Request &request);
     bool isAuthorized(const Request &request) const;
@@ -92,7 +92,7 @@ private:
     void wait();
     void join(Session &other);
 
-    // ---- SessionPassing.cpp
+    // ---- SessionPassing.cpp ----
     void open(const std::string &how);
     bool sendOpened(Connection &connection) const;
     void pass();

@@ -17,7 +17,7 @@ namespace mux {
 
 namespace {
 
-constexpr int PIECES = 8; // at a time, for the others' sake
+constexpr int pieces = 8; // at a time, for the others' sake
 
 std::string seconds(Clock::duration time) {
     char text[32];
@@ -33,34 +33,28 @@ void Session::open(const std::string &how) {
     m_server.log().line("open", m_id,
                         description() + ' ' + how + ' ' + endpointText(m_far.connection->peer()));
     enter(State::passing);
-    for (Leg *leg : {&m_near, &m_far}) {
-        if (leg->isClient && !sendOpened(*leg->connection)) {
+    for (Leg *leg : {&m_near, &m_far})
+        if (leg->isClient && !sendOpened(*leg->connection))
             return closeTunnel("lost");
-        }
-    }
     pass();
 }
 
 bool Session::sendOpened(Connection &connection) const {
-    if (!connection.isSecure() || !m_server.options().plainTunnels) {
+    if (!connection.isSecure() || !m_server.options().plainTunnels)
         return connection.send(openedReply(connection.isSecure()));
-    }
     return connection.sendLastSecure(openedReply(false));
 }
 
 void Session::pass() {
-    if (!passFrom(m_near, m_far) || !passFrom(m_far, m_near)) {
+    if (!passFrom(m_near, m_far) || !passFrom(m_far, m_near))
         return;
-    }
     // The ready line of one end lets the other one through, and no socket tells of what was sent
     // ahead.
-    if (m_near.connection->hasUnread() && !passFrom(m_near, m_far)) {
+    if (m_near.connection->hasUnread() && !passFrom(m_near, m_far))
         return;
-    }
     if (m_near.ended && m_far.ended && !m_near.connection->hasBacklog() &&
-        !m_far.connection->hasBacklog()) {
+        !m_far.connection->hasBacklog())
         return closeTunnel("ended");
-    }
     m_near.connection->watch(mayReceive(m_near, m_far));
     m_far.connection->watch(mayReceive(m_far, m_near));
 }
@@ -76,17 +70,16 @@ bool Session::passFrom(Leg &from, Leg &to) {
         closeTunnel("lost");
         return false;
     }
-    for (int piece = 0; mayReceive(from, to) && (piece < PIECES || from.connection->hasUnread());
+    for (int piece = 0; mayReceive(from, to) && (piece < pieces || from.connection->hasUnread());
          ++piece) {
         std::array<char, 65536> &scratch = m_server.scratch();
         const std::size_t room = from.readyMissing != 0 ? from.readyMissing : scratch.size();
         std::size_t count = 0;
         // The part of a record always counts as unread: the socket is left to the next round.
-        switch (from.connection->receive(scratch.data(), room, count, piece < PIECES)) {
+        switch (from.connection->receive(scratch.data(), room, count, piece < pieces)) {
         case Connection::Result::bytes:
-            if (!passBytes(from, to, std::string_view(scratch.data(), count))) {
+            if (!passBytes(from, to, std::string_view(scratch.data(), count)))
                 return false;
-            }
             break;
         case Connection::Result::blocked:
             return true;
@@ -126,9 +119,8 @@ bool Session::passBytes(Leg &from, Leg &to, std::string_view bytes) {
 
 std::size_t Session::held() const {
     std::size_t sum = 0;
-    for (const Leg *leg : {&m_near, &m_far}) {
+    for (const Leg *leg : {&m_near, &m_far})
         sum += leg->connection ? leg->connection->held() : 0;
-    }
     return sum;
 }
 
@@ -137,9 +129,8 @@ void Session::closeTunnel(const std::string &reason) {
                         description() + " sent " + std::to_string(m_near.received) + " received " +
                             std::to_string(m_far.received) + " seconds " +
                             seconds(m_server.now() - m_opened) + ' ' + quoted(reason));
-    if (m_answered) {
+    if (m_answered)
         m_server.meetings().ended(m_meeting);
-    }
     finish();
 }
 

@@ -19,33 +19,28 @@ namespace mux {
 
 namespace {
 
-constexpr char JUMP[] = "pLorMUX_ProxyJump";
-constexpr char RESPONSE_REQUIRED[] = "pLorMUX_ResponseRequired";
-constexpr std::size_t MOST_ADDRESSES = 4; // of one party
+constexpr char jump[] = "pLorMUX_ProxyJump";
+constexpr char responseRequired[] = "pLorMUX_ResponseRequired";
+constexpr std::size_t mostAddresses = 4; // of one party
 
 } // namespace
 
 void Session::takeConnect(const Request &request) {
     const Options &options = m_server.options();
-    if (options.secureOnly && !m_near.connection->isSecure()) {
+    if (options.secureOnly && !m_near.connection->isSecure())
         return refuse(403, "only over TLS");
-    }
     m_meeting = request.header(vintok::http_pLorMUX_MeetingID);
-    if (m_meeting.empty() && request.says(JUMP, "true")) {
+    if (m_meeting.empty() && request.says(jump, "true"))
         return takeJump(request);
-    }
     // The line behind CONNECT has the same address with a port that may look negative.
     Authority named;
     const std::string_view address = request.header(vintok::http_pLorMUX_ConferenceAddress);
-    if (!parseAuthority(address.empty() ? request.target : address, named)) {
+    if (!parseAuthority(address.empty() ? request.target : address, named))
         return refuse(400, "no address that can be called");
-    }
-    if (m_meeting.empty()) {
+    if (m_meeting.empty())
         return refuse(400, "no meeting identifier");
-    }
-    if (!isAuthorized(request)) {
+    if (!isAuthorized(request))
         return challenge(401);
-    }
     for (const std::string &key : {m_meeting, named.text()}) {
         const auto found = options.redirects.find(key);
         if (found != options.redirects.end()) {
@@ -53,28 +48,24 @@ void Session::takeConnect(const Request &request) {
                           "Location: http://" + found->second.text() + "/\r\n");
         }
     }
-    if (m_server.isFull()) {
+    if (m_server.isFull())
         return refuse(503, "too many tunnels");
-    }
     m_offers = request.says(app::offerHeader, "true");
     m_near.readyMissing =
-        request.says(RESPONSE_REQUIRED, "true") ? std::strlen(vintok::http_pLorMUX_Ready) : 0;
+        request.says(responseRequired, "true") ? std::strlen(vintok::http_pLorMUX_Ready) : 0;
     route(named);
 }
 
 // The client takes this server for a proxy on its way. The way ends here, wherever it leads: the
 // request that follows says who is wanted.
 void Session::takeJump(const Request &request) {
-    if (m_authorized) {
+    if (m_authorized)
         return refuse(400, "no meeting identifier");
-    }
-    if (!isAuthorized(request)) {
+    if (!isAuthorized(request))
         return challenge(407);
-    }
     m_authorized = true;
-    if (!m_near.connection->send(jumpedReply())) {
+    if (!m_near.connection->send(jumpedReply()))
         return finish();
-    }
     enter(State::request);
 }
 
@@ -95,10 +86,8 @@ void Session::challenge(int status) {
 
 void Session::route(const Authority &named) {
     Meetings &meetings = m_server.meetings();
-    if (Session *other =
-            m_offers ? meetings.takeCaller(m_meeting) : meetings.takeOffer(m_meeting)) {
+    if (Session *other = m_offers ? meetings.takeCaller(m_meeting) : meetings.takeOffer(m_meeting))
         return join(*other);
-    }
     const auto &listed = m_server.options().meetings;
     const auto found = listed.find(m_meeting);
     if (m_offers || (found != listed.end() && !found->second)) {
@@ -127,61 +116,50 @@ bool Session::isSelf(const Endpoint &endpoint) const {
 
 void Session::call(const Authority &party) {
     Endpoint literal;
-    if (makeEndpoint(party.host, party.port, literal)) {
+    if (makeEndpoint(party.host, party.port, literal))
         return called({literal});
-    }
     const Rules &allowed = m_server.options().allowed;
     m_allowed = m_listed || allowed.allowsName(party);
     // A name may be another one of this server's own.
-    if (!m_allowed && !allowed.mayAllowPort(party.port) && party.port != m_server.port()) {
+    if (!m_allowed && !allowed.mayAllowPort(party.port) && party.port != m_server.port())
         return refuse(403, "this party may not be called");
-    }
-    if (!m_server.resolver().ask(m_id, party.host, party.port)) {
+    if (!m_server.resolver().ask(m_id, party.host, party.port))
         return refuse(503, "too many names to look up");
-    }
     m_near.connection->watch(!m_near.connection->hasUnread());
     enter(State::resolving);
 }
 
 void Session::resolved(const std::vector<Endpoint> &found) {
-    if (m_state == State::resolving) {
+    if (m_state == State::resolving)
         called(found);
-    }
 }
 
 // The party that is wanted has these addresses.
 void Session::called(const std::vector<Endpoint> &found) {
     const Rules &allowed = m_server.options().allowed;
     if (!m_listed && std::any_of(found.begin(), found.end(),
-                                 [this](const Endpoint &each) { return isSelf(each); })) {
+                                 [this](const Endpoint &each) { return isSelf(each); }))
         return waitForPartner();
-    }
-    for (const Endpoint &endpoint : found) {
-        if (m_listed || m_allowed || allowed.allowsAddress(endpoint)) {
+    for (const Endpoint &endpoint : found)
+        if (m_listed || m_allowed || allowed.allowsAddress(endpoint))
             m_untried.insert(m_untried.begin(), endpoint);
-        }
-    }
-    if (m_untried.empty() && !found.empty()) {
+    if (m_untried.empty() && !found.empty())
         return refuse(403, "this party may not be called");
-    }
-    if (m_untried.size() > MOST_ADDRESSES) {
-        m_untried.erase(m_untried.begin(), m_untried.end() - MOST_ADDRESSES);
-    }
+    if (m_untried.size() > mostAddresses)
+        m_untried.erase(m_untried.begin(), m_untried.end() - mostAddresses);
     m_called = true;
     callNext();
 }
 
 void Session::callNext() {
-    if (m_far.connection) {
+    if (m_far.connection)
         m_server.bury(std::move(m_far.connection));
-    }
     while (!m_untried.empty() && !m_far.connection) {
         m_far.connection = Connection::call(m_server.poller(), m_untried.back());
         m_untried.pop_back();
     }
-    if (!m_far.connection) {
+    if (!m_far.connection)
         return waitForPartner();
-    }
     m_far.isClient = false;
     m_far.connection->belongsTo(this);
     m_far.connection->watch(false, true);
@@ -190,28 +168,25 @@ void Session::callNext() {
 }
 
 void Session::connectEnded() {
-    if (m_far.connection->connected()) {
+    if (m_far.connection->connected())
         open("called");
-    } else {
+    else
         callNext();
-    }
 }
 
 void Session::waitForPartner() {
     Meetings &meetings = m_server.meetings();
     Session *other =
         m_listed || meetings.hasAnswerer(m_meeting) ? nullptr : meetings.takeCaller(m_meeting);
-    if (other != nullptr) {
+    if (other != nullptr)
         join(*other);
-    } else {
+    else
         wait();
-    }
 }
 
 void Session::wait() {
-    if (m_server.meetings().waiting() >= m_server.options().maxWaiting) {
+    if (m_server.meetings().waiting() >= m_server.options().maxWaiting)
         return refuse(503, "too many wait");
-    }
     m_near.connection->watch(!m_near.connection->hasUnread());
     enter(State::waiting);
     m_server.meetings().add(*this);
@@ -224,12 +199,10 @@ void Session::join(Session &other) {
     m_far.connection->belongsTo(this);
     other.finish();
     m_answered = m_offers || other.m_offers;
-    if (m_offers) {
+    if (m_offers)
         std::swap(m_near, m_far);
-    }
-    if (m_answered) {
+    if (m_answered)
         m_server.meetings().answered(m_meeting);
-    }
     open(m_answered ? "offered" : "joined");
 }
 

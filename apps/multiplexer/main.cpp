@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr int FAILED = 1;
-constexpr int WRONG_USAGE = 2;
+constexpr int failedRun = 1;
+constexpr int wrongUsage = 2;
 
 void complain(const std::string &text) {
     std::fputs(("multiplexer: " + text + '\n').c_str(), stderr);
@@ -34,11 +34,11 @@ int runServer(const mux::Options &options) {
         server.run();
         if (!server.log().finish()) {
             complain("the log cannot be written");
-            std::_Exit(FAILED); // its file cannot be flushed either
+            std::_Exit(failedRun); // its file cannot be flushed either
         }
     } else {
         complain(failure);
-        code = FAILED;
+        code = failedRun;
     }
     return code;
 }
@@ -52,7 +52,7 @@ int main(int count, char **arguments) {
     switch (mux::parseOptions(count, arguments, options, text)) {
     case mux::ParseResult::wrong:
         complain(text + " (see multiplexer --help)");
-        code = WRONG_USAGE;
+        code = wrongUsage;
         break;
     case mux::ParseResult::done:
         std::fputs((text + '\n').c_str(), stdout);
@@ -63,7 +63,7 @@ int main(int count, char **arguments) {
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("cannot write to the standard output");
-        code = code == 0 ? FAILED : code;
+        code = code == 0 ? failedRun : code;
     }
     std::fflush(stderr);
     // A thread that looks a name up is still there.

@@ -7,13 +7,12 @@ namespace app {
 namespace {
 
 // Well inside what a time point can hold.
-constexpr double LONGEST_PLAY = 100.0 * Pacing::A_YEAR;
+constexpr double longestPlay = 100.0 * Pacing::aYear;
 
 // Stamps come from a file: their difference may be out of all range.
 std::int64_t gapBetween(std::int64_t earlier, std::int64_t later, std::int64_t longest) {
-    if (later <= earlier) {
+    if (later <= earlier)
         return 0;
-    }
     const std::uint64_t gap =
         static_cast<std::uint64_t>(later) - static_cast<std::uint64_t>(earlier);
     return static_cast<std::int64_t>(
@@ -35,7 +34,7 @@ void Pacing::next(std::int64_t stamp, TimePoint now) {
     const double position = Seconds(m_position).count() + gap / m_speed;
     m_stamp = stamp;
     m_position =
-        std::chrono::duration_cast<TimePoint::duration>(Seconds(std::min(position, LONGEST_PLAY)));
+        std::chrono::duration_cast<TimePoint::duration>(Seconds(std::min(position, longestPlay)));
 }
 
 void Pacing::pause(TimePoint now) {
@@ -55,16 +54,14 @@ void Pacing::resume(TimePoint now) {
 Player::State Player::look(Pacing::TimePoint now) {
     while (!m_held) {
         m_result = m_reader.next(m_message);
-        if (m_result != RecordReader::Result::record) {
+        if (m_result != RecordReader::Result::record)
             return m_result == RecordReader::Result::end ? State::end : State::damaged;
-        }
         m_held = m_message.messageID() == vintok::TCP_broadcastMessage &&
                  m_message.messageBufferLength() != 0;
-        if (m_held) {
+        if (m_held)
             m_pacing.next(m_message.timeStamp(), now);
-        } else {
+        else
             ++m_skipped;
-        }
     }
     return paused() || now < due() ? State::waiting : State::ready;
 }

@@ -24,11 +24,11 @@ class Pacing {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
 
-    static constexpr std::int64_t A_YEAR = std::int64_t{365} * 24 * 3600;
+    static constexpr std::int64_t aYear = std::int64_t{365} * 24 * 3600;
 
     // How many seconds of the recording pass in one second, above 0. Infinity waits for nothing. No
     // record is due more than `longestGap` seconds, up to a year, after the one before it.
-    explicit Pacing(double speed, std::int64_t longestGap = A_YEAR)
+    explicit Pacing(double speed, std::int64_t longestGap = aYear)
         : m_speed(speed), m_longestGap(longestGap) {}
 
     // The record that comes next and its time stamp. A stamp that goes back costs no time.
@@ -61,7 +61,7 @@ public:
         damaged, // so is everything up to where the file stops making sense: see `reader`
     };
 
-    Player(std::FILE *file, double speed, std::int64_t longestGap = Pacing::A_YEAR)
+    Player(std::FILE *file, double speed, std::int64_t longestGap = Pacing::aYear)
         : m_reader(file), m_pacing(speed, longestGap) {}
 
     State look(Pacing::TimePoint now);

@@ -28,9 +28,8 @@ bool RecordWriter::broadcast(const unsigned char *body, std::size_t length) {
     errno = ENOMEM;
     if (isOpen() && message.allocateMessageBuffer(length)) {
         std::copy(body, body + length, message.messageBuffer());
-        if (message.write(m_file.get()) && std::fflush(m_file.get()) == 0) {
+        if (message.write(m_file.get()) && std::fflush(m_file.get()) == 0)
             return true;
-        }
     }
     const int reason = errno;
     close();

@@ -17,9 +17,8 @@ bool splitPort(std::string_view text, std::string_view &host, unsigned short &po
     std::string_view rest;
     if (!text.empty() && text.front() == '[') {
         const std::size_t end = text.find(']');
-        if (end == std::string_view::npos) {
+        if (end == std::string_view::npos)
             return false;
-        }
         host = text.substr(1, end - 1);
         rest = text.substr(end + 1);
     } else if (std::count(text.begin(), text.end(), ':') == 1) {
@@ -35,9 +34,8 @@ bool parseTarget(std::string_view text, Target &target) {
     unsigned short port = 0;
     if (!splitPort(text, host, port) || std::any_of(host.begin(), host.end(), [](unsigned char c) {
             return c <= ' ' || c == 0x7F || c == '/' || c == '[' || c == ']';
-        })) {
+        }))
         return false;
-    }
     target.host = host;
     target.port = port;
     return true;

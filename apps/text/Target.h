@@ -9,10 +9,10 @@ namespace app {
 
 // Where a party listens unless its configuration says otherwise, where a relay and a multiplexer
 // do, and where a proxy is looked for.
-inline constexpr unsigned short PARTY_PORT = 7777;
-inline constexpr unsigned short RELAY_PORT = 8787;
-inline constexpr unsigned short MULTIPLEXER_PORT = 7780;
-inline constexpr unsigned short PROXY_PORT = 80;
+inline constexpr unsigned short partyPort = 7777;
+inline constexpr unsigned short relayPort = 8787;
+inline constexpr unsigned short multiplexerPort = 7780;
+inline constexpr unsigned short proxyPort = 80;
 
 struct Target {
     std::string host;

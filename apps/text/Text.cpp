@@ -41,11 +41,9 @@ const Sequence sequences[] = {
 };
 
 const Sequence *sequenceOf(unsigned char first) {
-    for (const Sequence &sequence : sequences) {
-        if (first >= sequence.first && first <= sequence.last) {
+    for (const Sequence &sequence : sequences)
+        if (first >= sequence.first && first <= sequence.last)
             return &sequence;
-        }
-    }
     return nullptr;
 }
 
@@ -62,30 +60,25 @@ char32_t nextCharacter(std::string_view text, std::size_t &position) {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
     const unsigned char first = byte(position++);
     const Sequence *sequence = sequenceOf(first);
-    if (!sequence) {
-        return MALFORMED;
-    }
-    if (sequence->following == 0) {
+    if (!sequence)
+        return malformedCharacter;
+    if (sequence->following == 0)
         return first;
-    }
     char32_t character = first & (0x3Fu >> sequence->following);
     for (int i = 0; i < sequence->following; ++i) {
         const unsigned char from = i == 0 ? sequence->secondFrom : 0x80;
         const unsigned char to = i == 0 ? sequence->secondTo : 0xBF;
-        if (position >= text.size() || byte(position) < from || byte(position) > to) {
-            return MALFORMED;
-        }
+        if (position >= text.size() || byte(position) < from || byte(position) > to)
+            return malformedCharacter;
         character = character << 6 | (byte(position++) & 0x3Fu);
     }
     return character;
 }
 
 bool isHostileToTerminals(char32_t character) {
-    for (const Range &range : hostileRanges) {
-        if (character >= range.first && character <= range.last) {
+    for (const Range &range : hostileRanges)
+        if (character >= range.first && character <= range.last)
             return true;
-        }
-    }
     return false;
 }
 
@@ -93,20 +86,17 @@ std::string printable(std::string_view text, std::size_t limit) {
     std::string result;
     std::size_t count = 0;
     for (std::size_t position = 0; position < text.size(); ++count) {
-        if (count == limit) {
+        if (count == limit)
             return result + "...";
-        }
         const std::size_t begin = position;
         const char32_t character = nextCharacter(text, position);
-        if (character == MALFORMED) {
-            for (std::size_t at = begin; at < position; ++at) {
+        if (character == malformedCharacter)
+            for (std::size_t at = begin; at < position; ++at)
                 result += escaped(static_cast<unsigned char>(text[at]));
-            }
-        } else if (isHostileToTerminals(character)) {
+        else if (isHostileToTerminals(character))
             result += escaped(character);
-        } else {
+        else
             result.append(text.substr(begin, position - begin));
-        }
     }
     return result;
 }
@@ -118,9 +108,8 @@ std::string_view trimmed(std::string_view text, std::string_view blanks) {
 
 std::string lowered(std::string_view text) {
     std::string result(text);
-    for (char &c : result) {
+    for (char &c : result)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
     return result;
 }
 

@@ -13,7 +13,7 @@
 namespace app {
 
 // What `nextCharacter` returns for bytes that are no UTF-8.
-inline constexpr char32_t MALFORMED = 0xFFFFFFFF;
+inline constexpr char32_t malformedCharacter = 0xFFFFFFFF;
 
 // Decodes the character at `position`, which must be inside the text, and moves behind it.
 // Malformed bytes are passed over as one for each that a decoder has to replace: a broken character

@@ -19,35 +19,30 @@ bool takeBodyHead(std::string_view &body, std::string_view mark, Place &place) {
 
 bool takePlace(std::string_view &body, Place &place) {
     std::string_view line;
-    if (!takeLine(body, MAX_BODY_ADDRESS, line)) {
+    if (!takeLine(body, maxBodyAddress, line))
         return false;
-    }
     const std::size_t blank = line.find(' ');
-    if (blank == 0 || blank == std::string_view::npos) {
+    if (blank == 0 || blank == std::string_view::npos)
         return false;
-    }
     place.address = line.substr(0, blank);
     return parseNumber(line.substr(blank + 1), place.port);
 }
 
 bool takeLine(std::string_view &body, std::size_t limit, std::string_view &line) {
     const std::size_t end = body.substr(0, limit + 1).find('\n');
-    if (end == std::string_view::npos) {
+    if (end == std::string_view::npos)
         return false;
-    }
     line = body.substr(0, end);
     body.remove_prefix(end + 1);
     return true;
 }
 
 std::string_view cut(std::string_view text, std::size_t limit) {
-    if (text.size() <= limit) {
+    if (text.size() <= limit)
         return text;
-    }
     std::size_t end = 0;
-    for (std::size_t position = 0; position <= limit; nextCharacter(text, position)) {
+    for (std::size_t position = 0; position <= limit; nextCharacter(text, position))
         end = position;
-    }
     return text.substr(0, end);
 }
 

@@ -18,7 +18,7 @@
 namespace app {
 
 // A longer address makes a body unreadable.
-inline constexpr std::size_t MAX_BODY_ADDRESS = 64;
+inline constexpr std::size_t maxBodyAddress = 64;
 
 // Where a party listens; the address as TCPAddress::ipString has it.
 struct Place {

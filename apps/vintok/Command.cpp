@@ -26,33 +26,28 @@ const Word words[] = {
     {"/help", CommandKind::help, "", "this list"},
 };
 
-constexpr std::string_view BLANKS = " \t\r\n\v\f";
+constexpr std::string_view blanks = " \t\r\n\v\f";
 
 } // namespace
 
 std::pair<std::string, std::string> splitCommand(std::string_view line) {
-    line = trimmed(line, BLANKS);
-    const std::string_view word = line.substr(0, line.find_first_of(BLANKS));
-    return {std::string(word), std::string(trimmed(line.substr(word.size()), BLANKS))};
+    line = trimmed(line, blanks);
+    const std::string_view word = line.substr(0, line.find_first_of(blanks));
+    return {std::string(word), std::string(trimmed(line.substr(word.size()), blanks))};
 }
 
 Command parseCommand(std::string_view line) {
-    line = trimmed(line, BLANKS);
-    if (line.empty()) {
+    line = trimmed(line, blanks);
+    if (line.empty())
         return {};
-    }
-    if (line.front() != '/') {
+    if (line.front() != '/')
         return {CommandKind::say, std::string(line)};
-    }
-    if (line.substr(0, 2) == "//") {
+    if (line.substr(0, 2) == "//")
         return {CommandKind::say, std::string(line.substr(1))};
-    }
     const auto [typed, argument] = splitCommand(line);
-    for (const Word &word : words) {
-        if (word.word == typed && (argument.empty() || !word.argument.empty())) {
+    for (const Word &word : words)
+        if (word.word == typed && (argument.empty() || !word.argument.empty()))
             return {word.kind, argument};
-        }
-    }
     return {CommandKind::unknown, std::string(line)};
 }
 
@@ -60,9 +55,8 @@ std::vector<CommandHelp> commandHelp() {
     std::vector<CommandHelp> help;
     for (const Word &word : words) {
         std::string usage(word.word);
-        if (!word.argument.empty()) {
+        if (!word.argument.empty())
             usage.append(" ").append(word.argument);
-        }
         help.push_back({usage, std::string(word.meaning)});
     }
     help.push_back({"//TEXT", "say /TEXT"});

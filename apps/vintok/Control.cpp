@@ -27,7 +27,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr unsigned int PARTING_SECONDS = 3;
+constexpr unsigned int partingSeconds = 3;
 
 // A folder for the socket that nobody else may look into. A local socket's path is short, and the
 // control process believes whoever is at its other end.
@@ -45,9 +45,8 @@ public:
     }
     ~SocketFolder() {
         std::error_code ignored;
-        if (!m_path.empty()) {
+        if (!m_path.empty())
             fs::remove_all(m_path, ignored);
-        }
     }
     SocketFolder(const SocketFolder &) = delete;
     SocketFolder &operator=(const SocketFolder &) = delete;
@@ -66,7 +65,7 @@ public:
           m_report(report),
           m_inbox(m_loop),
           m_client(options),
-          m_socket(m_loop, "control socket", control::MAX_BODY,
+          m_socket(m_loop, "control socket", control::maxBody,
                    [this](const vintok::TCPMessage &message) { tell(message); }) {}
     Control(const Control &) = delete;
     Control &operator=(const Control &) = delete;
@@ -74,16 +73,15 @@ public:
     int run();
 
 private:
-    // ---- The process
+    // ---- The process ----
     void processStarted(int descriptor) override { m_descriptor = descriptor; }
     void processEnded() override {}
     void processError(vintok::ConferenceError error, const char *text) override {
         const bool notFound =
             error == vintok::CONFERENCE_NOT_INSTALLED || error == vintok::CONFERENCE_NO_ACCESS;
         m_error = std::string(text) + (notFound ? " (--install says where it is)" : "");
-        if (m_descriptor != -1) { // too late to be a reason for anything else
+        if (m_descriptor != -1) // too late to be a reason for anything else
             m_report.problem(m_error);
-        }
     }
 
     bool startProcess();
@@ -93,7 +91,7 @@ private:
     std::string socketPath() const;
     bool connect();
 
-    // ---- The loop
+    // ---- The loop ----
     void tell(const vintok::TCPMessage &message);
     void take(Inbox::Kind kind, const std::string &text);
     void obey(const std::string &line);
@@ -127,15 +125,13 @@ int Control::run() {
             {"control", "The control process is there. /help tells what can be typed.", Fields()});
         if (m_options.control.startup) {
             const std::string complaint = m_client.startup();
-            if (!complaint.empty()) {
+            if (!complaint.empty())
                 end(complaint);
-            }
         }
         while (!m_done) {
             m_inbox.pass();
-            if (m_socket.ended() && !m_done) {
+            if (m_socket.ended() && !m_done)
                 end(m_parting != 0 ? "" : "the control process has ended");
-            }
         }
     }
     return m_exitCode;
@@ -146,9 +142,8 @@ bool Control::connect() {
         end("cannot make a folder for the control socket");
         return false;
     }
-    if (!(m_options.control.waits ? awaitProcess() : startProcess())) {
+    if (!(m_options.control.waits ? awaitProcess() : startProcess()))
         return false;
-    }
     m_client.setDescriptor(m_descriptor);
     // The process keeps the descriptor of its own.
     if (!(m_process ? m_socket.watch(m_descriptor) : m_socket.adopt(m_descriptor))) {
@@ -191,9 +186,8 @@ bool Control::awaitProcess() {
     m_inbox.watch();
     m_report.notice(
         {"waiting", "Waiting for: ConferenceControl -path " + path, Fields().text("path", path)});
-    while (m_listening != -1 && !m_done) {
+    while (m_listening != -1 && !m_done)
         m_inbox.pass();
-    }
     std::error_code ignored;
     fs::remove(path, ignored); // nobody else is to come
     if (m_listening != -1) {
@@ -206,20 +200,17 @@ bool Control::awaitProcess() {
 void Control::accept() {
     m_loop.removeCallback(m_listening, acceptCB, this);
     m_descriptor = vintok::acceptAndCloseBoundSocket(m_listening);
-    if (m_descriptor == -1) {
+    if (m_descriptor == -1)
         end(withLastFailure("nobody comes to '" + socketPath() + "'"));
-    }
 }
 
 void Control::tell(const vintok::TCPMessage &message) {
     control::Text text;
     std::string complaint;
-    if (control::parse(message, text, complaint) != control::ParseError::none) {
+    if (control::parse(message, text, complaint) != control::ParseError::none)
         return m_report.problem("the control process says what nobody understands: " + complaint);
-    }
-    if (text.direction() != control::Direction::notification) {
+    if (text.direction() != control::Direction::notification)
         return m_report.problem("the control process requests '" + text.word() + "'");
-    }
     m_client.note(text);
     m_report.notice(noticeOf(text, m_client.hides()));
 }
@@ -229,16 +220,15 @@ void Control::take(Inbox::Kind kind, const std::string &text) {
     case Inbox::Kind::line:
         return obey(text);
     case Inbox::Kind::longLine:
-        return m_report.problem("a line of more than " + std::to_string(MAX_LINE) +
+        return m_report.problem("a line of more than " + std::to_string(maxLine) +
                                 " bytes is no command");
     case Inbox::Kind::endOfInput:
         return m_options.stay ? void() : part();
     case Inbox::Kind::interrupt:
         return part();
     case Inbox::Kind::tick:
-        if (m_parting != 0 && --m_parting == 0) {
+        if (m_parting != 0 && --m_parting == 0)
             end("the control process did not end when it was asked to");
-        }
         return;
     case Inbox::Kind::alarm:
         return;
@@ -247,24 +237,20 @@ void Control::take(Inbox::Kind kind, const std::string &text) {
 
 void Control::obey(const std::string &line) {
     const auto [word, argument] = splitCommand(line);
-    if (word == "/help" && argument.empty()) {
+    if (word == "/help" && argument.empty())
         return m_report.help("A line that begins with a slash is a command:", controlHelp());
-    }
-    if (word == "/shutdown" && argument.empty()) {
+    if (word == "/shutdown" && argument.empty())
         return part();
-    }
     const std::string complaint = m_client.obey(line);
-    if (!complaint.empty()) {
+    if (!complaint.empty())
         m_report.problem(complaint);
-    }
 }
 
 void Control::part() {
-    if (m_listening != -1) {
+    if (m_listening != -1)
         return end("nobody came to '" + socketPath() + "'");
-    }
     if (m_parting == 0 && !m_done) {
-        m_parting = PARTING_SECONDS;
+        m_parting = partingSeconds;
         m_client.shutdown(); // if it is gone already, its end of the socket tells
     }
 }

@@ -148,25 +148,21 @@ void ControlClient::note(const control::Text &text) {
         const RosterBase person = text.person();
         m_people.erase(std::remove(m_people.begin(), m_people.end(), person), m_people.end());
         const std::string &change = text.value(Field::change);
-        if (change != "leave" && change != "ejected") {
+        if (change != "leave" && change != "ejected")
             m_people.push_back(person);
-        }
     }
 }
 
 std::string ControlClient::obey(std::string_view line) {
     const auto [word, argument] = splitCommand(line);
-    if (word.empty()) {
+    if (word.empty())
         return "";
-    }
     for (const ControlCommand &command : ControlCommand::table) {
-        if (command.word != word) {
+        if (command.word != word)
             continue;
-        }
         const bool needed = !command.argument.empty() && command.argument.front() != '[';
-        if (argument.empty() ? needed : command.argument.empty()) {
+        if (argument.empty() ? needed : command.argument.empty())
             return "it is '" + word + (needed ? ' ' + std::string(command.argument) : "") + "'";
-        }
         return command.run(*this, argument);
     }
     return word.front() == '/' ? "there is no command '" + word + "'; /help lists them"
@@ -175,9 +171,8 @@ std::string ControlClient::obey(std::string_view line) {
 
 std::string ControlClient::startup(const std::string &port) {
     unsigned short number = m_options.port;
-    if (!port.empty() && !parseNumber(port, number)) {
+    if (!port.empty() && !parseNumber(port, number))
         return "'" + port + "' is no port";
-    }
     return sent(vintok::requestStartup(m_descriptor, number, m_options.control.secure,
                                        m_options.control.hideIP, m_options.firstName,
                                        m_options.lastName, m_options.title, m_options.email,
@@ -196,26 +191,23 @@ std::string ControlClient::call(const std::string &argument) {
     std::string_view rest = argument;
     const std::string whom = takeWord(rest);
     Target target;
-    if (!parseTarget(whom, target)) {
+    if (!parseTarget(whom, target))
         return "'" + whom + "' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT";
-    }
     ControlCall call;
     call.machine = target.host;
-    call.port = target.port == 0 ? PARTY_PORT : target.port;
+    call.port = target.port == 0 ? partyPort : target.port;
     for (std::string word = takeWord(rest); !word.empty(); word = takeWord(rest)) {
         std::string complaint = readCallOption(word, call);
-        if (!complaint.empty()) {
+        if (!complaint.empty())
             return complaint;
-        }
     }
     m_call = call;
     return place();
 }
 
 std::string ControlClient::login(const std::string &credentials) {
-    if (m_call.machine.empty()) {
+    if (m_call.machine.empty())
         return "there was no call yet";
-    }
     m_call.authentication = base64(credentials);
     return place();
 }
@@ -234,21 +226,18 @@ std::string ControlClient::roster(const std::string &) {
 const RosterBase *ControlClient::find(const std::string &who, std::string &complaint) const {
     const RosterBase *found = nullptr;
     for (const RosterBase &person : m_people) {
-        std::string address = HIDDEN;
-        if (!m_hides) {
+        std::string address = hiddenAddress;
+        if (!m_hides)
             person.ipString(address);
-        }
-        if (who == address + ' ' + std::to_string(person.hostByteOrderPort())) {
+        if (who == address + ' ' + std::to_string(person.hostByteOrderPort()))
             return &person;
-        }
         if (who == nameOfParty(person, m_hides)) {
             complaint = found ? "'" + who + "' is more than one: give ADDRESS PORT" : "";
             found = found ? nullptr : &person;
         }
     }
-    if (!found && complaint.empty()) {
+    if (!found && complaint.empty())
         complaint = "'" + who + "' is not in the meeting; /who asks who is";
-    }
     return found;
 }
 
@@ -256,12 +245,10 @@ std::string ControlClient::sendFile(const std::string &argument) {
     std::string_view rest = argument;
     const std::string path = absolutePath(takeWord(rest));
     std::string as = takeWord(rest);
-    if (!takeWord(rest).empty()) {
+    if (!takeWord(rest).empty())
         return "it is '/send FILE [AS]', names with blanks in double quotes";
-    }
-    if (as.empty()) {
+    if (as.empty())
         as = std::filesystem::path(path).filename().string();
-    }
     return sent(vintok::requestTransferFile(m_descriptor, path, as));
 }
 
@@ -274,23 +261,20 @@ std::string ControlClient::play(const std::string &path) {
 }
 
 std::string ControlClient::stop(const std::string &what) {
-    if (!what.empty() && what != "recording" && what != "playing") {
+    if (!what.empty() && what != "recording" && what != "playing")
         return "it is '/stop [recording|playing]'";
-    }
     const bool recording = what.empty() ? m_recording : what == "recording";
     const bool playing = what.empty() ? m_playing : what == "playing";
-    if (!recording && !playing) {
+    if (!recording && !playing)
         return "nothing is being recorded or played";
-    }
     return sent((!recording || vintok::requestStopRecording(m_descriptor)) &&
                 (!playing || vintok::requestStopPlayback(m_descriptor)));
 }
 
 std::string ControlClient::putenv(const std::string &assignment) {
     const std::size_t equals = assignment.find('=');
-    if (equals == 0 || equals == std::string::npos) {
+    if (equals == 0 || equals == std::string::npos)
         return "it is '/putenv NAME=VALUE'";
-    }
     return sent(vintok::requestPutenv(m_descriptor, assignment.substr(0, equals),
                                       assignment.substr(equals + 1)));
 }
@@ -299,9 +283,8 @@ std::vector<CommandHelp> controlHelp() {
     std::vector<CommandHelp> help;
     for (const ControlCommand &command : ControlCommand::table) {
         std::string usage(command.word);
-        if (!command.argument.empty()) {
+        if (!command.argument.empty())
             usage.append(" ").append(command.argument);
-        }
         help.push_back({usage, std::string(command.meaning)});
     }
     help.push_back({"/shutdown", "end the control process"});

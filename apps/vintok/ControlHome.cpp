@@ -25,9 +25,8 @@ fs::path folderOnPath(const std::string &name) {
     for (std::size_t begin = 0; begin <= path.size();) {
         const std::size_t end = std::min(path.find(separator, begin), path.size());
         fs::path folder = path.substr(begin, end - begin);
-        if (holdsProgram(folder, name)) {
+        if (holdsProgram(folder, name))
             return folder;
-        }
         begin = end + 1;
     }
     return {};
@@ -36,9 +35,8 @@ fs::path folderOnPath(const std::string &name) {
 fs::path ownFolder(const std::string &program) {
     std::error_code error;
     const fs::path self = fs::read_symlink("/proc/self/exe", error); // where there is such a thing
-    if (!error) {
+    if (!error)
         return self.parent_path();
-    }
     const fs::path named = program;
     const fs::path folder = named.has_parent_path() ? named.parent_path() : folderOnPath(program);
     return folder.empty() ? folder : fs::absolute(folder, error);
@@ -51,13 +49,11 @@ void setControlHome(const std::string &folder, const std::string &program) {
         setVariable("QOR_INSTALL", folder);
         return;
     }
-    if (!variable("QOR_INSTALL").empty() || !variable("PROOT").empty()) {
+    if (!variable("QOR_INSTALL").empty() || !variable("PROOT").empty())
         return;
-    }
     const fs::path own = ownFolder(program);
-    if (!own.empty() && holdsProgram(own, "ConferenceControl")) {
+    if (!own.empty() && holdsProgram(own, "ConferenceControl"))
         setVariable("QOR_INSTALL", own.string());
-    }
 }
 
 } // namespace app

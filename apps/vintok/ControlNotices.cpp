@@ -13,7 +13,7 @@ namespace {
 using control::Field;
 using control::Text;
 
-// ---- For a person
+// ---- For a person ----
 
 std::string whereIs(const Text &text) {
     return text.value(Field::address) + " port " + text.value(Field::port);
@@ -26,7 +26,7 @@ std::string machine(const Text &text) {
 std::string name(const Text &text) {
     vintok::RosterBase person = text.person();
     person.setHostByteOrderPort(static_cast<unsigned short>(text.number(Field::port)));
-    return nameOfParty(person, text.value(Field::address) == HIDDEN);
+    return nameOfParty(person, text.value(Field::address) == hiddenAddress);
 }
 
 // "Ann Lee (192.0.2.1 port 7777)"
@@ -50,18 +50,16 @@ std::string beginMeeting(const Text &text) {
 
 std::string rosterChanged(const Text &text) {
     const std::string &change = text.value(Field::change);
-    if (change == "join") {
+    if (change == "join")
         return name(text) + " is in the meeting, in " + colour(text) + '.';
-    }
     return name(text) +
            (change == "leave" ? " has left the meeting." : " was ejected from the meeting.");
 }
 
 std::string rosterEntry(const Text &text) {
     std::string line = "  " + party(text) + "  " + colour(text);
-    for (const Field field : {Field::title, Field::email, Field::phoneNumber}) {
+    for (const Field field : {Field::title, Field::email, Field::phoneNumber})
         line += text.value(field).empty() ? "" : "  " + text.value(field);
-    }
     return line;
 }
 
@@ -78,9 +76,8 @@ std::string serverResponse(const Text &text) {
 }
 
 std::string clockChange(const Text &text) {
-    if (text.number(Field::seconds) == 0) {
+    if (text.number(Field::seconds) == 0)
         return "The clock is right as it is.";
-    }
     return "The clock has " + text.value(Field::seconds) +
            (text.value(Field::direction) == "add" ? " s added to it." : " s subtracted from it.");
 }
@@ -139,18 +136,14 @@ const Words words[] = {
 static_assert(std::size(words) == std::size(vintok::words::notifications));
 
 std::string placed(std::string_view place, const Text &text) {
-    if (place == "machine") {
+    if (place == "machine")
         return machine(text);
-    }
-    if (place == "party") {
+    if (place == "party")
         return party(text);
-    }
-    if (place == "name") {
+    if (place == "name")
         return name(text);
-    }
-    if (place == "has") {
+    if (place == "has")
         return text.succeeded() ? "has" : "has not";
-    }
     return text.value(place == "path" ? Field::path : Field::filePath);
 }
 
@@ -160,32 +153,29 @@ std::string filled(std::string_view pattern, const Text &text) {
         const std::size_t begin = std::min(pattern.find('{'), pattern.size());
         const std::size_t end = std::min(pattern.find('}', begin), pattern.size());
         sentence.append(pattern.substr(0, begin));
-        if (begin < end) {
+        if (begin < end)
             sentence += placed(pattern.substr(begin + 1, end - begin - 1), text);
-        }
         pattern.remove_prefix(std::min(end + 1, pattern.size()));
     }
     return sentence;
 }
 
-// ---- For a script
+// ---- For a script ----
 
 Fields fieldsOf(const Text &text) {
     Fields fields;
     for (const vintok::words::FieldRow &row : vintok::words::fieldRows) {
-        if (!text.has(row.field)) {
+        if (!text.has(row.field))
             continue;
-        }
         const std::string key(row.name);
-        if (row.field == Field::outcome) {
+        if (row.field == Field::outcome)
             fields.flag(key, text.succeeded());
-        } else if (row.kind == vintok::words::Kind::flag) {
+        else if (row.kind == vintok::words::Kind::flag)
             fields.flag(key, true);
-        } else if (row.kind == vintok::words::Kind::number) {
+        else if (row.kind == vintok::words::Kind::number)
             fields.number(key, text.number(row.field));
-        } else {
+        else
             fields.text(key, text.value(row.field));
-        }
     }
     return fields;
 }
@@ -197,15 +187,12 @@ std::string nameOfParty(const vintok::RosterBase &party, bool hides) {
 }
 
 Notice noticeOf(Text text, bool hides) {
-    if (hides) {
-        text.hideAddress(HIDDEN);
-    }
+    if (hides)
+        text.hideAddress(hiddenAddress);
     Notice notice{text.word(), text.word(), fieldsOf(text)};
-    for (const Words &row : words) {
-        if (text.word() == row.word) {
+    for (const Words &row : words)
+        if (text.word() == row.word)
             notice.sentence = row.sentence ? row.sentence(text) : filled(row.pattern, text);
-        }
-    }
     return notice;
 }
 

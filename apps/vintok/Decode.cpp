@@ -15,11 +15,11 @@ namespace app {
 namespace {
 
 // What is shown of one value and of one run of bytes, unless all is wanted.
-constexpr std::size_t TEXT_LIMIT = 1024;
-constexpr std::size_t BYTES_LIMIT = 256;
+constexpr std::size_t textLimit = 1024;
+constexpr std::size_t bytesLimit = 256;
 
-constexpr std::size_t BYTES_PER_LINE = 16;
-constexpr std::size_t KEY_WIDTH = 11;
+constexpr std::size_t bytesPerLine = 16;
+constexpr std::size_t keyWidth = 11;
 
 void print(const std::string &text) {
     std::fputs((text + '\n').c_str(), stdout);
@@ -32,11 +32,10 @@ public:
         : m_message(message),
           m_offset(offset),
           m_body(readBody(message)),
-          m_shown(m_body.rest.substr(0, full ? std::string_view::npos : BYTES_LIMIT)),
+          m_shown(m_body.rest.substr(0, full ? std::string_view::npos : bytesLimit)),
           m_full(full) {
-        if (m_message.ipType() != vintok::TCPAddress::IPTYPE_NONE) {
+        if (m_message.ipType() != vintok::TCPAddress::IPTYPE_NONE)
             m_message.ipString(m_origin);
-        }
     }
 
     void asJson() {
@@ -62,18 +61,14 @@ public:
               identifierName(m_message.messageID()) + "  " + std::to_string(length) +
               (length == 1 ? " byte" : " bytes") + "  frame " + frameVersion() + "  message " +
               messageVersion() + originText());
-        for (const Fields::Field &field : m_body.fields.all()) {
+        for (const Fields::Field &field : m_body.fields.all())
             printField(field);
-        }
-        if (m_body.malformed) {
+        if (m_body.malformed)
             print("    not what its identifier promises:");
-        }
-        for (std::size_t at = 0; at < m_shown.size(); at += BYTES_PER_LINE) {
-            printBytes(m_shown.substr(at, BYTES_PER_LINE));
-        }
-        if (hidden() != 0) {
+        for (std::size_t at = 0; at < m_shown.size(); at += bytesPerLine)
+            printBytes(m_shown.substr(at, bytesPerLine));
+        if (hidden() != 0)
             print("    and " + std::to_string(hidden()) + " more bytes, which --full shows");
-        }
     }
 
 private:
@@ -86,9 +81,8 @@ private:
     }
 
     std::string originText() const {
-        if (m_origin.empty()) {
+        if (m_origin.empty())
             return "";
-        }
         const unsigned short port = m_message.hostByteOrderPort();
         return "  from " + printable(m_origin) + (port == 0 ? "" : " port " + std::to_string(port));
     }
@@ -96,14 +90,12 @@ private:
     // Further lines of a text stand below its first. An empty text is not worth a line.
     void printField(const Fields::Field &field) const {
         std::string value = valueText(field);
-        if (value.empty()) {
+        if (value.empty())
             return;
-        }
         std::string key = field.key;
-        key.resize(std::max(key.size(), KEY_WIDTH), ' ');
-        if (!m_full && value.size() > TEXT_LIMIT) {
-            value = value.substr(0, TEXT_LIMIT) + " ... (--full shows it all)";
-        }
+        key.resize(std::max(key.size(), keyWidth), ' ');
+        if (!m_full && value.size() > textLimit)
+            value = value.substr(0, textLimit) + " ... (--full shows it all)";
         for (std::size_t begin = 0; begin <= value.size();) {
             const std::size_t end = std::min(value.find('\n', begin), value.size());
             print("    " + key + ' ' + printable(value.substr(begin, end - begin)));
@@ -114,10 +106,9 @@ private:
 
     static void printBytes(std::string_view bytes) {
         std::string text = hexadecimal(bytes, " ");
-        text.resize(BYTES_PER_LINE * 3, ' ');
-        for (const char c : bytes) {
+        text.resize(bytesPerLine * 3, ' ');
+        for (const char c : bytes)
             text += c >= ' ' && c <= '~' ? c : '.';
-        }
         print("    " + text);
     }
 
@@ -134,16 +125,14 @@ std::FILE *openRecord(const std::string &path, File &file, Report &report) {
     if (path == "-") {
         // A system whose standard input has such a name passes its bytes on as they are.
         std::error_code error;
-        if (std::filesystem::exists("/dev/stdin", error)) {
+        if (std::filesystem::exists("/dev/stdin", error))
             return stdin;
-        }
         report.failed("cannot open '-': the standard input is no stream of bytes on this system");
         return nullptr;
     }
     file.reset(std::fopen(path.c_str(), "rb"));
-    if (!file) {
+    if (!file)
         report.failed("cannot open '" + path + "': " + std::strerror(errno));
-    }
     return file.get();
 }
 
@@ -152,9 +141,8 @@ std::FILE *openRecord(const std::string &path, File &file, Report &report) {
 int runDecode(const Options &options, Report &report) {
     File file;
     std::FILE *const input = openRecord(options.file, file, report);
-    if (!input) {
+    if (!input)
         return 1;
-    }
     RecordReader reader(input);
     vintok::TCPMessage message;
     RecordReader::Result result = reader.next(message);

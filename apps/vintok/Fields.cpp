@@ -8,8 +8,8 @@ namespace app {
 namespace {
 
 // The first and the last second of the years 0 and 9999.
-constexpr std::int64_t FIRST_SECOND = -62167219200;
-constexpr std::int64_t LAST_SECOND = 253402300799;
+constexpr std::int64_t firstSecond = -62167219200;
+constexpr std::int64_t lastSecond = 253402300799;
 
 struct AsText {
     std::string operator()(Fields::Nothing) const { return "none"; }
@@ -22,9 +22,8 @@ struct AsText {
 } // namespace
 
 std::string timeText(std::int64_t seconds) {
-    if (seconds < FIRST_SECOND || seconds > LAST_SECOND) {
+    if (seconds < firstSecond || seconds > lastSecond)
         return std::to_string(seconds) + " s";
-    }
     using namespace std::chrono;
     const sys_seconds time{std::chrono::seconds(seconds)};
     const auto day = floor<days>(time);

@@ -32,9 +32,9 @@
 namespace app {
 
 // What the library can send.
-inline constexpr std::uint64_t MAX_FILE_SIZE = 0x7FFFFFFF;
+inline constexpr std::uint64_t maxFileSize = 0x7FFFFFFF;
 // What a receiver takes; a longer name makes an announcement unreadable.
-inline constexpr std::size_t MAX_FILE_NAME = 1023;
+inline constexpr std::size_t maxFileName = 1023;
 
 struct FileAnnouncement {
     Place place;

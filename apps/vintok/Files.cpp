@@ -22,12 +22,12 @@ namespace app {
 namespace {
 
 // Ticks are no measure here: those of the time in which this party sent a file come all at once.
-constexpr std::chrono::seconds TURN_TIME(10); // that the host has to answer
+constexpr std::chrono::seconds turnTime(10); // that the host has to answer
 // After so long without a sign of its file a sender no longer keeps others from sending. Where a
 // file is not stored, its begin is the last sign.
-constexpr std::chrono::seconds STORED_TIME(60);
-constexpr std::chrono::seconds UNSTORED_TIME(600);
-constexpr std::chrono::seconds UNBEGUN_TIME(10);
+constexpr std::chrono::seconds storedTime(60);
+constexpr std::chrono::seconds unstoredTime(600);
+constexpr std::chrono::seconds unbegunTime(10);
 
 Place placeOf(const Person &person) {
     return {person.address, person.port};
@@ -48,34 +48,28 @@ std::string inQuotes(const std::string &text) {
 std::string examine(const std::string &path, FileNews &file) {
     std::error_code error;
     const std::filesystem::file_status status = std::filesystem::status(path, error);
-    if (status.type() == std::filesystem::file_type::not_found) {
+    if (status.type() == std::filesystem::file_type::not_found)
         return "there is no file " + inQuotes(path);
-    }
-    if (std::filesystem::is_directory(status)) {
+    if (std::filesystem::is_directory(status))
         return inQuotes(path) + " is a folder; only files can be sent";
-    }
     // The size of anything else is not known before it has been read, if it ends at all.
-    if (!std::filesystem::is_regular_file(status)) {
+    if (!std::filesystem::is_regular_file(status))
         return inQuotes(path) + " is not a regular file";
-    }
     const std::uintmax_t size = std::filesystem::file_size(path, error);
-    if (!error && size > MAX_FILE_SIZE) {
+    if (!error && size > maxFileSize) {
         return inQuotes(path) + " is too big: " + std::to_string(size) +
-               " bytes, and a file may have " + std::to_string(MAX_FILE_SIZE);
+               " bytes, and a file may have " + std::to_string(maxFileSize);
     }
     file.path = path;
     file.name = std::filesystem::path(path).filename().string();
-    if (path.find(file.name) + file.name.size() != path.size() ||
-        file.name.size() > MAX_FILE_NAME) {
+    if (path.find(file.name) + file.name.size() != path.size() || file.name.size() > maxFileName) {
         return inQuotes(path) + " cannot be sent under this path: the name " + inQuotes(file.name) +
                " occurs earlier in it; send the file from its own folder";
     }
-    if (!sumFile(path, file.announced)) {
+    if (!sumFile(path, file.announced))
         return "cannot read " + inQuotes(path) + ": " + std::strerror(errno);
-    }
-    if (file.announced.size == 0) {
+    if (file.announced.size == 0)
         return inQuotes(path) + " is empty, and an empty file cannot be sent";
-    }
     return "";
 }
 
@@ -97,38 +91,32 @@ int percentOf(const FileNews &file) {
     return size == 0 ? 0 : static_cast<int>(std::min(file.done, size) * 100 / size);
 }
 
-// ---- Sending
+// ---- Sending ----
 
 void Files::send(const std::string &path, const Person &self) {
-    if (path.empty()) {
+    if (path.empty())
         return m_report.problem("which file? /send FILE");
-    }
-    if (m_people.alone()) {
+    if (m_people.alone())
         return m_report.problem("nobody else is in the meeting");
-    }
     const std::string other = rival();
-    if (!other.empty()) {
+    if (!other.empty())
         return m_report.problem(other + "; wait until that is over");
-    }
     FileNews file;
     file.person = self;
     const std::string obstacle = examine(path, file);
-    if (!obstacle.empty()) {
+    if (!obstacle.empty())
         return m_report.problem(obstacle);
-    }
     m_outgoing.push_back(file);
 }
 
 void Files::sendNext() {
     while (!m_outgoing.empty()) {
-        if (m_turn == Turn::unasked) {
+        if (m_turn == Turn::unasked)
             claim();
-        }
         const std::string other = rival();
         if (m_turn == Turn::asked) {
-            if (Clock::now() < m_deadline) {
+            if (Clock::now() < m_deadline)
                 return;
-            }
             m_turn = other.empty() ? Turn::yes : Turn::no;
         }
         if (m_turn == Turn::yes) {
@@ -146,7 +134,7 @@ void Files::claim() {
     const FileNews &file = m_outgoing.front();
     broadcast(encodeAnnouncement({placeOf(file.person), file.name, file.announced}));
     m_turn = m_participant.isHost() ? Turn::yes : Turn::asked;
-    m_deadline = Clock::now() + TURN_TIME;
+    m_deadline = Clock::now() + turnTime;
 }
 
 void Files::transfer() {
@@ -174,7 +162,7 @@ void Files::broadcast(const std::string &body) {
 }
 
 bool Files::arriving() const {
-    return m_incoming && Clock::now() < m_lastSign + STORED_TIME;
+    return m_incoming && Clock::now() < m_lastSign + storedTime;
 }
 
 // Who else is sending, and what. Empty: nobody.
@@ -182,9 +170,8 @@ std::string Files::rival() const {
     const auto sends = [](const Person &person, const std::string &name) {
         return person.name + " is sending " + inQuotes(name);
     };
-    if (arriving()) {
+    if (arriving())
         return sends(m_incoming->person, m_incoming->name);
-    }
     if (!m_offers.empty()) {
         const FileAnnouncement &announcement = m_offers.front().announcement;
         return sends(personAt(announcement.place), announcement.name);
@@ -192,30 +179,26 @@ std::string Files::rival() const {
     return "";
 }
 
-// ---- What the meeting tells
+// ---- What the meeting tells ----
 
 bool Files::heard(std::string_view body) {
     FileAnnouncement announcement;
     FileClosing closing;
     FileTurn turn;
     if (decodeAnnouncement(body, announcement)) {
-        if (isOther(announcement.place)) {
+        if (isOther(announcement.place))
             announced(announcement);
-        }
         return true;
     }
     if (decodeClosing(body, closing)) {
-        if (isOther(closing.place)) {
+        if (isOther(closing.place))
             closed(closing);
-        }
         return true;
     }
-    if (!decodeTurn(body, turn)) {
+    if (!decodeTurn(body, turn))
         return false;
-    }
-    if (isOther(turn.place) && m_people.find(turn.place)->host) {
+    if (isOther(turn.place) && m_people.find(turn.place)->host)
         turned(turn);
-    }
     return true;
 }
 
@@ -229,9 +212,8 @@ bool Files::isOther(const Place &place) const {
 void Files::announced(const FileAnnouncement &announcement) {
     dropOffered(announcement.place);
     const bool free = rival().empty() && m_outgoing.empty();
-    if (!m_participant.isHost() || free) {
+    if (!m_participant.isHost() || free)
         m_offers.push_back({announcement, false, Clock::now()});
-    }
     if (m_participant.isHost()) {
         const vintok::TCPAddress &address = m_participant.address();
         broadcast(encodeTurn({placeOf(address), announcement.place, free}));
@@ -239,12 +221,10 @@ void Files::announced(const FileAnnouncement &announcement) {
 }
 
 void Files::turned(const FileTurn &turn) {
-    if (!turn.yes) {
+    if (!turn.yes)
         dropOffered(turn.whose);
-    }
-    if (m_turn == Turn::asked && turn.whose == placeOf(m_outgoing.front().person)) {
+    if (m_turn == Turn::asked && turn.whose == placeOf(m_outgoing.front().person))
         m_turn = turn.yes ? Turn::yes : Turn::no;
-    }
 }
 
 void Files::closed(const FileClosing &closing) {
@@ -274,18 +254,16 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
         offer->lastSign = m_lastSign;
         offer->begun = true;
     }
-    if (m_incoming && m_incoming->path == path) {
+    if (m_incoming && m_incoming->path == path)
         tellProgress(*m_incoming, done);
-    } else {
+    else
         begins(place, path);
-    }
 }
 
 void Files::begins(const Place &place, const std::string &path) {
     FileNews file = newsOf(place);
-    if (path.empty()) {
+    if (path.empty())
         return m_report.fileRefused(file, whyRefused());
-    }
     if (file.name.empty() || !endsIn(path, file.name)) { // not the one that was announced
         file.announced = FileSum();
         file.name = std::filesystem::path(path).filename().string();
@@ -297,9 +275,8 @@ void Files::begins(const Place &place, const std::string &path) {
 
 void Files::ends(bool whole, const std::string &path) {
     // Another path comes with an acknowledgement, which nobody owes anybody.
-    if (!m_incoming || m_incoming->path != path) {
+    if (!m_incoming || m_incoming->path != path)
         return;
-    }
     const FileNews file = *m_incoming;
     m_incoming.reset();
     FileSum sum;
@@ -321,19 +298,18 @@ void Files::tellProgress(FileNews &file, std::uint64_t done) {
     };
     const int before = step();
     file.done = done;
-    if (step() != before) {
+    if (step() != before)
         m_report.fileGoesOn(file);
-    }
 }
 
 void Files::tick() {
     const Clock::time_point now = Clock::now();
     std::erase_if(m_offers, [now](const OfferedFile &offer) {
-        return now >= offer.lastSign + (offer.begun ? UNSTORED_TIME : UNBEGUN_TIME);
+        return now >= offer.lastSign + (offer.begun ? unstoredTime : unbegunTime);
     });
 }
 
-// ---- Who sends what
+// ---- Who sends what ----
 
 Files::OfferedFile *Files::offerOf(const Place &place) {
     const auto offer = std::find_if(m_offers.begin(), m_offers.end(), [&](const OfferedFile &one) {
@@ -343,8 +319,8 @@ Files::OfferedFile *Files::offerOf(const Place &place) {
 }
 
 void Files::dropOffered(const Place &place) {
-    std::erase_if(m_offers,
-                  [&](const OfferedFile &offer) { return offer.announcement.place == place; });
+    std::erase_if(
+        m_offers, [&](const OfferedFile &offer) { return offer.announcement.place == place; });
 }
 
 Person Files::personAt(const Place &place) const {

@@ -25,7 +25,7 @@ public:
     Files(vintok::ConferenceParticipant &participant, const People &people, Report &report)
         : m_participant(participant), m_people(people), m_report(report) {}
 
-    // ---- Sending
+    // ---- Sending ----
 
     // Takes a file up for sending and reports why not where it cannot be. Blocks while it is read.
     void send(const std::string &path, const Person &self);
@@ -35,7 +35,7 @@ public:
     // Nothing waits to be sent.
     bool allSent() const { return m_outgoing.empty(); }
 
-    // ---- What the meeting tells
+    // ---- What the meeting tells ----
 
     // A broadcast; false when it is about no file. One about a file of this party, or of somebody
     // who is not here, makes no difference.

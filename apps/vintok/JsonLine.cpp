@@ -16,9 +16,8 @@ std::string unit(unsigned int codeUnit) {
 
 // Characters beyond the first plane are two code units in JSON's escapes.
 std::string escaped(char32_t character) {
-    if (character < 0x10000) {
+    if (character < 0x10000)
         return unit(character);
-    }
     const char32_t offset = character - 0x10000;
     return unit(0xD800 + (offset >> 10)) + unit(0xDC00 + (offset & 0x3FF));
 }
@@ -28,7 +27,7 @@ std::string quoted(std::string_view text) {
     for (std::size_t position = 0; position < text.size();) {
         const std::size_t begin = position;
         const char32_t character = nextCharacter(text, position);
-        if (character == MALFORMED) {
+        if (character == malformedCharacter) {
             result += "\\ufffd";
         } else if (character == '"' || character == '\\') {
             result += '\\';
@@ -86,9 +85,8 @@ JsonLine &JsonLine::nothing(std::string_view key) {
 JsonLine &JsonLine::list(std::string_view key, const std::vector<JsonLine> &values) {
     std::string &fields = this->key(key);
     fields += '[';
-    for (const JsonLine &value : values) {
+    for (const JsonLine &value : values)
         fields += (&value == &values.front() ? "" : ",") + value.str();
-    }
     fields += ']';
     return *this;
 }
@@ -99,9 +97,8 @@ JsonLine &JsonLine::object(std::string_view key, const JsonLine &value) {
 }
 
 JsonLine &JsonLine::fields(const Fields &fields) {
-    for (const Fields::Field &field : fields.all()) {
+    for (const Fields::Field &field : fields.all())
         std::visit(AddField{*this, field.key}, field.value);
-    }
     return *this;
 }
 

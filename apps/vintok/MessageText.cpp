@@ -91,11 +91,9 @@ void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
     std::string name = entry.firstName();
     name += (name.empty() || entry.lastName().empty() ? "" : " ") + entry.lastName();
     std::string state;
-    for (const StateWord &one : stateWords) {
-        if ((entry.*one.is)()) {
+    for (const StateWord &one : stateWords)
+        if ((entry.*one.is)())
             state += (state.empty() ? "" : " ") + std::string(one.word);
-        }
-    }
     fields.text("name", name)
         .text("title", entry.title())
         .text("email", entry.email())
@@ -103,11 +101,10 @@ void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
         .text("address", address)
         .number("port", entry.hostByteOrderPort())
         .text("version", versionText(entry.majorVersion(), entry.minorVersion()));
-    if (entry.colorIndex() == vintok::RosterBase::s_noColor) {
+    if (entry.colorIndex() == vintok::RosterBase::s_noColor)
         fields.nothing("colour");
-    } else {
+    else
         fields.number("colour", entry.colorIndex());
-    }
     fields.text("state", state)
         .text("meeting", entry.meetingName())
         .text("meeting-id", entry.meetingID());
@@ -116,9 +113,8 @@ void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
 bool readEntry(Body &body, Fields &fields) {
     vintok::ConferenceRosterEntry entry;
     const std::uint64_t count = entry.read(body.data(), body.rest().size());
-    if (count == 0) {
+    if (count == 0)
         return false;
-    }
     tellEntry(entry, fields);
     body.take(static_cast<std::size_t>(count));
     return true;
@@ -126,18 +122,16 @@ bool readEntry(Body &body, Fields &fields) {
 
 bool readAnswer(Body &body, Fields &fields) {
     unsigned char answer = 0;
-    if (!body.number(answer)) {
+    if (!body.number(answer))
         return false;
-    }
     fields.flag("granted", answer != 0);
     return true;
 }
 
 // One byte that nobody reads.
 bool readNothing(Body &body, Fields &) {
-    if (body.rest() == std::string_view("\0", 1)) {
+    if (body.rest() == std::string_view("\0", 1))
         body.take(1);
-    }
     return true;
 }
 
@@ -145,10 +139,10 @@ bool readNothing(Body &body, Fields &) {
 bool isPlainText(std::string_view text) {
     for (std::size_t position = 0; position < text.size();) {
         const char32_t character = nextCharacter(text, position);
-        if (character == MALFORMED || (isHostileToTerminals(character) && character != '\n' &&
-                                       character != '\r' && character != '\t')) {
+        if (character == malformedCharacter ||
+            (isHostileToTerminals(character) && character != '\n' && character != '\r' &&
+             character != '\t'))
             return false;
-        }
     }
     return !text.empty();
 }
@@ -156,9 +150,8 @@ bool isPlainText(std::string_view text) {
 // A text, with or without a zero byte at the end, or bytes.
 bool readBytes(Body &body, Fields &fields) {
     std::string_view text = body.rest();
-    if (!text.empty() && text.back() == '\0') {
+    if (!text.empty() && text.back() == '\0')
         text.remove_suffix(1);
-    }
     if (isPlainText(text)) {
         fields.text("text", std::string(text));
         body.take(body.rest().size());
@@ -195,9 +188,8 @@ bool readAboutFile(std::string_view body, Fields &fields) {
 bool readBroadcast(Body &body, Fields &fields) {
     Saying saying;
     if (!decodeSaying(body.rest(), saying)) {
-        if (!readAboutFile(body.rest(), fields)) {
+        if (!readAboutFile(body.rest(), fields))
             return readBytes(body, fields);
-        }
         body.take(body.rest().size());
         return true;
     }
@@ -212,22 +204,19 @@ bool readBroadcast(Body &body, Fields &fields) {
 bool readFileBegin(Body &body, Fields &fields) {
     std::string path;
     std::string relative;
-    if (!body.text(path)) {
+    if (!body.text(path))
         return false;
-    }
     fields.text("path", path);
-    if (!body.text(relative)) {
+    if (!body.text(relative))
         return false;
-    }
     fields.text("relative", relative);
     return true;
 }
 
 bool readFileEnd(Body &body, Fields &fields) {
     std::uint32_t size = 0;
-    if (!body.number(size)) {
+    if (!body.number(size))
         return false;
-    }
     fields.number("size", size);
     return true;
 }
@@ -235,14 +224,11 @@ bool readFileEnd(Body &body, Fields &fields) {
 bool readFileAck(Body &body, Fields &fields) {
     unsigned char address[4] = {};
     std::uint32_t success = 0;
-    for (unsigned char &part : address) {
-        if (!body.number(part)) {
+    for (unsigned char &part : address)
+        if (!body.number(part))
             return false;
-        }
-    }
-    if (!body.number(success)) {
+    if (!body.number(success))
         return false;
-    }
     const std::string name(body.rest().substr(0, body.rest().find('\0')));
     fields
         .text("address",
@@ -256,9 +242,8 @@ bool readFileAck(Body &body, Fields &fields) {
 template <class Time>
 bool readTime(Body &body, Fields &fields, const char *key) {
     Time time = 0;
-    if (!body.number(time)) {
+    if (!body.number(time))
         return false;
-    }
     fields.time(key, static_cast<std::int64_t>(time));
     return true;
 }
@@ -274,14 +259,12 @@ bool readEchoReply(Body &body, Fields &fields) {
 }
 
 bool readControlText(Body &body, Fields &fields) {
-    if (body.rest().empty() || body.rest().back() != '\0') {
+    if (body.rest().empty() || body.rest().back() != '\0')
         return false;
-    }
     std::string_view text = body.rest().substr(0, body.rest().find('\0'));
     body.take(text.size() + 1);
-    while (!text.empty() && text.back() == '\n') {
+    while (!text.empty() && text.back() == '\n')
         text.remove_suffix(1);
-    }
     fields.text("text", std::string(text));
     return true;
 }
@@ -324,18 +307,16 @@ std::string hexadecimal(std::string_view bytes, std::string_view between) {
 }
 
 std::string identifierName(const vintok::TCPGUID &identifier) {
-    if (const vintok::MessageKind *kind = vintok::findMessageKind(identifier)) {
+    if (const vintok::MessageKind *kind = vintok::findMessageKind(identifier))
         return std::string(kind->name);
-    }
     // The identifiers 46 to 99 carry their number in two decimal digits.
     vintok::TCPGUID family = vintok::TCP_messageID_99;
     family.Data2 = identifier.Data2;
     const unsigned int tens = identifier.Data2 >> 4;
     const unsigned int ones = identifier.Data2 & 0xF;
     const unsigned int number = tens * 10 + ones;
-    if (family == identifier && tens <= 9 && ones <= 9 && number >= 46) {
+    if (family == identifier && tens <= 9 && ones <= 9 && number >= 46)
         return "TCP_messageID_" + std::to_string(number);
-    }
     unsigned char bytes[sizeof(identifier)];
     vintok::BufferManager cursor(bytes, sizeof(bytes));
     identifier.write(cursor);

@@ -11,9 +11,8 @@ constexpr seconds flushTime(2);
 constexpr seconds endTime(1);
 
 void wake(const std::weak_ptr<Passage> &passage) {
-    if (const std::shared_ptr<Passage> alive = passage.lock()) {
+    if (const std::shared_ptr<Passage> alive = passage.lock())
         alive->wake();
-    }
 }
 
 } // namespace
@@ -52,23 +51,20 @@ void OfferPassages::left() {
 
 void OfferPassages::tick() {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (Clock::now() >= m_deadline) {
+    if (Clock::now() >= m_deadline)
         wake(m_asking);
-    }
 }
 
 void OfferPassages::end() {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_ending) {
+    if (m_ending)
         return;
-    }
     m_ending = true;
     wake(m_asking);
     m_changed.notify_all();
     if (!awaitGuests(lock, flushTime)) {
-        for (const auto &each : m_guests) {
+        for (const auto &each : m_guests)
             wake(each);
-        }
         awaitGuests(lock, endTime);
     }
 }
@@ -80,7 +76,8 @@ std::size_t OfferPassages::guests() {
 }
 
 bool OfferPassages::awaitGuests(std::unique_lock<std::mutex> &lock, seconds time) {
-    return m_changed.wait_for(lock, time, [this] { return guests() == 0; });
+    return m_changed.wait_for(
+        lock, time, [this] { return guests() == 0; });
 }
 
 } // namespace app

@@ -12,9 +12,8 @@ constexpr std::chrono::seconds standingTime(1);
 
 void OfferReport::asked(const std::string &multiplexer, const std::string &meetingID,
                         bool refused) {
-    if (m_told) {
+    if (m_told)
         return;
-    }
     Notice notice;
     notice.event = "offering";
     notice.sentence =
@@ -33,9 +32,8 @@ void OfferReport::asked(const std::string &multiplexer, const std::string &meeti
 
 // What has not been told by now was not true for long enough.
 void OfferReport::answered() {
-    if (m_told) {
+    if (m_told)
         return;
-    }
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_told = !m_held;
     m_troubled = m_troubled && !m_told;
@@ -44,9 +42,8 @@ void OfferReport::answered() {
 
 void OfferReport::failed(const std::string &reason, bool again) {
     m_told = false;
-    if (m_troubled && again) {
+    if (m_troubled && again)
         return;
-    }
     m_troubled = true;
     Notice notice;
     notice.event = "offer-failed";
@@ -58,9 +55,8 @@ void OfferReport::failed(const std::string &reason, bool again) {
 
 void OfferReport::tick() {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (m_held && Clock::now() >= m_heldUntil) {
+    if (m_held && Clock::now() >= m_heldUntil)
         m_news.push_back(*std::exchange(m_held, std::nullopt));
-    }
 }
 
 void OfferReport::tell(Report &report) {
@@ -69,9 +65,8 @@ void OfferReport::tell(Report &report) {
         const std::lock_guard<std::mutex> lock(m_mutex);
         news.swap(m_news);
     }
-    for (const Notice &notice : news) {
+    for (const Notice &notice : news)
         report.notice(notice);
-    }
 }
 
 void OfferReport::add(const Notice &notice) {

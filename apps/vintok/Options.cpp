@@ -36,9 +36,8 @@ CLI::Option *addWord(CLI::App &app, const std::string &name, Value &value,
                      const std::map<std::string, Value> &table, const std::string &help) {
     std::vector<std::string> words;
     words.reserve(table.size());
-    for (const auto &row : table) {
+    for (const auto &row : table)
         words.push_back(row.first);
-    }
     const auto set = [&value, &table](const std::string &word) { value = table.at(word); };
     return app.add_option_function<std::string>(name, set, help)
         ->check(silent(CLI::IsMember(words)));
@@ -81,10 +80,9 @@ void addOutput(CLI::App &app, Options &options) {
 
 CLI::Option *addTarget(CLI::App &app, Options &options, const std::string &help) {
     const auto setTarget = [&options](const std::string &text) {
-        if (!parseTarget(text, options.target)) {
+        if (!parseTarget(text, options.target))
             throw CLI::ValidationError("'" + text +
                                        "' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT");
-        }
     };
     return app.add_option_function<std::string>("target", setTarget, help)
         ->type_name("HOST[:PORT]");
@@ -142,9 +140,8 @@ void addSecureCall(CLI::App &app, Options &options) {
 }
 
 bool finishHost(Options &options, std::string &text) {
-    if (!finishOfferOptions(options, text)) {
+    if (!finishOfferOptions(options, text))
         return false;
-    }
     options.secure.required |= options.secure.demandsCertificate; // without TLS none is shown
     text = "a host takes --tls-cert and --tls-key to encrypt";
     return !options.secure.wanted() || !options.secure.certificate.empty();

@@ -18,12 +18,12 @@ const Colour none = {"no colour", 245};
 } // namespace
 
 const Colour &colourOf(unsigned short index) {
-    return index == NO_COLOUR ? none : colours[index % std::size(colours)];
+    return index == noColour ? none : colours[index % std::size(colours)];
 }
 
 std::string colourText(unsigned short index) {
     std::string text = colourOf(index).name;
-    return index == NO_COLOUR ? text : text + " (" + std::to_string(index) + ')';
+    return index == noColour ? text : text + " (" + std::to_string(index) + ')';
 }
 
 std::string coloured(const std::string &text, unsigned short index) {

@@ -15,8 +15,8 @@ namespace app {
 
 namespace {
 
-constexpr unsigned int PARTING_SECONDS = 3; // that a host has to hang up
-constexpr unsigned int usualPatience = 20;  // seconds for a connect
+constexpr unsigned int partingSeconds = 3; // that a host has to hang up
+constexpr unsigned int usualPatience = 20; // seconds for a connect
 
 } // namespace
 
@@ -36,9 +36,8 @@ int Party::run() {
         fail(withLastFailure("cannot listen on " + port));
         return m_exitCode;
     }
-    if (!openFiles()) {
+    if (!openFiles())
         return m_exitCode;
-    }
     introduce();
     setCallbacks();
     vintok::addTime(m_options.clockOffset);
@@ -46,9 +45,8 @@ int Party::run() {
         fail("cannot keep files in '" + m_options.files + "'");
         return m_exitCode;
     }
-    if (m_options.fileLinks) {
+    if (m_options.fileLinks)
         Participant::setFileLinks(true);
-    }
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {
         fail(withLastFailure("cannot make sockets on the loopback address"));
         return m_exitCode;
@@ -56,12 +54,10 @@ int Party::run() {
     const Person me = self();
     m_people.take(me);
     m_report.listening(me.address, me.port);
-    if (m_options.role == Role::host ? host() : call()) {
+    if (m_options.role == Role::host ? host() : call())
         loop();
-    }
-    if (m_offer) {
+    if (m_offer)
         m_offer->passages.end();
-    }
     return m_exitCode;
 }
 
@@ -76,9 +72,8 @@ void Party::introduce() {
 bool Party::host() {
     enter(Stage::meeting);
     m_report.hosting(m_options.meeting);
-    if (!m_participant.hostMeeting(m_options.meeting)) {
+    if (!m_participant.hostMeeting(m_options.meeting))
         return false;
-    }
     if (m_options.tunnel.wanted()) {
         m_offer = TunnelOffer::start(m_options.tunnel, m_participant.address().hostByteOrderPort());
         if (!m_offer) {
@@ -111,10 +106,8 @@ bool Party::place(const CallPlan &plan) {
     const unsigned int seconds = m_options.patience != 0 ? m_options.patience : usualPatience;
     vintok::setConnectTimeout(seconds * 1000);
     if (m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
-                                plan.proxy.port, plan.meetingID, plan.authentication,
-                                plan.retries)) {
+                                plan.proxy.port, plan.meetingID, plan.authentication, plan.retries))
         return true;
-    }
     // The library shuts such a connection down, and its last error tells of that.
     const std::string insecure = tellBreak();
     fail(insecure.empty() ? callFailure(plan.connectsTo())
@@ -125,13 +118,11 @@ bool Party::place(const CallPlan &plan) {
 std::string Party::callFailure(const Target &target) {
     std::string failure = withLastFailure("cannot reach " + target.text());
     vintok::TCPAddress address;
-    if (!address.resolve(target.host)) {
+    if (!address.resolve(target.host))
         return "cannot find the host '" + target.host + "'";
-    }
-    address.setHostByteOrderPort(target.port == 0 ? PARTY_PORT : target.port);
-    if (m_participant.address() == address) {
+    address.setHostByteOrderPort(target.port == 0 ? partyPort : target.port);
+    if (m_participant.address() == address)
         return target.text() + " is this very party";
-    }
     return failure;
 }
 
@@ -143,63 +134,54 @@ std::string Party::whom() const {
 
 void Party::loop() {
     m_inbox.watch();
-    if (!m_player) {
+    if (!m_player)
         m_inbox.readStandardInput();
-    }
     while (m_stage != Stage::done) {
-        if (m_playsNow) {
+        if (m_playsNow)
             m_loop.pollDescriptors(true);
-        } else {
+        else
             m_inbox.pass();
-        }
         afterPass();
     }
 }
 
 void Party::afterPass() {
-    if (m_stage == Stage::calling) {
+    if (m_stage == Stage::calling)
         awaitAnswer();
-    } else if (m_stage != Stage::done) {
+    else if (m_stage != Stage::done)
         goOn();
-    }
 }
 
 void Party::awaitAnswer() {
-    if (m_tunnelCall && m_tunnelCall->takeNext()) {
+    if (m_tunnelCall && m_tunnelCall->takeNext())
         place(m_tunnelCall->plan());
-    } else if (m_loop.numDescriptors() <= m_listeners + 1) { // one more is the inbox
+    else if (m_loop.numDescriptors() <= m_listeners + 1) // one more is the inbox
         callBreaks();
-    } else {
+    else
         tellBreak();
-    }
 }
 
 void Party::goOn() {
-    if (m_offer) {
+    if (m_offer)
         m_offer->report.tell(m_report);
-    }
     tellBreak();
     if (m_options.role == Role::host && !m_participant.isHost()) {
         // The library ends a meeting when the last guest has gone. This one goes on.
         m_participant.hostMeeting(m_options.meeting);
     }
-    if (m_options.role == Role::join && !m_participant.isMeeting()) {
+    if (m_options.role == Role::join && !m_participant.isMeeting())
         return m_stage == Stage::leaving ? part() : meetingEnds("The meeting is over.");
-    }
     while (m_stage != Stage::done && !m_unsaid.empty()) {
         const Command command = m_unsaid.front();
         m_unsaid.pop_front();
         obey(command);
     }
-    if (m_stage == Stage::meeting && m_player) {
+    if (m_stage == Stage::meeting && m_player)
         play();
-    }
-    if (m_stage == Stage::meeting) {
+    if (m_stage == Stage::meeting)
         m_files.sendNext();
-    }
-    if (m_inputEnded && !m_options.stay && m_files.allSent()) {
+    if (m_inputEnded && !m_options.stay && m_files.allSent())
         leave();
-    }
 }
 
 void Party::finish(const std::string &reason) {
@@ -215,33 +197,29 @@ void Party::fail(const std::string &reason) {
 
 // Not by this party's own will.
 void Party::meetingEnds(const std::string &reason) {
-    if (m_player) {
+    if (m_player)
         return fail("the meeting has ended before the recording did");
-    }
     finish(reason);
 }
 
 void Party::leave() {
-    if (m_stage >= Stage::leaving) {
+    if (m_stage >= Stage::leaving)
         return;
-    }
     // A guest waits for the host to close the connection, so that its last lines arrive.
     if (m_participant.isMeeting() && m_host != -1 && sendHangup(m_host)) {
         enter(Stage::leaving);
-        m_patience = PARTING_SECONDS;
+        m_patience = partingSeconds;
         return;
     }
     part();
 }
 
 void Party::part() {
-    if (m_stage == Stage::calling) {
+    if (m_stage == Stage::calling)
         enter(Stage::leaving); // that the call ends is no news then
-    }
     m_participant.hangup();
-    if (!m_failure.empty()) {
+    if (!m_failure.empty())
         return fail(m_failure);
-    }
     finish("Left the meeting.");
 }
 

@@ -53,7 +53,7 @@ private:
     };
     void enter(Stage stage) { m_stage = std::max(m_stage, stage); }
 
-    // ---- Start, loop and end (Party.cpp)
+    // ---- Start, loop and end (Party.cpp) ----
     void introduce();
     void setCallbacks();
     bool host();
@@ -71,7 +71,7 @@ private:
     void leave();
     void part();
 
-    // ---- What the meeting tells (PartyEvents.cpp)
+    // ---- What the meeting tells (PartyEvents.cpp) ----
     static Party &of(vintok::ConferenceParticipant *participant);
     void setTunnelCallbacks();
     void callPending(const vintok::ConferenceRosterEntry &entry);
@@ -92,13 +92,13 @@ private:
     void giveUp(const std::string &reason);
     Person self() const;
 
-    // ---- Recording and playing (PartyRecording.cpp)
+    // ---- Recording and playing (PartyRecording.cpp) ----
     bool openFiles();
     void record(const std::string &body);
     void play();
     void playMessage();
 
-    // ---- What the person and the clock tell (PartyCommands.cpp)
+    // ---- What the person and the clock tell (PartyCommands.cpp) ----
     void take(Inbox::Kind kind, const std::string &text);
     void obey(const Command &command);
     bool mustWait(const Command &command);

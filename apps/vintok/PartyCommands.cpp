@@ -8,32 +8,29 @@ namespace app {
 namespace {
 
 // How much may be typed ahead of an answered call.
-constexpr std::size_t MAX_UNSAID = 1000;
+constexpr std::size_t maxUnsaid = 1000;
 
 } // namespace
 
 void Party::take(Inbox::Kind kind, const std::string &text) {
-    if (m_stage >= Stage::leaving && kind != Inbox::Kind::tick) {
+    if (m_stage >= Stage::leaving && kind != Inbox::Kind::tick)
         return;
-    }
     switch (kind) {
     case Inbox::Kind::line: {
         const Command command = parseCommand(text);
-        if (!mustWait(command)) {
+        if (!mustWait(command))
             obey(command);
-        }
         return;
     }
     case Inbox::Kind::longLine:
-        return m_report.problem("a line of more than " + std::to_string(MAX_LINE) +
+        return m_report.problem("a line of more than " + std::to_string(maxLine) +
                                 " bytes was not said");
     case Inbox::Kind::endOfInput:
         m_inputEnded = true; // what was typed before comes first
         return;
     case Inbox::Kind::interrupt:
-        if (m_stage == Stage::calling) {
+        if (m_stage == Stage::calling)
             return giveUp("was not waited for any longer");
-        }
         return leave();
     case Inbox::Kind::tick:
         return tick();
@@ -76,14 +73,12 @@ void Party::obey(const Command &command) {
 // What is for the others waits for the answer to the call, and does not overtake what waits.
 bool Party::mustWait(const Command &command) {
     if ((command.kind != CommandKind::say && command.kind != CommandKind::send) ||
-        (m_stage != Stage::calling && m_unsaid.empty())) {
+        (m_stage != Stage::calling && m_unsaid.empty()))
         return false;
-    }
-    if (m_unsaid.size() == MAX_UNSAID) {
+    if (m_unsaid.size() == maxUnsaid)
         m_report.problem("the call is not answered yet, and too many lines wait already");
-    } else {
+    else
         m_unsaid.push_back(command);
-    }
     return true;
 }
 
@@ -117,9 +112,8 @@ void Party::say(const std::string &text) {
 void Party::answer(const Command &command) {
     auto caller = m_callers.begin();
     unsigned short number = 0;
-    if (!command.text.empty()) {
+    if (!command.text.empty())
         caller = parseNumber(command.text, number) ? m_callers.find(number) : m_callers.end();
-    }
     if (caller == m_callers.end()) {
         return m_report.problem(m_callers.empty() ? "nobody waits for an answer"
                                                   : "there is no call '" + command.text + "'");
@@ -127,15 +121,13 @@ void Party::answer(const Command &command) {
     const vintok::TCPAddress address = caller->second;
     m_callers.erase(caller);
     const bool accepts = command.kind == CommandKind::accept;
-    if (!(accepts ? m_participant.acceptCall(address) : m_participant.rejectCall(address))) {
+    if (!(accepts ? m_participant.acceptCall(address) : m_participant.rejectCall(address)))
         m_report.problem("the caller is gone");
-    }
 }
 
 void Party::askForLead() {
-    if (m_participant.isLeader()) {
+    if (m_participant.isLeader())
         return m_report.problem("the lead is yours already");
-    }
     m_wantsLead = true;
     const bool asked = m_participant.requestStartLeading();
     if (!asked && m_wantsLead) { // a refusal on the spot has been told
@@ -145,13 +137,11 @@ void Party::askForLead() {
 }
 
 void Party::answerForLead(bool give) {
-    if (!m_leadAsked) {
+    if (!m_leadAsked)
         return m_report.problem("nobody asks for the lead");
-    }
     m_leadAsked = false;
-    if (!(give ? m_participant.acceptLeadChange() : m_participant.rejectLeadChange())) {
+    if (!(give ? m_participant.acceptLeadChange() : m_participant.rejectLeadChange()))
         m_report.problem("the answer did not reach everybody");
-    }
 }
 
 void Party::tick() {
@@ -161,15 +151,12 @@ void Party::tick() {
         m_offer->passages.tick();
         m_offer->report.tick();
     }
-    if (m_stage == Stage::leaving && --m_patience == 0) {
+    if (m_stage == Stage::leaving && --m_patience == 0)
         return part();
-    }
-    if (m_stage == Stage::calling && m_options.patience != 0 && m_seconds >= m_options.patience) {
+    if (m_stage == Stage::calling && m_options.patience != 0 && m_seconds >= m_options.patience)
         return giveUp("did not answer in time");
-    }
-    if (m_options.keepAlive != 0 && m_seconds % m_options.keepAlive == 0) {
+    if (m_options.keepAlive != 0 && m_seconds % m_options.keepAlive == 0)
         m_participant.sendAllKeepAlive();
-    }
 }
 
 } // namespace app

@@ -8,7 +8,7 @@ namespace app {
 
 namespace {
 
-constexpr std::size_t MOST_CALLERS = 64; // that wait for an answer
+constexpr std::size_t mostCallers = 64; // that wait for an answer
 
 } // namespace
 
@@ -64,9 +64,8 @@ void Party::setCallbacks() {
 void Party::setTunnelCallbacks() {
     using Library = vintok::ConferenceParticipant;
     m_participant.setServerResponseCB([](Library *p, unsigned int status, const std::string &text) {
-        if (of(p).m_tunnelCall) {
+        if (of(p).m_tunnelCall)
             of(p).m_tunnelCall->answered(status, text);
-        }
     });
     m_participant.setProxyCB([](Library *p, const std::string &, unsigned short,
                                 const std::string &, unsigned short, const std::string &,
@@ -109,7 +108,7 @@ void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
     // Nobody tells when a caller gives up. One that calls again takes the place of its last call,
     // and of too many the oldest is turned away.
     std::erase_if(m_callers, [&](const auto &waiting) { return waiting.second == entry; });
-    if (m_callers.size() == MOST_CALLERS) {
+    if (m_callers.size() == mostCallers) {
         m_participant.rejectCall(m_callers.begin()->second);
         m_callers.erase(m_callers.begin());
     }
@@ -121,9 +120,8 @@ void Party::joined(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.take(person);
     // A guest has one connection. Whoever else claims to host is a name in the roster.
-    if (m_options.role == Role::join && person.host && person.connection != -1) {
+    if (m_options.role == Role::join && person.host && person.connection != -1)
         m_host = person.connection;
-    }
     m_report.joined(person);
     tellSecurity(person);
 }
@@ -132,15 +130,13 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.remove(person);
     m_files.left(person);
-    if (m_stage == Stage::leaving) {
+    if (m_stage == Stage::leaving)
         return; // it is this party that leaves
-    }
     m_report.left(person);
     if (m_host != -1 && person.connection == m_host) {
         tellBreak();
-        if (!m_hostBreak.empty()) {
+        if (!m_hostBreak.empty())
             return fail("the connection to the host was broken off: " + m_hostBreak);
-        }
         meetingEnds("The host has left: the meeting is over.");
     }
 }
@@ -148,9 +144,8 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
 void Party::changed(const vintok::ConferenceRosterEntry &entry) {
     const Person me = self();
     Person person = personOf(entry, m_participant.isHidingIPsRequired());
-    if (person.address == me.address && person.port == me.port) {
+    if (person.address == me.address && person.port == me.port)
         person = me;
-    }
     const Person *known = m_people.find({person.address, person.port});
     if (known && !(*known == person)) {
         const Person before = *known;
@@ -161,9 +156,8 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
 
 void Party::heard(const unsigned char *data, std::size_t length) {
     const std::string body(reinterpret_cast<const char *>(data), length);
-    if (m_files.heard(body)) {
+    if (m_files.heard(body))
         return;
-    }
     record(body);
     Saying saying;
     if (!decodeSaying(body, saying)) {
@@ -209,9 +203,8 @@ void Party::leadAnswered(bool granted) {
 
 // With TLS in use a person is told of every connection how it stands.
 void Party::tellSecurity(const Person &person) {
-    if (m_options.secure.wanted() && person.connection != -1) {
+    if (m_options.secure.wanted() && person.connection != -1)
         m_report.notice(secure::describe(person.connection, person.name, secureServer()));
-    }
 }
 
 // The server on the way at which the encryption ends; empty when it ends at the host.
@@ -225,9 +218,8 @@ std::vector<Person> Party::people() const {
         person.hidden |= m_participant.isHidingIPsRequired(); // also of who came before that
         if (person.connection != -1) {
             person.channel = secure::channelOf(person.connection);
-            if (!person.channel.value_or("").empty() && !secureServer().empty()) {
+            if (!person.channel.value_or("").empty() && !secureServer().empty())
                 *person.channel += " to " + secureServer();
-            }
         }
     }
     return people;
@@ -238,9 +230,8 @@ void Party::callEnds(CallEvent event, const std::string &reason) {
 }
 
 void Party::callFails(CallEvent event, const std::string &failure) {
-    if (m_stage != Stage::calling) {
+    if (m_stage != Stage::calling)
         return;
-    }
     m_report.call(event, whom());
     fail(failure);
 }
@@ -264,9 +255,8 @@ std::string Party::tellBreak() {
         notice.fields.text("reason", broken.reason);
         m_report.notice(notice);
     }
-    if (m_host != -1 && broken.descriptor == m_host) {
+    if (m_host != -1 && broken.descriptor == m_host)
         m_hostBreak = broken.reason;
-    }
     return broken.reason;
 }
 

@@ -94,9 +94,8 @@ void Party::playMessage() {
     const vintok::TCPMessage &message = m_player->message();
     const auto length = static_cast<std::size_t>(message.messageBufferLength());
     const std::string body(reinterpret_cast<const char *>(message.messageBuffer()), length);
-    if (isAboutFile(body)) {
+    if (isAboutFile(body))
         return m_player->skip();
-    }
     const bool sent = m_participant.sendBroadcastData(message.messageBuffer(), length);
     const std::int64_t stamp = message.timeStamp();
     const std::uint64_t end = m_player->reader().offset() + message.rawBufferLength();
@@ -113,9 +112,8 @@ void Party::playMessage() {
         .number("bytes", static_cast<std::int64_t>(length))
         .text("name", saying.name)
         .text("text", saying.text);
-    if (m_playSize != 0) {
+    if (m_playSize != 0)
         fields.number("percent", static_cast<std::int64_t>(end * 100 / m_playSize));
-    }
     m_report.notice({"played",
                      (m_playSize == 0 ? "" : std::to_string(end * 100 / m_playSize) + "%  ") +
                          (isLine ? saying.name + ": " + saying.text

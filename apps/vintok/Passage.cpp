@@ -24,8 +24,8 @@ namespace {
 
 namespace platform = vintok::platform;
 
-constexpr std::size_t CHUNK = 65536;
-constexpr std::size_t LONGEST_REPLY = 8192;
+constexpr std::size_t chunk = 65536;
+constexpr std::size_t longestReply = 8192;
 
 bool isPassing(std::int64_t result) {
     return result > 0 ||
@@ -37,7 +37,7 @@ bool isPassing(std::int64_t result) {
 // What has come from one connection and has not gone to the other yet.
 class Passage::Direction {
 public:
-    Direction(int from, int to) : m_from(from), m_to(to), m_bytes(CHUNK) {}
+    Direction(int from, int to) : m_from(from), m_to(to), m_bytes(chunk) {}
 
     bool wantsBytes() const { return m_begin == m_end; }
 
@@ -72,11 +72,9 @@ private:
 
 Passage::~Passage() {
     wake();
-    for (const int descriptor : {server, local, m_wakeRead}) {
-        if (descriptor != -1) {
+    for (const int descriptor : {server, local, m_wakeRead})
+        if (descriptor != -1)
             vintok::shutdownSocket(descriptor);
-        }
-    }
 }
 
 bool Passage::open() {
@@ -109,7 +107,7 @@ bool Passage::awaitServer() const {
 std::string Passage::readReply() const {
     std::string reply;
     vintok::HTTPHeadEnd end;
-    while (reply.size() < LONGEST_REPLY && awaitServer()) {
+    while (reply.size() < longestReply && awaitServer()) {
         unsigned char byte = 0;
         const std::int64_t count = platform::receiveNow(server, &byte, 1);
         if (!isPassing(count))

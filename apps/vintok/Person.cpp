@@ -12,9 +12,9 @@ std::string joined(const std::string &first, const std::string &last) {
 
 template <class List>
 auto findIn(List &people, const std::string &address, unsigned short port) {
-    return std::find_if(people.begin(), people.end(), [&](const Person &person) {
-        return person.port == port && person.address == address;
-    });
+    return std::find_if(
+        people.begin(), people.end(),
+        [&](const Person &person) { return person.port == port && person.address == address; });
 }
 
 } // namespace
@@ -40,26 +40,23 @@ Person personOf(const vintok::ConferenceRosterEntry &entry, bool hides) {
     person.host = entry.isHost();
     person.connection = entry.descriptor();
     const std::string name = joined(entry.firstName(), entry.lastName());
-    if (!name.empty() || !person.email.empty()) {
+    if (!name.empty() || !person.email.empty())
         person.name = name.empty() ? person.email : name;
-    }
     return person;
 }
 
 void People::take(const Person &person) {
     const auto known = findIn(m_people, person.address, person.port);
-    if (known == m_people.end()) {
+    if (known == m_people.end())
         m_people.push_back(person);
-    } else {
+    else
         *known = person;
-    }
 }
 
 void People::remove(const Person &person) {
     const auto known = findIn(m_people, person.address, person.port);
-    if (known != m_people.end()) {
+    if (known != m_people.end())
         m_people.erase(known);
-    }
 }
 
 void People::setLeader(const Person &person) {
@@ -70,9 +67,8 @@ void People::setLeader(const Person &person) {
 std::vector<Person> People::all() const {
     std::vector<Person> people = m_people;
     const auto leader = findIn(people, m_leaderAddress, m_leaderPort);
-    if (leader != people.end()) {
+    if (leader != people.end())
         leader->leader = true;
-    }
     return people;
 }
 

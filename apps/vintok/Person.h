@@ -13,10 +13,10 @@
 namespace app {
 
 // What stands for an address that is to be shown to nobody.
-inline constexpr char HIDDEN[] = "hidden";
+inline constexpr char hiddenAddress[] = "hidden";
 
 // The colour of a party to which the meeting has given none.
-inline constexpr unsigned short NO_COLOUR = 65535;
+inline constexpr unsigned short noColour = 65535;
 
 struct Person {
     std::string name; // first and last name, or the e-mail, or the place
@@ -26,7 +26,7 @@ struct Person {
     std::string address; // to know the party by; `shownAddress` is what is told of it
     unsigned short port = 0;
     bool hidden = false; // its address is to be shown to nobody
-    unsigned short colour = NO_COLOUR;
+    unsigned short colour = noColour;
     bool host = false;
     bool self = false;
     int connection = -1; // its descriptor; none: it is reached through somebody else
@@ -35,7 +35,7 @@ struct Person {
     bool leader = false;
     std::optional<std::string> channel;
 
-    std::string shownAddress() const { return hidden ? HIDDEN : address; }
+    std::string shownAddress() const { return hidden ? hiddenAddress : address; }
 
     bool operator==(const Person &other) const = default;
 };

@@ -7,8 +7,8 @@ namespace app {
 
 namespace {
 
-constexpr std::uint64_t WIDTH = 24;
-constexpr char CLEARED[] = "\r\x1b[K"; // back to the first column, and the rest of the line erased
+constexpr std::uint64_t width = 24;
+constexpr char cleared[] = "\r\x1b[K"; // back to the first column, and the rest of the line erased
 
 } // namespace
 
@@ -18,21 +18,21 @@ void ProgressLine::show(const std::string &name, std::uint64_t done, std::uint64
     std::string line = name + ' ';
     if (size != 0) {
         const std::uint64_t part = std::min(done, size);
-        const auto filled = static_cast<std::size_t>(part * WIDTH / size);
+        const auto filled = static_cast<std::size_t>(part * width / size);
         const std::string percent = std::to_string(part * 100 / size);
-        line += '[' + std::string(filled, '#') + std::string(WIDTH - filled, '.') + "] " +
+        line += '[' + std::string(filled, '#') + std::string(width - filled, '.') + "] " +
                 std::string(3 - percent.size(), ' ') + percent + "% of " + std::to_string(size);
     } else {
         line += std::to_string(done);
     }
-    std::fputs((CLEARED + line + " bytes").c_str(), stdout);
+    std::fputs((cleared + line + " bytes").c_str(), stdout);
     std::fflush(stdout);
     s_shown = true;
 }
 
 void ProgressLine::clear() {
     if (s_shown) {
-        std::fputs(CLEARED, stdout);
+        std::fputs(cleared, stdout);
         std::fflush(stdout);
         s_shown = false;
     }

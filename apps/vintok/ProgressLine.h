@@ -13,7 +13,7 @@ namespace app {
 class ProgressLine {
 public:
     // The whole line fits into 80 columns if the name is no longer.
-    static constexpr std::size_t NAME_LIMIT = 20;
+    static constexpr std::size_t nameLimit = 20;
 
     // Bytes; `size` 0 is one that is not known. The name must be printable.
     static void show(const std::string &name, std::uint64_t done, std::uint64_t size);

@@ -26,16 +26,15 @@ namespace app {
 
 namespace {
 
-constexpr unsigned int PARTING_SECONDS = 5;
-constexpr std::size_t LONGEST_BODY = 16 << 20; // more is no line
+constexpr unsigned int partingSeconds = 5;
+constexpr std::size_t longestBody = 16 << 20; // more is no line
 
 // The line that a body holds: up to a zero byte, without its end.
 std::string lineOf(const unsigned char *body, std::size_t length) {
     const std::string_view text(reinterpret_cast<const char *>(body), length);
     std::string_view line = text.substr(0, text.find('\0'));
-    while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) {
+    while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
         line.remove_suffix(1);
-    }
     return std::string(line);
 }
 
@@ -46,7 +45,7 @@ public:
           m_report(report),
           m_sends(options.role == Role::relaySend),
           m_inbox(m_loop),
-          m_socket(m_loop, "relay", LONGEST_BODY,
+          m_socket(m_loop, "relay", longestBody,
                    [this](const vintok::TCPMessage &message) { receive(message); }) {}
     RelayClient(const RelayClient &) = delete;
     RelayClient &operator=(const RelayClient &) = delete;
@@ -78,14 +77,12 @@ int RelayClient::run() {
     } else if (connect()) {
         m_inbox.watch();
         m_report.connected(m_options.target.text());
-        if (m_sends) {
+        if (m_sends)
             m_inbox.readStandardInput();
-        }
         while (!m_done) {
             m_inbox.pass();
-            if (m_socket.ended() && !m_done) {
+            if (m_socket.ended() && !m_done)
                 end(m_parting != 0 ? "" : "the relay has closed the connection");
-            }
         }
     }
     return m_exitCode;
@@ -98,7 +95,7 @@ bool RelayClient::connect() {
         end("cannot find the host '" + target.host + "'");
         return false;
     }
-    address.setHostByteOrderPort(target.port == 0 ? RELAY_PORT : target.port);
+    address.setHostByteOrderPort(target.port == 0 ? relayPort : target.port);
     m_descriptor = vintok::connectToBoundSocket(address);
     if (m_descriptor == -1 || !m_socket.adopt(m_descriptor)) {
         end(withLastFailure("cannot reach " + target.text()));
@@ -117,20 +114,18 @@ void RelayClient::receive(const vintok::TCPMessage &message) {
 void RelayClient::take(Inbox::Kind kind, const std::string &text) {
     switch (kind) {
     case Inbox::Kind::line:
-        if (!sendMessage(m_descriptor, vintok::TCP_broadcastMessage, text + '\n' + '\0')) {
+        if (!sendMessage(m_descriptor, vintok::TCP_broadcastMessage, text + '\n' + '\0'))
             end("the relay has closed the connection");
-        }
         return;
     case Inbox::Kind::longLine:
-        return m_report.problem("a line of more than " + std::to_string(MAX_LINE) +
+        return m_report.problem("a line of more than " + std::to_string(maxLine) +
                                 " bytes was not sent");
     case Inbox::Kind::endOfInput:
     case Inbox::Kind::interrupt:
         return part();
     case Inbox::Kind::tick:
-        if (m_parting != 0 && --m_parting == 0) {
+        if (m_parting != 0 && --m_parting == 0)
             end("the relay did not take everything in time");
-        }
         return;
     case Inbox::Kind::alarm:
         return;
@@ -139,10 +134,9 @@ void RelayClient::take(Inbox::Kind kind, const std::string &text) {
 
 void RelayClient::part() {
     if (m_parting == 0 && !m_done) {
-        m_parting = PARTING_SECONDS;
-        if (!sendHangup(m_descriptor)) {
+        m_parting = partingSeconds;
+        if (!sendHangup(m_descriptor))
             end("the relay has closed the connection");
-        }
     }
 }
 
@@ -157,7 +151,7 @@ void RelayClient::end(const std::string &failure) {
 } // namespace
 
 int runRelay(const Options &options, Report &report) {
-    const unsigned short port = options.port == 0 ? RELAY_PORT : options.port;
+    const unsigned short port = options.port == 0 ? relayPort : options.port;
     vintok::TCPServer server(port, options.exactPort, options.localOnly);
     vintok::TCPSelect loop; // the thread's; also the server's
     if (server.port() == 0 ||
@@ -176,9 +170,8 @@ int runRelay(const Options &options, Report &report) {
     }
     inbox.watch();
     report.listening(options.localOnly ? "the loopback addresses" : "all addresses", server.port());
-    while (!done) {
+    while (!done)
         inbox.pass();
-    }
     report.ended("The relay ends.");
     return 0;
 }

@@ -12,9 +12,9 @@ namespace app {
 
 namespace {
 
-constexpr std::size_t NAME_LIMIT = 64;
-constexpr std::size_t FILE_NAME_LIMIT = 200;
-constexpr std::size_t LONGEST_PADDED_NAME = 24;
+constexpr std::size_t nameLimit = 64;
+constexpr std::size_t fileNameLimit = 200;
+constexpr std::size_t longestPaddedName = 24;
 
 void print(const std::string &line) {
     ProgressLine::clear();
@@ -22,17 +22,16 @@ void print(const std::string &line) {
     std::fflush(stdout);
 }
 
-// ---- For a script
+// ---- For a script ----
 
 JsonLine &describe(JsonLine &line, const Person &person) {
     line.text("name", person.name)
         .text("address", person.shownAddress())
         .number("port", person.port);
-    if (person.colour == NO_COLOUR) {
+    if (person.colour == noColour)
         line.nothing("colour");
-    } else {
+    else
         line.number("colour", person.colour);
-    }
     return line.flag("host", person.host).flag("self", person.self);
 }
 
@@ -58,13 +57,12 @@ JsonLine partyOf(const Person &person) {
         .text("email", person.email)
         .text("title", person.title)
         .text("phone", person.phone);
-    if (!person.channel) {
+    if (!person.channel)
         return party.nothing("encrypted");
-    }
     return party.flag("encrypted", !person.channel->empty()).text("channel", *person.channel);
 }
 
-// ---- For a person
+// ---- For a person ----
 
 std::string bytes(std::uint64_t count) {
     return std::to_string(count) + (count == 1 ? " byte" : " bytes");
@@ -77,12 +75,12 @@ std::string described(const FileSum &sum) {
 
 std::string titleOf(const FileNews &file) {
     const std::uint64_t size = file.announced.size;
-    return printable(file.name, FILE_NAME_LIMIT) + " (" +
+    return printable(file.name, fileNameLimit) + " (" +
            (size == 0 ? "of a size that was not announced" : bytes(size)) + ')';
 }
 
 std::string quotedMeeting(const std::string &meeting) {
-    return meeting.empty() ? "" : " \"" + printable(meeting, NAME_LIMIT) + '"';
+    return meeting.empty() ? "" : " \"" + printable(meeting, nameLimit) + '"';
 }
 
 std::string placeOf(const Person &person) {
@@ -99,9 +97,8 @@ const char *const fileResults[] = {"sent", "not-sent", "received", "differs", "u
 } // namespace
 
 void Report::tell(const JsonLine &line, const std::string &sentence) const {
-    if (m_json || !sentence.empty()) {
+    if (m_json || !sentence.empty())
         print(m_json ? line.str() : sentence);
-    }
 }
 
 std::string Report::paint(const std::string &text, const Person &person) const {
@@ -109,10 +106,10 @@ std::string Report::paint(const std::string &text, const Person &person) const {
 }
 
 std::string Report::nameOf(const Person &person) const {
-    return paint(printable(person.name, NAME_LIMIT), person);
+    return paint(printable(person.name, nameLimit), person);
 }
 
-// ---- The way into the meeting
+// ---- The way into the meeting ----
 
 void Report::listening(const std::string &address, unsigned short port) const {
     tell(JsonLine("port").text("address", address).number("port", port),
@@ -145,7 +142,7 @@ void Report::asked(unsigned int call, const Person &caller) const {
              ") wants to join. /accept " + number + " or /reject " + number + '?');
 }
 
-// ---- Who is there, and who leads
+// ---- Who is there, and who leads ----
 
 void Report::joined(const Person &person) const {
     tell(personEvent("joined", person),
@@ -158,11 +155,10 @@ void Report::left(const Person &person) const {
 
 void Report::changed(const Person &person, const Person &before) const {
     std::string sentence;
-    if (person.self && person.colour != before.colour) {
+    if (person.self && person.colour != before.colour)
         sentence = paint("You are in " + colourText(person.colour) + '.', person);
-    } else if (person.name != before.name) {
+    else if (person.name != before.name)
         sentence = nameOf(before) + " is now " + nameOf(person) + '.';
-    }
     tell(personEvent("changed", person), sentence);
 }
 
@@ -193,8 +189,8 @@ void Report::roster(const std::string &meeting, const std::vector<Person> &peopl
 }
 
 std::string Report::rosterLine(const Person &person) const {
-    std::string name = printable(person.name, NAME_LIMIT);
-    name.resize(std::max(name.size(), LONGEST_PADDED_NAME), ' ');
+    std::string name = printable(person.name, nameLimit);
+    name.resize(std::max(name.size(), longestPaddedName), ' ');
     return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " + placeOf(person) +
            (person.host ? "  host" : "") + (person.leader ? "  leader" : "") +
            (person.self ? "  you" : "") +
@@ -203,13 +199,13 @@ std::string Report::rosterLine(const Person &person) const {
                 : "");
 }
 
-// ---- What is said
+// ---- What is said ----
 
 // On a terminal the own line stands there already, as it was typed.
 void Report::said(const Person &person, const std::string &text) const {
     tell(personEvent("said", person).text("text", text),
          person.self ? ""
-                     : paint(printable(person.name, NAME_LIMIT) + ": " + printable(text), person));
+                     : paint(printable(person.name, nameLimit) + ": " + printable(text), person));
 }
 
 void Report::relayed(const std::string &text) const {
@@ -222,7 +218,7 @@ void Report::strangeData(std::size_t count) const {
          "(" + std::to_string(count) + " bytes arrived that are no line)");
 }
 
-// ---- Files
+// ---- Files ----
 
 void Report::fileBegins(const FileNews &file) const {
     tell(
@@ -240,7 +236,7 @@ void Report::fileGoesOn(const FileNews &file) const {
         .number("bytes", static_cast<std::int64_t>(file.done));
     tell(sized(line, "percent", static_cast<std::uint64_t>(percentOf(file)), known), "");
     if (m_progress) {
-        ProgressLine::show(printable(file.name, ProgressLine::NAME_LIMIT), file.done,
+        ProgressLine::show(printable(file.name, ProgressLine::nameLimit), file.done,
                            file.announced.size);
     }
 }
@@ -254,7 +250,7 @@ void Report::fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) con
 }
 
 std::string Report::endOf(const FileNews &file, FileEnd end, const FileSum &sum) const {
-    const std::string name = printable(file.name, FILE_NAME_LIMIT);
+    const std::string name = printable(file.name, fileNameLimit);
     const std::string received = "Received " + name + " from " + nameOf(file.person);
     const std::string what = ": " + described(sum);
     const std::string where = ", in " + printable(file.path);
@@ -283,13 +279,12 @@ void Report::fileRefused(const FileNews &file, const std::string &reason) const 
              "is NOT stored here: " + printable(reason) + '.');
 }
 
-// ---- The run
+// ---- The run ----
 
 void Report::help(const std::string &heading, const std::vector<CommandHelp> &commands) const {
     std::size_t width = 0;
-    for (const CommandHelp &command : commands) {
+    for (const CommandHelp &command : commands)
         width = std::max(width, command.usage.size());
-    }
     std::vector<JsonLine> list;
     std::string lines;
     for (const CommandHelp &command : commands) {
@@ -306,9 +301,8 @@ void Report::notice(const Notice &notice) const {
 
 void Report::problem(const std::string &text) const {
     tell(JsonLine("problem").text("text", text), "");
-    if (!m_json) {
+    if (!m_json)
         complain(text);
-    }
 }
 
 void Report::ended(const std::string &reason) const {

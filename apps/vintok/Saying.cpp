@@ -6,24 +6,23 @@ namespace app {
 
 namespace {
 
-constexpr std::string_view MARK = "say 1";
+constexpr std::string_view announcementMark = "say 1";
 
 } // namespace
 
 std::string encodeSaying(const Saying &saying) {
-    std::string name(cut(saying.name, MAX_SAID_NAME));
+    std::string name(cut(saying.name, maxSaidName));
     std::replace(name.begin(), name.end(), '\n', ' ');
-    std::string body = beginBody(MARK, saying.place) + name + '\n';
-    return body.append(cut(saying.text, MAX_SAID_TEXT));
+    std::string body = beginBody(announcementMark, saying.place) + name + '\n';
+    return body.append(cut(saying.text, maxSaidText));
 }
 
 bool decodeSaying(std::string_view body, Saying &saying) {
     std::string_view name;
     Saying decoded;
-    if (!takeBodyHead(body, MARK, decoded.place) || !takeLine(body, MAX_SAID_NAME, name) ||
-        body.size() > MAX_SAID_TEXT) {
+    if (!takeBodyHead(body, announcementMark, decoded.place) ||
+        !takeLine(body, maxSaidName, name) || body.size() > maxSaidText)
         return false;
-    }
     decoded.name = name;
     decoded.text = body;
     saying = decoded;

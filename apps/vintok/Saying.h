@@ -25,8 +25,8 @@ struct Saying {
 };
 
 // What a receiver takes; longer fields make a body unreadable.
-inline constexpr std::size_t MAX_SAID_NAME = 256;
-inline constexpr std::size_t MAX_SAID_TEXT = 65536;
+inline constexpr std::size_t maxSaidName = 256;
+inline constexpr std::size_t maxSaidText = 65536;
 
 // A line end in the name becomes a blank, and name and text are cut to what a receiver takes,
 // between characters.

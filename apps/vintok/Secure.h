@@ -46,7 +46,7 @@ Break takeBreak();
 bool makeFolder(const std::string &folder, const std::vector<std::string> &names,
                 std::string &failure);
 
-// ---- The same however the program was built (SecureText.cpp)
+// ---- The same however the program was built (SecureText.cpp) ----
 
 // Protocol and cipher of a connection; empty when it is plain.
 std::string channelOf(int descriptor);

@@ -32,9 +32,8 @@ bool start(const Options &options, std::string &failure) {
     tls.acceptWait = options.accepts ? options.wait.value_or(tls.acceptWait) : tls.acceptWait;
     tls.connectWait = options.accepts ? tls.connectWait : options.wait.value_or(tls.connectWait);
     transport().setConnectsUnnamed(!options.plainFirst);
-    if (transport().open(tls) && vintok::setTransport(&transport())) {
+    if (transport().open(tls) && vintok::setTransport(&transport()))
         return true;
-    }
     failure = withLastFailure("cannot use TLS");
     return false;
 }
@@ -48,9 +47,8 @@ Break takeBreak() {
 
 bool makeFolder(const std::string &folder, const std::vector<std::string> &names,
                 std::string &failure) {
-    if (vintok::createTLSFolder(folder, names)) {
+    if (vintok::createTLSFolder(folder, names))
         return true;
-    }
     failure = withLastFailure("cannot make certificates");
     return false;
 }

@@ -11,9 +11,8 @@ std::string channelOf(int descriptor) {
     std::string text;
     std::size_t bits = 0;
     if (!vintok::descriptorState(descriptor, secure, closed, bound[0], bound[1], bound[2]) ||
-        !secure || !vintok::secureStatus(descriptor, bits, text)) {
+        !secure || !vintok::secureStatus(descriptor, bits, text))
         return "";
-    }
     return text;
 }
 

@@ -12,9 +12,8 @@ bool sendMessage(int descriptor, const vintok::TCPGUID &identifier, const std::s
     message.setMessageMajorVersion(vintok::ConferenceParticipant::majorVersion());
     message.setMessageMinorVersion(vintok::ConferenceParticipant::minorVersion());
     message.setMessageID(identifier);
-    if (!message.allocateMessageBuffer(body.size())) {
+    if (!message.allocateMessageBuffer(body.size()))
         return false;
-    }
     std::copy(body.begin(), body.end(), message.messageBuffer());
     return message.write(-1, nullptr);
 }

@@ -13,8 +13,8 @@ namespace app {
 
 namespace {
 
-constexpr std::size_t BLOCK = 65536;
-constexpr std::size_t DIGEST_LENGTH = 32;
+constexpr std::size_t blockSize = 65536;
+constexpr std::size_t digestLength = 32;
 constexpr char hexDigits[] = "0123456789abcdef";
 
 struct Close {
@@ -46,20 +46,18 @@ Digest makeDigest() {
 bool sumFile(const std::string &path, FileSum &sum) {
     const File file(std::fopen(path.c_str(), "rb"));
     const Digest digest = file ? makeDigest() : nullptr;
-    if (!digest) {
+    if (!digest)
         return false;
-    }
     FileSum read;
-    std::array<unsigned char, BLOCK> block;
+    std::array<unsigned char, blockSize> block;
     while (const std::size_t count = std::fread(block.data(), 1, block.size(), file.get())) {
         gcry_md_write(digest.get(), block.data(), count);
         read.size += count;
     }
-    if (std::ferror(file.get())) {
+    if (std::ferror(file.get()))
         return false;
-    }
     const unsigned char *bytes = gcry_md_read(digest.get(), GCRY_MD_SHA256);
-    for (std::size_t i = 0; i < DIGEST_LENGTH; ++i) {
+    for (std::size_t i = 0; i < digestLength; ++i) {
         read.sha256 += hexDigits[bytes[i] >> 4];
         read.sha256 += hexDigits[bytes[i] & 0xF];
     }
@@ -68,7 +66,7 @@ bool sumFile(const std::string &path, FileSum &sum) {
 }
 
 bool isSha256(std::string_view text) {
-    return text.size() == 2 * DIGEST_LENGTH &&
+    return text.size() == 2 * digestLength &&
            text.find_first_not_of(hexDigits) == std::string_view::npos;
 }
 

@@ -11,8 +11,8 @@ namespace app {
 namespace {
 
 bool hasControls(std::string_view text) {
-    return std::any_of(text.begin(), text.end(),
-                       [](unsigned char c) { return c < ' ' || c == 0x7F; });
+    return std::any_of(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; });
 }
 
 // Whether the text can stand in a line of a request.
@@ -25,14 +25,13 @@ bool areCredentials(std::string_view text) {
     return text.find(':') != std::string_view::npos && !hasControls(text);
 }
 
-constexpr char VARIABLE[] = "VINTOK_PROXY_AUTH";
+constexpr char variableName[] = "VINTOK_PROXY_AUTH";
 
 CLI::Option *addServer(CLI::App &app, const std::string &name, Target &server,
                        unsigned short usualPort, const std::string &help) {
     const auto set = [&server, usualPort](const std::string &text) {
-        if (!parseTarget(text, server)) {
+        if (!parseTarget(text, server))
             throw CLI::ValidationError("'" + text + "' is not HOST or HOST:PORT");
-        }
         server.port = server.port == 0 ? usualPort : server.port;
     };
     return app
@@ -43,21 +42,18 @@ CLI::Option *addServer(CLI::App &app, const std::string &name, Target &server,
 
 // Says nothing of what it was given: that is a secret.
 void setCredentials(TunnelOptions &tunnel, const std::string &text, const std::string &where) {
-    if (!areCredentials(text)) {
+    if (!areCredentials(text))
         throw CLI::ValidationError(where + " is not USER:PASSWORD");
-    }
     tunnel.credentials = text;
 }
 
 void readCredentials(TunnelOptions &tunnel, const std::string &file) {
     std::ifstream input(file);
     std::string line;
-    if (!std::getline(input, line)) {
+    if (!std::getline(input, line))
         throw CLI::ValidationError("cannot read a line of '" + file + "'");
-    }
-    if (!line.empty() && line.back() == '\r') {
+    if (!line.empty() && line.back() == '\r')
         line.pop_back();
-    }
     setCredentials(tunnel, line, "the first line of '" + file + "'");
 }
 
@@ -77,7 +73,7 @@ void addCredentials(CLI::App &app, TunnelOptions &tunnel, CLI::Option *multiplex
            "--auth-file", read,
            std::string(
                "The same, as the first line of a file; without either it is the value of ") +
-               VARIABLE)
+               variableName)
         ->type_name("FILE")
         ->needs(multiplexer)
         ->excludes(given);
@@ -86,7 +82,7 @@ void addCredentials(CLI::App &app, TunnelOptions &tunnel, CLI::Option *multiplex
 void addServers(CLI::App &app, TunnelOptions &tunnel, const std::string &multiplexerHelp,
                 const std::string &proxyHelp) {
     CLI::Option *multiplexer =
-        addServer(app, "--mux", tunnel.multiplexer, MULTIPLEXER_PORT, multiplexerHelp);
+        addServer(app, "--mux", tunnel.multiplexer, multiplexerPort, multiplexerHelp);
     const auto setMeeting = [&tunnel](const std::string &text) {
         if (!isHeaderText(text)) {
             throw CLI::ValidationError("--meeting-id: neither empty, nor with control characters, "
@@ -99,18 +95,17 @@ void addServers(CLI::App &app, TunnelOptions &tunnel, const std::string &multipl
                                              "The meeting, as the multiplexer knows it")
             ->type_name("ID")
             ->needs(multiplexer));
-    addServer(app, "--proxy", tunnel.proxy, PROXY_PORT, proxyHelp)->needs(multiplexer);
+    addServer(app, "--proxy", tunnel.proxy, proxyPort, proxyHelp)->needs(multiplexer);
     addCredentials(app, tunnel, multiplexer);
 }
 
 // Where the command line gives no credentials.
 bool takeVariable(TunnelOptions &tunnel, std::string &text) {
-    const char *variable = std::getenv(VARIABLE);
-    if (!tunnel.credentials.empty() || variable == nullptr || *variable == '\0') {
+    const char *variable = std::getenv(variableName);
+    if (!tunnel.credentials.empty() || variable == nullptr || *variable == '\0')
         return true;
-    }
     if (!areCredentials(variable)) {
-        text = std::string("the value of ") + VARIABLE + " is not USER:PASSWORD";
+        text = std::string("the value of ") + variableName + " is not USER:PASSWORD";
         return false;
     }
     tunnel.credentials = variable;
@@ -134,9 +129,8 @@ void addOfferOptions(CLI::App &app, Options &options) {
 bool finishTunnelOptions(Options &options, std::string &text) {
     TunnelOptions &tunnel = options.tunnel;
     secure::Options &secure = options.secure;
-    if (secure.name.empty()) {
+    if (secure.name.empty())
         secure.name = tunnel.wanted() ? tunnel.multiplexer.host : options.target.host;
-    }
     secure.plainFirst = !tunnel.proxy.host.empty();
     if (!tunnel.wanted()) {
         text = "a target is required: whom to call, or a multiplexer with --mux";
@@ -151,9 +145,8 @@ bool finishTunnelOptions(Options &options, std::string &text) {
 }
 
 bool finishOfferOptions(Options &options, std::string &text) {
-    if (!options.tunnel.wanted()) {
+    if (!options.tunnel.wanted())
         return true;
-    }
     if (options.secure.wanted()) {
         text = "a host that is reached by way of a multiplexer cannot encrypt: leave out --mux or "
                "the options that begin with --tls-";

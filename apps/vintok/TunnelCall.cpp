@@ -29,21 +29,19 @@ namespace app {
 namespace {
 
 // How many redirects and challenges are followed.
-constexpr unsigned int RETRIES = 5;
+constexpr unsigned int usualRetries = 5;
 
 // Behind CONNECT the library writes a port as a number of 16 bits with a sign.
-constexpr unsigned short LAST_PLAIN_PORT = 32767;
+constexpr unsigned short lastPlainPort = 32767;
 
 // The same place under another name: a literal of IPv4 in its IPv6 form (RFC 4291), a literal of
 // IPv6 as it is, for that gets brackets, a name with one letter in the other case.
 std::string inOtherWords(std::string host) {
     vintok::TCPAddress address;
-    if (host.find(':') != std::string::npos) {
+    if (host.find(':') != std::string::npos)
         return host;
-    }
-    if (address.setName(host); address.isIPv4()) {
+    if (address.setName(host); address.isIPv4())
         return "::ffff:" + host;
-    }
     for (char &c : host) {
         const bool small = c >= 'a' && c <= 'z';
         if (small || (c >= 'A' && c <= 'Z')) {
@@ -66,7 +64,7 @@ TunnelCall::TunnelCall(const TunnelOptions &tunnel, const Target &target, bool s
     : m_tunnel(tunnel), m_target(target), m_secure(secure), m_report(report) {
     plan(tunnel.multiplexer);
     m_plan.meetingID = tunnel.meetingID;
-    m_plan.retries = RETRIES;
+    m_plan.retries = usualRetries;
 }
 
 // How to call by way of this multiplexer.
@@ -82,9 +80,8 @@ void TunnelCall::plan(const Target &multiplexer) {
 }
 
 bool TunnelCall::takeNext() {
-    if (!m_next) {
+    if (!m_next)
         return false;
-    }
     m_plan = *m_next;
     m_next.reset();
     m_answers = 0;
@@ -95,19 +92,16 @@ bool TunnelCall::takeNext() {
 std::string TunnelCall::fault() const {
     const std::size_t remote = m_plan.remoteName().size();
     const std::size_t proxy = m_plan.proxy.host.size();
-    if (!vintok::fitsMultiplexerRequest(remote, proxy, m_plan.meetingID.size())) {
+    if (!vintok::fitsMultiplexerRequest(remote, proxy, m_plan.meetingID.size()))
         return "the meeting identifier is too long for a request";
-    }
     // Who is asked for them may be named twice.
     const std::size_t credentials = base64(m_tunnel.credentials).size();
-    if (credentials != 0 &&
-        !vintok::fitsProxyRequest(remote, std::max(remote, proxy), credentials)) {
+    if (credentials != 0 && !vintok::fitsProxyRequest(remote, std::max(remote, proxy), credentials))
         return "the user name and the password are too long for a request";
-    }
     return "";
 }
 
-// ---- Who answers
+// ---- Who answers ----
 
 // The last one of a connection that came so far.
 Target TunnelCall::answerer() const {
@@ -122,12 +116,11 @@ std::string TunnelCall::who() const {
     return "the " + role() + ' ' + answerer().text();
 }
 
-// ---- What was answered
+// ---- What was answered ----
 
 void TunnelCall::answered(unsigned int status, const std::string &reply) {
-    if (m_anyAnswer && !vintok::isHTTPSuccess(m_status)) {
+    if (m_anyAnswer && !vintok::isHTTPSuccess(m_status))
         return; // the library tells a server's failure twice
-    }
     ++m_answers;
     m_anyAnswer = true;
     m_status = static_cast<int>(status);
@@ -135,9 +128,8 @@ void TunnelCall::answered(unsigned int status, const std::string &reply) {
     m_silent = reply.empty();
     m_paused = status == 0 && vintok::lastError() == vintok::TCP_ERROR_WOULD_BLOCK;
     m_opened = vintok::isHTTPSuccess(m_status) && (m_answers == 2 || !asksTwice());
-    if (status == 0) {
+    if (status == 0)
         return;
-    }
     Notice notice;
     notice.event = "reply";
     notice.sentence = "The " + who().substr(4) + " answers " + m_reply.text() + '.';
@@ -151,9 +143,8 @@ void TunnelCall::answered(unsigned int status, const std::string &reply) {
 
 void TunnelCall::challenged(unsigned int retries) {
     if (m_answers != 1 || !m_plan.authentication.empty() || m_tunnel.credentials.empty() ||
-        !m_reply.takesBasic) {
+        !m_reply.takesBasic)
         return; // `failure` says why
-    }
     const std::string user = m_tunnel.credentials.substr(0, m_tunnel.credentials.find(':'));
     Notice notice;
     notice.event = "challenge";
@@ -184,24 +175,21 @@ void TunnelCall::redirected(const std::string &name, unsigned short port, unsign
     const CallPlan before = m_plan;
     plan(to);
     m_plan.retries = retries;
-    if (!hasProxy()) {
+    if (!hasProxy())
         m_plan.authentication.clear();
-    }
     m_next = m_plan;
     m_plan = before;
 }
 
-// ---- Why nothing came of it
+// ---- Why nothing came of it ----
 
 std::string TunnelCall::challengeFailure() const {
     const std::string asks = who() + " asks for a user name and a password";
     const bool answered = !m_plan.authentication.empty() && m_answers == 1;
-    if (const std::string fault = m_reply.challengeFault(answered); !fault.empty()) {
+    if (const std::string fault = m_reply.challengeFault(answered); !fault.empty())
         return who() + fault;
-    }
-    if (m_answers != 1) {
+    if (m_answers != 1)
         return asks + ", which cannot be brought to it through a proxy";
-    }
     return asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH";
 }
 
@@ -210,28 +198,25 @@ std::string TunnelCall::secureServer() const {
 }
 
 std::string TunnelCall::failure() const {
-    if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty()) {
+    if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty())
         return who() + " goes on without TLS, which is required";
-    }
-    if (!m_anyAnswer || vintok::isHTTPSuccess(m_status)) {
+    if (!m_anyAnswer || vintok::isHTTPSuccess(m_status))
         return "";
-    }
     if (m_status == 0) {
         return who() + (m_paused
                             ? " has sent a part of its answer only, and the rest is not waited for"
                         : m_silent ? " has closed the connection without a whole answer"
                                    : " answers in something that is not HTTP");
     }
-    if (m_reply.isChallenge()) {
+    if (m_reply.isChallenge())
         return challengeFailure();
-    }
     if (m_status == 302) {
         return who() + (vintok::HTTPAddress().setURL(m_reply.location)
                             ? " sends the call on once too often"
                             : " sends the call on and does not say where");
     }
     std::string refusal = who() + " refuses the call: " + m_reply.text();
-    if (hasProxy() && m_answers == 1 && m_plan.remote.port > LAST_PLAIN_PORT) {
+    if (hasProxy() && m_answers == 1 && m_plan.remote.port > lastPlainPort) {
         refusal +=
             "; a port above 32767 is written in the request as a negative number, which many "
             "proxies do not understand";

@@ -92,9 +92,8 @@ private:
 void Offerer::run() {
     while (m_offer->passages.awaitRoom()) {
         const Then then = offer();
-        if (then == Then::never || (then == Then::later && !pause())) {
+        if (then == Then::never || (then == Then::later && !pause()))
             return;
-        }
     }
 }
 
@@ -105,31 +104,26 @@ bool Offerer::pause() {
 
 Then Offerer::offer() {
     const auto passage = std::make_shared<Passage>();
-    if (!passage->open()) {
+    if (!passage->open())
         return fails(withLastFailure("cannot make sockets on the loopback address"), Then::later);
-    }
-    if (!connect(*passage)) {
+    if (!connect(*passage))
         return Then::later;
-    }
     bool granted = true;
     if (!m_tunnel.proxy.host.empty()) {
         const std::string jump = "CONNECT " + m_multiplexer.text() + " HTTP/1.0\r\n" +
                                  credentials(Server::proxy) + "\r\n";
         const Then then = ask(passage, Server::proxy, jump, granted);
-        if (!granted) {
+        if (!granted)
             return then;
-        }
     }
     const Clock::time_point begin = Clock::now();
     const Then then = ask(passage, Server::multiplexer, request(), granted);
-    if (granted) {
+    if (granted)
         return take(passage);
-    }
     // A server that ends every offer at once is not asked without a pause.
     const bool stood = Clock::now() - begin >= shortestDelay;
-    if (then == Then::atOnce && stood) {
+    if (then == Then::atOnce && stood)
         m_delay = shortestDelay;
-    }
     return then == Then::atOnce && !stood ? Then::later : then;
 }
 
@@ -154,22 +148,17 @@ Then Offerer::ask(const std::shared_ptr<Passage> &passage, Server server,
                   const std::string &request, bool &granted) {
     granted = false;
     const bool last = server == Server::multiplexer;
-    if (!m_offer->passages.await(passage, last ? offerTime : proxyTime)) {
+    if (!m_offer->passages.await(passage, last ? offerTime : proxyTime))
         return Then::never;
-    }
-    if (!passage->write(request)) {
+    if (!passage->write(request))
         return fails(who(server) + " has closed the connection", Then::later);
-    }
-    if (last) {
+    if (last)
         m_offer->report.asked(m_multiplexer.text(), m_tunnel.meetingID, m_refused);
-    }
     const std::string text = passage->readReply();
-    if (last) {
+    if (last)
         m_offer->report.answered();
-    }
-    if (passage->isWoken()) {
+    if (passage->isWoken())
         return last ? Then::atOnce : fails(who(server) + " does not answer", Then::later);
-    }
     granted = vintok::isHTTPSuccess(readServerReply(text).status);
     return granted ? Then::atOnce : judge(server, text);
 }
@@ -182,12 +171,10 @@ Then Offerer::judge(Server server, const std::string &text) {
                                                  : " answers in something that is not HTTP"),
                      Then::later);
     }
-    if (reply.isChallenge()) {
+    if (reply.isChallenge())
         return challenged(server, reply);
-    }
-    if (reply.status == 302 && server == Server::multiplexer) {
+    if (reply.status == 302 && server == Server::multiplexer)
         return redirected(reply);
-    }
     if (reply.status == 504 && server == Server::multiplexer) {
         m_redirects = 0;
         m_refused = false;
@@ -199,16 +186,14 @@ Then Offerer::judge(Server server, const std::string &text) {
 
 Then Offerer::challenged(Server server, const ServerReply &reply) {
     const std::string asks = who(server) + " asks for a user name and a password";
-    if (const std::string fault = reply.challengeFault(m_asked == server); !fault.empty()) {
+    if (const std::string fault = reply.challengeFault(m_asked == server); !fault.empty())
         return fails(who(server) + fault, Then::never);
-    }
     if (m_tunnel.credentials.empty()) {
         return fails(asks + ": give them with --auth-file, --auth or VINTOK_PROXY_AUTH",
                      Then::never);
     }
-    if (m_asked != Server::none) {
+    if (m_asked != Server::none)
         return fails(asks + ", and so does the other server on the way", Then::never);
-    }
     m_asked = server;
     return Then::differently;
 }
@@ -220,14 +205,12 @@ Then Offerer::redirected(const ServerReply &reply) {
         return fails(who(Server::multiplexer) + " sends the offer on and does not say where",
                      Then::never);
     }
-    if (++m_redirects > mostRedirects) {
+    if (++m_redirects > mostRedirects)
         return fails(who(Server::multiplexer) + " sends the offer on once too often", Then::never);
-    }
     m_multiplexer = Target{name, to.hostByteOrderPort()};
     m_offer->report.moved();
-    if (m_asked == Server::multiplexer) {
+    if (m_asked == Server::multiplexer)
         m_asked = Server::none; // a redirect takes no credentials to another server
-    }
     return Then::differently;
 }
 
@@ -237,24 +220,20 @@ Then Offerer::take(const std::shared_ptr<Passage> &passage) {
     m_redirects = 0;
     m_refused = false;
     passage->local = vintok::connectLocal(m_port);
-    if (passage->local == -1) {
+    if (passage->local == -1)
         return fails(withLastFailure("cannot reach the own port"), Then::later);
-    }
-    if (!passage->write(vintok::http_pLorMUX_Ready)) {
+    if (!passage->write(vintok::http_pLorMUX_Ready))
         return Then::atOnce; // the caller has gone
-    }
-    if (!m_offer->passages.take(passage)) {
+    if (!m_offer->passages.take(passage))
         return Then::never;
-    }
     return Passage::start(passage, [offer = m_offer] { offer->passages.left(); })
                ? Then::atOnce
                : fails("cannot start a thread", Then::later);
 }
 
 std::string Offerer::credentials(Server server) const {
-    if (m_asked != server) {
+    if (m_asked != server)
         return "";
-    }
     return (server == Server::proxy ? "Proxy-Authorization: Basic " : "Authorization: Basic ") +
            base64(m_tunnel.credentials) + "\r\n";
 }

@@ -22,7 +22,7 @@ namespace app {
 // The connections: the one that waits for an answer, and those of the guests who have come.
 class OfferPassages {
 public:
-    // ---- On the thread that offers. All are false once the offer ends.
+    // ---- On the thread that offers. All are false once the offer ends. ----
 
     // Waits while there are as many guests as there may be.
     bool awaitRoom();
@@ -35,7 +35,7 @@ public:
     // On a guest's thread, which has let go of its passage.
     void left();
 
-    // ---- On the thread of the host
+    // ---- On the thread of the host ----
 
     void tick();
     // Lets the guests hear what has been said to them, for a few seconds at most.
@@ -58,7 +58,7 @@ private:
 // What there is to tell, until the thread of the host tells it.
 class OfferReport {
 public:
-    // ---- On the thread that offers
+    // ---- On the thread that offers ----
 
     // This multiplexer has been asked, which is not told for each offer. `refused`: it has refused
     // the last one, and may refuse this one at once.
@@ -70,7 +70,7 @@ public:
     // Told once for all failures in a row, and where it is the last one.
     void failed(const std::string &reason, bool again);
 
-    // ---- On the thread of the host, once a second and as often as it likes
+    // ---- On the thread of the host, once a second and as often as it likes ----
 
     void tick();
     void tell(Report &report);

@@ -17,8 +17,8 @@
 
 namespace {
 
-constexpr int FAILED = 1;
-constexpr int WRONG_USAGE = 2;
+constexpr int failedRun = 1;
+constexpr int wrongUsage = 2;
 
 bool variableSet(const char *name) {
     const char *value = std::getenv(name);
@@ -65,7 +65,7 @@ int makeCertificates(const app::Options &options, app::Report &report) {
     std::string failure;
     if (!app::secure::makeFolder(folder, options.tlsNames, failure)) {
         report.failed(failure);
-        return FAILED;
+        return failedRun;
     }
     app::Notice notice{"certificates",
                        "Made in " + folder +
@@ -82,27 +82,24 @@ int runLibrary(const app::Options &options) {
     app::Report report(options.json ? app::Report::Form::json : app::Report::Form::text,
                        wanted(options.colour, onTerminal() && !variableSet("NO_COLOR")),
                        !options.json && wanted(options.progress, onTerminal()));
-    if (options.role == app::Role::decode) { // needs no network
+    if (options.role == app::Role::decode) // needs no network
         return app::runDecode(options, report);
-    }
-    if (options.role == app::Role::tlsInit) {
+    if (options.role == app::Role::tlsInit)
         return makeCertificates(options, report);
-    }
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     if (!vintok::setLogLevel(options.logLevel.value_or(vintok::logLevel()))) {
         report.failed("the network cannot be used");
-        return FAILED;
+        return failedRun;
     }
-    if (!options.logFile.empty()) {
+    if (!options.logFile.empty())
         vintok::setLogFileName(options.logFile);
-    }
     static app::PlainTransport plainTransport;
     std::string failure;
     if (options.secure.wanted()) {
         if (!app::secure::start(options.secure, failure)) {
             report.failed(failure);
-            return FAILED;
+            return failedRun;
         }
     } else if (options.tunnel.wanted() && options.role != app::Role::host) {
         vintok::setTransport(&plainTransport);
@@ -120,7 +117,7 @@ int main(int count, char **arguments) {
     switch (app::parseOptions(count, arguments, options, text)) {
     case app::ParseResult::wrong:
         app::complain(text + " (see vintok --help)");
-        code = WRONG_USAGE;
+        code = wrongUsage;
         break;
     case app::ParseResult::done:
         std::fputs((text + '\n').c_str(), stdout);
@@ -131,7 +128,7 @@ int main(int count, char **arguments) {
     }
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         app::complain("cannot write to the standard output");
-        code = code == 0 ? FAILED : code;
+        code = code == 0 ? failedRun : code;
     }
     std::fflush(stderr);
     // The thread that waits for the standard input is still there and holds its lock.

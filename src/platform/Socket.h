@@ -15,7 +15,7 @@ namespace vintok::platform {
 enum Family : int { FAMILY_LOCAL = 1, FAMILY_IPV4 = 2, FAMILY_IPV6 = 23 };
 
 // The longest path of a local socket, its zero byte not counted.
-inline constexpr std::size_t MAX_LOCAL_PATH = 107;
+inline constexpr std::size_t maxLocalPath = 107;
 
 // An endpoint as bind, connect and accept take it. What the family does not use is ignored.
 struct Endpoint {
@@ -50,7 +50,7 @@ bool shutdownBoth(int descriptor);
 // Ends our side of the stream; the peer's side stays open.
 bool shutdownSending(int descriptor);
 
-// A local path that is empty or above `MAX_LOCAL_PATH` is refused with 10014.
+// A local path that is empty or above `maxLocalPath` is refused with 10014.
 bool bindSocket(int descriptor, const Endpoint &endpoint);
 bool listenSocket(int descriptor, int backlog);
 bool connectSocket(int descriptor, const Endpoint &endpoint);

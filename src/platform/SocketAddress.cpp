@@ -6,7 +6,7 @@ namespace vintok::platform {
 
 namespace {
 
-constexpr int ERROR_BAD_ADDRESS = 10014;
+constexpr int errorBadAddress = 10014;
 
 in6_addr ipv6Of(const Endpoint &endpoint) {
     in6_addr address;
@@ -30,12 +30,12 @@ int systemFamily(Family family) {
 }
 
 bool toSystem(const Endpoint &endpoint, SocketAddress &address) {
-    static_assert(sizeof address.local.sun_path == MAX_LOCAL_PATH + 1);
+    static_assert(sizeof address.local.sun_path == maxLocalPath + 1);
     std::memset(&address.local, 0, sizeof address.local);
     switch (endpoint.family) {
     case FAMILY_LOCAL:
-        if (endpoint.path.empty() || endpoint.path.size() > MAX_LOCAL_PATH) {
-            setSocketError(ERROR_BAD_ADDRESS);
+        if (endpoint.path.empty() || endpoint.path.size() > maxLocalPath) {
+            setSocketError(errorBadAddress);
             return false;
         }
         address.local.sun_family = AF_UNIX;

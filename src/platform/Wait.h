@@ -45,9 +45,9 @@ private:
 
 // What ends a wait besides a descriptor.
 struct WaitLimit {
-    static constexpr std::int32_t FOREVER = -1;
+    static constexpr std::int32_t forever = -1;
 
-    std::int32_t milliseconds = FOREVER;
+    std::int32_t milliseconds = forever;
     // If not null: a wait is not begun while this is false. On systems with signals no handler gets
     // in between that look and the wait, so that one which clears it always ends the wait too.
     const std::atomic<bool> *running = nullptr;
@@ -67,7 +67,7 @@ inline int waitReadable(DescriptorSet &set, const WaitLimit &limit) {
 
 // For ever or, with `immediate`, not at all.
 inline int waitReadable(DescriptorSet &set, bool immediate) {
-    return waitReadable(set, WaitLimit{immediate ? 0 : WaitLimit::FOREVER, nullptr});
+    return waitReadable(set, WaitLimit{immediate ? 0 : WaitLimit::forever, nullptr});
 }
 
 // Waits for one descriptor alone. True when it can go on: when it can be read, or written, without

@@ -131,7 +131,7 @@ int Channel::hold(const char *buffer, int length) {
     return length;
 }
 
-// --- The handshake -------------------------------------------------------------------
+// ---- The handshake ----
 
 void Channel::begin(Connection connection) {
     const std::lock_guard guard(m_lock);
@@ -192,7 +192,7 @@ Channel::Progress Channel::explain(int result) {
     return Progress::ended;
 }
 
-// --- Reading -------------------------------------------------------------------------
+// ---- Reading ----
 
 std::size_t Channel::take(unsigned char *buffer, std::size_t length) {
     const std::size_t count = std::min(length, ready());
@@ -305,7 +305,7 @@ private:
     std::unique_lock<std::mutex> m_lock;
 };
 
-// --- Writing -------------------------------------------------------------------------
+// ---- Writing ----
 
 bool Channel::encrypt(const unsigned char *buffer, std::size_t length) {
     const std::lock_guard guard(m_lock);
@@ -405,7 +405,7 @@ void Channel::close() {
     flush(false);
 }
 
-// --- Questions -----------------------------------------------------------------------
+// ---- Questions ----
 
 Failure Channel::failure() const {
     const std::lock_guard guard(m_lock);
@@ -440,7 +440,7 @@ void Channel::describePeer(TCPCertInfo &info) const {
     const std::lock_guard guard(m_lock);
     const Certificate shown(m_connection != nullptr ? SSL_get1_peer_certificate(m_connection.get())
                                                     : nullptr);
-    info.m_status = TLS_NO_CERTIFICATE;
+    info.m_status = tlsNoCertificate;
     if (shown == nullptr)
         return;
     info.m_status = static_cast<std::uint32_t>(SSL_get_verify_result(m_connection.get()));

@@ -153,7 +153,7 @@ tls::State::ChannelPtr tls::State::findUp(int fd, const char *operation) const {
     return nullptr;
 }
 
-// --- How a handshake does not come about -----------------------------------------------
+// ---- How a handshake does not come about ----
 
 // Nothing was sent or taken: the connection can go on plain.
 bool tls::State::left(int fd, const char *operation, const Failure &failure) {
@@ -220,7 +220,7 @@ std::int64_t tls::State::lost(int fd, Channel &channel, const char *operation) {
     return -1;
 }
 
-// --- Life ------------------------------------------------------------------------------
+// ---- Life ----
 
 TLSTransport::TLSTransport() : m_state(std::make_unique<tls::State>()) {}
 
@@ -284,7 +284,7 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
     return true;
 }
 
-// --- Handshakes ------------------------------------------------------------------------
+// ---- Handshakes ----
 
 bool TLSTransport::secureAccept(int fd) {
     constexpr const char *operation = "secureAccept";
@@ -338,7 +338,7 @@ bool TLSTransport::secureConnect(int fd, const char *peerName) {
                           peerName != nullptr ? peerName : settings->options.expectedName);
 }
 
-// --- Bytes -----------------------------------------------------------------------------
+// ---- Bytes ----
 
 bool TLSTransport::secureBytesPending(int fd, std::size_t *pending, bool socketHasData) {
     const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureBytesPending");
@@ -397,7 +397,7 @@ std::int64_t TLSTransport::sendLast(int fd, const unsigned char *buffer, std::si
     return m_state->send(fd, "sendLast", buffer, length, true);
 }
 
-// --- Questions -------------------------------------------------------------------------
+// ---- Questions ----
 
 bool TLSTransport::secureStatus(int fd, std::size_t &value, std::string &text) {
     const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureStatus");

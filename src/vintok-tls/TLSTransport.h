@@ -98,11 +98,11 @@ struct TLSOptions {
 //   On a descriptor that is secure already they are true at once.
 // - `secureRecv` blocks for the first byte and gives what there is, `secureSend` until all is sent.
 // - `secureStatus`: the strength of the cipher in bits, and "TLSv1.3 TLS_AES_256_GCM_SHA384".
-// - `certificateInfo`: `m_status` is 0 for a certificate that was checked, TLS_NO_CERTIFICATE when
+// - `certificateInfo`: `m_status` is 0 for a certificate that was checked, tlsNoCertificate when
 //   the peer showed none, else OpenSSL's number of what is wrong with it. The texts: subject,
 //   issuer, end of validity ("2030-01-31T12:00:00Z"), SHA-256 fingerprint ("AB:CD:...").
 // Each failure sets the thread's error: the operation, and on a line below it OpenSSL's own words.
-inline constexpr std::uint32_t TLS_NO_CERTIFICATE = 0xFFFFFFFF;
+inline constexpr std::uint32_t tlsNoCertificate = 0xFFFFFFFF;
 
 class VINTOK_TLS_API TLSTransport final : public TCPTransport {
 public:

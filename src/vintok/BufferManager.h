@@ -32,7 +32,7 @@ public:
     BufferManager(const BufferManager &other);
     virtual ~BufferManager();
 
-    // ---- Position ------------------------------------------------------------------------------
+    // ---- Position ----
 
     // The start of the range, wherever the cursor is.
     unsigned char *buffer() const;

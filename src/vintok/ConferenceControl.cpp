@@ -56,11 +56,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t LONGEST_PATH = 4096; // its zero byte counted
-constexpr std::uint32_t SETTLE_AT_START_MS = 2000;
-constexpr std::uint32_t SETTLE_AT_END_MS = 10000;
-constexpr std::uint32_t END_MS = 10000; // from the kill to the end
-constexpr std::int32_t CONNECT_STEP_MS = 20;
+constexpr std::size_t longestPath = 4096; // its zero byte counted
+constexpr std::uint32_t settleAtStartMs = 2000;
+constexpr std::uint32_t settleAtEndMs = 10000;
+constexpr std::uint32_t endMs = 10000; // from the kill to the end
+constexpr std::int32_t connectStepMs = 20;
 
 // By error; the file and the line of the failure follow as arguments.
 constexpr const char *errorTexts[] = {
@@ -108,10 +108,9 @@ std::string findProgram(ConferenceError &error) {
     if (!root.empty())
         candidates.push_back(
             below(root, {"wntx64", "lib", "bin_x64", "release", "ConferenceControl"}));
-    for (const std::string &path : candidates) {
-        if (path.size() < LONGEST_PATH && platform::isReadableFile(path))
+    for (const std::string &path : candidates)
+        if (path.size() < longestPath && platform::isReadableFile(path))
             return path;
-    }
     error = install.empty() ? CONFERENCE_NOT_INSTALLED : CONFERENCE_NO_ACCESS;
     return std::string();
 }
@@ -124,10 +123,9 @@ std::vector<std::string> optionWords(const ConferenceProcessOptions &options) {
         {&Options::sslFIPS, a_sslFIPS}, {&Options::hideIP, a_hideIP},
     };
     std::vector<std::string> words;
-    for (const auto &[member, word] : rows) {
+    for (const auto &[member, word] : rows)
         if (options.*member)
             words.emplace_back(word);
-    }
     return words;
 }
 
@@ -273,7 +271,7 @@ bool ConferenceProcess::_launch(const std::string &program, const std::string &s
         return false;
     }
     _processInfo = std::move(process);
-    platform::settleProcess(*_processInfo, SETTLE_AT_START_MS);
+    platform::settleProcess(*_processInfo, settleAtStartMs);
     _launched = true;
     return true;
 }
@@ -281,7 +279,7 @@ bool ConferenceProcess::_launch(const std::string &program, const std::string &s
 bool ConferenceProcess::_awaitConnection() {
     using platform::Await;
     const auto deadline = Clock::now() + std::chrono::milliseconds(_connectTimeout);
-    while (!platform::awaitSocket(_socket, Await::readable, CONNECT_STEP_MS)) {
+    while (!platform::awaitSocket(_socket, Await::readable, connectStepMs)) {
         // It may have connected just before its end, and left its last words.
         if (platform::waitProcess(*_processInfo, 0))
             return platform::awaitSocket(_socket, Await::readable, 0);
@@ -294,12 +292,12 @@ bool ConferenceProcess::_awaitConnection() {
 void ConferenceProcess::_endProcess(bool tell) {
     if (_processInfo == nullptr)
         return;
-    platform::settleProcess(*_processInfo, SETTLE_AT_END_MS);
+    platform::settleProcess(*_processInfo, settleAtEndMs);
     // One that has closed its end of the socket is on its way out and is let go.
     const bool leaves = _launched && _socket >= 1 && platform::endArrived(_socket);
-    if (!platform::waitProcess(*_processInfo, leaves ? SETTLE_AT_END_MS : 0)) {
+    if (!platform::waitProcess(*_processInfo, leaves ? settleAtEndMs : 0)) {
         const bool ended = platform::terminateProcess(*_processInfo) &&
-                           platform::waitProcess(*_processInfo, END_MS);
+                           platform::waitProcess(*_processInfo, endMs);
         if (tell && !ended)
             _fail(CONFERENCE_SHUTDOWN_ERROR, SourcePlace::caller());
         else if (tell && _callback != nullptr)

@@ -39,7 +39,7 @@ ConferenceParticipant::AlarmCallback ConferenceParticipant::_alarmCB = nullptr;
 
 namespace {
 
-constexpr std::size_t PORT_SEARCH = 255;
+constexpr std::size_t portSearch = 255;
 
 // Turns a debug switch on when the environment says exactly "True", and the log up to `level`
 // unless it lets `severity` through already.
@@ -85,7 +85,7 @@ ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port
     sf_readDebugSwitches();
     sf_getDefaultPort();
     sf_getBindAnonymous();
-    if (!_listen(localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : PORT_SEARCH)) {
+    if (!_listen(localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : portSearch)) {
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
         return;
     }
@@ -219,15 +219,14 @@ void ConferenceParticipant::sf_connectCB(int socket, void *data, bool) {
 
 void ConferenceParticipant::sf_dataCB(int descriptor, void *data, bool closed) {
     auto *participant = static_cast<ConferenceParticipant *>(data);
-    if (participant == nullptr) {
+    if (participant == nullptr)
         VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no conference instance data");
-    } else if (participant->_attendees.empty()) {
+    else if (participant->_attendees.empty())
         VINTOK_LOG(SEVERITY_ERROR, "sf_dataCB no attendees");
-    } else if (participant->_getPeer(descriptor) == nullptr) {
+    else if (participant->_getPeer(descriptor) == nullptr)
         VINTOK_LOG(SEVERITY_ERROR, "Data Pending on non peer descriptor");
-    } else {
+    else
         participant->mf_dataPending(descriptor, closed);
-    }
 }
 
 void ConferenceParticipant::mf_connectPending(int socket) {

@@ -20,7 +20,7 @@ namespace vintok {
 
 namespace {
 
-constexpr unsigned short HTTP_PORT = 80;
+constexpr unsigned short httpPort = 80;
 
 } // namespace
 
@@ -62,7 +62,7 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
     try {
         auto call = std::make_unique<TempRosterEntry>(remoteName, proxyName);
         call->setHostByteOrderPort(port != 0 ? port : sf_getDefaultPort());
-        call->setProxyHostByteOrderPort(proxyPort != 0 ? proxyPort : HTTP_PORT);
+        call->setProxyHostByteOrderPort(proxyPort != 0 ? proxyPort : httpPort);
         call->setMeetingID(meetingID);
         call->setAuthentication(authentication);
         call->m_authenticationRetries = retries;

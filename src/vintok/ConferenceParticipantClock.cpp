@@ -11,7 +11,7 @@ namespace vintok {
 namespace {
 
 // Deliberately not that of every other message: replies of the clock have always said 4.4.
-constexpr unsigned short REPLY_MINOR_VERSION = 4;
+constexpr unsigned short replyMinorVersion = 4;
 
 } // namespace
 
@@ -22,7 +22,7 @@ void ConferenceParticipant::_handleEchoRequest(ConferenceRosterEntry *peer, unsi
     std::uint64_t sendTime = 0;
     if (!decodeEchoRequest(body, length, sendTime, true))
         return;
-    if (!sendEchoReply(peer->descriptor(), sendTime, s_majorVersion, REPLY_MINOR_VERSION, true))
+    if (!sendEchoReply(peer->descriptor(), sendTime, s_majorVersion, replyMinorVersion, true))
         return;
     _tellSynchTime(0, 0); // this clock has not moved, but an exchange took place
 }

@@ -28,22 +28,26 @@ bool ConferenceParticipant::_hostsNobody() const {
 // Whether others than `peer` are about to join: they are called, wait for an answer, or were told
 // to come.
 bool ConferenceParticipant::_hasOthers(const ConferenceRosterEntry *peer) const {
-    return std::any_of(_attendees.begin(), _attendees.end(), [&](const auto *entry) {
-        return entry != nullptr && entry->descriptor() != -1 && !entry->doBroadcast() &&
-               (peer == nullptr || !(*entry == *peer)) &&
-               (_getPending(entry->descriptor()) != nullptr || entry->isHost() ||
-                entry->isJoinPending());
-    });
+    return std::any_of(
+        _attendees.begin(), _attendees.end(),
+        [&](const auto *entry) {
+            return entry != nullptr && entry->descriptor() != -1 && !entry->doBroadcast() &&
+                   (peer == nullptr || !(*entry == *peer)) &&
+                   (_getPending(entry->descriptor()) != nullptr || entry->isHost() ||
+                    entry->isJoinPending());
+        });
 }
 
 // Whether this party has stepped aside for a host that it calls, and waits for the answer: that
 // host or the one that asks now has been told that this party hosts.
 bool ConferenceParticipant::_joinsAnother(const ConferenceRosterEntry *peer) const {
-    return std::any_of(_attendees.begin(), _attendees.end(), [&](const auto *entry) {
-        return entry != nullptr && entry->isHost() && !entry->doBroadcast() &&
-               (entry->m_toldHost || peer->m_toldHost) &&
-               _getPending(entry->descriptor()) != nullptr;
-    });
+    return std::any_of(
+        _attendees.begin(), _attendees.end(),
+        [&](const auto *entry) {
+            return entry != nullptr && entry->isHost() && !entry->doBroadcast() &&
+                   (entry->m_toldHost || peer->m_toldHost) &&
+                   _getPending(entry->descriptor()) != nullptr;
+        });
 }
 
 // This party hosts no longer, and joins `peer`, if anybody. Its other calls are over: whoever

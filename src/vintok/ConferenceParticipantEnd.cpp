@@ -34,7 +34,7 @@ namespace vintok {
 
 namespace {
 
-constexpr int DEEPEST_SWEEP = 32; // each of them sweeps again for what it finds
+constexpr int deepestSweep = 32; // each of them sweeps again for what it finds
 
 } // namespace
 
@@ -160,7 +160,7 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
 
 void ConferenceParticipant::_bringOutYerDead() {
     VINTOK_LOG(SEVERITY_TRACE, "_bringOutYerDead");
-    if (_attendees.empty() || _workings->sweeps == DEEPEST_SWEEP)
+    if (_attendees.empty() || _workings->sweeps == deepestSweep)
         return;
     const Nested nested(_workings->sweeps);
     _handleHangup(_findDead());

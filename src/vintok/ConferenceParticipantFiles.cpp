@@ -30,11 +30,11 @@ namespace vintok {
 
 namespace {
 
-constexpr const char *ROOT_VARIABLE = "QOR_COLLAB_ROOT_LOCAL";
-constexpr const char *LINKS_VARIABLE = "QOR_COLLAB_ROOT_LINKS";
-constexpr std::size_t ROUND = 240 * ConferenceParticipant::_fileTransferChunkSize;
-constexpr std::size_t STREAM_BUFFER = 64 * 1024; // of the file that is received
-constexpr std::size_t PATH_CAPACITY = 1024;      // of `_fileTransferPath`, its zero byte included
+constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
+constexpr const char *linksVariable = "QOR_COLLAB_ROOT_LINKS";
+constexpr std::size_t roundSize = 240 * ConferenceParticipant::_fileTransferChunkSize;
+constexpr std::size_t streamBuffer = 64 * 1024; // of the file that is received
+constexpr std::size_t pathCapacity = 1024;      // of `_fileTransferPath`, its zero byte included
 
 struct CloseFile {
     void operator()(std::FILE *stream) const { std::fclose(stream); }
@@ -84,7 +84,7 @@ bool staysBelow(const std::string &root, const std::string &path, bool usesLinks
 }
 
 bool usesLinks() {
-    const char *value = std::getenv(LINKS_VARIABLE);
+    const char *value = std::getenv(linksVariable);
     return value != nullptr && std::strcmp(value, "True") == 0;
 }
 
@@ -184,13 +184,13 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
 }
 
 bool ConferenceParticipant::setFileRoot(const std::string &folder) {
-    return folder.empty() ? platform::unsetEnvironment(ROOT_VARIABLE)
-                          : platform::setEnvironment(ROOT_VARIABLE, folder);
+    return folder.empty() ? platform::unsetEnvironment(rootVariable)
+                          : platform::setEnvironment(rootVariable, folder);
 }
 
 bool ConferenceParticipant::setFileLinks(bool used) {
-    return used ? platform::setEnvironment(LINKS_VARIABLE, "True")
-                : platform::unsetEnvironment(LINKS_VARIABLE);
+    return used ? platform::setEnvironment(linksVariable, "True")
+                : platform::unsetEnvironment(linksVariable);
 }
 
 void ConferenceParticipant::_tellFileProgress(const TCPAddress &origin, std::uint64_t done,
@@ -227,7 +227,7 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
     for (std::size_t done = 0; done < length && !_attendees.empty();) {
-        const std::size_t end = std::min(length, done + ROUND);
+        const std::size_t end = std::min(length, done + roundSize);
         const bool filled = fillRound(round, message, bytes + done, end - done);
         send(filled, round);
         while (done < end && !_attendees.empty()) {
@@ -268,9 +268,9 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
 
 // Leaves the stream null for a file that is not to be stored or cannot be.
 void ConferenceParticipant::_openFile(const std::string &relativePath) {
-    const char *root = std::getenv(ROOT_VARIABLE);
+    const char *root = std::getenv(rootVariable);
     if (root == nullptr || *root == '\0' ||
-        std::strlen(root) + relativePath.size() + 1 >= PATH_CAPACITY) {
+        std::strlen(root) + relativePath.size() + 1 >= pathCapacity) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
         return;
     }
@@ -294,9 +294,9 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
 // A chunk is small, and a write of the system's for each would cost more than all the rest. Without
 // memory the stream keeps its own buffer.
 void ConferenceParticipant::_bufferFile() {
-    _workings->fileBuffer.reset(new (std::nothrow) char[STREAM_BUFFER]);
+    _workings->fileBuffer.reset(new (std::nothrow) char[streamBuffer]);
     if (_workings->fileBuffer != nullptr)
-        std::setvbuf(_fileTransferStream, _workings->fileBuffer.get(), _IOFBF, STREAM_BUFFER);
+        std::setvbuf(_fileTransferStream, _workings->fileBuffer.get(), _IOFBF, streamBuffer);
 }
 
 // Gives the path this system's separators and makes the folders on its way. Whether they could be

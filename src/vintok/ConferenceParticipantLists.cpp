@@ -89,9 +89,9 @@ bool ConferenceParticipant::_isListed(const TempRosterEntry *entry) const {
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getPeer(const TCPAddress &address) const {
-    return firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
-        return entry == address && !entry.isProxy();
-    });
+    return firstOf(
+        _attendees,
+        [&](const ConferenceRosterEntry &entry) { return entry == address && !entry.isProxy(); });
 }
 
 // Who waits for an answer; of two connections to one party the one that asks.
@@ -103,13 +103,14 @@ ConferenceRosterEntry *ConferenceParticipant::_getCaller(const TCPAddress &addre
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getPeer(int descriptor) const {
-    return firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
-        return entry.descriptor() == descriptor;
-    });
+    return firstOf(
+        _attendees,
+        [&](const ConferenceRosterEntry &entry) { return entry.descriptor() == descriptor; });
 }
 
 TempRosterEntry *ConferenceParticipant::_getPending(const TCPAddress &address) const {
-    return firstOf(_pending, [&](const TempRosterEntry &entry) { return entry == address; });
+    return firstOf(
+        _pending, [&](const TempRosterEntry &entry) { return entry == address; });
 }
 
 TempRosterEntry *ConferenceParticipant::_getPending(int descriptor) const {
@@ -121,24 +122,27 @@ TempRosterEntry *ConferenceParticipant::_getPending(int descriptor) const {
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getHost() const {
-    return firstOf(_attendees, [](const ConferenceRosterEntry &entry) {
-        return entry.doBroadcast() && entry.isHost();
-    });
+    return firstOf(
+        _attendees,
+        [](const ConferenceRosterEntry &entry) { return entry.doBroadcast() && entry.isHost(); });
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getLeader() const {
-    return firstOf(_attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeader(); });
+    return firstOf(
+        _attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeader(); });
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getPendingLeader() const {
-    return firstOf(_attendees,
-                   [](const ConferenceRosterEntry &entry) { return entry.isLeadPending(); });
+    return firstOf(
+        _attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeadPending(); });
 }
 
 bool ConferenceParticipant::_removeDescriptor(const TCPAddress &address) {
-    return _retire(firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
-        return entry.descriptor() == -1 && entry == address;
-    }));
+    return _retire(firstOf(
+        _attendees,
+        [&](const ConferenceRosterEntry &entry) {
+            return entry.descriptor() == -1 && entry == address;
+        }));
 }
 
 // Takes the entry off the list. It is destroyed with the end of the outermost operation.

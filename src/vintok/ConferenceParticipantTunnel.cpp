@@ -50,8 +50,8 @@ const char ConferenceParticipant::_pLorMUX_Reason[] = "pLorMUX_Reason";
 
 namespace {
 
-constexpr std::size_t REPLY_CAPACITY = 4095;
-constexpr int EMPTY_LOOKS = 64;
+constexpr std::size_t replyCapacity = 4095;
+constexpr int mostEmptyLooks = 64;
 
 CallOutcome outcomeOf(int status) {
     if (status == 302)
@@ -83,7 +83,7 @@ bool writeText(int descriptor, const std::string &text) {
 // more was there, the error tells whether the server is gone or has only paused.
 bool readHeaders(int descriptor, std::string &headers) {
     HTTPHeadEnd end;
-    for (int emptyLooks = 0; headers.size() < REPLY_CAPACITY && emptyLooks < EMPTY_LOOKS;) {
+    for (int emptyLooks = 0; headers.size() < replyCapacity && emptyLooks < mostEmptyLooks;) {
         const std::int64_t pending = bytesPending(descriptor);
         if (pending == -1) {
             VINTOK_LOG(SEVERITY_ERROR, "sf_readHttpResponse check for pending failed");

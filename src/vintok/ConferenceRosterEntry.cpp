@@ -1,3 +1,6 @@
+// The state word travels as it stands, so its bits are the same for every version: those that are
+// missing here are unused and zero, and no bit may change its meaning. What is known at this end
+// only (descriptor, proxy, flags, bad reads) is neither written nor touched by reading.
 #include "vintok/ConferenceRosterEntry.h"
 
 #include "vintok/BufferManager.h"
@@ -5,10 +8,6 @@
 #include "vintok/WireText.h"
 
 #include <new>
-
-// The state word travels as it stands, so its bits are the same for every version: those that are
-// missing here are unused and zero, and no bit may change its meaning. What is known at this end
-// only (descriptor, proxy, flags, bad reads) is neither written nor touched by reading.
 
 namespace vintok {
 
@@ -92,7 +91,7 @@ ConferenceRosterEntry &ConferenceRosterEntry::operator=(const UserInfo &user) {
     return *this;
 }
 
-// ---- Known at this end only --------------------------------------------------------------------
+// ---- Known at this end only ----
 
 int ConferenceRosterEntry::descriptor() const {
     return m_descriptor;
@@ -147,7 +146,7 @@ void ConferenceRosterEntry::setBadReadKeepAliveTime(std::uint64_t time) {
     m_badReadKeepAliveTime = time;
 }
 
-// ---- The meeting -------------------------------------------------------------------------------
+// ---- The meeting ----
 
 const std::string &ConferenceRosterEntry::meetingName() const {
     return m_meetingName;
@@ -165,7 +164,7 @@ bool ConferenceRosterEntry::setMeetingID(const std::string &identifier) {
     return setText(m_meetingID, identifier);
 }
 
-// ---- State -------------------------------------------------------------------------------------
+// ---- State ----
 
 bool ConferenceRosterEntry::mf_state(std::uint32_t mask) const {
     return (m_state & mask) != 0;
@@ -335,7 +334,7 @@ void ConferenceRosterEntry::setSSLOnly(bool value) {
     mf_setState(STATE_SSL_ONLY, value);
 }
 
-// ---- Text and wire form ------------------------------------------------------------------------
+// ---- Text and wire form ----
 
 std::string ConferenceRosterEntry::toString() const {
     return RosterBase::toString(isHidingIPsRequired()) + formatText("State:  0x%X\n", m_state) +

@@ -30,7 +30,7 @@ public:
     ConferenceRosterEntry &operator=(const TCPAddress &address);
     ConferenceRosterEntry &operator=(const UserInfo &user);
 
-    // ---- Known at this end only ----------------------------------------------------------------
+    // ---- Known at this end only ----
 
     // -1: there is no connection. The entry does not own it.
     int descriptor() const;

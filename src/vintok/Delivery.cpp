@@ -27,10 +27,9 @@ void Delivery::give(int descriptor) {
 
 void Delivery::complete() {
     std::vector<std::shared_ptr<StreamBuffer>> buffers;
-    for (const Receiver &receiver : m_receivers) {
+    for (const Receiver &receiver : m_receivers)
         if (receiver.buffer != nullptr)
             buffers.push_back(receiver.buffer);
-    }
     if (!buffers.empty() && m_when == When::now)
         buffers.front()->loop().awaitFlushed(buffers);
     for (Receiver &receiver : m_receivers) {
@@ -41,10 +40,11 @@ void Delivery::complete() {
 }
 
 bool Delivery::isRefusedBy(int descriptor) const {
-    return std::any_of(m_receivers.begin(), m_receivers.end(),
-                       [descriptor](const Receiver &receiver) {
-                           return receiver.descriptor == descriptor && receiver.refused;
-                       });
+    return std::any_of(
+        m_receivers.begin(), m_receivers.end(),
+        [descriptor](const Receiver &receiver) {
+            return receiver.descriptor == descriptor && receiver.refused;
+        });
 }
 
 } // namespace vintok

@@ -22,10 +22,9 @@ constexpr Form forms[] = {
 };
 
 const Form *formOf(const std::string &url) {
-    for (const Form &form : forms) {
+    for (const Form &form : forms)
         if (url.rfind(form.prefix, 0) == 0)
             return &form;
-    }
     return nullptr;
 }
 

@@ -11,10 +11,10 @@ namespace vintok {
 
 namespace {
 
-constexpr int UNAUTHORIZED = 401;
-constexpr int FORBIDDEN = 403;
-constexpr int PROXY_AUTHENTICATION = 407;
-constexpr std::size_t LONGEST_VALUE = 1023;
+constexpr int unauthorized = 401;
+constexpr int forbidden = 403;
+constexpr int proxyAuthentication = 407;
+constexpr std::size_t longestValue = 1023;
 
 std::size_t findEither(const std::string &text, const char *first, const char *second,
                        std::size_t from = 0) {
@@ -46,9 +46,9 @@ std::optional<int> replyStatus(const std::string &reply) {
     int status = 0;
     if (!(words >> protocol >> status))
         return std::nullopt;
-    if ((status == PROXY_AUTHENTICATION && !canAnswer(text, http_proxyAuthenticate)) ||
-        (status == UNAUTHORIZED && !canAnswer(text, http_wwwAuthenticate)))
-        return FORBIDDEN;
+    if ((status == proxyAuthentication && !canAnswer(text, http_proxyAuthenticate)) ||
+        (status == unauthorized && !canAnswer(text, http_wwwAuthenticate)))
+        return forbidden;
     return status;
 }
 
@@ -64,7 +64,7 @@ std::string headerValue(const std::string &reply, const std::string &name) {
                                         reply.end(), isBlank);
     const auto end =
         std::find_if(begin, reply.end(), [](char c) { return c == '\r' || c == '\n'; });
-    return std::string(begin, end).substr(0, LONGEST_VALUE);
+    return std::string(begin, end).substr(0, longestValue);
 }
 
 bool redirectTarget(const std::string &reply, HTTPAddress &target) {

@@ -31,9 +31,11 @@ void SelectTable::clear() {
 
 // The slot that the descriptor has or would get; the end when the table is full.
 SelectTable::Table::iterator SelectTable::mf_findSlot(int descriptor) {
-    return std::find_if(m_table.begin(), m_table.end(), [descriptor](const auto &entry) {
-        return entry == nullptr || entry->descriptor == descriptor;
-    });
+    return std::find_if(
+        m_table.begin(), m_table.end(),
+        [descriptor](const auto &entry) {
+            return entry == nullptr || entry->descriptor == descriptor;
+        });
 }
 
 SelectTable::Entry *SelectTable::find(int descriptor) {

@@ -54,8 +54,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t MAX_DESCRIPTORS = platform::DescriptorSet::capacity;
-    using Table = std::array<std::unique_ptr<Entry>, MAX_DESCRIPTORS>;
+    static constexpr std::size_t maxDescriptors = platform::DescriptorSet::capacity;
+    using Table = std::array<std::unique_ptr<Entry>, maxDescriptors>;
     static constexpr int nobody = -1;
 
     static int nextIn(const platform::DescriptorSet &set, int from);

@@ -60,7 +60,7 @@ public:
     // The table has no such row any more: nothing is taken in or sent from now on.
     void detach();
 
-    // ---- Input
+    // ---- Input ----
 
     // Takes in what has arrived, up to a share. True when something came, the end too.
     bool fill();
@@ -90,7 +90,7 @@ public:
     // After the last frame of a turn: keeps what is held of the next one in memory of its size.
     void settle();
 
-    // ---- Output
+    // ---- Output ----
 
     // Puts the span behind what is queued. False when there is no memory or sending has failed.
     bool queue(const Span &span);

@@ -48,17 +48,16 @@ public:
         platform::DescriptorSet readers;
         platform::DescriptorSet writers = targets;
         const bool heldBack = choose(targets, readers, writers);
-        const platform::WaitLimit limit = {heldBack ? standstill : platform::WaitLimit::FOREVER,
+        const platform::WaitLimit limit = {heldBack ? standstill : platform::WaitLimit::forever,
                                            running};
         const int count = platform::waitReady(readers, writers, limit);
         if (count == 0)
             m_share *= 2;
         else if (count < 0 && platform::socketError() != socketErrors::interrupted)
             platform::sleepMilliseconds(pause);
-        for (const int descriptor : readers) {
+        for (const int descriptor : readers)
             if (const BufferPtr buffer = m_loop.find(descriptor))
                 buffer->fill();
-        }
         // A secure transport waits inside its sending: one such wait within another would go as
         // deep as there are members.
         for (const int descriptor : writers) {
@@ -144,10 +143,9 @@ std::vector<StreamLoop::BufferPtr> StreamLoop::buffers() const {
 std::vector<StreamLoop::BufferPtr> StreamLoop::buffersWithOutput() const {
     std::vector<BufferPtr> result;
     const std::lock_guard guard(m_lock);
-    for (const BufferPtr &buffer : m_buffers) {
+    for (const BufferPtr &buffer : m_buffers)
         if (buffer->queued() != 0)
             result.push_back(buffer);
-    }
     return result;
 }
 
@@ -156,10 +154,9 @@ std::vector<StreamLoop::BufferPtr> StreamLoop::buffersWithOutput() const {
 void StreamLoop::deliver(const platform::WaitLimit &limit) {
     closeRuns();
     platform::DescriptorSet full;
-    for (const BufferPtr &buffer : buffersWithOutput()) {
+    for (const BufferPtr &buffer : buffersWithOutput())
         if (buffer->flush() == StreamBuffer::Flushed::some && buffer->queued() > bound(*buffer))
             full.insert(buffer->descriptor());
-    }
     Wait wait(*this);
     while (full.size() != 0 && (limit.running == nullptr || *limit.running)) {
         wait.turn(full, limit.running);
@@ -186,10 +183,9 @@ void StreamLoop::sort(platform::DescriptorSet &watched, platform::DescriptorSet 
 }
 
 void StreamLoop::flush(const platform::DescriptorSet &writers) {
-    for (const int descriptor : writers) {
+    for (const int descriptor : writers)
         if (const BufferPtr buffer = find(descriptor))
             buffer->flush();
-    }
 }
 
 // ---- Writers ----
@@ -210,10 +206,9 @@ void StreamLoop::awaitFlushed(const std::vector<BufferPtr> &buffers) {
     Wait wait(*this);
     for (;;) {
         platform::DescriptorSet waiting;
-        for (const BufferPtr &buffer : buffers) {
+        for (const BufferPtr &buffer : buffers)
             if (buffer->queued() != 0 && buffer->flush() == StreamBuffer::Flushed::some)
                 waiting.insert(buffer->descriptor());
-        }
         if (waiting.size() == 0)
             return;
         wait.turn(waiting);

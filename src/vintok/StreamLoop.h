@@ -36,7 +36,7 @@ public:
     // Queues the span for a member that a relay goes to. Who cannot be given it has failed.
     void relay(int descriptor, const Span &span) const;
 
-    // ---- For a pass of the dispatch loop
+    // ---- For a pass of the dispatch loop ----
 
     // Sends what is queued, as far as it goes without waiting; waits where more is queued than a
     // connection may have, for as long as `limit.running` allows.
@@ -48,7 +48,7 @@ public:
     // Sends what is queued for those that have room.
     void flush(const platform::DescriptorSet &writers);
 
-    // ---- For writers
+    // ---- For writers ----
 
     // Waits until the descriptor can be written to, or has failed.
     void awaitRoom(int descriptor);

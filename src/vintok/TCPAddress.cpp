@@ -1,3 +1,9 @@
+// The value itself: its parts and flags, comparisons, and the wire form. Text is in
+// TCPAddressText.cpp and names are in TCPAddressResolve.cpp.
+//
+// An IPv4 address is kept in the last four of the sixteen bytes with zeros in front; code that
+// needs bytes rather than words looks at the storage through `ipBytes`, which is where the two
+// families meet.
 #include "vintok/TCPAddress.h"
 
 #include "vintok/ByteOrder.h"
@@ -9,13 +15,6 @@
 #include <cstring>
 #include <iterator>
 #include <new>
-
-// The value itself: its parts and flags, comparisons, and the wire form. Text is in
-// TCPAddressText.cpp and names are in TCPAddressResolve.cpp.
-//
-// An IPv4 address is kept in the last four of the sixteen bytes with zeros in front; code that
-// needs bytes rather than words looks at the storage through `ipBytes`, which is where the two
-// families meet.
 
 namespace vintok {
 
@@ -67,7 +66,7 @@ void TCPAddress::clone(TCPAddress &target) const {
     target.m_storage = m_storage;
 }
 
-// ---- Comparison --------------------------------------------------------------------------------
+// ---- Comparison ----
 
 bool TCPAddress::operator==(const TCPAddress &other) const {
     if (m_storage.type == IPTYPE_NONE && !m_name.empty())
@@ -99,7 +98,7 @@ bool TCPAddress::operator>=(const TCPAddress &other) const {
     return *this == other || *this > other;
 }
 
-// ---- Address and flags -------------------------------------------------------------------------
+// ---- Address and flags ----
 
 TCPAddress::IPType TCPAddress::ipType() const {
     return m_storage.type;
@@ -205,7 +204,7 @@ void TCPAddress::setStorage(const Storage &storage) {
     m_storage = storage;
 }
 
-// ---- Port and name -----------------------------------------------------------------------------
+// ---- Port and name ----
 
 std::uint16_t TCPAddress::port() const {
     return m_storage.port;
@@ -232,7 +231,7 @@ bool TCPAddress::name(std::string &text) const try {
     return false;
 }
 
-// ---- Networks ----------------------------------------------------------------------------------
+// ---- Networks ----
 
 std::uint16_t TCPAddress::maskBits() const {
     return m_storage.maskBits;
@@ -256,17 +255,16 @@ bool TCPAddress::isInNet(const TCPAddress &network) const {
     if (network.isIPv6())
         theirs = own;
 
-    for (; bits >= 8 && length > 0; bits -= 8, --length) {
+    for (; bits >= 8 && length > 0; bits -= 8, --length)
         if (*own++ != *theirs++)
             return false;
-    }
     if (bits == 0 || length == 0)
         return true;
     const unsigned mask = 0xFF00U >> bits & 0xFFU;
     return (*own & mask) == (*theirs & mask);
 }
 
-// ---- Wire form ---------------------------------------------------------------------------------
+// ---- Wire form ----
 
 std::uint64_t TCPAddress::size() const {
     return layout::addressSize;

@@ -80,7 +80,7 @@ public:
     bool operator<=(const TCPAddress &other) const;
     bool operator>=(const TCPAddress &other) const;
 
-    // ---- Address and flags ---------------------------------------------------------------------
+    // ---- Address and flags ----
 
     IPType ipType() const;
     bool isIPv4() const;
@@ -116,7 +116,7 @@ public:
     bool storage(Storage &storage) const;
     void setStorage(const Storage &storage);
 
-    // ---- Port and name -------------------------------------------------------------------------
+    // ---- Port and name ----
 
     std::uint16_t port() const;
     void setPort(std::uint16_t port);
@@ -130,7 +130,7 @@ public:
     // does nothing.
     void setName(const std::string &text);
 
-    // ---- Networks ------------------------------------------------------------------------------
+    // ---- Networks ----
 
     // The length of the net mask in bits, 0 when there is none.
     std::uint16_t maskBits() const;

@@ -1,11 +1,3 @@
-#include "vintok/TCPAddress.h"
-
-#include "platform/Resolve.h"
-
-#include <algorithm>
-#include <cstring>
-#include <new>
-
 // Host names. Everything comes down to `sf_dnsResolve`, the one place that asks the resolver.
 //
 // The resolver's order decides: the first address that is not IPv6 link-local wins. Where all
@@ -15,6 +7,13 @@
 // A party is known to others by the address that its machine's own name resolves to. On some
 // systems that is loopback, as which every machine knows itself; an interface then gives the
 // address.
+#include "vintok/TCPAddress.h"
+
+#include "platform/Resolve.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
 
 namespace vintok {
 
@@ -122,7 +121,7 @@ bool TCPAddress::sf_dnsResolve(const std::string &name, TCPAddress &address,
     return false;
 }
 
-// ---- Resolving ---------------------------------------------------------------------------------
+// ---- Resolving ----
 
 bool TCPAddress::resolve(const std::string &name) {
     return resolve(name, IPTYPE_NONE);

@@ -1,3 +1,13 @@
+// Literals in and out, and net masks.
+//
+// An IPv4 literal is cut from the front at its dots. An IPv6 literal is cut from the back: the mask
+// is met first, then the fields of a dotted quad, then the groups, which fill eight slots from the
+// last one towards the first. The slot between two colons is the gap; once everything is cut, the
+// slots before the gap move to the front and those up to the gap become zero.
+//
+// Groups, mask lengths and the fields of a quad inside an IPv6 literal convert as far as they are
+// digits and keep their low 16 bits, deliberately: "12345" is the group 2345 and "/65560" the
+// length 24.
 #include "vintok/TCPAddress.h"
 
 #include "vintok/ByteOrder.h"
@@ -11,17 +21,6 @@
 #include <cstring>
 #include <new>
 #include <string_view>
-
-// Literals in and out, and net masks.
-//
-// An IPv4 literal is cut from the front at its dots. An IPv6 literal is cut from the back: the mask
-// is met first, then the fields of a dotted quad, then the groups, which fill eight slots from the
-// last one towards the first. The slot between two colons is the gap; once everything is cut, the
-// slots before the gap move to the front and those up to the gap become zero.
-//
-// Groups, mask lengths and the fields of a quad inside an IPv6 literal convert as far as they are
-// digits and keep their low 16 bits, deliberately: "12345" is the group 2345 and "/65560" the
-// length 24.
 
 namespace vintok {
 
@@ -160,20 +159,18 @@ bool IPv6Fields::convert(Words &words) {
         count -= 2;
     }
     fillGap();
-    for (std::size_t i = 0; i < count; ++i) {
+    for (std::size_t i = 0; i < count; ++i)
         if (!leadingNumber(m_groups[i], 16, words[i]))
             return false;
-    }
     return true;
 }
 
 // Puts the quad in the last two words and moves the groups out of its way.
 bool IPv6Fields::convertQuad(Words &words) {
     std::array<std::uint16_t, 4> bytes{};
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
+    for (std::size_t i = 0; i < bytes.size(); ++i)
         if (!leadingNumber(m_quad[i], 10, bytes[i]) || bytes[i] > 255)
             return false;
-    }
     if (m_first < 2)
         return false;
     words[6] = static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
@@ -256,7 +253,7 @@ bool maskLength(const unsigned char *bytes, std::size_t count, std::uint16_t &le
 
 } // namespace
 
-// ---- Parsing -----------------------------------------------------------------------------------
+// ---- Parsing ----
 
 void TCPAddress::sf_lower(char &c) {
     if (c >= 'A' && c <= 'Z')
@@ -320,7 +317,7 @@ void TCPAddress::setName(const std::string &text) {
         setIPv6(words);
 }
 
-// ---- Printing ----------------------------------------------------------------------------------
+// ---- Printing ----
 
 bool TCPAddress::ipString(std::string &text, bool) const try {
     const unsigned char *bytes = nullptr;
@@ -377,7 +374,7 @@ bool TCPAddress::maskString(std::string &text) const try {
     return false;
 }
 
-// ---- Networks ----------------------------------------------------------------------------------
+// ---- Networks ----
 
 bool TCPAddress::setNetwork(const std::string &text) try {
     if (text.empty())

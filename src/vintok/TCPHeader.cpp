@@ -1,3 +1,9 @@
+// Two places hold the same facts, the members and the bytes. Setters first take the members from
+// the bytes, which the application may have written to, then set theirs and write all of them back;
+// without a body there are no bytes to keep in step.
+//
+// A copy points into its own bytes. Reading takes the frame's form from what arrived, so that the
+// versions of a message are known only once it has been read.
 #include "vintok/TCPHeader.h"
 
 #include "vintok/ByteOrder.h"
@@ -6,13 +12,6 @@
 
 #include <cstring>
 #include <limits>
-
-// Two places hold the same facts, the members and the bytes. Setters first take the members from
-// the bytes, which the application may have written to, then set theirs and write all of them back;
-// without a body there are no bytes to keep in step.
-//
-// A copy points into its own bytes. Reading takes the frame's form from what arrived, so that the
-// versions of a message are known only once it has been read.
 
 namespace vintok {
 
@@ -91,7 +90,7 @@ void TCPHeader::mf_adoptBuffer(const TCPHeader &other) {
         m_messageBuffer = m_rawBuffer.data() + (other.m_messageBuffer - other.m_rawBuffer.data());
 }
 
-// ---- Sizes and bytes ---------------------------------------------------------------------------
+// ---- Sizes and bytes ----
 
 std::uint64_t TCPHeader::headerSize() const {
     return m_majorVersion == s_majorVersionIPv4 ? headerSizeIPv4() : headerSizeIPv6();
@@ -163,7 +162,7 @@ bool TCPHeader::mf_ensureMembers() {
     return m_messageBufferLength == 0 || mf_readHeader();
 }
 
-// ---- Fields ------------------------------------------------------------------------------------
+// ---- Fields ----
 
 std::uint16_t TCPHeader::majorVersion() const {
     return m_majorVersion;
@@ -212,7 +211,7 @@ bool TCPHeader::setTimeStamp(std::int64_t timeStamp) {
     return mf_setField(m_timeStamp, timeStamp);
 }
 
-// ---- The frame ---------------------------------------------------------------------------------
+// ---- The frame ----
 
 bool TCPHeader::read() {
     return !m_rawBuffer.empty() && mf_readHeader();

@@ -38,13 +38,13 @@ public:
     // Replaces the origin alone.
     TCPHeader &operator=(const TCPAddress &origin);
 
-    // ---- Sizes in bytes ------------------------------------------------------------------------
+    // ---- Sizes in bytes ----
 
     std::uint64_t headerSize() const; // of this frame's own form
     std::uint64_t headerSizeIPv4() const;
     std::uint64_t headerSizeIPv6() const;
 
-    // ---- Bytes ---------------------------------------------------------------------------------
+    // ---- Bytes ----
 
     // Makes room for a whole frame of `size` bytes, keeping those that are there; new ones are
     // zero. There is no body until `read` has found one. False for 4 GiB or more, changing nothing,
@@ -69,7 +69,7 @@ public:
     bool read();
     bool write();
 
-    // ---- Fields --------------------------------------------------------------------------------
+    // ---- Fields ----
 
     // Of the frame's format.
     std::uint16_t majorVersion() const;

@@ -1,3 +1,9 @@
+// A read looks before it takes: with fewer than 36 bytes waiting it leaves all of them, so that the
+// next call starts at the frame's first byte again. Once it has taken a byte it stays until the
+// frame is whole or the stream has failed: a peer that sends nothing is waited for without limit,
+// one that cannot send fails after 30 attempts. A read that fails discards what was waiting when it
+// began, since nobody can tell any more where the next frame starts. Nothing bounds a frame but its
+// 32-bit length: its buffer costs memory only as the bytes arrive.
 #include "vintok/TCPMessageBase.h"
 
 #include "platform/Thread.h"
@@ -13,13 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
-
-// A read looks before it takes: with fewer than 36 bytes waiting it leaves all of them, so that the
-// next call starts at the frame's first byte again. Once it has taken a byte it stays until the
-// frame is whole or the stream has failed: a peer that sends nothing is waited for without limit,
-// one that cannot send fails after 30 attempts. A read that fails discards what was waiting when it
-// began, since nobody can tell any more where the next frame starts. Nothing bounds a frame but its
-// 32-bit length: its buffer costs memory only as the bytes arrive.
 
 namespace vintok {
 
@@ -195,7 +194,7 @@ void TCPMessageBase::setTimeStamp(std::int64_t time) {
     TCPHeader::setTimeStamp(time);
 }
 
-// --- Reading -------------------------------------------------------------------------------------
+// ---- Reading ----
 
 bool TCPMessageBase::read(int socket, TCPStatusCallback *status) {
     if (socket == -1)
@@ -375,7 +374,7 @@ void TCPMessageBase::mf_readStep(Progress &progress, int socket, std::int64_t re
     }
 }
 
-// --- Writing -------------------------------------------------------------------------------------
+// ---- Writing ----
 
 bool TCPMessageBase::write(int socket, TCPStatusCallback *status) {
     if (socket == -1)

@@ -158,7 +158,7 @@ void release(SystemMutex &mutex, const SourcePlace &place) {
 
 } // namespace
 
-// --- TCPMutexBase --------------------------------------------------------------------
+// ---- TCPMutexBase ----
 
 TCPMutexBase *TCPMutexBase::s_instance = nullptr;
 
@@ -247,7 +247,7 @@ int TCPMutexBase::_mutexUnlock(int number, bool isIndex) {
     return result;
 }
 
-// --- TCPMutex ------------------------------------------------------------------------
+// ---- TCPMutex ----
 
 std::atomic<TCPMutexBase *> TCPMutex::_instance{nullptr};
 
@@ -372,17 +372,15 @@ int TCPMutex::unlock() {
 }
 
 void TCPMutex::lockAll() {
-    if (TCPMutexBase *base = _instance) {
+    if (TCPMutexBase *base = _instance)
         for (std::size_t i = 0; i < TCPMutexBase::mutexCount; i++)
             base->_mutexLock(static_cast<int>(i), true);
-    }
 }
 
 void TCPMutex::unlockAll() {
-    if (TCPMutexBase *base = _instance) {
+    if (TCPMutexBase *base = _instance)
         for (std::size_t i = 0; i < TCPMutexBase::mutexCount; i++)
             base->_mutexUnlock(static_cast<int>(i), true);
-    }
 }
 
 } // namespace vintok

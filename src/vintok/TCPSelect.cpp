@@ -92,10 +92,9 @@ TCPSelect::TCPSelect() : m_running(false), m_base(nullptr) {
 
 // What a copy takes away is the count of its original: see the header.
 TCPSelect::~TCPSelect() {
-    for (Loop *loop = Loop::innermost(); loop != nullptr; loop = loop->outer) {
+    for (Loop *loop = Loop::innermost(); loop != nullptr; loop = loop->outer)
         if (loop->select == this)
             loop->select = nullptr;
-    }
     if (m_base == nullptr)
         return;
     const TableLock lock;
@@ -135,12 +134,11 @@ bool TCPSelect::removeCallback(int descriptor, TCPSelectCallback function, void 
 void TCPSelect::run() {
     m_running = true;
     const Loop loop(*this);
-    while (loop.select != nullptr && m_running) {
+    while (loop.select != nullptr && m_running)
         if (numDescriptors() == 0)
             m_running = false;
         else
             m_base->pollDescriptors(false, &m_running);
-    }
 }
 
 int TCPSelect::numDescriptors() const {

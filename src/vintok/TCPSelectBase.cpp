@@ -1,3 +1,15 @@
+// A pass first dispatches the secure descriptors whose transport holds plaintext, which no wait can
+// see; if there was none it waits, and dispatches what can be read in ascending order. A dispatch
+// calls copies of the records, so a callback may remove any of them.
+//
+// Readiness belongs to a registration. `m_workSet` holds what a wait found and nobody has been
+// called for, whichever pass it was: a dispatch takes its descriptor out, a new registration takes
+// its number out, and a pass within a callback fills the set anew and empties it. So nobody is
+// called to read what somebody else has read, or what an earlier owner of the number was to read.
+//
+// Two things could make the loop spin, and it pauses over them instead: a readable descriptor that
+// nobody handles (none registered, or dead and still registered after another pass), and plaintext
+// that nobody takes.
 #include "vintok/TCPSelectBase.h"
 
 #include "platform/Socket.h"
@@ -14,19 +26,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
-
-// A pass first dispatches the secure descriptors whose transport holds plaintext, which no wait can
-// see; if there was none it waits, and dispatches what can be read in ascending order. A dispatch
-// calls copies of the records, so a callback may remove any of them.
-//
-// Readiness belongs to a registration. `m_workSet` holds what a wait found and nobody has been
-// called for, whichever pass it was: a dispatch takes its descriptor out, a new registration takes
-// its number out, and a pass within a callback fills the set anew and empties it. So nobody is
-// called to read what somebody else has read, or what an earlier owner of the number was to read.
-//
-// Two things could make the loop spin, and it pauses over them instead: a readable descriptor that
-// nobody handles (none registered, or dead and still registered after another pass), and plaintext
-// that nobody takes.
 
 namespace vintok {
 
@@ -129,7 +128,7 @@ void TCPSelectBase::release() {
     m_released = true;
 }
 
-// --- Registrations -------------------------------------------------------------------------------
+// ---- Registrations ----
 
 bool TCPSelectBase::addCallback(int descriptor, TCPSelectCallback function, void *data) {
     const Busy busy(*this);
@@ -146,13 +145,13 @@ bool TCPSelectBase::removeCallback(int descriptor, TCPSelectCallback function, v
     return m_table.remove(descriptor, function, data);
 }
 
-// --- Passes --------------------------------------------------------------------------------------
+// ---- Passes ----
 
 int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *running) {
     if (m_table.count() == 0)
         return -1;
     const Pass pass(*this);
-    const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::FOREVER, running};
+    const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::forever, running};
     m_loop->deliver(limit);
     const int result = mf_pass(immediate, running);
     if (!m_released)
@@ -168,7 +167,7 @@ int TCPSelectBase::mf_pass(bool immediate, const std::atomic<bool> *running) {
         return allUntouched ? dispatched + mf_pollBeside(untouched, immediate) : dispatched;
     }
     m_workSet = m_table.readSet();
-    return mf_wait({immediate ? 0 : platform::WaitLimit::FOREVER, running});
+    return mf_wait({immediate ? 0 : platform::WaitLimit::forever, running});
 }
 
 // Waits for the descriptors of `m_workSet` and dispatches what can be read. Connections with

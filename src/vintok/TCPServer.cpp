@@ -1,3 +1,8 @@
+// The loop calls with a listening socket that somebody knocks at, or with a client that has sent a
+// whole frame, or has ended. One call takes one connection, or a share of the messages that have
+// come. Broadcasts that lie behind each other are relayed as one run; who cannot be written to is
+// found out when his own descriptor turns up. A client is dropped by its own message, by a reset,
+// or by the end of its stream; an unfinished or malformed frame drops nobody.
 #include "vintok/TCPServer.h"
 
 #include "vintok/AcceptGuard.h"
@@ -13,12 +18,6 @@
 
 #include <algorithm>
 #include <exception>
-
-// The loop calls with a listening socket that somebody knocks at, or with a client that has sent a
-// whole frame, or has ended. One call takes one connection, or a share of the messages that have
-// come. Broadcasts that lie behind each other are relayed as one run; who cannot be written to is
-// found out when his own descriptor turns up. A client is dropped by its own message, by a reset,
-// or by the end of its stream; an unfinished or malformed frame drops nobody.
 
 namespace vintok {
 
@@ -112,7 +111,7 @@ void TCPServer::interrupt() {
         m_select->interrupt();
 }
 
-// --- Listening sockets ---------------------------------------------------------------------------
+// ---- Listening sockets ----
 
 void TCPServer::mf_closeListeners() {
     closeListener(m_select.get(), m_listenIPv4, sf_connectCB, this);
@@ -149,7 +148,7 @@ void TCPServer::mf_connectPending(int listener) {
     VINTOK_LOG(SEVERITY_INFO, formatText("Connection accepted fd = %d", descriptor));
 }
 
-// --- Clients -------------------------------------------------------------------------------------
+// ---- Clients ----
 
 void TCPServer::sf_dataCB(int descriptor, void *data, bool hangup) {
     auto *const server = static_cast<TCPServer *>(data);
@@ -213,10 +212,9 @@ bool TCPServer::mf_broadcastMessage(TCPMessage &message) {
 }
 
 void TCPServer::sf_spread(void *owner, StreamLoop &loop, int source, const Span &span) {
-    for (const int client : static_cast<TCPServer *>(owner)->m_clients) {
+    for (const int client : static_cast<TCPServer *>(owner)->m_clients)
         if (client != source)
             loop.relay(client, span);
-    }
 }
 
 bool TCPServer::mf_sendKeepAlive(int except) {

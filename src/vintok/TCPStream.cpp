@@ -31,10 +31,9 @@ constexpr LevelName levelNames[] = {
 
 // A misspelled level silences the log, on purpose.
 LogLevel levelOf(std::string_view name) {
-    for (const LevelName &each : levelNames) {
+    for (const LevelName &each : levelNames)
         if (name == each.name)
             return each.level;
-    }
     return LOG_NONE;
 }
 

@@ -35,7 +35,7 @@ namespace vintok {
 
 class TCPStatusCallback;
 
-// --- Errors --------------------------------------------------------------------------
+// ---- Errors ----
 
 enum TCPError : std::uint32_t {
     TCP_ERROR_NO_ERROR = 0,
@@ -74,7 +74,7 @@ VINTOK_API void setErrorDebug(bool on);
 // "Unknown Error". Never null; not to be freed.
 VINTOK_API const char *sysErrorString(int code);
 
-// --- Log -----------------------------------------------------------------------------
+// ---- Log ----
 
 // Which severities are written; each level includes those above it.
 enum LogLevel : std::uint32_t {
@@ -116,7 +116,7 @@ VINTOK_API bool logMessage(const char *message, ErrSeverity severity);
 // and ends in "...". Every other byte stays as it is.
 VINTOK_API std::string visibleText(const std::string &text, std::size_t most = 4096);
 
-// --- Start and stop ------------------------------------------------------------------
+// ---- Start and stop ----
 
 // Starts the library, or joins it: the first call does the work, and each needs its `fini`, also
 // one that returned false because this host's own name does not resolve. May block in the resolver.
@@ -128,7 +128,7 @@ VINTOK_API bool init();
 // without an `init` to match, and when the lock could not be released.
 VINTOK_API bool fini();
 
-// --- Clock ---------------------------------------------------------------------------
+// ---- Clock ----
 
 // Seconds since 1970-01-01 00:00:00 UTC by the system's clock, plus `getAddTime`, minus
 // `getSubtractTime`. Never fails: before `init` it is the system's time, with the error set.
@@ -144,7 +144,7 @@ VINTOK_API bool zeroTime();
 VINTOK_API std::int64_t getAddTime();
 VINTOK_API std::int64_t getSubtractTime();
 
-// --- Descriptors ---------------------------------------------------------------------
+// ---- Descriptors ----
 
 // The library moves bytes only over descriptors that it knows. Sockets that it creates, connects or
 // accepts are known at once; a socket from elsewhere is made known with `addDescriptor`, which also
@@ -173,7 +173,7 @@ VINTOK_API bool setSecure(int fd, bool secure);
 // Forgets the descriptor and closes the socket at once; the result is that of `removeDescriptor`.
 VINTOK_API bool closeDescriptor(int fd);
 
-// --- Sockets -------------------------------------------------------------------------
+// ---- Sockets ----
 
 // Listens on `address`; the type decides where the address leaves the family open. `backlog` 0 is
 // the system's maximum. Tries as many consecutive ports as `tries` says, from the address's own (0
@@ -199,9 +199,10 @@ VINTOK_API int createLocalSocket(unsigned short &port, int backlog, std::size_t 
 // `path` is at most 107 bytes and must not exist.
 VINTOK_API int createUnixSocket(const std::string &path, int backlog, bool flag);
 
-// Connects, blocking as long as the system takes, or as `setConnectTimeout` says. -1 with TCP_ERROR_CONNECTION_REFUSED,
-// TCP_ERROR_OUT_OF_MEMORY, TCP_ERROR_MAX_DESCRIPTORS or TCP_ERROR_SYSTEM_ERROR; with no error when
-// the address holds nothing to connect to. `port` is in host byte order, on the loopback address.
+// Connects, blocking as long as the system takes, or as `setConnectTimeout` says. -1 with
+// TCP_ERROR_CONNECTION_REFUSED, TCP_ERROR_OUT_OF_MEMORY, TCP_ERROR_MAX_DESCRIPTORS or
+// TCP_ERROR_SYSTEM_ERROR; with no error when the address holds nothing to connect to. `port` is in
+// host byte order, on the loopback address.
 VINTOK_API int connectToBoundSocket(const TCPAddress &address);
 VINTOK_API int connectLocal(unsigned short port);
 VINTOK_API int connectUnix(const std::string &path);
@@ -239,7 +240,7 @@ VINTOK_API bool setSystemBuffers(int fd, std::size_t size);
 VINTOK_API bool localAddress(TCPAddress &address);
 VINTOK_API bool setLocalAddress(const TCPAddress &address);
 
-// --- Bytes ---------------------------------------------------------------------------
+// ---- Bytes ----
 
 // The checked operations serve known connections, plain and secure. Others are refused:
 // TCP_ERROR_BAD_FILE_DESCRIPTOR for an unknown or listening descriptor, TCP_ERROR_CONNECTION_RESET
@@ -287,7 +288,7 @@ VINTOK_API std::int64_t rawClearSocket(int fd, std::size_t count);
 // finds no room: its reading operations may be called for the same descriptor from within.
 VINTOK_API void awaitRoom(int fd);
 
-// --- Buffers for messages ------------------------------------------------------------
+// ---- Buffers for messages ----
 
 // Gives a connection that the table knows, and over which messages come, buffers of its own. From
 // then on, for the `TCPSelect` of this thread, it can be read when a whole message is there, what
@@ -309,7 +310,7 @@ VINTOK_API bool bufferMessages(int fd, std::uint64_t longest, std::uint64_t unse
 // for a connection without buffers.
 VINTOK_API bool awaitSent(int fd, int milliseconds);
 
-// --- Secure channels -----------------------------------------------------------------
+// ---- Secure channels ----
 
 // The one transport of the process, not owned; null takes it out. False without an error before
 // `init`.

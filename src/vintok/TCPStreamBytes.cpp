@@ -62,7 +62,7 @@ std::int64_t putOut(int fd, const unsigned char *buffer, std::size_t length) {
     return platform::send(fd, buffer, length);
 }
 
-// --- What socket errors mean ---------------------------------------------------------
+// ---- What socket errors mean ----
 
 using namespace socketErrors;
 
@@ -78,7 +78,7 @@ constexpr std::uint32_t blockStep = 100;     // milliseconds
 constexpr std::uint32_t receivePause = 1000; // milliseconds
 constexpr std::uint32_t sendPauseStep = 10;  // milliseconds
 
-// --- The receive loop ----------------------------------------------------------------
+// ---- The receive loop ----
 
 struct ReceiveLoop {
     int fd;
@@ -167,7 +167,7 @@ private:
     }
 };
 
-// --- The send loop -------------------------------------------------------------------
+// ---- The send loop ----
 
 struct SendLoop {
     int fd;
@@ -266,7 +266,7 @@ void reportNothingSent(int error, const SourcePlace &place) {
         errorAt(place, TCP_ERROR_SYSTEM_ERROR, context);
 }
 
-// --- The peek ------------------------------------------------------------------------
+// ---- The peek ----
 
 constexpr int peekAttempts = 3;
 
@@ -299,7 +299,7 @@ std::int64_t peekEnded(int fd, const SourcePlace &place) {
     return -1;
 }
 
-// --- Clearing ------------------------------------------------------------------------
+// ---- Clearing ----
 
 // Sets the error of a failed pass. Whether to go on with the next.
 bool clearFailed(int error, const ErrorContext &text, const SourcePlace &place) {
@@ -312,7 +312,7 @@ bool clearFailed(int error, const ErrorContext &text, const SourcePlace &place) 
 
 } // namespace
 
-// --- The socket's own ----------------------------------------------------------------
+// ---- The socket's own ----
 
 std::int64_t sf_socketRecv(int fd, unsigned char *buffer, std::size_t length, bool wait,
                            TCPStatusCallback *status) {
@@ -443,7 +443,7 @@ std::int64_t sf_clearSocket(int fd, std::size_t count) {
     return countOrFailure(total);
 }
 
-// --- The raw operations --------------------------------------------------------------
+// ---- The raw operations ----
 
 std::int64_t rawReadBytes(int fd, unsigned char *buffer, std::size_t length, bool wait,
                           TCPStatusCallback *status) {

@@ -441,10 +441,9 @@ constexpr SystemError systemErrors[] = {
 } // namespace
 
 const char *sysErrorString(int code) {
-    for (const SystemError &row : systemErrors) {
+    for (const SystemError &row : systemErrors)
         if (row.code == code)
             return row.text;
-    }
     return "Unknown Error";
 }
 

@@ -76,8 +76,9 @@ bool secureConnect(int fd, const std::string &peerName) {
 }
 
 bool secureAccept(int fd) {
-    return shakeHands(fd, "vintok::secureAccept",
-                      [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
+    return shakeHands(
+        fd, "vintok::secureAccept",
+        [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
 }
 
 bool sf_addSecureDescriptor(int fd) {

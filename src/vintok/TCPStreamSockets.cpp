@@ -45,8 +45,8 @@ private:
 bool takeAddress(const TCPAddress &address, platform::Endpoint &endpoint) {
     switch (endpoint.family) {
     case platform::FAMILY_LOCAL:
-        endpoint.path.reserve(platform::MAX_LOCAL_PATH); // so that `name` fails for no want of it
-        return address.name(endpoint.path) && endpoint.path.size() <= platform::MAX_LOCAL_PATH;
+        endpoint.path.reserve(platform::maxLocalPath); // so that `name` fails for no want of it
+        return address.name(endpoint.path) && endpoint.path.size() <= platform::maxLocalPath;
     case platform::FAMILY_IPV6:
         return address.IPv6(endpoint.ipv6.data());
     default:
@@ -59,7 +59,7 @@ int outOfMemory(const ErrorContext &name, const SourcePlace &place = SourcePlace
     return -1;
 }
 
-// --- Listening -----------------------------------------------------------------------
+// ---- Listening ----
 
 // What is to be bound, as address and type together say it.
 struct Binding {
@@ -151,7 +151,7 @@ void updateAddress(const Binding &binding, TCPAddress &address) {
         address.setIPv4(binding.endpoint.ipv4);
 }
 
-// --- Connecting ----------------------------------------------------------------------
+// ---- Connecting ----
 
 // What a failed connect is called; tested in this order, and by the plain numbers where they are
 // plain.
@@ -213,7 +213,7 @@ void reportRefusal(const TCPAddress &address, int error, const SourcePlace &plac
     errorAt(place, connectError(error), withSystemText(name, error));
 }
 
-// --- Accepting -----------------------------------------------------------------------
+// ---- Accepting ----
 
 platform::Family familyOf(const DescriptorState &listener) {
     return listener.boundIPv4   ? platform::FAMILY_IPV4
@@ -237,7 +237,7 @@ void takePeer(const platform::Endpoint &endpoint, TCPAddress &peer) {
     peer.setPort(endpoint.port);
 }
 
-// --- Loopback ------------------------------------------------------------------------
+// ---- Loopback ----
 
 // Tries `attempt` on the loopback addresses of the families that this host has, IPv4 first, and if
 // that yields nothing on both.
@@ -324,17 +324,21 @@ int createIPv6Socket(unsigned short &port, int backlog, std::size_t tries, bool 
 }
 
 int createLocalIPv4Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
-    return withPort(port, [&](TCPAddress &address) {
-        address.setLoopbackIPv4();
-        return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
-    });
+    return withPort(
+        port,
+        [&](TCPAddress &address) {
+            address.setLoopbackIPv4();
+            return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
+        });
 }
 
 int createLocalIPv6Socket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
-    return withPort(port, [&](TCPAddress &address) {
-        address.setLoopbackIPv6();
-        return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
-    });
+    return withPort(
+        port,
+        [&](TCPAddress &address) {
+            address.setLoopbackIPv6();
+            return createBoundSocket(address, backlog, tries, flag, TCPAddress::IPTYPE_NONE);
+        });
 }
 
 int createLocalSocket(unsigned short &port, int backlog, std::size_t tries, bool flag) {
@@ -393,8 +397,8 @@ bool setConnectTimeout(std::uint32_t milliseconds) {
 }
 
 int connectLocal(unsigned short port) {
-    return onLoopback(port,
-                      [](const TCPAddress &address) { return connectToBoundSocket(address); });
+    return onLoopback(
+        port, [](const TCPAddress &address) { return connectToBoundSocket(address); });
 }
 
 int connectUnix(const std::string &path) try {

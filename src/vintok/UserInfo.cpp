@@ -59,13 +59,15 @@ void UserInfo::clear() {
 }
 
 bool UserInfo::empty() const {
-    return std::all_of(std::begin(s_fields), std::end(s_fields),
-                       [this](auto field) { return (this->*field).empty(); });
+    return std::all_of(
+        std::begin(s_fields), std::end(s_fields),
+        [this](auto field) { return (this->*field).empty(); });
 }
 
 bool UserInfo::operator==(const UserInfo &other) const {
-    return std::all_of(std::begin(s_fields), std::end(s_fields),
-                       [&](auto field) { return this->*field == other.*field; });
+    return std::all_of(
+        std::begin(s_fields), std::end(s_fields),
+        [&](auto field) { return this->*field == other.*field; });
 }
 
 std::string UserInfo::toString() const {
@@ -95,10 +97,9 @@ std::uint64_t UserInfo::write(unsigned char *buffer, std::uint64_t length) const
     if (buffer == nullptr || length < size())
         return 0;
     BufferManager cursor(buffer, length);
-    for (const auto field : s_fields) {
+    for (const auto field : s_fields)
         if (cursor.write(this->*field) == 0)
             return 0;
-    }
     return cursor.tell();
 }
 
@@ -107,10 +108,9 @@ std::uint64_t UserInfo::read(const unsigned char *buffer, std::uint64_t length) 
     if (buffer == nullptr || length < size())
         return 0;
     BufferManager cursor(const_cast<unsigned char *>(buffer), length); // only read from
-    for (const auto field : s_fields) {
+    for (const auto field : s_fields)
         if (readText(cursor, this->*field) == 0)
             return 0;
-    }
     return cursor.tell();
 }
 

@@ -33,8 +33,7 @@ public:
     // The same person, each text as `visibleText` gives it.
     UserInfo visible() const;
 
-    // ---- Wire form: first name, last name, title, e-mail, phone, each a counted string
-    // -----------
+    // ---- Wire form: first name, last name, title, e-mail, phone, each a counted string ----
 
     // The exact number of bytes that `write` needs, 25 or more.
     std::uint64_t size() const;

@@ -55,10 +55,9 @@ bool sendTimes(TCPMessage &message, std::initializer_list<std::uint64_t> times, 
     if (!message.allocateMessageBuffer(length) || message.messageBuffer() == nullptr)
         return failed(failures.allocation, place);
     BufferManager body(message.messageBuffer(), length);
-    for (const std::uint64_t time : times) {
+    for (const std::uint64_t time : times)
         if (!writeTime(body, time, use32))
             return failed(failures.fill, place);
-    }
     return message.write(-1, nullptr) || failed(failures.write, place);
 }
 

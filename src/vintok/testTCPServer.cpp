@@ -29,12 +29,11 @@ struct Arguments {
 
 Arguments parse(int argc, char **argv) {
     Arguments arguments;
-    for (int i = 0; i + 1 < argc; ++i) {
+    for (int i = 0; i + 1 < argc; ++i)
         if (std::strcmp(argv[i], "-port") == 0)
             std::sscanf(argv[++i], "%hu", &arguments.port);
         else if (std::strcmp(argv[i], "-host") == 0)
             arguments.host = argv[++i];
-    }
     return arguments;
 }
 

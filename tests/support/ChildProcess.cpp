@@ -9,7 +9,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr unsigned int TURN_MS = 10;
+constexpr unsigned int turnMs = 10;
 
 // Reads all that is there, waiting at most so long for the first bytes.
 bool readAll(std::intptr_t pipe, std::string &text, unsigned int milliseconds) {
@@ -84,13 +84,13 @@ bool ChildProcess::complained(const std::string &text, std::string *line) {
 bool ChildProcess::waitFor(Collected &stream,
                            const std::function<bool(const std::string &)> &wanted,
                            std::string *line) {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(PATIENCE_MS);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(patienceMs);
     while (!takeLine(stream, wanted, line)) {
         if (stream.ended || !started() || Clock::now() >= deadline) {
             return false;
         }
         collectOthers();
-        collect(TURN_MS);
+        collect(turnMs);
     }
     return true;
 }
@@ -138,7 +138,7 @@ void ChildProcess::collectOthers() const {
 int ChildProcess::exitCode(unsigned int milliseconds) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     // A child that prints more than a pipe holds ends only if somebody reads.
-    while (started() && !platform::waitProcess(m_process, TURN_MS)) {
+    while (started() && !platform::waitProcess(m_process, turnMs)) {
         collectOthers();
         collect(0);
         if (Clock::now() >= deadline) {

@@ -23,7 +23,7 @@ class ChildProcess {
 public:
     using Environment = std::vector<std::pair<std::string, std::optional<std::string>>>;
     // Long enough for a loaded machine; nothing waits longer than its condition needs.
-    static constexpr unsigned int PATIENCE_MS = 20000;
+    static constexpr unsigned int patienceMs = 20000;
 
     // The first argument is the program. All three standard streams are pipes to this object.
     explicit ChildProcess(std::vector<std::string> arguments, Environment environment = {});
@@ -48,7 +48,7 @@ public:
 
     // Waits for the end. -1 when it does not come within the bound or the child was never started;
     // 128 + n where a signal n ended it.
-    int exitCode(unsigned int milliseconds = PATIENCE_MS);
+    int exitCode(unsigned int milliseconds = patienceMs);
     bool interrupt();
     // Ends it by force and waits for that end.
     void kill();

@@ -45,7 +45,7 @@ std::vector<std::string> command(const std::vector<std::string> &options, unsign
 
 } // namespace
 
-// ---- A client
+// ---- A client ----
 
 Client::Client(unsigned short port) : m_descriptor(openSocket()) {
     EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
@@ -79,7 +79,7 @@ std::size_t Client::pours(const std::string &bytes) {
 std::string Client::receives(std::size_t length) {
     std::string bytes(length, '\0');
     std::size_t got = 0;
-    while (got < length && waits(ChildProcess::PATIENCE_MS)) {
+    while (got < length && waits(ChildProcess::patienceMs)) {
         const std::int64_t count = platform::receive(
             m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()) + got, length - got);
         if (count <= 0) {
@@ -109,7 +109,7 @@ std::string Client::rest() {
 
 bool Client::seesTheEnd() {
     unsigned char byte = 0;
-    return waits(ChildProcess::PATIENCE_MS) && platform::receive(m_descriptor, &byte, 1) <= 0;
+    return waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0;
 }
 
 bool Client::hasBytes() {
@@ -137,7 +137,7 @@ void Client::closes() {
     }
 }
 
-// ---- A party
+// ---- A party ----
 
 Called::Called() : m_listener(openSocket()) {
     platform::Endpoint endpoint = loopback(0);
@@ -151,7 +151,7 @@ Called::Called() : m_listener(openSocket()) {
 
 std::unique_ptr<Client> Called::picksUp() {
     platform::Endpoint peer;
-    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::PATIENCE_MS)) {
+    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs)) {
         return nullptr;
     }
     return std::make_unique<Client>(
@@ -165,7 +165,7 @@ void Called::stops() {
     }
 }
 
-// ---- The program
+// ---- The program ----
 
 Multiplexer::Multiplexer(const std::vector<std::string> &options, unsigned short port)
     : ChildProcess(command(options, port)) {
@@ -186,7 +186,7 @@ std::size_t Multiplexer::count(const std::string &name) const {
 
 bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
     const auto limit =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::PATIENCE_MS);
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::patienceMs);
     while (count(name) != value) {
         if (std::chrono::steady_clock::now() > limit) {
             return false;
@@ -196,7 +196,7 @@ bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
     return true;
 }
 
-// ---- What is asked
+// ---- What is asked ----
 
 std::string request(const std::string &host, unsigned short port, const std::string &meeting,
                     const std::string &more) {

@@ -12,7 +12,7 @@ namespace vintok::test {
 namespace {
 
 // The helper of squid that knows users from a file.
-constexpr char BASIC_HELPER[] = "/usr/lib/squid/basic_ncsa_auth";
+constexpr char basicHelper[] = "/usr/lib/squid/basic_ncsa_auth";
 
 bool takesCalls(unsigned short port) {
     TCPAddress address;
@@ -127,7 +127,7 @@ std::string Proxy::squid(const Setup &setup) const {
     }
     const std::string users =
         m_folder.holding("users", "ann:$apr1$abcdefgh$h9FWgUz3n9YxylKLlR5SQ/\n");
-    return lines + "auth_param basic program " + BASIC_HELPER + ' ' + users +
+    return lines + "auth_param basic program " + basicHelper + ' ' + users +
            "\nauth_param basic children 1\nauth_param basic realm office\n"
            "acl known proxy_auth REQUIRED\nhttp_access allow known tunnels\n"
            "http_access deny all\n";

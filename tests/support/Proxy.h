@@ -19,9 +19,9 @@ unsigned short freePort();
 class Proxy {
 public:
     enum class Kind { tinyproxy, squid, privoxy }; // the last one never asks
-    static constexpr char CREDENTIALS[] = "ann:secret";
+    static constexpr char credentials[] = "ann:secret";
     struct Setup {
-        bool asks = false;           // for CREDENTIALS
+        bool asks = false;           // for credentials
         unsigned short onlyPort = 0; // connects to this one alone, unless 0
     };
 

@@ -13,13 +13,13 @@ namespace vintok::platform {
 
 namespace {
 
-constexpr std::size_t BATCH = 256;
+constexpr std::size_t batch = 256;
 
 } // namespace
 
 struct Poller::State {
     int descriptor = epoll_create1(EPOLL_CLOEXEC);
-    std::array<epoll_event, BATCH> events = {};
+    std::array<epoll_event, batch> events = {};
 
     ~State() { close(descriptor); }
 };
@@ -45,7 +45,7 @@ bool Poller::watch(int descriptor, bool reading, bool writing, void *owner) {
 bool Poller::wait(std::vector<Event> &events, std::int32_t milliseconds) {
     events.clear();
     const int count = epoll_wait(m_state->descriptor, m_state->events.data(),
-                                 static_cast<int>(BATCH), milliseconds);
+                                 static_cast<int>(batch), milliseconds);
     for (int i = 0; i < count; ++i) {
         const epoll_event &event = m_state->events[static_cast<std::size_t>(i)];
         const bool ended = (event.events & (EPOLLHUP | EPOLLERR)) != 0;

@@ -24,8 +24,8 @@ namespace vintok::platform {
 
 namespace {
 
-constexpr int PRIORITY_STEP = -10; // "high", between the usual 0 and the strongest -20
-constexpr long LONGEST_PAUSE_NS = 20'000'000;
+constexpr int priorityStep = -10; // "high", between the usual 0 and the strongest -20
+constexpr long longestPauseNs = 20'000'000;
 
 // A pipe whose ends are above the standard streams, so that placing them in the child cannot
 // overwrite one another when the application runs with a standard stream closed.
@@ -35,9 +35,8 @@ struct Pipe {
 
     bool open() {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
+        if (pipe2(ends, O_CLOEXEC) != 0)
             return false;
-        }
         readEnd = raise(ends[0]);
         writeEnd = raise(ends[1]);
         return readEnd != -1 && writeEnd != -1;
@@ -57,9 +56,8 @@ struct Pipe {
 
 private:
     static int raise(int end) {
-        if (end > STDERR_FILENO) {
+        if (end > STDERR_FILENO)
             return end;
-        }
         const int raised = fcntl(end, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         close(end);
         return raised;
@@ -85,35 +83,28 @@ bool isChanged(const ProcessStart &start, const char *variable) {
     const char *equals = std::strchr(variable, '=');
     const std::string name(variable, equals ? static_cast<std::size_t>(equals - variable)
                                             : std::strlen(variable));
-    for (const auto &change : start.environment) {
-        if (change.first == name) {
+    for (const auto &change : start.environment)
+        if (change.first == name)
             return true;
-        }
-    }
     return false;
 }
 
 std::vector<std::string> childEnvironment(const ProcessStart &start) {
     std::vector<std::string> variables;
-    for (char **variable = environ; variable && *variable; ++variable) {
-        if (!isChanged(start, *variable)) {
+    for (char **variable = environ; variable && *variable; ++variable)
+        if (!isChanged(start, *variable))
             variables.emplace_back(*variable);
-        }
-    }
-    for (const auto &[name, value] : start.environment) {
-        if (value) {
+    for (const auto &[name, value] : start.environment)
+        if (value)
             variables.push_back(name + "=" + *value);
-        }
-    }
     return variables;
 }
 
 std::vector<char *> pointers(std::vector<std::string> &texts) {
     std::vector<char *> result;
     result.reserve(texts.size() + 1);
-    for (std::string &text : texts) {
+    for (std::string &text : texts)
         result.push_back(text.data());
-    }
     result.push_back(nullptr);
     return result;
 }
@@ -139,9 +130,8 @@ pid_t spawn(const ProcessStart &start, int input, int output, int error, int &fa
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attributes;
     failure = posix_spawn_file_actions_init(&actions);
-    if (failure != 0) {
+    if (failure != 0)
         return 0;
-    }
     failure = posix_spawnattr_init(&attributes);
     if (failure != 0) {
         posix_spawn_file_actions_destroy(&actions);
@@ -168,14 +158,12 @@ bool reap(Process &process) {
     do {
         result = waitpid(static_cast<pid_t>(process.id), &status, WNOHANG);
     } while (result == -1 && errno == EINTR);
-    if (result == 0) {
+    if (result == 0)
         return false;
-    }
     // -1: the application ignores the death of children, or has waited for all of them itself.
     process.ended = true;
-    if (result != -1) {
+    if (result != -1)
         process.exitCode = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    }
     return true;
 }
 
@@ -199,9 +187,8 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
     int code = start.arguments.empty() ? EINVAL : 0;
     if (code == 0 && ((start.input == ChildStream::pipe && !input.open()) ||
                       (start.output == ChildStream::pipe && !output.open()) ||
-                      (start.error == ChildStream::pipe && !error.open()))) {
+                      (start.error == ChildStream::pipe && !error.open())))
         code = errno;
-    }
     if (code == 0) {
         process.id = static_cast<std::uint32_t>(
             spawn(start, input.readEnd, output.writeEnd, error.writeEnd, code));
@@ -210,9 +197,8 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
         failure = std::strerror(code);
         return false;
     }
-    if (start.raisedPriority) {
-        setpriority(PRIO_PROCESS, process.id, PRIORITY_STEP);
-    }
+    if (start.raisedPriority)
+        setpriority(PRIO_PROCESS, process.id, priorityStep);
     process.input = std::exchange(input.writeEnd, -1);
     process.output = std::exchange(output.readEnd, -1);
     process.error = std::exchange(error.readEnd, -1);
@@ -226,17 +212,15 @@ const char *programSuffix() {
 void settleProcess(Process &, std::uint32_t) {}
 
 bool waitProcess(Process &process, std::uint32_t milliseconds) {
-    if (process.id == 0) {
+    if (process.id == 0)
         return false;
-    }
     const long long deadline = nowMilliseconds() + milliseconds;
     timespec pause = {0, 500'000};
     while (!process.ended && !reap(process)) {
-        if (nowMilliseconds() >= deadline) {
+        if (nowMilliseconds() >= deadline)
             return false;
-        }
         nanosleep(&pause, nullptr);
-        pause.tv_nsec = pause.tv_nsec * 2 < LONGEST_PAUSE_NS ? pause.tv_nsec * 2 : LONGEST_PAUSE_NS;
+        pause.tv_nsec = pause.tv_nsec * 2 < longestPauseNs ? pause.tv_nsec * 2 : longestPauseNs;
     }
     return true;
 }
@@ -261,9 +245,8 @@ std::optional<std::int64_t> readPipe(std::intptr_t pipe, char *buffer, std::size
                                      std::uint32_t milliseconds) {
     pollfd wanted = {static_cast<int>(pipe), POLLIN, 0};
     const int ready = poll(&wanted, 1, static_cast<int>(milliseconds));
-    if (ready == 0 || (ready == -1 && errno == EINTR)) {
+    if (ready == 0 || (ready == -1 && errno == EINTR))
         return std::nullopt;
-    }
     return ready == -1 ? -1 : read(static_cast<int>(pipe), buffer, length);
 }
 

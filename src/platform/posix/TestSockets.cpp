@@ -39,9 +39,8 @@ std::size_t descriptorLimit() {
 
 bool setDescriptorLimit(std::size_t count) {
     rlimit limit = {};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
         return false;
-    }
     limit.rlim_cur = count;
     return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }

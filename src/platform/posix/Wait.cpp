@@ -20,7 +20,7 @@ timespec timeOf(std::int32_t milliseconds) {
 
 int waitFor(Polled &polled, nfds_t count, const WaitLimit &limit) {
     const timespec time = timeOf(limit.milliseconds);
-    const timespec *timeOut = limit.milliseconds == WaitLimit::FOREVER ? nullptr : &time;
+    const timespec *timeOut = limit.milliseconds == WaitLimit::forever ? nullptr : &time;
     if (limit.running == nullptr)
         return ppoll(polled.data(), count, timeOut, nullptr);
 
@@ -61,10 +61,9 @@ int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &l
     if (!succeeded(ready))
         return -1;
     // What is reported without being asked for (an end, an error, a closed descriptor) counts too.
-    for (nfds_t i = 0; i < count; ++i) {
+    for (nfds_t i = 0; i < count; ++i)
         if (polled[i].revents != 0)
             (i < reading ? readers : writers).insert(polled[i].fd);
-    }
     return ready;
 }
 

@@ -14,9 +14,9 @@ namespace vintok::platform {
 namespace {
 
 // What a child may write before somebody reads. The usual page would stop it after a few lines.
-constexpr DWORD PIPE_CAPACITY = 65536;
+constexpr DWORD pipeCapacity = 65536;
 
-constexpr DWORD PIPE_POLL_MS = 5;
+constexpr DWORD pipePollMs = 5;
 
 HANDLE asHandle(std::intptr_t value) {
     return reinterpret_cast<HANDLE>(value);
@@ -29,18 +29,16 @@ std::string errorText(DWORD code) {
     char text[512] = {};
     const DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     DWORD length = FormatMessageA(flags, nullptr, code, 0, text, sizeof(text) - 1, nullptr);
-    while (length > 0 && std::isspace(static_cast<unsigned char>(text[length - 1]))) {
+    while (length > 0 && std::isspace(static_cast<unsigned char>(text[length - 1])))
         --length;
-    }
     return length > 0 ? std::string(text, length) : "error " + std::to_string(code);
 }
 
 // One argument as the C runtime of the child takes it apart again: backslashes count double before
 // a quotation mark only.
 std::string quoted(const std::string &argument) {
-    if (!argument.empty() && argument.find_first_of(" \t\n\v\"") == std::string::npos) {
+    if (!argument.empty() && argument.find_first_of(" \t\n\v\"") == std::string::npos)
         return argument;
-    }
     std::string result = "\"";
     std::size_t backslashes = 0;
     for (const char c : argument) {
@@ -57,9 +55,8 @@ std::string quoted(const std::string &argument) {
 
 std::string commandLine(const std::vector<std::string> &arguments) {
     std::string line;
-    for (const std::string &argument : arguments) {
+    for (const std::string &argument : arguments)
         line += (line.empty() ? "" : " ") + quoted(argument);
-    }
     return line;
 }
 
@@ -79,16 +76,13 @@ std::string environmentBlock(const ProcessStart &start) {
         const bool changed =
             std::any_of(start.environment.begin(), start.environment.end(),
                         [&](const auto &change) { return sameName(change.first, name); });
-        if (!changed) {
+        if (!changed)
             block += text + '\0';
-        }
     }
     FreeEnvironmentStringsA(own);
-    for (const auto &[name, value] : start.environment) {
-        if (value) {
+    for (const auto &[name, value] : start.environment)
+        if (value)
             block += name + '=' + *value + '\0';
-        }
-    }
     return block + '\0';
 }
 
@@ -108,13 +102,12 @@ struct Stream {
             const HANDLE ours = GetStdHandle(standard);
             const HANDLE self = GetCurrentProcess();
             if (ours && ours != INVALID_HANDLE_VALUE &&
-                DuplicateHandle(self, ours, self, &child, 0, TRUE, DUPLICATE_SAME_ACCESS)) {
+                DuplicateHandle(self, ours, self, &child, 0, TRUE, DUPLICATE_SAME_ACCESS))
                 return true;
-            }
         } else if (kind == ChildStream::pipe) {
             const bool toChild = standard == STD_INPUT_HANDLE;
             return CreatePipe(toChild ? &child : &own, toChild ? &own : &child, &inherit,
-                              PIPE_CAPACITY) &&
+                              pipeCapacity) &&
                    SetHandleInformation(own, HANDLE_FLAG_INHERIT, 0);
         }
         child = CreateFileA("NUL", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
@@ -163,9 +156,8 @@ private:
 DWORD priorityClass(const ProcessStart &start) {
     OSVERSIONINFOA version = {};
     version.dwOSVersionInfoSize = sizeof(version);
-    if (!start.raisedPriority || !GetVersionExA(&version)) {
+    if (!start.raisedPriority || !GetVersionExA(&version))
         return NORMAL_PRIORITY_CLASS;
-    }
     switch (version.dwPlatformId) {
     case VER_PLATFORM_WIN32_WINDOWS:
         return REALTIME_PRIORITY_CLASS;
@@ -204,9 +196,8 @@ bool createInWindow(const ProcessStart &start, PROCESS_INFORMATION &made) {
 bool createWithStreams(const ProcessStart &start, const Stream *streams,
                        PROCESS_INFORMATION &made) {
     InheritList inherited({streams[0].child, streams[1].child, streams[2].child});
-    if (!inherited.valid()) {
+    if (!inherited.valid())
         return false;
-    }
     STARTUPINFOEXA info = {};
     info.StartupInfo.cb = sizeof(info);
     info.StartupInfo.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
@@ -223,9 +214,8 @@ bool createWithStreams(const ProcessStart &start, const Stream *streams,
 }
 
 bool create(const ProcessStart &start, Stream *streams, PROCESS_INFORMATION &made) {
-    if (start.ownConsole) {
+    if (start.ownConsole)
         return createInWindow(start, made);
-    }
     return streams[0].open(start.input, STD_INPUT_HANDLE) &&
            streams[1].open(start.output, STD_OUTPUT_HANDLE) &&
            streams[2].open(start.error, STD_ERROR_HANDLE) &&
@@ -242,9 +232,8 @@ bool startProcess(const ProcessStart &start, Process &process, std::string &fail
         failure = errorText(start.arguments.empty() ? ERROR_INVALID_PARAMETER : GetLastError());
         return false;
     }
-    if (start.raisedPriority && priorityClass(start) != REALTIME_PRIORITY_CLASS) {
+    if (start.raisedPriority && priorityClass(start) != REALTIME_PRIORITY_CLASS)
         SetThreadPriority(made.hThread, THREAD_PRIORITY_HIGHEST);
-    }
     CloseHandle(made.hThread);
     process.id = made.dwProcessId;
     process.handle = asNumber(made.hProcess);
@@ -264,16 +253,14 @@ void settleProcess(Process &process, std::uint32_t milliseconds) {
 }
 
 bool waitProcess(Process &process, std::uint32_t milliseconds) {
-    if (process.id == 0) {
+    if (process.id == 0)
         return false;
-    }
     if (!process.ended &&
         WaitForSingleObject(asHandle(process.handle), milliseconds) == WAIT_OBJECT_0) {
         DWORD code = 0;
         process.ended = true;
-        if (GetExitCodeProcess(asHandle(process.handle), &code)) {
+        if (GetExitCodeProcess(asHandle(process.handle), &code))
             process.exitCode = static_cast<int>(code);
-        }
     }
     return process.ended;
 }
@@ -299,23 +286,19 @@ void closeProcess(Process &process) {
 std::optional<std::int64_t> readPipe(std::intptr_t pipe, char *buffer, std::size_t length,
                                      std::uint32_t milliseconds) {
     // A wait on a pipe's handle says nothing about its bytes: only asking does.
-    for (DWORD waited = 0;; waited += PIPE_POLL_MS) {
+    for (DWORD waited = 0;; waited += pipePollMs) {
         DWORD waiting = 0;
-        if (!PeekNamedPipe(asHandle(pipe), nullptr, 0, nullptr, &waiting, nullptr)) {
+        if (!PeekNamedPipe(asHandle(pipe), nullptr, 0, nullptr, &waiting, nullptr))
             return GetLastError() == ERROR_BROKEN_PIPE ? 0 : -1;
-        }
-        if (waiting > 0) {
+        if (waiting > 0)
             break;
-        }
-        if (waited >= milliseconds) {
+        if (waited >= milliseconds)
             return std::nullopt;
-        }
-        Sleep(PIPE_POLL_MS);
+        Sleep(pipePollMs);
     }
     DWORD count = 0;
-    if (!ReadFile(asHandle(pipe), buffer, static_cast<DWORD>(length), &count, nullptr)) {
+    if (!ReadFile(asHandle(pipe), buffer, static_cast<DWORD>(length), &count, nullptr))
         return GetLastError() == ERROR_BROKEN_PIPE ? 0 : -1;
-    }
     return count;
 }
 

@@ -21,10 +21,9 @@ bool isDead(int descriptor) {
 template <typename Predicate>
 void keepIf(DescriptorSet &set, Predicate predicate) {
     DescriptorSet kept;
-    for (const int descriptor : set) {
+    for (const int descriptor : set)
         if (predicate(descriptor))
             kept.insert(descriptor);
-    }
     set = kept;
 }
 
@@ -56,7 +55,7 @@ int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &l
     fd_set readable = systemSet(readers);
     fd_set writable = systemSet(writers);
     const int ready = select(0, &readable, &writable, nullptr,
-                             limit.milliseconds == WaitLimit::FOREVER ? nullptr : &time);
+                             limit.milliseconds == WaitLimit::forever ? nullptr : &time);
     if (succeeded(ready)) {
         takeOver(readers, readable, ready > 0);
         takeOver(writers, writable, ready > 0);
