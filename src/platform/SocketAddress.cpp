@@ -1,12 +1,12 @@
 #include "platform/SocketAddress.h"
 
+#include "platform/SocketErrors.h"
+
 #include <cstring>
 
 namespace vintok::platform {
 
 namespace {
-
-constexpr int errorBadAddress = 10014;
 
 in6_addr ipv6Of(const Endpoint &endpoint) {
     in6_addr address;
@@ -35,7 +35,7 @@ bool toSystem(const Endpoint &endpoint, SocketAddress &address) {
     switch (endpoint.family) {
     case FAMILY_LOCAL:
         if (endpoint.path.empty() || endpoint.path.size() > maxLocalPath) {
-            setSocketError(errorBadAddress);
+            setSocketError(socketErrors::badAddress);
             return false;
         }
         address.local.sun_family = AF_UNIX;

@@ -27,15 +27,6 @@ int awayFromStandardStreams(int descriptor) {
     return moved;
 }
 
-bool setOption(int descriptor, int level, int option, int value) {
-    return succeeded(setsockopt(descriptor, level, option, &value, sizeof value));
-}
-
-bool getOption(int descriptor, int level, int option, int &value) {
-    socklen_t length = sizeof value;
-    return succeeded(getsockopt(descriptor, level, option, &value, &length));
-}
-
 std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t length, int flags) {
     const ssize_t count = recv(descriptor, buffer, length, flags);
     // The system leaves an old error standing at the end of a stream.
@@ -89,15 +80,6 @@ bool connectSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) &&
            succeeded(connect(descriptor, &address.any, address.length));
-}
-
-bool connectSucceeded(int descriptor) {
-    int error = 0;
-    if (!getOption(descriptor, SOL_SOCKET, SO_ERROR, error))
-        return false;
-    if (error != 0)
-        setSocketError(translatedError(error));
-    return error == 0;
 }
 
 int acceptSocket(int descriptor, Family family, Endpoint &peer) {
@@ -163,36 +145,6 @@ bool bytesWaiting(int descriptor, std::size_t &count) {
 bool setBlockingMode(int descriptor, bool blocking) {
     int nonBlocking = blocking ? 0 : 1;
     return succeeded(ioctl(descriptor, FIONBIO, &nonBlocking));
-}
-
-bool setNoDelayOption(int descriptor) {
-    return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
-}
-
-bool setExclusiveAddress(int descriptor) {
-    // Here this option lets no second listener in: it only makes connections that wait out their
-    // time on the port no obstacle for a host that starts again.
-    return setOption(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
-}
-
-bool setIPv6Only(int descriptor) {
-    return setOption(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, 1);
-}
-
-bool setReceiveBuffer(int descriptor, int size) {
-    return setOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
-}
-
-bool receiveBuffer(int descriptor, int &size) {
-    return getOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
-}
-
-bool setSendBuffer(int descriptor, int size) {
-    return setOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
-}
-
-bool sendBuffer(int descriptor, int &size) {
-    return getOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
 }
 
 } // namespace vintok::platform

@@ -70,8 +70,6 @@ constexpr ErrorNumber errorNumbers[] = {
     {ECANCELED, socketErrors::cancelled},
 };
 
-thread_local int t_error = 0;
-
 } // namespace
 
 int translatedError(int error) {
@@ -84,16 +82,8 @@ int translatedError(int error) {
 bool succeeded(long long result) {
     if (result >= 0)
         return true;
-    t_error = translatedError(errno);
+    setSocketError(translatedError(errno));
     return false;
-}
-
-int socketError() {
-    return t_error;
-}
-
-void setSocketError(int error) {
-    t_error = error;
 }
 
 } // namespace vintok::platform

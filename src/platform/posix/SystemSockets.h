@@ -8,4 +8,12 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+namespace vintok::platform {
+
+// Here this option lets no second listener in: it only makes connections that wait out their time
+// on the port no obstacle for a host that starts again.
+inline constexpr int exclusiveAddress = SO_REUSEADDR;
+
+} // namespace vintok::platform
+
 #endif

@@ -25,17 +25,6 @@ int boundedLength(std::size_t length) {
     return static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
 }
 
-bool setOption(int descriptor, int level, int option, int value) {
-    return succeeded(setsockopt(socketOf(descriptor), level, option,
-                                reinterpret_cast<const char *>(&value), sizeof value));
-}
-
-bool getOption(int descriptor, int level, int option, int &value) {
-    int length = sizeof value;
-    return succeeded(
-        getsockopt(socketOf(descriptor), level, option, reinterpret_cast<char *>(&value), &length));
-}
-
 std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t length, int flags) {
     const int count =
         recv(socketOf(descriptor), reinterpret_cast<char *>(buffer), boundedLength(length), flags);
@@ -99,15 +88,6 @@ bool connectSocket(int descriptor, const Endpoint &endpoint) {
     SocketAddress address;
     return toSystem(endpoint, address) &&
            succeeded(connect(socketOf(descriptor), &address.any, address.length));
-}
-
-bool connectSucceeded(int descriptor) {
-    int error = 0;
-    if (!getOption(descriptor, SOL_SOCKET, SO_ERROR, error))
-        return false;
-    if (error != 0)
-        setSocketError(error);
-    return error == 0;
 }
 
 int acceptSocket(int descriptor, Family family, Endpoint &peer) {
@@ -184,34 +164,6 @@ bool bytesWaiting(int descriptor, std::size_t &count) {
 bool setBlockingMode(int descriptor, bool blocking) {
     u_long nonBlocking = blocking ? 0 : 1;
     return succeeded(ioctlsocket(socketOf(descriptor), FIONBIO, &nonBlocking));
-}
-
-bool setNoDelayOption(int descriptor) {
-    return setOption(descriptor, IPPROTO_TCP, TCP_NODELAY, 1);
-}
-
-bool setExclusiveAddress(int descriptor) {
-    return setOption(descriptor, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
-}
-
-bool setIPv6Only(int descriptor) {
-    return setOption(descriptor, IPPROTO_IPV6, IPV6_V6ONLY, 1);
-}
-
-bool setReceiveBuffer(int descriptor, int size) {
-    return setOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
-}
-
-bool receiveBuffer(int descriptor, int &size) {
-    return getOption(descriptor, SOL_SOCKET, SO_RCVBUF, size);
-}
-
-bool setSendBuffer(int descriptor, int size) {
-    return setOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
-}
-
-bool sendBuffer(int descriptor, int &size) {
-    return getOption(descriptor, SOL_SOCKET, SO_SNDBUF, size);
 }
 
 } // namespace vintok::platform

@@ -9,6 +9,11 @@ namespace vintok::platform {
 // promise.
 bool succeeded(int result);
 
+// The system's numbers are the ones that are spoken here.
+inline int translatedError(int error) {
+    return error;
+}
+
 } // namespace vintok::platform
 
 #endif

@@ -14,4 +14,10 @@
 #include <afunix.h>
 #include <ws2tcpip.h>
 
+namespace vintok::platform {
+
+inline constexpr int exclusiveAddress = SO_EXCLUSIVEADDRUSE;
+
+} // namespace vintok::platform
+
 #endif
