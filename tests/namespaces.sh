@@ -7,6 +7,8 @@
 # Then a meeting of four over slow lines, on which frames come in packets and end in small ones: whoever
 # waits for the rest of a frame must not keep the others waiting.
 #
+# Then a meeting in which a cable is pulled: both ends find out.
+#
 # usage: namespaces.sh PROGRAM
 #
 # Exit status 77, with the reason, where namespaces cannot be made (it takes root).
@@ -133,6 +135,34 @@ hold_slow_meeting() {
     does Cid hears "what Bob says"
 }
 
+# Nothing tells anybody that the line is gone: frames just vanish.
+pull_cable() {
+    local name=$1
+    act "$name's cable is pulled while nobody says anything"
+    ip -n "$(space switch)" link set "to$name" nomaster
+}
+
+hold_meeting_with_a_broken_line() {
+    local name
+    types Ann /leave
+    for name in Ann Bob Cid Dan; do
+        ends $name 0
+    done
+    act "Three hosts, and a sign of life every 2 seconds"
+    start Ann host --meeting Broken --keep-alive 2
+    sees Ann 'Hosting the meeting "Broken".'
+    for name in Bob Cid; do
+        start $name join "$host_target:7777" --keep-alive 2
+        sees $name 'The call was accepted.'
+    done
+    sees Bob 'Cid is in the meeting'
+    pull_cable Cid
+    sees Ann 'Cid has left the meeting.'
+    sees Bob 'Cid has left the meeting.'
+    sees Cid 'The host has left: the meeting is over.'
+}
+
 hold_meeting
 hold_slow_meeting
+hold_meeting_with_a_broken_line
 act "Every step was seen."

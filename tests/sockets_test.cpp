@@ -1,5 +1,6 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
+#include "platform/Wait.h"
 #include "support/Meeting.h"
 #include "support/MemoryTransport.h"
 #include "support/ScriptedPlatform.h"
@@ -228,6 +229,20 @@ TEST_F(Sockets, ConnectToNobodyAndSayWhom) {
     nameOnly.setName("somewhere");
     EXPECT_EQ(-1, connectToBoundSocket(nameOnly));
     expectNoError();
+}
+
+TEST_F(Sockets, KeepAPeerThatIsThereHoweverSilent) {
+    ASSERT_TRUE(setPeerTimeout(1000));
+    unsigned short port = 0;
+    const int listener = keep(listenSomewhere(port));
+    const int connected = keep(connectToBoundSocket(loopbackAt(port)));
+    ASSERT_NE(-1, connected);
+    ASSERT_NE(-1, keep(acceptBoundSocket(listener)));
+    EXPECT_FALSE(platform::awaitSocket(connected, platform::Await::readable, 2500)) << "an end";
+    fini();
+    EXPECT_FALSE(setPeerTimeout(0));
+    expectError(TCP_ERROR_NOT_INITIALIZED, "vintok::setPeerTimeout");
+    init();
 }
 
 TEST_F(Sockets, GiveUpAConnectThatNobodyAnswersInTime) {

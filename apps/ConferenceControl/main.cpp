@@ -13,7 +13,8 @@ namespace {
 
 constexpr int failedRun = 1;
 constexpr int wrongUsage = 2;
-constexpr std::uint32_t connectTimeout = 20000; // milliseconds
+constexpr std::uint32_t connectTimeout = 20000;     // milliseconds
+constexpr std::uint32_t longestPeerTimeout = 86400; // seconds
 
 // What is refused or goes wrong is in the log even where nobody has asked for one.
 void setLog(const control::Options &options) {
@@ -32,6 +33,7 @@ int runSession(const control::Options &options) {
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     vintok::setConnectTimeout(connectTimeout);
+    vintok::setPeerTimeout(std::min(options.alarm, longestPeerTimeout) * 1000);
     setLog(options);
     // No `fini` behind it: the inbox's threads may still use the library.
     return control::Session(options).run();

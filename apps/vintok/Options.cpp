@@ -91,7 +91,8 @@ CLI::Option *addTarget(CLI::App &app, Options &options, const std::string &help)
 void addMeeting(CLI::App &app, Options &options) {
     app.add_flag("--stay", options.stay, "Stay in the meeting when the standard input ends");
     app.add_option("--keep-alive", options.keepAlive,
-                   "Seconds between tests of the connections, 0 for none (30)")
+                   "Seconds in which the other side of a connection must show a sign of life, 0 "
+                   "for\nno limit (30)")
         ->type_name("SECONDS")
         ->check(between(0, 86400));
     app.add_option("--record", options.recordFile,

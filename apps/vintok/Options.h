@@ -55,7 +55,7 @@ struct Options {
     std::string meeting;
     Answer answer = Answer::yes;
     bool stay = false;
-    unsigned int keepAlive = 30; // seconds, 0: none
+    unsigned int keepAlive = 30; // seconds of silence that a connection survives, 0: any
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
 
     secure::Options secure;

@@ -51,6 +51,7 @@ int Party::run() {
         fail(withLastFailure("cannot make sockets on the loopback address"));
         return m_exitCode;
     }
+    vintok::setPeerTimeout(m_options.keepAlive * 1000); // not for the connections of the inbox
     const Person me = self();
     m_people.take(me);
     m_report.listening(me.address, me.port);

@@ -87,6 +87,9 @@ bool bytesWaiting(int descriptor, std::size_t &count);
 
 bool setBlockingMode(int descriptor, bool blocking);
 bool setNoDelayOption(int descriptor);
+// Lets the connection fail when its other side has been silent so long though it was asked, or has
+// not taken what was sent. Systems round up to seconds.
+bool setPeerTimeout(int descriptor, std::uint32_t milliseconds);
 
 // Nobody else may listen on the port; a port that only waits out old connections may be taken.
 bool setExclusiveAddress(int descriptor);

@@ -44,7 +44,8 @@ struct Globals {
     std::atomic<TCPTransport *> m_transport{nullptr};
     std::atomic<std::int64_t> m_addTime{0};
     std::atomic<std::int64_t> m_subtractTime{0};
-    std::atomic<std::uint32_t> m_connectTimeout{0}; // milliseconds
+    std::atomic<std::uint32_t> m_connectTimeout{0}; // milliseconds, as the next
+    std::atomic<std::uint32_t> m_peerTimeout{0};
     std::atomic<LogLevel> m_logLevel{LOG_NONE};
     std::string m_logFileName;
 };

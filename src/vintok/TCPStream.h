@@ -213,6 +213,14 @@ VINTOK_API int connectUnix(const std::string &path);
 // False when the library is not started; the end of the library sets it back.
 VINTOK_API bool setConnectTimeout(std::uint32_t milliseconds);
 
+// How long the other side of a connection may show no sign of life, in milliseconds, in the whole
+// process, for connections that are made or accepted from now on; 0, as at the start: as long as
+// the system waits, which may be for ever. The systems ask each other when nothing is said; the
+// application on the other side need not do anything. When nothing has come for so long, or what
+// was sent has not been taken for so long, the connection has ended. Systems round up to seconds.
+// False when the library is not started; the end of the library sets it back.
+VINTOK_API bool setPeerTimeout(std::uint32_t milliseconds);
+
 // Accepts one connection, blocking until there is one. `peer` becomes its address and stays as it
 // was on a local socket. -1 with TCP_ERROR_CONNECTION_RESET, TCP_ERROR_BAD_FILE_DESCRIPTOR (also
 // for a socket that does not listen), TCP_ERROR_INTERRUPT or TCP_ERROR_SYSTEM_ERROR.

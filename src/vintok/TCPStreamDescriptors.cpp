@@ -73,6 +73,8 @@ bool addEntry(Globals &globals, int fd, bool secure, std::uint32_t bound,
             return refuseSecure(place);
         entry.flags = DESC_SECURE;
     }
+    if (bound == 0 && globals.m_peerTimeout != 0)
+        platform::setPeerTimeout(fd, globals.m_peerTimeout); // local sockets have none
     const bool sized = setSystemBuffers(fd, 0);
     if (sized && appendEntry(globals, entry)) {
         globals.m_secure += (entry.flags & DESC_SECURE) != 0 ? 1 : 0;

@@ -170,6 +170,17 @@ TCPError connectError(int error) {
     }
 }
 
+bool setLimit(std::atomic<std::uint32_t> Globals::*limit, std::uint32_t value,
+              const ErrorContext &name, const SourcePlace &place = SourcePlace::caller()) {
+    Globals *globals = startedGlobals();
+    if (globals == nullptr) {
+        errorAt(place, TCP_ERROR_NOT_INITIALIZED, name);
+        return false;
+    }
+    globals->*limit = value;
+    return true;
+}
+
 // Connects as long as the process lets a connect take.
 bool connectInTime(int fd, const platform::Endpoint &endpoint) {
     using Clock = std::chrono::steady_clock;
@@ -387,13 +398,11 @@ int connectToBoundSocket(const TCPAddress &address) try {
 }
 
 bool setConnectTimeout(std::uint32_t milliseconds) {
-    Globals *globals = startedGlobals();
-    if (globals == nullptr) {
-        VINTOK_ERROR(TCP_ERROR_NOT_INITIALIZED, "vintok::setConnectTimeout");
-        return false;
-    }
-    globals->m_connectTimeout = milliseconds;
-    return true;
+    return setLimit(&Globals::m_connectTimeout, milliseconds, "vintok::setConnectTimeout");
+}
+
+bool setPeerTimeout(std::uint32_t milliseconds) {
+    return setLimit(&Globals::m_peerTimeout, milliseconds, "vintok::setPeerTimeout");
 }
 
 int connectLocal(unsigned short port) {

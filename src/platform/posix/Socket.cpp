@@ -142,6 +142,26 @@ bool bytesWaiting(int descriptor, std::size_t &count) {
     return true;
 }
 
+bool setPeerTimeout(int descriptor, std::uint32_t milliseconds) {
+    const int seconds = static_cast<int>((std::uint64_t{milliseconds} + 999) / 1000);
+    const int timeout = static_cast<int>(std::min<std::uint32_t>(milliseconds, 0x7FFFFFFF));
+    const struct {
+        int level;
+        int option;
+        int value;
+    } settings[] = {
+        {IPPROTO_TCP, TCP_KEEPIDLE, std::max(seconds / 2, 1)}, // of silence before it is asked
+        {IPPROTO_TCP, TCP_KEEPINTVL, std::max(seconds / 8, 1)},
+        {IPPROTO_TCP, TCP_KEEPCNT, 4},
+        {IPPROTO_TCP, TCP_USER_TIMEOUT, timeout},
+        {SOL_SOCKET, SO_KEEPALIVE, 1},
+    };
+    return std::all_of(std::begin(settings), std::end(settings), [&](const auto &each) {
+        return succeeded(
+            setsockopt(descriptor, each.level, each.option, &each.value, sizeof each.value));
+    });
+}
+
 bool setBlockingMode(int descriptor, bool blocking) {
     int nonBlocking = blocking ? 0 : 1;
     return succeeded(ioctl(descriptor, FIONBIO, &nonBlocking));

@@ -33,7 +33,8 @@ std::int64_t receiveWith(int descriptor, unsigned char *buffer, std::size_t leng
     return count;
 }
 
-constexpr std::size_t mostPieces = 64; // in one call
+constexpr int maxRetransmissionTime = 5; // an option of TCP that not all headers name
+constexpr std::size_t mostPieces = 64;   // in one call
 
 std::int64_t wouldBlock() {
     setSocketError(WSAEWOULDBLOCK);
@@ -159,6 +160,18 @@ bool bytesWaiting(int descriptor, std::size_t &count) {
         return false;
     count = waiting;
     return true;
+}
+
+bool setPeerTimeout(int descriptor, std::uint32_t milliseconds) {
+    const DWORD seconds = milliseconds / 1000 + (milliseconds % 1000 != 0 ? 1 : 0);
+    // For what is sent and not taken. Older systems do not know it.
+    setsockopt(socketOf(descriptor), IPPROTO_TCP, maxRetransmissionTime,
+               reinterpret_cast<const char *>(&seconds), sizeof seconds);
+    // The system asks ten times.
+    tcp_keepalive settings = {1, milliseconds / 2, std::max<ULONG>(milliseconds / 20, 1)};
+    DWORD size = 0;
+    return succeeded(WSAIoctl(socketOf(descriptor), SIO_KEEPALIVE_VALS, &settings, sizeof settings,
+                              nullptr, 0, &size, nullptr, nullptr));
 }
 
 bool setBlockingMode(int descriptor, bool blocking) {

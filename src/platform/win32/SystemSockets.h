@@ -12,6 +12,7 @@
 #include <winsock2.h>
 
 #include <afunix.h>
+#include <mstcpip.h>
 #include <ws2tcpip.h>
 
 namespace vintok::platform {
