@@ -1,14 +1,15 @@
 // The multiplexer's parts that need no network: what is asked, who may be called, who is let in.
 #include "Credentials.h"
 #include "Log.h"
+#include "Options.h"
 #include "Request.h"
 #include "Rules.h"
-
-#include <sstream>
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 using namespace mux;
+using vintok::test::TemporaryFolder;
 
 namespace {
 
@@ -161,8 +162,8 @@ TEST(Rules, SayWhoMayBeCalled) {
 TEST(Credentials, AreTakenInTheBasicSchemeAlone) {
     Credentials credentials;
     EXPECT_TRUE(credentials.empty());
-    std::istringstream lines("# who is let in\nAnn:secret\r\n\nBen:\xc3\xa4:b\n");
-    EXPECT_EQ(0u, credentials.add(lines));
+    EXPECT_TRUE(credentials.add("Ann:secret") && credentials.add("Ben:\xc3\xa4:b"));
+    EXPECT_FALSE(credentials.add("nobody"));
     for (const char *good :
          {"Basic QW5uOnNlY3JldA==", "basic QW5uOnNlY3JldA==", "BASIC QmVuOsOkOmI="}) {
         EXPECT_TRUE(credentials.accept(good)) << good;
@@ -173,8 +174,29 @@ TEST(Credentials, AreTakenInTheBasicSchemeAlone) {
           "Basic QW5uOnNlY3JldA==QW5uOnNlY3JldA=="}) {
         EXPECT_FALSE(credentials.accept(bad)) << bad;
     }
-    std::istringstream wrong("Ann:secret\nnobody\n");
-    EXPECT_EQ(2u, credentials.add(wrong));
+}
+
+TEST(Options, KeepWhatFilesHeldUntilTheyCanBeReadAgain) {
+    const TemporaryFolder folder;
+    Options options;
+    std::string failure;
+    options.ruleFiles.push_back(folder.holding("rules", "# parties\n10.0.0.0/8\r\n\nben:1\n"));
+    options.credentialFiles.push_back(folder.holding("pairs", "# let in\nAnn:secret\r\n\n"));
+    ASSERT_TRUE(readFiles(options, failure)) << failure;
+    const auto isInForce = [&] {
+        return options.credentials.accept("Basic QW5uOnNlY3JldA==") &&
+               allows(options.allowed, "10.1.2.3", 80);
+    };
+    EXPECT_TRUE(isInForce());
+    folder.holding("rules", "10.0.0.0/99\n");
+    EXPECT_FALSE(readFiles(options, failure));
+    EXPECT_THAT(failure, testing::HasSubstr("rules, line 1: not HOST, "));
+    folder.holding("pairs", "Ben:secret\nnobody\n");
+    EXPECT_FALSE(readFiles(options, failure));
+    EXPECT_THAT(failure, testing::HasSubstr("pairs, line 2: not NAME:PASSWORD"));
+    folder.holding("pairs", "\n");
+    EXPECT_FALSE(readFiles(options, failure)) << "or everybody would be let in";
+    EXPECT_TRUE(isInForce());
 }
 
 TEST(LogLines, ShowTextFromOutsideAsTextAlone) {

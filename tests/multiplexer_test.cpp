@@ -3,10 +3,14 @@
 #include "support/Multiplexer.h"
 #include "support/Party.h"
 #include "support/PlainTransport.h"
+#include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <thread>
 
@@ -112,10 +116,11 @@ TEST(AMultiplexer, JoinsCallersWithWhoeverOffersToAnswerAndNotWithEachOther) {
 TEST(AMultiplexer, ForgetsClientsThatLeaveWhileTheyWait) {
     Multiplexer mux;
     {
-        Client a(mux.port()), b(mux.port());
+        Client a(mux.port()), b(mux.port()), early(mux.port());
         a.sends(callTo(mux, "talk"));
         b.sends(callTo(mux, "tea"));
-        EXPECT_TRUE(mux.comesTo("waiting", 2));
+        early.sends(callTo(mux, "cake") + READY);
+        EXPECT_TRUE(mux.comesTo("waiting", 3));
         b.resets();
     }
     EXPECT_TRUE(mux.comesTo("waiting", 0));
@@ -492,6 +497,37 @@ TEST(AMultiplexer, GoesOnWhenNobodyReadsItsLog) {
         ++lines;
     }
     EXPECT_EQ(REQUESTS, lines) << "they come when they are read";
+}
+
+TEST(AMultiplexer, GoesOnWithAFullDiskAndReadsItsFilesAgainWhenItIsTold) {
+    const TemporaryFolder folder;
+    const std::string log = folder.path("log");
+    std::error_code failed;
+    std::filesystem::create_symlink("/dev/full", log, failed);
+    if (failed || !std::filesystem::exists(log))
+        GTEST_SKIP() << "no disk is full here";
+    Multiplexer mux(
+        {"--log-file", log, "--credentials-file", folder.holding("pairs", "Ann:old\n")});
+    const auto knock = [&](const std::string &pair) {
+        Client client(mux.port());
+        client.sends(callTo(mux, "tea", "Authorization: Basic " + pair + "\r\n"));
+        return client.answer();
+    };
+    const std::string ben = "QmVuOm5ldw=="; // Ben:new
+    EXPECT_THAT(knock(ben), StartsWith("HTTP/1.0 401 "));
+    std::filesystem::remove(log);
+    folder.holding("log", "");
+    folder.holding("pairs", "Ben:new\n");
+    ASSERT_EQ(0, std::system(("kill -HUP " + number(mux.id())).c_str()));
+    Client waits(mux.port());
+    const auto isReloaded = [&] {
+        return folder.content("log").find("reload") != std::string::npos;
+    };
+    for (int i = 0; i < 2000 && !isReloaded(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_THAT(folder.content("log"), HasSubstr(" lost 1 lines"));
+    waits.sends(callTo(mux, "tea", "Authorization: Basic " + ben + "\r\n"));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
 }
 
 TEST(AMultiplexer, SaysWhatIsWrongWithItsOptions) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 #include <platform/SocketErrors.h>
+#include <platform/Wait.h>
 
 namespace mux {
 
@@ -46,6 +47,15 @@ std::unique_ptr<Connection> Connection::call(platform::Poller &poller, const End
 
 bool Connection::connected() const {
     return platform::connectSucceeded(m_descriptor);
+}
+
+void Connection::setPeerTimeout(std::chrono::seconds timeout) const {
+    const std::chrono::milliseconds limit = timeout;
+    platform::setPeerTimeout(m_descriptor, static_cast<std::uint32_t>(limit.count()));
+}
+
+bool Connection::peerEnded() const {
+    return platform::endArrived(m_descriptor);
 }
 
 void Connection::ready(bool readable, bool writable) {

@@ -6,6 +6,7 @@
 #include "Endpoints.h"
 #include "SecureStream.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <platform/Poller.h>
@@ -37,6 +38,10 @@ public:
     // `connected` says whether it stands.
     static std::unique_ptr<Connection> call(vintok::platform::Poller &poller, const Endpoint &peer);
     bool connected() const;
+    // It fails when the other side's system shows no sign of life for so long.
+    void setPeerTimeout(std::chrono::seconds timeout) const;
+    // Whether the other side has ended its stream, whatever of it has not been received.
+    bool peerEnded() const;
 
     // Who is told of this one. It may change.
     void belongsTo(Session *session) { m_session = session; }

@@ -28,17 +28,6 @@ bool Credentials::add(std::string_view pair) {
     return true;
 }
 
-std::size_t Credentials::add(std::istream &lines) {
-    std::string line;
-    for (std::size_t number = 1; std::getline(lines, line); ++number) {
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        if (!line.empty() && line.front() != '#' && !add(line))
-            return number;
-    }
-    return 0;
-}
-
 bool Credentials::accept(std::string_view authorization) const {
     const std::size_t blank = authorization.find(' ');
     if (blank == std::string_view::npos)

@@ -2,7 +2,6 @@
 #ifndef MULTIPLEXER_CREDENTIALS_H
 #define MULTIPLEXER_CREDENTIALS_H
 
-#include <istream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,9 +12,6 @@ class Credentials {
 public:
     // "name:password". False when there is no colon.
     bool add(std::string_view pair);
-    // One on each line; blank lines and those that begin with '#' are passed over. The number of
-    // the first wrong line, 0 when there is none.
-    std::size_t add(std::istream &lines);
 
     // Nobody is asked for any.
     bool empty() const { return m_accepted.empty(); }

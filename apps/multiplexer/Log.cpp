@@ -2,12 +2,15 @@
 
 #include "Text.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace mux {
 
@@ -44,24 +47,44 @@ struct Log::Writer {
     std::size_t lost = 0;
     bool writing = false;
     bool started = false;
+    bool reopens = false;
+    std::string name; // of the file
     std::FILE *file = stdout;
+
+    void openAnew() {
+        reopens = false;
+        std::FILE *opened = name.empty() ? nullptr : std::fopen(name.c_str(), "a");
+        if (opened == nullptr)
+            return;
+        std::fclose(file);
+        file = opened;
+    }
+
+    bool write(const std::string &text) const {
+        const bool written = std::fputs(text.c_str(), file) >= 0 && std::fflush(file) == 0;
+        std::clearerr(file);
+        return written;
+    }
 
     void work() {
         std::unique_lock<std::mutex> lock(mutex);
         for (;;) {
             changed.wait(lock, [this] { return !lines.empty(); });
+            if (reopens)
+                openAnew();
             std::string taken;
             taken.swap(lines);
-            if (lost != 0) {
-                taken += now() + " lost " + std::to_string(lost) + " lines\n";
-                lost = 0;
-            }
+            const auto count =
+                static_cast<std::size_t>(std::count(taken.begin(), taken.end(), '\n'));
+            const std::size_t missing = std::exchange(lost, 0);
+            if (missing != 0)
+                taken += now() + " lost " + std::to_string(missing) + " lines\n";
             writing = true;
             lock.unlock();
-            std::fputs(taken.c_str(), file);
-            std::fflush(file);
+            const bool written = write(taken);
             lock.lock();
             writing = false;
+            lost += written ? 0 : missing + count;
             changed.notify_all();
         }
     }
@@ -75,7 +98,13 @@ bool Log::open(const std::string &file) {
     std::FILE *opened = std::fopen(file.c_str(), "a");
     if (opened != nullptr)
         m_writer->file = opened; // open until the process ends
+    m_writer->name = file;
     return opened != nullptr;
+}
+
+void Log::reopen() {
+    const std::lock_guard<std::mutex> lock(m_writer->mutex);
+    m_writer->reopens = true;
 }
 
 void Log::line(std::string_view event, std::uint64_t client, const std::string &details) {
@@ -85,9 +114,11 @@ void Log::line(std::string_view event, std::uint64_t client, const std::string &
     std::string text = now();
     text.append(" ").append(event).append(" ").append(std::to_string(client));
     text.append(" ").append(details).append("\n");
-    if (!m_writer->started) {
+    try {
+        if (!m_writer->started)
+            std::thread([writer = m_writer] { writer->work(); }).detach();
         m_writer->started = true;
-        std::thread([writer = m_writer] { writer->work(); }).detach();
+    } catch (const std::system_error &) { // the next line asks for a thread again
     }
     if (m_writer->lines.size() + text.size() > mostWaiting) {
         ++m_writer->lost;

@@ -14,8 +14,8 @@ namespace mux {
 std::string quoted(std::string_view text);
 
 // Lines are written by a thread of the log's own, so that a full disk, or a pipe that nobody
-// empties, stops no client. When too many lines wait, further ones are left out, and a line says
-// how many.
+// empties, stops no client. Lines that cannot be written, or wait when there are too many already,
+// are left out, and the next line that can be written says how many.
 class Log {
 public:
     Log();
@@ -26,6 +26,9 @@ public:
     // Lines go to this file, behind what it holds. False when it cannot be opened. To be called
     // before the first line.
     bool open(const std::string &file);
+    // Further lines go to a file that is opened anew by its name: the old one may have been moved
+    // away. Where that fails they go to the old one.
+    void reopen();
     void silence() { m_silent = true; }
 
     // Notes the time, `event`, the number of the client and what there is to tell.

@@ -20,6 +20,8 @@ CLI::Validator between(long long least, long long most) {
     return CLI::Range(least, most).description("");
 }
 
+constexpr char ruleForm[] = "HOST, HOST:PORT, NETWORK/BITS or [NETWORK/BITS]:PORT";
+
 [[noreturn]] void wrong(const std::string &text, const std::string &form) {
     throw CLI::ValidationError("'" + text + "' is not " + form);
 }
@@ -83,17 +85,18 @@ void addListening(CLI::App &app, Options &options) {
 
 void addParties(CLI::App &app, Options &options) {
     const auto allow = [&options](const std::string &text) {
-        if (!options.allowed.add(text))
-            wrong(text, "HOST, HOST:PORT, NETWORK/BITS or [NETWORK/BITS]:PORT");
+        if (!options.givenRules.add(text))
+            wrong(text, ruleForm);
     };
     addEach(app, "--allow", allow, "HOST[:PORT]|NETWORK",
             "Clients may have this party called, or any of this network (none)");
+    const auto read = [&options](const std::string &file) { options.ruleFiles.push_back(file); };
+    addEach(app, "--allow-file", read, "FILE", "The same, one on each line of a file");
     const auto meeting = [&options](const std::string &text) {
         const std::size_t equals = text.rfind('=');
         std::optional<Authority> party;
-        if (equals != std::string::npos) {
+        if (equals != std::string::npos)
             party = authorityOf(text.substr(equals + 1), "HOST:PORT");
-        }
         options.meetings[text.substr(0, equals)] = party;
     };
     addEach(app, "--meeting", meeting, "ID[=HOST:PORT]",
@@ -117,23 +120,13 @@ void addParties(CLI::App &app, Options &options) {
 
 void addCredentials(CLI::App &app, Options &options) {
     const auto add = [&options](const std::string &pair) {
-        if (!options.credentials.add(pair))
+        if (!options.givenCredentials.add(pair))
             wrong(pair.substr(0, 1) + "...", "NAME:PASSWORD");
     };
     addEach(app, "--credentials", add, "NAME:PASSWORD",
             "Let in who has these; others on this machine can see them in the list of processes");
     const auto read = [&options](const std::string &file) {
-        std::ifstream lines(file);
-        if (!lines) {
-            throw CLI::ValidationError("cannot read " + file);
-        }
-        if (const std::size_t number = options.credentials.add(lines)) {
-            throw CLI::ValidationError(file + ", line " + std::to_string(number) +
-                                       ": not NAME:PASSWORD");
-        }
-        if (options.credentials.empty()) { // or everybody would be let in
-            throw CLI::ValidationError(file + " holds no credentials");
-        }
+        options.credentialFiles.push_back(file);
     };
     addEach(app, "--credentials-file", read, "FILE", "The same, one on each line of a file");
     const auto open = [&options](const std::string &id) { options.openMeetings.push_back(id); };
@@ -169,6 +162,8 @@ void addLimits(CLI::App &app, Options &options) {
     addSeconds(app, "--wait-time", options.waitTime, 1, "How long a client waits for the other");
     addSeconds(app, "--idle-time", options.idleTime, 0,
                "How long a tunnel may be silent, 0 for ever");
+    addSeconds(app, "--silence-time", options.silenceTime, 0,
+               "How long a system may show no sign of life, 0 for ever");
 }
 
 void addLog(CLI::App &app, Options &options) {
@@ -180,10 +175,54 @@ void addLog(CLI::App &app, Options &options) {
 }
 
 const char footer[] =
-    "Prints \"listening on ADDRESS port PORT\" and then its log. Ends on Ctrl-C or SIGTERM.\n\n"
+    "Prints \"listening on ADDRESS port PORT\" and then its log. Ends on Ctrl-C or SIGTERM. On "
+    "SIGHUP\n"
+    "it opens its log file anew, and reads the files of credentials and rules again.\n\n"
     "Exit status: 0 fine, 1 the run failed (port taken, log not writable), 2 wrong usage.";
 
+// Hands each line of a file to `take`, except blank ones and those that begin with '#', until one
+// is not `form`.
+bool readLines(const std::string &file, const std::string &form, std::string &failure,
+               const std::function<bool(const std::string &)> &take) {
+    std::ifstream lines(file);
+    if (!lines) {
+        failure = "cannot read " + file;
+        return false;
+    }
+    std::string line;
+    for (std::size_t number = 1; std::getline(lines, line); ++number) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (!line.empty() && line.front() != '#' && !take(line)) {
+            failure = file + ", line " + std::to_string(number) + ": not " + form;
+            return false;
+        }
+    }
+    return true;
+}
+
 } // namespace
+
+bool readFiles(Options &options, std::string &failure) {
+    Credentials credentials = options.givenCredentials;
+    for (const std::string &file : options.credentialFiles) {
+        if (!readLines(file, "NAME:PASSWORD", failure,
+                       [&](const std::string &line) { return credentials.add(line); }))
+            return false;
+        if (credentials.empty()) { // or everybody would be let in
+            failure = file + " holds no credentials";
+            return false;
+        }
+    }
+    Rules rules = options.givenRules;
+    for (const std::string &file : options.ruleFiles)
+        if (!readLines(file, ruleForm, failure,
+                       [&](const std::string &line) { return rules.add(line); }))
+            return false;
+    options.credentials = credentials;
+    options.allowed = rules;
+    return true;
+}
 
 ParseResult parseOptions(int count, const char *const *arguments, Options &options,
                          std::string &text) {
@@ -208,6 +247,8 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         text = error.what();
         return ParseResult::wrong;
     }
+    if (!readFiles(options, text))
+        return ParseResult::wrong;
     if (options.listen.empty())
         options.listen.emplace_back("0.0.0.0");
     return ParseResult::run;

@@ -23,9 +23,14 @@ struct Options {
     std::vector<std::string> listen; // literals
     std::uint16_t port = defaultPort;
 
+    // What clients must show, and may call: of the command line, and with that of the files.
+    Credentials givenCredentials;
     Credentials credentials;
-    std::vector<std::string> openMeetings; // need none
+    std::vector<std::string> credentialFiles;
+    Rules givenRules;
     Rules allowed;
+    std::vector<std::string> ruleFiles;
+    std::vector<std::string> openMeetings;                    // need none
     std::vector<Authority> names;                             // what this server is called by
     std::map<std::string, std::optional<Authority>> meetings; // who answers; nothing: who offers to
     std::map<std::string, Authority> redirects; // by meeting identifier or "host:port"
@@ -42,7 +47,8 @@ struct Options {
     std::chrono::seconds requestTime{10};
     std::chrono::seconds connectTime{10};
     std::chrono::seconds waitTime{60};
-    std::chrono::seconds idleTime{3600}; // 0: for ever
+    std::chrono::seconds idleTime{3600};   // 0: for ever
+    std::chrono::seconds silenceTime{120}; // without a sign of life of a system, 0: for ever
 
     std::string logFile;
     bool quiet = false;
@@ -55,6 +61,10 @@ enum class ParseResult { run, done, wrong };
 // `wrong`: `text` says in one line what is wrong.
 ParseResult parseOptions(int count, const char *const *arguments, Options &options,
                          std::string &text);
+
+// Reads the files of credentials and rules anew. False, with the reason in one line and nothing
+// changed, when one of them cannot be used.
+bool readFiles(Options &options, std::string &failure);
 
 } // namespace mux
 

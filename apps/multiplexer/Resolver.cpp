@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace mux {
@@ -66,9 +67,13 @@ Resolver::~Resolver() {
 bool Resolver::ask(std::uint64_t id, const std::string &host, std::uint16_t port) {
     if (m_open == mostOpen)
         return false;
-    for (int i = 0; i < threads && !m_started; ++i)
-        std::thread([shared = m_shared] { shared->work(); }).detach();
-    m_started = true;
+    try {
+        for (; m_threads < threads; ++m_threads)
+            std::thread([shared = m_shared] { shared->work(); }).detach();
+    } catch (const std::system_error &) { // fewer will do; the next question tries again
+    }
+    if (m_threads == 0)
+        return false;
     ++m_open;
     const std::lock_guard<std::mutex> lock(m_shared->mutex);
     m_shared->questions.push_back({id, host, port});

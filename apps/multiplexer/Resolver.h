@@ -23,8 +23,8 @@ public:
     Resolver(const Resolver &) = delete;
     Resolver &operator=(const Resolver &) = delete;
 
-    // Asks for the addresses of `host`, in the resolver's order. False when too many others wait.
-    // The first question starts the threads.
+    // Asks for the addresses of `host`, in the resolver's order. False when too many others wait,
+    // or when there is no thread to ask. The first question starts the threads.
     bool ask(std::uint64_t id, const std::string &host, std::uint16_t port);
 
     // How many have been asked for and not been taken.
@@ -36,7 +36,7 @@ private:
     struct Shared;
     std::shared_ptr<Shared> m_shared;
     std::size_t m_open = 0;
-    bool m_started = false;
+    int m_threads = 0;
 };
 
 } // namespace mux

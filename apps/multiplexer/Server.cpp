@@ -29,6 +29,7 @@ constexpr std::int32_t waitMs = 100;
 constexpr std::int32_t waitForNamesMs = 5;
 
 std::atomic<bool> s_interrupted = false;
+std::atomic<bool> s_reloads = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
 } // namespace
@@ -115,6 +116,22 @@ void Server::interrupt() {
     s_interrupted = true;
 }
 
+void Server::reload() {
+    s_reloads = true;
+}
+
+void Server::readAnew() {
+    std::string failure;
+    m_log.reopen();
+    const bool read = readFiles(m_options, failure);
+    m_log.line("reload", 0, read ? "the files have been read" : quoted(failure));
+}
+
+void Server::guard(const Connection &connection) const {
+    if (m_options.silenceTime.count() != 0)
+        connection.setPeerTimeout(m_options.silenceTime);
+}
+
 void Server::run() {
     while (!s_interrupted)
         round();
@@ -147,6 +164,8 @@ void Server::tick() {
     for (const auto &[id, session] : m_sessions)
         session->tick();
     watchListeners(true);
+    if (s_reloads.exchange(false))
+        readAnew();
 }
 
 void Server::sweep() {
@@ -181,6 +200,7 @@ void Server::accept(Listener &listener) {
             m_sessions.at(*m_unsettled.begin())->end("too many requests");
         const std::uint64_t id = ++m_lastId;
         auto connection = std::make_unique<Connection>(m_poller, descriptor, plain(peer));
+        guard(*connection);
         m_sessions.emplace(id, std::make_unique<Session>(*this, id, std::move(connection)));
         m_unsettled.insert(id);
     }

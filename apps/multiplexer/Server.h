@@ -42,6 +42,8 @@ public:
     void run();
     // From a signal handler.
     static void interrupt();
+    // Likewise: opens the log file anew and reads the files of the options again.
+    static void reload();
 
     // ---- For sessions ----
     const Options &options() const { return m_options; }
@@ -56,6 +58,8 @@ public:
     Clock::time_point now() const { return m_now; }
     // Room for one piece of bytes, for whoever is at work.
     std::array<char, 65536> &scratch() { return m_scratch; }
+    // Its other side must show a sign of life now and then.
+    void guard(const Connection &connection) const;
     bool isFull() const { return m_tunnels >= m_options.maxTunnels; }
     std::uint16_t port() const { return m_port; }
     // Every change of a session's state is told. One that is finished goes with the round.
@@ -73,6 +77,7 @@ private:
     // Off while there are no descriptors to be had.
     void watchListeners(bool on);
     void tick();
+    void readAnew();
     void sweep();
 
     Options m_options;

@@ -67,6 +67,8 @@ void Session::tick() {
         if (passed > options.waitTime) {
             m_server.meetings().remove(*this);
             refuse(504, m_called ? "the party cannot be reached" : "nobody came to the meeting");
+        } else if (m_near.connection->hasUnread() && m_near.connection->peerEnded()) {
+            leave(); // it has sent ahead, so nothing is received that would tell of its end
         }
         return;
     case State::passing:
@@ -249,8 +251,11 @@ void Session::readAhead() {
         return;
     case Connection::Result::ended:
     case Connection::Result::lost:
-        break;
+        leave();
     }
+}
+
+void Session::leave() {
     if (m_state == State::waiting)
         m_server.meetings().remove(*this);
     m_server.log().line("leave", m_id, description());

@@ -74,6 +74,7 @@ private:
     void discard();
     void finish();
     void readAhead();
+    void leave();
     std::string description() const;
 
     // ---- SessionRoute.cpp ----

@@ -156,6 +156,8 @@ void Session::callNext() {
         m_server.bury(std::move(m_far.connection));
     while (!m_untried.empty() && !m_far.connection) {
         m_far.connection = Connection::call(m_server.poller(), m_untried.back());
+        if (m_far.connection)
+            m_server.guard(*m_far.connection);
         m_untried.pop_back();
     }
     if (!m_far.connection)

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <platform/Signals.h>
 #include <vintok/TCPStream.h>
 
 namespace {
@@ -21,12 +22,20 @@ extern "C" void endServer(int signal) {
     std::signal(signal, SIG_DFL);
 }
 
+extern "C" void reloadServer(int signal) {
+    mux::Server::reload();
+    std::signal(signal, reloadServer); // some systems forget it
+}
+
 int runServer(const mux::Options &options) {
     // False also when this machine's own name does not resolve, which is no reason to give up.
     vintok::init();
     vintok::platform::raiseDescriptorLimit();
     std::signal(SIGINT, endServer);
     std::signal(SIGTERM, endServer);
+    for (const int signal : vintok::platform::hangupSignals())
+        std::signal(signal, reloadServer);
+    vintok::platform::ignoreBrokenPipes();
     std::string failure;
     int code = 0;
     mux::Server server(options);

@@ -12,6 +12,9 @@ std::vector<int> endingSignals();
 // Those that tell it that its terminal has gone, which ends it by default. May be none.
 std::vector<int> hangupSignals();
 
+// A write to a pipe that nobody reads fails from now on, and does not end the process.
+void ignoreBrokenPipes();
+
 } // namespace vintok::platform
 
 #endif

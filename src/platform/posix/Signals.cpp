@@ -12,4 +12,8 @@ std::vector<int> hangupSignals() {
     return {SIGHUP};
 }
 
+void ignoreBrokenPipes() {
+    std::signal(SIGPIPE, SIG_IGN);
+}
+
 } // namespace vintok::platform

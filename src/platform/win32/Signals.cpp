@@ -12,4 +12,6 @@ std::vector<int> hangupSignals() {
     return {};
 }
 
+void ignoreBrokenPipes() {}
+
 } // namespace vintok::platform
