@@ -36,6 +36,8 @@ int Party::run() {
         fail(withLastFailure("cannot listen on " + port));
         return m_exitCode;
     }
+    const unsigned int seconds = m_options.patience != 0 ? m_options.patience : usualPatience;
+    vintok::setConnectTimeout(seconds * 1000);
     if (!openFiles())
         return m_exitCode;
     introduce();
@@ -104,8 +106,6 @@ bool Party::call() {
 
 // Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
 bool Party::place(const CallPlan &plan) {
-    const unsigned int seconds = m_options.patience != 0 ? m_options.patience : usualPatience;
-    vintok::setConnectTimeout(seconds * 1000);
     if (m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
                                 plan.proxy.port, plan.meetingID, plan.authentication, plan.retries))
         return true;

@@ -111,10 +111,9 @@ public:
 
     // Return the bytes taken, length included, or 0 with the cursor where it was.
     //
-    // `read` gives the string the length that the wire claims, filled with blanks, before it looks
-    // whether so much is there; after a refusal the string stays like that. A claimed length of 0
-    // throws std::length_error with the cursor behind the length. Whoever reads what a stranger
-    // sent must look at the length first.
+    // `read` first resizes the string to the length that the wire claims, filled with blanks, and
+    // leaves it so on failure. A length of 0 throws std::length_error with the cursor behind the
+    // length. Check the length of untrusted data first.
     std::uint64_t read(std::string &text);
     std::uint64_t write(const std::string &text);
 

@@ -66,11 +66,11 @@ public:
 // there are such; elsewhere its output goes where ours goes.
 class VINTOK_API ConferenceProcess {
 public:
-    // Starts the program and waits until it has connected: until it has ended, or for the time that
-    // `setConnectTimeout` gave. A file must not exist at `socketPath`, which is shorter than 108
-    // bytes; none is left there. After a failure, which `getLastError` and `processError` tell, the
-    // object stands without a process. The callback is not owned and must outlive the object; null
-    // is a failure.
+    // Starts the program and waits until it has connected, has ended, or the time of
+    // `setConnectTimeout` has passed. A file must not exist at `socketPath`, which is shorter than
+    // 108 bytes; none is left there. After a failure, which `getLastError` and `processError` tell,
+    // the object stands without a process. The callback is not owned and must outlive the object;
+    // null is a failure.
     ConferenceProcess(ConferenceProcessCallback *callback, const ConferenceProcessOptions &options,
                       const std::string &socketPath);
     // Ends the process, whatever it does, and closes the descriptor. The other parties see a

@@ -11,11 +11,12 @@
 // returns.
 //
 // Operations that talk to the network block: they wait until a connection stands or is refused, and
-// until the peer's side has taken what is written. Nothing has a time-out. Nothing throws. Those
-// that say nothing of the network below do not block.
+// until the peer's side has taken what is written. A connect can be bounded (`setConnectTimeout`),
+// and so can the silence of a peer (`setPeerTimeout`). Operations whose comment does not mention
+// the network do not block. Nothing throws.
 //
-// False is all that a participant says when it refuses: the log has the reason, and `lastError`
-// stays as it was. When the network fails, `lastError` is what the stream layer left.
+// An operation that is refused returns false: the log has the reason, and `lastError` is unchanged.
+// When the network fails, `lastError` is what the stream layer left.
 //
 // Callbacks are plain functions. An application that has state of its own derives from the class
 // and casts the pointer that each callback gets:
@@ -104,8 +105,8 @@ public:
     // A party joined, here or elsewhere in the meeting. Parties that are servers are not reported,
     // by this and the next three callbacks.
     void setJoinCB(EntryCallback callback) { _joinCB = callback; }
-    // A party left. Set it even to do nothing: without it a member may not notice that its host has
-    // left, and a host tells its members that somebody left without saying who.
+    // A party left. Set this callback even if it does nothing: without it a member may not notice
+    // that its host has left, and a host tells its members that somebody left without saying who.
     void setLeaveCB(EntryCallback callback) { _leaveCB = callback; }
     // The data of a party changed, or those of the own entry.
     void setUserDataCB(EntryCallback callback) { _userDataCB = callback; }
@@ -117,13 +118,13 @@ public:
     void setBroadcastDataCB(DataCallback callback) { _broadcastDataCB = callback; }
     // A file has arrived, or has failed to.
     void setFileTransferCB(FileTransferCallback callback) { _fileTransferCB = callback; }
-    // A file goes on: once when it begins, with 0 bytes done, and then for every message that
-    // carries a part of it. The origin is the party that sends it, this one inside `transferFile`.
-    // A receiver learns the size with the end, so there the total is 0; the end itself is told by
-    // the file-transfer callback alone. A begin that stores nothing, because there is no folder for
-    // files or the file cannot be opened, is told with an empty path, and nothing more of that
-    // file. The callback may call any operation, but `transferFile` is false inside it at the
-    // sender; a hang-up in it ends the transfer.
+    // Progress of a file: called once at its beginning, with 0 bytes done, and then for every
+    // message that carries a part of it. The origin is the party that sends it, this one inside
+    // `transferFile`. A receiver learns the size with the end, so there the total is 0; the end
+    // itself is told by the file-transfer callback alone. A begin that stores nothing, because
+    // there is no folder for files or the file cannot be opened, is told with an empty path, and
+    // nothing more of that file. The callback may call any operation, but `transferFile` is false
+    // inside it at the sender; a hang-up in it ends the transfer.
     void setFileProgressCB(FileProgressCallback callback) { _fileProgressCB = callback; }
     // The answer to the own request for the lead: one byte, 1 granted, 0 refused.
     void setLeadReplyCB(DataCallback callback) { _leadReplyCB = callback; }
@@ -241,20 +242,19 @@ public:
 
     // ---- Calls ----
 
-    // Starts a meeting with this party as its host. Alone, a second call renames the meeting. False
-    // in company: somebody is listed, and this party is in a meeting already or somebody else hosts
-    // one. Calls the user-data callback.
+    // Starts a meeting with this party as its host; a host that is alone renames its meeting. False
+    // if somebody is listed, and this party is in a meeting already or another one hosts one. Calls
+    // the user-data callback.
     bool hostMeeting(const std::string &meetingName);
 
-    // Calls a party; without a meeting on either side the caller becomes the host, unless the other
-    // calls it in the same moment: then one of the two does. Blocks while names are resolved and
-    // until the connection stands; true means that the call is under way, and a callback tells how
-    // it ends, out of the loop: no callback comes before the result. Port 0 is the
-    // configured port, proxy port 0 is 80. With a `meetingID` the call goes through a multiplexing
-    // server, behind the proxy if one is named; `authentication` goes to them as it stands, and
-    // `retries` bounds how often a redirect or a demand for credentials is followed. False: in a
-    // meeting and not its host, bad address, own address, a call to that address is already listed,
-    // or no connection.
+    // Calls a party. If neither is in a meeting the caller becomes the host; if both call each
+    // other at once, one of them does. Blocks while names are resolved and until the connection
+    // stands; true means that the call is under way, and a callback tells how it ends, out of the
+    // loop: no callback comes before the result. Port 0 is the configured port, proxy port 0 is 80.
+    // With a `meetingID` the call goes through a multiplexing server, behind the proxy if one is
+    // named; `authentication` goes to them as it stands, and `retries` bounds how often a redirect
+    // or a demand for credentials is followed. False: in a meeting and not its host, bad address,
+    // own address, a call to that address is already listed, or no connection.
     bool placeCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);

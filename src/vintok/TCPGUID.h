@@ -24,8 +24,8 @@ struct VINTOK_API TCPGUID {
         return std::memcmp(this, &other, sizeof(TCPGUID)) == 0;
     }
 
-    // Return the bytes moved. Each field is tried even after one did not fit, so that anything but
-    // 16 is a failure, and the fields that did fit have then moved.
+    // Return the bytes moved; anything but 16 is a failure. Fields after one that did not fit are
+    // still tried.
     std::uint64_t read(BufferManager &cursor);
     std::uint64_t write(BufferManager &cursor) const;
 };

@@ -24,9 +24,9 @@ public:
     // Receives one frame from `socket`, or with -1 from `socketDescriptor()`. `status`, which may
     // be null, hears of every step and may end the call by clearing `keepGoing`.
     //
-    // False with TCP_ERROR_WOULD_BLOCK: fewer than 36 bytes were waiting and none was taken; call
-    // again when more have come. A frame that has begun to arrive is waited for, without limit,
-    // inside the call. Other failures: TCP_ERROR_CORRUPT_HEADER (a length below 36, or a header
+    // False with TCP_ERROR_WOULD_BLOCK: fewer than 36 bytes had arrived, and none was taken; call
+    // again when more have come. Once a frame has begun to arrive the call waits for the rest,
+    // without limit. Other failures: TCP_ERROR_CORRUPT_HEADER (a length below 36, or a header
     // that does not decode; the bytes that waited are discarded), TCP_ERROR_OUT_OF_MEMORY,
     // TCP_ERROR_CONNECTION_RESET (closed or lost), TCP_ERROR_BAD_FILE_DESCRIPTOR (unknown, or a
     // listening socket).

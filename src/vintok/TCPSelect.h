@@ -5,8 +5,8 @@
 // the thread that made it; only `interrupt`, `running` and `signalSafe` may be called from
 // anywhere, a signal handler included.
 //
-// A callback may do all of this: add and remove callbacks, close descriptors, poll, destroy
-// TCPSelect objects, the running one too. It is not called for what an earlier owner of its
+// A callback may add and remove callbacks, close descriptors, poll, and destroy TCPSelect objects,
+// the running one included. It is not called for what an earlier owner of its
 // descriptor's number left to read.
 #ifndef VINTOK_TCPSELECT_H
 #define VINTOK_TCPSELECT_H
@@ -62,7 +62,7 @@ public:
     // (`immediate`: looks) and dispatches what can be read, in ascending order. Returns the number
     // of descriptors, 0 for none, -1 for nothing registered or a failed or interrupted wait.
     //
-    // It rests a quarter of a second over what would make it spin: a readable descriptor that
+    // It pauses a quarter of a second where it would otherwise spin: a readable descriptor that
     // nobody is registered for, a closed one whose callbacks have been called and leave it
     // registered, and decrypted bytes of a descriptor without buffers that its callbacks do not
     // take.

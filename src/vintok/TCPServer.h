@@ -35,7 +35,7 @@ public:
     // Closes the connections and the listening sockets.
     ~TCPServer();
 
-    // A copy shares the loop and the sockets: whichever goes first closes them for both.
+    // A copy shares the loop and the sockets; destroying either closes them for both.
     TCPServer(const TCPServer &other);
     TCPServer &operator=(const TCPServer &other);
 

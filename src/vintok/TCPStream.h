@@ -134,8 +134,8 @@ VINTOK_API bool fini();
 // `getSubtractTime`. Never fails: before `init` it is the system's time, with the error set.
 VINTOK_API std::int64_t getTime();
 
-// Move the library's clock, for the whole process. After either, an excess of subtracted over added
-// time is all that is kept; an excess of added time keeps the whole of it and drops the subtracted.
+// Move the library's clock for the whole process. If more is subtracted than added, only the
+// difference is kept. If more is added, all of that is kept and the subtracted time is dropped.
 VINTOK_API bool addTime(std::int64_t seconds);
 VINTOK_API bool subtractTime(std::int64_t seconds);
 VINTOK_API bool zeroTime();
@@ -157,9 +157,8 @@ VINTOK_API bool addDescriptor(int fd, bool secure, bool boundIPv4, bool boundIPv
 // Forgets it; the socket stays open. TCP_ERROR_BAD_FILE_DESCRIPTOR when it is unknown or below 1.
 VINTOK_API bool removeDescriptor(int fd);
 
-// True for a known descriptor that is not closed. Set all five to false before: false with `closed`
-// true is a descriptor whose peer is gone, false with `closed` false an unknown one, for which none
-// is written.
+// True for a known open descriptor. Set all five outputs to false before the call. False with
+// `closed` true: the peer is gone. False with `closed` false: unknown, and no output is written.
 VINTOK_API bool descriptorState(int fd, bool &secure, bool &closed, bool &boundIPv4,
                                 bool &boundIPv6, bool &boundUnix);
 
@@ -207,9 +206,9 @@ VINTOK_API int connectToBoundSocket(const TCPAddress &address);
 VINTOK_API int connectLocal(unsigned short port);
 VINTOK_API int connectUnix(const std::string &path);
 
-// How long everything that connects waits for the other side to answer, `placeCall` too, in
-// milliseconds, in the whole process; 0, as at the start: as long as the system does, which may be
-// minutes. What takes longer fails with TCP_ERROR_SYSTEM_ERROR and the row "Connection timed out.".
+// Bounds how long each connect of the process waits for an answer, in milliseconds, that of
+// `placeCall` too. 0, as at the start: as long as the system does, which may be minutes. What takes
+// longer fails with TCP_ERROR_SYSTEM_ERROR and the row "Connection timed out.".
 // False when the library is not started; the end of the library sets it back.
 VINTOK_API bool setConnectTimeout(std::uint32_t milliseconds);
 

@@ -40,8 +40,8 @@ public:
     virtual std::int64_t secureRecv(int fd, unsigned char *buffer, std::size_t length) = 0;
     virtual std::int64_t secureSend(int fd, const unsigned char *buffer, std::size_t length) = 0;
 
-    // Stores how many bytes of plaintext can be read now. `socketHasData` tells that the answer was
-    // 0 a moment ago while the socket holds raw bytes: they are to be taken in first.
+    // Stores how many bytes of plaintext can be read now. `socketHasData`: the last answer was 0,
+    // but the socket holds raw bytes; take them in first.
     virtual bool secureBytesPending(int fd, std::size_t *pending, bool socketHasData) = 0;
 
     // A descriptor becomes secure, or stops being so while its socket still works. Locks of the
