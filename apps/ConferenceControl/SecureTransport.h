@@ -9,9 +9,9 @@
 namespace control::secure {
 
 // For every connection from here on. `required`: those without TLS are broken off, otherwise they
-// go on plain. `FIPS`: approved algorithms only. False with the reason when there is no transport
+// go on plain. `fips`: approved algorithms only. False with the reason when there is no transport
 // then.
-bool start(bool required, bool FIPS, std::string &failure);
+bool start(bool required, bool fips, std::string &failure);
 
 // Around the placing of a call: the certificate of whoever answers must be for `name`. A tunnelled
 // call first meets a proxy, which speaks no TLS.

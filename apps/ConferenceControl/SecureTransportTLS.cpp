@@ -23,13 +23,13 @@ vintok::TLSOptions &settings() {
 
 } // namespace
 
-bool start(bool required, bool FIPS, std::string &failure) {
+bool start(bool required, bool fips, std::string &failure) {
     vintok::TLSOptions &tls = settings();
     tls.certificateFile = app::variable("VINTOK_TLS_CERT");
     tls.keyFile = app::variable("VINTOK_TLS_KEY");
     tls.rootsFile = app::variable("VINTOK_TLS_CA");
     tls.required = required;
-    tls.FIPSOnly = FIPS;
+    tls.FIPSOnly = fips;
     if (tls.certificateFile.empty() && tls.rootsFile.empty()) {
         failure = "neither VINTOK_TLS_CERT nor VINTOK_TLS_CA names a file";
         return false;

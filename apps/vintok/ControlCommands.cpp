@@ -20,10 +20,10 @@ namespace {
 
 using control::Field;
 
-const char UNSENT[] = "the control process takes no requests any more";
+const char unsent[] = "the control process takes no requests any more";
 
 std::string sent(bool written) {
-    return written ? "" : UNSENT;
+    return written ? "" : unsent;
 }
 
 std::string absolutePath(const std::string &path) {

@@ -12,7 +12,7 @@ constexpr std::string_view turnTag = "file-turn 1";
 constexpr std::string_view sentTag = "sent";
 constexpr std::string_view withdrawn = "withdrawn";
 constexpr std::string_view yesTag = "yes";
-constexpr std::string_view NO = "no";
+constexpr std::string_view noTag = "no";
 
 bool parseSum(std::string_view text, FileSum &sum) {
     const char *end = text.data() + text.size();
@@ -55,13 +55,13 @@ bool decodeClosing(std::string_view body, FileClosing &closing) {
 }
 
 std::string encodeTurn(const FileTurn &turn) {
-    return beginBody(turnTag, turn.place) + placeLine(turn.whose).append(turn.yes ? yesTag : NO);
+    return beginBody(turnTag, turn.place) + placeLine(turn.whose).append(turn.yes ? yesTag : noTag);
 }
 
 bool decodeTurn(std::string_view body, FileTurn &turn) {
     FileTurn decoded;
     if (!takeBodyHead(body, turnTag, decoded.place) || !takePlace(body, decoded.whose) ||
-        (body != yesTag && body != NO))
+        (body != yesTag && body != noTag))
         return false;
     decoded.yes = body == yesTag;
     turn = decoded;
