@@ -48,11 +48,11 @@ struct Log::Writer {
     bool writing = false;
     bool started = false;
     bool reopens = false;
+    // The thread's alone once it has started.
     std::string name; // of the file
     std::FILE *file = stdout;
 
     void openAnew() {
-        reopens = false;
         std::FILE *opened = name.empty() ? nullptr : std::fopen(name.c_str(), "a");
         if (opened == nullptr)
             return;
@@ -70,8 +70,7 @@ struct Log::Writer {
         std::unique_lock<std::mutex> lock(mutex);
         for (;;) {
             changed.wait(lock, [this] { return !lines.empty(); });
-            if (reopens)
-                openAnew();
+            const bool opensAnew = std::exchange(reopens, false);
             std::string taken;
             taken.swap(lines);
             const auto count =
@@ -81,6 +80,8 @@ struct Log::Writer {
                 taken += now() + " lost " + std::to_string(missing) + " lines\n";
             writing = true;
             lock.unlock();
+            if (opensAnew)
+                openAnew();
             const bool written = write(taken);
             lock.lock();
             writing = false;

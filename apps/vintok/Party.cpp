@@ -16,7 +16,6 @@ namespace app {
 namespace {
 
 constexpr unsigned int partingSeconds = 3; // that a host has to hang up
-constexpr unsigned int usualPatience = 20; // seconds for a connect
 
 } // namespace
 
@@ -36,8 +35,6 @@ int Party::run() {
         fail(withLastFailure("cannot listen on " + port));
         return m_exitCode;
     }
-    const unsigned int seconds = m_options.patience != 0 ? m_options.patience : usualPatience;
-    vintok::setConnectTimeout(seconds * 1000);
     if (!openFiles())
         return m_exitCode;
     introduce();

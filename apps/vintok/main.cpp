@@ -19,6 +19,7 @@ namespace {
 
 constexpr int failedRun = 1;
 constexpr int wrongUsage = 2;
+constexpr unsigned int usualPatience = 20; // seconds for a connect
 
 bool variableSet(const char *name) {
     const char *value = std::getenv(name);
@@ -94,6 +95,7 @@ int runLibrary(const app::Options &options) {
     }
     if (!options.logFile.empty())
         vintok::setLogFileName(options.logFile);
+    vintok::setConnectTimeout((options.patience != 0 ? options.patience : usualPatience) * 1000);
     static app::PlainTransport plainTransport;
     std::string failure;
     if (options.secure.wanted()) {

@@ -6,6 +6,7 @@
 
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
+#include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "vintok/ByteOrder.h"
 #include "vintok/StreamInternal.h"
@@ -181,31 +182,60 @@ bool setLimit(std::atomic<std::uint32_t> Globals::*limit, std::uint32_t value,
     return true;
 }
 
+// Whether the connect under way has ended well within `timeout`.
+bool awaitConnected(int fd, std::chrono::milliseconds timeout) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point end = Clock::now() + timeout;
+    for (auto left = timeout; left.count() > 0;
+         left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())) {
+        const std::int64_t turn = std::min<std::int64_t>(left.count(), 1000);
+        if (platform::awaitSocket(fd, platform::Await::writable, static_cast<std::int32_t>(turn)))
+            return platform::connectSucceeded(fd);
+    }
+    platform::setSocketError(socketErrors::timedOut);
+    return false;
+}
+
+// A local socket whose queue is full has no connect under way: it is asked again.
+bool connectLocally(int fd, const platform::Endpoint &endpoint, std::chrono::milliseconds timeout) {
+    constexpr std::uint32_t pause = 10; // milliseconds
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (!platform::connectSocket(fd, endpoint)) {
+        const int error = platform::socketError();
+        if (error == socketErrors::isConnected)
+            return true;
+        if (error != socketErrors::wouldBlock)
+            return false;
+        if (std::chrono::steady_clock::now() >= end) {
+            platform::setSocketError(socketErrors::timedOut);
+            return false;
+        }
+        platform::sleepMilliseconds(pause);
+    }
+    return true;
+}
+
+bool connectWithin(int fd, const platform::Endpoint &endpoint, std::chrono::milliseconds timeout) {
+    if (endpoint.family == platform::FAMILY_LOCAL)
+        return connectLocally(fd, endpoint, timeout);
+    if (platform::connectSocket(fd, endpoint))
+        return true;
+    const int error = platform::socketError();
+    return (error == socketErrors::inProgress || error == socketErrors::wouldBlock) &&
+           awaitConnected(fd, timeout);
+}
+
 // Connects as long as the process lets a connect take.
 bool connectInTime(int fd, const platform::Endpoint &endpoint) {
-    using Clock = std::chrono::steady_clock;
     const Globals *globals = startedGlobals();
-    const std::chrono::milliseconds timeout(globals != nullptr ? globals->m_connectTimeout.load()
-                                                               : 0);
-    if (timeout.count() == 0)
+    const std::uint32_t timeout = globals != nullptr ? globals->m_connectTimeout.load() : 0;
+    if (timeout == 0)
         return platform::connectSocket(fd, endpoint);
-    const Clock::time_point end = Clock::now() + timeout;
     platform::setBlockingMode(fd, false);
-    bool connected = platform::connectSocket(fd, endpoint);
-    const int error = connected ? 0 : platform::socketError();
-    if (error == socketErrors::inProgress || error == socketErrors::wouldBlock) {
-        bool answered = false;
-        for (auto left = timeout; !answered && left.count() > 0;
-             left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()))
-            answered = platform::awaitSocket(
-                fd, platform::Await::writable,
-                static_cast<std::int32_t>(std::min<std::int64_t>(left.count(), 1000)));
-        if (answered)
-            connected = platform::connectSucceeded(fd);
-        else
-            platform::setSocketError(socketErrors::timedOut);
-    }
+    const bool connected = connectWithin(fd, endpoint, std::chrono::milliseconds(timeout));
+    const int error = platform::socketError();
     platform::setBlockingMode(fd, true);
+    platform::setSocketError(error);
     return connected;
 }
 

@@ -143,6 +143,7 @@ bool bytesWaiting(int descriptor, std::size_t &count) {
 }
 
 bool setPeerTimeout(int descriptor, std::uint32_t milliseconds) {
+    constexpr int longestInterval = 32767; // that the system takes
     const int seconds = static_cast<int>((std::uint64_t{milliseconds} + 999) / 1000);
     const int timeout = static_cast<int>(std::min<std::uint32_t>(milliseconds, 0x7FFFFFFF));
     const struct {
@@ -150,8 +151,9 @@ bool setPeerTimeout(int descriptor, std::uint32_t milliseconds) {
         int option;
         int value;
     } settings[] = {
-        {IPPROTO_TCP, TCP_KEEPIDLE, std::max(seconds / 2, 1)}, // of silence before it is asked
-        {IPPROTO_TCP, TCP_KEEPINTVL, std::max(seconds / 8, 1)},
+        {IPPROTO_TCP, TCP_KEEPIDLE,
+         std::clamp(seconds / 2, 1, longestInterval)}, // then it is asked
+        {IPPROTO_TCP, TCP_KEEPINTVL, std::clamp(seconds / 8, 1, longestInterval)},
         {IPPROTO_TCP, TCP_KEEPCNT, 4},
         {IPPROTO_TCP, TCP_USER_TIMEOUT, timeout},
         {SOL_SOCKET, SO_KEEPALIVE, 1},
