@@ -203,14 +203,15 @@ std::string Report::rosterLine(const Person &person) const {
 
 // On a terminal the own line stands there already, as it was typed.
 void Report::said(const Person &person, const std::string &text) const {
-    tell(personEvent("said", person).text("text", text),
-         person.self ? ""
-                     : paint(printable(person.name, nameLimit) + ": " + printable(text), person));
+    if (m_json)
+        print(personEvent("said", person).text("text", text).str());
+    else if (!person.self)
+        print(paint(printable(person.name, nameLimit) + ": " + printable(text), person));
 }
 
 void Report::relayed(const std::string &text) const {
-    const JsonLine line = JsonLine("relayed").text("text", text);
-    print(m_json ? line.str() : printable(text)); // an empty line, too
+    // An empty line, too.
+    print(m_json ? JsonLine("relayed").text("text", text).str() : printable(text));
 }
 
 void Report::strangeData(std::size_t count) const {
@@ -229,16 +230,17 @@ void Report::fileBegins(const FileNews &file) const {
 }
 
 void Report::fileGoesOn(const FileNews &file) const {
+    if (m_progress)
+        ProgressLine::show(printable(file.name, ProgressLine::nameLimit), file.done,
+                           file.announced.size);
+    if (!m_json)
+        return;
     const bool known = file.announced.size != 0;
     JsonLine line("file-progress"); // short, as there are many
     line.text("file", file.name).flag("self", file.person.self);
     sized(line, "size", file.announced.size, known)
         .number("bytes", static_cast<std::int64_t>(file.done));
-    tell(sized(line, "percent", static_cast<std::uint64_t>(percentOf(file)), known), "");
-    if (m_progress) {
-        ProgressLine::show(printable(file.name, ProgressLine::nameLimit), file.done,
-                           file.announced.size);
-    }
+    print(sized(line, "percent", static_cast<std::uint64_t>(percentOf(file)), known).str());
 }
 
 void Report::fileEnds(const FileNews &file, FileEnd end, const FileSum &sum) const {
