@@ -168,7 +168,9 @@ bool setPeerTimeout(int descriptor, std::uint32_t milliseconds) {
     setsockopt(socketOf(descriptor), IPPROTO_TCP, maxRetransmissionTime,
                reinterpret_cast<const char *>(&seconds), sizeof seconds);
     // The system asks ten times.
-    tcp_keepalive settings = {1, milliseconds / 2, std::max<ULONG>(milliseconds / 20, 1)};
+    constexpr ULONG longestInterval = 32767000; // more is refused
+    tcp_keepalive settings = {1, std::clamp<ULONG>(milliseconds / 2, 1, longestInterval),
+                              std::clamp<ULONG>(milliseconds / 20, 1, longestInterval)};
     DWORD size = 0;
     return succeeded(WSAIoctl(socketOf(descriptor), SIO_KEEPALIVE_VALS, &settings, sizeof settings,
                               nullptr, 0, &size, nullptr, nullptr));
