@@ -161,6 +161,7 @@ void ChildProcess::kill() {
 }
 
 std::string ChildProcess::story() const {
+    platform::waitProcess(m_process, 0);
     std::string story = "command:";
     for (const std::string &argument : m_arguments) {
         story += " " + argument;

@@ -75,7 +75,7 @@ private:
     void collectOthers() const;
 
     std::vector<std::string> m_arguments;
-    platform::Process m_process;
+    mutable platform::Process m_process; // its end is noticed where it is told of
     std::string m_failure;
     Collected m_output;
     Collected m_errors;
