@@ -85,7 +85,8 @@ ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port
     sf_readDebugSwitches();
     sf_getDefaultPort();
     sf_getBindAnonymous();
-    if (!_listen(localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : portSearch)) {
+    if (!Life::listen(*this, localOnly, port != 0 ? port : s_defaultPort,
+                      exactPort ? 1 : portSearch)) {
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
         return;
     }
@@ -95,11 +96,11 @@ ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port
     try {
         _select = new TCPSelect;
     } catch (const std::bad_alloc &) {
-        _closeListeners();
+        Life::closeListeners(*this);
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not allocate select object");
         return;
     }
-    _watchListeners();
+    Life::watchListeners(*this);
 }
 
 ConferenceParticipant::ConferenceParticipant(const ConferenceParticipant &) = default;
@@ -111,8 +112,8 @@ ConferenceParticipant::~ConferenceParticipant() {
         if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
     _shutdown();
-    _discardFile();
-    _closeListeners();
+    Files::discardFile(*this);
+    Life::closeListeners(*this);
     delete _select;
     for (TempRosterEntry *call : _pending)
         delete call;
@@ -148,34 +149,35 @@ bool ConferenceParticipant::sf_getBindAnonymous() {
 }
 
 // False when neither family could be listened on.
-bool ConferenceParticipant::_listen(bool localOnly, unsigned short port, std::size_t tries) {
+bool ConferenceParticipant::Life::listen(ConferenceParticipant &owner, bool localOnly,
+                                         unsigned short port, std::size_t tries) {
     const Listeners listeners = localOnly         ? Listeners::onLoopback(port, tries)
                                 : s_bindAnonymous ? Listeners::anywhere(port, tries)
                                                   : Listeners::onOwnAddress(port, tries);
-    _listenIPv4 = listeners.ipv4;
-    _listenIPv6 = listeners.ipv6;
-    if (_listenIPv6 != -1 && listeners.addressIPv6.isIPv6())
-        _self = listeners.addressIPv6;
-    if (_listenIPv4 != -1 && listeners.addressIPv4.isIPv4())
-        _self = listeners.addressIPv4;
+    owner._listenIPv4 = listeners.ipv4;
+    owner._listenIPv6 = listeners.ipv6;
+    if (owner._listenIPv6 != -1 && listeners.addressIPv6.isIPv6())
+        owner._self = listeners.addressIPv6;
+    if (owner._listenIPv4 != -1 && listeners.addressIPv4.isIPv4())
+        owner._self = listeners.addressIPv4;
     std::printf("\nPORT:%hu\n", listeners.port());
     std::fflush(stdout);
     return listeners.exist();
 }
 
-void ConferenceParticipant::_watchListeners() {
-    watchListener(*_select, _listenIPv4, sf_connectCB, this);
-    watchListener(*_select, _listenIPv6, sf_connectCB, this);
-    if (_listenIPv4 != -1 || _listenIPv6 != -1)
+void ConferenceParticipant::Life::watchListeners(ConferenceParticipant &owner) {
+    watchListener(*owner._select, owner._listenIPv4, sf_connectCB, &owner);
+    watchListener(*owner._select, owner._listenIPv6, sf_connectCB, &owner);
+    if (owner._listenIPv4 != -1 || owner._listenIPv6 != -1)
         return;
-    delete _select;
-    _select = nullptr;
+    delete owner._select;
+    owner._select = nullptr;
     VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not add connect callback");
 }
 
-void ConferenceParticipant::_closeListeners() {
-    closeListener(_select, _listenIPv4, sf_connectCB, this);
-    closeListener(_select, _listenIPv6, sf_connectCB, this);
+void ConferenceParticipant::Life::closeListeners(ConferenceParticipant &owner) {
+    closeListener(owner._select, owner._listenIPv4, sf_connectCB, &owner);
+    closeListener(owner._select, owner._listenIPv6, sf_connectCB, &owner);
 }
 
 bool ConferenceParticipant::setMeetingName(const std::string &meetingName) {
@@ -188,13 +190,13 @@ void ConferenceParticipant::setServerMode(bool on) {
 }
 
 void ConferenceParticipant::disableUser(const TCPAddress &address) {
-    _closeRelay(); // what was said before still reaches the party
+    Relaying::closeRelay(*this); // what was said before still reaches the party
     if (ConferenceRosterEntry *peer = _getPeer(address))
         peer->setEnabled(false);
 }
 
 void ConferenceParticipant::enableUser(const TCPAddress &address) {
-    _closeRelay();
+    Relaying::closeRelay(*this);
     if (ConferenceRosterEntry *peer = _getPeer(address))
         peer->setEnabled(true);
 }
@@ -246,8 +248,8 @@ void ConferenceParticipant::mf_connectPending(int socket) {
         shutdownSocket(descriptor);
         return;
     }
-    if (_hostsNobody() && !_hasOthers(nullptr))
-        _stepAside(nullptr);
+    if (Crossing::hostsNobody(*this) && !Crossing::hasOthers(*this, nullptr))
+        Crossing::stepAside(*this, nullptr);
     const bool hosts = _self.isHost();
     if (!mf_sendMe(descriptor, false, true)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending send me failed");
@@ -277,38 +279,39 @@ void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {
     }
     try {
         if (peer->isProxyPending() || peer->isMUXPending())
-            _readTunnel(peer);
+            Tunnels::readTunnel(*this, peer);
         else
-            _readMessages(peer, closed);
+            Life::readMessages(*this, peer, closed);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending allocation failed");
     }
-    _closeRelay();
+    Relaying::closeRelay(*this);
     if (ConferenceRosterEntry *left = _getPeer(descriptor))
         left->setBadRead(false);
 }
 
 // Up to a share of the messages that have come, so that the others have theirs. A handler may have
 // removed the peer.
-void ConferenceParticipant::_readMessages(ConferenceRosterEntry *peer, bool closed) {
+void ConferenceParticipant::Life::readMessages(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer, bool closed) {
     const int descriptor = peer->descriptor();
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
-    const std::uint64_t changes = _workings->listChanges;
+    const std::uint64_t changes = owner._workings->listChanges;
     TCPMessage message(descriptor);
     std::size_t taken = 0;
     do {
         if (closed ||
             !(buffer != nullptr ? message.readBuffered(*buffer) : message.read(-1, nullptr))) {
-            _readFailed(peer, closed);
+            Ending::readFailed(owner, peer, closed);
             break;
         }
         taken += static_cast<std::size_t>(message.rawBufferLength());
         if (message.messageMajorVersion() < s_majorVersion)
-            _handleVersion(peer, message, ConfServiceABI);
+            owner._handleVersion(peer, message, ConfServiceABI);
         else
-            _handleMessage(peer, message);
+            owner._handleMessage(peer, message);
     } while (buffer != nullptr && buffer->offers(taken) &&
-             (_workings->listChanges == changes || _isListed(peer)));
+             (owner._workings->listChanges == changes || owner._isListed(peer)));
 }
 
 // ---- Dispatch ----
@@ -408,11 +411,11 @@ void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessa
         peer->setMinorVersion(message.messageMinorVersion());
     }
     if (route->relay == Route::RELAY_BEFORE && _relays())
-        _relay(peer, message);
+        Relaying::passOn(*this, peer, message);
     route->handle(*this, peer, message);
     // Whoever sent it may have gone meanwhile; the others are owed it all the same.
     if (route->relay == Route::RELAY_AFTER && _relays())
-        _relay(peer, message);
+        Relaying::passOn(*this, peer, message);
 }
 
 } // namespace vintok

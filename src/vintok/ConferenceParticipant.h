@@ -352,32 +352,29 @@ public:
     bool setSecurePreferred(bool on);
 
 private:
-    // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp) ----
+    // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
-    struct Route;
-    static void sf_readDebugSwitches();
-    static unsigned short sf_getDefaultPort();
-    static bool sf_getBindAnonymous();
-    bool _listen(bool localOnly, unsigned short port, std::size_t tries);
-    void _watchListeners();
-    void _closeListeners();
-    static void sf_connectCB(int socket, void *data, bool closed);
-    static void sf_dataCB(int descriptor, void *data, bool closed);
-    static void sf_signalHandler(int signal);
-    void mf_connectPending(int socket);
-    void mf_dataPending(int descriptor, bool closed);
-    void _readMessages(ConferenceRosterEntry *peer, bool closed);
-    void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
-    bool _relays() const { return _self.isHost() || _self.isServer(); }
-    // Servers have no user: nothing is told about them.
-    void _tell(EntryCallback callback, const ConferenceRosterEntry &party);
-
-    // ---- Lists (ConferenceParticipantLists.cpp) ----
-
-    // What goes on inside: ConferenceParticipantWorkings.h.
     struct Workings;
     class Operation;
     struct Said;
+    struct SecureStep;
+    enum class Admission;
+    struct RosterFrames;
+    struct HTTPRequest;
+    // Who does it, by subject.
+    struct Calling;
+    struct Clock;
+    struct Crossing;
+    struct Ending;
+    struct Files;
+    struct Joining;
+    struct Lead;
+    struct Life;
+    struct Lists;
+    struct Relaying;
+    struct Roster;
+    struct Security;
+    struct Tunnels;
     // A copy of a participant gets workings of its own: no operation is under way in it.
     class WorkingsPointer {
     public:
@@ -392,12 +389,30 @@ private:
     private:
         std::unique_ptr<Workings> m_workings;
     };
+
+    // ---- Life, listening sockets, dispatch (ConferenceParticipant.cpp) ----
+
+    struct Route;
+    static void sf_readDebugSwitches();
+    static unsigned short sf_getDefaultPort();
+    static bool sf_getBindAnonymous();
+    static void sf_connectCB(int socket, void *data, bool closed);
+    static void sf_dataCB(int descriptor, void *data, bool closed);
+    static void sf_signalHandler(int signal);
+    void mf_connectPending(int socket);
+    void mf_dataPending(int descriptor, bool closed);
+    void _handleMessage(ConferenceRosterEntry *peer, TCPMessage &message);
+    bool _relays() const { return _self.isHost() || _self.isServer(); }
+    // Servers have no user: nothing is told about them.
+    void _tell(EntryCallback callback, const ConferenceRosterEntry &party);
+
+    // ---- Lists (ConferenceParticipantLists.cpp) ----
+
     ConferenceRosterEntry *_addDescriptor(int descriptor);
     bool _addPending(TempRosterEntry *entry);
     bool _isListed(const ConferenceRosterEntry *entry) const;
     bool _isListed(const TempRosterEntry *entry) const;
     ConferenceRosterEntry *_getPeer(const TCPAddress &address) const;
-    ConferenceRosterEntry *_getCaller(const TCPAddress &address) const;
     ConferenceRosterEntry *_getPeer(int descriptor) const;
     TempRosterEntry *_getPending(const TCPAddress &address) const;
     TempRosterEntry *_getPending(int descriptor) const;
@@ -405,7 +420,6 @@ private:
     ConferenceRosterEntry *_getLeader() const;
     ConferenceRosterEntry *_getPendingLeader() const;
     bool _removeDescriptor(const TCPAddress &address);
-    bool _retire(ConferenceRosterEntry *entry);
     bool _removePending(const TCPAddress &address);
     bool _removePending(int descriptor);
     bool _removePending(TempRosterEntry *entry);
@@ -414,100 +428,44 @@ private:
     template <class Visit>
     void _forEachAttendee(Visit visit);
 
-    // ---- Calls (ConferenceParticipantCalls.cpp) ----
-
-    bool _mayCall(const TempRosterEntry &call, bool direct) const;
-    bool _connectCall(std::unique_ptr<TempRosterEntry> call, bool direct);
-
     // ---- Ends (ConferenceParticipantEnd.cpp) ----
 
-    void _leaveMeeting();
     bool mf_hangup(ConferenceRosterEntry *peer);
-    bool _endCall(TempRosterEntry *call);
-    void _tellNoAnswer(const TempRosterEntry &call);
-    void _readFailed(ConferenceRosterEntry *peer, bool closed);
     void _handleHangup(ConferenceRosterEntry *peer);
     void _bringOutYerDead();
-    ConferenceRosterEntry *_findDead();
-    bool _dropConnection(ConferenceRosterEntry *peer);
     bool _removeDescriptor(int descriptor);
-    bool _removeAttendee(ConferenceRosterEntry *entry);
-    static void _loseCall(TempRosterEntry *call, const TCPAddress &party);
 
     // ---- Joining (ConferenceParticipantJoin.cpp) ----
 
-    struct SecureStep;
     bool mf_sendMe(int descriptor, bool proxyConnection, bool oldForm);
     bool _sendMe(ConferenceRosterEntry *peer);
     void _completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending);
-    bool _startJoin(ConferenceRosterEntry *peer, TempRosterEntry *pending);
     bool _ensureHost(ConferenceRosterEntry *peer);
     bool _preJoin(ConferenceRosterEntry *peer);
     bool _sendJoinRequest(ConferenceRosterEntry *peer);
     void _handleJoinRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     bool mf_acceptCall(ConferenceRosterEntry *peer);
-    void _welcome(ConferenceRosterEntry *peer);
     bool mf_rejectCall(ConferenceRosterEntry *peer);
     void _handleJoinReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
-    bool _callAccepted(ConferenceRosterEntry *peer, const TempRosterEntry &call);
-    bool _wantsSecure(const ConferenceRosterEntry *peer) const;
-    SecureStep _acceptSecurely(ConferenceRosterEntry *peer);
-    SecureStep _connectSecurely(ConferenceRosterEntry *peer);
-
-    // ---- Calls that cross (ConferenceParticipantCrossing.cpp) ----
-
-    enum class Admission;
-    bool _hostsNobody() const;
-    bool _hasOthers(const ConferenceRosterEntry *peer) const;
-    bool _joinsAnother(const ConferenceRosterEntry *peer) const;
-    void _stepAside(const ConferenceRosterEntry *peer);
-    Admission _admission(const ConferenceRosterEntry *peer) const;
-    bool _isAdmitted(ConferenceRosterEntry *peer);
-    bool _crosses(const ConferenceRosterEntry *peer) const;
-    void _giveUpForTwin(ConferenceRosterEntry *peer);
-    void _endCrossing(ConferenceRosterEntry *peer);
-    void _answerCall(TempRosterEntry *call, const ConferenceRosterEntry &peer);
 
     // ---- Roster (ConferenceParticipantRoster.cpp) ----
 
     bool _requestRoster(ConferenceRosterEntry *peer);
     bool _sendRoster(ConferenceRosterEntry *peer);
-    struct RosterFrames;
-    std::vector<ConferenceRosterEntry *> _members() const;
-    bool _writeRoster(RosterFrames &roster);
-    bool _sendRosterTo(const std::vector<ConferenceRosterEntry *> &receivers, bool waits);
-    void _admit(ConferenceRosterEntry *peer);
-    ConferenceRosterEntry *_getTwin(const ConferenceRosterEntry *entry) const;
     bool _isUnique(ConferenceRosterEntry *entry);
-    void _logDuplicate(const ConferenceRosterEntry &listed,
-                       const ConferenceRosterEntry &entry) const;
     void _handleRosterEntry(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     void _handleRosterReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
-    void _takeOwnEntry(const ConferenceRosterEntry &entry);
-    bool _broadcastLeave(const ConferenceRosterEntry &party);
-    void _giveColor(ConferenceRosterEntry *peer);
     void _handleLeaveNotify(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
 
     // ---- Lead (ConferenceParticipantLead.cpp) ----
 
-    bool _memberAsksToLead();
-    bool _hostAsksToLead();
-    bool _openLeadRequest(TCPMessage &message);
     void _handleLeadRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
-    void _hostIsAsked(ConferenceRosterEntry *peer, const unsigned char *body, std::uint64_t length);
-    bool _passLeadRequestOn(const ConferenceRosterEntry &leader, const unsigned char *body,
-                            std::uint64_t length);
-    void _leaderIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
-                        std::uint64_t length);
-    void _decideOnLead(const ConferenceRosterEntry &asking);
     void _handleLeadReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     void _handleLeadChangeNotify(ConferenceRosterEntry *peer, unsigned char *body,
                                  std::uint64_t length);
     void _handleStopLeadRequest(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length);
     void _assureLeader();
-    void _announceLeader(ConferenceRosterEntry *leader);
-    void _leaveLeadTo(const ConferenceRosterEntry *leader);
     bool _writeLeadReply(int descriptor, int accepted);
     void _notifyLeadRequestAccepted();
     void _notifyLeadRequestDenied();
@@ -517,35 +475,19 @@ private:
     static bool _formatBroadcastMessage(TCPMessage &message, const unsigned char *data,
                                         std::uint64_t length);
     bool _broadcastData(ConferenceRosterEntry *source, TCPMessage &message);
-    bool _broadcastFrames(const ConferenceRosterEntry *source, const Span &frames,
-                          const Said &said);
-    void _relay(ConferenceRosterEntry *source, TCPMessage &message);
-    void _closeRelay();
-    static void sf_spread(void *owner, StreamLoop &loop, int source, const Span &span);
-    void _logUndelivered(const ConferenceRosterEntry &peer, const Said &said) const;
     static bool sf_sendKeepAlive(int descriptor);
     void _setBlockingBroadcast();
     void _setNonBlockingBroadcast();
 
     // ---- Files (ConferenceParticipantFiles.cpp) ----
 
-    bool _sendFile(const std::string &path, const std::string &relativePath,
-                   const unsigned char *bytes, std::size_t length);
-    void _tellFileProgress(const TCPAddress &origin, std::uint64_t done, std::uint64_t total,
-                           const char *path);
     void _handleFileTransferBegin(ConferenceRosterEntry *peer, unsigned char *body,
                                   std::uint64_t length);
     void _fixPath();
-    void _openFile(const std::string &relativePath);
-    void _bufferFile();
     void _handleFileTransferData(ConferenceRosterEntry *peer, unsigned char *body,
                                  std::uint64_t length);
     void _handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length);
-    void _endFile(const TCPAddress &neighbour, bool success);
-    void _abandonFile();
-    bool _discardFile();
-    void _sendFileTransferAck(const TCPAddress &origin, bool success, const std::string &name);
     void _handleFileTransferAck(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length, bool hasAddress);
 
@@ -553,14 +495,12 @@ private:
 
     void _handleEchoRequest(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
     void _handleEchoReply(ConferenceRosterEntry *peer, unsigned char *body, std::uint64_t length);
-    void _tellSynchTime(std::int64_t added, std::int64_t subtracted);
 
     // ---- Versions and security (ConferenceParticipantSecurity.cpp) ----
 
     static bool sf_checkVersion(unsigned short major, unsigned short minor, ConfService service);
     void _handleVersion(ConferenceRosterEntry *peer, const TCPMessage &message,
                         ConfService service);
-    void _tellSecurity(bool ConfSecurityOptions::*changed);
     void _printSSLInfo(ConferenceRosterEntry *peer, bool ssl, bool muxMode);
 
     // ---- Tunnels (ConferenceParticipantTunnel.cpp) ----
@@ -571,32 +511,12 @@ private:
     static const char _http_pLorMUX[];
     static const char _pLorMUX_Encrypt[];
     static const char _pLorMUX_Reason[];
-    // A CONNECT to the multiplexing server, or with `mux` false to the proxy.
-    struct HTTPRequest {
-        const std::string &authentication;
-        const std::string &remoteName;
-        unsigned short port;
-        const std::string &proxyName;
-        unsigned short proxyPort;
-        const std::string &meetingID;
-        bool mux;
-    };
-    static std::string _httpRequest(const HTTPRequest &request);
     static bool sf_sendHttpRequest(int descriptor, const std::string &authentication,
                                    const std::string &remoteName, unsigned short port,
                                    const std::string &proxyName, unsigned short proxyPort,
                                    const std::string &meetingID, bool mux);
-    static bool _writeRequest(int descriptor, const HTTPRequest &request);
     static int sf_readHttpResponse(int descriptor, std::string &response);
     static std::string _httpHeaderValue(const std::string &response, const char *name);
-    bool _startTunnel(ConferenceRosterEntry *peer, TempRosterEntry *call, bool direct);
-    static bool _requestTunnel(const TempRosterEntry &call, bool mux);
-    static void _awaitMultiplexer(ConferenceRosterEntry *peer);
-    void _readTunnel(ConferenceRosterEntry *peer);
-    void _passProxy(ConferenceRosterEntry *peer, const TempRosterEntry *call);
-    void _openTunnel(ConferenceRosterEntry *peer, const std::string &response);
-    bool _askForCredentials(const TempRosterEntry &call);
-    void _dropToPlain(ConferenceRosterEntry *peer);
     void _handleRedirect(ConferenceRosterEntry *peer, const TCPAddress &address);
 
     // ---- State ----

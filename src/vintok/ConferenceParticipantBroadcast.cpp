@@ -47,50 +47,53 @@ bool ConferenceParticipant::_broadcastData(ConferenceRosterEntry *source, TCPMes
     const Said said = {message.timeStamp(), source != nullptr && source->isHidingIPsRequired()};
     const Span frame = {nullptr, message.rawBuffer(),
                         static_cast<std::size_t>(message.rawBufferLength())};
-    return _broadcastFrames(source, frame, said);
+    return Relaying::broadcastFrames(*this, source, frame, said);
 }
 
 // Everybody is given the frames before anybody is waited for.
-bool ConferenceParticipant::_broadcastFrames(const ConferenceRosterEntry *source,
-                                             const Span &frames, const Said &said) {
-    if (_attendees.empty())
+bool ConferenceParticipant::Relaying::broadcastFrames(ConferenceParticipant &owner,
+                                                      const ConferenceRosterEntry *source,
+                                                      const Span &frames, const Said &said) {
+    if (owner._attendees.empty())
         return true;
-    _closeRelay();
+    closeRelay(owner);
     Delivery delivery(frames, Delivery::When::now);
-    for (const ConferenceRosterEntry *peer : _attendees)
+    for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source)
             delivery.give(peer->descriptor());
     delivery.complete();
     std::vector<const ConferenceRosterEntry *> refused;
-    for (const ConferenceRosterEntry *peer : _attendees)
+    for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && delivery.isRefusedBy(peer->descriptor()))
             refused.push_back(peer);
     for (const ConferenceRosterEntry *peer : refused)
-        _logUndelivered(*peer, said);
+        logUndelivered(owner, *peer, said);
     if (!refused.empty())
-        _bringOutYerDead();
+        owner._bringOutYerDead();
     return delivery.isTaken() && refused.empty();
 }
 
 // A message that came from one member goes to the others in one run with those in front of it and
 // behind it. Who cannot be given it is found out in the next turn of the loop.
-void ConferenceParticipant::_relay(ConferenceRosterEntry *source, TCPMessage &message) {
+void ConferenceParticipant::Relaying::passOn(ConferenceParticipant &owner,
+                                             ConferenceRosterEntry *source, TCPMessage &message) {
     if (message.rawBytes().shared() == nullptr) {
-        _broadcastData(source, message);
+        owner._broadcastData(source, message);
         return;
     }
-    if (_workings->relay == nullptr)
-        _workings->relay = std::make_unique<RelayRun>(sf_spread, this);
-    if (_workings->relay->add(source->descriptor(), message.rawBytes()))
-        _workings->relayed = {message.timeStamp(), source->isHidingIPsRequired()};
+    if (owner._workings->relay == nullptr)
+        owner._workings->relay = std::make_unique<RelayRun>(spread, &owner);
+    if (owner._workings->relay->add(source->descriptor(), message.rawBytes()))
+        owner._workings->relayed = {message.timeStamp(), source->isHidingIPsRequired()};
 }
 
-void ConferenceParticipant::_closeRelay() {
-    if (_workings->relay != nullptr)
-        _workings->relay->close();
+void ConferenceParticipant::Relaying::closeRelay(ConferenceParticipant &owner) {
+    if (owner._workings->relay != nullptr)
+        owner._workings->relay->close();
 }
 
-void ConferenceParticipant::sf_spread(void *owner, StreamLoop &loop, int source, const Span &span) {
+void ConferenceParticipant::Relaying::spread(void *owner, StreamLoop &loop, int source,
+                                             const Span &span) {
     for (const ConferenceRosterEntry *peer :
          static_cast<ConferenceParticipant *>(owner)->_attendees)
         if (peer != nullptr && peer->doBroadcast() && peer->enabled() &&
@@ -98,11 +101,12 @@ void ConferenceParticipant::sf_spread(void *owner, StreamLoop &loop, int source,
             loop.relay(peer->descriptor(), span);
 }
 
-void ConferenceParticipant::_logUndelivered(const ConferenceRosterEntry &peer,
-                                            const Said &said) const {
+void ConferenceParticipant::Relaying::logUndelivered(const ConferenceParticipant &owner,
+                                                     const ConferenceRosterEntry &peer,
+                                                     const Said &said) {
     std::string address;
     peer.ipString(address, false);
-    if (_self.isHidingIPsRequired() || said.hidden)
+    if (owner._self.isHidingIPsRequired() || said.hidden)
         address = "0.0.0.0";
     const int age = static_cast<int>(getTime() - said.time);
     VINTOK_LOG(SEVERITY_ERROR, "broadcastData write failed to " + visibleText(peer.email()) +

@@ -69,72 +69,76 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
         // Of the port as it was given: a call to the default port is never direct in this way.
         const bool direct = proxyName.empty() ||
                             (remoteName == proxyName && port == call->proxyHostByteOrderPort());
-        return _mayCall(*call, direct) && _connectCall(std::move(call), direct);
+        return Calling::mayCall(*this, *call, direct) &&
+               Calling::connectCall(*this, std::move(call), direct);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
         return false;
     }
 }
 
-bool ConferenceParticipant::_mayCall(const TempRosterEntry &call, bool direct) const {
+bool ConferenceParticipant::Calling::mayCall(const ConferenceParticipant &owner,
+                                             const TempRosterEntry &call, bool direct) {
     const TCPAddress &target = call.connectAddress();
     if (!target.isIPv4() && !target.isIPv6()) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Cannot resolve address");
         return false;
     }
-    if (_self == target) {
+    if (owner._self == target) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to call self");
         return false;
     }
-    if ((direct && _getPeer(target) != nullptr) || _getPending(target) != nullptr) {
+    if ((direct && owner._getPeer(target) != nullptr) || owner._getPending(target) != nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to place same call again");
         return false;
     }
     return true;
 }
 
-bool ConferenceParticipant::_connectCall(std::unique_ptr<TempRosterEntry> call, bool direct) {
+bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
+                                                 std::unique_ptr<TempRosterEntry> call,
+                                                 bool direct) {
     const int descriptor = connectToBoundSocket(call->connectAddress());
     if (descriptor == -1) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
         return false;
     }
     secureConnect(descriptor, std::string());
-    if (!_addPending(call.get())) {
+    if (!owner._addPending(call.get())) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to pending list");
         shutdownSocket(descriptor);
         return false;
     }
     TempRosterEntry *pending = call.release();
     pending->setAssociatedDescriptor(descriptor);
-    ConferenceRosterEntry *peer = _addDescriptor(descriptor);
+    ConferenceRosterEntry *peer = owner._addDescriptor(descriptor);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to attendee list");
-        _removePending(pending);
+        owner._removePending(pending);
         shutdownSocket(descriptor);
         return false;
     }
-    if (_select == nullptr ||
-        !_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
+    if (owner._select == nullptr ||
+        !owner._select->addSocketCallback(descriptor, sf_dataCB, &owner, true, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add data callback");
-        _removeDescriptor(descriptor);
-        _removePending(pending);
+        owner._removeDescriptor(descriptor);
+        owner._removePending(pending);
         shutdownSocket(descriptor);
         return false;
     }
     *peer = static_cast<const TCPAddress &>(*pending);
     if (!pending->meetingID().empty())
-        return _startTunnel(peer, pending, direct);
+        return Tunnels::startTunnel(owner, peer, pending, direct);
     if (bufferFrames(descriptor))
         return true;
-    _removePending(pending);
-    _dropConnection(peer);
+    owner._removePending(pending);
+    Ending::dropConnection(owner, peer);
     return false;
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
     const Operation operation(*this);
-    ConferenceRosterEntry *peer = _getCaller(address);
+    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
         return false;
@@ -144,7 +148,7 @@ bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
 
 bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
     const Operation operation(*this);
-    ConferenceRosterEntry *peer = _getCaller(address);
+    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
         return false;

@@ -1,4 +1,4 @@
-#include "vintok/ConferenceParticipant.h"
+#include "vintok/ConferenceParticipantWorkings.h"
 
 #include "vintok/TCPStream.h"
 #include "vintok/messageUtil.h"
@@ -24,7 +24,7 @@ void ConferenceParticipant::_handleEchoRequest(ConferenceRosterEntry *peer, unsi
         return;
     if (!sendEchoReply(peer->descriptor(), sendTime, s_majorVersion, replyMinorVersion, true))
         return;
-    _tellSynchTime(0, 0); // this clock has not moved, but an exchange took place
+    Clock::tellSynchTime(*this, 0, 0); // this clock has not moved, but an exchange took place
 }
 
 void ConferenceParticipant::_handleEchoReply(ConferenceRosterEntry *peer, unsigned char *body,
@@ -32,17 +32,18 @@ void ConferenceParticipant::_handleEchoReply(ConferenceRosterEntry *peer, unsign
     if (!_isListed(peer) || body == nullptr || length == 0)
         return;
     if (decodeEchoReply(body, length, true))
-        _tellSynchTime(getAddTime(), getSubtractTime());
+        Clock::tellSynchTime(*this, getAddTime(), getSubtractTime());
 }
 
-void ConferenceParticipant::_tellSynchTime(std::int64_t added, std::int64_t subtracted) {
-    if (_synchTimeCB == nullptr)
+void ConferenceParticipant::Clock::tellSynchTime(ConferenceParticipant &owner, std::int64_t added,
+                                                 std::int64_t subtracted) {
+    if (owner._synchTimeCB == nullptr)
         return;
     const std::array<std::uint64_t, 2> times = {static_cast<std::uint64_t>(added),
                                                 static_cast<std::uint64_t>(subtracted)};
     std::array<unsigned char, sizeof times> block = {};
     std::memcpy(block.data(), times.data(), block.size());
-    _synchTimeCB(this, block.data(), block.size());
+    owner._synchTimeCB(&owner, block.data(), block.size());
 }
 
 } // namespace vintok

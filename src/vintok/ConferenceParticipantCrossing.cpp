@@ -21,72 +21,79 @@ namespace vintok {
 // ---- Who hosts ----
 
 // A host that a call has made, and that nobody has joined, gives way to another.
-bool ConferenceParticipant::_hostsNobody() const {
-    return _self.isHost() && _workings->hostsByCall && !_serverMode && _members().empty();
+bool ConferenceParticipant::Crossing::hostsNobody(const ConferenceParticipant &owner) {
+    return owner._self.isHost() && owner._workings->hostsByCall && !owner._serverMode &&
+           Roster::allMembers(owner).empty();
 }
 
 // Whether others than `peer` are about to join: they are called, wait for an answer, or were told
 // to come.
-bool ConferenceParticipant::_hasOthers(const ConferenceRosterEntry *peer) const {
+bool ConferenceParticipant::Crossing::hasOthers(const ConferenceParticipant &owner,
+                                                const ConferenceRosterEntry *peer) {
     return std::any_of(
-        _attendees.begin(), _attendees.end(),
+        owner._attendees.begin(), owner._attendees.end(),
         [&](const auto *entry) {
             return entry != nullptr && entry->descriptor() != -1 && !entry->doBroadcast() &&
                    (peer == nullptr || !(*entry == *peer)) &&
-                   (_getPending(entry->descriptor()) != nullptr || entry->isHost() ||
+                   (owner._getPending(entry->descriptor()) != nullptr || entry->isHost() ||
                     entry->isJoinPending());
         });
 }
 
 // Whether this party has stepped aside for a host that it calls, and waits for the answer: that
 // host or the one that asks now has been told that this party hosts.
-bool ConferenceParticipant::_joinsAnother(const ConferenceRosterEntry *peer) const {
+bool ConferenceParticipant::Crossing::joinsAnother(const ConferenceParticipant &owner,
+                                                   const ConferenceRosterEntry *peer) {
     return std::any_of(
-        _attendees.begin(), _attendees.end(),
+        owner._attendees.begin(), owner._attendees.end(),
         [&](const auto *entry) {
             return entry != nullptr && entry->isHost() && !entry->doBroadcast() &&
                    (entry->m_toldHost || peer->m_toldHost) &&
-                   _getPending(entry->descriptor()) != nullptr;
+                   owner._getPending(entry->descriptor()) != nullptr;
         });
 }
 
 // This party hosts no longer, and joins `peer`, if anybody. Its other calls are over: whoever
 // accepted them would join nobody.
-void ConferenceParticipant::_stepAside(const ConferenceRosterEntry *peer) {
-    _leaveMeeting();
-    _forEachAttendee([&](ConferenceRosterEntry *entry) {
-        if (_getPending(entry->descriptor()) != nullptr && (peer == nullptr || !(*entry == *peer)))
-            mf_hangup(entry);
+void ConferenceParticipant::Crossing::stepAside(ConferenceParticipant &owner,
+                                                const ConferenceRosterEntry *peer) {
+    Ending::leaveMeeting(owner);
+    owner._forEachAttendee([&](ConferenceRosterEntry *entry) {
+        if (owner._getPending(entry->descriptor()) != nullptr &&
+            (peer == nullptr || !(*entry == *peer)))
+            owner.mf_hangup(entry);
     });
-    _tell(_userDataCB, _self);
+    owner._tell(owner._userDataCB, owner._self);
 }
 
 // A host lets no host in, and who has a host gets no second one. Such a caller has not known: it is
 // told who this party is by now, and decides anew. A host that has known and asks all the same is
 // let in by one that nobody has joined, and refused by any other.
 ConferenceParticipant::Admission
-ConferenceParticipant::_admission(const ConferenceRosterEntry *peer) const {
+ConferenceParticipant::Crossing::admission(const ConferenceParticipant &owner,
+                                           const ConferenceRosterEntry *peer) {
     if (!peer->isHost())
-        return _self.isHost() || !peer->m_toldHost ? Admission::granted : Admission::refused;
-    if (!_self.isHost() && _getHost() != nullptr)
+        return owner._self.isHost() || !peer->m_toldHost ? Admission::granted : Admission::refused;
+    if (!owner._self.isHost() && owner._getHost() != nullptr)
         return Admission::decidesAnew;
-    if (!_self.isHost())
-        return _joinsAnother(peer) ? Admission::refused : Admission::granted;
-    if (_hostsNobody() && (peer->m_toldHost || !_hasOthers(peer)))
+    if (!owner._self.isHost())
+        return joinsAnother(owner, peer) ? Admission::refused : Admission::granted;
+    if (hostsNobody(owner) && (peer->m_toldHost || !hasOthers(owner, peer)))
         return Admission::granted;
     return peer->m_toldHost ? Admission::refused : Admission::decidesAnew;
 }
 
 // Answers those that are not admitted.
-bool ConferenceParticipant::_isAdmitted(ConferenceRosterEntry *peer) {
-    const Admission admission = _admission(peer);
-    if (admission == Admission::decidesAnew) {
+bool ConferenceParticipant::Crossing::isAdmitted(ConferenceParticipant &owner,
+                                                 ConferenceRosterEntry *peer) {
+    const Admission decision = admission(owner, peer);
+    if (decision == Admission::decidesAnew) {
         peer->setJoinPending(false);
-        _sendMe(peer);
-    } else if (admission == Admission::refused) {
-        mf_rejectCall(peer);
+        owner._sendMe(peer);
+    } else if (decision == Admission::refused) {
+        owner.mf_rejectCall(peer);
     }
-    return admission == Admission::granted;
+    return decision == Admission::granted;
 }
 
 // ---- Two connections to one party ----
@@ -94,51 +101,56 @@ bool ConferenceParticipant::_isAdmitted(ConferenceRosterEntry *peer) {
 // Two parties that call each other would each keep the own call and hang up the other's. So the own
 // call to a party whose address comes first waits with the party's, until that hangs the own one up
 // or one of the two is answered.
-bool ConferenceParticipant::_crosses(const ConferenceRosterEntry *peer) const {
-    const ConferenceRosterEntry *twin = _getTwin(peer);
-    return !twin->doBroadcast() && _getPending(twin->descriptor()) != nullptr &&
-           _getPending(peer->descriptor()) == nullptr && *peer < _self;
+bool ConferenceParticipant::Crossing::crosses(const ConferenceParticipant &owner,
+                                              const ConferenceRosterEntry *peer) {
+    const ConferenceRosterEntry *twin = Roster::getTwin(owner, peer);
+    return !twin->doBroadcast() && owner._getPending(twin->descriptor()) != nullptr &&
+           owner._getPending(peer->descriptor()) == nullptr && *peer < owner._self;
 }
 
 // The called party has called too, and that call came first. The own one is answered with it.
-void ConferenceParticipant::_giveUpForTwin(ConferenceRosterEntry *peer) {
-    TempRosterEntry *call = _getPending(peer->descriptor());
-    const ConferenceRosterEntry *twin = _getTwin(peer);
-    if (call == nullptr || twin->isShadow() || _getPending(twin->descriptor()) != nullptr)
+void ConferenceParticipant::Crossing::giveUpForTwin(ConferenceParticipant &owner,
+                                                    ConferenceRosterEntry *peer) {
+    TempRosterEntry *call = owner._getPending(peer->descriptor());
+    const ConferenceRosterEntry *twin = Roster::getTwin(owner, peer);
+    if (call == nullptr || twin->isShadow() || owner._getPending(twin->descriptor()) != nullptr)
         return;
     if (!twin->doBroadcast())
-        _loseCall(call, *peer);
-    else if (std::find(_attendees.begin(), _attendees.end(), peer) <
-             std::find(_attendees.begin(), _attendees.end(), twin))
-        _answerCall(call, *peer); // the call was placed before the party joined
+        Ending::loseCall(call, *peer);
+    else if (std::find(owner._attendees.begin(), owner._attendees.end(), peer) <
+             std::find(owner._attendees.begin(), owner._attendees.end(), twin))
+        answerCall(owner, call, *peer); // the call was placed before the party joined
 }
 
 // The party has joined, and may have been called as well: that call is answered.
-void ConferenceParticipant::_endCrossing(ConferenceRosterEntry *peer) {
+void ConferenceParticipant::Crossing::endCrossing(ConferenceParticipant &owner,
+                                                  ConferenceRosterEntry *peer) {
     if (!peer->isIPv4() && !peer->isIPv6())
         return;
-    const std::vector<TempRosterEntry *> calls = _pending;
+    const std::vector<TempRosterEntry *> calls = owner._pending;
     for (TempRosterEntry *call : calls) {
-        const ConferenceRosterEntry *called = _getPeer(call->associatedDescriptor());
+        const ConferenceRosterEntry *called = owner._getPeer(call->associatedDescriptor());
         const bool lost = call->associatedDescriptor() == -1;
-        if (_isListed(call) && call->associatedDescriptor() != peer->descriptor() &&
+        if (owner._isListed(call) && call->associatedDescriptor() != peer->descriptor() &&
             (lost ? *call == *peer || call->m_lostParty == *peer
                   : called != nullptr && *called == *peer))
-            _answerCall(call, *peer);
+            answerCall(owner, call, *peer);
     }
-    _forEachAttendee([&](ConferenceRosterEntry *entry) {
+    owner._forEachAttendee([&](ConferenceRosterEntry *entry) {
         if (entry != peer && *entry == *peer && entry->descriptor() != -1 &&
             !entry->doBroadcast() && !entry->isProxyConnection())
-            mf_hangup(entry);
+            owner.mf_hangup(entry);
     });
 }
 
-void ConferenceParticipant::_answerCall(TempRosterEntry *call, const ConferenceRosterEntry &peer) {
+void ConferenceParticipant::Crossing::answerCall(ConferenceParticipant &owner,
+                                                 TempRosterEntry *call,
+                                                 const ConferenceRosterEntry &peer) {
     call->m_callOutcome = OUTCOME_TOLD;
-    if (_acceptedCB != nullptr)
-        _acceptedCB(this, call->remoteName(), peer);
-    if (_isListed(call))
-        _removePending(call);
+    if (owner._acceptedCB != nullptr)
+        owner._acceptedCB(&owner, call->remoteName(), peer);
+    if (owner._isListed(call))
+        owner._removePending(call);
 }
 
 } // namespace vintok

@@ -3,15 +3,15 @@
 //
 //   what is seen                                    who decides
 //   the application hangs up                        hangup
-//   a read that fails                               _readFailed
+//   a read that fails                               Ending::readFailed
 //   a write that fails                              _bringOutYerDead
 //   TCP_hangup from the peer                        _handleHangup
-//   a member that loses one of two hosts            _removeAttendee
+//   a member that loses one of two hosts            Ending::removeAttendee
 //
 // There are two ways down. `mf_hangup` is the local act: it says TCP_hangup, drops the connection
 // and tells the application only how a pending call has ended. `_handleHangup` is for a peer that
 // has left or died: it also tells the application and, on a host, everybody else. Both come down to
-// `_dropConnection`: out of the loop, off the list (`_removeAttendee`), then the socket is closed.
+// `dropConnection`: out of the loop, off the list (`removeAttendee`), then the socket is closed.
 //
 // `_bringOutYerDead` probes the members with keep-alives after a round of writes with failures, and
 // hangs up the first whose connection turns out to be reset; the leave notice of that hang-up is a
@@ -49,37 +49,37 @@ void ConferenceParticipant::hangup() {
         const std::vector<TempRosterEntry *> calls = _pending;
         for (TempRosterEntry *call : calls)
             if (_isListed(call) && call->associatedDescriptor() == -1)
-                _endCall(call);
+                Ending::endCall(*this, call);
     }
-    _leaveMeeting();
+    Ending::leaveMeeting(*this);
     _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
     _self.setMUXRedirected(false);
-    _abandonFile();
+    Files::abandonFile(*this);
 }
 
-void ConferenceParticipant::_leaveMeeting() {
-    _self.setMeeting(false);
-    _self.setHost(false);
-    _self.setLeader(false);
-    _self.setLeadPending(false);
-    _self.setMeetingName(std::string());
+void ConferenceParticipant::Ending::leaveMeeting(ConferenceParticipant &owner) {
+    owner._self.setMeeting(false);
+    owner._self.setHost(false);
+    owner._self.setLeader(false);
+    owner._self.setLeadPending(false);
+    owner._self.setMeetingName(std::string());
 }
 
 bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
     if (!_isListed(peer))
         return false;
     TempRosterEntry *call = _getPending(peer->descriptor());
-    const bool saysGoodbye = call == nullptr || _endCall(call);
+    const bool saysGoodbye = call == nullptr || Ending::endCall(*this, call);
     if (!_isListed(peer))
         return false; // a callback hung up
     if (saysGoodbye)
         sendByte(peer->descriptor(), TCP_hangup, 0);
-    return _dropConnection(peer);
+    return Ending::dropConnection(*this, peer);
 }
 
 // Tells the application how the call has ended and takes it off the list. True unless the other
 // side is to be spared a TCP_hangup: one that only demands credentials has no use for it.
-bool ConferenceParticipant::_endCall(TempRosterEntry *call) {
+bool ConferenceParticipant::Ending::endCall(ConferenceParticipant &owner, TempRosterEntry *call) {
     const int outcome = call->m_callOutcome;
     call->m_callOutcome = OUTCOME_TOLD; // a callback that hangs up meets the call once more
     switch (outcome) {
@@ -88,41 +88,43 @@ bool ConferenceParticipant::_endCall(TempRosterEntry *call) {
     case OUTCOME_REDIRECTED:
         break;
     case OUTCOME_AUTHENTICATE:
-        if (!_askForCredentials(*call))
-            _tellNoAnswer(*call);
+        if (!Tunnels::askForCredentials(owner, *call))
+            tellNoAnswer(owner, *call);
         break;
     case OUTCOME_SERVER_ERROR:
-        if (_serverResponseCB != nullptr && call->m_tunnelStatus != 0)
-            _serverResponseCB(this, static_cast<unsigned int>(call->m_tunnelStatus),
-                              call->m_tunnelResponse);
+        if (owner._serverResponseCB != nullptr && call->m_tunnelStatus != 0)
+            owner._serverResponseCB(&owner, static_cast<unsigned int>(call->m_tunnelStatus),
+                                    call->m_tunnelResponse);
         break;
     default:
-        _tellNoAnswer(*call);
+        tellNoAnswer(owner, *call);
     }
-    if (_isListed(call))
-        _removePending(call);
+    if (owner._isListed(call))
+        owner._removePending(call);
     return outcome != OUTCOME_AUTHENTICATE;
 }
 
-void ConferenceParticipant::_tellNoAnswer(const TempRosterEntry &call) {
-    if (_noAnswerCB != nullptr)
-        _noAnswerCB(this, call.remoteName(), RosterBase(call));
+void ConferenceParticipant::Ending::tellNoAnswer(ConferenceParticipant &owner,
+                                                 const TempRosterEntry &call) {
+    if (owner._noAnswerCB != nullptr)
+        owner._noAnswerCB(&owner, call.remoteName(), RosterBase(call));
 }
 
 // ---- A peer that has left or died ----
 
-void ConferenceParticipant::_readFailed(ConferenceRosterEntry *peer, bool closed) {
+void ConferenceParticipant::Ending::readFailed(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer, bool closed) {
     const int descriptor = peer->descriptor();
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
     if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
-        _logUndelivered(*peer, _workings->relayed);
+        Relaying::logUndelivered(owner, *peer, owner._workings->relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
     // whose stream has ended does not. Of somebody who never joined the log need not tell that.
     const bool gone =
         buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
     if (closed || gone || !sf_sendKeepAlive(descriptor))
-        _handleHangup(peer);
+        owner._handleHangup(peer);
 }
 
 void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
@@ -134,18 +136,18 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
     const ConferenceRosterEntry copy = kept ? *peer : ConferenceRosterEntry();
     if (!peer->doBroadcast() && peer->isJoinPending()) {
         if (TempRosterEntry *call = _getPending(peer->descriptor()))
-            _endCall(call);
+            Ending::endCall(*this, call);
         if (!_isListed(peer))
             return; // the callback hung up
     }
-    _dropConnection(peer);
+    Ending::dropConnection(*this, peer);
     bool nobodyLeft = _attendees.empty();
     if (!nobodyLeft)
         _assureLeader();
     if (!_relays() && kept && copy.isHost()) {
         hangup();
     } else {
-        if (_relays() && !_broadcastLeave(copy)) {
+        if (_relays() && !Roster::broadcastLeave(*this, copy)) {
             _bringOutYerDead();
             nobodyLeft = _attendees.empty();
             if (!nobodyLeft)
@@ -163,13 +165,13 @@ void ConferenceParticipant::_bringOutYerDead() {
     if (_attendees.empty() || _workings->sweeps == deepestSweep)
         return;
     const Nested nested(_workings->sweeps);
-    _handleHangup(_findDead());
+    _handleHangup(Ending::findDead(*this));
 }
 
 // The first member whose connection is reset; null when there is none.
-ConferenceRosterEntry *ConferenceParticipant::_findDead() {
+ConferenceRosterEntry *ConferenceParticipant::Ending::findDead(ConferenceParticipant &owner) {
     ConferenceRosterEntry *dead = nullptr;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
+    owner._forEachAttendee([&](ConferenceRosterEntry *peer) {
         if (dead != nullptr || !peer->doBroadcast() || sf_sendKeepAlive(peer->descriptor()))
             return;
         VINTOK_LOG(SEVERITY_ERROR, "_bringOutYerDead sf_sendKeepAlive failed");
@@ -184,40 +186,42 @@ ConferenceRosterEntry *ConferenceParticipant::_findDead() {
 // ---- What both come down to ----
 
 // Takes the party out of the loop and off the list, and closes its connection.
-bool ConferenceParticipant::_dropConnection(ConferenceRosterEntry *peer) {
+bool ConferenceParticipant::Ending::dropConnection(ConferenceParticipant &owner,
+                                                   ConferenceRosterEntry *peer) {
     const int descriptor = peer->descriptor();
-    if (_select != nullptr)
-        _select->removeCallback(descriptor, sf_dataCB, this);
-    const bool removed = _removeAttendee(peer);
+    if (owner._select != nullptr)
+        owner._select->removeCallback(descriptor, sf_dataCB, &owner);
+    const bool removed = removeAttendee(owner, peer);
     shutdownSocket(descriptor);
-    if (_workings->fileNeighbour == peer)
-        _abandonFile();
+    if (owner._workings->fileNeighbour == peer)
+        Files::abandonFile(owner);
     return removed;
 }
 
 bool ConferenceParticipant::_removeDescriptor(int descriptor) {
-    return _removeAttendee(_getPeer(descriptor));
+    return Ending::removeAttendee(*this, _getPeer(descriptor));
 }
 
 // A member that loses one of its hosts and has another gives the whole call up, unless it is doing
 // so already.
-bool ConferenceParticipant::_removeAttendee(ConferenceRosterEntry *entry) {
-    if (!_retire(entry))
+bool ConferenceParticipant::Ending::removeAttendee(ConferenceParticipant &owner,
+                                                   ConferenceRosterEntry *entry) {
+    if (!Lists::retire(owner, entry))
         return false;
     // A call whose connection has gone stays listed, so that its address is not called again; but
     // the next owner of the descriptor's number is not its answer.
-    if (TempRosterEntry *call = _getPending(entry->descriptor()))
-        _loseCall(call, *entry);
+    if (TempRosterEntry *call = owner._getPending(entry->descriptor()))
+        loseCall(call, *entry);
     const auto isMember = [](const ConferenceRosterEntry *other) {
         return other != nullptr && other->doBroadcast();
     };
-    if (entry->doBroadcast() && !_self.isHost() && _workings->hangups == 0 &&
-        std::any_of(_attendees.begin(), _attendees.end(), isMember))
-        hangup();
+    if (entry->doBroadcast() && !owner._self.isHost() && owner._workings->hangups == 0 &&
+        std::any_of(owner._attendees.begin(), owner._attendees.end(), isMember))
+        owner.hangup();
     return true;
 }
 
-void ConferenceParticipant::_loseCall(TempRosterEntry *call, const TCPAddress &party) {
+void ConferenceParticipant::Ending::loseCall(TempRosterEntry *call, const TCPAddress &party) {
     call->setAssociatedDescriptor(-1);
     call->m_lostParty = party;
 }

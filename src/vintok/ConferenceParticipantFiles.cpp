@@ -176,7 +176,8 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
     bool sent = false;
     try {
         FileBytes file;
-        sent = file.read(path) && _sendFile(path, relativePath, file.bytes.get(), file.size);
+        sent = file.read(path) &&
+               Files::sendFile(*this, path, relativePath, file.bytes.get(), file.size);
     } catch (const std::bad_alloc &) {
         sent = false; // not even begun: the rest needs no memory to speak of
     }
@@ -193,25 +194,28 @@ bool ConferenceParticipant::setFileLinks(bool used) {
                 : platform::unsetEnvironment(linksVariable);
 }
 
-void ConferenceParticipant::_tellFileProgress(const TCPAddress &origin, std::uint64_t done,
-                                              std::uint64_t total, const char *path) {
-    if (_fileProgressCB == nullptr)
+void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner,
+                                                    const TCPAddress &origin, std::uint64_t done,
+                                                    std::uint64_t total, const char *path) {
+    if (owner._fileProgressCB == nullptr)
         return;
     const TCPAddress whose = origin; // the callback may end the transfer that it belongs to
-    _fileProgressCB(this, whose, done, total, path);
+    owner._fileProgressCB(&owner, whose, done, total, path);
 }
 
-bool ConferenceParticipant::_sendFile(const std::string &path, const std::string &relativePath,
-                                      const unsigned char *bytes, std::size_t length) {
+bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const std::string &path,
+                                            const std::string &relativePath,
+                                            const unsigned char *bytes, std::size_t length) {
     bool succeeded = false;
     bool failed = false;
     TCPMessage message;
     TCPMessage round;
-    message.setOriginAddress(_self);
+    message.setOriginAddress(owner._self);
     const auto send = [&](bool opened, TCPMessage &frames) {
         const Span span = {nullptr, frames.rawBuffer(),
                            static_cast<std::size_t>(frames.rawBufferLength())};
-        const bool sent = opened && _broadcastFrames(nullptr, span, {message.timeStamp(), false});
+        const bool sent =
+            opened && Relaying::broadcastFrames(owner, nullptr, span, {message.timeStamp(), false});
         (sent ? succeeded : failed) = true;
     };
 
@@ -223,19 +227,19 @@ bool ConferenceParticipant::_sendFile(const std::string &path, const std::string
         body.write(relativePath);
     }
     send(opened, message);
-    _tellFileProgress(_self, 0, length, path.c_str());
+    tellFileProgress(owner, owner._self, 0, length, path.c_str());
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
-    for (std::size_t done = 0; done < length && !_attendees.empty();) {
+    for (std::size_t done = 0; done < length && !owner._attendees.empty();) {
         const std::size_t end = std::min(length, done + roundSize);
         const bool filled = fillRound(round, message, bytes + done, end - done);
         send(filled, round);
-        while (done < end && !_attendees.empty()) {
+        while (done < end && !owner._attendees.empty()) {
             done = std::min<std::size_t>(end, done + _fileTransferChunkSize);
-            _tellFileProgress(_self, done, length, path.c_str());
+            tellFileProgress(owner, owner._self, done, length, path.c_str());
         }
     }
-    if (_attendees.empty())
+    if (owner._attendees.empty())
         return false; // all have gone, or the application has hung up
 
     const bool ends = openMessage(message, TCP_fileTransferEnd, sizeof(std::uint32_t));
@@ -261,13 +265,14 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
     relativePath = relativePath.c_str(); // a zero byte ends a path
     VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + visibleText(path) + "\n\t\t" +
                                    visibleText(relativePath));
-    _openFile(relativePath);
-    _tellFileProgress(_fileTransferOrigin, 0, 0,
-                      _fileTransferStream != nullptr ? _fileTransferPath : "");
+    Files::openFile(*this, relativePath);
+    Files::tellFileProgress(*this, _fileTransferOrigin, 0, 0,
+                            _fileTransferStream != nullptr ? _fileTransferPath : "");
 }
 
 // Leaves the stream null for a file that is not to be stored or cannot be.
-void ConferenceParticipant::_openFile(const std::string &relativePath) {
+void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
+                                            const std::string &relativePath) {
     const char *root = std::getenv(rootVariable);
     if (root == nullptr || *root == '\0' ||
         std::strlen(root) + relativePath.size() + 1 >= pathCapacity) {
@@ -279,24 +284,26 @@ void ConferenceParticipant::_openFile(const std::string &relativePath) {
                    "_handleFileTransferBegin path leaves the root " + visibleText(relativePath));
         return;
     }
-    std::snprintf(_fileTransferPath, sizeof _fileTransferPath, "%s/%s", root, relativePath.c_str());
-    _fixPath();
-    _fileTransferReceived = 0;
-    _fileTransferWritten = 0;
-    _fileTransferStream = platform::openFile(_fileTransferPath, "wb");
-    if (_fileTransferStream == nullptr)
+    std::snprintf(owner._fileTransferPath, sizeof owner._fileTransferPath, "%s/%s", root,
+                  relativePath.c_str());
+    owner._fixPath();
+    owner._fileTransferReceived = 0;
+    owner._fileTransferWritten = 0;
+    owner._fileTransferStream = platform::openFile(owner._fileTransferPath, "wb");
+    if (owner._fileTransferStream == nullptr)
         VINTOK_LOG(SEVERITY_ERROR,
-                   "_handleFileTransferBegin cannot open " + visibleText(_fileTransferPath));
+                   "_handleFileTransferBegin cannot open " + visibleText(owner._fileTransferPath));
     else
-        _bufferFile();
+        bufferFile(owner);
 }
 
 // A chunk is small, and a write of the system's for each would cost more than all the rest. Without
 // memory the stream keeps its own buffer.
-void ConferenceParticipant::_bufferFile() {
-    _workings->fileBuffer.reset(new (std::nothrow) char[streamBuffer]);
-    if (_workings->fileBuffer != nullptr)
-        std::setvbuf(_fileTransferStream, _workings->fileBuffer.get(), _IOFBF, streamBuffer);
+void ConferenceParticipant::Files::bufferFile(ConferenceParticipant &owner) {
+    owner._workings->fileBuffer.reset(new (std::nothrow) char[streamBuffer]);
+    if (owner._workings->fileBuffer != nullptr)
+        std::setvbuf(owner._fileTransferStream, owner._workings->fileBuffer.get(), _IOFBF,
+                     streamBuffer);
 }
 
 // Gives the path this system's separators and makes the folders on its way. Whether they could be
@@ -321,7 +328,8 @@ void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, uns
                                           static_cast<unsigned long long>(_fileTransferReceived),
                                           static_cast<unsigned long long>(_fileTransferWritten)));
     if (_fileTransferStream != nullptr)
-        _tellFileProgress(_fileTransferOrigin, _fileTransferReceived, 0, _fileTransferPath);
+        Files::tellFileProgress(*this, _fileTransferOrigin, _fileTransferReceived, 0,
+                                _fileTransferPath);
 }
 
 void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
@@ -345,51 +353,54 @@ void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, 
         VINTOK_LOG(SEVERITY_DEBUG, "File TransferComplete");
     else
         platform::removeFile(_fileTransferPath);
-    _endFile(peer != nullptr ? static_cast<const TCPAddress &>(*peer) : TCPAddress(), success);
+    Files::endFile(*this, peer != nullptr ? static_cast<const TCPAddress &>(*peer) : TCPAddress(),
+                   success);
 }
 
 // Tells the application, and leaves the participant ready for the next file.
-void ConferenceParticipant::_endFile(const TCPAddress &neighbour, bool success) {
-    const std::string path = _fileTransferPath;
-    const TCPAddress origin = _fileTransferOrigin;
-    const std::string name = _fileTransferName;
-    _fileTransferPath[0] = '\0';
-    _fileTransferName[0] = '\0';
-    _fileTransferReceived = 0;
-    _fileTransferWritten = 0;
-    _fileTransferOrigin.clear();
-    _workings->fileNeighbour = nullptr;
-    if (_fileTransferCB != nullptr)
-        _fileTransferCB(this, neighbour, success, path);
-    _sendFileTransferAck(origin, success, name);
+void ConferenceParticipant::Files::endFile(ConferenceParticipant &owner,
+                                           const TCPAddress &neighbour, bool success) {
+    const std::string path = owner._fileTransferPath;
+    const TCPAddress origin = owner._fileTransferOrigin;
+    const std::string name = owner._fileTransferName;
+    owner._fileTransferPath[0] = '\0';
+    owner._fileTransferName[0] = '\0';
+    owner._fileTransferReceived = 0;
+    owner._fileTransferWritten = 0;
+    owner._fileTransferOrigin.clear();
+    owner._workings->fileNeighbour = nullptr;
+    if (owner._fileTransferCB != nullptr)
+        owner._fileTransferCB(&owner, neighbour, success, path);
+    sendFileTransferAck(owner, origin, success, name);
 }
 
 // The sender has gone, or this party leaves: no end will come.
-void ConferenceParticipant::_abandonFile() {
-    const TCPAddress *neighbour = _workings->fileNeighbour;
+void ConferenceParticipant::Files::abandonFile(ConferenceParticipant &owner) {
+    const TCPAddress *neighbour = owner._workings->fileNeighbour;
     const TCPAddress address = neighbour != nullptr ? *neighbour : TCPAddress();
-    _workings->fileNeighbour = nullptr;
-    _fileTransferOrigin.clear();
-    if (_discardFile())
-        _endFile(address, false);
+    owner._workings->fileNeighbour = nullptr;
+    owner._fileTransferOrigin.clear();
+    if (discardFile(owner))
+        endFile(owner, address, false);
 }
 
 // What has arrived of a file is of no use without the rest. False when no file is open.
-bool ConferenceParticipant::_discardFile() {
-    if (_fileTransferStream == nullptr)
+bool ConferenceParticipant::Files::discardFile(ConferenceParticipant &owner) {
+    if (owner._fileTransferStream == nullptr)
         return false;
-    platform::closeFile(_fileTransferStream);
-    _fileTransferStream = nullptr;
-    platform::removeFile(_fileTransferPath);
+    platform::closeFile(owner._fileTransferStream);
+    owner._fileTransferStream = nullptr;
+    platform::removeFile(owner._fileTransferPath);
     return true;
 }
 
 // The body is four bytes short of its fields, deliberately: with the empty name that every transfer
 // has, the result does not fit, and no acknowledgement leaves. Senders rely on hearing nothing.
-void ConferenceParticipant::_sendFileTransferAck(const TCPAddress &origin, bool success,
-                                                 const std::string &name) {
+void ConferenceParticipant::Files::sendFileTransferAck(ConferenceParticipant &owner,
+                                                       const TCPAddress &origin, bool success,
+                                                       const std::string &name) {
     TCPMessage message;
-    message.setOriginAddress(_self);
+    message.setOriginAddress(owner._self);
     if (!openMessage(message, TCP_fileTransferAck, name.size() + 6))
         return;
     std::uint32_t address = 0;
@@ -400,7 +411,7 @@ void ConferenceParticipant::_sendFileTransferAck(const TCPAddress &origin, bool 
     if (body.write(address) == 0 || body.write(success ? 1 : 0) == 0 ||
         body.write(text, name.size() + 1) == 0 || body.write(zero) == 0)
         return;
-    _broadcastData(nullptr, message);
+    owner._broadcastData(nullptr, message);
 }
 
 void ConferenceParticipant::_handleFileTransferAck(ConferenceRosterEntry *, unsigned char *body,

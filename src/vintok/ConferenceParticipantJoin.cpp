@@ -57,7 +57,7 @@ bool ConferenceParticipant::_sendMe(ConferenceRosterEntry *peer) {
 
 // The called party has said hello.
 void ConferenceParticipant::_completeCall(ConferenceRosterEntry *peer, TempRosterEntry *pending) {
-    if (!_isListed(peer) || !_isListed(pending) || _startJoin(peer, pending))
+    if (!_isListed(peer) || !_isListed(pending) || Joining::startJoin(*this, peer, pending))
         return;
     if (_isListed(pending))
         _removePending(pending);
@@ -65,33 +65,35 @@ void ConferenceParticipant::_completeCall(ConferenceRosterEntry *peer, TempRoste
 }
 
 // False when the call has come to its end.
-bool ConferenceParticipant::_startJoin(ConferenceRosterEntry *peer, TempRosterEntry *pending) {
-    if (!_sendMe(peer))
+bool ConferenceParticipant::Joining::startJoin(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer,
+                                               TempRosterEntry *pending) {
+    if (!owner._sendMe(peer))
         return false;
-    if (!_ensureHost(peer)) {
-        if (_busyCB != nullptr)
-            _busyCB(this, pending->remoteName(), *peer);
+    if (!owner._ensureHost(peer)) {
+        if (owner._busyCB != nullptr)
+            owner._busyCB(&owner, pending->remoteName(), *peer);
         return false;
     }
-    if (!_isListed(peer))
+    if (!owner._isListed(peer))
         return false;
-    const bool allowed = _preJoin(peer);
-    if (!_isListed(peer))
+    const bool allowed = owner._preJoin(peer);
+    if (!owner._isListed(peer))
         return false;
     if (allowed) {
-        if (!_sendJoinRequest(peer))
+        if (!owner._sendJoinRequest(peer))
             return false;
-        if (_ringingCB != nullptr)
-            _ringingCB(this, pending->remoteName(), *peer);
+        if (owner._ringingCB != nullptr)
+            owner._ringingCB(&owner, pending->remoteName(), *peer);
         VINTOK_LOG(SEVERITY_TRACE, "_completeCall send join OK");
         return true;
     }
     pending->m_callOutcome = OUTCOME_COMPLETING;
-    if (_ringingCB != nullptr)
-        _ringingCB(this, pending->remoteName(), *peer); // before the refusal, deliberately
-    if (_rejectedCB != nullptr && _isListed(peer)) {
+    if (owner._ringingCB != nullptr)
+        owner._ringingCB(&owner, pending->remoteName(), *peer); // before the refusal, deliberately
+    if (owner._rejectedCB != nullptr && owner._isListed(peer)) {
         pending->m_callOutcome = OUTCOME_REFUSED;
-        _rejectedCB(this, pending->remoteName(), *peer);
+        owner._rejectedCB(&owner, pending->remoteName(), *peer);
     }
     return false;
 }
@@ -106,15 +108,15 @@ bool ConferenceParticipant::_ensureHost(ConferenceRosterEntry *peer) {
             VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer is in meeting and not host");
             return false;
         }
-        if (_hostsNobody() && _hasOthers(peer) && _self < *peer) {
+        if (Crossing::hostsNobody(*this) && Crossing::hasOthers(*this, peer) && _self < *peer) {
             VINTOK_LOG(SEVERITY_TRACE, "_ensureHost me hosting meeting OK");
             peer->setMeeting(false); // it is asked to step aside
             peer->setHost(false);
             peer->setLeader(false);
             return true;
         }
-        if (_hostsNobody())
-            _stepAside(peer);
+        if (Crossing::hostsNobody(*this))
+            Crossing::stepAside(*this, peer);
         if (_self.isMeeting()) {
             VINTOK_LOG(SEVERITY_ERROR, "_ensureHost peer host and me in meeting");
             return false;
@@ -147,7 +149,7 @@ bool ConferenceParticipant::_preJoin(ConferenceRosterEntry *peer) {
         if (entry != nullptr && entry != peer && !(*entry == *peer))
             return false; // has seen addresses already
     _self.setHidingIPsRequired(true);
-    _tellSecurity(&ConfSecurityOptions::hideIP);
+    Security::tellSecurity(*this, &ConfSecurityOptions::hideIP);
     return true;
 }
 
@@ -176,7 +178,7 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
     peer->setJoinPending(true);
     peer->setMajorVersion(major); // the header's counts, not what the body claims
     peer->setMinorVersion(minor);
-    if (!_isAdmitted(peer))
+    if (!Crossing::isAdmitted(*this, peer))
         return;
     if (!_preJoin(peer)) {
         mf_rejectCall(peer);
@@ -185,7 +187,7 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
     if (!_isListed(peer))
         return;
     if (_self.isHost())
-        _giveColor(peer);
+        Roster::giveColor(*this, peer);
     if (_callPendingCB != nullptr)
         _callPendingCB(this, *peer);
     else
@@ -193,16 +195,16 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
 }
 
 bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
-    if (!_isListed(peer) || !peer->isJoinPending() || !_isAdmitted(peer))
+    if (!_isListed(peer) || !peer->isJoinPending() || !Crossing::isAdmitted(*this, peer))
         return false;
     if (_self.isHost() && peer->isHost())
-        _stepAside(peer);
+        Crossing::stepAside(*this, peer);
     if (!_isListed(peer))
         return false;
     const int descriptor = peer->descriptor();
     if (!sendByte(descriptor, TCP_joinReply, 1))
         return false;
-    const SecureStep secure = _acceptSecurely(peer);
+    const SecureStep secure = Joining::acceptSecurely(*this, peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Accepted Call fd = %d ssl = %s hangup = %s", descriptor,
                                           boolText(secure.wanted), boolText(secure.failed)));
     if (secure.failed || !_isListed(peer)) {
@@ -211,35 +213,36 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
     }
     _printSSLInfo(peer, secure.wanted, secure.multiplexed);
     peer->setJoinPending(false);
-    _admit(peer);
+    Joining::admit(*this, peer);
     if (!_self.isMeeting()) {
         _self.setMeeting(true);
         _self.setMeetingName(peer->meetingName());
         _tell(_userDataCB, _self);
     }
     if (_isListed(peer))
-        _endCrossing(peer);
+        Crossing::endCrossing(*this, peer);
     if (_isListed(peer))
         _tell(_joinCB, *peer);
     if (!_isListed(peer))
         return false;
-    _welcome(peer);
+    Joining::welcome(*this, peer);
     return true;
 }
 
 // The fresh member gets the roster, or is asked for it.
-void ConferenceParticipant::_welcome(ConferenceRosterEntry *peer) {
-    if (_self.isHost()) {
-        _assureLeader();
-        _sendRoster(nullptr);
+void ConferenceParticipant::Joining::welcome(ConferenceParticipant &owner,
+                                             ConferenceRosterEntry *peer) {
+    if (owner._self.isHost()) {
+        owner._assureLeader();
+        owner._sendRoster(nullptr);
         return;
     }
     if (peer->isLeader())
-        _tell(_leadChangeCB, *peer);
-    if (!_isListed(peer))
+        owner._tell(owner._leadChangeCB, *peer);
+    if (!owner._isListed(peer))
         return;
     sendEchoRequest(peer->descriptor(), s_majorVersion, s_minorVersion, true);
-    _requestRoster(peer);
+    owner._requestRoster(peer);
 }
 
 bool ConferenceParticipant::mf_rejectCall(ConferenceRosterEntry *peer) {
@@ -267,7 +270,7 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
             if (_busyCB != nullptr)
                 _busyCB(this, pending->remoteName(), *peer);
         } else if (body[0] != 0) {
-            hangsUp = _callAccepted(peer, *pending);
+            hangsUp = Joining::callAccepted(*this, peer, *pending);
         } else {
             hangsUp = true;
             if (_rejectedCB != nullptr) {
@@ -285,56 +288,60 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
 
 // True when the connection is to be hung up after all. The join is completed first, deliberately:
 // the application sees a party join whose secure handshake has failed.
-bool ConferenceParticipant::_callAccepted(ConferenceRosterEntry *peer,
-                                          const TempRosterEntry &call) {
+bool ConferenceParticipant::Joining::callAccepted(ConferenceParticipant &owner,
+                                                  ConferenceRosterEntry *peer,
+                                                  const TempRosterEntry &call) {
     const int descriptor = peer->descriptor();
-    const SecureStep secure = _connectSecurely(peer);
+    const SecureStep secure = connectSecurely(owner, peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Handle fd = %d ssl = %s  hangup = %s", descriptor,
                                           boolText(secure.wanted), boolText(secure.failed)));
-    if (_self.isHost()) {
-        _giveColor(peer);
+    if (owner._self.isHost()) {
+        Roster::giveColor(owner, peer);
     } else {
-        _self.setMeetingName(peer->meetingName());
+        owner._self.setMeetingName(peer->meetingName());
         sendEchoRequest(descriptor, s_majorVersion, s_minorVersion, true);
     }
-    if (_acceptedCB != nullptr)
-        _acceptedCB(this, call.remoteName(), *peer);
-    if (!_isListed(peer))
+    if (owner._acceptedCB != nullptr)
+        owner._acceptedCB(&owner, call.remoteName(), *peer);
+    if (!owner._isListed(peer))
         return false;
-    _admit(peer);
-    _self.setMeeting(true);
-    _endCrossing(peer);
-    if (_isListed(peer))
-        _tell(_joinCB, *peer);
-    if (!_isListed(peer))
+    admit(owner, peer);
+    owner._self.setMeeting(true);
+    Crossing::endCrossing(owner, peer);
+    if (owner._isListed(peer))
+        owner._tell(owner._joinCB, *peer);
+    if (!owner._isListed(peer))
         return false;
-    if (_self.isHost())
-        _sendRoster(nullptr);
+    if (owner._self.isHost())
+        owner._sendRoster(nullptr);
     else if (peer->isLeader())
-        _tell(_leadChangeCB, *peer);
-    _requestRoster(peer);
+        owner._tell(owner._leadChangeCB, *peer);
+    owner._requestRoster(peer);
     return secure.failed;
 }
 
 // From now on the party is a member, and its connection what it will stay: plain or secure.
-void ConferenceParticipant::_admit(ConferenceRosterEntry *peer) {
-    _closeRelay(); // what was said before is not for it
+void ConferenceParticipant::Joining::admit(ConferenceParticipant &owner,
+                                           ConferenceRosterEntry *peer) {
+    Relaying::closeRelay(owner); // what was said before is not for it
     peer->setDoBroadcast(true);
     readAhead(peer->descriptor());
 }
 
 // ---- The secure transport ----
 
-bool ConferenceParticipant::_wantsSecure(const ConferenceRosterEntry *peer) const {
-    return _self.isSecureRequired() || peer->isSecureRequired() || peer->isSecurePreferred() ||
-           _self.isSecurePreferred();
+bool ConferenceParticipant::Joining::wantsSecure(const ConferenceParticipant &owner,
+                                                 const ConferenceRosterEntry *peer) {
+    return owner._self.isSecureRequired() || peer->isSecureRequired() ||
+           peer->isSecurePreferred() || owner._self.isSecurePreferred();
 }
 
 ConferenceParticipant::SecureStep
-ConferenceParticipant::_acceptSecurely(ConferenceRosterEntry *peer) {
+ConferenceParticipant::Joining::acceptSecurely(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer) {
     SecureStep step;
     step.multiplexed = peer->isMUXEncrypt();
-    step.wanted = !step.multiplexed && _wantsSecure(peer);
+    step.wanted = !step.multiplexed && wantsSecure(owner, peer);
     if (!step.wanted)
         return step;
     step.failed = !secureAccept(peer->descriptor());
@@ -346,10 +353,12 @@ ConferenceParticipant::_acceptSecurely(ConferenceRosterEntry *peer) {
 }
 
 ConferenceParticipant::SecureStep
-ConferenceParticipant::_connectSecurely(ConferenceRosterEntry *peer) {
+ConferenceParticipant::Joining::connectSecurely(ConferenceParticipant &owner,
+                                                ConferenceRosterEntry *peer) {
     SecureStep step;
-    step.multiplexed = peer->majorVersion() >= 3 && peer->isMUXEncrypt() && _self.isMUXEncrypt();
-    step.wanted = !step.multiplexed && _wantsSecure(peer);
+    step.multiplexed =
+        peer->majorVersion() >= 3 && peer->isMUXEncrypt() && owner._self.isMUXEncrypt();
+    step.wanted = !step.multiplexed && wantsSecure(owner, peer);
     if (!step.wanted)
         return step;
     const DescriptorState state(peer->descriptor());

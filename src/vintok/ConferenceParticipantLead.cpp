@@ -23,48 +23,49 @@ namespace vintok {
 
 bool ConferenceParticipant::requestStartLeading() {
     const Operation operation(*this);
-    return _self.isHost() ? _hostAsksToLead() : _memberAsksToLead();
+    return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
 }
 
-bool ConferenceParticipant::_memberAsksToLead() {
-    if (_self.isLeader())
+bool ConferenceParticipant::Lead::memberAsksToLead(ConferenceParticipant &owner) {
+    if (owner._self.isLeader())
         return true;
-    if (!_self.isMeeting())
+    if (!owner._self.isMeeting())
         return false;
-    if (_attendees.empty()) {
-        _notifyLeadRequestDenied();
-        hangup();
+    if (owner._attendees.empty()) {
+        owner._notifyLeadRequestDenied();
+        owner.hangup();
         return false;
     }
-    const ConferenceRosterEntry *host = _getHost();
+    const ConferenceRosterEntry *host = owner._getHost();
     TCPMessage message;
     // True without a host to ask, deliberately: callers take false for an end of the meeting.
-    if (!_openLeadRequest(message) || host == nullptr)
+    if (!openLeadRequest(owner, message) || host == nullptr)
         return true;
     return message.write(host->descriptor(), nullptr);
 }
 
-bool ConferenceParticipant::_hostAsksToLead() {
-    if (_self.isLeader() || _self.isLeadPending())
+bool ConferenceParticipant::Lead::hostAsksToLead(ConferenceParticipant &owner) {
+    if (owner._self.isLeader() || owner._self.isLeadPending())
         return true;
-    if (_getPendingLeader() != nullptr) {
-        _notifyLeadRequestDenied();
+    if (owner._getPendingLeader() != nullptr) {
+        owner._notifyLeadRequestDenied();
         return false;
     }
-    const ConferenceRosterEntry *leader = _getLeader();
+    const ConferenceRosterEntry *leader = owner._getLeader();
     if (leader == nullptr)
         return false;
     TCPMessage message;
-    if (_openLeadRequest(message) && message.write(leader->descriptor(), nullptr))
-        _self.setLeadPending(true);
+    if (openLeadRequest(owner, message) && message.write(leader->descriptor(), nullptr))
+        owner._self.setLeadPending(true);
     return true; // also when the write failed: the sweep will find the leader dead
 }
 
 // A party that asks shows itself as the leader that it wants to be.
-bool ConferenceParticipant::_openLeadRequest(TCPMessage &message) {
-    _self.setLeader(true);
-    const bool opened = openMessage(message, TCP_leadRequest, _self);
-    _self.setLeader(false);
+bool ConferenceParticipant::Lead::openLeadRequest(ConferenceParticipant &owner,
+                                                  TCPMessage &message) {
+    owner._self.setLeader(true);
+    const bool opened = openMessage(message, TCP_leadRequest, owner._self);
+    owner._self.setLeader(false);
     return opened;
 }
 
@@ -75,37 +76,40 @@ void ConferenceParticipant::_handleLeadRequest(ConferenceRosterEntry *peer, unsi
     if (!_isListed(peer) || body == nullptr || length == 0)
         return;
     if (_self.isHost())
-        _hostIsAsked(peer, body, length);
+        Lead::hostIsAsked(*this, peer, body, length);
     else if (_self.isLeader())
-        _leaderIsAsked(peer, body, length);
+        Lead::leaderIsAsked(*this, peer, body, length);
 }
 
-void ConferenceParticipant::_hostIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
-                                         std::uint64_t length) {
-    if (!_self.isMeeting())
+void ConferenceParticipant::Lead::hostIsAsked(ConferenceParticipant &owner,
+                                              ConferenceRosterEntry *peer,
+                                              const unsigned char *body, std::uint64_t length) {
+    if (!owner._self.isMeeting())
         return;
-    const ConferenceRosterEntry *leader = _self.isLeader() ? &_self : _getLeader();
-    if (_self.isLeadPending() || _getPendingLeader() != nullptr) {
-        _writeLeadReply(peer->descriptor(), 0);
+    const ConferenceRosterEntry *leader =
+        owner._self.isLeader() ? &owner._self : owner._getLeader();
+    if (owner._self.isLeadPending() || owner._getPendingLeader() != nullptr) {
+        owner._writeLeadReply(peer->descriptor(), 0);
         return;
     }
     ConferenceRosterEntry asking(peer->descriptor());
     if (asking.read(body, length) == 0)
         return;
     peer->setLeadPending(true);
-    if (leader == &_self) {
-        _decideOnLead(*peer);
+    if (leader == &owner._self) {
+        decideOnLead(owner, *peer);
         return;
     }
     // Where there is nobody to ask, the peer stays lead-pending, deliberately: all refuse until it
     // leaves or the application decides.
     const bool canAsk = leader != nullptr && leader != peer;
-    if (!canAsk || !_passLeadRequestOn(*leader, body, length))
-        _writeLeadReply(peer->descriptor(), 0);
+    if (!canAsk || !passLeadRequestOn(*leader, body, length))
+        owner._writeLeadReply(peer->descriptor(), 0);
 }
 
-bool ConferenceParticipant::_passLeadRequestOn(const ConferenceRosterEntry &leader,
-                                               const unsigned char *body, std::uint64_t length) {
+bool ConferenceParticipant::Lead::passLeadRequestOn(const ConferenceRosterEntry &leader,
+                                                    const unsigned char *body,
+                                                    std::uint64_t length) {
     TCPMessage message(leader.descriptor());
     if (!openMessage(message, TCP_leadRequest, length))
         return false;
@@ -113,20 +117,22 @@ bool ConferenceParticipant::_passLeadRequestOn(const ConferenceRosterEntry &lead
     return message.write(-1, nullptr);
 }
 
-void ConferenceParticipant::_leaderIsAsked(ConferenceRosterEntry *peer, const unsigned char *body,
-                                           std::uint64_t length) {
+void ConferenceParticipant::Lead::leaderIsAsked(ConferenceParticipant &owner,
+                                                ConferenceRosterEntry *peer,
+                                                const unsigned char *body, std::uint64_t length) {
     ConferenceRosterEntry asking(peer->descriptor());
     if (asking.read(body, length) == 0)
-        _writeLeadReply(peer->descriptor(), 0);
+        owner._writeLeadReply(peer->descriptor(), 0);
     else
-        _decideOnLead(asking);
+        decideOnLead(owner, asking);
 }
 
-void ConferenceParticipant::_decideOnLead(const ConferenceRosterEntry &asking) {
-    if (_leadRequestCB != nullptr)
-        _leadRequestCB(this, asking);
+void ConferenceParticipant::Lead::decideOnLead(ConferenceParticipant &owner,
+                                               const ConferenceRosterEntry &asking) {
+    if (owner._leadRequestCB != nullptr)
+        owner._leadRequestCB(&owner, asking);
     else
-        acceptLeadChange();
+        owner.acceptLeadChange();
 }
 
 bool ConferenceParticipant::acceptLeadChange() {
@@ -144,7 +150,7 @@ bool ConferenceParticipant::acceptLeadChange() {
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
         return false;
-    _leaveLeadTo(leader);
+    Lead::leaveLeadTo(*this, leader);
     const bool sent = _broadcastData(nullptr, message);
     // A leader that the round has found dead has had a successor meanwhile.
     if (_isListed(leader))
@@ -192,7 +198,7 @@ void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *, unsigned c
         return;
     _self.setLeader(false);
     target->setLeader(true);
-    _announceLeader(target);
+    Lead::announceLeader(*this, target);
 }
 
 void ConferenceParticipant::_handleLeadChangeNotify(ConferenceRosterEntry *peer,
@@ -244,24 +250,26 @@ void ConferenceParticipant::_assureLeader() {
     if (_self.isLeader() || _attendees.empty() || !_self.isMeeting())
         return;
     _self.setLeader(true);
-    _announceLeader(&_self);
+    Lead::announceLeader(*this, &_self);
 }
 
 // Tells the members and the application. A member that cannot be reached is found at the next
 // broadcast.
-void ConferenceParticipant::_announceLeader(ConferenceRosterEntry *leader) {
+void ConferenceParticipant::Lead::announceLeader(ConferenceParticipant &owner,
+                                                 ConferenceRosterEntry *leader) {
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
         return;
-    _leaveLeadTo(leader);
-    for (const ConferenceRosterEntry *peer : _attendees)
+    leaveLeadTo(owner, leader);
+    for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer->doBroadcast())
             message.write(peer->descriptor(), nullptr);
-    _tell(_leadChangeCB, *leader);
+    owner._tell(owner._leadChangeCB, *leader);
 }
 
-void ConferenceParticipant::_leaveLeadTo(const ConferenceRosterEntry *leader) {
-    for (ConferenceRosterEntry *peer : _attendees)
+void ConferenceParticipant::Lead::leaveLeadTo(ConferenceParticipant &owner,
+                                              const ConferenceRosterEntry *leader) {
+    for (ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer != leader)
             peer->setLeader(false);
 }

@@ -45,7 +45,7 @@ void ConferenceParticipant::WorkingsPointer::reset() {
 ConferenceParticipant::Operation::Operation(ConferenceParticipant &participant)
     : m_workings(*participant._workings) {
     ++m_workings.operations;
-    participant._closeRelay();
+    Relaying::closeRelay(participant);
 }
 
 ConferenceParticipant::Operation::~Operation() {
@@ -95,11 +95,13 @@ ConferenceRosterEntry *ConferenceParticipant::_getPeer(const TCPAddress &address
 }
 
 // Who waits for an answer; of two connections to one party the one that asks.
-ConferenceRosterEntry *ConferenceParticipant::_getCaller(const TCPAddress &address) const {
-    ConferenceRosterEntry *asking = firstOf(_attendees, [&](const ConferenceRosterEntry &entry) {
-        return entry == address && !entry.isProxy() && entry.isJoinPending();
-    });
-    return asking != nullptr ? asking : _getPeer(address);
+ConferenceRosterEntry *ConferenceParticipant::Lists::getCaller(const ConferenceParticipant &owner,
+                                                               const TCPAddress &address) {
+    ConferenceRosterEntry *asking =
+        firstOf(owner._attendees, [&](const ConferenceRosterEntry &entry) {
+            return entry == address && !entry.isProxy() && entry.isJoinPending();
+        });
+    return asking != nullptr ? asking : owner._getPeer(address);
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getPeer(int descriptor) const {
@@ -138,21 +140,22 @@ ConferenceRosterEntry *ConferenceParticipant::_getPendingLeader() const {
 }
 
 bool ConferenceParticipant::_removeDescriptor(const TCPAddress &address) {
-    return _retire(firstOf(
-        _attendees,
-        [&](const ConferenceRosterEntry &entry) {
-            return entry.descriptor() == -1 && entry == address;
-        }));
+    return Lists::retire(*this, firstOf(
+                                    _attendees,
+                                    [&](const ConferenceRosterEntry &entry) {
+                                        return entry.descriptor() == -1 && entry == address;
+                                    }));
 }
 
 // Takes the entry off the list. It is destroyed with the end of the outermost operation.
-bool ConferenceParticipant::_retire(ConferenceRosterEntry *entry) {
-    if (!_isListed(entry))
+bool ConferenceParticipant::Lists::retire(ConferenceParticipant &owner,
+                                          ConferenceRosterEntry *entry) {
+    if (!owner._isListed(entry))
         return false;
-    _closeRelay();
-    ++_workings->listChanges;
-    _attendees.erase(std::find(_attendees.begin(), _attendees.end(), entry));
-    _workings->retiredEntries.emplace_back(entry);
+    Relaying::closeRelay(owner);
+    ++owner._workings->listChanges;
+    owner._attendees.erase(std::find(owner._attendees.begin(), owner._attendees.end(), entry));
+    owner._workings->retiredEntries.emplace_back(entry);
     return true;
 }
 

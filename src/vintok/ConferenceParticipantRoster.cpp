@@ -52,7 +52,7 @@ void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
 bool ConferenceParticipant::sendRoster() {
     const Operation operation(*this);
     if (_self.isHost())
-        return _sendRosterTo(_members(), true);
+        return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
     bool sent = false;
     _forEachAttendee([&](ConferenceRosterEntry *peer) {
         if (peer->isHost())
@@ -88,12 +88,14 @@ bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
 // To one peer, or to every member, without waiting for any of them. At a non-host the result says
 // nothing: it sends itself and is done.
 bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
-    return peer != nullptr ? _sendRosterTo({peer}, false) : _sendRosterTo(_members(), false);
+    return peer != nullptr ? Roster::sendRosterTo(*this, {peer}, false)
+                           : Roster::sendRosterTo(*this, Roster::allMembers(*this), false);
 }
 
-std::vector<ConferenceRosterEntry *> ConferenceParticipant::_members() const {
+std::vector<ConferenceRosterEntry *>
+ConferenceParticipant::Roster::allMembers(const ConferenceParticipant &owner) {
     std::vector<ConferenceRosterEntry *> members;
-    std::copy_if(_attendees.begin(), _attendees.end(), std::back_inserter(members),
+    std::copy_if(owner._attendees.begin(), owner._attendees.end(), std::back_inserter(members),
                  [](const ConferenceRosterEntry *entry) {
                      return entry != nullptr && entry->doBroadcast();
                  });
@@ -126,11 +128,12 @@ struct ConferenceParticipant::RosterFrames {
 
 // The entries of the meeting, the receiver's own among them; of a non-host itself alone. True when
 // there is somebody else and nobody's message could not be made.
-bool ConferenceParticipant::_writeRoster(RosterFrames &roster) {
-    roster.add(_self, true);
+bool ConferenceParticipant::Roster::writeRoster(ConferenceParticipant &owner,
+                                                RosterFrames &roster) {
+    roster.add(owner._self, true);
     std::size_t others = 0;
-    for (const ConferenceRosterEntry *entry : _attendees) {
-        if (entry == nullptr || !_self.isHost())
+    for (const ConferenceRosterEntry *entry : owner._attendees) {
+        if (entry == nullptr || !owner._self.isHost())
             continue;
         if (entry->isJoinPending()) {
             VINTOK_LOG(SEVERITY_DEBUG, formatText("Ignore Pending Entry %d", entry->descriptor()));
@@ -142,13 +145,14 @@ bool ConferenceParticipant::_writeRoster(RosterFrames &roster) {
     return others != 0 && !roster.failed;
 }
 
-bool ConferenceParticipant::_sendRosterTo(const std::vector<ConferenceRosterEntry *> &receivers,
-                                          bool waits) {
+bool ConferenceParticipant::Roster::sendRosterTo(
+    ConferenceParticipant &owner, const std::vector<ConferenceRosterEntry *> &receivers,
+    bool waits) {
     if (receivers.empty())
         return false;
-    _closeRelay();
+    Relaying::closeRelay(owner);
     RosterFrames roster;
-    const bool complete = _writeRoster(roster);
+    const bool complete = writeRoster(owner, roster);
     Delivery delivery(copyToChunk(roster.bytes.data(), roster.bytes.size()),
                       waits ? Delivery::When::now : Delivery::When::withTheTurn);
     for (const ConferenceRosterEntry *peer : receivers)
@@ -160,7 +164,7 @@ bool ConferenceParticipant::_sendRosterTo(const std::vector<ConferenceRosterEntr
         const bool sent = !delivery.isRefusedBy(descriptor);
         VINTOK_LOG(SEVERITY_DEBUG, formatText("Begin Sending Roster to %d", descriptor));
         for (const ConferenceRosterEntry *entry : roster.entries)
-            logSent(*entry, entry == &_self, sent);
+            logSent(*entry, entry == &owner._self, sent);
         VINTOK_LOG(SEVERITY_DEBUG, formatText("Done Sending Roster to %d", descriptor));
         refused = refused || !sent;
     }
@@ -199,9 +203,9 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
             _completeCall(peer, pending);
         return;
     }
-    if (_crosses(peer))
+    if (Crossing::crosses(*this, peer))
         return;
-    _giveUpForTwin(peer);
+    Crossing::giveUpForTwin(*this, peer);
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
                    visibleText(peer->email()) + ")");
@@ -209,29 +213,33 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
 }
 
 bool ConferenceParticipant::_isUnique(ConferenceRosterEntry *entry) {
-    const ConferenceRosterEntry *listed = entry != nullptr ? _getTwin(entry) : nullptr;
+    const ConferenceRosterEntry *listed =
+        entry != nullptr ? Roster::getTwin(*this, entry) : nullptr;
     if (listed != nullptr && s_printDebug)
-        _logDuplicate(*listed, *entry);
+        Roster::logDuplicate(*this, *listed, *entry);
     return listed == nullptr;
 }
 
 // The first other entry of the same party.
-ConferenceRosterEntry *ConferenceParticipant::_getTwin(const ConferenceRosterEntry *entry) const {
-    const auto found = std::find_if(_attendees.begin(), _attendees.end(), [&](const auto *listed) {
-        return listed != nullptr && listed != entry && !listed->isProxyConnection() &&
-               *listed == *entry;
-    });
-    return found != _attendees.end() ? *found : nullptr;
+ConferenceRosterEntry *ConferenceParticipant::Roster::getTwin(const ConferenceParticipant &owner,
+                                                              const ConferenceRosterEntry *entry) {
+    const auto found =
+        std::find_if(owner._attendees.begin(), owner._attendees.end(), [&](const auto *listed) {
+            return listed != nullptr && listed != entry && !listed->isProxyConnection() &&
+                   *listed == *entry;
+        });
+    return found != owner._attendees.end() ? *found : nullptr;
 }
 
-void ConferenceParticipant::_logDuplicate(const ConferenceRosterEntry &listed,
-                                          const ConferenceRosterEntry &entry) const {
+void ConferenceParticipant::Roster::logDuplicate(const ConferenceParticipant &owner,
+                                                 const ConferenceRosterEntry &listed,
+                                                 const ConferenceRosterEntry &entry) {
     std::string name;
     if (!entry.name(name))
         name = "unknown";
     std::string address;
     entry.ipString(address, false);
-    if (_self.isHidingIPsRequired() || entry.isHidingIPsRequired())
+    if (owner._self.isHidingIPsRequired() || entry.isHidingIPsRequired())
         address = "0.0.0.0";
     VINTOK_LOG(SEVERITY_WARNING,
                "Duplicate connection from (" + visibleText(name) + " )[ " + address +
@@ -251,7 +259,7 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
     }
     VINTOK_LOG(SEVERITY_DEBUG, logText(entry));
     if (entry == _self) {
-        _takeOwnEntry(entry);
+        Roster::takeOwnEntry(*this, entry);
         return;
     }
     ConferenceRosterEntry *known = _getPeer(entry);
@@ -286,25 +294,28 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
 }
 
 // The roster's entry of this party itself, which brings its colour.
-void ConferenceParticipant::_takeOwnEntry(const ConferenceRosterEntry &entry) {
-    if (_self.isHost()) {
+void ConferenceParticipant::Roster::takeOwnEntry(ConferenceParticipant &owner,
+                                                 const ConferenceRosterEntry &entry) {
+    if (owner._self.isHost()) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleRosterReply got self back when hosting");
         return;
     }
-    _self.setColorIndex(entry.colorIndex());
-    VINTOK_LOG(SEVERITY_DEBUG, logText(_self));
-    if (_userDataCB != nullptr)
-        _userDataCB(this, _self); // a server's too
+    owner._self.setColorIndex(entry.colorIndex());
+    VINTOK_LOG(SEVERITY_DEBUG, logText(owner._self));
+    if (owner._userDataCB != nullptr)
+        owner._userDataCB(&owner, owner._self); // a server's too
 }
 
-bool ConferenceParticipant::_broadcastLeave(const ConferenceRosterEntry &party) {
+bool ConferenceParticipant::Roster::broadcastLeave(ConferenceParticipant &owner,
+                                                   const ConferenceRosterEntry &party) {
     TCPMessage message;
-    return openMessage(message, TCP_leaveNotify, party) && _broadcastData(nullptr, message);
+    return openMessage(message, TCP_leaveNotify, party) && owner._broadcastData(nullptr, message);
 }
 
 // The colours of a meeting are never given twice; past 65535 they begin again.
-void ConferenceParticipant::_giveColor(ConferenceRosterEntry *peer) {
-    peer->setColorIndex(static_cast<unsigned short>(_nextColorIndex++));
+void ConferenceParticipant::Roster::giveColor(ConferenceParticipant &owner,
+                                              ConferenceRosterEntry *peer) {
+    peer->setColorIndex(static_cast<unsigned short>(owner._nextColorIndex++));
     VINTOK_LOG(SEVERITY_DEBUG, logText(*peer));
 }
 
@@ -330,7 +341,7 @@ void ConferenceParticipant::_handleLeaveNotify(ConferenceRosterEntry *peer, unsi
     if (_isListed(known))
         _removeDescriptor(static_cast<const TCPAddress &>(*known));
     if (_fileTransferOrigin == *known && (known->isIPv4() || known->isIPv6()))
-        _abandonFile(); // it came by way of the host
+        Files::abandonFile(*this); // it came by way of the host
 }
 
 } // namespace vintok

@@ -85,21 +85,21 @@ void ConferenceParticipant::setSSLOnly(bool on) {
     if (_self.isSSLOnly() == on)
         return;
     _self.setSSLOnly(on);
-    _tellSecurity(&ConfSecurityOptions::SSLOnly);
+    Security::tellSecurity(*this, &ConfSecurityOptions::SSLOnly);
 }
 
 void ConferenceParticipant::setFIPSSecureRequired(bool on) {
     if (_self.isFIPSSecureRequired() == on)
         return;
     _self.setFIPSSecureRequired(on);
-    _tellSecurity(&ConfSecurityOptions::FIPS);
+    Security::tellSecurity(*this, &ConfSecurityOptions::FIPS);
 }
 
 void ConferenceParticipant::setHidingIPsRequired(bool on) {
     if (_self.isHidingIPsRequired() == on)
         return;
     _self.setHidingIPsRequired(on);
-    _tellSecurity(&ConfSecurityOptions::hideIP);
+    Security::tellSecurity(*this, &ConfSecurityOptions::hideIP);
 }
 
 bool ConferenceParticipant::setSecurePreferred(bool on) {
@@ -115,12 +115,13 @@ bool ConferenceParticipant::setSecurePreferred(bool on) {
     return true;
 }
 
-void ConferenceParticipant::_tellSecurity(bool ConfSecurityOptions::*changed) {
-    if (_securityCB == nullptr)
+void ConferenceParticipant::Security::tellSecurity(ConferenceParticipant &owner,
+                                                   bool ConfSecurityOptions::*changed) {
+    if (owner._securityCB == nullptr)
         return;
     ConfSecurityOptions options;
     options.*changed = true;
-    _securityCB(this, options);
+    owner._securityCB(&owner, options);
 }
 
 void ConferenceParticipant::_printSSLInfo(ConferenceRosterEntry *peer, bool ssl, bool muxMode) {

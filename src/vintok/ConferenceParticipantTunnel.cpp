@@ -2,7 +2,7 @@
 //
 // `placeCall` with a meeting identifier sends a CONNECT: to the proxy (the peer is then
 // proxy-pending) or straight to the server (MUX-pending). While one of the two bits stands, what
-// comes on the connection is an HTTP reply and `_readTunnel` takes it. The proxy's success leads to
+// comes on the connection is an HTTP reply and `readTunnel` takes it. The proxy's success leads to
 // the server's CONNECT on the same connection; the server's success to the ready line, and from
 // there on the connection carries frames, beginning with the hello of whoever the server found.
 // Every other reply ends the call, in the way that its status says (`CallOutcome`).
@@ -115,7 +115,7 @@ bool readHeaders(int descriptor, std::string &headers) {
 
 // A request that is too long goes out as a bare end of headers, deliberately: the server's reply
 // then tells the caller, as it tells of every other bad request.
-std::string ConferenceParticipant::_httpRequest(const HTTPRequest &request) {
+std::string ConferenceParticipant::Tunnels::httpRequest(const HTTPRequest &request) {
     const std::string &remote = request.remoteName;
     const std::string &proxy = request.proxyName;
     const std::string &authentication = request.authentication;
@@ -142,18 +142,18 @@ bool ConferenceParticipant::sf_sendHttpRequest(int descriptor, const std::string
                                                const std::string &meetingID, bool mux) {
     const HTTPRequest request{authentication, remoteName, port, proxyName,
                               proxyPort,      meetingID,  mux};
-    if (_writeRequest(descriptor, request))
+    if (Tunnels::writeRequest(descriptor, request))
         return true;
     VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest FAILED");
     return false;
 }
 
-bool ConferenceParticipant::_writeRequest(int descriptor, const HTTPRequest &request) {
+bool ConferenceParticipant::Tunnels::writeRequest(int descriptor, const HTTPRequest &request) {
     if (request.remoteName.empty() || request.meetingID.empty()) {
         VINTOK_LOG(SEVERITY_ERROR, "sf_sendHttpRequest bad parameters for HTTP header");
         return false;
     }
-    const std::string text = _httpRequest(request);
+    const std::string text = httpRequest(request);
     const DescriptorState state(descriptor);
     if (!state.known)
         return false;
@@ -171,30 +171,31 @@ bool ConferenceParticipant::_writeRequest(int descriptor, const HTTPRequest &req
 }
 
 // A call with a meeting identifier, once it is connected.
-bool ConferenceParticipant::_startTunnel(ConferenceRosterEntry *peer, TempRosterEntry *call,
-                                         bool direct) {
+bool ConferenceParticipant::Tunnels::startTunnel(ConferenceParticipant &owner,
+                                                 ConferenceRosterEntry *peer, TempRosterEntry *call,
+                                                 bool direct) {
     peer->setProxyName(call->proxyName());
     peer->setProxy(!direct);
-    if (!_requestTunnel(*call, direct)) {
-        _removePending(call);
-        _dropConnection(peer);
+    if (!requestTunnel(*call, direct)) {
+        owner._removePending(call);
+        Ending::dropConnection(owner, peer);
         VINTOK_LOG(SEVERITY_ERROR, "placeCall spam HTTP remote failed");
         return false;
     }
     if (direct)
-        _awaitMultiplexer(peer);
+        awaitMultiplexer(peer);
     else
         peer->setProxyPending(true);
     return true;
 }
 
-bool ConferenceParticipant::_requestTunnel(const TempRosterEntry &call, bool mux) {
+bool ConferenceParticipant::Tunnels::requestTunnel(const TempRosterEntry &call, bool mux) {
     return sf_sendHttpRequest(call.associatedDescriptor(), call.authentication(), call.remoteName(),
                               call.hostByteOrderPort(), call.proxyName(),
                               call.proxyHostByteOrderPort(), call.meetingID(), mux);
 }
 
-void ConferenceParticipant::_awaitMultiplexer(ConferenceRosterEntry *peer) {
+void ConferenceParticipant::Tunnels::awaitMultiplexer(ConferenceRosterEntry *peer) {
     peer->setProxyPending(false);
     peer->setMUXPending(true);
     peer->setMUXEncrypt(false);
@@ -222,14 +223,15 @@ std::string ConferenceParticipant::_httpHeaderValue(const std::string &response,
     return headerValue(response, name);
 }
 
-void ConferenceParticipant::_readTunnel(ConferenceRosterEntry *peer) {
+void ConferenceParticipant::Tunnels::readTunnel(ConferenceParticipant &owner,
+                                                ConferenceRosterEntry *peer) {
     std::string response;
     const int status = sf_readHttpResponse(peer->descriptor(), response);
-    if (_serverResponseCB != nullptr)
-        _serverResponseCB(this, static_cast<unsigned int>(status), response);
-    if (!_isListed(peer))
+    if (owner._serverResponseCB != nullptr)
+        owner._serverResponseCB(&owner, static_cast<unsigned int>(status), response);
+    if (!owner._isListed(peer))
         return;
-    TempRosterEntry *call = _getPending(peer->descriptor());
+    TempRosterEntry *call = owner._getPending(peer->descriptor());
     if (call != nullptr) {
         call->m_callOutcome = outcomeOf(status);
         call->m_tunnelStatus = status;
@@ -237,39 +239,43 @@ void ConferenceParticipant::_readTunnel(ConferenceRosterEntry *peer) {
     }
     HTTPAddress target;
     if (isHTTPSuccess(status) && peer->isProxyPending())
-        _passProxy(peer, call);
+        passProxy(owner, peer, call);
     else if (isHTTPSuccess(status))
-        _openTunnel(peer, response);
+        openTunnel(owner, peer, response);
     else if (status == 302 && redirectTarget(response, target))
-        _handleRedirect(peer, target);
+        owner._handleRedirect(peer, target);
     else
-        mf_hangup(peer);
+        owner.mf_hangup(peer);
 }
 
 // The proxy has connected us to the multiplexing server.
-void ConferenceParticipant::_passProxy(ConferenceRosterEntry *peer, const TempRosterEntry *call) {
-    if (call != nullptr && _requestTunnel(*call, true))
-        _awaitMultiplexer(peer);
+void ConferenceParticipant::Tunnels::passProxy(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer,
+                                               const TempRosterEntry *call) {
+    if (call != nullptr && requestTunnel(*call, true))
+        awaitMultiplexer(peer);
     else
-        mf_hangup(peer);
+        owner.mf_hangup(peer);
 }
 
 // The server has connected us to the other party.
-void ConferenceParticipant::_openTunnel(ConferenceRosterEntry *peer, const std::string &response) {
+void ConferenceParticipant::Tunnels::openTunnel(ConferenceParticipant &owner,
+                                                ConferenceRosterEntry *peer,
+                                                const std::string &response) {
     const int descriptor = peer->descriptor();
     peer->setMUXPending(false);
     const std::string encrypt = _httpHeaderValue(response, _pLorMUX_Encrypt);
     if (encrypt == "true")
         peer->setMUXEncrypt(true);
     else if (!encrypt.empty())
-        _dropToPlain(peer);
+        dropToPlain(peer);
     if (!writeText(descriptor, http_pLorMUX_Ready) || !bufferFrames(descriptor)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_dataPending ==> Mux response write to server failed");
-        mf_hangup(peer);
+        owner.mf_hangup(peer);
     }
 }
 
-void ConferenceParticipant::_dropToPlain(ConferenceRosterEntry *peer) {
+void ConferenceParticipant::Tunnels::dropToPlain(ConferenceRosterEntry *peer) {
     const int descriptor = peer->descriptor();
     if (!setSecure(descriptor, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant: Failed to reset SSL mode");
@@ -309,7 +315,7 @@ void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
     if (_self.isMUXRedirected() && retries != 0)
         --retries;
     if (retries == 0) {
-        _tellNoAnswer(call);
+        Ending::tellNoAnswer(*this, call);
     } else if (_redirectCB != nullptr) {
         _redirectCB(this, name, port, proxyName, proxyPort, call.authentication(), retries,
                     call.meetingID());
@@ -322,12 +328,13 @@ void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
 
 // The application may call again with other credentials, as long as there are retries left. False
 // when it is not asked.
-bool ConferenceParticipant::_askForCredentials(const TempRosterEntry &call) {
-    if (_proxyCB == nullptr || call.m_authenticationRetries < 2)
+bool ConferenceParticipant::Tunnels::askForCredentials(ConferenceParticipant &owner,
+                                                       const TempRosterEntry &call) {
+    if (owner._proxyCB == nullptr || call.m_authenticationRetries < 2)
         return false;
-    _proxyCB(this, call.remoteName(), call.hostByteOrderPort(), call.proxyName(),
-             call.proxyHostByteOrderPort(), call.authentication(), call.m_authenticationRetries - 1,
-             call.meetingID());
+    owner._proxyCB(&owner, call.remoteName(), call.hostByteOrderPort(), call.proxyName(),
+                   call.proxyHostByteOrderPort(), call.authentication(),
+                   call.m_authenticationRetries - 1, call.meetingID());
     return true;
 }
 

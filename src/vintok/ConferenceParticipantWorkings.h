@@ -1,4 +1,5 @@
-// Internal. What goes on inside a participant, besides what it knows of the meeting.
+// Internal. What goes on inside a participant: its state besides what it knows of the meeting, and
+// what its sources ask of each other.
 #ifndef VINTOK_CONFERENCEPARTICIPANTWORKINGS_H
 #define VINTOK_CONFERENCEPARTICIPANTWORKINGS_H
 
@@ -33,7 +34,7 @@ struct ConferenceParticipant::Workings {
     bool sendsFile = false;                               // inside `transferFile`
     std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
     std::uint64_t listChanges = 0;                        // of `_attendees`
-    std::unique_ptr<RelayRun> relay;                      // see `_relay`
+    std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
     Said relayed;                                         // the run's first
 };
 
@@ -59,6 +60,17 @@ struct ConferenceParticipant::SecureStep {
 // What becomes of a party that asks to join.
 enum class ConferenceParticipant::Admission { granted, decidesAnew, refused };
 
+// A CONNECT to the multiplexing server, or with `mux` false to the proxy.
+struct ConferenceParticipant::HTTPRequest {
+    const std::string &authentication;
+    const std::string &remoteName;
+    unsigned short port;
+    const std::string &proxyName;
+    unsigned short proxyPort;
+    const std::string &meetingID;
+    bool mux;
+};
+
 // Counts how deep something is nested.
 class Nested {
 public:
@@ -80,6 +92,149 @@ enum CallOutcome : int {
     OUTCOME_AUTHENTICATE = 5,
     OUTCOME_REDIRECTED = 7,
     OUTCOME_SERVER_ERROR = 8
+};
+
+// ---- What a participant does, by subject: a struct is defined in the source of its subject ----
+
+struct ConferenceParticipant::Life {
+    static bool listen(ConferenceParticipant &owner, bool localOnly, unsigned short port,
+                       std::size_t tries);
+    static void watchListeners(ConferenceParticipant &owner);
+    static void closeListeners(ConferenceParticipant &owner);
+    static void readMessages(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                             bool closed);
+};
+
+struct ConferenceParticipant::Relaying {
+    static bool broadcastFrames(ConferenceParticipant &owner, const ConferenceRosterEntry *source,
+                                const Span &frames, const Said &said);
+    static void passOn(ConferenceParticipant &owner, ConferenceRosterEntry *source,
+                       TCPMessage &message);
+    static void closeRelay(ConferenceParticipant &owner);
+    static void spread(void *owner, StreamLoop &loop, int source, const Span &span);
+    static void logUndelivered(const ConferenceParticipant &owner,
+                               const ConferenceRosterEntry &peer, const Said &said);
+};
+
+struct ConferenceParticipant::Calling {
+    static bool mayCall(const ConferenceParticipant &owner, const TempRosterEntry &call,
+                        bool direct);
+    static bool connectCall(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
+                            bool direct);
+};
+
+struct ConferenceParticipant::Clock {
+    static void tellSynchTime(ConferenceParticipant &owner, std::int64_t added,
+                              std::int64_t subtracted);
+};
+
+struct ConferenceParticipant::Crossing {
+    static bool hostsNobody(const ConferenceParticipant &owner);
+    static bool hasOthers(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static bool joinsAnother(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static void stepAside(ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static Admission admission(const ConferenceParticipant &owner,
+                               const ConferenceRosterEntry *peer);
+    static bool isAdmitted(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static bool crosses(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static void giveUpForTwin(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static void endCrossing(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static void answerCall(ConferenceParticipant &owner, TempRosterEntry *call,
+                           const ConferenceRosterEntry &peer);
+};
+
+struct ConferenceParticipant::Ending {
+    static void leaveMeeting(ConferenceParticipant &owner);
+    static bool endCall(ConferenceParticipant &owner, TempRosterEntry *call);
+    static void tellNoAnswer(ConferenceParticipant &owner, const TempRosterEntry &call);
+    static void readFailed(ConferenceParticipant &owner, ConferenceRosterEntry *peer, bool closed);
+    static ConferenceRosterEntry *findDead(ConferenceParticipant &owner);
+    static bool dropConnection(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static bool removeAttendee(ConferenceParticipant &owner, ConferenceRosterEntry *entry);
+    static void loseCall(TempRosterEntry *call, const TCPAddress &party);
+};
+
+struct ConferenceParticipant::Files {
+    static void tellFileProgress(ConferenceParticipant &owner, const TCPAddress &origin,
+                                 std::uint64_t done, std::uint64_t total, const char *path);
+    static bool sendFile(ConferenceParticipant &owner, const std::string &path,
+                         const std::string &relativePath, const unsigned char *bytes,
+                         std::size_t length);
+    static void openFile(ConferenceParticipant &owner, const std::string &relativePath);
+    static void bufferFile(ConferenceParticipant &owner);
+    static void endFile(ConferenceParticipant &owner, const TCPAddress &neighbour, bool success);
+    static void abandonFile(ConferenceParticipant &owner);
+    static bool discardFile(ConferenceParticipant &owner);
+    static void sendFileTransferAck(ConferenceParticipant &owner, const TCPAddress &origin,
+                                    bool success, const std::string &name);
+};
+
+struct ConferenceParticipant::Joining {
+    static bool startJoin(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                          TempRosterEntry *pending);
+    static void welcome(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static bool callAccepted(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                             const TempRosterEntry &call);
+    static void admit(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static bool wantsSecure(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static SecureStep acceptSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static SecureStep connectSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+};
+
+struct ConferenceParticipant::Lead {
+    static bool memberAsksToLead(ConferenceParticipant &owner);
+    static bool hostAsksToLead(ConferenceParticipant &owner);
+    static bool openLeadRequest(ConferenceParticipant &owner, TCPMessage &message);
+    static void hostIsAsked(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                            const unsigned char *body, std::uint64_t length);
+    static bool passLeadRequestOn(const ConferenceRosterEntry &leader, const unsigned char *body,
+                                  std::uint64_t length);
+    static void leaderIsAsked(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                              const unsigned char *body, std::uint64_t length);
+    static void decideOnLead(ConferenceParticipant &owner, const ConferenceRosterEntry &asking);
+    static void announceLeader(ConferenceParticipant &owner, ConferenceRosterEntry *leader);
+    static void leaveLeadTo(ConferenceParticipant &owner, const ConferenceRosterEntry *leader);
+};
+
+struct ConferenceParticipant::Lists {
+    static ConferenceRosterEntry *getCaller(const ConferenceParticipant &owner,
+                                            const TCPAddress &address);
+    static bool retire(ConferenceParticipant &owner, ConferenceRosterEntry *entry);
+};
+
+struct ConferenceParticipant::Roster {
+    static std::vector<ConferenceRosterEntry *> allMembers(const ConferenceParticipant &owner);
+    static bool writeRoster(ConferenceParticipant &owner, RosterFrames &roster);
+    static bool sendRosterTo(ConferenceParticipant &owner,
+                             const std::vector<ConferenceRosterEntry *> &receivers, bool waits);
+    static ConferenceRosterEntry *getTwin(const ConferenceParticipant &owner,
+                                          const ConferenceRosterEntry *entry);
+    static void logDuplicate(const ConferenceParticipant &owner,
+                             const ConferenceRosterEntry &listed,
+                             const ConferenceRosterEntry &entry);
+    static void takeOwnEntry(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static bool broadcastLeave(ConferenceParticipant &owner, const ConferenceRosterEntry &party);
+    static void giveColor(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+};
+
+struct ConferenceParticipant::Security {
+    static void tellSecurity(ConferenceParticipant &owner, bool ConfSecurityOptions::*changed);
+};
+
+struct ConferenceParticipant::Tunnels {
+    static std::string httpRequest(const HTTPRequest &request);
+    static bool writeRequest(int descriptor, const HTTPRequest &request);
+    static bool startTunnel(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                            TempRosterEntry *call, bool direct);
+    static bool requestTunnel(const TempRosterEntry &call, bool mux);
+    static void awaitMultiplexer(ConferenceRosterEntry *peer);
+    static void readTunnel(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static void passProxy(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                          const TempRosterEntry *call);
+    static void openTunnel(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                           const std::string &response);
+    static void dropToPlain(ConferenceRosterEntry *peer);
+    static bool askForCredentials(ConferenceParticipant &owner, const TempRosterEntry &call);
 };
 
 template <class Visit>
