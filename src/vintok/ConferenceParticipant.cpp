@@ -17,6 +17,7 @@
 #include "vintok/Log.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/StreamInternal.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
@@ -111,6 +112,8 @@ ConferenceParticipant::~ConferenceParticipant() {
     for (const ConferenceRosterEntry *entry : _attendees)
         if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
+    Calling::forgetStarted(*this, nullptr);
+    StreamLoop::ofThisThread()->deadlines().clearAll(this);
     _shutdown();
     Files::discardFile(*this);
     Life::closeListeners(*this);
@@ -233,8 +236,9 @@ void ConferenceParticipant::sf_dataCB(int descriptor, void *data, bool closed) {
 
 void ConferenceParticipant::mf_connectPending(int socket) {
     const Operation operation(*this);
-    const int descriptor = _workings->acceptGuard.accept(socket);
-    if (descriptor == -1)
+    TCPAddress from;
+    const int descriptor = _workings->acceptGuard.accept(socket, from);
+    if (descriptor == -1 || !Guards::letsIn(*this, descriptor, from))
         return;
     if (platform::endArrived(descriptor)) {
         VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the caller has gone again");
@@ -248,6 +252,7 @@ void ConferenceParticipant::mf_connectPending(int socket) {
         shutdownSocket(descriptor);
         return;
     }
+    Guards::connected(*this, descriptor);
     if (Crossing::hostsNobody(*this) && !Crossing::hasOthers(*this, nullptr))
         Crossing::stepAside(*this, nullptr);
     const bool hosts = _self.isHost();

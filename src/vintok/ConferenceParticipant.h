@@ -259,6 +259,15 @@ public:
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);
 
+    // The same without waiting for the connection: the loop goes on meanwhile, and takes the steps
+    // of the call. True means that it is under way; one that fails after that, or takes longer than
+    // `setConnectTimeout` allows, ends with the no-answer callback. A name that has addresses of
+    // both families, or several, is tried under each in turn. Blocks only while names are resolved:
+    // a literal needs none of that.
+    bool startCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
+                   unsigned short proxyPort, const std::string &meetingID,
+                   const std::string &authentication, unsigned int retries);
+
     // The answer to the call-pending callback. False if nobody of this address waits, or if the
     // answer could not be sent. May call the join, user-data and lead-change callbacks, and the
     // leave callback where a connection proves dead. Block until the answer is written.
@@ -351,6 +360,76 @@ public:
     // connected to.
     bool setSecurePreferred(bool on);
 
+    // ---- Guards ----
+
+    // Each is off until it is switched on, and 0 switches it off again. What is set counts for
+    // connections that stand already, too. docs/guards.md tells what one sees when a guard acts.
+
+    // How long an outgoing call waits, in milliseconds, for the hello of the other side and then
+    // for its answer. A call that takes longer is hung up, with the no-answer callback. 0 waits for
+    // ever.
+    void setCallTimeouts(std::uint32_t hello, std::uint32_t answer);
+
+    // What may wait to be sent to a member or a caller that takes it more slowly than it comes.
+    // Whoever has more than `bytes` waiting for all of `milliseconds`, or would have more than
+    // `mostBytes`, is hung up, as one that has died; a single message of any length is still given
+    // to somebody who has no more than `bytes` waiting. With limits no operation waits for anybody,
+    // `transferFile` excepted; a sender of files, and one that would fill up somebody who still
+    // takes what he gets, is read more slowly meanwhile. They hold where this party is the host, or
+    // a server; a member waits for its host as ever. `mostBytes` 0: no limits.
+    struct SlowMemberLimits {
+        std::uint64_t bytes = std::uint64_t{8} << 20;
+        std::uint32_t milliseconds = 10000;
+        std::uint64_t mostBytes = std::uint64_t{64} << 20;
+    };
+    enum SlowMember : int {
+        SLOW_MEMBER_BEHIND = 1, // more than `bytes` has waited for too long
+        SLOW_MEMBER_FULL = 2,   // more than `mostBytes` would have waited
+    };
+    // Who is about to be hung up, how many bytes waited for it, and why. The leave callback
+    // follows.
+    using SlowMemberCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
+                                        std::uint64_t waiting, SlowMember why);
+    // Whether a broadcast may be kept from a member that has more than `bytes` waiting. Not to call
+    // anything of the participant.
+    using DropCallback = bool (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
+                                  const unsigned char *data, std::uint64_t length);
+    void setSlowMemberLimits(const SlowMemberLimits &limits);
+    void setSlowMemberCB(SlowMemberCallback callback);
+    // With a drop callback only `mostBytes` leads to a hang-up.
+    void setDropCB(DropCallback callback);
+    // How many bytes wait for the member that most wait for: for an application that sends more
+    // than its members may take.
+    std::uint64_t waitingBytes() const;
+
+    // What those who connect may cost before they have joined. When there are more connections than
+    // `connections` the oldest that has not asked to join is closed, or else the new one; likewise
+    // for those from one IPv4 address, or one IPv6 network of 64 bits. Whoever has not said hello,
+    // or not asked to join, in its time is hung up, and so is who sends a longer frame. The
+    // times are in milliseconds. 0: any number, time or length.
+    struct CallerLimits {
+        std::uint32_t connections = 0;
+        std::uint32_t perAddress = 0;
+        std::uint32_t helloTime = 0;
+        std::uint32_t joinTime = 0;
+        std::uint64_t frameBytes = 0;
+    };
+    void setCallerLimits(const CallerLimits &limits);
+
+    // What a meeting may have: so many members besides the host, who refuses further ones as if
+    // the application had; frames of at most so many bytes, longer ones are passed over and logged;
+    // roster entries of at most so many bytes, whose senders are hung up. 0: any.
+    struct MeetingLimits {
+        std::uint32_t members = 0;
+        std::uint64_t frameBytes = 0;
+        std::uint32_t entryBytes = 0;
+    };
+    void setMeetingLimits(const MeetingLimits &limits);
+
+    // A host sends the whole roster to who is new, and to the others only the entries that have
+    // changed since they were sent last, instead of the whole roster to everybody at each change.
+    void setRosterByDifferences(bool on);
+
 private:
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
@@ -359,6 +438,9 @@ private:
     struct Said;
     struct SecureStep;
     enum class Admission;
+    struct CallTarget;
+    struct StartedCall;
+    struct GuardState;
     struct RosterFrames;
     struct HTTPRequest;
     // Who does it, by subject.
@@ -367,6 +449,7 @@ private:
     struct Crossing;
     struct Ending;
     struct Files;
+    struct Guards;
     struct Joining;
     struct Lead;
     struct Life;

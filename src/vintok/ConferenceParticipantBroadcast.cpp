@@ -59,7 +59,8 @@ bool ConferenceParticipant::Relaying::broadcastFrames(ConferenceParticipant &own
     closeRelay(owner);
     Delivery delivery(frames, Delivery::When::now);
     for (const ConferenceRosterEntry *peer : owner._attendees)
-        if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source)
+        if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source &&
+            !Guards::drops(owner, *peer, frames))
             delivery.give(peer->descriptor());
     delivery.complete();
     std::vector<const ConferenceRosterEntry *> refused;
@@ -85,6 +86,8 @@ void ConferenceParticipant::Relaying::passOn(ConferenceParticipant &owner,
         owner._workings->relay = std::make_unique<RelayRun>(spread, &owner);
     if (owner._workings->relay->add(source->descriptor(), message.rawBytes()))
         owner._workings->relayed = {message.timeStamp(), source->isHidingIPsRequired()};
+    if (message.messageID() == TCP_fileTransferData)
+        owner._workings->guards.relaysFile = true;
 }
 
 void ConferenceParticipant::Relaying::closeRelay(ConferenceParticipant &owner) {
@@ -94,8 +97,12 @@ void ConferenceParticipant::Relaying::closeRelay(ConferenceParticipant &owner) {
 
 void ConferenceParticipant::Relaying::spread(void *owner, StreamLoop &loop, int source,
                                              const Span &span) {
-    for (const ConferenceRosterEntry *peer :
-         static_cast<ConferenceParticipant *>(owner)->_attendees)
+    auto &participant = *static_cast<ConferenceParticipant *>(owner);
+    if (participant._workings->guards.output.hard != 0) {
+        Guards::spread(participant, loop, source, span);
+        return;
+    }
+    for (const ConferenceRosterEntry *peer : participant._attendees)
         if (peer != nullptr && peer->doBroadcast() && peer->enabled() &&
             peer->descriptor() != source)
             loop.relay(peer->descriptor(), span);

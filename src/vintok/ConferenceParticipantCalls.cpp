@@ -6,14 +6,17 @@
 // called again meanwhile.
 #include "vintok/ConferenceParticipantWorkings.h"
 
+#include "platform/Socket.h"
 #include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
 #include "vintok/StreamInternal.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
 #include "vintok/TCPStream.h"
 
+#include <algorithm>
 #include <new>
 
 namespace vintok {
@@ -60,21 +63,57 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
         return false;
     }
     try {
-        auto call = std::make_unique<TempRosterEntry>(remoteName, proxyName);
-        call->setHostByteOrderPort(port != 0 ? port : sf_getDefaultPort());
-        call->setProxyHostByteOrderPort(proxyPort != 0 ? proxyPort : httpPort);
-        call->setMeetingID(meetingID);
-        call->setAuthentication(authentication);
-        call->m_authenticationRetries = retries;
-        // Of the port as it was given: a call to the default port is never direct in this way.
-        const bool direct = proxyName.empty() ||
-                            (remoteName == proxyName && port == call->proxyHostByteOrderPort());
+        const CallTarget target = {remoteName, port,           proxyName, proxyPort,
+                                   meetingID,  authentication, retries};
+        auto call = Calling::makeCall(target);
+        const bool direct = Calling::isDirect(target, *call);
         return Calling::mayCall(*this, *call, direct) &&
                Calling::connectCall(*this, std::move(call), direct);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
         return false;
     }
+}
+
+bool ConferenceParticipant::startCall(const std::string &remoteName, unsigned short port,
+                                      const std::string &proxyName, unsigned short proxyPort,
+                                      const std::string &meetingID,
+                                      const std::string &authentication, unsigned int retries) {
+    const Operation operation(*this);
+    if (_self.isMeeting() && !_self.isHost()) {
+        VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
+        return false;
+    }
+    try {
+        const CallTarget target = {remoteName, port,           proxyName, proxyPort,
+                                   meetingID,  authentication, retries};
+        auto call = Calling::makeCall(target);
+        const bool direct = Calling::isDirect(target, *call);
+        if (_select == nullptr || !Calling::mayCall(*this, *call, direct))
+            return false;
+        return Calling::startConnect(*this, std::move(call), direct);
+    } catch (const std::bad_alloc &) {
+        VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
+        return false;
+    }
+}
+
+std::unique_ptr<TempRosterEntry>
+ConferenceParticipant::Calling::makeCall(const CallTarget &target) {
+    auto call = std::make_unique<TempRosterEntry>(target.remoteName, target.proxyName);
+    call->setHostByteOrderPort(target.port != 0 ? target.port : sf_getDefaultPort());
+    call->setProxyHostByteOrderPort(target.proxyPort != 0 ? target.proxyPort : httpPort);
+    call->setMeetingID(target.meetingID);
+    call->setAuthentication(target.authentication);
+    call->m_authenticationRetries = target.retries;
+    return call;
+}
+
+// Of the port as it was given: a call to the default port is never direct by way of its proxy.
+bool ConferenceParticipant::Calling::isDirect(const CallTarget &target,
+                                              const TempRosterEntry &call) {
+    return target.proxyName.empty() ||
+           (target.remoteName == target.proxyName && target.port == call.proxyHostByteOrderPort());
 }
 
 bool ConferenceParticipant::Calling::mayCall(const ConferenceParticipant &owner,
@@ -109,7 +148,13 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
         shutdownSocket(descriptor);
         return false;
     }
-    TempRosterEntry *pending = call.release();
+    return attend(owner, call.release(), descriptor, direct);
+}
+
+// The connection of a listed call stands. False when the call has come to its end, and is not
+// listed any more.
+bool ConferenceParticipant::Calling::attend(ConferenceParticipant &owner, TempRosterEntry *pending,
+                                            int descriptor, bool direct) {
     pending->setAssociatedDescriptor(descriptor);
     ConferenceRosterEntry *peer = owner._addDescriptor(descriptor);
     if (peer == nullptr) {
@@ -127,6 +172,7 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
         return false;
     }
     *peer = static_cast<const TCPAddress &>(*pending);
+    Guards::callBegins(owner, descriptor);
     if (!pending->meetingID().empty())
         return Tunnels::startTunnel(owner, peer, pending, direct);
     if (bufferFrames(descriptor))
@@ -134,6 +180,106 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
     owner._removePending(pending);
     Ending::dropConnection(owner, peer);
     return false;
+}
+
+// ---- Calls that do not wait for their connection ----
+
+bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
+                                                  std::unique_ptr<TempRosterEntry> call,
+                                                  bool direct) {
+    StartedCall started = {call.get(), direct, -1, {call->connectAddress()}, 0};
+    std::vector<TCPAddress> others;
+    TCPAddress::lookup(call->proxyName().empty() ? call->remoteName() : call->proxyName(), others,
+                       TCPAddress::IPTYPE_NONE);
+    for (TCPAddress &other : others) {
+        other.setPort(started.addresses.front().port());
+        if (!(other == started.addresses.front()))
+            started.addresses.push_back(other);
+    }
+    if (!owner._addPending(call.get())) {
+        VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to pending list");
+        return false;
+    }
+    TempRosterEntry *const pending = call.release();
+    if (connectNext(owner, started))
+        return true;
+    VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
+    owner._removePending(pending);
+    return false;
+}
+
+// Tries the next address to which a connect can be begun. False when there is none.
+bool ConferenceParticipant::Calling::connectNext(ConferenceParticipant &owner,
+                                                 StartedCall started) {
+    while (started.next != started.addresses.size()) {
+        started.descriptor = beginConnect(started.addresses[started.next++]);
+        if (started.descriptor == -1)
+            continue;
+        const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
+        loop->awaitConnect(started.descriptor, connectEnded, &owner);
+        if (const std::uint32_t timeout = connectTimeout())
+            loop->deadlines().set(started.descriptor, connectIsLate, &owner,
+                                  std::chrono::milliseconds(timeout));
+        owner._workings->startedCalls.push_back(std::move(started));
+        return true;
+    }
+    return false;
+}
+
+void ConferenceParticipant::Calling::connectEnded(int descriptor, void *owner) {
+    endConnect(*static_cast<ConferenceParticipant *>(owner), descriptor, true);
+}
+
+void ConferenceParticipant::Calling::connectIsLate(int descriptor, void *owner) {
+    endConnect(*static_cast<ConferenceParticipant *>(owner), descriptor, false);
+}
+
+void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, int descriptor,
+                                                bool inTime) {
+    const Operation operation(owner);
+    std::vector<StartedCall> &calls = owner._workings->startedCalls;
+    const auto found = std::find_if(calls.begin(), calls.end(), [=](const StartedCall &call) {
+        return call.descriptor == descriptor;
+    });
+    if (found == calls.end())
+        return;
+    const StartedCall started = *found;
+    calls.erase(found);
+    forgetConnect(owner, descriptor);
+    if (!inTime) {
+        VINTOK_LOG(SEVERITY_WARNING, formatText("Connect %d took too long", descriptor));
+        platform::closeSocket(descriptor);
+    } else if (vintok::endConnect(descriptor, started.addresses[started.next - 1])) {
+        if (started.call->proxyName().empty())
+            static_cast<TCPAddress &>(*started.call) = started.addresses[started.next - 1];
+        secureConnect(descriptor, std::string());
+        attend(owner, started.call, descriptor, started.direct);
+        return;
+    }
+    if (connectNext(owner, started))
+        return;
+    VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
+    Ending::endCall(owner, started.call);
+}
+
+void ConferenceParticipant::Calling::forgetConnect(ConferenceParticipant &owner, int descriptor) {
+    const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
+    loop->forgetConnect(descriptor);
+    loop->deadlines().clear(descriptor, connectIsLate, &owner);
+}
+
+// A call that goes leaves no connect behind.
+void ConferenceParticipant::Calling::forgetStarted(ConferenceParticipant &owner,
+                                                   const TempRosterEntry *call) {
+    std::erase_if(
+        owner._workings->startedCalls,
+        [&](const StartedCall &started) {
+            if (call != nullptr && started.call != call)
+                return false;
+            forgetConnect(owner, started.descriptor);
+            platform::closeSocket(started.descriptor);
+            return true;
+        });
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {

@@ -115,15 +115,23 @@ void ConferenceParticipant::Ending::tellNoAnswer(ConferenceParticipant &owner,
 void ConferenceParticipant::Ending::readFailed(ConferenceParticipant &owner,
                                                ConferenceRosterEntry *peer, bool closed) {
     const int descriptor = peer->descriptor();
+    const TCPError why = lastError();
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
+    if (buffer != nullptr && buffer->slow() != StreamBuffer::Slow::no)
+        Guards::tellSlow(owner, *peer, *buffer);
+    if (!owner._isListed(peer))
+        return; // the callback hung up
     if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
         Relaying::logUndelivered(owner, *peer, owner._workings->relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
     // whose stream has ended does not. Of somebody who never joined the log need not tell that.
     const bool gone =
         buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
-    if (closed || gone || !sf_sendKeepAlive(descriptor))
+    const bool sentTooMuch = Guards::isStranger(owner, descriptor) &&
+                             owner._workings->guards.callers.frameBytes != 0 &&
+                             why == TCP_ERROR_CORRUPT_HEADER;
+    if (closed || gone || sentTooMuch || !sf_sendKeepAlive(descriptor))
         owner._handleHangup(peer);
 }
 

@@ -233,6 +233,7 @@ bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const 
     for (std::size_t done = 0; done < length && !owner._attendees.empty();) {
         const std::size_t end = std::min(length, done + roundSize);
         const bool filled = fillRound(round, message, bytes + done, end - done);
+        Guards::awaitSlow(owner);
         send(filled, round);
         while (done < end && !owner._attendees.empty()) {
             done = std::min<std::size_t>(end, done + _fileTransferChunkSize);

@@ -83,6 +83,7 @@ bool ConferenceParticipant::Joining::startJoin(ConferenceParticipant &owner,
     if (allowed) {
         if (!owner._sendJoinRequest(peer))
             return false;
+        Guards::callRings(owner, peer->descriptor());
         if (owner._ringingCB != nullptr)
             owner._ringingCB(&owner, pending->remoteName(), *peer);
         VINTOK_LOG(SEVERITY_TRACE, "_completeCall send join OK");
@@ -164,7 +165,7 @@ bool ConferenceParticipant::_sendJoinRequest(ConferenceRosterEntry *peer) {
 
 void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsigned char *body,
                                                std::uint64_t length) {
-    if (!_isListed(peer))
+    if (!_isListed(peer) || !Guards::takesEntry(*this, peer, length))
         return;
     ConferenceRosterEntry request(peer->descriptor());
     if (request.read(body, length) == 0 || peer->doBroadcast())
@@ -180,7 +181,7 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
     peer->setMinorVersion(minor);
     if (!Crossing::isAdmitted(*this, peer))
         return;
-    if (!_preJoin(peer)) {
+    if (Guards::isFull(*this) || !_preJoin(peer)) {
         mf_rejectCall(peer);
         return;
     }
@@ -326,6 +327,7 @@ void ConferenceParticipant::Joining::admit(ConferenceParticipant &owner,
     Relaying::closeRelay(owner); // what was said before is not for it
     peer->setDoBroadcast(true);
     readAhead(peer->descriptor());
+    Guards::joined(owner, *peer);
 }
 
 // ---- The secure transport ----

@@ -154,6 +154,7 @@ bool ConferenceParticipant::Lists::retire(ConferenceParticipant &owner,
         return false;
     Relaying::closeRelay(owner);
     ++owner._workings->listChanges;
+    Guards::left(owner, *entry);
     owner._attendees.erase(std::find(owner._attendees.begin(), owner._attendees.end(), entry));
     owner._workings->retiredEntries.emplace_back(entry);
     return true;
@@ -180,6 +181,7 @@ bool ConferenceParticipant::_removePending(TempRosterEntry *entry) {
     }
     if (!_isListed(entry))
         return false;
+    Calling::forgetStarted(*this, entry);
     _pending.erase(std::find(_pending.begin(), _pending.end(), entry));
     _workings->retiredCalls.emplace_back(entry);
     return true;

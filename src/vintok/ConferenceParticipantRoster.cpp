@@ -21,6 +21,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
+#include <utility>
 
 namespace vintok {
 
@@ -88,8 +90,11 @@ bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
 // To one peer, or to every member, without waiting for any of them. At a non-host the result says
 // nothing: it sends itself and is done.
 bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
-    return peer != nullptr ? Roster::sendRosterTo(*this, {peer}, false)
-                           : Roster::sendRosterTo(*this, Roster::allMembers(*this), false);
+    if (peer != nullptr)
+        return Roster::sendRosterTo(*this, {peer}, false);
+    if (_workings->guards.rosterByDifferences && _self.isHost())
+        return Roster::sendChanges(*this);
+    return Roster::sendRosterTo(*this, Roster::allMembers(*this), false);
 }
 
 std::vector<ConferenceRosterEntry *>
@@ -120,10 +125,25 @@ struct ConferenceParticipant::RosterFrames {
             failed = failed || !own;
             return;
         }
-        bytes.insert(bytes.end(), message.rawBuffer(),
-                     message.rawBuffer() + message.rawBufferLength());
+        const auto length = static_cast<std::size_t>(message.rawBufferLength());
+        begins.push_back(bytes.size());
+        bodies.push_back(bytes.size() + message.headerSize());
+        bytes.insert(bytes.end(), message.rawBuffer(), message.rawBuffer() + length);
         entries.push_back(&entry);
     }
+
+    // Of the entry at `index`: its message, and what that says.
+    std::string_view message(std::size_t index) const { return from(begins[index], index); }
+    std::string_view body(std::size_t index) const { return from(bodies[index], index); }
+
+private:
+    std::string_view from(std::size_t begin, std::size_t index) const {
+        const std::size_t end = index + 1 < begins.size() ? begins[index + 1] : bytes.size();
+        return {reinterpret_cast<const char *>(bytes.data()) + begin, end - begin};
+    }
+
+    std::vector<std::size_t> begins; // of the messages, and of their bodies
+    std::vector<std::size_t> bodies;
 };
 
 // The entries of the meeting, the receiver's own among them; of a non-host itself alone. True when
@@ -171,11 +191,43 @@ bool ConferenceParticipant::Roster::sendRosterTo(
     return complete && !refused;
 }
 
+// The whole roster to those who have not had one, and what has changed since to the others.
+bool ConferenceParticipant::Roster::sendChanges(ConferenceParticipant &owner) {
+    Relaying::closeRelay(owner);
+    RosterFrames roster;
+    const bool complete = writeRoster(owner, roster);
+    auto &told = owner._workings->guards.told;
+    std::vector<unsigned char> changes;
+    for (std::size_t i = 0; i < roster.entries.size(); ++i) {
+        std::string &before = told[roster.entries[i]].body;
+        if (before == roster.body(i))
+            continue;
+        before = roster.body(i);
+        const std::string_view message = roster.message(i);
+        changes.insert(changes.end(), message.begin(), message.end());
+    }
+    Delivery whole(copyToChunk(roster.bytes.data(), roster.bytes.size()),
+                   Delivery::When::withTheTurn);
+    Delivery changed(copyToChunk(changes.data(), changes.size()), Delivery::When::withTheTurn);
+    bool refused = false;
+    for (const ConferenceRosterEntry *peer : allMembers(owner)) {
+        const bool isNew = !std::exchange(told[peer].hasRoster, true);
+        if (!isNew && changes.empty())
+            continue;
+        Delivery &delivery = isNew ? whole : changed;
+        delivery.give(peer->descriptor());
+        refused = refused || delivery.isRefusedBy(peer->descriptor());
+    }
+    VINTOK_LOG(SEVERITY_DEBUG,
+               formatText("Sent %zu bytes of changes in the roster", changes.size()));
+    return complete && !refused;
+}
+
 // ---- What a party says of itself ----
 
 void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsigned char *body,
                                                std::uint64_t length) {
-    if (!_isListed(peer))
+    if (!_isListed(peer) || !Guards::takesEntry(*this, peer, length))
         return;
     ConferenceRosterEntry entry(peer->descriptor());
     if (entry.read(body, length) == 0)
@@ -252,6 +304,8 @@ void ConferenceParticipant::Roster::logDuplicate(const ConferenceParticipant &ow
 void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsigned char *body,
                                                std::uint64_t length) {
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Receive Roster entry from %d", peer->descriptor()));
+    if (!Guards::takesEntry(*this, peer, length))
+        return;
     ConferenceRosterEntry entry;
     if (entry.read(body, length) == 0) {
         VINTOK_LOG(SEVERITY_ERROR, "Could not decode Entry\n");

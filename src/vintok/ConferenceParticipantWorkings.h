@@ -6,9 +6,12 @@
 #include "vintok/AcceptGuard.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/RelayRun.h"
+#include "vintok/StreamBuffer.h"
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace vintok {
@@ -17,6 +20,53 @@ namespace vintok {
 struct ConferenceParticipant::Said {
     std::int64_t time = 0;
     bool hidden = false;
+};
+
+// Whom `placeCall` and `startCall` are to call, as they were asked.
+struct ConferenceParticipant::CallTarget {
+    const std::string &remoteName;
+    unsigned short port;
+    const std::string &proxyName;
+    unsigned short proxyPort;
+    const std::string &meetingID;
+    const std::string &authentication;
+    unsigned int retries;
+};
+
+// A call whose connection does not stand yet.
+struct ConferenceParticipant::StartedCall {
+    TempRosterEntry *call; // in `_pending`
+    bool direct;
+    int descriptor;
+    std::vector<TCPAddress> addresses;
+    std::size_t next; // of them to be tried
+};
+
+// What the guards are set to, and what they keep count of.
+struct ConferenceParticipant::GuardState {
+    struct Stranger {
+        int descriptor;
+        TCPAddress from;
+        bool saidHello; // when it was last looked at
+    };
+
+    // What members know of an entry, and whether it is a member that knows the others.
+    struct Told {
+        std::string body;
+        bool hasRoster = false;
+    };
+
+    std::uint32_t helloTimeout = 0; // of outgoing calls
+    std::uint32_t answerTimeout = 0;
+    OutputLimits output;
+    SlowMemberCallback slowMemberCB = nullptr;
+    DropCallback dropCB = nullptr;
+    CallerLimits callers;
+    MeetingLimits meeting;
+    bool rosterByDifferences = false;
+    std::unordered_map<const ConferenceRosterEntry *, Told> told;
+    bool relaysFile = false;         // in the run that is open
+    std::vector<Stranger> strangers; // who has connected and not joined, oldest first
 };
 
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
@@ -36,6 +86,8 @@ struct ConferenceParticipant::Workings {
     std::uint64_t listChanges = 0;                        // of `_attendees`
     std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
     Said relayed;                                         // the run's first
+    std::vector<StartedCall> startedCalls;
+    GuardState guards;
 };
 
 // Stands in every operation that can fire a callback or drop a party.
@@ -119,8 +171,22 @@ struct ConferenceParticipant::Relaying {
 struct ConferenceParticipant::Calling {
     static bool mayCall(const ConferenceParticipant &owner, const TempRosterEntry &call,
                         bool direct);
+    static std::unique_ptr<TempRosterEntry> makeCall(const CallTarget &target);
+    static bool isDirect(const CallTarget &target, const TempRosterEntry &call);
     static bool connectCall(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
                             bool direct);
+    static bool attend(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor,
+                       bool direct);
+    // Calls whose connections do not stand yet.
+    static bool startConnect(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
+                             bool direct);
+    static bool connectNext(ConferenceParticipant &owner, StartedCall started);
+    static void connectEnded(int descriptor, void *owner);
+    static void connectIsLate(int descriptor, void *owner);
+    static void endConnect(ConferenceParticipant &owner, int descriptor, bool inTime);
+    static void forgetConnect(ConferenceParticipant &owner, int descriptor);
+    // Of one call, or of all.
+    static void forgetStarted(ConferenceParticipant &owner, const TempRosterEntry *call);
 };
 
 struct ConferenceParticipant::Clock {
@@ -169,6 +235,37 @@ struct ConferenceParticipant::Files {
                                     bool success, const std::string &name);
 };
 
+struct ConferenceParticipant::Guards {
+    // For connections as they come, join and go.
+    static bool letsIn(ConferenceParticipant &owner, int descriptor, const TCPAddress &from);
+    static void connected(ConferenceParticipant &owner, int descriptor);
+    static void joined(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
+    static void left(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
+    static void strangerIsLate(int descriptor, void *owner);
+    static void forgetStranger(ConferenceParticipant &owner, int descriptor);
+    static void limitOutput(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
+    static bool isStranger(const ConferenceParticipant &owner, int descriptor);
+    static void closeStranger(ConferenceParticipant &owner, int descriptor, const char *why);
+
+    // For outgoing calls.
+    static void callBegins(ConferenceParticipant &owner, int descriptor);
+    static void callRings(ConferenceParticipant &owner, int descriptor);
+    static void callIsLate(int descriptor, void *owner);
+
+    static bool isFull(const ConferenceParticipant &owner);
+    static bool takesEntry(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                           std::uint64_t length);
+    static void tellSlow(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                         const StreamBuffer &buffer);
+    // Queues what is relayed, without the broadcasts that may be kept from a member.
+    static void spread(ConferenceParticipant &owner, StreamLoop &loop, int source,
+                       const Span &span);
+    static bool drops(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                      const Span &frame);
+    // Between the rounds of a file of one's own.
+    static void awaitSlow(ConferenceParticipant &owner);
+};
+
 struct ConferenceParticipant::Joining {
     static bool startJoin(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                           TempRosterEntry *pending);
@@ -207,6 +304,7 @@ struct ConferenceParticipant::Roster {
     static bool writeRoster(ConferenceParticipant &owner, RosterFrames &roster);
     static bool sendRosterTo(ConferenceParticipant &owner,
                              const std::vector<ConferenceRosterEntry *> &receivers, bool waits);
+    static bool sendChanges(ConferenceParticipant &owner);
     static ConferenceRosterEntry *getTwin(const ConferenceParticipant &owner,
                                           const ConferenceRosterEntry *entry);
     static void logDuplicate(const ConferenceParticipant &owner,

@@ -13,7 +13,8 @@ void Delivery::give(int descriptor) {
     const DescriptorState state(descriptor);
     if (state.known && state.buffer != nullptr) {
         state.buffer->loop().closeRuns(); // what was said before goes first
-        receiver.refused = m_bytes.length == 0 || !state.buffer->queue(m_bytes);
+        receiver.refused = m_bytes.length == 0 || bytesFor(*state.buffer).bytes == nullptr ||
+                           !state.buffer->queue(bytesFor(*state.buffer));
         if (!receiver.refused) {
             receiver.buffer = state.buffer;
             receiver.end = state.buffer->mark();
@@ -25,6 +26,15 @@ void Delivery::give(int descriptor) {
     m_receivers.push_back(std::move(receiver));
 }
 
+// Who is limited is not waited for: it gets bytes that stay.
+const Span &Delivery::bytesFor(const StreamBuffer &buffer) {
+    if (!buffer.isLimited() || m_bytes.owner != nullptr)
+        return m_bytes;
+    if (m_copy.owner == nullptr)
+        m_copy = copyToChunk(m_bytes.bytes, m_bytes.length);
+    return m_copy;
+}
+
 void Delivery::complete() {
     std::vector<std::shared_ptr<StreamBuffer>> buffers;
     for (const Receiver &receiver : m_receivers)
@@ -33,7 +43,7 @@ void Delivery::complete() {
     if (!buffers.empty() && m_when == When::now)
         buffers.front()->loop().awaitFlushed(buffers);
     for (Receiver &receiver : m_receivers) {
-        if (receiver.buffer != nullptr && m_when == When::now)
+        if (receiver.buffer != nullptr && m_when == When::now && !receiver.buffer->isLimited())
             receiver.refused = !receiver.buffer->sentUpTo(receiver.end);
         m_taken = m_taken || !receiver.refused;
     }

@@ -17,7 +17,8 @@ class Delivery {
 public:
     enum class When { now, withTheTurn };
 
-    // `now` waits in `complete`, and the bytes may stay the caller's until that has returned.
+    // `now` waits in `complete` for all but those whose output is limited, and the bytes may stay
+    // the caller's until that has returned.
     // Otherwise they leave when the turn of the loop ends, and only who cannot be given them
     // refuses them.
     Delivery(const Span &bytes, When when) : m_bytes(bytes), m_when(when) {}
@@ -36,7 +37,10 @@ private:
         bool refused;
     };
 
+    const Span &bytesFor(const StreamBuffer &buffer);
+
     const Span m_bytes;
+    Span m_copy;
     const When m_when;
     std::vector<Receiver> m_receivers;
     bool m_taken = false;

@@ -303,10 +303,24 @@ void StreamBuffer::settle() {
 
 // ---- Output ----
 
-bool StreamBuffer::queue(const Span &span) {
+void StreamBuffer::setOutputLimits(const OutputLimits &limits) {
     const std::lock_guard guard(m_output);
+    m_limits = limits;
+    m_hard = limits.hard;
+    m_unsent = limits.hard;
+    m_behindSince = m_movedAt = Clock::now();
+    m_movesAlong = true;
+}
+
+bool StreamBuffer::queue(const Span &span) {
+    std::unique_lock lock(m_output);
     if (m_failed || m_detached)
         return false;
+    if (m_hard != 0 && !hasRoomFor(span.length)) {
+        lock.unlock();
+        failSlow(Slow::full, socketErrors::noBuffers);
+        return false;
+    }
     if (m_first != m_queue.size()) {
         Span &last = m_queue.back();
         if (span.owner != nullptr && last.owner == span.owner &&
@@ -325,6 +339,43 @@ bool StreamBuffer::queue(const Span &span) {
     m_appended += span.length;
     m_queued += span.length;
     return true;
+}
+
+// Notes when somebody falls behind.
+bool StreamBuffer::hasRoomFor(std::size_t length) {
+    if (m_queued > m_limits.soft)
+        return m_queued + length <= m_limits.hard;
+    if (m_queued + length > m_limits.soft)
+        m_behindSince = Clock::now();
+    if (m_queued == 0)
+        m_movedAt = Clock::now();
+    return true;
+}
+
+void StreamBuffer::failSlow(Slow why, int error) {
+    if (!m_failed) {
+        m_slow = why;
+        m_slowBytes = m_queued.load();
+    }
+    fail(error);
+}
+
+StreamBuffer::Clock::time_point StreamBuffer::review(Clock::time_point now) {
+    constexpr std::chrono::seconds standstill(1);
+    std::unique_lock lock(m_output);
+    if (m_movedTo != m_sent) {
+        m_movedTo = m_sent;
+        m_movedAt = now;
+    }
+    m_movesAlong = now - m_movedAt < standstill;
+    Clock::time_point next = m_movesAlong ? m_movedAt + standstill : Clock::time_point::max();
+    if (m_queued <= m_limits.soft || m_limits.drops || m_failed)
+        return next;
+    if (now < m_behindSince + m_limits.patience)
+        return std::min(next, m_behindSince + m_limits.patience);
+    lock.unlock();
+    failSlow(Slow::behind, socketErrors::timedOut);
+    return next;
 }
 
 StreamBuffer::Flushed StreamBuffer::flush() {

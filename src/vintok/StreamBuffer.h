@@ -27,8 +27,19 @@ namespace vintok {
 class RawBuffer;
 class StreamLoop;
 
+// What may wait for a peer that is slow. Who has more than `soft` bytes waiting for all of
+// `patience`, or would have more than `hard`, has failed; `hard` 0: there is no limit.
+struct OutputLimits {
+    std::size_t soft = 0;
+    std::size_t hard = 0;
+    std::chrono::milliseconds patience{0};
+    bool drops = false; // whoever writes takes care of what is above `soft`: only `hard` counts
+};
+
 class StreamBuffer {
 public:
+    using Clock = std::chrono::steady_clock;
+
     // Belongs to the loop of the calling thread from now on. Throws std::bad_alloc.
     static std::shared_ptr<StreamBuffer> make(int descriptor, bool secure);
 
@@ -50,6 +61,15 @@ public:
     void setLimits(std::size_t longestFrame, std::size_t unsent);
 
     std::size_t unsentLimit() const { return m_unsent; }
+
+    // With a limit nothing that is written is ever waited for. One message that is longer than
+    // `hard` is taken from whoever is not behind.
+    void setOutputLimits(const OutputLimits &limits);
+    bool isLimited() const { return m_hard != 0; }
+
+    // Of a reader who is to be held up for a while: counts as having nothing to be read.
+    void hold(bool held) { m_isHeldUp = held; }
+    bool isHeldUp() const { return m_isHeldUp; }
 
     // Told by the descriptor table. Bytes that a buffer holds at such a turn belong to neither side
     // of it: false, and the connection counts as broken.
@@ -84,7 +104,7 @@ public:
     // Whether another frame is there for a reader that has taken so many bytes in this turn: the
     // rest waits for the next one, so that others have theirs.
     bool offers(std::size_t taken) const {
-        return taken < Chunk::readSize && m_readsAhead && ready() && !m_detached;
+        return taken < Chunk::readSize && m_readsAhead && ready() && !m_detached && !m_isHeldUp;
     }
 
     // After the last frame of a turn: keeps what is held of the next one in memory of its size.
@@ -113,6 +133,16 @@ public:
     bool sentUpTo(std::uint64_t mark) const { return m_sent >= mark; }
     bool failed() const { return m_failed; }
     int error() const { return m_error; } // of the failure, as `socketError` gives it; 0 for none
+
+    // For a limited connection that has not sent everything: fails it when it has been behind for
+    // too long. Returns when it is to be looked at again.
+    Clock::time_point review(Clock::time_point now);
+    // Whether its peer has taken something within the last second before `review`.
+    bool movesAlong() const { return m_movesAlong; }
+    // Whether it has failed by its limits, which of them it was, and how much waited.
+    enum class Slow { no, behind, full };
+    Slow slow() const { return m_slow; }
+    std::size_t slowBytes() const { return m_slowBytes; }
     // Nothing more is sent or read, and the owner is to hear of it: `fail` also tells the table,
     // which tells `giveUp`.
     void fail(int error);
@@ -136,11 +166,14 @@ private:
     std::int64_t sendQueued(std::unique_lock<std::mutex> &lock);
     std::int64_t sendSecure(std::unique_lock<std::mutex> &lock);
     void sent(std::size_t count);
+    bool hasRoomFor(std::size_t length);
+    void failSlow(Slow why, int error);
 
     const int m_descriptor;
     const std::shared_ptr<StreamLoop> m_loop;
     std::atomic<bool> m_secure;
     std::atomic<bool> m_detached{false};
+    std::atomic<bool> m_isHeldUp{false};
 
     Span m_run; // whole frames, the reader's own; they come before what is in the chunk
     std::atomic<std::size_t> m_shown{0}; // its length
@@ -168,6 +201,14 @@ private:
     std::atomic<std::uint64_t> m_sent{0};
     std::atomic<bool> m_failed{false};
     std::atomic<int> m_error{0};
+    OutputLimits m_limits;
+    std::atomic<std::size_t> m_hard{0}; // of the limits
+    Clock::time_point m_behindSince;    // more than `soft` was waiting
+    Clock::time_point m_movedAt;        // as `review` has seen it
+    std::uint64_t m_movedTo = 0;
+    std::atomic<bool> m_movesAlong{false};
+    std::atomic<Slow> m_slow{Slow::no};
+    std::atomic<std::size_t> m_slowBytes{0};
 };
 
 } // namespace vintok

@@ -180,6 +180,14 @@ void admitReadAhead(int listener);
 // The buffers of a connection; null when it has none.
 std::shared_ptr<StreamBuffer> bufferOf(int fd);
 
+// A connect that does not wait: begun, and ended once the descriptor can be written to. The first
+// returns -1 and leaves an error when it failed at once; the second tells whether it went well, and
+// makes the descriptor a connection as `connectToBoundSocket` leaves it, or closes it.
+int beginConnect(const TCPAddress &address);
+bool endConnect(int fd, const TCPAddress &address);
+// What `setConnectTimeout` has set.
+std::uint32_t connectTimeout();
+
 // For whoever has lock id 1: the row of a descriptor, or null.
 DescriptorEntry *findEntry(Globals &globals, int fd);
 

@@ -27,7 +27,7 @@ constexpr std::uint32_t pause = 10;                      // milliseconds
 
 thread_local StreamLoop *t_loop = nullptr;
 
-// What may be queued before a pass waits for room.
+// What may be queued before a pass waits for room. Who is limited never has it waited for.
 std::size_t bound(const StreamBuffer &buffer) {
     return std::max(usualBound, buffer.unsentLimit());
 }
@@ -48,10 +48,10 @@ public:
         platform::DescriptorSet readers;
         platform::DescriptorSet writers = targets;
         const bool heldBack = choose(targets, readers, writers);
-        const platform::WaitLimit limit = {heldBack ? standstill : platform::WaitLimit::forever,
-                                           running};
+        const platform::WaitLimit limit = {
+            m_loop.reviewLimit(heldBack ? standstill : platform::WaitLimit::forever), running};
         const int count = platform::waitReady(readers, writers, limit);
-        if (count == 0)
+        if (count == 0 && heldBack)
             m_share *= 2;
         else if (count < 0 && platform::socketError() != socketErrors::interrupted)
             platform::sleepMilliseconds(pause);
@@ -65,6 +65,8 @@ public:
             if (buffer != nullptr && !buffer->isSecure())
                 buffer->flush();
         }
+        if (m_loop.reviewLimit(1) == 0)
+            m_loop.reviewLimited();
         return std::any_of(targets.begin(), targets.end(),
                            [&writers](int descriptor) { return writers.contains(descriptor); });
     }
@@ -154,9 +156,18 @@ std::vector<StreamLoop::BufferPtr> StreamLoop::buffersWithOutput() const {
 void StreamLoop::deliver(const platform::WaitLimit &limit) {
     closeRuns();
     platform::DescriptorSet full;
-    for (const BufferPtr &buffer : buffersWithOutput())
-        if (buffer->flush() == StreamBuffer::Flushed::some && buffer->queued() > bound(*buffer))
+    bool isLimited = false;
+    for (const BufferPtr &buffer : buffersWithOutput()) {
+        const bool isLeft = buffer->flush() == StreamBuffer::Flushed::some;
+        isLimited = isLimited || (isLeft && buffer->isLimited());
+        if (isLeft && !buffer->isLimited() && buffer->queued() > bound(*buffer))
             full.insert(buffer->descriptor());
+    }
+    m_nextReview = Deadlines::Clock::time_point::max();
+    if (isLimited)
+        reviewLimited();
+    if (!m_heldUp.empty())
+        letGo();
     Wait wait(*this);
     while (full.size() != 0 && (limit.running == nullptr || *limit.running)) {
         wait.turn(full, limit.running);
@@ -171,21 +182,93 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
 
 void StreamLoop::sort(platform::DescriptorSet &watched, platform::DescriptorSet &ready,
                       platform::DescriptorSet &writers) const {
+    for (const Connect &connect : m_connects)
+        writers.insert(connect.descriptor);
     const std::lock_guard guard(m_lock);
     for (const BufferPtr &buffer : m_buffers) {
         const int descriptor = buffer->descriptor();
         if (buffer->queued() != 0)
             writers.insert(descriptor);
-        const bool isReady = buffer->ready() || buffer->hasMore();
-        if ((isReady || !buffer->wantsMore()) && watched.erase(descriptor) && isReady)
+        const bool isReady = !buffer->isHeldUp() && (buffer->ready() || buffer->hasMore());
+        if ((isReady || buffer->isHeldUp() || !buffer->wantsMore()) && watched.erase(descriptor) &&
+            isReady)
             ready.insert(descriptor);
     }
+}
+
+std::int32_t StreamLoop::reviewLimit(std::int32_t milliseconds) const {
+    return m_nextReview == Deadlines::Clock::time_point::max()
+               ? milliseconds
+               : Deadlines::within(milliseconds, m_nextReview);
 }
 
 void StreamLoop::flush(const platform::DescriptorSet &writers) {
     for (const int descriptor : writers)
         if (const BufferPtr buffer = find(descriptor))
             buffer->flush();
+}
+
+// ---- Who is limited ----
+
+void StreamLoop::reviewLimited() {
+    const auto now = Deadlines::Clock::now();
+    m_nextReview = Deadlines::Clock::time_point::max();
+    for (const BufferPtr &buffer : buffersWithOutput())
+        if (buffer->isLimited())
+            m_nextReview = std::min(m_nextReview, buffer->review(now));
+}
+
+bool StreamLoop::holdsBack(std::size_t most) const {
+    const std::lock_guard guard(m_lock);
+    return std::any_of(m_buffers.begin(), m_buffers.end(), [most](const BufferPtr &buffer) {
+        return buffer->isLimited() && buffer->queued() > most && buffer->movesAlong();
+    });
+}
+
+void StreamLoop::holdUp(int source, std::size_t most) {
+    const BufferPtr buffer = find(source);
+    if (buffer == nullptr || buffer->isHeldUp() || !holdsBack(most))
+        return;
+    buffer->hold(true);
+    m_heldUp.push_back({source, most});
+}
+
+void StreamLoop::letGo() {
+    std::erase_if(
+        m_heldUp,
+        [this](const HeldUp &heldUp) {
+            if (holdsBack(heldUp.most / 2))
+                return false;
+            if (const BufferPtr buffer = find(heldUp.source))
+                buffer->hold(false);
+            return true;
+        });
+}
+
+void StreamLoop::awaitBelow(const std::vector<BufferPtr> &buffers, std::size_t most) {
+    Wait wait(*this);
+    for (;;) {
+        platform::DescriptorSet waiting;
+        for (const BufferPtr &buffer : buffers)
+            if (buffer->isLimited() && buffer->flush() == StreamBuffer::Flushed::some &&
+                buffer->queued() > most && buffer->movesAlong())
+                waiting.insert(buffer->descriptor());
+        if (waiting.size() == 0)
+            return;
+        wait.turn(waiting);
+        reviewLimited();
+    }
+}
+
+// ---- Connects ----
+
+void StreamLoop::awaitConnect(int descriptor, Deadlines::Function function, void *data) {
+    m_connects.push_back({descriptor, function, data});
+}
+
+void StreamLoop::forgetConnect(int descriptor) {
+    std::erase_if(
+        m_connects, [=](const Connect &connect) { return connect.descriptor == descriptor; });
 }
 
 // ---- Writers ----
@@ -207,7 +290,8 @@ void StreamLoop::awaitFlushed(const std::vector<BufferPtr> &buffers) {
     for (;;) {
         platform::DescriptorSet waiting;
         for (const BufferPtr &buffer : buffers)
-            if (buffer->queued() != 0 && buffer->flush() == StreamBuffer::Flushed::some)
+            if (buffer->queued() != 0 && buffer->flush() == StreamBuffer::Flushed::some &&
+                !buffer->isLimited())
                 waiting.insert(buffer->descriptor());
         if (waiting.size() == 0)
             return;

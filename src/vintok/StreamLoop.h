@@ -7,6 +7,7 @@
 #define VINTOK_STREAMLOOP_H
 
 #include "platform/Wait.h"
+#include "vintok/Deadlines.h"
 
 #include <cstddef>
 #include <memory>
@@ -48,11 +49,31 @@ public:
     // Sends what is queued for those that have room.
     void flush(const platform::DescriptorSet &writers);
 
+    // How long a wait of the loop may last that would last so long.
+    std::int32_t waitLimit(std::int32_t milliseconds) const {
+        return m_deadlines.within(reviewLimit(milliseconds));
+    }
+    Deadlines &deadlines() { return m_deadlines; }
+
+    // Nothing more is read from `source` while somebody who is limited has more than `most` waiting
+    // and moves along.
+    void holdUp(int source, std::size_t most);
+
+    // Has `function` called once, when the connect of the descriptor has ended, well or not.
+    void awaitConnect(int descriptor, Deadlines::Function function, void *data);
+    void forgetConnect(int descriptor);
+    // Calls those whose descriptors can be written to. `isOver` ends the round.
+    template <class IsOver>
+    void finishConnects(const platform::DescriptorSet &writers, IsOver isOver);
+
     // ---- For writers ----
 
     // Waits until the descriptor can be written to, or has failed.
     void awaitRoom(int descriptor);
-    // Waits until each of them has sent all that is queued, or has failed.
+    // Waits until none of those that are limited has more than `most` waiting and moves along.
+    void awaitBelow(const std::vector<BufferPtr> &buffers, std::size_t most);
+    // Waits until each of them has sent all that is queued, or has failed. Who is limited is not
+    // waited for.
     void awaitFlushed(const std::vector<BufferPtr> &buffers);
 
     // Runs that are open are closed before anything else is written, and before the loop waits.
@@ -62,13 +83,43 @@ public:
 
 private:
     class Wait;
+    struct HeldUp {
+        int source;
+        std::size_t most;
+    };
+    struct Connect {
+        int descriptor;
+        Deadlines::Function function;
+        void *data;
+    };
+    std::int32_t reviewLimit(std::int32_t milliseconds) const;
+    void reviewLimited();
+    bool holdsBack(std::size_t most) const;
+    void letGo();
     std::vector<BufferPtr> buffers() const;
     std::vector<BufferPtr> buffersWithOutput() const;
 
     mutable std::mutex m_lock;
     std::vector<BufferPtr> m_buffers; // in ascending order of descriptors
     std::vector<RelayRun *> m_openRuns;
+    Deadlines m_deadlines;
+    Deadlines::Clock::time_point m_nextReview = Deadlines::Clock::time_point::max();
+    std::vector<HeldUp> m_heldUp;
+    std::vector<Connect> m_connects;
 };
+
+template <class IsOver>
+void StreamLoop::finishConnects(const platform::DescriptorSet &writers, IsOver isOver) {
+    const std::vector<Connect> connects = m_connects;
+    for (const Connect &connect : connects) {
+        if (!writers.contains(connect.descriptor))
+            continue;
+        forgetConnect(connect.descriptor);
+        connect.function(connect.descriptor, connect.data);
+        if (isOver())
+            return;
+    }
+}
 
 } // namespace vintok
 

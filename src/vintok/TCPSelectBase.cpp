@@ -152,11 +152,28 @@ int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *runn
         return -1;
     const Pass pass(*this);
     const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::forever, running};
+    mf_runDeadlines();
+    if (m_released)
+        return 0;
     m_loop->deliver(limit);
     const int result = mf_pass(immediate, running);
     if (!m_released)
+        mf_runDeadlines();
+    if (!m_released)
         m_loop->deliver(limit);
     return result;
+}
+
+void TCPSelectBase::mf_runDeadlines() {
+    const Busy busy(*this);
+    const std::shared_ptr<StreamLoop> loop = m_loop;
+    loop->deadlines().run([this] { return m_released; });
+}
+
+void TCPSelectBase::mf_finishConnects(const platform::DescriptorSet &writers) {
+    const Busy busy(*this);
+    const std::shared_ptr<StreamLoop> loop = m_loop;
+    loop->finishConnects(writers, [this] { return m_released; });
 }
 
 int TCPSelectBase::mf_pass(bool immediate, const std::atomic<bool> *running) {
@@ -179,11 +196,13 @@ int TCPSelectBase::mf_wait(platform::WaitLimit limit) {
     m_loop->sort(m_workSet, ready, writers);
     if (ready.size() != 0)
         limit.milliseconds = 0;
+    limit.milliseconds = m_loop->waitLimit(limit.milliseconds);
     int result = 0;
     if (m_workSet.size() + writers.size() != 0 || ready.size() == 0)
         result = platform::waitReady(m_workSet, writers, limit);
     result = ready.size() != 0 ? std::max(result, 0) : result;
     m_loop->flush(writers);
+    mf_finishConnects(writers);
     if (result > 0)
         result = static_cast<int>(m_workSet.size());
     for (const int descriptor : ready)
@@ -228,7 +247,8 @@ int TCPSelectBase::mf_dispatchBuffered(platform::DescriptorSet &untouched) {
         return dispatched;
     m_table.forEachIn(m_table.readSet(), [&](int descriptor) {
         const std::int64_t before = bufferedBytes(descriptor);
-        if (before <= 0)
+        const std::shared_ptr<StreamBuffer> buffer = m_loop->find(descriptor);
+        if (before <= 0 || (buffer != nullptr && buffer->isHeldUp()))
             return;
         const Busy busy(*this);
         mf_callCallbacks(descriptor);

@@ -41,6 +41,8 @@ private:
     class Busy;
     class Pass;
 
+    void mf_runDeadlines();
+    void mf_finishConnects(const platform::DescriptorSet &writers);
     int mf_pass(bool immediate, const std::atomic<bool> *running);
     int mf_wait(platform::WaitLimit limit);
     int mf_dispatchBuffered(platform::DescriptorSet &untouched);

@@ -227,8 +227,7 @@ bool connectWithin(int fd, const platform::Endpoint &endpoint, std::chrono::mill
 
 // Connects as long as the process lets a connect take.
 bool connectInTime(int fd, const platform::Endpoint &endpoint) {
-    const Globals *globals = startedGlobals();
-    const std::uint32_t timeout = globals != nullptr ? globals->m_connectTimeout.load() : 0;
+    const std::uint32_t timeout = connectTimeout();
     if (timeout == 0)
         return platform::connectSocket(fd, endpoint);
     platform::setBlockingMode(fd, false);
@@ -252,6 +251,22 @@ void reportRefusal(const TCPAddress &address, int error, const SourcePlace &plac
     } catch (const std::bad_alloc &) {
     }
     errorAt(place, connectError(error), withSystemText(name, error));
+}
+
+// A socket of the address's family, -1 after an error; `endpoint` is then where it is to go.
+int openFor(const TCPAddress &address, platform::Endpoint &endpoint) {
+    endpoint.family = address.isUnix()   ? platform::FAMILY_LOCAL
+                      : address.isIPv6() ? platform::FAMILY_IPV6
+                                         : platform::FAMILY_IPV4;
+    endpoint.port = address.port();
+    NewSocket socket(platform::openSocket(endpoint.family));
+    if (socket.fd() == -1) {
+        const int error = platform::socketError();
+        VINTOK_ERROR(connectError(error),
+                     withSystemText("socket vintok::connectToBoundSocket", error));
+        return -1;
+    }
+    return takeAddress(address, endpoint) ? socket.give() : -1;
 }
 
 // ---- Accepting ----
@@ -404,18 +419,8 @@ int createUnixSocket(const std::string &path, int backlog, bool flag) try {
 
 int connectToBoundSocket(const TCPAddress &address) try {
     platform::Endpoint endpoint;
-    endpoint.family = address.isUnix()   ? platform::FAMILY_LOCAL
-                      : address.isIPv6() ? platform::FAMILY_IPV6
-                                         : platform::FAMILY_IPV4;
-    endpoint.port = address.port();
-    NewSocket socket(platform::openSocket(endpoint.family));
-    if (socket.fd() == -1) {
-        const int error = platform::socketError();
-        VINTOK_ERROR(connectError(error),
-                     withSystemText("socket vintok::connectToBoundSocket", error));
-        return -1;
-    }
-    if (!takeAddress(address, endpoint))
+    NewSocket socket(openFor(address, endpoint));
+    if (socket.fd() == -1)
         return -1;
     if (!connectInTime(socket.fd(), endpoint)) {
         reportRefusal(address, platform::socketError(), SourcePlace::caller());
@@ -425,6 +430,40 @@ int connectToBoundSocket(const TCPAddress &address) try {
     return socket.give();
 } catch (const std::bad_alloc &) {
     return outOfMemory("vintok::connectToBoundSocket");
+}
+
+int beginConnect(const TCPAddress &address) try {
+    platform::Endpoint endpoint;
+    NewSocket socket(openFor(address, endpoint));
+    if (socket.fd() == -1)
+        return -1;
+    platform::setBlockingMode(socket.fd(), false);
+    if (platform::connectSocket(socket.fd(), endpoint))
+        return socket.give();
+    const int error = platform::socketError();
+    if (error == socketErrors::inProgress || error == socketErrors::wouldBlock)
+        return socket.give();
+    reportRefusal(address, error, SourcePlace::caller());
+    return -1;
+} catch (const std::bad_alloc &) {
+    return outOfMemory("vintok::connectToBoundSocket");
+}
+
+bool endConnect(int fd, const TCPAddress &address) {
+    NewSocket socket(fd);
+    if (!platform::connectSucceeded(fd)) {
+        reportRefusal(address, platform::socketError(), SourcePlace::caller());
+        return false;
+    }
+    platform::setBlockingMode(fd, true);
+    addDescriptor(fd, false, false, false, false);
+    socket.give();
+    return true;
+}
+
+std::uint32_t connectTimeout() {
+    const Globals *globals = startedGlobals();
+    return globals != nullptr ? globals->m_connectTimeout.load() : 0;
 }
 
 bool setConnectTimeout(std::uint32_t milliseconds) {

@@ -100,7 +100,7 @@ layers='
 0 Export TCPException
 1 BufferManager Chunk RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
 2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport StreamInternal Log AcceptGuard StreamBuffer
-2 StreamLoop RelayRun Delivery
+2 StreamLoop RelayRun Delivery Deadlines
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect SelectTable TCPServer testTCPServer Listeners
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry

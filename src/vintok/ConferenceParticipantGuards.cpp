@@ -1,0 +1,346 @@
+// The guards of a participant: what it does about those who are slow, late, too many or too long.
+//
+// Nothing here acts until a limit is set. What a connection may have waiting is kept by its buffers
+// (`OutputLimits`): they fail, and `readFailed` then meets the failure as it would that of a peer
+// which has died. Times are kept by the loop (`Deadlines`); whoever is late by then is looked for
+// by its descriptor, so that a time which comes when somebody else has the number finds nobody.
+#include "vintok/ConferenceParticipantWorkings.h"
+
+#include "vintok/BufferManager.h"
+#include "vintok/FrameLayout.h"
+#include "vintok/Log.h"
+#include "vintok/StreamInternal.h"
+#include "vintok/StreamLoop.h"
+#include "vintok/TCPGUID.h"
+#include "vintok/TCPStream.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+namespace vintok {
+
+namespace {
+
+Deadlines &deadlines() {
+    return StreamLoop::ofThisThread()->deadlines();
+}
+
+// Whether two parties call from one place: one IPv4 address, or one network of IPv6.
+bool isSamePlace(const TCPAddress &one, const TCPAddress &other) {
+    constexpr std::size_t networkWords = 4; // of 16 bits
+    std::array<std::uint16_t, 8> oneIP{};
+    std::array<std::uint16_t, 8> otherIP{};
+    if (one.IPv6(oneIP.data()) && other.IPv6(otherIP.data()))
+        return std::equal(oneIP.begin(), oneIP.begin() + networkWords, otherIP.begin());
+    std::uint32_t oneIPv4 = 0;
+    std::uint32_t otherIPv4 = 0;
+    return one.IPv4(oneIPv4) && other.IPv4(otherIPv4) && oneIPv4 == otherIPv4;
+}
+
+bool isBroadcast(const Span &frame) {
+    TCPGUID identifier{};
+    BufferManager cursor(const_cast<unsigned char *>(frame.bytes) + layout::identifier,
+                         sizeof(identifier));
+    identifier.read(cursor);
+    return identifier == TCP_broadcastMessage;
+}
+
+std::size_t headerSize(const Span &frame) {
+    const bool isIPv4 =
+        frame.bytes[layout::majorVersion] == 0 && frame.bytes[layout::majorVersion + 1] == 1;
+    return isIPv4 ? layout::sizeIPv4 : layout::sizeLong;
+}
+
+// The first frame of a run of whole ones.
+Span firstFrame(const Span &run) {
+    const unsigned char *const bytes = run.bytes + layout::totalLength;
+    const std::size_t length = std::size_t{bytes[0]} << 24 | std::size_t{bytes[1]} << 16 |
+                               std::size_t{bytes[2]} << 8 | std::size_t{bytes[3]};
+    return {run.owner, run.bytes, std::min(length, run.length)};
+}
+
+void setFrameLimit(int descriptor, std::uint64_t longest) {
+    if (const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor))
+        buffer->setLimits(static_cast<std::size_t>(longest), buffer->unsentLimit());
+}
+
+} // namespace
+
+// ---- Switching them on ----
+
+void ConferenceParticipant::setCallTimeouts(std::uint32_t hello, std::uint32_t answer) {
+    _workings->guards.helloTimeout = hello;
+    _workings->guards.answerTimeout = answer;
+}
+
+void ConferenceParticipant::setSlowMemberLimits(const SlowMemberLimits &limits) {
+    OutputLimits &output = _workings->guards.output;
+    output.soft = static_cast<std::size_t>(std::min(limits.bytes, limits.mostBytes));
+    output.hard = static_cast<std::size_t>(limits.mostBytes);
+    output.patience = std::chrono::milliseconds(limits.milliseconds);
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->descriptor() != -1)
+            Guards::limitOutput(*this, *peer);
+}
+
+void ConferenceParticipant::setSlowMemberCB(SlowMemberCallback callback) {
+    _workings->guards.slowMemberCB = callback;
+}
+
+void ConferenceParticipant::setDropCB(DropCallback callback) {
+    _workings->guards.dropCB = callback;
+    _workings->guards.output.drops = callback != nullptr;
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->descriptor() != -1)
+            Guards::limitOutput(*this, *peer);
+}
+
+std::uint64_t ConferenceParticipant::waitingBytes() const {
+    std::uint64_t most = 0;
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->doBroadcast())
+            if (const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer->descriptor()))
+                most = std::max<std::uint64_t>(most, buffer->queued());
+    return most;
+}
+
+void ConferenceParticipant::setCallerLimits(const CallerLimits &limits) {
+    _workings->guards.callers = limits;
+}
+
+void ConferenceParticipant::setMeetingLimits(const MeetingLimits &limits) {
+    _workings->guards.meeting = limits;
+    for (const ConferenceRosterEntry *peer : _attendees)
+        if (peer != nullptr && peer->doBroadcast())
+            setFrameLimit(peer->descriptor(), limits.frameBytes);
+}
+
+void ConferenceParticipant::setRosterByDifferences(bool on) {
+    _workings->guards.rosterByDifferences = on;
+    _workings->guards.told.clear();
+}
+
+// ---- Who has not joined ----
+
+// False when there is no room for a new connection, which is closed then.
+bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int descriptor,
+                                           const TCPAddress &from) {
+    GuardState &guards = owner._workings->guards;
+    const auto makesRoom = [&](std::uint32_t most, auto counts) {
+        const auto &all = guards.strangers;
+        if (most == 0 || std::count_if(all.begin(), all.end(), counts) < std::int64_t{most})
+            return true;
+        const auto idle = std::find_if(all.begin(), all.end(), [&](const auto &stranger) {
+            const ConferenceRosterEntry *peer = owner._getPeer(stranger.descriptor);
+            return counts(stranger) && (peer == nullptr || !peer->isJoinPending());
+        });
+        if (idle == all.end())
+            return false;
+        closeStranger(owner, idle->descriptor, "makes room for the next");
+        return true;
+    };
+    using Stranger = GuardState::Stranger;
+    if (!makesRoom(guards.callers.perAddress,
+                   [&](const Stranger &other) { return isSamePlace(other.from, from); }) ||
+        !makesRoom(guards.callers.connections, [](const Stranger &) { return true; })) {
+        shutdownSocket(descriptor);
+        return false;
+    }
+    const CallerLimits &callers = guards.callers;
+    if (callers.connections != 0 || callers.perAddress != 0 || callers.helloTime != 0 ||
+        callers.joinTime != 0 || callers.frameBytes != 0)
+        guards.strangers.push_back({descriptor, from, false});
+    return true;
+}
+
+// The connection has its buffers.
+void ConferenceParticipant::Guards::connected(ConferenceParticipant &owner, int descriptor) {
+    const GuardState &guards = owner._workings->guards;
+    if (guards.output.hard != 0)
+        if (const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor))
+            buffer->setOutputLimits(guards.output);
+    if (guards.callers.frameBytes != 0)
+        setFrameLimit(descriptor, guards.callers.frameBytes);
+    const std::uint32_t time =
+        guards.callers.helloTime != 0 ? guards.callers.helloTime : guards.callers.joinTime;
+    if (time != 0)
+        deadlines().set(descriptor, strangerIsLate, &owner, std::chrono::milliseconds(time));
+}
+
+void ConferenceParticipant::Guards::strangerIsLate(int descriptor, void *data) {
+    auto &owner = *static_cast<ConferenceParticipant *>(data);
+    const Operation operation(owner);
+    GuardState &guards = owner._workings->guards;
+    const auto stranger =
+        std::find_if(guards.strangers.begin(), guards.strangers.end(),
+                     [=](const auto &each) { return each.descriptor == descriptor; });
+    if (stranger == guards.strangers.end())
+        return;
+    const ConferenceRosterEntry *peer = owner._getPeer(descriptor);
+    const bool saidHello = peer != nullptr && (peer->isIPv4() || peer->isIPv6());
+    if (saidHello && peer->isJoinPending())
+        return; // the application's turn
+    if (saidHello && !stranger->saidHello && guards.callers.joinTime != 0) {
+        stranger->saidHello = true;
+        deadlines().set(descriptor, strangerIsLate, data,
+                        std::chrono::milliseconds(guards.callers.joinTime));
+    } else if (!saidHello || guards.callers.joinTime != 0) {
+        closeStranger(owner, descriptor, saidHello ? "has not joined" : "has said no hello");
+    }
+}
+
+bool ConferenceParticipant::Guards::isStranger(const ConferenceParticipant &owner, int descriptor) {
+    const auto &strangers = owner._workings->guards.strangers;
+    return std::any_of(strangers.begin(), strangers.end(),
+                       [=](const auto &each) { return each.descriptor == descriptor; });
+}
+
+void ConferenceParticipant::Guards::closeStranger(ConferenceParticipant &owner, int descriptor,
+                                                  const char *why) {
+    VINTOK_LOG(SEVERITY_INFO, formatText("Closing connection %d, which %s", descriptor, why));
+    if (ConferenceRosterEntry *peer = owner._getPeer(descriptor))
+        Ending::dropConnection(owner, peer);
+    forgetStranger(owner, descriptor);
+}
+
+void ConferenceParticipant::Guards::forgetStranger(ConferenceParticipant &owner, int descriptor) {
+    std::erase_if(
+        owner._workings->guards.strangers,
+        [=](const auto &each) { return each.descriptor == descriptor; });
+}
+
+void ConferenceParticipant::Guards::left(ConferenceParticipant &owner,
+                                         const ConferenceRosterEntry &peer) {
+    owner._workings->guards.told.erase(&peer);
+    if (peer.descriptor() != -1)
+        forgetStranger(owner, peer.descriptor());
+}
+
+// ---- Members ----
+
+void ConferenceParticipant::Guards::joined(ConferenceParticipant &owner,
+                                           const ConferenceRosterEntry &peer) {
+    forgetStranger(owner, peer.descriptor());
+    const GuardState &guards = owner._workings->guards;
+    if (guards.callers.frameBytes != 0 || guards.meeting.frameBytes != 0)
+        setFrameLimit(peer.descriptor(), guards.meeting.frameBytes);
+    limitOutput(owner, peer);
+}
+
+// A member waits for its host, so that one who says much is held up and not hung up.
+void ConferenceParticipant::Guards::limitOutput(ConferenceParticipant &owner,
+                                                const ConferenceRosterEntry &peer) {
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer.descriptor());
+    if (buffer == nullptr)
+        return;
+    const bool isMember = peer.doBroadcast() && owner._relays() && !peer.isHost();
+    const bool isLimited =
+        isMember || (!peer.doBroadcast() && owner._getPending(peer.descriptor()) == nullptr);
+    const OutputLimits limits = isLimited ? owner._workings->guards.output : OutputLimits();
+    if (limits.hard != 0 || buffer->isLimited())
+        buffer->setOutputLimits(limits);
+}
+
+bool ConferenceParticipant::Guards::isFull(const ConferenceParticipant &owner) {
+    const std::uint32_t most = owner._workings->guards.meeting.members;
+    return most != 0 && Roster::allMembers(owner).size() >= most;
+}
+
+// Whether an entry that came is not too long; hangs up who sent one that is.
+bool ConferenceParticipant::Guards::takesEntry(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer, std::uint64_t length) {
+    const std::uint32_t most = owner._workings->guards.meeting.entryBytes;
+    if (most == 0 || length <= most)
+        return true;
+    VINTOK_LOG(SEVERITY_WARNING,
+               formatText("Hanging up on %d, whose roster entry is too long", peer->descriptor()));
+    owner.mf_hangup(peer);
+    return false;
+}
+
+void ConferenceParticipant::Guards::tellSlow(ConferenceParticipant &owner,
+                                             const ConferenceRosterEntry &peer,
+                                             const StreamBuffer &buffer) {
+    const bool isFull = buffer.slow() == StreamBuffer::Slow::full;
+    VINTOK_LOG(SEVERITY_WARNING,
+               formatText("Hanging up on %d, which takes too slowly what is sent: %lu bytes wait%s",
+                          peer.descriptor(), static_cast<unsigned long>(buffer.slowBytes()),
+                          isFull ? "" : " for too long"));
+    if (SlowMemberCallback callback = owner._workings->guards.slowMemberCB)
+        callback(&owner, peer, buffer.slowBytes(), isFull ? SLOW_MEMBER_FULL : SLOW_MEMBER_BEHIND);
+}
+
+bool ConferenceParticipant::Guards::drops(ConferenceParticipant &owner,
+                                          const ConferenceRosterEntry &peer, const Span &frame) {
+    const GuardState &guards = owner._workings->guards;
+    if (guards.dropCB == nullptr || guards.output.hard == 0 || !isBroadcast(frame))
+        return false;
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer.descriptor());
+    const std::size_t header = headerSize(frame);
+    return buffer != nullptr && buffer->isLimited() && buffer->queued() > guards.output.soft &&
+           frame.length > header &&
+           guards.dropCB(&owner, peer, frame.bytes + header, frame.length - header);
+}
+
+void ConferenceParticipant::Guards::spread(ConferenceParticipant &owner, StreamLoop &loop,
+                                           int source, const Span &span) {
+    GuardState &guards = owner._workings->guards;
+    for (const ConferenceRosterEntry *peer : owner._attendees) {
+        if (peer == nullptr || !peer->doBroadcast() || !peer->enabled() ||
+            peer->descriptor() == source)
+            continue;
+        if (guards.dropCB == nullptr) {
+            loop.relay(peer->descriptor(), span);
+            continue;
+        }
+        Span rest = span;
+        while (rest.length != 0) {
+            const Span frame = firstFrame(rest);
+            if (!drops(owner, *peer, frame))
+                loop.relay(peer->descriptor(), frame);
+            rest.bytes += frame.length;
+            rest.length -= frame.length;
+        }
+    }
+    loop.holdUp(source, guards.relaysFile ? guards.output.soft / 2 : guards.output.hard / 2);
+    guards.relaysFile = false;
+}
+
+void ConferenceParticipant::Guards::awaitSlow(ConferenceParticipant &owner) {
+    if (owner._workings->guards.output.hard == 0)
+        return;
+    std::vector<StreamLoop::BufferPtr> buffers;
+    for (const ConferenceRosterEntry *peer : owner._attendees)
+        if (peer != nullptr && peer->doBroadcast())
+            if (const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer->descriptor()))
+                buffers.push_back(buffer);
+    if (!buffers.empty())
+        buffers.front()->loop().awaitBelow(buffers, owner._workings->guards.output.soft / 2);
+}
+
+// ---- Outgoing calls ----
+
+void ConferenceParticipant::Guards::callBegins(ConferenceParticipant &owner, int descriptor) {
+    if (const std::uint32_t time = owner._workings->guards.helloTimeout)
+        deadlines().set(descriptor, callIsLate, &owner, std::chrono::milliseconds(time));
+}
+
+void ConferenceParticipant::Guards::callRings(ConferenceParticipant &owner, int descriptor) {
+    if (const std::uint32_t time = owner._workings->guards.answerTimeout)
+        deadlines().set(descriptor, callIsLate, &owner, std::chrono::milliseconds(time));
+    else
+        deadlines().clear(descriptor, callIsLate, &owner);
+}
+
+void ConferenceParticipant::Guards::callIsLate(int descriptor, void *data) {
+    auto &owner = *static_cast<ConferenceParticipant *>(data);
+    const Operation operation(owner);
+    ConferenceRosterEntry *peer = owner._getPeer(descriptor);
+    if (peer == nullptr || owner._getPending(descriptor) == nullptr)
+        return; // answered
+    VINTOK_LOG(SEVERITY_WARNING, formatText("Giving up the call on %d: no answer", descriptor));
+    owner.mf_hangup(peer);
+}
+
+} // namespace vintok
