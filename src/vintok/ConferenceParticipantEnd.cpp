@@ -117,27 +117,25 @@ void ConferenceParticipant::Ending::readFailed(ConferenceParticipant &owner,
     const int descriptor = peer->descriptor();
     const TCPError why = lastError();
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(descriptor);
+    if (why == TCP_ERROR_CORRUPT_HEADER && Guards::closesCorrupt(owner, descriptor))
+        return;
     VINTOK_LOG(SEVERITY_INFO, formatText("Hangup on %d", descriptor));
-    if (buffer != nullptr && buffer->slow() != StreamBuffer::Slow::no)
-        Guards::tellSlow(owner, *peer, *buffer);
-    if (!owner._isListed(peer))
-        return; // the callback hung up
     if (buffer != nullptr && buffer->failed() && peer->doBroadcast())
         Relaying::logUndelivered(owner, *peer, owner._workings->relayed);
     // A failed read is taken for a bad message as long as the line takes a keep-alive, which one
     // whose stream has ended does not. Of somebody who never joined the log need not tell that.
     const bool gone =
         buffer != nullptr && !buffer->readsAhead() && DescriptorState(descriptor).closed;
-    const bool sentTooMuch = Guards::isStranger(owner, descriptor) &&
-                             owner._workings->guards.callers.frameBytes != 0 &&
-                             why == TCP_ERROR_CORRUPT_HEADER;
-    if (closed || gone || sentTooMuch || !sf_sendKeepAlive(descriptor))
+    if (closed || gone || !sf_sendKeepAlive(descriptor))
         owner._handleHangup(peer);
 }
 
 void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
     if (!_isListed(peer))
         return;
+    Guards::tellSlow(*this, *peer);
+    if (!_isListed(peer))
+        return; // the callback hung up
     // Without a leave callback nothing is known of the party from here on, deliberately: a member
     // then notices only by its empty list that its host has gone.
     const bool kept = peer->doBroadcast() && _leaveCB != nullptr;

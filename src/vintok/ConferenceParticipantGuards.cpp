@@ -204,6 +204,14 @@ void ConferenceParticipant::Guards::closeStranger(ConferenceParticipant &owner, 
     forgetStranger(owner, descriptor);
 }
 
+// A caller whose frame is too long, or none, is not waited for.
+bool ConferenceParticipant::Guards::closesCorrupt(ConferenceParticipant &owner, int descriptor) {
+    if (owner._workings->guards.callers.frameBytes == 0 || !isStranger(owner, descriptor))
+        return false;
+    closeStranger(owner, descriptor, "has sent a frame that is too long");
+    return true;
+}
+
 void ConferenceParticipant::Guards::forgetStranger(ConferenceParticipant &owner, int descriptor) {
     std::erase_if(
         owner._workings->guards.strangers,
@@ -259,16 +267,20 @@ bool ConferenceParticipant::Guards::takesEntry(ConferenceParticipant &owner,
     return false;
 }
 
+// Of a peer whose connection has failed by its limits.
 void ConferenceParticipant::Guards::tellSlow(ConferenceParticipant &owner,
-                                             const ConferenceRosterEntry &peer,
-                                             const StreamBuffer &buffer) {
-    const bool isFull = buffer.slow() == StreamBuffer::Slow::full;
+                                             const ConferenceRosterEntry &peer) {
+    const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer.descriptor());
+    if (buffer == nullptr || buffer->slow() == StreamBuffer::Slow::no)
+        return;
+    const bool isFull = buffer->slow() == StreamBuffer::Slow::full;
+    const std::uint64_t waiting = buffer->slowBytes();
     VINTOK_LOG(SEVERITY_WARNING,
                formatText("Hanging up on %d, which takes too slowly what is sent: %lu bytes wait%s",
-                          peer.descriptor(), static_cast<unsigned long>(buffer.slowBytes()),
+                          peer.descriptor(), static_cast<unsigned long>(waiting),
                           isFull ? "" : " for too long"));
     if (SlowMemberCallback callback = owner._workings->guards.slowMemberCB)
-        callback(&owner, peer, buffer.slowBytes(), isFull ? SLOW_MEMBER_FULL : SLOW_MEMBER_BEHIND);
+        callback(&owner, peer, waiting, isFull ? SLOW_MEMBER_FULL : SLOW_MEMBER_BEHIND);
 }
 
 bool ConferenceParticipant::Guards::drops(ConferenceParticipant &owner,

@@ -252,11 +252,11 @@ struct ConferenceParticipant::Guards {
     static void callRings(ConferenceParticipant &owner, int descriptor);
     static void callIsLate(int descriptor, void *owner);
 
+    static bool closesCorrupt(ConferenceParticipant &owner, int descriptor);
     static bool isFull(const ConferenceParticipant &owner);
     static bool takesEntry(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                            std::uint64_t length);
-    static void tellSlow(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
-                         const StreamBuffer &buffer);
+    static void tellSlow(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
     // Queues what is relayed, without the broadcasts that may be kept from a member.
     static void spread(ConferenceParticipant &owner, StreamLoop &loop, int source,
                        const Span &span);
