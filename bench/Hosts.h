@@ -14,6 +14,7 @@ struct Host {
 };
 
 void runLibraryHost();
+void runGuardedHost(); // with the guards of the programs
 void runIdealHost();
 void runBareHost();
 

@@ -30,6 +30,22 @@ bool isTalk(const unsigned char *frame) {
            frame[kindOffset] == kindOf(vintok::TCP_fileTransferData);
 }
 
+// What a member says of itself.
+Bytes makeEntry(const vintok::TCPGUID &kind, std::size_t number) {
+    vintok::TCPAddress address; // one that no other member has
+    address.setIPv4(htonl(0x0A4D0000U + static_cast<std::uint32_t>(number)));
+    address.setHostByteOrderPort(7777);
+    vintok::ConferenceRosterEntry entry(address);
+    entry.setFirstName("Member");
+    entry.setMajorVersion(4);
+    Bytes frame = makeFrame(kind, entry.size());
+    if (!entry.write(frame.data() + frameHeader, frame.size() - frameHeader))
+        fail("making an entry");
+    return frame;
+}
+
+} // namespace
+
 int connectTo(unsigned short port) {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -42,21 +58,13 @@ int connectTo(unsigned short port) {
     return descriptor;
 }
 
-// What a member says of itself.
-Bytes makeEntry(const vintok::TCPGUID &kind, std::size_t number) {
-    vintok::TCPAddress address; // one that no other member has
-    address.setLoopbackIPv4();
-    address.setHostByteOrderPort(static_cast<std::uint16_t>(40000 + number));
-    vintok::ConferenceRosterEntry entry(address);
-    entry.setFirstName("Member");
-    entry.setMajorVersion(4);
-    Bytes frame = makeFrame(kind, entry.size());
-    if (!entry.write(frame.data() + frameHeader, frame.size() - frameHeader))
-        fail("making an entry");
-    return frame;
+void sayWho(int descriptor, std::size_t number, bool joins) {
+    for (const auto *said : {&vintok::TCP_rosterEntry, &vintok::TCP_joinRequest}) {
+        const Bytes entry = makeEntry(*said, number);
+        if (said == &vintok::TCP_rosterEntry || joins)
+            send(descriptor, entry.data(), entry.size(), MSG_NOSIGNAL);
+    }
 }
-
-} // namespace
 
 Bytes makeFrame(const vintok::TCPGUID &kind, std::size_t body) {
     vintok::TCPMessage message;
@@ -94,6 +102,11 @@ void Members::passFence() {
     say(count() - 1, frame, {0, 0, fence});
     flush(count() - 1);
     turnUntil([this] { return m_fenced == count() - 1; });
+}
+
+void Members::stopLast() {
+    epoll_ctl(m_epoll, EPOLL_CTL_DEL, m_members.back().descriptor, nullptr);
+    ++m_stopped;
 }
 
 void Members::say(std::size_t member, Bytes &frame, const Stamp &stamp) {

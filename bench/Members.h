@@ -26,6 +26,10 @@ struct Stamp {
 
 Bytes makeFrame(const vintok::TCPGUID &kind, std::size_t body);
 
+int connectTo(unsigned short port);
+// Says hello as the member of that number, and asks to join.
+void sayWho(int descriptor, std::size_t number, bool joins);
+
 class Members {
 public:
     Members(unsigned short port, bool joins);
@@ -41,6 +45,10 @@ public:
     // the host send.
     void passFence();
     std::size_t count() const { return m_members.size(); }
+
+    // From now on the last one takes nothing that is sent to it, as a process that is stopped.
+    void stopLast();
+    std::size_t listening() const { return count() - m_stopped; }
 
     // Called for each message that a member gets.
     std::function<void(std::size_t member, const Stamp &stamp)> heard;
@@ -75,6 +83,7 @@ private:
     bool m_joins;
     int m_epoll;
     std::size_t m_fenced = 0;
+    std::size_t m_stopped = 0;
     std::deque<Member> m_members;
     Bytes m_scratch;
 };

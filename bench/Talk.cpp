@@ -80,7 +80,7 @@ void Talks::speak(State &talk, std::int64_t time) {
     const auto number = static_cast<std::uint64_t>(&talk - m_talks.data());
     const std::uint64_t before = talk.said;
     while (time >= talk.due && talk.said - talk.everywhere < talk.missing.size()) {
-        talk.missing[talk.said & (talk.missing.size() - 1)] = m_members.count() - 1;
+        talk.missing[talk.said & (talk.missing.size() - 1)] = m_members.listening() - 1;
         m_members.say(talk.speaker, talk.frame, {talk.said++, time, number});
         talk.due += talk.interval;
     }

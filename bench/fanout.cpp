@@ -11,9 +11,13 @@
 //   all-talk     eight talk as fast as they share that window
 //   crowd        1,000 members: what the first 300 joins cost and how long the last one takes until
 //                it has the whole roster; then throughput
+//   stopped      one of eleven members stops reading; the time until the last of the others has
+//                what is said each 2 ms, before and after, with the guards of the programs
+//   strangers    the same while others connect, say hello, or join under ever new addresses
 //   fairness     one talks as throughput, one sends a file as fast, all others say five lines a
 //                second; the time until the last member has a line
 #include "Hosts.h"
+#include "Strangers.h"
 #include "Talk.h"
 
 #include "vintok/TCPStream.h"
@@ -30,7 +34,8 @@ namespace {
 
 constexpr Host hosts[] = {{"libvintok", runLibraryHost, true},
                           {"ideal relay", runIdealHost, false},
-                          {"one send a message", runBareHost, false}};
+                          {"one send a message", runBareHost, false},
+                          {"libvintok, guarded", runGuardedHost, true}};
 constexpr std::size_t ideal = 1;
 
 struct Figure {
@@ -137,17 +142,58 @@ Figures fairness(const Host &host, const Case &load) {
             {"deliveries_per_s", outcome.rate}};
 }
 
+// What ten others notice of one who is stopped: the quantiles without and with him.
+Figures stopped(const Host &host, const Case &load) {
+    Meeting meeting(host, false);
+    meeting.join(load.members + 1);
+    const std::vector<Talk> talks{broadcast(0, load.body, 2'000'000)};
+    const Outcome before = meeting.talk(talks, std::max(load.seconds, 4.0));
+    meeting.members.stopLast();
+    const Outcome with = Talks(meeting.members, talks).run(meeting.process, 16);
+    return {{"p50_us", before.quantile(0.5)},
+            {"p99_us", before.quantile(0.99)},
+            {"p50_stopped_us", with.quantile(0.5)},
+            {"p99_stopped_us", with.quantile(0.99)},
+            {"peak_mb", with.peak}};
+}
+
+// What members notice of strangers who come in a flood, and how many came each second.
+Figures strangers(const Host &host, const Case &load) {
+    Meeting meeting(host, false);
+    meeting.join(load.members);
+    const std::vector<Talk> talks{broadcast(0, load.body, 2'000'000)};
+    const double seconds = std::max(load.seconds, 4.0);
+    const Outcome before = meeting.talk(talks, seconds);
+    Figures figures{{"p50_us", before.quantile(0.5)}, {"p99_us", before.quantile(0.99)}};
+    const struct {
+        Strangers::Manner manner;
+        const char *rate, *p99;
+    } floods[] = {{Strangers::Manner::silent, "silent_per_s", "p99_silent_us"},
+                  {Strangers::Manner::hello, "hellos_per_s", "p99_hellos_us"},
+                  {Strangers::Manner::join, "joins_per_s", "p99_joins_us"}};
+    for (const auto &flood : floods) {
+        Strangers crowd(meeting.process.port(), flood.manner);
+        const Outcome with = Talks(meeting.members, talks).run(meeting.process, seconds);
+        figures.push_back({flood.rate, crowd.perSecond()});
+        figures.push_back({flood.p99, with.quantile(0.99)});
+    }
+    return figures;
+}
+
 struct Mode {
     const char *name;
     Figures (*run)(const Host &, const Case &);
     std::vector<std::size_t> members, bodies;
+    std::vector<std::size_t> hosts = {0, 1, 2};
 };
 
 const Mode modes[] = {{"throughput", throughput, {2, 8, 32, 128}, {64, 1024, 16384}},
                       {"latency", latency, {8}, {256}},
                       {"all-talk", allTalk, {8}, {64, 1024}},
-                      {"crowd", crowd, {1000}, {64}},
-                      {"fairness", fairness, {32}, {64}}};
+                      {"crowd", crowd, {1000}, {64}, {0, 1, 2, 3}},
+                      {"fairness", fairness, {32}, {64}},
+                      {"stopped", stopped, {10}, {16384}, {3}},
+                      {"strangers", strangers, {10}, {64}, {3}}};
 
 // ---- What is shown ----
 
@@ -194,15 +240,16 @@ void append(const std::string &path, const std::string &key, const Figures &figu
 void compare(const Mode &mode, const Case &load, const Options &options) {
     std::vector<Figures> rounds[std::size(hosts)];
     for (int round = 0; round < options.rounds; ++round)
-        for (std::size_t i = 0; i < std::size(hosts); ++i)
+        for (const std::size_t i : mode.hosts)
             rounds[i].push_back(mode.run(hosts[i], load));
     std::printf("%s, %zu members, %zu bytes\n  %-18s", mode.name, load.members, load.body, "");
-    for (const Figure &figure : rounds[0].front())
+    for (const Figure &figure : rounds[mode.hosts.front()].front())
         std::printf("%13s        ", figure.name);
     std::printf("\n");
-    for (std::size_t i = 0; i < std::size(hosts); ++i) {
+    const Figures limit = rounds[ideal].empty() ? Figures() : medians(rounds[ideal]);
+    for (const std::size_t i : mode.hosts) {
         const Figures result = medians(rounds[i]);
-        print(result, hosts[i].name, medians(rounds[ideal]));
+        print(result, hosts[i].name, limit);
         if (!options.csv.empty())
             append(options.csv,
                    std::string(mode.name) + ',' + hosts[i].name + ',' +
@@ -267,9 +314,11 @@ bool read(const std::vector<std::string> &words, Options &options) {
 int main(int argc, char **argv) {
     bench::Options options;
     if (!bench::read({argv + 1, argv + argc}, options)) {
-        std::fprintf(stderr, "usage: fanout [throughput|latency|all-talk|crowd|fairness]... "
-                             "[--members N,...] [--body BYTES,...]\n"
-                             "              [--rounds N] [--seconds N] [--csv FILE]\n");
+        std::fprintf(
+            stderr,
+            "usage: fanout [throughput|latency|all-talk|crowd|fairness|stopped|strangers]... "
+            "[--members N,...] [--body BYTES,...]\n"
+            "              [--rounds N] [--seconds N] [--csv FILE]\n");
         return 2;
     }
     if (!vintok::init())

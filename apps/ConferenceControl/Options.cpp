@@ -48,6 +48,8 @@ const std::vector<Row> &rows() {
         {vintok::a_meetingName, "TEXT", &Options::meetingName, "The meeting's name"},
         {vintok::a_alarmDelta, "SECONDS", &Options::alarm,
          "Between tests of the connections, 0 for none (30)"},
+        {"-noGuards", nullptr, &Options::noGuards,
+         "Wait for members that are slow, and let strangers connect without limit"},
         {vintok::a_background, nullptr, &Options::background,
          "Run on when the terminal interrupts or goes"},
         {vintok::a_verbose, nullptr, &Options::verbose, "Log what happens"},

@@ -16,6 +16,7 @@ struct Options {
     bool server = false;
     bool background = false;
     unsigned int alarm = 30; // seconds between tests of the connections, 0 for none
+    bool noGuards = false;   // none of the usual limits on who is slow, and on strangers
     bool hideIP = false;
     bool local = false;
     bool sslAuto = false;

@@ -6,6 +6,7 @@
 // told last, before every notification that depends on it and after every pass.
 #include "Session.h"
 
+#include "Guards.h"
 #include "SecureTransport.h"
 #include "Variables.h"
 
@@ -85,7 +86,9 @@ void Session::warn(const std::string &text) {
 // ---- Life and loop ----
 
 int Session::run() {
-    const auto handler = [this](app::Inbox::Kind kind, const std::string &) { takeEvent(kind); };
+    const auto handler = [this](app::Inbox::Kind kind, const std::string &text) {
+        takeEvent(kind, text);
+    };
     if (!m_inbox.open(handler)) {
         warn("cannot make sockets on the loopback address");
         return 1;
@@ -149,9 +152,11 @@ void Session::settle() {
         play();
 }
 
-void Session::takeEvent(app::Inbox::Kind kind) {
+void Session::takeEvent(app::Inbox::Kind kind, const std::string &text) {
     if (kind == app::Inbox::Kind::interrupt)
         m_done = true;
+    if (kind == app::Inbox::Kind::addresses)
+        startCall(text);
     if (kind != app::Inbox::Kind::tick || m_options.alarm == 0 || ++m_seconds < m_options.alarm)
         return;
     m_seconds = 0;
@@ -214,6 +219,8 @@ bool Session::openParticipant(unsigned short port) {
         m_participant.reset();
         return false;
     }
+    if (!m_options.noGuards)
+        app::apply(app::Guards(), *m_participant);
     return true;
 }
 

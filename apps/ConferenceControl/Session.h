@@ -43,7 +43,7 @@ private:
     static const Request *findRequest(const std::string &word);
     void take(const vintok::TCPMessage &message);
     void refuse(const Request &request, const std::string &reason);
-    void takeEvent(app::Inbox::Kind kind);
+    void takeEvent(app::Inbox::Kind kind, const std::string &text);
     bool connect();
     bool hostAlone();
     void loop();
@@ -83,6 +83,9 @@ private:
     std::string hangup(const Text &text);
     void leave();
     std::string placeCall(const Text &text);
+    std::string callFails(const std::string &name);
+    void startCall(const std::string &lookedUp);
+    static const std::string &connectsTo(const Text &call);
     std::string answerCall(const Text &text);
     std::string roster(const Text &text);
     std::string enableUser(const Text &text);
@@ -120,6 +123,7 @@ private:
     int m_host = -1;                           // the connection to the host, at a member
     std::vector<vintok::RosterBase> m_parties; // the others, as the application knows them
     vintok::RosterBase m_self;                 // likewise
+    std::deque<Text> m_calls;                  // whose names are being looked up
     std::deque<vintok::RosterBase> m_callers;  // those who wait; the application knows of the first
     bool m_wantsLead = false;                  // has asked and has not been answered
     bool m_stopsLeading = false;               // has asked the host to take the lead

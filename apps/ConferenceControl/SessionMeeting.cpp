@@ -53,6 +53,8 @@ std::string Session::hangup(const Text &) {
 void Session::leave() {
     m_convened = false;
     m_callers.clear();
+    for (const Text &call : std::exchange(m_calls, {}))
+        vintok::replyNotifyCallNoAnswer(fd(), call.value(Field::machineName));
     m_participant->hangup();
     if (m_options.server)
         m_participant->setServerMode(true);
@@ -60,21 +62,56 @@ void Session::leave() {
 
 // ---- Calls ----
 
+const std::string &Session::connectsTo(const Text &call) {
+    const std::string &proxy = call.value(Field::proxyAddress);
+    return proxy.empty() ? call.value(Field::machineName) : proxy;
+}
+
 std::string Session::placeCall(const Text &text) {
     const std::string &name = text.value(Field::machineName);
     const std::int64_t tries = text.number(Field::triesRemaining);
     const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
     vintok::replyNotifyDialing(fd(), name);
+    // A secure call is waited for: the name that its certificate must have is the transport's.
+    if (vintok::transport() == nullptr) {
+        if (!m_inbox.lookUp(connectsTo(text)))
+            return callFails(name);
+        m_calls.push_back(text);
+        return "";
+    }
     secure::beginCall(name, text.has(Field::proxyAddress) || text.has(Field::meetingID));
     const bool placed = m_participant->placeCall(
         name, port(Field::port), text.value(Field::proxyAddress), port(Field::proxyPort),
         text.value(Field::meetingID), text.value(Field::authenticationString),
         static_cast<unsigned int>(std::max<std::int64_t>(tries, 0)));
     secure::endCall();
-    if (placed)
-        return "";
+    return placed ? "" : callFails(name);
+}
+
+std::string Session::callFails(const std::string &name) {
     vintok::replyNotifyCallNoAnswer(fd(), name);
     return "'" + quote(name) + "' cannot be called";
+}
+
+// The name of one that waits for it has been looked up.
+void Session::startCall(const std::string &lookedUp) {
+    const std::vector<vintok::TCPAddress> addresses = m_inbox.takeAddresses();
+    const auto call = std::find_if(m_calls.begin(), m_calls.end(), [&](const Text &waiting) {
+        return connectsTo(waiting) == lookedUp;
+    });
+    if (call == m_calls.end())
+        return; // hung up meanwhile
+    const Text text = *call;
+    m_calls.erase(call);
+    const std::string &name = text.value(Field::machineName);
+    const std::int64_t tries = text.number(Field::triesRemaining);
+    const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
+    const bool started = m_participant->startCall(
+        addresses, name, port(Field::port), text.value(Field::proxyAddress), port(Field::proxyPort),
+        text.value(Field::meetingID), text.value(Field::authenticationString),
+        static_cast<unsigned int>(std::max<std::int64_t>(tries, 0)));
+    if (!started)
+        warn(callFails(name));
 }
 
 // Accepts or rejects, as the word says.

@@ -8,6 +8,7 @@
 // destructors of static objects.
 #include "Inbox.h"
 
+#include <vintok/TCPAddress.h>
 #include <vintok/TCPSelect.h>
 #include <vintok/TCPStream.h>
 
@@ -17,12 +18,17 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace app {
 
@@ -57,6 +63,23 @@ struct Inbox::Channel {
     int descriptor = -1;
     std::mutex alarmMutex; // not the other one, which may be held for as long as a write takes
     std::optional<std::chrono::steady_clock::time_point> alarm;
+
+    std::mutex addressMutex; // held until the loop has been told of them, for their order
+    std::deque<std::vector<vintok::TCPAddress>> addresses;
+    std::mutex lineMutex;
+    std::condition_variable lineChange;
+    bool holdsLines = false; // until the end, too
+
+    void awaitLines() {
+        std::unique_lock<std::mutex> lock(lineMutex);
+        lineChange.wait(lock, [this] { return !holdsLines; });
+    }
+
+    void holdLines(bool held) {
+        const std::lock_guard<std::mutex> lock(lineMutex);
+        if (std::exchange(holdsLines, held) != held)
+            lineChange.notify_all();
+    }
 
     // Whether the alarm is due, once for each.
     bool takeAlarm() {
@@ -93,6 +116,7 @@ Inbox::Inbox(vintok::TCPSelect &loop) : m_loop(loop), m_channel(std::make_shared
 Inbox::~Inbox() {
     if (m_descriptor != -1) {
         m_loop.removeCallback(m_descriptor, dataCB, this);
+        m_channel->holdLines(false);
         // This end first: a thread that waits for room in a full connection holds the lock.
         vintok::shutdownSocket(m_descriptor);
         m_channel->close();
@@ -135,6 +159,7 @@ void Inbox::readStandardInput() {
             if (c == '\n') {
                 if (!tell())
                     return;
+                channel->awaitLines();
                 line.clear();
                 tooLong = false;
             } else if (line.size() == maxLine) {
@@ -147,6 +172,34 @@ void Inbox::readStandardInput() {
             return;
         channel->write(Kind::endOfInput, "");
     }).detach();
+}
+
+void Inbox::holdLines(bool held) {
+    m_channel->holdLines(held);
+}
+
+bool Inbox::lookUp(const std::string &name) {
+    try {
+        std::thread([channel = m_channel, name] {
+            std::vector<vintok::TCPAddress> found;
+            vintok::TCPAddress::lookup(name, found, vintok::TCPAddress::IPTYPE_NONE);
+            const std::lock_guard<std::mutex> lock(channel->addressMutex);
+            channel->addresses.push_back(std::move(found));
+            channel->write(Kind::addresses, name);
+        }).detach();
+        return true;
+    } catch (const std::system_error &) {
+        return false;
+    }
+}
+
+std::vector<vintok::TCPAddress> Inbox::takeAddresses() {
+    const std::lock_guard<std::mutex> lock(m_channel->addressMutex);
+    if (m_channel->addresses.empty())
+        return {};
+    std::vector<vintok::TCPAddress> addresses = std::move(m_channel->addresses.front());
+    m_channel->addresses.pop_front();
+    return addresses;
 }
 
 void Inbox::watch() {

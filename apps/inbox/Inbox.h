@@ -10,10 +10,12 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace vintok {
+class TCPAddress;
 class TCPSelect;
-}
+} // namespace vintok
 
 namespace app {
 
@@ -29,6 +31,7 @@ public:
         interrupt,  // Ctrl-C or a request to end
         tick,       // a second has passed
         alarm,      // the time of `wakeAt` has come
+        addresses,  // the name has been looked up; in the order of the questions
     };
     using Handler = std::function<void(Kind, const std::string &)>;
 
@@ -46,6 +49,12 @@ public:
 
     // Starts the thread that reads the standard input.
     void readStandardInput();
+    // While held no further line is read. Those that have been read come all the same.
+    void holdLines(bool held);
+    // Looks a host name up, or an address, on a thread of its own, and then tells of `addresses`,
+    // which are taken with `takeAddresses`: none if it is not known. False when there is no thread.
+    bool lookUp(const std::string &name);
+    std::vector<vintok::TCPAddress> takeAddresses();
     // Takes over the signals that ask a program to end, for the life of the process, and starts the
     // thread that tells of them and of the time. A second signal ends the process at once.
     void watch();

@@ -230,6 +230,7 @@ void Control::take(Inbox::Kind kind, const std::string &text) {
         if (m_parting != 0 && --m_parting == 0)
             end("the control process did not end when it was asked to");
         return;
+    case Inbox::Kind::addresses:
     case Inbox::Kind::alarm:
         return;
     }

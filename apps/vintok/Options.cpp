@@ -110,6 +110,28 @@ void addMeeting(CLI::App &app, Options &options) {
         ->type_name("auto|always|never");
 }
 
+void addGuards(CLI::App &app, Options &options) {
+    constexpr unsigned int most = 1 << 20;
+    const auto add = [&](const char *name, unsigned int &value, const char *help,
+                         const char *unit) {
+        app.add_option(name, value, help)->type_name(unit)->check(between(0, most));
+    };
+    Guards &guards = options.guards;
+    add("--most-waiting", guards.mostWaiting,
+        "Hang up a guest for whom more than this waits to be sent, or an eighth of it for ten "
+        "seconds; 0: wait for guests that are slow (64)",
+        "MEGABYTES");
+    add("--most-callers", guards.mostCallers,
+        "Connections that have not joined, a quarter of them from one address; the oldest makes "
+        "room; 0: any (64)",
+        "COUNT");
+    add("--caller-time", guards.callerTime,
+        "Time for a caller to say who it is, and again to ask to join; 0: any (10)", "SECONDS");
+    add("--most-members", guards.mostMembers, "Guests in the meeting; 0: any (900)", "COUNT");
+    add("--most-message", guards.mostFrame, "The longest message of a guest; 0: any (64)",
+        "MEGABYTES");
+}
+
 void addSecure(CLI::App &app, Options &options) {
     secure::Options &secure = options.secure;
     app.add_option("--tls-cert", secure.certificate,
@@ -160,6 +182,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addOfferOptions(*app, options);
     addMeeting(*app, options);
+    addGuards(*app, options);
     addSecure(*app, options);
     addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
     app->add_flag("--tls-demand-cert", options.secure.demandsCertificate,

@@ -2,6 +2,7 @@
 #ifndef VINTOK_APP_OPTIONS_H
 #define VINTOK_APP_OPTIONS_H
 
+#include "Guards.h"
 #include "Secure.h"
 #include "Target.h"
 #include "TunnelOptions.h"
@@ -57,6 +58,8 @@ struct Options {
     bool stay = false;
     unsigned int keepAlive = 30; // seconds of silence that a connection survives, 0: any
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
+
+    Guards guards;
 
     secure::Options secure;
     std::string tlsFolder;

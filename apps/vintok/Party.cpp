@@ -39,6 +39,8 @@ int Party::run() {
         return m_exitCode;
     introduce();
     setCallbacks();
+    if (m_options.role == Role::host)
+        apply(m_options.guards, m_participant);
     vintok::addTime(m_options.clockOffset);
     if (!m_options.files.empty() && !Participant::setFileRoot(m_options.files)) {
         fail("cannot keep files in '" + m_options.files + "'");
@@ -160,6 +162,8 @@ void Party::awaitAnswer() {
 }
 
 void Party::goOn() {
+    if (m_options.role == Role::host && m_options.guards.mostWaiting != 0)
+        m_inbox.holdLines(m_participant.waitingBytes() > usuallyWaiting(m_options.guards) / 2);
     if (m_offer)
         m_offer->report.tell(m_report);
     tellBreak();

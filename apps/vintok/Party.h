@@ -77,6 +77,7 @@ private:
     void callPending(const vintok::ConferenceRosterEntry &entry);
     void joined(const vintok::ConferenceRosterEntry &entry);
     void left(const vintok::ConferenceRosterEntry &entry);
+    void isSlow(const vintok::ConferenceRosterEntry &entry, std::uint64_t waiting);
     void changed(const vintok::ConferenceRosterEntry &entry);
     void heard(const unsigned char *data, std::size_t length);
     void leads(const vintok::ConferenceRosterEntry &entry);

@@ -34,6 +34,7 @@ void Party::take(Inbox::Kind kind, const std::string &text) {
         return leave();
     case Inbox::Kind::tick:
         return tick();
+    case Inbox::Kind::addresses:
     case Inbox::Kind::alarm:
         return;
     }

@@ -34,6 +34,8 @@ void Party::setCallbacks() {
         [](Library *p, const vintok::TCPAddress &, bool whole, const std::string &path) {
             of(p).m_files.ends(whole, path);
         });
+    m_participant.setSlowMemberCB([](Library *p, const Entry &e, std::uint64_t waiting,
+                                     Library::SlowMember) { of(p).isSlow(e, waiting); });
     m_participant.setLeadChangeCB([](Library *p, const Entry &e) { of(p).leads(e); });
     m_participant.setLeadRequestCB([](Library *p, const Entry &e) { of(p).leadAsked(e); });
     m_participant.setLeadReplyCB([](Library *p, unsigned char *answer, std::uint64_t length) {
@@ -139,6 +141,20 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
             return fail("the connection to the host was broken off: " + m_hostBreak);
         meetingEnds("The host has left: the meeting is over.");
     }
+}
+
+// A guest or a caller, which is hung up.
+void Party::isSlow(const vintok::ConferenceRosterEntry &entry, std::uint64_t waiting) {
+    if (!entry.doBroadcast())
+        return;
+    const Person person = personOf(entry, m_participant.isHidingIPsRequired());
+    Notice notice{"slow",
+                  person.name + " takes too slowly what is sent: " + std::to_string(waiting) +
+                      " bytes wait.",
+                  {}};
+    notice.fields.text("name", person.name);
+    notice.fields.number("waiting", static_cast<std::int64_t>(waiting));
+    m_report.notice(notice);
 }
 
 void Party::changed(const vintok::ConferenceRosterEntry &entry) {

@@ -268,6 +268,13 @@ public:
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);
 
+    // The same where the addresses of whom the socket goes to, the proxy or else the party, have
+    // been looked up already; their ports do not count. Does not block.
+    bool startCall(const std::vector<TCPAddress> &addresses, const std::string &remoteName,
+                   unsigned short port, const std::string &proxyName, unsigned short proxyPort,
+                   const std::string &meetingID, const std::string &authentication,
+                   unsigned int retries);
+
     // The answer to the call-pending callback. False if nobody of this address waits, or if the
     // answer could not be sent. May call the join, user-data and lead-change callbacks, and the
     // leave callback where a connection proves dead. Block until the answer is written.

@@ -65,7 +65,8 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
     try {
         const CallTarget target = {remoteName, port,           proxyName, proxyPort,
                                    meetingID,  authentication, retries};
-        auto call = Calling::makeCall(target);
+        auto call = std::make_unique<TempRosterEntry>(remoteName, proxyName);
+        Calling::prepare(*call, target);
         const bool direct = Calling::isDirect(target, *call);
         return Calling::mayCall(*this, *call, direct) &&
                Calling::connectCall(*this, std::move(call), direct);
@@ -79,6 +80,18 @@ bool ConferenceParticipant::startCall(const std::string &remoteName, unsigned sh
                                       const std::string &proxyName, unsigned short proxyPort,
                                       const std::string &meetingID,
                                       const std::string &authentication, unsigned int retries) {
+    std::vector<TCPAddress> addresses;
+    TCPAddress::lookup(proxyName.empty() ? remoteName : proxyName, addresses,
+                       TCPAddress::IPTYPE_NONE);
+    return startCall(addresses, remoteName, port, proxyName, proxyPort, meetingID, authentication,
+                     retries);
+}
+
+bool ConferenceParticipant::startCall(const std::vector<TCPAddress> &addresses,
+                                      const std::string &remoteName, unsigned short port,
+                                      const std::string &proxyName, unsigned short proxyPort,
+                                      const std::string &meetingID,
+                                      const std::string &authentication, unsigned int retries) {
     const Operation operation(*this);
     if (_self.isMeeting() && !_self.isHost()) {
         VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
@@ -87,26 +100,24 @@ bool ConferenceParticipant::startCall(const std::string &remoteName, unsigned sh
     try {
         const CallTarget target = {remoteName, port,           proxyName, proxyPort,
                                    meetingID,  authentication, retries};
-        auto call = Calling::makeCall(target);
+        std::unique_ptr<TempRosterEntry> call(new TempRosterEntry(
+            remoteName, proxyName, addresses.empty() ? TCPAddress() : addresses.front()));
+        Calling::prepare(*call, target);
         const bool direct = Calling::isDirect(target, *call);
-        if (_select == nullptr || !Calling::mayCall(*this, *call, direct))
-            return false;
-        return Calling::startConnect(*this, std::move(call), direct);
+        return _select != nullptr && Calling::mayCall(*this, *call, direct) &&
+               Calling::startConnect(*this, std::move(call), addresses, direct);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
         return false;
     }
 }
 
-std::unique_ptr<TempRosterEntry>
-ConferenceParticipant::Calling::makeCall(const CallTarget &target) {
-    auto call = std::make_unique<TempRosterEntry>(target.remoteName, target.proxyName);
-    call->setHostByteOrderPort(target.port != 0 ? target.port : sf_getDefaultPort());
-    call->setProxyHostByteOrderPort(target.proxyPort != 0 ? target.proxyPort : httpPort);
-    call->setMeetingID(target.meetingID);
-    call->setAuthentication(target.authentication);
-    call->m_authenticationRetries = target.retries;
-    return call;
+void ConferenceParticipant::Calling::prepare(TempRosterEntry &call, const CallTarget &target) {
+    call.setHostByteOrderPort(target.port != 0 ? target.port : sf_getDefaultPort());
+    call.setProxyHostByteOrderPort(target.proxyPort != 0 ? target.proxyPort : httpPort);
+    call.setMeetingID(target.meetingID);
+    call.setAuthentication(target.authentication);
+    call.m_authenticationRetries = target.retries;
 }
 
 // Of the port as it was given: a call to the default port is never direct by way of its proxy.
@@ -186,15 +197,12 @@ bool ConferenceParticipant::Calling::attend(ConferenceParticipant &owner, TempRo
 
 bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
                                                   std::unique_ptr<TempRosterEntry> call,
+                                                  const std::vector<TCPAddress> &addresses,
                                                   bool direct) {
-    StartedCall started = {call.get(), direct, -1, {call->connectAddress()}, 0};
-    std::vector<TCPAddress> others;
-    TCPAddress::lookup(call->proxyName().empty() ? call->remoteName() : call->proxyName(), others,
-                       TCPAddress::IPTYPE_NONE);
-    for (TCPAddress &other : others) {
-        other.setPort(started.addresses.front().port());
-        if (!(other == started.addresses.front()))
-            started.addresses.push_back(other);
+    StartedCall started = {call.get(), direct, -1, {}, 0};
+    for (TCPAddress address : addresses) {
+        address.setPort(call->connectAddress().port());
+        started.addresses.push_back(address);
     }
     if (!owner._addPending(call.get())) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to pending list");

@@ -171,7 +171,7 @@ struct ConferenceParticipant::Relaying {
 struct ConferenceParticipant::Calling {
     static bool mayCall(const ConferenceParticipant &owner, const TempRosterEntry &call,
                         bool direct);
-    static std::unique_ptr<TempRosterEntry> makeCall(const CallTarget &target);
+    static void prepare(TempRosterEntry &call, const CallTarget &target);
     static bool isDirect(const CallTarget &target, const TempRosterEntry &call);
     static bool connectCall(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
                             bool direct);
@@ -179,7 +179,7 @@ struct ConferenceParticipant::Calling {
                        bool direct);
     // Calls whose connections do not stand yet.
     static bool startConnect(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
-                             bool direct);
+                             const std::vector<TCPAddress> &addresses, bool direct);
     static bool connectNext(ConferenceParticipant &owner, StartedCall started);
     static void connectEnded(int descriptor, void *owner);
     static void connectIsLate(int descriptor, void *owner);

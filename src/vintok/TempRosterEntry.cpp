@@ -10,6 +10,15 @@ TempRosterEntry::TempRosterEntry(const std::string &remoteName, const std::strin
         resolve(remoteName, IPTYPE_NONE);
 }
 
+TempRosterEntry::TempRosterEntry(const std::string &remoteName, const std::string &proxyName,
+                                 const TCPAddress &address)
+    : m_remoteName(remoteName), m_proxyName(proxyName) {
+    if (!proxyName.empty())
+        m_proxyAddress = address;
+    else
+        TCPAddress::operator=(address);
+}
+
 TempRosterEntry::TempRosterEntry(const TempRosterEntry &other)
     : TCPAddress(other),
       m_tunnelStatus(other.m_tunnelStatus),

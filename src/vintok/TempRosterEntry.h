@@ -50,6 +50,10 @@ public:
 private:
     friend class ConferenceParticipant;
 
+    // Resolves nothing: `address` is where to open the socket to.
+    TempRosterEntry(const std::string &remoteName, const std::string &proxyName,
+                    const TCPAddress &address);
+
     std::string m_tunnelResponse; // the last HTTP reply on the tunnel
     int m_tunnelStatus = 0;       // and its status code
     int m_callOutcome = 1;        // how the attempt is to end when it hangs up
