@@ -45,6 +45,7 @@ public:
     // the host send.
     void passFence();
     std::size_t count() const { return m_members.size(); }
+    unsigned short port() const { return m_port; } // the host's
 
     // From now on the last one takes nothing that is sent to it, as a process that is stopped.
     void stopLast();

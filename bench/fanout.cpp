@@ -172,7 +172,7 @@ Figures strangers(const Host &host, const Case &load) {
                   {Strangers::Manner::hello, "hellos_per_s", "p99_hellos_us"},
                   {Strangers::Manner::join, "joins_per_s", "p99_joins_us"}};
     for (const auto &flood : floods) {
-        Strangers crowd(meeting.process.port(), flood.manner);
+        Strangers crowd(meeting.members.port(), flood.manner);
         const Outcome with = Talks(meeting.members, talks).run(meeting.process, seconds);
         figures.push_back({flood.rate, crowd.perSecond()});
         figures.push_back({flood.p99, with.quantile(0.99)});

@@ -298,12 +298,18 @@ bool ConferenceParticipant::Guards::drops(ConferenceParticipant &owner,
 void ConferenceParticipant::Guards::spread(ConferenceParticipant &owner, StreamLoop &loop,
                                            int source, const Span &span) {
     GuardState &guards = owner._workings->guards;
+    Span copy;
     for (const ConferenceRosterEntry *peer : owner._attendees) {
         if (peer == nullptr || !peer->doBroadcast() || !peer->enabled() ||
             peer->descriptor() == source)
             continue;
         if (guards.dropCB == nullptr) {
-            loop.relay(peer->descriptor(), span);
+            // What is kept for long is kept without the rest of the chunk that it came in.
+            const StreamLoop::BufferPtr buffer = loop.find(peer->descriptor());
+            const bool isBehind = buffer != nullptr && buffer->queued() > guards.output.soft;
+            if (isBehind && copy.owner == nullptr)
+                copy = copyToChunk(span.bytes, span.length);
+            loop.relay(peer->descriptor(), isBehind && copy.owner != nullptr ? copy : span);
             continue;
         }
         Span rest = span;
