@@ -19,21 +19,13 @@ using testing::HasSubstr;
 
 namespace {
 
-const EventField yes = {"ok", "true"};
-const EventField no = {"ok", "false"};
-
-EventField firstName(const std::string &name) {
-    return text("firstName", name);
-}
-
 class ControlPrompt : public testing::Test {
 protected:
     void SetUp() override {
         init();
         const int probe = createUnixSocket(folder.path("probe"), 1, true);
-        if (probe == -1) {
+        if (probe == -1)
             GTEST_SKIP() << "no local sockets: " << lastErrorString();
-        }
         shutdownSocket(probe);
         path = folder.path("socket");
     }
@@ -48,104 +40,6 @@ protected:
     TemporaryFolder folder;
     std::string path;
 };
-
-// The prompt, and the real control process at its other end.
-class Meeting : public ControlPrompt {
-protected:
-    void SetUp() override {
-        ControlPrompt::SetUp();
-        if (IsSkipped()) {
-            return;
-        }
-        ann = std::make_unique<Program>(waiting({"--name", "Ann Lee"}));
-        ASSERT_TRUE(ann->tells("waiting")) << ann->story();
-        process = std::make_unique<ChildProcess>(
-            std::vector<std::string>{CONFERENCE_CONTROL, "-path", path, "-local"});
-        std::string line;
-        ASSERT_TRUE(ann->tells("startup", {}, &line)) << ann->story() << process->story();
-        const std::size_t port = line.find("\"port\":") + 7;
-        target = "127.0.0.1:" + line.substr(port, line.find_first_of(",}", port) - port);
-    }
-
-    void expectTold(const std::string &event, const std::vector<EventField> &fields = {}) {
-        EXPECT_TRUE(ann->tells(event, fields)) << event << ann->story() << process->story();
-    }
-
-    // Bob calls, and Ann lets him in.
-    void convene() {
-        ann->type("/convene Budget");
-        expectTold("beginMeeting", {text("meetingName", "Budget")});
-        expectTold("hosting");
-        bob = std::make_unique<Program>(std::vector<std::string>{"join", target, "--name", "Bob"});
-        expectTold("callPending", {firstName("Bob")});
-        ann->type("/accept");
-        expectTold("rosterChanged", {text("change", "join"), firstName("Bob")});
-        EXPECT_TRUE(bob->tells("joined", {named("Ann Lee")})) << bob->story();
-    }
-
-    std::unique_ptr<Program> ann;
-    std::unique_ptr<ChildProcess> process;
-    std::string target;
-    std::unique_ptr<Program> bob;
-};
-
-TEST_F(Meeting, IsHeldFromTheFirstRequestToTheLast) {
-    convene();
-    ann->type("/who");
-    expectTold("rosterEntry", {firstName("Ann"), text("lastName", "Lee"), {"colorIndex", "0"}});
-
-    ann->type("/record " + folder.path("record"));
-    expectTold("recordingStarted", {yes});
-    bob->type("Shall we begin?");
-    EXPECT_TRUE(bob->tells("said", {{"self", "true"}})) << bob->story();
-    ann->type("/send \"" + folder.holding("two words", "content") + "\"");
-    expectTold("transferFile");
-    expectTold("transferredFileSuccess");
-    bob->type("/leave");
-    expectTold("rosterChanged", {text("change", "leave"), firstName("Bob")});
-    ann->type("/stop");
-    expectTold("recordingStopped", {yes});
-    ann->type("/adjourn");
-    expectTold("endMeeting");
-    ann->type("/shutdown");
-    EXPECT_EQ(0, ann->exitCode()) << ann->story();
-    EXPECT_EQ(0, process->exitCode()) << process->story();
-    EXPECT_EQ("", ann->errors());
-}
-
-TEST_F(Meeting, ThatTheControlProcessDoesNotSurviveFails) {
-    convene();
-    process->kill();
-    EXPECT_EQ(1, ann->exitCode()) << ann->story();
-    EXPECT_TRUE(ann->tells("error", {text("reason", "the control process has ended")}));
-    EXPECT_EQ("vintok: the control process has ended\n", sameEnds(ann->errors()));
-    EXPECT_EQ(0, bob->exitCode()) << bob->story();
-}
-
-TEST_F(Meeting, GoesOnAfterOddInput) {
-    const std::pair<const char *, const char *> lines[] = {
-        {"hello", "a control process says no lines; /help lists the commands"},
-        {"/dance", "there is no command '/dance'; /help lists them"},
-        {"/record", "it is '/record FILE'"},
-        {"/who is there", "it is '/who'"},
-        {"/startup 70000", "'70000' is no port"},
-        {"/call host:0", "'host:0' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT"},
-        {"/call host speed=9",
-         "'speed=9' is not proxy=HOST[:PORT], meeting=ID, login=USER:PASSWORD or tries=N"},
-        {"/login a:b", "there was no call yet"},
-        {"/disable Bob", "'Bob' is not in the meeting; /who asks who is"},
-        {"/stop", "nothing is being recorded or played"},
-        {"/send a b c", "it is '/send FILE [AS]', names with blanks in double quotes"},
-        {"/putenv name", "it is '/putenv NAME=VALUE'"},
-    };
-    for (const auto &[line, complaint] : lines) {
-        ann->type(line);
-        EXPECT_TRUE(ann->tells("problem", {text("text", complaint)})) << line << ann->story();
-    }
-    ann->type("");
-    ann->type("/help");
-    EXPECT_TRUE(ann->tells("help")) << ann->story();
-}
 
 // The program finds the other one beside itself.
 TEST_F(ControlPrompt, StartsTheControlProcessByItself) {
@@ -200,15 +94,12 @@ protected:
         descriptor = -1;
     }
     std::string request() {
-        if (!awaitBytes(descriptor, 1)) {
+        if (!awaitBytes(descriptor, 1))
             return "no request";
-        }
         TCPMessage message;
-        while (!message.read(descriptor, nullptr)) {
-            if (lastError() != TCP_ERROR_WOULD_BLOCK) {
+        while (!message.read(descriptor, nullptr))
+            if (lastError() != TCP_ERROR_WOULD_BLOCK)
                 return "no request: " + lastErrorString();
-            }
-        }
         return reinterpret_cast<const char *>(message.messageBuffer());
     }
 
@@ -331,6 +222,35 @@ TEST_F(Played, GetsTheRequestsThatWereTyped) {
     EXPECT_EQ(0, ann.exitCode()) << ann.story();
 }
 
+TEST_F(Played, IsToldNothingOfOddInput) {
+    Program ann(waiting({"--no-startup"}));
+    connectTo(ann);
+    const std::pair<const char *, const char *> lines[] = {
+        {"hello", "a control process says no lines; /help lists the commands"},
+        {"/dance", "there is no command '/dance'; /help lists them"},
+        {"/record", "it is '/record FILE'"},
+        {"/who is there", "it is '/who'"},
+        {"/startup 70000", "'70000' is no port"},
+        {"/call host:0", "'host:0' is not HOST, HOST:PORT, ADDRESS or [IPv6-ADDRESS]:PORT"},
+        {"/call host speed=9",
+         "'speed=9' is not proxy=HOST[:PORT], meeting=ID, login=USER:PASSWORD or tries=N"},
+        {"/login a:b", "there was no call yet"},
+        {"/disable Bob", "'Bob' is not in the meeting; /who asks who is"},
+        {"/stop", "nothing is being recorded or played"},
+        {"/send a b c", "it is '/send FILE [AS]', names with blanks in double quotes"},
+        {"/putenv name", "it is '/putenv NAME=VALUE'"},
+    };
+    for (const auto &[line, complaint] : lines) {
+        ann.type(line);
+        EXPECT_TRUE(ann.tells("problem", {text("text", complaint)})) << line << ann.story();
+    }
+    ann.type("");
+    ann.type("/help");
+    EXPECT_TRUE(ann.tells("help")) << ann.story();
+    ann.type("/hangup");
+    EXPECT_EQ("hangup\n", request());
+}
+
 TEST_F(Played, MayDieInTheMiddleOfAMessage) {
     for (const std::size_t cut : {1u, 35u, 40u, 60u}) {
         Program ann(waiting({"--no-startup"}));
@@ -343,15 +263,15 @@ TEST_F(Played, MayDieInTheMiddleOfAMessage) {
         hangUp();
         EXPECT_EQ(1, ann.exitCode()) << cut << ann.story();
         EXPECT_EQ("vintok: the control process has ended\n", sameEnds(ann.errors())) << cut;
+        EXPECT_TRUE(ann.tells("error", {text("reason", "the control process has ended")}));
     }
 }
 
 TEST_F(Played, MayNeverCome) {
     Program ann(waiting());
     ASSERT_TRUE(ann.tells("waiting")) << ann.story();
-    if (!ann.interrupt()) {
+    if (!ann.interrupt())
         GTEST_SKIP() << "no console to send an interrupt through";
-    }
     EXPECT_EQ(1, ann.exitCode()) << ann.story();
     EXPECT_EQ("vintok: nobody came to '" + path + "'\n", sameEnds(ann.errors()));
     EXPECT_FALSE(std::filesystem::exists(path));
