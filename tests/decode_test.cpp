@@ -30,9 +30,8 @@ std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std:
     EXPECT_TRUE(message.allocateMessageBuffer(body.size()));
     std::copy(body.begin(), body.end(), message.messageBuffer());
     message.setTimeStamp(newYear);
-    if (body.empty()) { // the time is then in the fields alone
+    if (body.empty()) // the time is then in the fields alone
         message.TCPHeader::write();
-    }
     return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
 }
 

@@ -133,15 +133,13 @@ TEST(AMultiplexer, TakesRequestsAndReadyLinesInAnyPieces) {
     Multiplexer mux;
     const std::string asked = callTo(mux, "talk");
     Client a(mux.port()), b(mux.port());
-    for (const char byte : asked) {
+    for (const char byte : asked)
         a.sends(std::string(1, byte));
-    }
     EXPECT_TRUE(mux.comesTo("waiting", 1));
     b.sends(asked + READY + "all at once");
     a.sends(READY + "first");
-    for (Client *each : {&a, &b}) {
+    for (Client *each : {&a, &b})
         EXPECT_THAT(each->answer(), StartsWith(OPENED));
-    }
     EXPECT_EQ("first", b.receives(5));
     EXPECT_EQ("all at once", a.receives(11));
     for (const std::size_t cut : {1u, 10u, 24u}) {
@@ -255,9 +253,8 @@ TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {
     std::string there;
     std::thread reader([&] { there = slow.b.receives(much.size()); });
     EXPECT_TRUE(slow.a.receives(much.size()) == much);
-    for (std::thread *each : {&writer, &back, &reader}) {
+    for (std::thread *each : {&writer, &back, &reader})
         each->join();
-    }
     EXPECT_TRUE(there == much);
     EXPECT_EQ(0u, mux.count("bytes-held"));
 }
@@ -356,9 +353,8 @@ TEST(AMultiplexer, RefusesWhatItCannotTake) {
         {"a megabyte of headers",
          [&] {
              std::string all = start;
-             while (all.size() < (1u << 20)) {
+             while (all.size() < (1u << 20))
                  all += "A: b\r\n";
-             }
              return all;
          }(),
          "431 "},
@@ -470,9 +466,8 @@ TEST(AMultiplexer, EndsInOrder) {
     Client waits(mux.port());
     waits.sends(callTo(mux, "tea"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));
-    if (!mux.interrupt()) {
+    if (!mux.interrupt())
         GTEST_SKIP() << "no signal can be sent to a program here";
-    }
     EXPECT_EQ(0, mux.exitCode()) << mux.story();
     EXPECT_THAT(waits.answer(), StartsWith("HTTP/1.0 503 "));
     EXPECT_TRUE(tunnel.a.seesTheEnd() && tunnel.b.seesTheEnd());
@@ -493,9 +488,8 @@ TEST(AMultiplexer, GoesOnWhenNobodyReadsItsLog) {
     }
     EXPECT_EQ(REQUESTS, mux.count("refused"));
     std::size_t lines = 0;
-    while (lines < REQUESTS && mux.printed("refuse ")) {
+    while (lines < REQUESTS && mux.printed("refuse "))
         ++lines;
-    }
     EXPECT_EQ(REQUESTS, lines) << "they come when they are read";
 }
 

@@ -30,9 +30,8 @@ protected:
         const std::string address = "talk=127.0.0.1:" + std::to_string(ben.port());
         for (const std::string &word :
              {std::string("--tls-cert"), file("host.pem"), std::string("--tls-key"),
-              file("host.key"), std::string("--meeting"), address}) {
+              file("host.key"), std::string("--meeting"), address})
             more.push_back(word);
-        }
         return more;
     }
     void talk(const Multiplexer &mux) {

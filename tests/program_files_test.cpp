@@ -370,12 +370,11 @@ TEST_F(StrangeSender, NonsenseAboutFilesHurtsNobody) {
     const std::string sum(64, 'a');
     const std::string annsPlace = eve.ip() + ' ' + target.substr(target.find(':') + 1);
     // Of nobody, and of Ann herself: a recording that is played may say such things.
-    for (const std::string &place : {std::string("\n192.0.2.99 1\n"), '\n' + annsPlace + '\n'}) {
+    for (const std::string &place : {std::string("\n192.0.2.99 1\n"), '\n' + annsPlace + '\n'})
         for (const std::string &body :
              {"file 1" + place + "f\n1 " + sum, "file-turn 1" + place + "192.0.2.99 1\nno",
               "file-end 1" + place + "sent"})
             ASSERT_TRUE(eve.says(body));
-    }
     const std::string noise[] = {
         head("file 1"),
         head("file 1") + "f\n2147483648 " + sum,

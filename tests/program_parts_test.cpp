@@ -70,9 +70,8 @@ const TextCase textCases[] = {
 };
 
 TEST(Text, ReachesATerminalWithoutItsTeeth) {
-    for (const TextCase &one : textCases) {
+    for (const TextCase &one : textCases)
         EXPECT_EQ(one.printed, printable(one.text)) << one.what;
-    }
 }
 
 TEST(Text, LongTextIsCutBetweenCharacters) {
@@ -287,9 +286,8 @@ TEST(Target, IsAHostWithOrWithoutAPort) {
 
 TEST(Palette, NeighbouringColoursDiffer) {
     std::set<std::string> names;
-    for (unsigned short index = 0; index < 12; ++index) {
+    for (unsigned short index = 0; index < 12; ++index)
         names.insert(colourOf(index).name);
-    }
     EXPECT_EQ(12u, names.size());
     EXPECT_THAT(coloured("x", 65534), HasSubstr("x\x1b[0m")) << "any index has a colour";
     EXPECT_EQ("no colour", colourText(65535));
@@ -304,9 +302,8 @@ TEST(LoopbackPair, StrangersAreLeftOut) {
         vintok::TCPAddress address;
         address.setLoopbackIPv4();
         address.setHostByteOrderPort(port);
-        if (strangers.size() < 3) {
+        if (strangers.size() < 3)
             strangers.push_back(vintok::connectToBoundSocket(address));
-        }
         if (strangers.size() == 2) { // the first says nothing, the third less than is asked for
             const std::string guess(16, '7');
             vintok::writeBytes(strangers.back(),
@@ -327,9 +324,8 @@ TEST(LoopbackPair, StrangersAreLeftOut) {
                       nullptr);
     EXPECT_EQ(typed, arrived);
     EXPECT_EQ(0, vintok::bytesPending(readEnd)) << "nothing else came this way";
-    for (const int descriptor : {readEnd, writeEnd, strangers[0], strangers[1]}) {
+    for (const int descriptor : {readEnd, writeEnd, strangers[0], strangers[1]})
         vintok::closeDescriptor(descriptor);
-    }
     vintok::fini();
 }
 
@@ -427,9 +423,8 @@ TEST(Options, SayWhichWayACallTakes) {
 TEST(Base64, PadsWhatIsLeftOver) { // RFC 4648, section 10
     const std::pair<const char *, const char *> cases[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
-    for (const auto &[text, encoded] : cases) {
+    for (const auto &[text, encoded] : cases)
         EXPECT_EQ(encoded, base64(text));
-    }
     EXPECT_EQ("/+8A", base64(bytes("\xff\xef\0")));
 }
 
@@ -464,10 +459,8 @@ TEST(Options, HelpNamesEveryCommandAndVersionTheProgram) {
     Options options;
     std::string text;
     EXPECT_EQ(ParseResult::done, parse({"--help"}, options, text));
-    for (const char *word :
-         {"host", "join", "relay", "relay-send", "relay-listen", "Exit status"}) {
+    for (const char *word : {"host", "join", "relay", "relay-send", "relay-listen", "Exit status"})
         EXPECT_THAT(text, HasSubstr(word));
-    }
     EXPECT_EQ(ParseResult::done, parse({"host", "--help"}, options, text));
     EXPECT_THAT(text, HasSubstr("--answer"));
     EXPECT_EQ(ParseResult::done, parse({"--version"}, options, text));

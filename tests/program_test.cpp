@@ -46,9 +46,8 @@ public:
     SilentListener() { m_socket = vintok::createLocalIPv4Socket(m_port, 0, 255, true); }
     ~SilentListener() {
         vintok::shutdownSocket(m_socket);
-        for (const int call : m_calls) {
+        for (const int call : m_calls)
             vintok::shutdownSocket(call);
-        }
     }
 
     std::string target() const { return "127.0.0.1:" + std::to_string(m_port); }
@@ -159,16 +158,14 @@ TEST_F(ProgramTest, ATakenPortIsAFailureOnlyWhenItMustBeThatOne) {
                              vintok::createLocalIPv6Socket(ipv6, 0, 255, true)};
     for (const char *role : {"host", "relay"}) {
         for (const std::string &taken : {port, std::to_string(ipv4), std::to_string(ipv6)}) {
-            if (squatters[1] == -1 && taken == std::to_string(ipv6)) {
+            if (squatters[1] == -1 && taken == std::to_string(ipv6))
                 continue; // this machine has no IPv6
-            }
             Program exact({role, "--port", taken, "--exact-port"});
             expectFailure(exact, 1, "cannot listen on port " + taken + ": Address already in use");
         }
     }
-    for (const int squatter : squatters) {
+    for (const int squatter : squatters)
         vintok::platform::closeSocket(squatter);
-    }
 }
 
 TEST_F(ProgramTest, ACallThatNobodyAnswersEnds) {
@@ -196,9 +193,8 @@ TEST_F(MeetingTest, EachKnowsTheOthersByNameAndColour) {
         ASSERT_TRUE(party->tells("roster", {text("meeting", "Budget")}, &roster)) << party->story();
         for (const char *part : {R"("name":"Ann Lee",)", R"("name":"Bob",)", R"("name":"Cid",)",
                                  R"("colour":0,"host":true,)", R"("colour":1,"host":false,)",
-                                 R"("colour":2,"host":false,)", R"("email":"cid@x")"}) {
+                                 R"("colour":2,"host":false,)", R"("email":"cid@x")"})
             EXPECT_THAT(roster, HasSubstr(part));
-        }
     }
 }
 
@@ -236,9 +232,8 @@ TEST_F(MeetingTest, LeavingInOrderIsToldToTheOthers) {
 }
 
 TEST_F(MeetingTest, AnInterruptLeavesInOrder) {
-    if (!bob.interrupt()) {
+    if (!bob.interrupt())
         GTEST_SKIP() << "no console to send an interrupt through";
-    }
     EXPECT_EQ(0, bob.exitCode()) << bob.story();
     EXPECT_TRUE(bob.tells("ended")) << bob.story();
     EXPECT_TRUE(ann.tells("left", {named("Bob")})) << ann.story();
@@ -410,9 +405,8 @@ TEST_F(ProgramTest, AnInterruptWhileItRingsGivesTheCallUp) {
     Program bob({"join", target});
     ASSERT_TRUE(bob.tells("ringing")) << bob.story();
     ASSERT_TRUE(ann.tells("asked")) << ann.story();
-    if (!bob.interrupt()) {
+    if (!bob.interrupt())
         GTEST_SKIP() << "no console to send an interrupt through";
-    }
     expectFailure(bob, 1, target + " was not waited for any longer");
     ann.type("/accept");
     EXPECT_TRUE(ann.tells("problem", {text("text", "the caller is gone")})) << ann.story();
@@ -515,16 +509,13 @@ TEST_F(ProgramTest, ARelayPassesLinesFromOneClientToTheOthers) {
     Program sender({"relay-send", target});
     Program other({"relay-send", target});
     ASSERT_TRUE(other.tells("connected")) << other.story();
-    for (const char *line : {"one", "", "three \x1b[2J"}) {
+    for (const char *line : {"one", "", "three \x1b[2J"})
         sender.type(line);
-    }
     sender.endInput();
     EXPECT_EQ(0, sender.exitCode()) << sender.story();
-    for (Program *listener : {&first, &second}) {
-        for (const char *line : {"one", "", R"(three \u001b[2J)"}) {
+    for (Program *listener : {&first, &second})
+        for (const char *line : {"one", "", R"(three \u001b[2J)"})
             EXPECT_TRUE(listener->tells("relayed", {text("text", line)})) << listener->story();
-        }
-    }
     EXPECT_THAT(other.output(), testing::Not(HasSubstr("relayed")));
     EXPECT_THAT(sender.output(), testing::Not(HasSubstr("relayed")));
 
@@ -569,9 +560,8 @@ TEST_F(ProgramTest, AnInterruptEndsARelayAndItsClients) {
     Program relay({"relay"});
     Program listener({"relay-listen", relay.target()});
     ASSERT_TRUE(listener.tells("connected")) << listener.story();
-    if (!listener.interrupt()) {
+    if (!listener.interrupt())
         GTEST_SKIP() << "no console to send an interrupt through";
-    }
     EXPECT_EQ(0, listener.exitCode()) << listener.story();
     EXPECT_TRUE(relay.interrupt());
     EXPECT_EQ(0, relay.exitCode()) << relay.story();

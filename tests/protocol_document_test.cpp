@@ -49,14 +49,13 @@ std::vector<std::string> documentLines() {
 std::map<std::string, Bytes> documentBlocks() {
     std::map<std::string, Bytes> blocks;
     Bytes *open = nullptr;
-    for (const std::string &line : documentLines()) {
+    for (const std::string &line : documentLines())
         if (line.rfind("```hex ", 0) == 0)
             open = &blocks[line.substr(7)];
         else if (line.rfind("```", 0) == 0)
             open = nullptr;
         else if (open)
             appendBytes(line, *open);
-    }
     return blocks;
 }
 

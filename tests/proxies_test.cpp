@@ -32,9 +32,8 @@ protected:
     ~Proxies() override { vintok::fini(); }
 
     std::string hostTarget() {
-        if (m_target.empty()) {
+        if (m_target.empty())
             m_target = ann.target();
-        }
         return m_target;
     }
     static std::vector<std::string> joining(const std::string &name, const Proxy &proxy,
@@ -87,9 +86,8 @@ TEST_P(Proxies, LetEncryptionThrough) {
     const TemporaryFolder folder;
     const std::string tls = folder.path("tls");
     ChildProcess init = Program::plain({"tls-init", tls});
-    if (init.exitCode() != 0) {
+    if (init.exitCode() != 0)
         GTEST_SKIP() << init.story();
-    }
     Proxy proxy(GetParam());
     START_OR_SKIP(proxy);
     const Multiplexer mux({"--meeting", "talk=" + hostTarget(), "--tls-cert", tls + "/host.pem",

@@ -56,9 +56,8 @@ bool Client::sends(const std::string &bytes) {
     while (sent < bytes.size()) {
         const std::int64_t count =
             platform::send(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
-        if (count <= 0) {
+        if (count <= 0)
             return false;
-        }
         sent += static_cast<std::size_t>(count);
     }
     return true;
@@ -82,9 +81,8 @@ std::string Client::receives(std::size_t length) {
     while (got < length && waits(ChildProcess::patienceMs)) {
         const std::int64_t count = platform::receive(
             m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()) + got, length - got);
-        if (count <= 0) {
+        if (count <= 0)
             break;
-        }
         got += static_cast<std::size_t>(count);
     }
     bytes.resize(got);
@@ -95,9 +93,8 @@ std::string Client::answer() {
     std::string head;
     while (head.find("\r\n\r\n") == std::string::npos) {
         const std::string byte = receives(1);
-        if (byte.empty()) {
+        if (byte.empty())
             return head + "<end>";
-        }
         head += byte;
     }
     return head;
@@ -151,9 +148,8 @@ Called::Called() : m_listener(openSocket()) {
 
 std::unique_ptr<Client> Called::picksUp() {
     platform::Endpoint peer;
-    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs)) {
+    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs))
         return nullptr;
-    }
     return std::make_unique<Client>(
         Client::Accepted{platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer)});
 }
@@ -188,9 +184,8 @@ bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
     const auto limit =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::patienceMs);
     while (count(name) != value) {
-        if (std::chrono::steady_clock::now() > limit) {
+        if (std::chrono::steady_clock::now() > limit)
             return false;
-        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     return true;

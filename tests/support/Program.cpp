@@ -24,9 +24,8 @@ std::vector<std::string> command(std::vector<std::string> arguments) {
 
 std::vector<std::string> quiet(std::vector<std::string> arguments) {
     arguments.push_back("--json");
-    if (arguments[0].find("relay-") != 0 && arguments[0] != "control") {
+    if (arguments[0].find("relay-") != 0 && arguments[0] != "control")
         arguments.push_back("--local");
-    }
     return command(std::move(arguments));
 }
 
@@ -54,9 +53,8 @@ bool Program::tells(const std::string &event, const std::vector<EventField> &fie
 
 std::string Program::target() {
     std::string line;
-    if (!tells("port", {}, &line)) {
+    if (!tells("port", {}, &line))
         return "";
-    }
     const std::string key = "\"port\":";
     const std::size_t begin = line.rfind(key) + key.size();
     return "127.0.0.1:" + line.substr(begin, line.find('}') - begin);
