@@ -56,8 +56,8 @@ TEST(AMultiplexer, JoinsTwoPartiesOfAMeeting) {
     one.a.closes();
     EXPECT_TRUE(one.b.seesTheEnd());
     one.b.closes();
-    EXPECT_TRUE(mux.comesTo("tunnels", 1)) << mux.story();
-    EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 ")) << mux.story();
+    EXPECT_TRUE(mux.comesTo("tunnels", 1));
+    EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 "));
 }
 
 TEST(AMultiplexer, CallsThePartyThatIsNamedIfItMay) {
@@ -211,7 +211,7 @@ TEST(AMultiplexer, PassesTheEndOfEachSideByItself) {
         EXPECT_TRUE(early.seesTheEnd());
         EXPECT_TRUE(mux.comesTo("tunnels", 0));
     }
-    EXPECT_TRUE(mux.printed(" \"ended\"")) << mux.story();
+    EXPECT_TRUE(mux.printed(" \"ended\""));
     Tunnel reset(mux);
     reset.a.resets();
     EXPECT_TRUE(reset.b.seesTheEnd());
@@ -410,7 +410,7 @@ TEST(AMultiplexer, KeepsItsLimits) {
         three.sends(callTo(mux, "talk"));
         EXPECT_THAT(three.answer(), StartsWith("HTTP/1.0 503 "));
         EXPECT_TRUE(called->seesTheEnd()) << "nobody says anything";
-        EXPECT_TRUE(mux.printed(" \"idle\"")) << mux.story();
+        EXPECT_TRUE(mux.printed(" \"idle\""));
     }
     std::vector<std::unique_ptr<Client>> halfOpen;
     for (int i = 0; i < 100; ++i) {
@@ -468,7 +468,7 @@ TEST(AMultiplexer, EndsInOrder) {
     EXPECT_TRUE(mux.comesTo("waiting", 1));
     if (!mux.interrupt())
         GTEST_SKIP() << "no signal can be sent to a program here";
-    EXPECT_EQ(0, mux.exitCode()) << mux.story();
+    EXPECT_TRUE(mux.ends(0));
     EXPECT_THAT(waits.answer(), StartsWith("HTTP/1.0 503 "));
     EXPECT_TRUE(tunnel.a.seesTheEnd() && tunnel.b.seesTheEnd());
     EXPECT_THAT(mux.output(), HasSubstr("\"the server ends\""));
@@ -540,12 +540,12 @@ TEST(AMultiplexer, SaysWhatIsWrongWithItsOptions) {
         std::vector<std::string> command = {MULTIPLEXER};
         command.insert(command.end(), options.begin(), options.end());
         ChildProcess run(command);
-        EXPECT_EQ(2, run.exitCode()) << run.story();
+        EXPECT_TRUE(run.ends(2));
         EXPECT_THAT(run.errors(), StartsWith("multiplexer: ")) << run.story();
     }
     Called taken;
     ChildProcess run({MULTIPLEXER, "--listen", "127.0.0.1", "--port", number(taken.port())});
-    EXPECT_EQ(1, run.exitCode()) << run.story();
+    EXPECT_TRUE(run.ends(1));
     EXPECT_THAT(run.errors(), StartsWith("multiplexer: cannot listen on 127.0.0.1 port "));
 }
 

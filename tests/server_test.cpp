@@ -465,16 +465,16 @@ TEST(ServerPrograms, CarryLinesFromOneClientToTheOthers) {
     ChildProcess second = start(TEST_RECV, {"what", "-host", "127.0.0.1", "-port", port});
     ChildProcess sender = start(TEST_SEND, {"-host", "127.0.0.1", "-port", port});
     for (int connection = 0; connection < 3; ++connection)
-        ASSERT_TRUE(relay->complained("Connection accepted")) << relay->story();
+        ASSERT_TRUE(relay->complained("Connection accepted"));
     const std::string longLine(3000, 'x');
     ASSERT_TRUE(sender.type("one"));
     ASSERT_TRUE(sender.type(longLine));
     ASSERT_TRUE(sender.type("two"));
     sender.endInput();
-    EXPECT_EQ(0, sender.exitCode()) << sender.story();
+    EXPECT_TRUE(sender.ends(0));
     for (ChildProcess *receiver : {&first, &second}) {
         std::string line;
-        EXPECT_TRUE(receiver->printed("", &line)) << receiver->story();
+        EXPECT_TRUE(receiver->printed("", &line));
         EXPECT_EQ("one", line);
         EXPECT_TRUE(receiver->printed("xxx", &line));
         EXPECT_EQ(longLine, line) << "it came in pieces of 1023 bytes";
@@ -490,7 +490,7 @@ TEST(ServerPrograms, SayWhyTheyCannotBeginByTheirExitCode) {
     const auto relay = startRelay(port);
     ASSERT_NE(nullptr, relay);
     ChildProcess another = start(TEST_SERVER, {"-port", port});
-    EXPECT_TRUE(another.printed("PORT: 0")) << another.story();
+    EXPECT_TRUE(another.printed("PORT: 0"));
     EXPECT_EQ(1, another.exitCode());
     relay->kill();
 
@@ -511,12 +511,12 @@ TEST(ServerPrograms, PrintWhatARudeServerSends) {
     ASSERT_TRUE(server.sends(id::keepAlive, bodyOf("abcd\nxyz"))); // the last one is lost
     ASSERT_TRUE(server.sends(id::broadcast, bodyOf("!\n?")));
     std::string line;
-    EXPECT_TRUE(receiver.printed("abcd", &line)) << receiver.story();
+    EXPECT_TRUE(receiver.printed("abcd", &line));
     EXPECT_EQ("abcd", line);
-    EXPECT_TRUE(receiver.printed("xy", &line)) << receiver.story();
+    EXPECT_TRUE(receiver.printed("xy", &line));
     EXPECT_EQ("xy!", line);
     server.resets();
-    EXPECT_EQ(1, receiver.exitCode()) << receiver.story();
+    EXPECT_TRUE(receiver.ends(1));
 }
 
 TEST(ServerPrograms, TraceWhatTheEnvironmentAsksFor) {

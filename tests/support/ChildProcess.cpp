@@ -63,33 +63,33 @@ void ChildProcess::endInput() {
     platform::closePipe(m_process.input);
 }
 
-bool ChildProcess::printed(const std::string &text, std::string *line) {
+testing::AssertionResult ChildProcess::printed(const std::string &text, std::string *line) {
     return printed([&](const std::string &one) { return one.find(text) != std::string::npos; },
                    line);
 }
 
-bool ChildProcess::printed(const std::function<bool(const std::string &)> &wanted,
-                           std::string *line) {
+testing::AssertionResult
+ChildProcess::printed(const std::function<bool(const std::string &)> &wanted, std::string *line) {
     return waitFor(m_output, wanted, line);
 }
 
-bool ChildProcess::complained(const std::string &text, std::string *line) {
+testing::AssertionResult ChildProcess::complained(const std::string &text, std::string *line) {
     return waitFor(
         m_errors, [&](const std::string &one) { return one.find(text) != std::string::npos; },
         line);
 }
 
-bool ChildProcess::waitFor(Collected &stream,
-                           const std::function<bool(const std::string &)> &wanted,
-                           std::string *line) {
+testing::AssertionResult
+ChildProcess::waitFor(Collected &stream, const std::function<bool(const std::string &)> &wanted,
+                      std::string *line) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(patienceMs);
     while (!takeLine(stream, wanted, line)) {
         if (stream.ended || !started() || Clock::now() >= deadline)
-            return false;
+            return testing::AssertionFailure() << "in vain, " << story();
         collectOthers();
         collect(turnMs);
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 bool ChildProcess::takeLine(Collected &stream,
@@ -125,6 +125,13 @@ void ChildProcess::collectOthers() const {
     for (ChildProcess *child : children())
         if (child != this)
             child->collect(0);
+}
+
+testing::AssertionResult ChildProcess::ends(int code, const std::string &why) {
+    return exitCode() == code && m_errors.text.find(why) != std::string::npos
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << "not " << code << " of " << why << '\n'
+                                             << story();
 }
 
 int ChildProcess::exitCode(unsigned int milliseconds) {

@@ -6,6 +6,7 @@
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -73,6 +74,17 @@ std::size_t Client::pours(const std::string &bytes) {
     }
     platform::setBlockingMode(m_descriptor, true);
     return sent;
+}
+
+std::string Client::takes() {
+    std::string bytes(65536, '\0');
+    const std::int64_t count =
+        waits(ChildProcess::patienceMs)
+            ? platform::receive(m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()),
+                                bytes.size())
+            : 0;
+    bytes.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)));
+    return bytes;
 }
 
 std::string Client::receives(std::size_t length) {
@@ -180,15 +192,15 @@ std::size_t Multiplexer::count(const std::string &name) const {
                : static_cast<std::size_t>(std::atoll(page.c_str() + at + name.size() + 2));
 }
 
-bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
+testing::AssertionResult Multiplexer::comesTo(const std::string &name, std::size_t value) const {
     const auto limit =
         std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::patienceMs);
     while (count(name) != value) {
         if (std::chrono::steady_clock::now() > limit)
-            return false;
+            return testing::AssertionFailure() << count(name) << ' ' << name << '\n' << story();
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 // ---- What is asked ----

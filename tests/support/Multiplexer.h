@@ -34,6 +34,7 @@ public:
     std::size_t pours(const std::string &bytes);
     // So many bytes; fewer when the stream ends or nothing more comes.
     std::string receives(std::size_t length);
+    std::string takes();  // what comes next, however much it is; empty at the end
     std::string answer(); // the head of a reply
     std::string rest();   // up to the end
     bool seesTheEnd();
@@ -76,7 +77,7 @@ public:
 
     // A number of the status page.
     std::size_t count(const std::string &name) const;
-    bool comesTo(const std::string &name, std::size_t value) const;
+    testing::AssertionResult comesTo(const std::string &name, std::size_t value) const;
 
 private:
     unsigned short m_port = 0;
