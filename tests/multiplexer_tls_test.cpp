@@ -58,8 +58,7 @@ TEST_F(SecureParticipants, KeepTheirTunnelSecure) {
     Multiplexer mux(options({"--tls-only"}));
     ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "talk", "", 0));
     talk(mux);
-    Client open(mux.port());
-    open.sends(callTo(mux, "talk"));
+    Client open(mux.port(), callTo(mux, "talk"));
     EXPECT_THAT(open.answer(), StartsWith("HTTP/1.0 403 "));
 }
 

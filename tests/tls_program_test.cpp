@@ -245,8 +245,6 @@ public:
 private:
     void run(unsigned short port) {
         const std::unique_ptr<Client> caller = m_listener.picksUp();
-        if (caller == nullptr)
-            return;
         Client called(port);
         std::thread back([&] { pass(called, *caller, m_back); });
         pass(*caller, called, m_there);

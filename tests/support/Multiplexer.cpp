@@ -48,8 +48,9 @@ std::vector<std::string> command(const std::vector<std::string> &options, unsign
 
 // ---- A client ----
 
-Client::Client(unsigned short port) : m_descriptor(openSocket()) {
+Client::Client(unsigned short port, const std::string &bytes) : m_descriptor(openSocket()) {
     EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
+    sends(bytes);
 }
 
 bool Client::sends(const std::string &bytes) {
@@ -118,7 +119,8 @@ std::string Client::rest() {
 
 bool Client::seesTheEnd() {
     unsigned char byte = 0;
-    return waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0;
+    return m_descriptor == -1 ||
+           (waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0);
 }
 
 bool Client::hasBytes() {
@@ -126,8 +128,8 @@ bool Client::hasBytes() {
 }
 
 bool Client::waits(unsigned int milliseconds) {
-    return platform::awaitSocket(m_descriptor, platform::Await::readable,
-                                 static_cast<std::int32_t>(milliseconds));
+    return m_descriptor != -1 && platform::awaitSocket(m_descriptor, platform::Await::readable,
+                                                       static_cast<std::int32_t>(milliseconds));
 }
 
 void Client::endsSending() {
@@ -160,10 +162,11 @@ Called::Called() : m_listener(openSocket()) {
 
 std::unique_ptr<Client> Called::picksUp() {
     platform::Endpoint peer;
-    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs))
-        return nullptr;
-    return std::make_unique<Client>(
-        Client::Accepted{platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer)});
+    const bool called =
+        platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs);
+    EXPECT_TRUE(called) << "nobody calls port " << m_port;
+    return std::make_unique<Client>(Client::Accepted{
+        called ? platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer) : -1});
 }
 
 void Called::stops() {

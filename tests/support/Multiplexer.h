@@ -20,7 +20,8 @@ inline const std::string OFFER = "pLorMUX_Offer: true\r\n";
 // A client of raw bytes. Reads wait, with a bound; writes wait.
 class Client {
 public:
-    explicit Client(unsigned short port); // of this machine
+    // Calls a port of this machine, and says something at once.
+    explicit Client(unsigned short port, const std::string &bytes = "");
     struct Accepted {
         int descriptor;
     };
@@ -59,7 +60,8 @@ public:
 
     unsigned short port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
-    std::unique_ptr<Client> picksUp(); // null when nobody calls
+    // The test fails when nobody calls; the client is then one whose stream has ended.
+    std::unique_ptr<Client> picksUp();
     void stops();
 
 private:
