@@ -63,8 +63,10 @@ protected:
     // Awaits what the application is told, one after the other.
     void isTold(const Words &notifications, const std::string &request = "") {
         for (const std::string &notification : notifications)
-            if (const auto told = app->isTold(notification); !told)
+            if (const auto told = app->isTold(notification); !told) {
+                broken = true;
                 throw End("after '" + request + "': " + told.message());
+            }
         if (--exchangesLeft == 0)
             throw End("as wanted");
     }
@@ -164,6 +166,7 @@ protected:
     const ScopedEnvironment files{"QOR_COLLAB_ROOT_LOCAL", folder.path("others")};
     std::unique_ptr<Application> app;
     int exchangesLeft = 0;
+    static inline bool broken = false;
     Party bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"};
 };
 
@@ -176,6 +179,8 @@ TEST_F(ControlSession, GoesFromTheFirstRequestToTheLast) {
 }
 
 TEST_P(ControlSession, OutlivesTheDeathOfTheControlProcess) {
+    if (broken)
+        GTEST_SKIP() << "and a script that fails would be waited for each time";
     exchangesLeft = GetParam();
     EXPECT_THROW(goes(), End);
     app->process().kill();
