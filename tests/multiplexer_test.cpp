@@ -3,12 +3,12 @@
 #include "support/Multiplexer.h"
 #include "support/Party.h"
 #include "support/PlainTransport.h"
+#include "support/SocketPair.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -493,11 +493,7 @@ TEST(AMultiplexer, GoesOnWithAFullDiskAndReadsItsFilesAgainWhenItIsTold) {
     folder.holding("pairs", "Ben:new\n");
     ASSERT_EQ(0, std::system(("kill -HUP " + number(mux.id())).c_str()));
     Client waits(mux.port());
-    const auto isReloaded = [&] {
-        return folder.content("log").find("reload") != std::string::npos;
-    };
-    for (int i = 0; i < 2000 && !isReloaded(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    comesTrue([&] { return folder.content("log").find("reload") != std::string::npos; });
     EXPECT_THAT(folder.content("log"), HasSubstr(" lost 1 lines"));
     waits.sends(callTo(mux, "tea", "Authorization: Basic " + ben + "\r\n"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));

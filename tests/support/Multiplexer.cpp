@@ -3,14 +3,13 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
+#include "support/SocketPair.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace vintok::test {
 
@@ -21,16 +20,6 @@ int openSocket() {
     static const bool started = init();
     static_cast<void>(started); // false also when this machine's own name does not resolve
     return platform::openSocket(platform::FAMILY_IPV4);
-}
-
-platform::Endpoint loopback(unsigned short port) {
-    TCPAddress address;
-    address.setLoopbackIPv4();
-    address.setHostByteOrderPort(port);
-    platform::Endpoint endpoint;
-    address.IPv4(endpoint.ipv4);
-    endpoint.port = address.port();
-    return endpoint;
 }
 
 const unsigned char *raw(const std::string &bytes) {
@@ -49,7 +38,7 @@ std::vector<std::string> command(const std::vector<std::string> &options, unsign
 // ---- A client ----
 
 Client::Client(unsigned short port, const std::string &bytes) : m_descriptor(openSocket()) {
-    EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
+    EXPECT_TRUE(platform::connectSocket(m_descriptor, loopbackEndpoint(port)));
     sends(bytes);
 }
 
@@ -151,7 +140,7 @@ void Client::closes() {
 // ---- A party ----
 
 Called::Called() : m_listener(openSocket()) {
-    platform::Endpoint endpoint = loopback(0);
+    platform::Endpoint endpoint = loopbackEndpoint(0);
     EXPECT_TRUE(platform::bindSocket(m_listener, endpoint) &&
                 platform::listenSocket(m_listener, 4096) &&
                 platform::boundEndpoint(m_listener, endpoint.family, endpoint));
@@ -196,14 +185,10 @@ std::size_t Multiplexer::count(const std::string &name) const {
 }
 
 testing::AssertionResult Multiplexer::comesTo(const std::string &name, std::size_t value) const {
-    const auto limit =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::patienceMs);
-    while (count(name) != value) {
-        if (std::chrono::steady_clock::now() > limit)
-            return testing::AssertionFailure() << count(name) << ' ' << name << '\n' << story();
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return testing::AssertionSuccess();
+    return comesTrue([&] { return count(name) == value; })
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << count(name) << ' ' << name << '\n'
+                                             << story();
 }
 
 // ---- What is asked ----

@@ -3,9 +3,9 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
+#include "support/SocketPair.h"
 
 #include <array>
-#include <cstring>
 #include <sstream>
 
 namespace vintok::test {
@@ -13,22 +13,6 @@ namespace vintok::test {
 namespace {
 
 constexpr std::uint32_t loopback = 0x7F000001;
-
-std::uint16_t networkOrder(std::uint16_t value) {
-    std::uint16_t result = 0;
-    const std::array<unsigned char, 2> bytes = {static_cast<unsigned char>(value >> 8),
-                                                static_cast<unsigned char>(value)};
-    std::memcpy(&result, bytes.data(), 2);
-    return result;
-}
-
-platform::Endpoint loopbackEndpoint(std::uint16_t port) {
-    platform::Endpoint endpoint;
-    const std::array<unsigned char, 4> bytes = {127, 0, 0, 1};
-    std::memcpy(&endpoint.ipv4, bytes.data(), 4);
-    endpoint.port = networkOrder(port);
-    return endpoint;
-}
 
 bool readable(int descriptor) {
     platform::DescriptorSet set;
