@@ -10,7 +10,6 @@
 #include "platform/Process.h"
 
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -87,12 +86,17 @@ protected:
         return path.string();
     }
 
+    // How it starts; it ends at once. One that fails leaves nothing.
+    ConferenceError outcome() {
+        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
+        const ConferenceError error = process.getLastError();
+        EXPECT_TRUE(error == CONFERENCE_NO_ERROR || childCount(0) == 0);
+        return error;
+    }
+
     // What the system runs: the arguments, each with its end.
     static std::string commandLine(unsigned int id) {
-        std::ifstream file("/proc/" + std::to_string(id) + "/cmdline");
-        std::stringstream text;
-        text << file.rdbuf();
-        return text.str();
+        return test::contentOf("/proc/" + std::to_string(id) + "/cmdline");
     }
 
     // State, parent, group and session of a process.
@@ -193,56 +197,42 @@ TEST_F(ConferenceProcessTest, FindsTheProgramInThreePlacesInTheirOrder) {
         }
     }
     const ScopedEnvironment unset("QOR_INSTALL");
-    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
-    EXPECT_EQ(CONFERENCE_NO_ERROR, process.getLastError()) << "by PROOT alone";
+    EXPECT_EQ(CONFERENCE_NO_ERROR, outcome()) << "by PROOT alone";
 }
 
 TEST_F(ConferenceProcessTest, WithoutAProgramItSaysWhatIsMissing) {
     struct Case {
-        const char *install;
-        const char *root;
+        std::optional<std::string> install, root;
         ConferenceError error;
         const char *text;
     };
     const Case cases[] = {
-        {nullptr, nullptr, CONFERENCE_NOT_INSTALLED, "Environment variable QOR_INSTALL not set"},
+        {{}, {}, CONFERENCE_NOT_INSTALLED, "Environment variable QOR_INSTALL not set"},
         {"", "/nowhere", CONFERENCE_NOT_INSTALLED, "Environment variable QOR_INSTALL not set"},
-        {"/nowhere", nullptr, CONFERENCE_NO_ACCESS, "Cannot access Conference Control Process"},
+        {"/nowhere", {}, CONFERENCE_NO_ACCESS, "Cannot access Conference Control Process"},
         {"/nowhere", "/nowhere", CONFERENCE_NO_ACCESS, "Cannot access Conference Control Process"},
     };
     for (const Case &row : cases) {
-        const ScopedEnvironment install = row.install != nullptr
-                                              ? ScopedEnvironment("QOR_INSTALL", row.install)
-                                              : ScopedEnvironment("QOR_INSTALL");
-        const ScopedEnvironment root =
-            row.root != nullptr ? ScopedEnvironment("PROOT", row.root) : ScopedEnvironment("PROOT");
-        Recorder callback;
-        {
-            const ConferenceProcess process(&callback, noOptions, m_socketPath);
-            EXPECT_EQ(row.error, process.getLastError());
-        }
-        EXPECT_THAT(callback.codes, testing::ElementsAre(row.error));
-        EXPECT_THAT(callback.texts, testing::ElementsAre(row.text));
-        EXPECT_EQ(0, callback.ended);
+        const ScopedEnvironment install("QOR_INSTALL", row.install), root("PROOT", row.root);
+        m_callback = {};
+        EXPECT_EQ(row.error, outcome());
+        EXPECT_THAT(m_callback.codes, testing::ElementsAre(row.error));
+        EXPECT_THAT(m_callback.texts, testing::ElementsAre(row.text));
+        EXPECT_EQ(0, m_callback.ended);
     }
 }
 
 TEST_F(ConferenceProcessTest, AFolderOfTheProgramsNameIsPassedOver) {
     fs::create_directories(
         m_folder.path(std::string("app/Program/ConferenceControl") + platform::programSuffix()));
-    {
-        const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
-        EXPECT_EQ(CONFERENCE_NO_ACCESS, process.getLastError());
-    }
+    EXPECT_EQ(CONFERENCE_NO_ACCESS, outcome());
     install("ConferenceControl");
-    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
-    EXPECT_EQ(CONFERENCE_NO_ERROR, process.getLastError());
+    EXPECT_EQ(CONFERENCE_NO_ERROR, outcome());
 }
 
 TEST_F(ConferenceProcessTest, AFileThatIsNoProgramIsAnExecError) {
     install("ConferenceControl", "no program at all");
-    const ConferenceProcess process(&m_callback, noOptions, m_socketPath);
-    EXPECT_EQ(CONFERENCE_EXEC_ERROR, process.getLastError());
+    EXPECT_EQ(CONFERENCE_EXEC_ERROR, outcome());
     EXPECT_THAT(m_callback.texts, testing::ElementsAre("Conference Exec Error"));
 }
 
@@ -253,17 +243,12 @@ TEST_F(ConferenceProcessTest, AProgramThatDoesNotConnectIsASocketError) {
     for (const auto &[what, timeout] : cases) {
         ConferenceProcess::setConnectTimeout(timeout);
         const ScopedEnvironment control("VINTOK_TEST_CONTROL", what);
-        Recorder callback;
-        {
-            const ConferenceProcess process(&callback, noOptions, m_socketPath);
-            EXPECT_EQ(CONFERENCE_SOCKET_ERROR, process.getLastError()) << what;
-            EXPECT_EQ(0U, childCount(0)) << what;
-        }
-        ASSERT_EQ(1U, callback.texts.size()) << what;
-        EXPECT_THAT(callback.texts[0],
-                    testing::MatchesRegex("Conference Socket Error .*\\.cpp line [0-9]+"));
-        EXPECT_EQ(-1, callback.descriptor);
-        EXPECT_EQ(0, callback.ended);
+        m_callback = {};
+        EXPECT_EQ(CONFERENCE_SOCKET_ERROR, outcome()) << what;
+        EXPECT_THAT(m_callback.texts, testing::ElementsAre(testing::MatchesRegex(
+                                          "Conference Socket Error .*\\.cpp line [0-9]+")));
+        EXPECT_EQ(-1, m_callback.descriptor);
+        EXPECT_EQ(0, m_callback.ended);
     }
     ConferenceProcess::setConnectTimeout(30000);
 }
@@ -342,7 +327,7 @@ TEST_F(ConferenceProcessTest, ErrorsGoToStandardErrorWhenDebuggingIsAskedFor) {
     for (const auto &[value, expected] : cases) {
         const ScopedEnvironment debug("CONFERENCE_CONTROL_DEBUG", value);
         testing::internal::CaptureStderr();
-        { const ConferenceProcess process(&m_callback, noOptions, m_socketPath); }
+        EXPECT_EQ(CONFERENCE_NOT_INSTALLED, outcome());
         EXPECT_EQ(expected, testing::internal::GetCapturedStderr()) << value;
     }
 }

@@ -30,9 +30,8 @@ std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std:
     EXPECT_TRUE(message.allocateMessageBuffer(body.size()));
     std::copy(body.begin(), body.end(), message.messageBuffer());
     message.setTimeStamp(newYear);
-    if (body.empty()) { // the time is then in the fields alone
+    if (body.empty()) // the time is then in the fields alone
         message.TCPHeader::write();
-    }
     return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
 }
 
@@ -201,15 +200,11 @@ TEST_F(Decode, BoundsWhatIsLongUnlessAllIsWanted) {
 TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
     const std::string first = frame(TCP_broadcastMessage, "hello");
     const std::string hangup = frame(TCP_hangup, std::string(1, '\0'));
-    std::vector<std::pair<std::string, std::string>> cases = {
+    const std::pair<std::string, std::string> cases[] = {
+        // the recordings' own test has them all
         {bytesOf("0000000a"), "a record cannot have a length of 10 bytes"},
-        {bytesOf("ffffffff") + hangup, "the file ends after 65 of 4294967295 bytes"},
-        {bytesOf("00000028 0002") + std::string(34, 'x'), "no header of a message"},
+        {hangup.substr(0, 60), "the file ends after 60 of 61 bytes"},
     };
-    for (const std::size_t cut : {1u, 3u, 4u, 20u, 59u, 60u}) {
-        cases.emplace_back(hangup.substr(0, cut), "the file ends after " + std::to_string(cut) +
-                                                      " of " + (cut < 4 ? "4" : "61") + " bytes");
-    }
     for (const auto &[damage, reason] : cases) {
         const std::string output = run(first + damage, 1);
         EXPECT_THAT(output, HasSubstr(R"("body":{"text":"hello"})"));
@@ -223,13 +218,12 @@ TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
 TEST_F(Decode, OfNoFileFailsAndOfAnEmptyOneIsNothing) {
     EXPECT_EQ("", run("", 0));
     ChildProcess missing = Program::plain({"decode", folder.path("missing")});
-    EXPECT_EQ(1, missing.exitCode()) << missing.story();
+    EXPECT_TRUE(missing.ends(1));
     EXPECT_THAT(sameEnds(missing.errors()), HasSubstr("missing': No such file or directory\n"));
     ChildProcess input = Program::plain({"decode", "-"});
     input.type("This is a line and no message.");
     input.endInput();
-    EXPECT_EQ(1, input.exitCode()) << input.story();
-    EXPECT_THAT(input.errors(), HasSubstr("'-'"));
+    EXPECT_TRUE(input.ends(1, "'-'"));
 }
 
 } // namespace

@@ -139,23 +139,18 @@ TEST(Rules, SayWhoMayBeCalled) {
         const auto allowed = [&](const std::string &text) {
             Authority authority{text, 7777};
             Endpoint literal;
-            if (!makeEndpoint(text, 1, literal) || text == "::1:80") {
+            if (!makeEndpoint(text, 1, literal) || text == "::1:80")
                 parseAuthority(text, authority);
-            }
             return allows(rules, authority.host, authority.port);
         };
-        for (const char *text : row.allowed) {
+        for (const char *text : row.allowed)
             EXPECT_TRUE(allowed(text)) << text;
-        }
-        for (const char *text : row.refused) {
+        for (const char *text : row.refused)
             EXPECT_FALSE(allowed(text)) << text;
-        }
     }
     Rules rules;
-    for (const char *bad :
-         {"", "10.0.0.0/33", "10.0.0.0/x", "name/8", "a:0", "a:x", "[::1", "a b"}) {
+    for (const char *bad : {"", "10.0.0.0/33", "10.0.0.0/x", "name/8", "a:0", "a:x", "[::1", "a b"})
         EXPECT_FALSE(rules.add(bad)) << bad;
-    }
     EXPECT_FALSE(allows(rules, "127.0.0.1", 80)) << "nobody may be called unless it is said";
 }
 
@@ -165,15 +160,13 @@ TEST(Credentials, AreTakenInTheBasicSchemeAlone) {
     EXPECT_TRUE(credentials.add("Ann:secret") && credentials.add("Ben:\xc3\xa4:b"));
     EXPECT_FALSE(credentials.add("nobody"));
     for (const char *good :
-         {"Basic QW5uOnNlY3JldA==", "basic QW5uOnNlY3JldA==", "BASIC QmVuOsOkOmI="}) {
+         {"Basic QW5uOnNlY3JldA==", "basic QW5uOnNlY3JldA==", "BASIC QmVuOsOkOmI="})
         EXPECT_TRUE(credentials.accept(good)) << good;
-    }
     for (const char *bad :
          {"", "Basic", "Basic ", "Basic QW5uOnNlY3JldA=", "Basic QW5uOnNlY3JldA==x",
           "QW5uOnNlY3JldA==", "Bearer QW5uOnNlY3JldA==", "Basic Ann:secret",
-          "Basic QW5uOnNlY3JldA==QW5uOnNlY3JldA=="}) {
+          "Basic QW5uOnNlY3JldA==QW5uOnNlY3JldA=="})
         EXPECT_FALSE(credentials.accept(bad)) << bad;
-    }
 }
 
 TEST(Options, KeepWhatFilesHeldUntilTheyCanBeReadAgain) {

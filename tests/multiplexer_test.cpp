@@ -3,12 +3,12 @@
 #include "support/Multiplexer.h"
 #include "support/Party.h"
 #include "support/PlainTransport.h"
+#include "support/SocketPair.h"
 #include "support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -56,28 +56,24 @@ TEST(AMultiplexer, JoinsTwoPartiesOfAMeeting) {
     one.a.closes();
     EXPECT_TRUE(one.b.seesTheEnd());
     one.b.closes();
-    EXPECT_TRUE(mux.comesTo("tunnels", 1)) << mux.story();
-    EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 ")) << mux.story();
+    EXPECT_TRUE(mux.comesTo("tunnels", 1));
+    EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 "));
 }
 
 TEST(AMultiplexer, CallsThePartyThatIsNamedIfItMay) {
     Called party;
     Called other;
     Multiplexer mux({"--allow", party.address(), "--meeting", "listed=" + other.address()});
-    Client named(mux.port());
-    named.sends(request("127.0.0.1", party.port(), "talk"));
+    Client named(mux.port(), request("127.0.0.1", party.port(), "talk"));
     const auto picked = party.picksUp();
-    ASSERT_NE(nullptr, picked);
     EXPECT_THAT(named.answer(), StartsWith(OPENED));
 
-    Client listed(mux.port());
-    listed.sends(callTo(mux, "listed"));
-    ASSERT_NE(nullptr, other.picksUp());
+    Client listed(mux.port(), callTo(mux, "listed"));
+    other.picksUp();
     EXPECT_THAT(listed.answer(), StartsWith(OPENED));
 
     for (const char *host : {"127.0.0.1", "::ffff:127.0.0.1", "party.invalid"}) {
-        Client refused(mux.port());
-        refused.sends(request(host, other.port(), "talk"));
+        Client refused(mux.port(), request(host, other.port(), "talk"));
         EXPECT_THAT(refused.answer(), StartsWith("HTTP/1.0 403 ")) << host;
     }
 }
@@ -86,11 +82,9 @@ TEST(AMultiplexer, LetsTheOthersOfAMeetingComeWhereAPartyIsNotReached) {
     Called party;
     party.stops();
     Multiplexer mux({"--allow", "127.0.0.1"});
-    Client a(mux.port());
-    a.sends(request("127.0.0.1", party.port(), "talk"));
+    Client a(mux.port(), request("127.0.0.1", party.port(), "talk"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));
-    Client b(mux.port());
-    b.sends(request("127.0.0.1", party.port(), "talk"));
+    Client b(mux.port(), request("127.0.0.1", party.port(), "talk"));
     EXPECT_THAT(a.answer(), StartsWith(OPENED));
     EXPECT_THAT(b.answer(), StartsWith(OPENED));
 }
@@ -133,15 +127,13 @@ TEST(AMultiplexer, TakesRequestsAndReadyLinesInAnyPieces) {
     Multiplexer mux;
     const std::string asked = callTo(mux, "talk");
     Client a(mux.port()), b(mux.port());
-    for (const char byte : asked) {
+    for (const char byte : asked)
         a.sends(std::string(1, byte));
-    }
     EXPECT_TRUE(mux.comesTo("waiting", 1));
     b.sends(asked + READY + "all at once");
     a.sends(READY + "first");
-    for (Client *each : {&a, &b}) {
+    for (Client *each : {&a, &b})
         EXPECT_THAT(each->answer(), StartsWith(OPENED));
-    }
     EXPECT_EQ("first", b.receives(5));
     EXPECT_EQ("all at once", a.receives(11));
     for (const std::size_t cut : {1u, 10u, 24u}) {
@@ -159,10 +151,8 @@ TEST(AMultiplexer, TakesRequestsAndReadyLinesInAnyPieces) {
 TEST(AMultiplexer, HoldsBytesBackUntilTheReadyLine) {
     Called party;
     Multiplexer mux({"--meeting", "talk=" + party.address(), "--request-time", "1"});
-    Client a(mux.port());
-    a.sends(callTo(mux, "talk"));
+    Client a(mux.port(), callTo(mux, "talk"));
     const auto called = party.picksUp();
-    ASSERT_NE(nullptr, called);
     called->sends("hello");
     EXPECT_THAT(a.answer(), EndsWith("pLorMUX_Encrypt: false\r\n\r\n"));
     EXPECT_EQ(0u, mux.count("bytes-to-caller"));
@@ -170,18 +160,14 @@ TEST(AMultiplexer, HoldsBytesBackUntilTheReadyLine) {
     a.sends(READY);
     EXPECT_EQ("hello", a.receives(5));
 
-    Client wrong(mux.port());
-    wrong.sends(callTo(mux, "talk"));
+    Client wrong(mux.port(), callTo(mux, "talk"));
     const auto second = party.picksUp();
-    ASSERT_NE(nullptr, second);
     EXPECT_THAT(wrong.answer(), StartsWith(OPENED));
     wrong.sends("pLorMUX_Response: Never");
     EXPECT_TRUE(wrong.seesTheEnd() && second->seesTheEnd());
 
-    Client silent(mux.port());
-    silent.sends(callTo(mux, "talk"));
+    Client silent(mux.port(), callTo(mux, "talk"));
     const auto third = party.picksUp();
-    ASSERT_NE(nullptr, third);
     EXPECT_THAT(silent.answer(), StartsWith(OPENED));
     EXPECT_TRUE(third->seesTheEnd()) << "its time is over";
 
@@ -190,7 +176,6 @@ TEST(AMultiplexer, HoldsBytesBackUntilTheReadyLine) {
     const std::string header = "pLorMUX_ResponseRequired: true\r\n";
     plain.sends(asked.erase(asked.find(header), header.size()) + READY);
     const auto fourth = party.picksUp();
-    ASSERT_NE(nullptr, fourth);
     EXPECT_EQ(READY, fourth->receives(READY.size()));
 }
 
@@ -213,7 +198,7 @@ TEST(AMultiplexer, PassesTheEndOfEachSideByItself) {
         EXPECT_TRUE(early.seesTheEnd());
         EXPECT_TRUE(mux.comesTo("tunnels", 0));
     }
-    EXPECT_TRUE(mux.printed(" \"ended\"")) << mux.story();
+    EXPECT_TRUE(mux.printed(" \"ended\""));
     Tunnel reset(mux);
     reset.a.resets();
     EXPECT_TRUE(reset.b.seesTheEnd());
@@ -255,9 +240,8 @@ TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {
     std::string there;
     std::thread reader([&] { there = slow.b.receives(much.size()); });
     EXPECT_TRUE(slow.a.receives(much.size()) == much);
-    for (std::thread *each : {&writer, &back, &reader}) {
+    for (std::thread *each : {&writer, &back, &reader})
         each->join();
-    }
     EXPECT_TRUE(there == much);
     EXPECT_EQ(0u, mux.count("bytes-held"));
 }
@@ -356,9 +340,8 @@ TEST(AMultiplexer, RefusesWhatItCannotTake) {
         {"a megabyte of headers",
          [&] {
              std::string all = start;
-             while (all.size() < (1u << 20)) {
+             while (all.size() < (1u << 20))
                  all += "A: b\r\n";
-             }
              return all;
          }(),
          "431 "},
@@ -388,8 +371,7 @@ TEST(AMultiplexer, RefusesWhatItCannotTake) {
         writer.join();
         EXPECT_TRUE(client.seesTheEnd());
     }
-    Client twice(mux.port());
-    twice.sends(jump("Proxy-authorization: Basic QW5uOnNlY3JldA==\r\n") + jump());
+    Client twice(mux.port(), jump("Proxy-authorization: Basic QW5uOnNlY3JldA==\r\n") + jump());
     EXPECT_THAT(twice.answer(), StartsWith(OPENED));
     EXPECT_THAT(twice.answer(), StartsWith("HTTP/1.0 400 ")) << "the way goes no further";
     EXPECT_EQ(std::size(cases) + 1, mux.count("refused"));
@@ -407,14 +389,12 @@ TEST(AMultiplexer, KeepsItsLimits) {
         EXPECT_THAT(one.answer(), StartsWith("HTTP/1.0 503 "));
         two.sends(callTo(mux, "talk"));
         const auto called = party.picksUp();
-        ASSERT_NE(nullptr, called);
         EXPECT_THAT(two.answer(), StartsWith(OPENED));
         two.sends(READY);
-        Client three(mux.port());
-        three.sends(callTo(mux, "talk"));
+        Client three(mux.port(), callTo(mux, "talk"));
         EXPECT_THAT(three.answer(), StartsWith("HTTP/1.0 503 "));
         EXPECT_TRUE(called->seesTheEnd()) << "nobody says anything";
-        EXPECT_TRUE(mux.printed(" \"idle\"")) << mux.story();
+        EXPECT_TRUE(mux.printed(" \"idle\""));
     }
     std::vector<std::unique_ptr<Client>> halfOpen;
     for (int i = 0; i < 100; ++i) {
@@ -447,7 +427,6 @@ TEST(AMultiplexer, CarriesAThousandTunnelsAndMore) {
         pair.caller = std::make_unique<Client>(mux.port());
         pair.caller->sends(callTo(mux, "talk") + READY);
         pair.called = party.picksUp();
-        ASSERT_NE(nullptr, pair.called) << i << mux.story();
         all.push_back(std::move(pair));
     }
     EXPECT_EQ(pairs, mux.count("tunnels"));
@@ -467,13 +446,11 @@ TEST(AMultiplexer, CarriesAThousandTunnelsAndMore) {
 TEST(AMultiplexer, EndsInOrder) {
     Multiplexer mux;
     Tunnel tunnel(mux);
-    Client waits(mux.port());
-    waits.sends(callTo(mux, "tea"));
+    Client waits(mux.port(), callTo(mux, "tea"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));
-    if (!mux.interrupt()) {
+    if (!mux.interrupt())
         GTEST_SKIP() << "no signal can be sent to a program here";
-    }
-    EXPECT_EQ(0, mux.exitCode()) << mux.story();
+    EXPECT_TRUE(mux.ends(0));
     EXPECT_THAT(waits.answer(), StartsWith("HTTP/1.0 503 "));
     EXPECT_TRUE(tunnel.a.seesTheEnd() && tunnel.b.seesTheEnd());
     EXPECT_THAT(mux.output(), HasSubstr("\"the server ends\""));
@@ -483,19 +460,16 @@ TEST(AMultiplexer, GoesOnWhenNobodyReadsItsLog) {
     // More lines than a pipe takes.
     const std::size_t REQUESTS = platform::descriptorLimit() == 0 ? 100 : 500;
     Multiplexer mux({"--max-waiting", "1"});
-    Client waits(mux.port());
-    waits.sends(callTo(mux, "tea"));
+    Client waits(mux.port(), callTo(mux, "tea"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));
     for (std::size_t i = 0; i < REQUESTS; ++i) {
-        Client client(mux.port());
-        client.sends(callTo(mux, std::string(200, 'x') + number(i)));
+        Client client(mux.port(), callTo(mux, std::string(200, 'x') + number(i)));
         ASSERT_THAT(client.answer(), StartsWith("HTTP/1.0 503 ")) << i;
     }
     EXPECT_EQ(REQUESTS, mux.count("refused"));
     std::size_t lines = 0;
-    while (lines < REQUESTS && mux.printed("refuse ")) {
+    while (lines < REQUESTS && mux.printed("refuse "))
         ++lines;
-    }
     EXPECT_EQ(REQUESTS, lines) << "they come when they are read";
 }
 
@@ -509,8 +483,7 @@ TEST(AMultiplexer, GoesOnWithAFullDiskAndReadsItsFilesAgainWhenItIsTold) {
     Multiplexer mux(
         {"--log-file", log, "--credentials-file", folder.holding("pairs", "Ann:old\n")});
     const auto knock = [&](const std::string &pair) {
-        Client client(mux.port());
-        client.sends(callTo(mux, "tea", "Authorization: Basic " + pair + "\r\n"));
+        Client client(mux.port(), callTo(mux, "tea", "Authorization: Basic " + pair + "\r\n"));
         return client.answer();
     };
     const std::string ben = "QmVuOm5ldw=="; // Ben:new
@@ -520,11 +493,7 @@ TEST(AMultiplexer, GoesOnWithAFullDiskAndReadsItsFilesAgainWhenItIsTold) {
     folder.holding("pairs", "Ben:new\n");
     ASSERT_EQ(0, std::system(("kill -HUP " + number(mux.id())).c_str()));
     Client waits(mux.port());
-    const auto isReloaded = [&] {
-        return folder.content("log").find("reload") != std::string::npos;
-    };
-    for (int i = 0; i < 2000 && !isReloaded(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    comesTrue([&] { return folder.content("log").find("reload") != std::string::npos; });
     EXPECT_THAT(folder.content("log"), HasSubstr(" lost 1 lines"));
     waits.sends(callTo(mux, "tea", "Authorization: Basic " + ben + "\r\n"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));
@@ -546,12 +515,12 @@ TEST(AMultiplexer, SaysWhatIsWrongWithItsOptions) {
         std::vector<std::string> command = {MULTIPLEXER};
         command.insert(command.end(), options.begin(), options.end());
         ChildProcess run(command);
-        EXPECT_EQ(2, run.exitCode()) << run.story();
+        EXPECT_TRUE(run.ends(2));
         EXPECT_THAT(run.errors(), StartsWith("multiplexer: ")) << run.story();
     }
     Called taken;
     ChildProcess run({MULTIPLEXER, "--listen", "127.0.0.1", "--port", number(taken.port())});
-    EXPECT_EQ(1, run.exitCode()) << run.story();
+    EXPECT_TRUE(run.ends(1));
     EXPECT_THAT(run.errors(), StartsWith("multiplexer: cannot listen on 127.0.0.1 port "));
 }
 

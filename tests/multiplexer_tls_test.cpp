@@ -30,9 +30,8 @@ protected:
         const std::string address = "talk=127.0.0.1:" + std::to_string(ben.port());
         for (const std::string &word :
              {std::string("--tls-cert"), file("host.pem"), std::string("--tls-key"),
-              file("host.key"), std::string("--meeting"), address}) {
+              file("host.key"), std::string("--meeting"), address})
             more.push_back(word);
-        }
         return more;
     }
     void talk(const Multiplexer &mux) {
@@ -59,8 +58,7 @@ TEST_F(SecureParticipants, KeepTheirTunnelSecure) {
     Multiplexer mux(options({"--tls-only"}));
     ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "talk", "", 0));
     talk(mux);
-    Client open(mux.port());
-    open.sends(callTo(mux, "talk"));
+    Client open(mux.port(), callTo(mux, "talk"));
     EXPECT_THAT(open.answer(), StartsWith("HTTP/1.0 403 "));
 }
 
@@ -82,7 +80,7 @@ TEST_F(SecureParticipants, GoOnInTheOpenWhereTheyAreToldTo) {
 
 TEST_F(SecureParticipants, AreToldAtTheStartThatACertificateIsOfNoUse) {
     ChildProcess run({MULTIPLEXER, "--tls-cert", file("host.pem"), "--tls-key", file("ca.key")});
-    EXPECT_EQ(1, run.exitCode()) << run.story();
+    EXPECT_TRUE(run.ends(1));
     EXPECT_THAT(run.errors(), StartsWith("multiplexer: "));
 }
 

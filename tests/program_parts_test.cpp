@@ -69,23 +69,18 @@ const TextCase textCases[] = {
     {"bytes that never occur", "\xff\xfe", R"(\xff\xfe)", R"(\ufffd\ufffd)"},
 };
 
-TEST(Text, ReachesATerminalWithoutItsTeeth) {
+TEST(Text, ReachesTerminalsWithoutItsTeethAndScriptsEscaped) {
     for (const TextCase &one : textCases) {
-        EXPECT_EQ(one.printed, printable(one.text)) << one.what;
+        SCOPED_TRACE(one.what);
+        EXPECT_EQ(one.printed, printable(one.text));
+        EXPECT_EQ(R"({"event":"e","text":")" + std::string(one.json) + R"("})",
+                  JsonLine("e").text("text", one.text).str());
     }
 }
 
 TEST(Text, LongTextIsCutBetweenCharacters) {
     EXPECT_EQ("a\u00e9\u20ac...", printable("a\u00e9\u20acx", 3));
     EXPECT_EQ("a\u00e9\u20ac", printable("a\u00e9\u20ac", 3));
-}
-
-TEST(JsonLine, EscapesEveryText) {
-    for (const TextCase &one : textCases) {
-        EXPECT_EQ(R"({"event":"e","text":")" + std::string(one.json) + R"("})",
-                  JsonLine("e").text("text", one.text).str())
-            << one.what;
-    }
 }
 
 TEST(JsonLine, HoldsFieldsInTheirOrder) {
@@ -287,9 +282,8 @@ TEST(Target, IsAHostWithOrWithoutAPort) {
 
 TEST(Palette, NeighbouringColoursDiffer) {
     std::set<std::string> names;
-    for (unsigned short index = 0; index < 12; ++index) {
+    for (unsigned short index = 0; index < 12; ++index)
         names.insert(colourOf(index).name);
-    }
     EXPECT_EQ(12u, names.size());
     EXPECT_THAT(coloured("x", 65534), HasSubstr("x\x1b[0m")) << "any index has a colour";
     EXPECT_EQ("no colour", colourText(65535));
@@ -304,9 +298,8 @@ TEST(LoopbackPair, StrangersAreLeftOut) {
         vintok::TCPAddress address;
         address.setLoopbackIPv4();
         address.setHostByteOrderPort(port);
-        if (strangers.size() < 3) {
+        if (strangers.size() < 3)
             strangers.push_back(vintok::connectToBoundSocket(address));
-        }
         if (strangers.size() == 2) { // the first says nothing, the third less than is asked for
             const std::string guess(16, '7');
             vintok::writeBytes(strangers.back(),
@@ -327,9 +320,8 @@ TEST(LoopbackPair, StrangersAreLeftOut) {
                       nullptr);
     EXPECT_EQ(typed, arrived);
     EXPECT_EQ(0, vintok::bytesPending(readEnd)) << "nothing else came this way";
-    for (const int descriptor : {readEnd, writeEnd, strangers[0], strangers[1]}) {
+    for (const int descriptor : {readEnd, writeEnd, strangers[0], strangers[1]})
         vintok::closeDescriptor(descriptor);
-    }
     vintok::fini();
 }
 
@@ -427,9 +419,8 @@ TEST(Options, SayWhichWayACallTakes) {
 TEST(Base64, PadsWhatIsLeftOver) { // RFC 4648, section 10
     const std::pair<const char *, const char *> cases[] = {
         {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foobar", "Zm9vYmFy"}};
-    for (const auto &[text, encoded] : cases) {
+    for (const auto &[text, encoded] : cases)
         EXPECT_EQ(encoded, base64(text));
-    }
     EXPECT_EQ("/+8A", base64(bytes("\xff\xef\0")));
 }
 
@@ -464,10 +455,8 @@ TEST(Options, HelpNamesEveryCommandAndVersionTheProgram) {
     Options options;
     std::string text;
     EXPECT_EQ(ParseResult::done, parse({"--help"}, options, text));
-    for (const char *word :
-         {"host", "join", "relay", "relay-send", "relay-listen", "Exit status"}) {
+    for (const char *word : {"host", "join", "relay", "relay-send", "relay-listen", "Exit status"})
         EXPECT_THAT(text, HasSubstr(word));
-    }
     EXPECT_EQ(ParseResult::done, parse({"host", "--help"}, options, text));
     EXPECT_THAT(text, HasSubstr("--answer"));
     EXPECT_EQ(ParseResult::done, parse({"--version"}, options, text));

@@ -65,9 +65,8 @@ TEST_F(Recording, GivesBackBothFormsOfFrameAndWhereTheyBegin) {
 TEST_F(Recording, OfALargeMessageComesBackWhole) {
     vintok::TCPMessage written;
     ASSERT_TRUE(written.allocateMessageBuffer(1000003));
-    for (std::size_t i = 0; i < 1000003; ++i) {
+    for (std::size_t i = 0; i < 1000003; ++i)
         written.messageBuffer()[i] = static_cast<unsigned char>(i * 7 >> 3);
-    }
     const std::string bytes(written.rawBuffer(), written.rawBuffer() + written.rawBufferLength());
     RecordReader reader(holding(bytes + bytesOf(shortFrame)));
     vintok::TCPMessage message;
@@ -186,9 +185,8 @@ TEST_F(Recording, WithInsaneTimesIsStillPlayed) {
     constexpr auto least = std::numeric_limits<std::int64_t>::min();
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
     std::string content;
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 200; ++i)
         content += said(least, 'a') + said(most, 'b');
-    }
     Player player(holding(content + "??"), 0.001);
     Pacing::TimePoint now(5s);
     Player::State state = Player::State::ready;

@@ -154,63 +154,6 @@ TEST(Reading, leavesAloneWhatIsKnownAtThisEndOnly) {
     }
 }
 
-TEST(State, isOneBitOfTheWireForEach) {
-    using Entry = ConferenceRosterEntry;
-    const struct {
-        bool (Entry::*is)() const;
-        void (Entry::*set)(bool);
-        std::uint32_t bit;
-    } rows[] = {
-        {&Entry::isMeeting, &Entry::setMeeting, 0x00000001},
-        {&Entry::isHost, &Entry::setHost, 0x00000004},
-        {&Entry::isLeader, &Entry::setLeader, 0x00000008},
-        {&Entry::isServer, &Entry::setServer, 0x00000010},
-        {&Entry::isJoinPending, &Entry::setJoinPending, 0x00000020},
-        {&Entry::isShadow, &Entry::setShadow, 0x00000040},
-        {&Entry::isLeadPending, &Entry::setLeadPending, 0x00000080},
-        {&Entry::isSecure, &Entry::setSecure, 0x00000100},
-        {&Entry::isSecureAble, &Entry::setSecureAble, 0x00000200},
-        {&Entry::isSecureRequired, &Entry::setSecureRequired, 0x00000400},
-        {&Entry::isProxy, &Entry::setProxy, 0x00000800},
-        {&Entry::isProxyPending, &Entry::setProxyPending, 0x00001000},
-        {&Entry::isProxyConnection, &Entry::setProxyConnection, 0x00002000},
-        {&Entry::isMUXPending, &Entry::setMUXPending, 0x00020000},
-        {&Entry::isMUXEncrypt, &Entry::setMUXEncrypt, 0x00040000},
-        {&Entry::isSecurePreferred, &Entry::setSecurePreferred, 0x00080000},
-        {&Entry::isMUXRedirected, &Entry::setMUXRedirected, 0x00100000},
-        {&Entry::isFIPSSecureRequired, &Entry::setFIPSSecureRequired, 0x00200000},
-        {&Entry::isHidingIPsRequired, &Entry::setHidingIPsRequired, 0x00400000},
-        {&Entry::isSSLOnly, &Entry::setSSLOnly, 0x00800000},
-    };
-    constexpr std::size_t place = 24 + 25 + 6;
-    const auto word = [](const Bytes &bytes) {
-        return std::uint32_t{bytes[place]} << 24 | std::uint32_t{bytes[place + 1]} << 16 |
-               std::uint32_t{bytes[place + 2]} << 8 | bytes[place + 3];
-    };
-    Entry all;
-    std::uint32_t bits = 0;
-    for (const auto &row : rows) {
-        Entry one;
-        EXPECT_FALSE((one.*row.is)());
-        (one.*row.set)(true);
-        EXPECT_TRUE((one.*row.is)());
-        const Bytes wire = written(one);
-        EXPECT_EQ(word(wire), row.bit);
-        Entry read;
-        EXPECT_EQ(read.read(wire.data(), wire.size()), wire.size());
-        EXPECT_TRUE((read.*row.is)());
-
-        (all.*row.set)(true);
-        bits |= row.bit;
-        EXPECT_EQ(word(written(all)), bits);
-    }
-    for (const auto &row : rows) {
-        (all.*row.set)(false);
-        bits &= ~row.bit;
-        EXPECT_EQ(word(written(all)), bits);
-    }
-}
-
 // Bits that nobody has a name for pass through.
 TEST(State, isTakenAndGivenAsItStands) {
     Bytes wire = written(ConferenceRosterEntry());

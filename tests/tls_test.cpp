@@ -20,13 +20,17 @@ class TLS : public testing::Test {
 protected:
     TLS() {
         init();
-        ends = std::make_unique<TLSEnds>();
+        beginAnew();
     }
     ~TLS() override {
         ends.reset();
         fini();
     }
 
+    void beginAnew() {
+        ends = nullptr;
+        ends = std::make_unique<TLSEnds>();
+    }
     static bool isClosed(int fd) { return DescriptorState(fd).closed; }
     bool peerSendsRaw(const std::string &bytes) { return ends->pair.peerSends(bytes); }
 
@@ -102,8 +106,7 @@ const Certified certified[] = {
 TEST_F(TLS, ACertificateDecidesWhoIsLetIn) {
     for (const Certified &row : certified) {
         SCOPED_TRACE(row.name);
-        ends = nullptr;
-        ends = std::make_unique<TLSEnds>();
+        beginAnew();
         row.prepare(*ends);
         ends->shakeHands();
         EXPECT_EQ(row.mine, ends->mineOutcome.error) << ends->mineOutcome.words;
@@ -143,8 +146,7 @@ TEST_F(TLS, APersonLearnsWhoThePeerIsAndHowItIsGuarded) {
     EXPECT_EQ(95U, info.m_text4.size()) << info.m_text4;
     EXPECT_EQ(TLS_ERROR_NONE, static_cast<TLSError>(lastSecureError(ends->mine())));
 
-    ends = nullptr;
-    ends = std::make_unique<TLSEnds>();
+    beginAnew();
     show(ends->peerOptions, {});
     ASSERT_TRUE(ends->shakeHands());
     ASSERT_TRUE(certificateInfo(ends->mine(), info));
@@ -199,6 +201,15 @@ struct Stranger {
 
 class Strangers : public TLS {
 protected:
+    // The peer says its bytes; this side waits for a moment only.
+    void meets(const Stranger &row) {
+        beginAnew();
+        ends->mineOptions.required = row.required;
+        ends->mineOptions.acceptWait = ends->mineOptions.connectWait = 30;
+        ends->mineOptions.handshakeTime = 50;
+        ASSERT_TRUE(ends->mineTLS.open(ends->mineOptions));
+        ASSERT_TRUE(*row.bytes == '\0' || peerSendsRaw(row.bytes));
+    }
     void expect(const Stranger &row, bool done) {
         EXPECT_FALSE(done);
         EXPECT_THAT(lastErrorString(), HasSubstr(row.words));
@@ -227,13 +238,7 @@ TEST_F(Strangers, ACallerWithoutTLSIsServedPlainOrTurnedAway) {
     };
     for (const Stranger &row : rows) {
         SCOPED_TRACE(row.name);
-        ends = nullptr;
-        ends = std::make_unique<TLSEnds>();
-        ends->mineOptions.required = row.required;
-        ends->mineOptions.acceptWait = 30;
-        ends->mineOptions.handshakeTime = 50;
-        ASSERT_TRUE(ends->mineTLS.open(ends->mineOptions));
-        ASSERT_TRUE(*row.bytes == '\0' || peerSendsRaw(row.bytes));
+        ASSERT_NO_FATAL_FAILURE(meets(row));
         LogFile log(LOG_ERROR);
         expect(row, secureAccept(ends->mine()));
         EXPECT_EQ(row.error != TLS_ERROR_NONE,
@@ -250,13 +255,7 @@ TEST_F(Strangers, AnAnswererWithoutTLSIsFoundBeforeTheHelloAndNoByteIsLost) {
     };
     for (const Stranger &row : rows) {
         SCOPED_TRACE(row.name);
-        ends = nullptr;
-        ends = std::make_unique<TLSEnds>();
-        ends->mineOptions.required = row.required;
-        ends->mineOptions.connectWait = 30;
-        ends->mineOptions.handshakeTime = 50;
-        ASSERT_TRUE(ends->mineTLS.open(ends->mineOptions));
-        ASSERT_TRUE(*row.bytes == '\0' || peerSendsRaw(row.bytes));
+        ASSERT_NO_FATAL_FAILURE(meets(row));
         const bool done = secureConnect(ends->mine(), "");
         EXPECT_EQ(row.error == TLS_ERROR_TIME, rawBytesPending(ends->peer()) > 0)
             << "what is sent to a plain peer would be read as a frame";

@@ -15,9 +15,8 @@ constexpr unsigned int turnMs = 10;
 bool readAll(std::intptr_t pipe, std::string &text, unsigned int milliseconds) {
     char buffer[4096];
     while (const auto count = platform::readPipe(pipe, buffer, sizeof(buffer), milliseconds)) {
-        if (*count <= 0) {
+        if (*count <= 0)
             return false;
-        }
         text.append(buffer, static_cast<std::size_t>(*count));
         milliseconds = 0;
     }
@@ -53,9 +52,8 @@ bool ChildProcess::type(const std::string &line) {
     std::string rest = line + '\n';
     while (!rest.empty() && m_process.input != -1) {
         const std::int64_t count = platform::writePipe(m_process.input, rest.data(), rest.size());
-        if (count <= 0) {
+        if (count <= 0)
             return false;
-        }
         rest.erase(0, static_cast<std::size_t>(count));
     }
     return rest.empty();
@@ -65,34 +63,33 @@ void ChildProcess::endInput() {
     platform::closePipe(m_process.input);
 }
 
-bool ChildProcess::printed(const std::string &text, std::string *line) {
+testing::AssertionResult ChildProcess::printed(const std::string &text, std::string *line) {
     return printed([&](const std::string &one) { return one.find(text) != std::string::npos; },
                    line);
 }
 
-bool ChildProcess::printed(const std::function<bool(const std::string &)> &wanted,
-                           std::string *line) {
+testing::AssertionResult
+ChildProcess::printed(const std::function<bool(const std::string &)> &wanted, std::string *line) {
     return waitFor(m_output, wanted, line);
 }
 
-bool ChildProcess::complained(const std::string &text, std::string *line) {
+testing::AssertionResult ChildProcess::complained(const std::string &text, std::string *line) {
     return waitFor(
         m_errors, [&](const std::string &one) { return one.find(text) != std::string::npos; },
         line);
 }
 
-bool ChildProcess::waitFor(Collected &stream,
-                           const std::function<bool(const std::string &)> &wanted,
-                           std::string *line) {
+testing::AssertionResult
+ChildProcess::waitFor(Collected &stream, const std::function<bool(const std::string &)> &wanted,
+                      std::string *line) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(patienceMs);
     while (!takeLine(stream, wanted, line)) {
-        if (stream.ended || !started() || Clock::now() >= deadline) {
-            return false;
-        }
+        if (stream.ended || !started() || Clock::now() >= deadline)
+            return testing::AssertionFailure() << "in vain, " << story();
         collectOthers();
         collect(turnMs);
     }
-    return true;
+    return testing::AssertionSuccess();
 }
 
 bool ChildProcess::takeLine(Collected &stream,
@@ -103,14 +100,12 @@ bool ChildProcess::takeLine(Collected &stream,
     for (std::size_t end = 0; (end = stream.text.find('\n', begin)) != std::string::npos;
          begin = end + 1) {
         std::string one = stream.text.substr(begin, end - begin);
-        if (!one.empty() && one.back() == '\r') {
+        if (!one.empty() && one.back() == '\r')
             one.pop_back();
-        }
         if (wanted(one)) {
             stream.taken = end + 1;
-            if (line) {
+            if (line)
                 *line = one;
-            }
             return true;
         }
     }
@@ -122,17 +117,21 @@ void ChildProcess::collect(unsigned int milliseconds) {
         m_errors.ended =
             !readAll(m_process.error, m_errors.text, m_output.ended ? milliseconds : 0);
     }
-    if (m_process.output != -1 && !m_output.ended) {
+    if (m_process.output != -1 && !m_output.ended)
         m_output.ended = !readAll(m_process.output, m_output.text, milliseconds);
-    }
 }
 
 void ChildProcess::collectOthers() const {
-    for (ChildProcess *child : children()) {
-        if (child != this) {
+    for (ChildProcess *child : children())
+        if (child != this)
             child->collect(0);
-        }
-    }
+}
+
+testing::AssertionResult ChildProcess::ends(int code, const std::string &why) {
+    return exitCode() == code && m_errors.text.find(why) != std::string::npos
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << "not " << code << " of " << why << '\n'
+                                             << story();
 }
 
 int ChildProcess::exitCode(unsigned int milliseconds) {
@@ -141,9 +140,8 @@ int ChildProcess::exitCode(unsigned int milliseconds) {
     while (started() && !platform::waitProcess(m_process, turnMs)) {
         collectOthers();
         collect(0);
-        if (Clock::now() >= deadline) {
+        if (Clock::now() >= deadline)
             return -1;
-        }
     }
     collect(0);
     return m_process.ended ? m_process.exitCode : -1;
@@ -163,13 +161,11 @@ void ChildProcess::kill() {
 std::string ChildProcess::story() const {
     platform::waitProcess(m_process, 0);
     std::string story = "command:";
-    for (const std::string &argument : m_arguments) {
+    for (const std::string &argument : m_arguments)
         story += " " + argument;
-    }
     story += "\n--- standard output:\n" + m_output.text + "--- standard error:\n" + m_errors.text;
-    if (!started()) {
+    if (!started())
         return story + "--- was not started: " + m_failure;
-    }
     return story + (m_process.ended ? "--- ended with " + std::to_string(m_process.exitCode)
                                     : "--- still runs");
 }

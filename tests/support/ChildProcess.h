@@ -2,9 +2,9 @@
 // has a bound. What still runs at the end of the object is ended by force.
 //
 //     ChildProcess host({VINTOK_PROGRAM, "host", "--local"});
-//     ASSERT_TRUE(host.printed("PORT:")) << host.story();
+//     ASSERT_TRUE(host.printed("PORT:"));
 //     host.type("/leave");
-//     EXPECT_EQ(0, host.exitCode()) << host.story();
+//     EXPECT_TRUE(host.ends(0));
 #ifndef VINTOK_TESTS_CHILDPROCESS_H
 #define VINTOK_TESTS_CHILDPROCESS_H
 
@@ -12,6 +12,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <utility>
@@ -40,15 +41,17 @@ public:
 
     // Waits until a line of the standard output contains `text`, or holds what `wanted` asks, and
     // takes all lines up to that one: the next wait begins behind it. `line` gets it.
-    bool printed(const std::string &text, std::string *line = nullptr);
-    bool printed(const std::function<bool(const std::string &)> &wanted,
-                 std::string *line = nullptr);
+    testing::AssertionResult printed(const std::string &text, std::string *line = nullptr);
+    testing::AssertionResult printed(const std::function<bool(const std::string &)> &wanted,
+                                     std::string *line = nullptr);
     // The same for standard error.
-    bool complained(const std::string &text, std::string *line = nullptr);
+    testing::AssertionResult complained(const std::string &text, std::string *line = nullptr);
 
     // Waits for the end. -1 when it does not come within the bound or the child was never started;
     // 128 + n where a signal n ended it.
     int exitCode(unsigned int milliseconds = patienceMs);
+    // The same: it ends with this code, having said why on standard error.
+    testing::AssertionResult ends(int code, const std::string &why = "");
     bool interrupt();
     // Ends it by force and waits for that end.
     void kill();
@@ -66,8 +69,9 @@ private:
         bool ended = false;
     };
 
-    bool waitFor(Collected &stream, const std::function<bool(const std::string &)> &wanted,
-                 std::string *line);
+    testing::AssertionResult waitFor(Collected &stream,
+                                     const std::function<bool(const std::string &)> &wanted,
+                                     std::string *line);
     bool takeLine(Collected &stream, const std::function<bool(const std::string &)> &wanted,
                   std::string *line);
     // Reads what there is; with `milliseconds` waits for it on the standard output first.

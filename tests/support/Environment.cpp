@@ -7,22 +7,26 @@
 
 namespace vintok::test {
 
-ScopedEnvironment::ScopedEnvironment(std::string name) : m_name(std::move(name)) {
-    if (const char *before = std::getenv(m_name.c_str()))
-        m_before = before;
-    platform::unsetEnvironment(m_name);
+namespace {
+
+void assign(const std::string &name, const std::optional<std::string> &value) {
+    if (value)
+        platform::setEnvironment(name, *value);
+    else
+        platform::unsetEnvironment(name);
 }
 
-ScopedEnvironment::ScopedEnvironment(std::string name, const std::string &value)
-    : ScopedEnvironment(std::move(name)) {
-    platform::setEnvironment(m_name, value);
+} // namespace
+
+ScopedEnvironment::ScopedEnvironment(std::string name, const std::optional<std::string> &value)
+    : m_name(std::move(name)) {
+    if (const char *before = std::getenv(m_name.c_str()))
+        m_before = before;
+    assign(m_name, value);
 }
 
 ScopedEnvironment::~ScopedEnvironment() {
-    if (m_before)
-        platform::setEnvironment(m_name, *m_before);
-    else
-        platform::unsetEnvironment(m_name);
+    assign(m_name, m_before);
 }
 
 } // namespace vintok::test

@@ -7,11 +7,11 @@
 
 namespace vintok::test {
 
-// Sets a variable, or with one argument removes it, and puts back what was there when it goes.
+// Sets a variable, or without a value removes it, and puts back what was there when it goes.
 class ScopedEnvironment {
 public:
-    explicit ScopedEnvironment(std::string name);
-    ScopedEnvironment(std::string name, const std::string &value);
+    explicit ScopedEnvironment(std::string name,
+                               const std::optional<std::string> &value = std::nullopt);
     ~ScopedEnvironment();
     ScopedEnvironment(const ScopedEnvironment &) = delete;
     ScopedEnvironment &operator=(const ScopedEnvironment &) = delete;

@@ -3,13 +3,13 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
+#include "support/SocketPair.h"
 #include "vintok/TCPAddress.h"
 #include "vintok/TCPStream.h"
 
-#include <chrono>
+#include <algorithm>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace vintok::test {
 
@@ -20,16 +20,6 @@ int openSocket() {
     static const bool started = init();
     static_cast<void>(started); // false also when this machine's own name does not resolve
     return platform::openSocket(platform::FAMILY_IPV4);
-}
-
-platform::Endpoint loopback(unsigned short port) {
-    TCPAddress address;
-    address.setLoopbackIPv4();
-    address.setHostByteOrderPort(port);
-    platform::Endpoint endpoint;
-    address.IPv4(endpoint.ipv4);
-    endpoint.port = address.port();
-    return endpoint;
 }
 
 const unsigned char *raw(const std::string &bytes) {
@@ -47,8 +37,9 @@ std::vector<std::string> command(const std::vector<std::string> &options, unsign
 
 // ---- A client ----
 
-Client::Client(unsigned short port) : m_descriptor(openSocket()) {
-    EXPECT_TRUE(platform::connectSocket(m_descriptor, loopback(port)));
+Client::Client(unsigned short port, const std::string &bytes) : m_descriptor(openSocket()) {
+    EXPECT_TRUE(platform::connectSocket(m_descriptor, loopbackEndpoint(port)));
+    sends(bytes);
 }
 
 bool Client::sends(const std::string &bytes) {
@@ -56,9 +47,8 @@ bool Client::sends(const std::string &bytes) {
     while (sent < bytes.size()) {
         const std::int64_t count =
             platform::send(m_descriptor, raw(bytes) + sent, bytes.size() - sent);
-        if (count <= 0) {
+        if (count <= 0)
             return false;
-        }
         sent += static_cast<std::size_t>(count);
     }
     return true;
@@ -76,15 +66,25 @@ std::size_t Client::pours(const std::string &bytes) {
     return sent;
 }
 
+std::string Client::takes() {
+    std::string bytes(65536, '\0');
+    const std::int64_t count =
+        waits(ChildProcess::patienceMs)
+            ? platform::receive(m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()),
+                                bytes.size())
+            : 0;
+    bytes.resize(static_cast<std::size_t>(std::max<std::int64_t>(count, 0)));
+    return bytes;
+}
+
 std::string Client::receives(std::size_t length) {
     std::string bytes(length, '\0');
     std::size_t got = 0;
     while (got < length && waits(ChildProcess::patienceMs)) {
         const std::int64_t count = platform::receive(
             m_descriptor, reinterpret_cast<unsigned char *>(bytes.data()) + got, length - got);
-        if (count <= 0) {
+        if (count <= 0)
             break;
-        }
         got += static_cast<std::size_t>(count);
     }
     bytes.resize(got);
@@ -95,9 +95,8 @@ std::string Client::answer() {
     std::string head;
     while (head.find("\r\n\r\n") == std::string::npos) {
         const std::string byte = receives(1);
-        if (byte.empty()) {
+        if (byte.empty())
             return head + "<end>";
-        }
         head += byte;
     }
     return head;
@@ -109,7 +108,8 @@ std::string Client::rest() {
 
 bool Client::seesTheEnd() {
     unsigned char byte = 0;
-    return waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0;
+    return m_descriptor == -1 ||
+           (waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0);
 }
 
 bool Client::hasBytes() {
@@ -117,8 +117,8 @@ bool Client::hasBytes() {
 }
 
 bool Client::waits(unsigned int milliseconds) {
-    return platform::awaitSocket(m_descriptor, platform::Await::readable,
-                                 static_cast<std::int32_t>(milliseconds));
+    return m_descriptor != -1 && platform::awaitSocket(m_descriptor, platform::Await::readable,
+                                                       static_cast<std::int32_t>(milliseconds));
 }
 
 void Client::endsSending() {
@@ -140,7 +140,7 @@ void Client::closes() {
 // ---- A party ----
 
 Called::Called() : m_listener(openSocket()) {
-    platform::Endpoint endpoint = loopback(0);
+    platform::Endpoint endpoint = loopbackEndpoint(0);
     EXPECT_TRUE(platform::bindSocket(m_listener, endpoint) &&
                 platform::listenSocket(m_listener, 4096) &&
                 platform::boundEndpoint(m_listener, endpoint.family, endpoint));
@@ -151,11 +151,11 @@ Called::Called() : m_listener(openSocket()) {
 
 std::unique_ptr<Client> Called::picksUp() {
     platform::Endpoint peer;
-    if (!platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs)) {
-        return nullptr;
-    }
-    return std::make_unique<Client>(
-        Client::Accepted{platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer)});
+    const bool called =
+        platform::awaitSocket(m_listener, platform::Await::readable, ChildProcess::patienceMs);
+    EXPECT_TRUE(called) << "nobody calls port " << m_port;
+    return std::make_unique<Client>(Client::Accepted{
+        called ? platform::acceptSocket(m_listener, platform::FAMILY_IPV4, peer) : -1});
 }
 
 void Called::stops() {
@@ -184,16 +184,11 @@ std::size_t Multiplexer::count(const std::string &name) const {
                : static_cast<std::size_t>(std::atoll(page.c_str() + at + name.size() + 2));
 }
 
-bool Multiplexer::comesTo(const std::string &name, std::size_t value) const {
-    const auto limit =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(ChildProcess::patienceMs);
-    while (count(name) != value) {
-        if (std::chrono::steady_clock::now() > limit) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
+testing::AssertionResult Multiplexer::comesTo(const std::string &name, std::size_t value) const {
+    return comesTrue([&] { return count(name) == value; })
+               ? testing::AssertionSuccess()
+               : testing::AssertionFailure() << count(name) << ' ' << name << '\n'
+                                             << story();
 }
 
 // ---- What is asked ----

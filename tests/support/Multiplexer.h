@@ -20,7 +20,8 @@ inline const std::string OFFER = "pLorMUX_Offer: true\r\n";
 // A client of raw bytes. Reads wait, with a bound; writes wait.
 class Client {
 public:
-    explicit Client(unsigned short port); // of this machine
+    // Calls a port of this machine, and says something at once.
+    explicit Client(unsigned short port, const std::string &bytes = "");
     struct Accepted {
         int descriptor;
     };
@@ -34,6 +35,7 @@ public:
     std::size_t pours(const std::string &bytes);
     // So many bytes; fewer when the stream ends or nothing more comes.
     std::string receives(std::size_t length);
+    std::string takes();  // what comes next, however much it is; empty at the end
     std::string answer(); // the head of a reply
     std::string rest();   // up to the end
     bool seesTheEnd();
@@ -58,7 +60,8 @@ public:
 
     unsigned short port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
-    std::unique_ptr<Client> picksUp(); // null when nobody calls
+    // The test fails when nobody calls; the client is then one whose stream has ended.
+    std::unique_ptr<Client> picksUp();
     void stops();
 
 private:
@@ -76,7 +79,7 @@ public:
 
     // A number of the status page.
     std::size_t count(const std::string &name) const;
-    bool comesTo(const std::string &name, std::size_t value) const;
+    testing::AssertionResult comesTo(const std::string &name, std::size_t value) const;
 
 private:
     unsigned short m_port = 0;

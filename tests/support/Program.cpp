@@ -24,9 +24,8 @@ std::vector<std::string> command(std::vector<std::string> arguments) {
 
 std::vector<std::string> quiet(std::vector<std::string> arguments) {
     arguments.push_back("--json");
-    if (arguments[0].find("relay-") != 0 && arguments[0] != "control") {
+    if (arguments[0].find("relay-") != 0 && arguments[0] != "control")
         arguments.push_back("--local");
-    }
     return command(std::move(arguments));
 }
 
@@ -39,8 +38,8 @@ ChildProcess Program::plain(std::vector<std::string> arguments) {
     return ChildProcess(command(std::move(arguments)), cleanEnvironment);
 }
 
-bool Program::tells(const std::string &event, const std::vector<EventField> &fields,
-                    std::string *line) {
+testing::AssertionResult Program::tells(const std::string &event,
+                                        const std::vector<EventField> &fields, std::string *line) {
     return printed(
         [&](const std::string &one) {
             return one.find("{\"event\":\"" + event + "\"") == 0 &&
@@ -52,14 +51,35 @@ bool Program::tells(const std::string &event, const std::vector<EventField> &fie
         line);
 }
 
-std::string Program::target() {
+testing::AssertionResult Program::answers(const std::string &typed, const std::string &event,
+                                          const std::vector<EventField> &fields,
+                                          std::string *line) {
+    type(typed);
+    return tells(event, fields, line);
+}
+
+testing::AssertionResult Program::refuses(const std::string &typed, const std::string &why) {
+    return answers(typed, "problem", {text("text", why)});
+}
+
+testing::AssertionResult Program::isHeard(const std::string &typed, Program &other,
+                                          std::vector<EventField> fields) {
+    type(typed);
+    fields.push_back(text("text", typed));
+    return other.tells("said", fields);
+}
+
+unsigned short Program::port() {
     std::string line;
-    if (!tells("port", {}, &line)) {
-        return "";
-    }
+    if (!tells("port", {}, &line))
+        return 0;
     const std::string key = "\"port\":";
-    const std::size_t begin = line.rfind(key) + key.size();
-    return "127.0.0.1:" + line.substr(begin, line.find('}') - begin);
+    return static_cast<unsigned short>(std::stoi(line.substr(line.rfind(key) + key.size())));
+}
+
+std::string Program::target() {
+    const unsigned short listens = port();
+    return listens == 0 ? "" : "127.0.0.1:" + std::to_string(listens);
 }
 
 } // namespace vintok::test

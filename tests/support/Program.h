@@ -3,7 +3,7 @@
 //
 //     Program host({"host", "--name", "Ann"});
 //     Program guest({"join", host.target(), "--name", "Bob"});
-//     ASSERT_TRUE(host.tells("joined", {named("Bob")})) << host.story();
+//     ASSERT_TRUE(host.tells("joined", {named("Bob")}));
 #ifndef VINTOK_TESTS_PROGRAM_H
 #define VINTOK_TESTS_PROGRAM_H
 
@@ -46,11 +46,23 @@ public:
     static ChildProcess plain(std::vector<std::string> arguments);
 
     // Waits for an event of that kind with these fields, behind the last one that was waited for.
-    bool tells(const std::string &event, const std::vector<EventField> &fields = {},
-               std::string *line = nullptr);
+    testing::AssertionResult tells(const std::string &event,
+                                   const std::vector<EventField> &fields = {},
+                                   std::string *line = nullptr);
 
-    // Where it listens; empty when it does not come to that.
+    // The same, once the line was typed.
+    testing::AssertionResult answers(const std::string &typed, const std::string &event,
+                                     const std::vector<EventField> &fields = {},
+                                     std::string *line = nullptr);
+    // The same, of a line that it does not understand or cannot obey.
+    testing::AssertionResult refuses(const std::string &typed, const std::string &why);
+    // Says a line: waits until the other one tells of it, with these fields.
+    testing::AssertionResult isHeard(const std::string &typed, Program &other,
+                                     std::vector<EventField> fields = {});
+
+    // Where it listens, to be asked once; empty, and 0, when it does not come to that.
     std::string target();
+    unsigned short port();
 };
 
 } // namespace vintok::test

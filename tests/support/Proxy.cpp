@@ -25,11 +25,9 @@ bool takesCalls(unsigned short port) {
 
 // What the shell would find; the administrator's programs are not on everybody's path.
 std::string programOf(Proxy::Kind kind) {
-    for (const char *folder : {"/usr/sbin/", "/usr/bin/", "/usr/local/sbin/", "/usr/local/bin/"}) {
-        if (std::filesystem::exists(folder + nameOf(kind))) {
+    for (const char *folder : {"/usr/sbin/", "/usr/bin/", "/usr/local/sbin/", "/usr/local/bin/"})
+        if (std::filesystem::exists(folder + nameOf(kind)))
             return folder + nameOf(kind);
-        }
-    }
     return nameOf(kind);
 }
 
@@ -49,9 +47,8 @@ std::string nameOf(Proxy::Kind kind) {
 Proxy::Proxy(Kind kind, const Setup &setup) {
     // One that runs as root gives its rights away and reads its files as somebody else.
     std::filesystem::permissions(m_folder.path(""), std::filesystem::perms::all);
-    for (int attempt = 0; attempt < 3 && !m_runs; ++attempt) { // somebody may take the port first
+    for (int attempt = 0; attempt < 3 && !m_runs; ++attempt) // somebody may take the port first
         m_runs = start(kind, setup);
-    }
 }
 
 // To end in order takes squid a second. One that is killed leaves shared memory behind.
@@ -68,12 +65,10 @@ bool Proxy::start(Kind kind, const Setup &setup) {
     m_process = std::make_unique<ChildProcess>(prepare(kind, setup));
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (m_process->started() && std::chrono::steady_clock::now() < limit) {
-        if (takesCalls(m_port)) {
+        if (takesCalls(m_port))
             return true;
-        }
-        if (m_process->exitCode(20) != -1) { // a wait, too
+        if (m_process->exitCode(20) != -1) // a wait, too
             return false;
-        }
     }
     return false;
 }
@@ -119,12 +114,10 @@ std::string Proxy::squid(const Setup &setup) const {
         "\npid_filename none\naccess_log none\ncache_log /dev/null\ncache deny all\n"
         "cache_mem 0\npinger_enable off\ncoredump_dir none\nshutdown_lifetime 0 seconds\n"
         "acl tunnels method CONNECT\n";
-    if (setup.onlyPort != 0) {
+    if (setup.onlyPort != 0)
         lines += "acl good port " + std::to_string(setup.onlyPort) + "\nhttp_access deny !good\n";
-    }
-    if (!setup.asks) {
+    if (!setup.asks)
         return lines + "http_access allow tunnels\nhttp_access deny all\n";
-    }
     const std::string users =
         m_folder.holding("users", "ann:$apr1$abcdefgh$h9FWgUz3n9YxylKLlR5SQ/\n");
     return lines + "auth_param basic program " + basicHelper + ' ' + users +

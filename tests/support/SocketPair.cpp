@@ -1,21 +1,19 @@
 #include "support/SocketPair.h"
 
-#include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "support/Meeting.h"
 #include "vintok/TCPStream.h"
 
+#include <array>
 #include <chrono>
+#include <cstring>
 #include <thread>
 
 namespace vintok::test {
 
-namespace {
-
-template <typename Condition>
-bool within20Seconds(Condition condition) {
+bool comesTrue(const std::function<bool()> &condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end)
@@ -25,7 +23,15 @@ bool within20Seconds(Condition condition) {
     return true;
 }
 
-} // namespace
+platform::Endpoint loopbackEndpoint(unsigned short port) {
+    platform::Endpoint endpoint;
+    const std::array<unsigned char, 4> address = {127, 0, 0, 1};
+    const std::array<unsigned char, 2> bytes = {static_cast<unsigned char>(port >> 8),
+                                                static_cast<unsigned char>(port)};
+    std::memcpy(&endpoint.ipv4, address.data(), address.size());
+    std::memcpy(&endpoint.port, bytes.data(), bytes.size());
+    return endpoint;
+}
 
 int listenSomewhere(unsigned short &port) {
     port = freshPort();
@@ -88,14 +94,14 @@ bool SocketPair::receiveWaits() {
 }
 
 bool awaitBytes(int fd, std::size_t count) {
-    return within20Seconds([&] {
+    return comesTrue([&] {
         std::size_t waiting = 0;
         return platform::bytesWaiting(fd, waiting) && waiting >= count;
     });
 }
 
 bool awaitEnd(int fd) {
-    return within20Seconds([&] {
+    return comesTrue([&] {
         platform::DescriptorSet set;
         set.insert(fd);
         std::size_t waiting = 0;

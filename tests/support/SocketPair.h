@@ -3,9 +3,11 @@
 #ifndef VINTOK_TESTS_SUPPORT_SOCKETPAIR_H
 #define VINTOK_TESTS_SUPPORT_SOCKETPAIR_H
 
+#include "platform/Socket.h"
 #include "support/Wire.h"
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -39,6 +41,12 @@ private:
     int m_mine = -1;
     int m_peer = -1;
 };
+
+// Looks again and again, for as long as a loaded machine may take. False when it does not come.
+bool comesTrue(const std::function<bool()> &condition);
+
+// The address of a port of this machine; nothing of the library is used.
+platform::Endpoint loopbackEndpoint(unsigned short port);
 
 // Waits until `count` bytes have arrived at the socket.
 bool awaitBytes(int fd, std::size_t count);

@@ -1,11 +1,9 @@
 #include "support/TLSEnds.h"
 
-#include "platform/Thread.h"
 #include "vintok/TCPStream.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <ctime>
 #include <thread>
 
@@ -141,13 +139,7 @@ std::string TLSEnds::peerReads(std::size_t length) {
 }
 
 bool TLSEnds::awaitPending(std::int64_t count) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (bytesPending(mine()) != count) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        platform::sleepMilliseconds(1);
-    }
-    return true;
+    return comesTrue([&] { return bytesPending(mine()) == count; });
 }
 
 } // namespace vintok::test
