@@ -351,6 +351,15 @@ public:
     // connected to.
     bool setSecurePreferred(bool on);
 
+    // ---- Guards ----
+
+    // All off at first. Each may be switched at any time, and holds for what comes from then on.
+
+    // Writes a file that arrives under a name of its own, in the folder where it goes, and gives it
+    // its name when it is whole. What had that name stays if the file breaks off. The callbacks
+    // tell the final path all the time. A process that dies leaves a file ".vintok-<number>.part".
+    void setTemporaryFiles(bool on) { _temporaryFiles = on; }
+
 private:
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
@@ -558,6 +567,7 @@ private:
     unsigned int _nextColorIndex = 0;
     WorkingsPointer _workings;
     FileProgressCallback _fileProgressCB = nullptr;
+    bool _temporaryFiles = false;
 
     static unsigned short s_defaultPort;
     static bool s_bindAnonymous;

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace vintok {
@@ -31,6 +32,7 @@ struct ConferenceParticipant::Workings {
     bool hostsByCall = false; // the meeting was begun by a call, not by `hostMeeting`
     AcceptGuard acceptGuard;
     const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
+    std::string temporaryFile;                            // empty: written in its place
     bool sendsFile = false;                               // inside `transferFile`
     std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
     std::uint64_t listChanges = 0;                        // of `_attendees`
@@ -161,10 +163,13 @@ struct ConferenceParticipant::Files {
                          const std::string &relativePath, const unsigned char *bytes,
                          std::size_t length);
     static void openFile(ConferenceParticipant &owner, const std::string &relativePath);
+    static std::FILE *openPlace(ConferenceParticipant &owner);
     static void bufferFile(ConferenceParticipant &owner);
     static void endFile(ConferenceParticipant &owner, const TCPAddress &neighbour, bool success);
     static void abandonFile(ConferenceParticipant &owner);
     static bool discardFile(ConferenceParticipant &owner);
+    static bool keepFile(ConferenceParticipant &owner);
+    static void removeFile(ConferenceParticipant &owner);
     static void sendFileTransferAck(ConferenceParticipant &owner, const TCPAddress &origin,
                                     bool success, const std::string &name);
 };
