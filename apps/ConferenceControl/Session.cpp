@@ -21,6 +21,7 @@ namespace control {
 namespace {
 
 constexpr int patience = 2000; // milliseconds, for an application to take the last of it
+constexpr std::int64_t largestClockStep = 604800; // seconds: a week
 
 } // namespace
 
@@ -214,6 +215,9 @@ bool Session::openParticipant(unsigned short port) {
         m_participant.reset();
         return false;
     }
+    m_participant->setMembersOnly(true);
+    m_participant->setTemporaryFiles(true);
+    m_participant->setLargestClockStep(largestClockStep);
     return true;
 }
 

@@ -110,6 +110,20 @@ void addMeeting(CLI::App &app, Options &options) {
         ->type_name("auto|always|never");
 }
 
+void addGuards(CLI::App &app, Options &options) {
+    app.add_flag_callback(
+        "--no-members-only", [&options] { options.membersOnly = false; },
+        "Take every message from whoever is connected, as older versions do");
+    app.add_flag_callback(
+        "--no-temporary-files", [&options] { options.temporaryFiles = false; },
+        "Write files that arrive in their place, over what is there");
+    app.add_option("--clock-step", options.largestClockStep,
+                   "Seconds by which the host may move this party's clock at most, 0 for any "
+                   "(604800, a week)")
+        ->type_name("SECONDS")
+        ->check(between(0, std::numeric_limits<unsigned int>::max()));
+}
+
 void addSecure(CLI::App &app, Options &options) {
     secure::Options &secure = options.secure;
     app.add_option("--tls-cert", secure.certificate,
@@ -160,6 +174,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addOfferOptions(*app, options);
     addMeeting(*app, options);
+    addGuards(*app, options);
     addSecure(*app, options);
     addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
     app->add_flag("--tls-demand-cert", options.secure.demandsCertificate,
@@ -184,6 +199,7 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     addTunnelOptions(*app, options);
     addPatience(*app, options);
     addMeeting(*app, options);
+    addGuards(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
@@ -204,6 +220,7 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
         "--no-wait", [&options] { options.speed = std::numeric_limits<double>::infinity(); },
         "Do not wait between the messages");
     addPatience(*app, options);
+    addGuards(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");

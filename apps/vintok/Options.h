@@ -57,6 +57,9 @@ struct Options {
     bool stay = false;
     unsigned int keepAlive = 30; // seconds of silence that a connection survives, 0: any
     unsigned int patience = 0;   // seconds that a call may ring, 0: for ever
+    bool membersOnly = true;     // see the library's guards
+    bool temporaryFiles = true;
+    unsigned int largestClockStep = 604800; // seconds, 0: any
 
     secure::Options secure;
     std::string tlsFolder;

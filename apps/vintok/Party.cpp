@@ -39,6 +39,9 @@ int Party::run() {
         return m_exitCode;
     introduce();
     setCallbacks();
+    m_participant.setMembersOnly(m_options.membersOnly);
+    m_participant.setTemporaryFiles(m_options.temporaryFiles);
+    m_participant.setLargestClockStep(m_options.largestClockStep);
     vintok::addTime(m_options.clockOffset);
     if (!m_options.files.empty() && !Participant::setFileRoot(m_options.files)) {
         fail("cannot keep files in '" + m_options.files + "'");
