@@ -117,6 +117,9 @@ void addGuards(CLI::App &app, Options &options) {
     app.add_flag_callback(
         "--no-temporary-files", [&options] { options.temporaryFiles = false; },
         "Write files that arrive in their place, over what is there");
+}
+
+void addClockStep(CLI::App &app, Options &options) {
     app.add_option("--clock-step", options.largestClockStep,
                    "Seconds by which the host may move this party's clock at most, 0 for any "
                    "(604800, a week)")
@@ -200,6 +203,7 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     addPatience(*app, options);
     addMeeting(*app, options);
     addGuards(*app, options);
+    addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
@@ -221,6 +225,7 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
         "Do not wait between the messages");
     addPatience(*app, options);
     addGuards(*app, options);
+    addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");

@@ -135,18 +135,12 @@ ConferenceRosterEntry *ConferenceParticipant::_getHost() const {
 
 ConferenceRosterEntry *ConferenceParticipant::_getLeader() const {
     return firstOf(
-        _attendees,
-        [this](const ConferenceRosterEntry &entry) {
-            return entry.isLeader() && (!_membersOnly || entry.doBroadcast());
-        });
+        _attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeader(); });
 }
 
 ConferenceRosterEntry *ConferenceParticipant::_getPendingLeader() const {
     return firstOf(
-        _attendees,
-        [this](const ConferenceRosterEntry &entry) {
-            return entry.isLeadPending() && (!_membersOnly || entry.doBroadcast());
-        });
+        _attendees, [](const ConferenceRosterEntry &entry) { return entry.isLeadPending(); });
 }
 
 bool ConferenceParticipant::_removeDescriptor(const TCPAddress &address) {

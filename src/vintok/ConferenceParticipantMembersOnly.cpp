@@ -194,13 +194,8 @@ void ConferenceParticipant::MembersOnly::settle(const ConferenceParticipant &own
                                                 ConferenceRosterEntry *peer, bool called) {
     if (!owner._membersOnly)
         return;
-    if (owner._self.isHost())
-        peer->setHost(false);
-    if (peer->isHost())
-        return;
-    peer->setLeader(false);
-    peer->setLeadPending(false);
-    peer->setServer(peer->isServer() && called);
+    peer->setHost(peer->isHost() && !owner._self.isHost());
+    peer->setServer(peer->isServer() && (peer->isHost() || called));
 }
 
 // ---- Addresses ----
