@@ -31,6 +31,7 @@
 #include <new>
 #include <random>
 #include <stdexcept>
+#include <string_view>
 
 namespace vintok {
 
@@ -158,12 +159,16 @@ bool mayReplace(const std::string &path) {
     return present != nullptr || errno == ENOENT;
 }
 
-// In the same folder, since a file is renamed within one disk only, and so short that it fits where
-// the longest name does. Nobody else can guess it and send a file of that name.
+// In the same folder, since a file is renamed within one disk only, and no shorter than the name
+// itself: what is too long for the system shows now. Nobody else can guess it and send a file of
+// that name.
 std::string temporaryName(const std::string &path) {
+    constexpr std::string_view ending = ".part";
     std::random_device random;
-    const std::size_t folder = path.find_last_of(platform::pathSeparator());
-    return path.substr(0, folder + 1) + formatText(".vintok-%08x%08x.part", random(), random());
+    const std::size_t folder = path.find_last_of(platform::pathSeparator()) + 1;
+    std::string name = formatText(".vintok-%08x%08x", random(), random());
+    name.resize(std::max(name.size() + ending.size(), path.size() - folder) - ending.size(), '0');
+    return path.substr(0, folder).append(name).append(ending);
 }
 
 // Where each character of a path begins that is a separator, with foreign ones made this system's.
