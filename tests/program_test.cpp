@@ -206,10 +206,16 @@ TEST_F(MeetingTest, WhenTheHostIsKilledTheOthersEndWell) {
     }
 }
 
-TEST_F(MeetingTest, WhoOnlyClaimsToBeTheHostEndsNobodysProgram) {
+// Without the guard, with which nobody hears of it.
+TEST_F(ProgramTest, WhoOnlyClaimsToBeTheHostEndsNobodysProgram) {
+    Program ann({"host", "--no-members-only"});
+    const std::string target = ann.target();
+    Program bob({"join", target, "--name", "Bob", "--no-members-only"});
     Meeting meeting;
     WirePeer eve(meeting, "Eve");
-    ASSERT_TRUE(eve.joins(port));
+    ASSERT_TRUE(bob.tells("changed", {named("Bob")})) << bob.story();
+    ASSERT_TRUE(
+        eve.joins(static_cast<unsigned short>(std::stoi(target.substr(target.rfind(':') + 1)))));
     eve.entry.state = state::meeting | state::host;
     ASSERT_TRUE(eve.sends(id::rosterReply, eve.entry.encode()) && eve.fences());
     eve.resets();

@@ -26,6 +26,9 @@ void apply(const Guards &guards, vintok::ConferenceParticipant &participant) {
                                  callerTime, callerFrame});
     participant.setMeetingLimits({guards.mostMembers, guards.mostFrame * megabyte, longestEntry});
     participant.setRosterByDifferences(true);
+    participant.setMembersOnly(guards.membersOnly);
+    participant.setTemporaryFiles(guards.temporaryFiles);
+    participant.setLargestClockStep(guards.largestClockStep);
 }
 
 } // namespace app

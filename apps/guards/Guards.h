@@ -15,9 +15,12 @@ struct Guards {
     unsigned int callerTime = 10;  // seconds for the hello, and again for the request to join
     unsigned int mostMembers = 900;
     unsigned int mostFrame = 64; // megabytes in one message of a member
+    bool membersOnly = true;
+    bool temporaryFiles = true;
+    unsigned int largestClockStep = 604800; // seconds: a week
 };
 
-// For all of them 0 is no limit.
+// For all numbers 0 is no limit.
 void apply(const Guards &guards, vintok::ConferenceParticipant &participant);
 
 // What a member may have waiting for a while.

@@ -110,7 +110,7 @@ void addMeeting(CLI::App &app, Options &options) {
         ->type_name("auto|always|never");
 }
 
-void addGuards(CLI::App &app, Options &options) {
+void addLimits(CLI::App &app, Options &options) {
     constexpr unsigned int most = 1 << 20;
     const auto add = [&](const char *name, unsigned int &value, const char *help,
                          const char *unit) {
@@ -130,6 +130,23 @@ void addGuards(CLI::App &app, Options &options) {
     add("--most-members", guards.mostMembers, "Guests in the meeting; 0: any (900)", "COUNT");
     add("--most-message", guards.mostFrame, "The longest message of a guest; 0: any (64)",
         "MEGABYTES");
+}
+
+void addTrust(CLI::App &app, Options &options) {
+    app.add_flag_callback(
+        "--no-members-only", [&options] { options.guards.membersOnly = false; },
+        "Take every message from whoever is connected, as older versions do");
+    app.add_flag_callback(
+        "--no-temporary-files", [&options] { options.guards.temporaryFiles = false; },
+        "Write files that arrive in their place, over what is there");
+}
+
+void addClockStep(CLI::App &app, Options &options) {
+    app.add_option("--clock-step", options.guards.largestClockStep,
+                   "Seconds by which the host may move this party's clock at most, 0 for any "
+                   "(604800, a week)")
+        ->type_name("SECONDS")
+        ->check(between(0, std::numeric_limits<unsigned int>::max()));
 }
 
 void addSecure(CLI::App &app, Options &options) {
@@ -182,7 +199,8 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addOfferOptions(*app, options);
     addMeeting(*app, options);
-    addGuards(*app, options);
+    addLimits(*app, options);
+    addTrust(*app, options);
     addSecure(*app, options);
     addWait(*app, options, "Wait so long for a caller to begin with TLS (600)");
     app->add_flag("--tls-demand-cert", options.secure.demandsCertificate,
@@ -207,6 +225,8 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     addTunnelOptions(*app, options);
     addPatience(*app, options);
     addMeeting(*app, options);
+    addTrust(*app, options);
+    addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");
@@ -227,6 +247,8 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
         "--no-wait", [&options] { options.speed = std::numeric_limits<double>::infinity(); },
         "Do not wait between the messages");
     addPatience(*app, options);
+    addTrust(*app, options);
+    addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
     addListening(*app, options, "the configured port, normally 7777");

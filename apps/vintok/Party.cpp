@@ -39,8 +39,7 @@ int Party::run() {
         return m_exitCode;
     introduce();
     setCallbacks();
-    if (m_options.role == Role::host)
-        apply(m_options.guards, m_participant);
+    apply(m_options.guards, m_participant);
     vintok::addTime(m_options.clockOffset);
     if (!m_options.files.empty() && !Participant::setFileRoot(m_options.files)) {
         fail("cannot keep files in '" + m_options.files + "'");

@@ -19,8 +19,9 @@ std::FILE *openFile(const std::string &path, const char *mode);
 std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length);
 bool closeFile(std::FILE *stream);
 
-// Creates a file that its owner alone may read, and opens it for writing. Null, with `errno`, when
-// the path exists, whatever it is. Where files have no modes it is like any other.
+// Create a file and open it for writing bytes. Null, with `errno`, when the path exists, whatever
+// it is. The private one its owner alone may read; where files have no modes it is like any other.
+std::FILE *createFile(const std::string &path);
 std::FILE *createPrivateFile(const std::string &path);
 
 // '/' or '\\'.
@@ -38,6 +39,8 @@ bool isOrdinary(const std::string &path);
 bool isFolder(const std::string &path); // also by a link
 bool makeDirectory(const std::string &path);
 bool removeFile(const std::string &path);
+// Gives a file another name in the same folder, in place of a file that has it.
+bool replaceFile(const std::string &path, const std::string &name);
 
 // Whether a name in a path stands for something other than a file of that name: a device, a drive,
 // a stream inside another file.

@@ -21,6 +21,10 @@ struct ClockCorrection {
 // versions reckon like this and agree because of it.
 ClockCorrection correctClock(std::uint64_t send, std::uint64_t receive, std::uint64_t remote);
 
+// `decodeEchoReply` that refuses a correction of more than `largestStep` seconds, unless that is
+// not positive. False, logged, with the clock as it was.
+bool takeEchoReply(unsigned char *body, std::uint64_t length, bool use32, std::int64_t largestStep);
+
 } // namespace vintok
 
 #endif

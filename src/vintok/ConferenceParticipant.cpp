@@ -348,19 +348,26 @@ struct ConferenceParticipant::Route {
             self._broadcastDataCB(&self, message.messageBuffer(), message.messageBufferLength());
     }
     static void fileBegin(Party &self, Peer *peer, TCPMessage &message) {
+        if (!MembersOnly::mayBeginFile(self, peer, message))
+            return;
         if (self._fileTransferOrigin.isIPv4() || self._fileTransferOrigin.isIPv6())
             return; // one file at a time
         self._fileTransferOrigin = message.originAddress();
         self._workings->fileNeighbour = peer;
+        self._workings->fileSign = std::chrono::steady_clock::now();
         body<&Party::_handleFileTransferBegin>(self, peer, message);
     }
     static void fileData(Party &self, Peer *peer, TCPMessage &message) {
         if (self._fileTransferOrigin == message.originAddress() &&
-            self._workings->fileNeighbour == peer) // whatever others call themselves
+            self._workings->fileNeighbour == peer) { // whatever others call themselves
+            self._workings->fileSign = std::chrono::steady_clock::now();
             body<&Party::_handleFileTransferData>(self, peer, message);
+        }
     }
     // Of whatever origin, deliberately: an end is how a transfer that hangs is got rid of.
     static void fileEnd(Party &self, Peer *peer, TCPMessage &message) {
+        if (!MembersOnly::mayEndFile(self, peer, message))
+            return;
         body<&Party::_handleFileTransferEnd>(self, peer, message);
         self._fileTransferOrigin.clear();
         self._workings->fileNeighbour = nullptr;
@@ -411,6 +418,8 @@ void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessa
         VINTOK_LOG(SEVERITY_ERROR, "_handleMessage Unknow message");
         return;
     }
+    if (!MembersOnly::takes(*this, peer, message))
+        return;
     if (route->showsVersion) {
         peer->setMajorVersion(message.messageMajorVersion());
         peer->setMinorVersion(message.messageMinorVersion());

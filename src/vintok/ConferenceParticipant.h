@@ -437,6 +437,24 @@ public:
     // changed since they were sent last, instead of the whole roster to everybody at each change.
     void setRosterByDifferences(bool on);
 
+    // Takes messages only from those from whom they can come: hello, request to join, answer to a
+    // call, goodbye and keep-alive from anybody, everything else from who is in the meeting. A
+    // member speaks for itself, the host for everybody, and nobody moves the clock unasked. What an
+    // entry says of this end's own knowledge, or of a role that its sender cannot have, is not
+    // believed. An address is taken by who has joined with it. docs/protocol.md has the table.
+    // The first message of a connection that is refused is logged. A reply to `sendEchoRequest`
+    // counts as unasked when the application has called that itself.
+    void setMembersOnly(bool on) { _membersOnly = on; }
+    // How many messages that guard has refused so far.
+    std::uint64_t refusedMessages() const { return _refusedMessages; }
+    // By how many seconds at most another party's clock may move this one, 0 for any. A larger
+    // correction is refused as a whole and logged, without the synch-time callback.
+    void setLargestClockStep(std::int64_t seconds) { _largestClockStep = seconds; }
+    // Writes a file that arrives under a name of its own, in the folder where it goes, and gives it
+    // its name when it is whole. What had that name stays if the file breaks off. The callbacks
+    // tell the final path all the time. A process that dies leaves a file ".vintok-<number>.part".
+    void setTemporaryFiles(bool on) { _temporaryFiles = on; }
+
 private:
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
@@ -461,6 +479,7 @@ private:
     struct Lead;
     struct Life;
     struct Lists;
+    struct MembersOnly;
     struct Relaying;
     struct Roster;
     struct Security;
@@ -648,6 +667,10 @@ private:
     unsigned int _nextColorIndex = 0;
     WorkingsPointer _workings;
     FileProgressCallback _fileProgressCB = nullptr;
+    bool _membersOnly = false;
+    bool _temporaryFiles = false;
+    std::uint64_t _refusedMessages = 0;
+    std::int64_t _largestClockStep = 0;
 
     static unsigned short s_defaultPort;
     static bool s_bindAnonymous;

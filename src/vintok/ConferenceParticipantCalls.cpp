@@ -138,7 +138,9 @@ bool ConferenceParticipant::Calling::mayCall(const ConferenceParticipant &owner,
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to call self");
         return false;
     }
-    if ((direct && owner._getPeer(target) != nullptr) || owner._getPending(target) != nullptr) {
+    const ConferenceRosterEntry *known = direct ? owner._getPeer(target) : nullptr;
+    if ((known != nullptr && MembersOnly::hasAddress(owner, *known)) ||
+        owner._getPending(target) != nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to place same call again");
         return false;
     }

@@ -1,5 +1,6 @@
 #include "vintok/ConferenceParticipantWorkings.h"
 
+#include "vintok/ClockCorrection.h"
 #include "vintok/TCPStream.h"
 #include "vintok/messageUtil.h"
 
@@ -14,6 +15,11 @@ namespace {
 constexpr unsigned short replyMinorVersion = 4;
 
 } // namespace
+
+void ConferenceParticipant::Clock::ask(ConferenceRosterEntry *peer) {
+    if (sendEchoRequest(peer->descriptor(), s_majorVersion, s_minorVersion, true))
+        ++peer->m_echoesAwaited;
+}
 
 void ConferenceParticipant::_handleEchoRequest(ConferenceRosterEntry *peer, unsigned char *body,
                                                std::uint64_t length) {
@@ -31,7 +37,7 @@ void ConferenceParticipant::_handleEchoReply(ConferenceRosterEntry *peer, unsign
                                              std::uint64_t length) {
     if (!_isListed(peer) || body == nullptr || length == 0)
         return;
-    if (decodeEchoReply(body, length, true))
+    if (takeEchoReply(body, length, true, _largestClockStep))
         Clock::tellSynchTime(*this, getAddTime(), getSubtractTime());
 }
 

@@ -104,7 +104,8 @@ bool ConferenceParticipant::Crossing::isAdmitted(ConferenceParticipant &owner,
 bool ConferenceParticipant::Crossing::crosses(const ConferenceParticipant &owner,
                                               const ConferenceRosterEntry *peer) {
     const ConferenceRosterEntry *twin = Roster::getTwin(owner, peer);
-    return !twin->doBroadcast() && owner._getPending(twin->descriptor()) != nullptr &&
+    return twin != nullptr && !twin->doBroadcast() &&
+           owner._getPending(twin->descriptor()) != nullptr &&
            owner._getPending(peer->descriptor()) == nullptr && *peer < owner._self;
 }
 
@@ -113,7 +114,8 @@ void ConferenceParticipant::Crossing::giveUpForTwin(ConferenceParticipant &owner
                                                     ConferenceRosterEntry *peer) {
     TempRosterEntry *call = owner._getPending(peer->descriptor());
     const ConferenceRosterEntry *twin = Roster::getTwin(owner, peer);
-    if (call == nullptr || twin->isShadow() || owner._getPending(twin->descriptor()) != nullptr)
+    if (call == nullptr || twin == nullptr || twin->isShadow() ||
+        owner._getPending(twin->descriptor()) != nullptr)
         return;
     if (!twin->doBroadcast())
         Ending::loseCall(call, *peer);

@@ -8,6 +8,9 @@
 // The path comes from the network. It may use either separator, becomes one of this system, and
 // stays below the root: whatever could lead elsewhere counts as a file that cannot be opened. Only
 // folders that the owner has linked there himself are used, when he says so.
+//
+// With `setTemporaryFiles` the file is written beside its place (`Workings::temporaryFile`) and
+// replaces what is there when it is whole.
 #include "vintok/ConferenceParticipantWorkings.h"
 
 #include "platform/Environment.h"
@@ -21,10 +24,14 @@
 #include "vintok/WireText.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <new>
+#include <random>
+#include <stdexcept>
+#include <string_view>
 
 namespace vintok {
 
@@ -143,6 +150,26 @@ public:
 private:
     bool &m_flag;
 };
+
+// Whether a file that is there could be written over. A path that ends in a separator names none.
+bool mayReplace(const std::string &path) {
+    if (isSeparator(path.back()))
+        return false;
+    const File present(platform::openFile(path, "r+b"));
+    return present != nullptr || errno == ENOENT;
+}
+
+// In the same folder, since a file is renamed within one disk only, and no shorter than the name
+// itself: what is too long for the system shows now. Nobody else can guess it and send a file of
+// that name.
+std::string temporaryName(const std::string &path) {
+    constexpr std::string_view ending = ".part";
+    std::random_device random;
+    const std::size_t folder = path.find_last_of(platform::pathSeparator()) + 1;
+    std::string name = formatText(".vintok-%08x%08x", random(), random());
+    name.resize(std::max(name.size() + ending.size(), path.size() - folder) - ending.size(), '0');
+    return path.substr(0, folder).append(name).append(ending);
+}
 
 // Where each character of a path begins that is a separator, with foreign ones made this system's.
 std::vector<std::size_t> fixSeparators(char *path) {
@@ -290,12 +317,30 @@ void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
     owner._fixPath();
     owner._fileTransferReceived = 0;
     owner._fileTransferWritten = 0;
-    owner._fileTransferStream = platform::openFile(owner._fileTransferPath, "wb");
+    owner._fileTransferStream = openPlace(owner);
     if (owner._fileTransferStream == nullptr)
         VINTOK_LOG(SEVERITY_ERROR,
                    "_handleFileTransferBegin cannot open " + visibleText(owner._fileTransferPath));
     else
         bufferFile(owner);
+}
+
+// The file itself, or one in its folder that gets its name in the end. What could not be written in
+// its place is not replaced either.
+std::FILE *ConferenceParticipant::Files::openPlace(ConferenceParticipant &owner) {
+    const std::string path = owner._fileTransferPath;
+    std::string &temporary = owner._workings->temporaryFile;
+    temporary.clear();
+    if (!owner._temporaryFiles)
+        return platform::openFile(path, "wb");
+    if (!mayReplace(path))
+        return nullptr;
+    try {
+        temporary = temporaryName(path);
+    } catch (const std::runtime_error &) {
+        return nullptr; // the system has no random numbers
+    }
+    return platform::createFile(temporary);
 }
 
 // A chunk is small, and a write of the system's for each would cost more than all the rest. Without
@@ -349,11 +394,11 @@ void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, 
     else if (_fileTransferWritten != announced)
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferEnd transfer failed wrong size");
     else
-        success = true;
+        success = Files::keepFile(*this);
     if (success)
         VINTOK_LOG(SEVERITY_DEBUG, "File TransferComplete");
     else
-        platform::removeFile(_fileTransferPath);
+        Files::removeFile(*this);
     Files::endFile(*this, peer != nullptr ? static_cast<const TCPAddress &>(*peer) : TCPAddress(),
                    success);
 }
@@ -391,8 +436,23 @@ bool ConferenceParticipant::Files::discardFile(ConferenceParticipant &owner) {
         return false;
     platform::closeFile(owner._fileTransferStream);
     owner._fileTransferStream = nullptr;
-    platform::removeFile(owner._fileTransferPath);
+    removeFile(owner);
     return true;
+}
+
+// The whole file comes into its place, unless it was written there.
+bool ConferenceParticipant::Files::keepFile(ConferenceParticipant &owner) {
+    const std::string &temporary = owner._workings->temporaryFile;
+    if (temporary.empty() || platform::replaceFile(temporary, owner._fileTransferPath))
+        return true;
+    VINTOK_LOG(SEVERITY_ERROR,
+               "_handleFileTransferEnd cannot replace " + visibleText(owner._fileTransferPath));
+    return false;
+}
+
+void ConferenceParticipant::Files::removeFile(ConferenceParticipant &owner) {
+    const std::string &temporary = owner._workings->temporaryFile;
+    platform::removeFile(temporary.empty() ? owner._fileTransferPath : temporary);
 }
 
 // The body is four bytes short of its fields, deliberately: with the empty name that every transfer

@@ -21,7 +21,6 @@
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 #include "vintok/TCPStream.h"
-#include "vintok/messageUtil.h"
 
 namespace vintok {
 
@@ -172,6 +171,7 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
         return;
     if (!(request == *peer))
         return; // not whom the hello announced
+    MembersOnly::believe(*this, request, *peer);
     const unsigned short major = peer->majorVersion();
     const unsigned short minor = peer->minorVersion();
     takeEntry(*peer, request);
@@ -214,7 +214,7 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
     }
     _printSSLInfo(peer, secure.wanted, secure.multiplexed);
     peer->setJoinPending(false);
-    Joining::admit(*this, peer);
+    Joining::admit(*this, peer, false);
     if (!_self.isMeeting()) {
         _self.setMeeting(true);
         _self.setMeetingName(peer->meetingName());
@@ -242,7 +242,7 @@ void ConferenceParticipant::Joining::welcome(ConferenceParticipant &owner,
         owner._tell(owner._leadChangeCB, *peer);
     if (!owner._isListed(peer))
         return;
-    sendEchoRequest(peer->descriptor(), s_majorVersion, s_minorVersion, true);
+    Clock::ask(peer);
     owner._requestRoster(peer);
 }
 
@@ -300,13 +300,13 @@ bool ConferenceParticipant::Joining::callAccepted(ConferenceParticipant &owner,
         Roster::giveColor(owner, peer);
     } else {
         owner._self.setMeetingName(peer->meetingName());
-        sendEchoRequest(descriptor, s_majorVersion, s_minorVersion, true);
+        Clock::ask(peer);
     }
     if (owner._acceptedCB != nullptr)
         owner._acceptedCB(&owner, call.remoteName(), *peer);
     if (!owner._isListed(peer))
         return false;
-    admit(owner, peer);
+    admit(owner, peer, true);
     owner._self.setMeeting(true);
     Crossing::endCrossing(owner, peer);
     if (owner._isListed(peer))
@@ -323,8 +323,9 @@ bool ConferenceParticipant::Joining::callAccepted(ConferenceParticipant &owner,
 
 // From now on the party is a member, and its connection what it will stay: plain or secure.
 void ConferenceParticipant::Joining::admit(ConferenceParticipant &owner,
-                                           ConferenceRosterEntry *peer) {
+                                           ConferenceRosterEntry *peer, bool called) {
     Relaying::closeRelay(owner); // what was said before is not for it
+    MembersOnly::settle(owner, peer, called);
     peer->setDoBroadcast(true);
     readAhead(peer->descriptor());
     Guards::joined(owner, *peer);

@@ -97,10 +97,14 @@ ConferenceRosterEntry *ConferenceParticipant::_getPeer(const TCPAddress &address
 // Who waits for an answer; of two connections to one party the one that asks.
 ConferenceRosterEntry *ConferenceParticipant::Lists::getCaller(const ConferenceParticipant &owner,
                                                                const TCPAddress &address) {
-    ConferenceRosterEntry *asking =
-        firstOf(owner._attendees, [&](const ConferenceRosterEntry &entry) {
-            return entry == address && !entry.isProxy() && entry.isJoinPending();
-        });
+    const auto asks = [&](const ConferenceRosterEntry &entry) {
+        return entry == address && !entry.isProxy() && entry.isJoinPending();
+    };
+    // Where several may ask in one address, the application has heard of the last one last.
+    std::vector<ConferenceRosterEntry *> entries = owner._attendees;
+    if (owner._membersOnly)
+        std::reverse(entries.begin(), entries.end());
+    ConferenceRosterEntry *asking = firstOf(entries, asks);
     return asking != nullptr ? asking : owner._getPeer(address);
 }
 

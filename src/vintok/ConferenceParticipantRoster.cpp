@@ -236,6 +236,7 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     if (member && !(*peer == entry))
         return; // a member cannot change its address
     const ConferenceRosterEntry before = *peer;
+    MembersOnly::believe(*this, entry, before);
     takeEntry(*peer, entry);
     peer->setProxyConnection(before.isProxyConnection());
     peer->setSecure(before.isSecure());
@@ -249,7 +250,10 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
         _tell(_userDataCB, *peer);
     if (!_isListed(peer))
         return;
-    if (_isUnique(peer)) {
+    MembersOnly::preferOwnCall(*this, peer);
+    if (!_isListed(peer))
+        return;
+    if (!MembersOnly::isOwnAddress(*this, *peer) && _isUnique(peer)) {
         VINTOK_LOG(SEVERITY_DEBUG, formatText("Entry is Unique %d\n", peer->descriptor()));
         if (TempRosterEntry *pending = _getPending(peer->descriptor()))
             _completeCall(peer, pending);
@@ -278,7 +282,7 @@ ConferenceRosterEntry *ConferenceParticipant::Roster::getTwin(const ConferencePa
     const auto found =
         std::find_if(owner._attendees.begin(), owner._attendees.end(), [&](const auto *listed) {
             return listed != nullptr && listed != entry && !listed->isProxyConnection() &&
-                   *listed == *entry;
+                   *listed == *entry && MembersOnly::hasAddress(owner, *listed);
         });
     return found != owner._attendees.end() ? *found : nullptr;
 }
@@ -331,6 +335,7 @@ void ConferenceParticipant::_handleRosterReply(ConferenceRosterEntry *peer, unsi
         return;
     const bool joinPending = known->isJoinPending();
     const unsigned short color = known->colorIndex();
+    MembersOnly::believe(*this, entry, *known);
     takeEntry(*known, entry);
     known->setJoinPending(joinPending);
     if (_self.isHost()) {

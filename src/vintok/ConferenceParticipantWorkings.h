@@ -8,6 +8,7 @@
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -81,6 +82,8 @@ struct ConferenceParticipant::Workings {
     bool hostsByCall = false; // the meeting was begun by a call, not by `hostMeeting`
     AcceptGuard acceptGuard;
     const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
+    std::chrono::steady_clock::time_point fileSign;       // when something of it came last
+    std::string temporaryFile;                            // empty: written in its place
     bool sendsFile = false;                               // inside `transferFile`
     std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
     std::uint64_t listChanges = 0;                        // of `_attendees`
@@ -190,6 +193,7 @@ struct ConferenceParticipant::Calling {
 };
 
 struct ConferenceParticipant::Clock {
+    static void ask(ConferenceRosterEntry *peer);
     static void tellSynchTime(ConferenceParticipant &owner, std::int64_t added,
                               std::int64_t subtracted);
 };
@@ -227,10 +231,13 @@ struct ConferenceParticipant::Files {
                          const std::string &relativePath, const unsigned char *bytes,
                          std::size_t length);
     static void openFile(ConferenceParticipant &owner, const std::string &relativePath);
+    static std::FILE *openPlace(ConferenceParticipant &owner);
     static void bufferFile(ConferenceParticipant &owner);
     static void endFile(ConferenceParticipant &owner, const TCPAddress &neighbour, bool success);
     static void abandonFile(ConferenceParticipant &owner);
     static bool discardFile(ConferenceParticipant &owner);
+    static bool keepFile(ConferenceParticipant &owner);
+    static void removeFile(ConferenceParticipant &owner);
     static void sendFileTransferAck(ConferenceParticipant &owner, const TCPAddress &origin,
                                     bool success, const std::string &name);
 };
@@ -272,7 +279,7 @@ struct ConferenceParticipant::Joining {
     static void welcome(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool callAccepted(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                              const TempRosterEntry &call);
-    static void admit(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static void admit(ConferenceParticipant &owner, ConferenceRosterEntry *peer, bool called);
     static bool wantsSecure(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
     static SecureStep acceptSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static SecureStep connectSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
@@ -297,6 +304,27 @@ struct ConferenceParticipant::Lists {
     static ConferenceRosterEntry *getCaller(const ConferenceParticipant &owner,
                                             const TCPAddress &address);
     static bool retire(ConferenceParticipant &owner, ConferenceRosterEntry *entry);
+};
+
+// The guard that `setMembersOnly` switches on. Off, each of these changes nothing.
+struct ConferenceParticipant::MembersOnly {
+    struct Case;
+    static bool takes(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                      const TCPMessage &message);
+    static void logRefused(const ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                           const TCPMessage &message);
+    static void believe(const ConferenceParticipant &owner, ConferenceRosterEntry &entry,
+                        const ConferenceRosterEntry &known);
+    static void settle(const ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                       bool called);
+    static bool hasAddress(const ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static bool isOwnAddress(const ConferenceParticipant &owner,
+                             const ConferenceRosterEntry &entry);
+    static void preferOwnCall(ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
+    static bool mayBeginFile(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                             const TCPMessage &message);
+    static bool mayEndFile(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                           const TCPMessage &message);
 };
 
 struct ConferenceParticipant::Roster {

@@ -140,6 +140,8 @@ private:
     bool m_doBroadcast = false;
     bool m_enabled = true;
     bool m_toldHost = false; // a hello to this party said that this end hosts
+    bool m_refused = false;  // a message of this party, and the log has told it
+    std::uint32_t m_echoesAwaited = 0;
     std::uint32_t m_numBadReads = 0;
     std::uint32_t m_totalBadReads = 0;
     std::uint64_t m_badReadKeepAliveTime = 0;

@@ -130,6 +130,11 @@ bool decodeEchoRequest(unsigned char *body, std::uint64_t length, std::uint64_t 
 }
 
 bool decodeEchoReply(unsigned char *body, std::uint64_t length, bool use32) {
+    return takeEchoReply(body, length, use32, 0);
+}
+
+bool takeEchoReply(unsigned char *body, std::uint64_t length, bool use32,
+                   std::int64_t largestStep) {
     // Taken first: the time that decoding takes is not part of the round trip.
     const auto receive = static_cast<std::uint64_t>(getTime());
     if (body == nullptr || length == 0)
@@ -150,6 +155,12 @@ bool decodeEchoReply(unsigned char *body, std::uint64_t length, bool use32) {
                                          shown(send), LongLong{receive}, shown(remote)));
 
     const ClockCorrection correction = correctClock(send, receive, remote);
+    const std::uint64_t step = correction.add + correction.subtract; // one of them is 0
+    if (largestStep > 0 && step > static_cast<std::uint64_t>(largestStep)) {
+        VINTOK_LOG(SEVERITY_WARNING,
+                   formatText("Refused to move the clock by %llu seconds", LongLong{step}));
+        return false;
+    }
     for (int i = 0; i < correction.beforeEpoch; ++i)
         failed("vintok::decodeEchoReply winging it with date before 1970");
     if (correction.subtract != 0)

@@ -11,6 +11,18 @@
 
 namespace vintok::platform {
 
+namespace {
+
+std::FILE *create(const std::string &path, mode_t mode) {
+    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    std::FILE *stream = descriptor == -1 ? nullptr : fdopen(descriptor, "w");
+    if (descriptor != -1 && stream == nullptr)
+        close(descriptor);
+    return stream;
+}
+
+} // namespace
+
 std::FILE *openFile(const std::string &path, const char *mode) {
     // "e" opens close-on-exec.
     return std::fopen(path.c_str(), (std::string(mode) + "e").c_str());
@@ -35,12 +47,12 @@ bool closeFile(std::FILE *stream) {
     return closed;
 }
 
+std::FILE *createFile(const std::string &path) {
+    return create(path, 0666);
+}
+
 std::FILE *createPrivateFile(const std::string &path) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    std::FILE *stream = descriptor == -1 ? nullptr : fdopen(descriptor, "w");
-    if (descriptor != -1 && stream == nullptr)
-        close(descriptor);
-    return stream;
+    return create(path, 0600);
 }
 
 char pathSeparator() {
@@ -81,6 +93,10 @@ bool makeDirectory(const std::string &path) {
 
 bool removeFile(const std::string &path) {
     return unlink(path.c_str()) == 0;
+}
+
+bool replaceFile(const std::string &path, const std::string &name) {
+    return rename(path.c_str(), name.c_str()) == 0;
 }
 
 bool isReservedName(const std::string &) {

@@ -89,6 +89,10 @@ bool closeFile(std::FILE *stream) {
 }
 
 std::FILE *createPrivateFile(const std::string &path) {
+    return createFile(path);
+}
+
+std::FILE *createFile(const std::string &path) {
     const int flags = _O_WRONLY | _O_CREAT | _O_EXCL | _O_NOINHERIT | _O_BINARY;
     const int descriptor = _open(path.c_str(), flags, _S_IREAD | _S_IWRITE);
     std::FILE *stream = descriptor == -1 ? nullptr : _fdopen(descriptor, "wb");
@@ -141,6 +145,10 @@ bool makeDirectory(const std::string &path) {
 
 bool removeFile(const std::string &path) {
     return _unlink(path.c_str()) == 0;
+}
+
+bool replaceFile(const std::string &path, const std::string &name) {
+    return MoveFileExA(path.c_str(), name.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
 }
 
 bool isReservedName(const std::string &name) {
