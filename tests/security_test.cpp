@@ -92,14 +92,8 @@ TEST_F(Security, AnOldPartyIsToldOfByItsOrigin) {
     EXPECT_THAT(origins, ElementsAre("/10.77.0.1", "/10.77.0.1", "/fd00:0:0:0:0:0:0:1",
                                      "/fd00:0:0:0:0:0:0:1"));
     const std::string text = log.text(); // at this level an entry says more than its message
-    const auto count = [&](const std::string &message) {
-        int found = 0;
-        for (auto at = text.find(message); at != std::string::npos; at = text.find(message, at + 1))
-            ++found;
-        return found;
-    };
-    EXPECT_EQ(2, count("Handle message version 3"));
-    EXPECT_EQ(1, count("Version 3 message is not IPv4"));
+    EXPECT_EQ(2, occurrences(text, "Handle message version 3"));
+    EXPECT_EQ(1, occurrences(text, "Version 3 message is not IPv4"));
 }
 
 // ---- Options ----
