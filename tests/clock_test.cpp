@@ -26,12 +26,11 @@ TEST_F(Clock, KeepsTwoCountersByItsTwoRules) {
         std::int64_t added;
         std::int64_t subtracted;
     };
+    // An excess of added time stays whole, one of subtracted time is reduced; equal ones stay.
     const Case cases[] = {
-        {{10}, 10, 0},      {{-10}, 0, 10},      {{10, -4}, 10, 0}, // an excess of added time stays
-                                                                    // whole
-        {{3, -8}, 0, 5}, // an excess of subtracted time is reduced
-        {{5, -5}, 5, 5}, // equal ones stay
-        {{5, -5, 1}, 6, 0}, {{5, -5, -1}, 0, 1}, {{-8, 3}, 0, 5},   {{-8, 20}, 20, 0},
+        {{10}, 10, 0},       {{-10}, 0, 10},  {{10, -4}, 10, 0},
+        {{3, -8}, 0, 5},     {{5, -5}, 5, 5}, {{5, -5, 1}, 6, 0},
+        {{5, -5, -1}, 0, 1}, {{-8, 3}, 0, 5}, {{-8, 20}, 20, 0},
     };
     for (const Case &each : cases) {
         zeroTime();

@@ -42,9 +42,8 @@ template <typename Condition>
 testing::AssertionResult eventually(Condition condition) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
+        if (std::chrono::steady_clock::now() > end)
             return testing::AssertionFailure() << "it did not come";
-        }
         sleepMilliseconds(1);
     }
     return testing::AssertionSuccess();
@@ -60,9 +59,8 @@ public:
     }
     ~Descriptor() { close(); }
     void close() {
-        if (m_number != -1) {
+        if (m_number != -1)
             closeSocket(std::exchange(m_number, -1));
-        }
     }
     operator int() const { return m_number; }
 
@@ -88,9 +86,8 @@ protected:
     }
 
     void TearDown() override {
-        for (Descriptor *each : {&near, &far, &listener}) {
+        for (Descriptor *each : {&near, &far, &listener})
             each->close();
-        }
         stopSockets();
     }
 
@@ -118,9 +115,8 @@ protected:
 
     std::vector<int> readable(std::initializer_list<int> descriptors, bool immediate) {
         DescriptorSet set;
-        for (const int each : descriptors) {
+        for (const int each : descriptors)
             set.insert(each);
-        }
         const int count = waitReadable(set, immediate);
         EXPECT_EQ(std::max(count, 0), static_cast<int>(set.size()));
         return {set.begin(), set.end()};
@@ -298,9 +294,8 @@ TEST_F(PlatformSockets, SignalEndsTheWait) {
     bool done = false;
     std::thread rescue([&] {
         std::unique_lock guard(lock);
-        if (!ended.wait_for(guard, std::chrono::seconds(10), [&] { return done; })) {
+        if (!ended.wait_for(guard, std::chrono::seconds(10), [&] { return done; }))
             near.close();
-        }
     });
     EXPECT_EQ(-1, waitReadable(set, false));
     EXPECT_EQ(4, socketError());
@@ -318,9 +313,8 @@ TEST_F(PlatformSockets, EndIsSeenBehindTheBytesBeforeIt) {
     arrive(5);
     EXPECT_FALSE(endArrived(far));
     ASSERT_TRUE(shutdownSending(near));
-    for (int tries = 0; tries < 100 && !endArrived(far); ++tries) {
+    for (int tries = 0; tries < 100 && !endArrived(far); ++tries)
         sleepMilliseconds(1);
-    }
     EXPECT_FALSE(endArrived(near));
     if (!endArrived(far)) {
         GTEST_SKIP() << "here bytes hide the end";
@@ -469,9 +463,8 @@ TEST_F(PlatformResolve, OwnAddressIsOursAndNotLoopback) {
     EXPECT_FALSE(name.empty());
     for (const Family family : {FAMILY_IPV4, FAMILY_IPV6}) {
         Endpoint own;
-        if (!interfaceAddress(family, own)) {
+        if (!interfaceAddress(family, own))
             continue;
-        }
         EXPECT_EQ(family, own.family);
         EXPECT_NE(loopback().ipv4, own.ipv4);
         Descriptor socket(openSocket(family));
@@ -483,16 +476,13 @@ TEST_F(PlatformResolve, OwnAddressIsOursAndNotLoopback) {
 TEST(PlatformResolveDeathTest, LocalhostResolvesWithoutANetwork) {
     constexpr int impossible = 77;
     const auto askWithoutNetwork = [] {
-        if (!leaveNetwork()) {
+        if (!leaveNetwork())
             std::_Exit(impossible);
-        }
         std::vector<ResolvedAddress> found;
         Endpoint own;
-        for (const Lookup lookup : {Lookup::any, Lookup::ipv4}) {
-            if (!resolveHost("localhost", lookup, false, found)) {
+        for (const Lookup lookup : {Lookup::any, Lookup::ipv4})
+            if (!resolveHost("localhost", lookup, false, found))
                 std::_Exit(1);
-            }
-        }
         std::_Exit(interfaceAddress(FAMILY_IPV4, own) ? 2 : 0);
     };
     EXPECT_EXIT(

@@ -125,10 +125,9 @@ std::int64_t MemoryTransport::secureRecv(int fd, unsigned char *buffer, std::siz
 
 std::int64_t MemoryTransport::secureSend(int fd, const unsigned char *buffer, std::size_t length) {
     const std::string plain(reinterpret_cast<const char *>(buffer), length);
-    for (std::size_t at = 0; at < length; at += recordSize) {
+    for (std::size_t at = 0; at < length; at += recordSize)
         if (!sendAll(fd, record(plain.substr(at, recordSize))))
             return -1;
-    }
     return static_cast<std::int64_t>(length);
 }
 

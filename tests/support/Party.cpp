@@ -133,9 +133,8 @@ bool hasIPv6() {
         reinterpret_cast<unsigned char *>(loopback.ipv6.data())[15] = 1;
         const int descriptor = platform::openSocket(platform::FAMILY_IPV6);
         const bool bound = descriptor != -1 && platform::bindSocket(descriptor, loopback);
-        if (descriptor != -1) {
+        if (descriptor != -1)
             platform::closeSocket(descriptor);
-        }
         return bound;
     }();
     return has;
@@ -143,9 +142,8 @@ bool hasIPv6() {
 
 std::string describe(const Roster &roster) {
     std::string text = "{";
-    for (const auto &[name, color] : roster) {
+    for (const auto &[name, color] : roster)
         text += " " + name + ":" + std::to_string(color);
-    }
     return text + " }";
 }
 
@@ -217,23 +215,30 @@ bool Party::calls(const WirePeer &other) {
 testing::AssertionResult Party::meets(Party &other) {
     const std::string joinsMe = "join " + other.name(), joinsOther = "join " + m_name;
     const int before = told(joinsMe), beforeOther = other.told(joinsOther);
-    if (!calls(other)) {
+    if (!calls(other))
         return testing::AssertionFailure() << m_name << " cannot call " << other.name();
-    }
     const auto met = [&] { return told(joinsMe) > before && other.told(joinsOther) > beforeOther; };
     return m_meeting.until(met, m_name + " meets " + other.name());
+}
+
+testing::AssertionResult Party::reaches(WirePeer &other) {
+    if (!other.listens() || !calls(other))
+        return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
+    return other.picksUp();
+}
+
+testing::AssertionResult Party::asks(WirePeer &other) {
+    const auto reached = reaches(other);
+    return reached && other.saysHello() ? other.receives(id::joinRequest) : reached;
 }
 
 testing::AssertionResult Party::meets(WirePeer &other) {
     const std::string joins = "join " + other.entry.firstName;
     const int before = told(joins);
-    if (!calls(other)) {
-        return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
-    }
-    const auto joined = other.isJoined();
-    return joined
-               ? m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins)
-               : joined;
+    const auto asked = asks(other);
+    if (!asked || !other.sends(id::joinReply, {1}))
+        return asked;
+    return m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins);
 }
 
 bool Party::accepts(const WirePeer &caller) {
@@ -282,9 +287,8 @@ int Party::told(const std::string &event) const {
 Roster Party::roster() const {
     Roster roster;
     if (m_participant && m_participant->isMeeting()) {
-        for (const auto &[address, party] : m_known) {
+        for (const auto &[address, party] : m_known)
             roster.insert(party);
-        }
     }
     return roster;
 }
@@ -293,24 +297,21 @@ void Party::note(const std::string &kind, const std::string &what) {
     forgetOldMeeting();
     const std::string event = kind + " " + what;
     events.push_back(event);
-    if (inside) {
+    if (inside)
         inside(event);
-    }
 }
 
 void Party::know(const RosterBase &entry, bool present) {
     forgetOldMeeting();
     const std::string address = key(entry);
     m_known.erase(address);
-    if (present && address != key(m_participant->address())) {
+    if (present && address != key(m_participant->address()))
         m_known.emplace(address, Roster::value_type(entry.firstName(), entry.colorIndex()));
-    }
 }
 
 void Party::forgetOldMeeting() {
-    if (!m_participant->isMeeting()) {
+    if (!m_participant->isMeeting())
         m_known.clear();
-    }
 }
 
 testing::AssertionResult gather(Party &host, const std::vector<Party *> &members) {
@@ -318,9 +319,8 @@ testing::AssertionResult gather(Party &host, const std::vector<Party *> &members
     int color = 0;
     for (Party *member : members) {
         const auto met = host.meets(*member);
-        if (!met) {
+        if (!met)
             return met;
-        }
         everybody[member->name()] = ++color;
     }
     std::vector<Party *> all = members;
@@ -329,9 +329,8 @@ testing::AssertionResult gather(Party &host, const std::vector<Party *> &members
         Roster others = everybody;
         others.erase(party->name());
         const auto seen = party->sees(others);
-        if (!seen) {
+        if (!seen)
             return seen;
-        }
     }
     return testing::AssertionSuccess();
 }

@@ -19,9 +19,8 @@ std::array<unsigned char, 16> identifier(unsigned char which) {
 } // namespace
 
 void WireWriter::number(std::uint64_t value, int bytes) {
-    for (int shift = (bytes - 1) * 8; shift >= 0; shift -= 8) {
+    for (int shift = (bytes - 1) * 8; shift >= 0; shift -= 8)
         m_bytes.push_back(static_cast<unsigned char>(value >> shift));
-    }
 }
 
 void WireWriter::text(const std::string &value) {
@@ -38,9 +37,8 @@ std::uint64_t WireReader::number(int bytes) {
     std::array<unsigned char, 8> taken = {};
     raw(taken.data(), static_cast<std::size_t>(bytes));
     std::uint64_t value = 0;
-    for (int i = 0; i < bytes; ++i) {
+    for (int i = 0; i < bytes; ++i)
         value = value << 8 | taken[static_cast<std::size_t>(i)];
-    }
     return value;
 }
 
@@ -67,10 +65,9 @@ void WireReader::raw(unsigned char *bytes, std::size_t count) {
 
 WireAddress WireAddress::ipv4(std::uint32_t address, std::uint16_t port) {
     WireAddress result;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         result.ip[static_cast<std::size_t>(12 + i)] =
             static_cast<unsigned char>(address >> (24 - 8 * i));
-    }
     result.type = address == 0x7F000001 ? 9 : 1;
     result.port = port;
     return result;
@@ -103,12 +100,10 @@ Bytes WireEntry::encode() const {
     Bytes bytes;
     WireWriter writer(bytes);
     address.write(writer);
-    for (const std::string *text : {&firstName, &lastName, &title, &email, &phone}) {
+    for (const std::string *text : {&firstName, &lastName, &title, &email, &phone})
         writer.text(*text);
-    }
-    for (const std::uint16_t number : {major, minor, color}) {
+    for (const std::uint16_t number : {major, minor, color})
         writer.number(number, 2);
-    }
     writer.number(state, 4);
     writer.text(meetingName);
     writer.text(meetingID);
@@ -120,12 +115,10 @@ std::optional<WireEntry> WireEntry::decode(const Bytes &body) {
     WireEntry entry;
     entry.address.read(reader);
     for (std::string *text :
-         {&entry.firstName, &entry.lastName, &entry.title, &entry.email, &entry.phone}) {
+         {&entry.firstName, &entry.lastName, &entry.title, &entry.email, &entry.phone})
         *text = reader.text();
-    }
-    for (std::uint16_t *number : {&entry.major, &entry.minor, &entry.color}) {
+    for (std::uint16_t *number : {&entry.major, &entry.minor, &entry.color})
         *number = static_cast<std::uint16_t>(reader.number(2));
-    }
     entry.state = static_cast<std::uint32_t>(reader.number(4));
     entry.meetingName = reader.text();
     entry.meetingID = reader.text();
@@ -147,9 +140,8 @@ Bytes WireFrame::encode() const {
     writer.raw(identifier(id).data(), 16);
     writer.number(major, 2);
     writer.number(minor, 2);
-    if (format != 1) {
+    if (format != 1)
         origin.write(writer);
-    }
     writer.raw(body.data(), body.size());
     return bytes;
 }
@@ -161,21 +153,18 @@ std::optional<WireFrame> WireFrame::take(Bytes &bytes) {
     frame.format = static_cast<std::uint16_t>(reader.number(2));
     frame.formatMinor = static_cast<std::uint16_t>(reader.number(2));
     const std::size_t header = frame.format == 1 ? shortHeader : longHeader;
-    if (!reader.good() || total < header || total > bytes.size()) {
+    if (!reader.good() || total < header || total > bytes.size())
         return std::nullopt;
-    }
-    if (frame.format == 1) {
+    if (frame.format == 1)
         reader.raw(frame.origin.ip.data() + 12, 4);
-    }
     frame.time = static_cast<std::int64_t>(reader.number(frame.format == 1 ? 4 : 8));
     std::array<unsigned char, 16> who = {};
     reader.raw(who.data(), who.size());
     frame.id = who == identifier(who[5]) ? who[5] : 0;
     frame.major = static_cast<std::uint16_t>(reader.number(2));
     frame.minor = static_cast<std::uint16_t>(reader.number(2));
-    if (frame.format != 1) {
+    if (frame.format != 1)
         frame.origin.read(reader);
-    }
     const auto begin = bytes.begin();
     frame.body.assign(begin + static_cast<std::ptrdiff_t>(header),
                       begin + static_cast<std::ptrdiff_t>(total));
