@@ -49,6 +49,7 @@ testing::AssertionResult eventually(Condition condition) {
     return testing::AssertionSuccess();
 }
 
+// Closes itself.
 class Descriptor {
 public:
     explicit Descriptor(int number = -1) : m_number(number) {}
