@@ -6,14 +6,13 @@
 #include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "support/Environment.h"
+#include "support/Eventually.h"
+#include "support/TemporaryFolder.h"
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <filesystem>
+#include <future>
 #include <gmock/gmock.h>
-#include <mutex>
 #include <random>
 #include <set>
 #include <thread>
@@ -21,6 +20,8 @@
 using namespace vintok::platform;
 using testing::AnyOf;
 using testing::ElementsAre;
+using vintok::test::eventually;
+using vintok::test::TemporaryFolder;
 
 namespace {
 
@@ -35,18 +36,6 @@ Endpoint loopback() {
     const unsigned char bytes[] = {127, 0, 0, 1};
     std::copy(bytes, bytes + 4, reinterpret_cast<unsigned char *>(&endpoint.ipv4));
     return endpoint;
-}
-
-// Turns until `condition` holds, for as long as a slow machine may need.
-template <typename Condition>
-testing::AssertionResult eventually(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return testing::AssertionFailure() << "it did not come";
-        sleepMilliseconds(1);
-    }
-    return testing::AssertionSuccess();
 }
 
 // Closes itself.
@@ -69,19 +58,32 @@ private:
     int m_number;
 };
 
-// A listener, and connections to it.
-class PlatformSockets : public testing::Test {
+class PlatformTest : public testing::Test {
 protected:
     void SetUp() override {
         std::uint16_t granted = 0;
         ASSERT_TRUE(startSockets(0x0202, granted));
         EXPECT_EQ(0x0202, granted);
-        address = loopback();
-        listener = Descriptor(openSocket(FAMILY_IPV4));
-        ASSERT_TRUE(setExclusiveAddress(listener));
-        ASSERT_TRUE(bindSocket(listener, address));
-        ASSERT_TRUE(listenSocket(listener, 0x7FFFFFFF));
-        ASSERT_TRUE(boundEndpoint(listener, FAMILY_IPV4, address));
+    }
+    void TearDown() override { stopSockets(); }
+};
+
+// Listens at the address, whose port is filled in.
+Descriptor listenAt(Endpoint &address) {
+    Descriptor listener(openSocket(FAMILY_IPV4));
+    EXPECT_TRUE(setExclusiveAddress(listener));
+    EXPECT_TRUE(bindSocket(listener, address)) << socketError();
+    EXPECT_TRUE(listenSocket(listener, 0x7FFFFFFF));
+    EXPECT_TRUE(boundEndpoint(listener, FAMILY_IPV4, address));
+    return listener;
+}
+
+// A listener, and connections to it.
+class PlatformSockets : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        listener = listenAt(address);
         ASSERT_NE(0, address.port);
         connect();
     }
@@ -89,7 +91,7 @@ protected:
     void TearDown() override {
         for (Descriptor *each : {&near, &far, &listener})
             each->close();
-        stopSockets();
+        PlatformTest::TearDown();
     }
 
     void connect() {
@@ -124,7 +126,7 @@ protected:
     }
 
     unsigned char buffer[100] = {};
-    Endpoint address;
+    Endpoint address = loopback();
     Descriptor listener, near, far;
 };
 
@@ -216,16 +218,11 @@ TEST_F(PlatformSockets, NoChildInheritsAnything) {
 }
 
 TEST_F(PlatformSockets, SecondListenerIsRefused) {
-    Descriptor first(openSocket(FAMILY_IPV4)), second(openSocket(FAMILY_IPV4));
-    Endpoint taken = loopback();
-    ASSERT_TRUE(setExclusiveAddress(first));
-    ASSERT_TRUE(bindSocket(first, taken));
-    ASSERT_TRUE(listenSocket(first, 5));
-    ASSERT_TRUE(boundEndpoint(first, FAMILY_IPV4, taken));
-    for (const std::uint32_t where : {taken.ipv4, 0u}) {
-        taken.ipv4 = where;
+    const Descriptor second(openSocket(FAMILY_IPV4));
+    for (const std::uint32_t where : {address.ipv4, 0u}) {
+        address.ipv4 = where;
         ASSERT_TRUE(setExclusiveAddress(second));
-        EXPECT_FALSE(bindSocket(second, taken) && listenSocket(second, 5));
+        EXPECT_FALSE(bindSocket(second, address) && listenSocket(second, 5));
         EXPECT_THAT(socketError(), AnyOf(10048, 10013));
     }
 }
@@ -236,10 +233,7 @@ TEST_F(PlatformSockets, RestartedHostTakesItsPortBack) {
         EXPECT_EQ(0, receive(near, buffer, sizeof buffer));
         near.close();
         listener.close();
-        listener = Descriptor(openSocket(FAMILY_IPV4));
-        ASSERT_TRUE(setExclusiveAddress(listener));
-        ASSERT_TRUE(bindSocket(listener, address)) << socketError();
-        ASSERT_TRUE(listenSocket(listener, 5));
+        listener = listenAt(address);
         connect();
     }
 }
@@ -284,29 +278,21 @@ TEST_F(PlatformSockets, WaitTakesDescriptorsAbove1023) {
 }
 
 TEST_F(PlatformSockets, SignalEndsTheWait) {
-    if (!startInterrupting()) {
+    if (!startInterrupting())
         GTEST_SKIP() << "no signal interrupts a wait here";
-    }
     DescriptorSet set;
     set.insert(far);
+    std::promise<void> ended;
     // Ends the wait where the signal does not.
-    std::mutex lock;
-    std::condition_variable ended;
-    bool done = false;
-    std::thread rescue([&] {
-        std::unique_lock guard(lock);
-        if (!ended.wait_for(guard, std::chrono::seconds(10), [&] { return done; }))
+    std::thread rescue([this, end = ended.get_future()] {
+        if (end.wait_for(std::chrono::seconds(10)) == std::future_status::timeout)
             near.close();
     });
     EXPECT_EQ(-1, waitReadable(set, false));
     EXPECT_EQ(4, socketError());
     EXPECT_EQ(0u, set.size());
     stopInterrupting();
-    {
-        const std::lock_guard guard(lock);
-        done = true;
-    }
-    ended.notify_one();
+    ended.set_value();
     rescue.join();
 }
 
@@ -350,10 +336,8 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     if (local == -1) {
         GTEST_SKIP() << "no local sockets";
     }
-    const auto folder =
-        std::filesystem::temp_directory_path() / ("vintok" + std::to_string(currentProcessId()));
-    std::filesystem::create_directory(folder);
-    endpoint.path = folder.string() + "/";
+    const TemporaryFolder folder;
+    endpoint.path = folder.path("");
     ASSERT_LT(endpoint.path.size(), maxLocalPath);
     endpoint.path.resize(maxLocalPath, 's');
     EXPECT_TRUE(bindSocket(local, endpoint) && listenSocket(local, 1)) << socketError();
@@ -364,7 +348,6 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     EXPECT_EQ(FAMILY_LOCAL, peer.family);
     EXPECT_EQ(7, send(caller, buffer, 7));
     EXPECT_EQ(7, receive(callee, buffer, sizeof buffer));
-    std::filesystem::remove_all(folder);
 
     Descriptor refused(openSocket(FAMILY_LOCAL));
     for (const std::string &path : {std::string(), std::string(maxLocalPath + 1, 's')}) {
@@ -407,14 +390,8 @@ TEST(PlatformDescriptorSet, BehavesAsAnOrderedSetOf1024) {
               std::vector<int>(set.begin(), set.end()));
 }
 
-class PlatformResolve : public testing::Test {
+class PlatformResolve : public PlatformTest {
 protected:
-    void SetUp() override {
-        std::uint16_t granted = 0;
-        ASSERT_TRUE(startSockets(0x0202, granted));
-    }
-    void TearDown() override { stopSockets(); }
-
     std::vector<ResolvedAddress> result;
 };
 
@@ -436,20 +413,12 @@ TEST_F(PlatformResolve, LiteralsNeedNoNameService) {
 }
 
 TEST_F(PlatformResolve, OnlyAnIPv4AddressInIPv6FormIsMapped) {
-    const struct {
-        const char *literal;
-        Lookup lookup;
-        bool mapped;
-    } cases[] = {
-        {"::ffff:192.0.2.7", Lookup::mapped, true},
-        {"2001:db8::7", Lookup::mapped, false},
-        {"192.0.2.7", Lookup::mapped, false},
-        {"::ffff:192.0.2.7", Lookup::any, false},
-    };
-    for (const auto &each : cases) {
-        ASSERT_TRUE(resolveHost(each.literal, each.lookup, true, result)) << each.literal;
-        EXPECT_EQ(each.mapped, result.front().mappedIPv4) << each.literal;
+    for (const char *literal : {"::ffff:192.0.2.7", "2001:db8::7", "192.0.2.7"}) {
+        ASSERT_TRUE(resolveHost(literal, Lookup::mapped, true, result)) << literal;
+        EXPECT_EQ(literal[0] == ':', result.front().mappedIPv4) << literal;
     }
+    ASSERT_TRUE(resolveHost("::ffff:192.0.2.7", Lookup::any, true, result));
+    EXPECT_FALSE(result.front().mappedIPv4);
 }
 
 TEST_F(PlatformResolve, NameThatCannotBeIsRefused) {
@@ -556,36 +525,30 @@ TEST(PlatformThread, AWaitEndsWithItsReasonOrItsTimeAndLeavesTheLastError) {
 }
 
 TEST(PlatformFile, OpenedFileIsNotInherited) {
-    const std::string path = (std::filesystem::temp_directory_path() /
-                              ("vintok_platform_test" + std::to_string(currentProcessId())))
-                                 .string();
+    const TemporaryFolder folder;
+    const std::string path = folder.path("f");
     for (const char *mode : {"wb", "a", "rb"}) {
         std::FILE *file = openFile(path, mode);
         ASSERT_NE(nullptr, file) << mode;
         EXPECT_FALSE(isInherited(file)) << mode;
-        if (mode[0] != 'r') {
-            EXPECT_EQ(1u, std::fwrite("x", 1, 1, file)) << mode;
-        }
+        EXPECT_EQ(mode[0] == 'r' ? 0u : 1u, std::fwrite("x", 1, 1, file)) << mode;
         std::fclose(file);
     }
-    EXPECT_EQ(2u, std::filesystem::file_size(path));
-    std::filesystem::remove(path);
-    EXPECT_EQ(nullptr, openFile(path, "rb"));
+    EXPECT_EQ("xx", folder.content("f"));
+    EXPECT_EQ(nullptr, openFile(folder.path("none"), "rb"));
 }
 
 TEST(PlatformFile, APrivateFileIsNewAndItsOwnersAlone) {
     namespace fs = std::filesystem;
-    const fs::path path =
-        fs::temp_directory_path() / ("vintok_private_test" + std::to_string(currentProcessId()));
-    std::FILE *file = createPrivateFile(path.string());
+    const TemporaryFolder folder;
+    const std::string path = folder.path("f");
+    std::FILE *file = createPrivateFile(path);
     ASSERT_NE(nullptr, file);
     EXPECT_FALSE(isInherited(file));
     std::fclose(file);
-    EXPECT_EQ(nullptr, createPrivateFile(path.string()));
-    if (pathSeparator() == '/') {
-        EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(path).permissions());
-    }
-    fs::remove(path);
+    EXPECT_EQ(nullptr, createPrivateFile(path));
+    EXPECT_TRUE(pathSeparator() != '/' ||
+                fs::status(path).permissions() == (fs::perms::owner_read | fs::perms::owner_write));
 }
 
 TEST(PlatformFile, LocalTimeIsTheRuntimesOwn) {

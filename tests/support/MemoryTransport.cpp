@@ -1,7 +1,7 @@
 #include "support/MemoryTransport.h"
 
 #include "platform/Thread.h"
-#include "vintok/TCPStream.h"
+#include "support/Stream.h"
 
 #include <algorithm>
 
@@ -17,8 +17,7 @@ void turnBits(std::string &text) {
 }
 
 bool sendAll(int fd, const std::string &bytes) {
-    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const auto sent = rawWriteBytes(fd, data, bytes.size(), true, nullptr);
+    const auto sent = rawWriteBytes(fd, bytesOf(bytes), bytes.size(), true, nullptr);
     return sent == static_cast<std::int64_t>(bytes.size());
 }
 

@@ -2,30 +2,14 @@
 
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
-#include "platform/Thread.h"
 #include "platform/Wait.h"
+#include "support/Eventually.h"
 #include "support/Meeting.h"
-#include "vintok/TCPStream.h"
+#include "support/Stream.h"
 
-#include <chrono>
 #include <thread>
 
 namespace vintok::test {
-
-namespace {
-
-template <typename Condition>
-bool within20Seconds(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        platform::sleepMilliseconds(1);
-    }
-    return true;
-}
-
-} // namespace
 
 int listenSomewhere(unsigned short &port) {
     port = freshPort();
@@ -71,15 +55,14 @@ void SocketPair::resetPeer() {
 }
 
 bool SocketPair::peerSends(const std::string &bytes) {
-    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const auto sent = rawWriteBytes(m_peer, data, bytes.size(), true, nullptr);
+    const auto sent = rawWriteBytes(m_peer, bytesOf(bytes), bytes.size(), true, nullptr);
     return sent == static_cast<std::int64_t>(bytes.size()) && awaitBytes(m_mine, bytes.size());
 }
 
 bool SocketPair::receiveWaits() {
     std::thread sender([this] {
         platform::sleepMilliseconds(30); // one that does not wait has returned by then
-        platform::send(m_peer, reinterpret_cast<const unsigned char *>("x"), 1);
+        platform::send(m_peer, bytesOf("x"), 1);
     });
     unsigned char byte = 0;
     const bool waited = platform::receive(m_mine, &byte, 1) == 1;
@@ -88,20 +71,20 @@ bool SocketPair::receiveWaits() {
 }
 
 bool awaitBytes(int fd, std::size_t count) {
-    return within20Seconds([&] {
+    return bool(eventually([&] {
         std::size_t waiting = 0;
         return platform::bytesWaiting(fd, waiting) && waiting >= count;
-    });
+    }));
 }
 
 bool awaitEnd(int fd) {
-    return within20Seconds([&] {
+    return bool(eventually([&] {
         platform::DescriptorSet set;
         set.insert(fd);
         std::size_t waiting = 0;
         return platform::waitReadable(set, true) == 1 && platform::bytesWaiting(fd, waiting) &&
                waiting == 0;
-    });
+    }));
 }
 
 } // namespace vintok::test

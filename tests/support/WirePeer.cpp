@@ -3,6 +3,7 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
+#include "vintok/ByteOrder.h"
 
 #include <array>
 #include <cstring>
@@ -13,14 +14,6 @@ namespace vintok::test {
 namespace {
 
 constexpr std::uint32_t loopback = 0x7F000001;
-
-std::uint16_t networkOrder(std::uint16_t value) {
-    std::uint16_t result = 0;
-    const std::array<unsigned char, 2> bytes = {static_cast<unsigned char>(value >> 8),
-                                                static_cast<unsigned char>(value)};
-    std::memcpy(&result, bytes.data(), 2);
-    return result;
-}
 
 platform::Endpoint loopbackEndpoint(std::uint16_t port) {
     platform::Endpoint endpoint;
