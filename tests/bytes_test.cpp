@@ -374,8 +374,10 @@ TEST_F(Bytes, OfAnyNumberArriveInOrder) {
 
 TEST_F(Bytes, ArePeekedAtCountedAndStillRead) {
     EXPECT_EQ(0, bytesPending(fd));
+    setNonBlocking(fd);
     EXPECT_EQ(-1, peekBytes(fd, buffer, 1));
     expectError(TCP_ERROR_WOULD_BLOCK, systemText("sf_socketPeek", 10035));
+    EXPECT_TRUE(pair->receiveWaits()) << "the peek leaves the socket blocking";
     EXPECT_EQ(-1, rawReadBytes(fd, buffer, 1, false, nullptr)) << "nothing there, not waiting";
     expectNoError();
 
@@ -416,23 +418,6 @@ TEST_F(Bytes, OnlyThePeekFindsACleanEnd) {
     EXPECT_TRUE(log.has("Remote connection lost without disconnect"));
     EXPECT_EQ(-1, readBytes(fd, buffer, 1, nullptr));
     expectError(TCP_ERROR_CONNECTION_RESET, "vintok::readBytes");
-}
-
-TEST_F(Bytes, ThePeekLeavesTheSocketBlocking) {
-    setNonBlocking(fd);
-    EXPECT_EQ(-1, peekBytes(fd, buffer, 1));
-    EXPECT_TRUE(pair->receiveWaits());
-}
-
-TEST_F(Bytes, AResetIsTheLossOfThePeer) {
-    pair->resetPeer();
-    ASSERT_TRUE(awaitEnd(fd));
-    const ScriptedPlatform noSleep;
-    EXPECT_EQ(-1, readBytes(fd, buffer, 1, nullptr));
-    if (lastErrorString() == "sf_socketRecv\nUnknown Error")
-        GTEST_SKIP() << "here a reset comes as an end";
-    expectError(TCP_ERROR_CONNECTION_RESET, systemText("sf_socketRecv", 10054));
-    EXPECT_TRUE(closed());
 }
 
 // The first write after the peer has gone may still be taken; no signal must end the program.

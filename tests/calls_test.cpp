@@ -417,10 +417,9 @@ TEST_F(Calls, AMemberThatDoesNotWatchLeavesMissesTheLossOfItsHostWhileItKnowsOfO
         ASSERT_TRUE(!others || host.sends(id::rosterReply, cid.entry.encode()));
         ASSERT_TRUE(host.fences());
         EXPECT_EQ(others ? 1 : 0, ann.told("join Cid"));
-        TCPSelect loop;
-        const int registered = loop.numDescriptors();
+        const int registered = meeting.watched();
         host.closes();
-        ASSERT_TRUE(meeting.until([&] { return loop.numDescriptors() < registered; },
+        ASSERT_TRUE(meeting.until([&] { return meeting.watched() < registered; },
                                   "the connection is dropped"));
         EXPECT_EQ(others, ann->isMeeting());
     }

@@ -22,8 +22,6 @@ namespace {
 class Crowd : public Stage {
 protected:
     Crowd() { setLogLevel(LOG_NONE); }
-
-    TCPSelect loop;
 };
 
 // ---- Coming and going ----
@@ -148,11 +146,11 @@ TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
 
 TEST_F(Crowd, AListedPartyMayKnockAsOftenAsItLikes) {
     ASSERT_TRUE(annHosts({&bob}));
-    const int before = loop.numDescriptors();
+    const int before = meeting.watched();
     cid.entry = bob.entry;
     for (int times = 0; times < 50; ++times)
         ASSERT_TRUE(cid.knocks(ann.port()) && cid.seesTheEnd());
-    EXPECT_EQ(before, loop.numDescriptors());
+    EXPECT_EQ(before, meeting.watched());
     EXPECT_EQ(ann.roster(), (Roster{{"Bob", 1}}));
     EXPECT_TRUE(ann.says("hello") && bob.receives(id::broadcast));
 }
@@ -258,12 +256,12 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfMostOfItsMembersAtOnce) {
         }
     }
     ASSERT_TRUE(bob.fences());
-    const int before = loop.numDescriptors();
+    const int before = meeting.watched();
     for (const auto &member : others)
         member->resets();
     EXPECT_FALSE(ann.says("hello"));
     EXPECT_EQ(ann.roster(), (Roster{{"Bob", 22}}));
-    EXPECT_EQ(before - 40, loop.numDescriptors());
+    EXPECT_EQ(before - 40, meeting.watched());
     const auto gone = names(bob.gets(), id::leaveNotify);
     EXPECT_EQ(40u, std::set(gone.begin(), gone.end()).size()) << "each departure is told";
     EXPECT_TRUE(ann.says("again"));
@@ -271,7 +269,7 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfMostOfItsMembersAtOnce) {
 
 TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
     ASSERT_TRUE(ann.hosts("Plan"));
-    const int before = loop.numDescriptors();
+    const int before = meeting.watched();
     {
         std::vector<std::unique_ptr<WirePeer>> members;
         for (int number = 0; number < 20; ++number) {
@@ -281,7 +279,7 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
     }
     EXPECT_TRUE(meeting.until([&] { return !ann->isMeeting(); }, "nobody is left"));
     EXPECT_EQ(20, ann.told("leave Member"));
-    EXPECT_EQ(before, loop.numDescriptors());
+    EXPECT_EQ(before, meeting.watched());
 }
 
 // ---- Descriptors ----

@@ -554,7 +554,7 @@ TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     expectThatTheMeetingGoesOn(cid);
 }
 
-TEST_F(Files, AReceiverThatLeavesKeepsNoHalf) {
+TEST_F(Files, AReceiverThatLeavesOrIsDestroyedKeepsNoHalf) {
     joined({&bob});
     ASSERT_TRUE(beginsFile(bob, "f", "half"));
     ann.leaves();
@@ -562,11 +562,7 @@ TEST_F(Files, AReceiverThatLeavesKeepsNoHalf) {
     EXPECT_THAT(stored(), IsEmpty());
     joined({&cid});
     expectThatTheMeetingGoesOn(cid);
-}
-
-TEST_F(Files, AReceiverThatIsDestroyedKeepsNoHalf) {
-    joined({&bob});
-    ASSERT_TRUE(beginsFile(bob, "f", "half"));
+    ASSERT_TRUE(beginsFile(cid, "f", "half"));
     ann.dies();
     EXPECT_THAT(stored(), IsEmpty());
 }

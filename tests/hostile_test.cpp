@@ -28,7 +28,7 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(annHosts({&bob}));
         ann.forgets();
-        before = loop.numDescriptors();
+        before = meeting.watched();
     }
     void stands() {
         EXPECT_TRUE(ann.says("still here") && bob.receives(id::broadcast));
@@ -38,10 +38,9 @@ protected:
     }
     // Whoever came has gone again.
     testing::AssertionResult isAlone() {
-        return meeting.until([&] { return loop.numDescriptors() == before; }, "the end");
+        return meeting.until([&] { return meeting.watched() == before; }, "the end");
     }
 
-    TCPSelect loop;
     int before = 0; // any stranger came
 };
 

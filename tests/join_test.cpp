@@ -265,8 +265,7 @@ class CallerLost : public Joins, public testing::WithParamInterface<LossCase> {}
 TEST_P(CallerLost, AtEachStepLeavesNothingBehind) {
     ASSERT_TRUE(annHosts({&dan}));
     ann.screensCalls();
-    TCPSelect loop;
-    const int registered = loop.numDescriptors();
+    const int registered = meeting.watched();
     for (int steps = 0; steps < 4; ++steps) {
         SCOPED_TRACE(steps);
         ASSERT_TRUE(cid.connects(ann.port()) && cid.receives(id::rosterEntry));
@@ -279,7 +278,7 @@ TEST_P(CallerLost, AtEachStepLeavesNothingBehind) {
         ASSERT_TRUE(gone);
         EXPECT_EQ(steps < 3 ? "" : "Cid", gone->firstName) << "only who had joined is named";
         EXPECT_EQ(steps < 3 ? 0 : 1, ann.told("leave Cid"));
-        EXPECT_EQ(registered, loop.numDescriptors());
+        EXPECT_EQ(registered, meeting.watched());
         EXPECT_FALSE(ann.accepts(cid));
         EXPECT_EQ(ann.roster(), (Roster{{"Dan", 1}}));
     }
@@ -297,9 +296,8 @@ TEST_F(Joins, AnAnswerThatCannotBeSentIsNoAnswer) {
         EXPECT_FALSE(accept ? ann.accepts(cid) : ann.rejects(cid));
         EXPECT_FALSE(ann->isMeeting());
         EXPECT_THAT(ann.events, ElementsAre("pending Cid"));
-        TCPSelect loop;
-        const int before = loop.numDescriptors();
-        EXPECT_TRUE(meeting.until([&] { return loop.numDescriptors() < before; }, "the loss"));
+        const int before = meeting.watched();
+        EXPECT_TRUE(meeting.until([&] { return meeting.watched() < before; }, "the loss"));
     }
 }
 

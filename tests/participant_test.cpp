@@ -117,10 +117,9 @@ TEST_F(Participant, LivesOnOneFamilyWhenThePortIsTakenInTheOther) {
     }
     for (const bool exactPort : {true, false}) {
         EXPECT_EQ(line(squatter.port()), announced(false, squatter.port(), exactPort));
-        TCPSelect loop;
-        const int before = loop.numDescriptors();
+        const int before = meeting.watched();
         const ConferenceParticipant party(false, squatter.port(), exactPort);
-        EXPECT_EQ(before + 1, loop.numDescriptors()) << "it does not look for another port";
+        EXPECT_EQ(before + 1, meeting.watched()) << "it does not look for another port";
     }
 }
 
@@ -159,7 +158,6 @@ TEST_F(Participant, ThatCouldNotStartRefusesCallsAndLeavesNoConnection) {
 }
 
 TEST_F(Participant, GoesWithoutAWordAndLeavesNothingInTheLoop) {
-    TCPSelect loop;
     WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
     std::vector<std::string> told;
     {
@@ -173,7 +171,7 @@ TEST_F(Participant, GoesWithoutAWordAndLeavesNothingInTheLoop) {
     EXPECT_TRUE(bob.seesTheEnd());
     EXPECT_FALSE(bob.receives(id::hangup));
     EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(0, loop.numDescriptors());
+    EXPECT_EQ(0, meeting.watched());
 }
 
 TEST_F(ParticipantOnStage, ThatGoesWhileOthersStayDoesNotDisturbThem) {

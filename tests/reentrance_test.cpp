@@ -38,7 +38,6 @@ struct Scenery : Cast {
         }
     }
 
-    TCPSelect loop;
     WireEntry shadow = WireEntry::party("Shadow", 60020);
     const TemporaryFolder folder;
     ScopedEnvironment files{"QOR_COLLAB_ROOT_LOCAL", folder.path("")};
@@ -292,7 +291,7 @@ const Action actions[] = {
 class InsideACallback : public testing::TestWithParam<std::tuple<Scene, Action>> {
 protected:
     Scenery stage;
-    const int alone = stage.loop.numDescriptors(); // what is watched without any connection
+    const int alone = stage.meeting.watched(); // what is watched without any connection
 };
 
 TEST_P(InsideACallback, EverythingMayBeDone) {
@@ -311,12 +310,12 @@ TEST_P(InsideACallback, EverythingMayBeDone) {
     stage.settle();
     if (action.endsEverything) {
         EXPECT_FALSE(ann->isMeeting() || ann->isHost());
-        EXPECT_EQ(alone, stage.loop.numDescriptors()) << "no connection is left";
+        EXPECT_EQ(alone, stage.meeting.watched()) << "no connection is left";
     }
 
     ann.inside = nullptr;
     ann.leaves();
-    EXPECT_EQ(alone, stage.loop.numDescriptors());
+    EXPECT_EQ(alone, stage.meeting.watched());
     ann->setCallPendingCB(nullptr);
     ann.forgets();
     WirePeer next(stage.meeting, "Next");

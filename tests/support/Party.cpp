@@ -18,31 +18,29 @@ void note(ConferenceParticipant *who, const std::string &kind, const std::string
     parties().at(who)->note(kind, what);
 }
 
-void onJoin(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, true);
-    note(me, "join", entry.firstName());
+// The kind of an event, as a callback is made for it.
+template <std::size_t size>
+struct Kind {
+    constexpr Kind(const char (&literal)[size]) { std::copy_n(literal, size, text); }
+    char text[size];
+};
+
+template <Kind kind>
+void onEntry(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    note(me, kind.text, entry.firstName());
 }
 
-void onLeave(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, false);
-    note(me, "leave", entry.firstName());
+// Names what is known of the called party; as it was called when it has not introduced itself.
+template <Kind kind>
+void onCall(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, kind.text, party.firstName().empty() ? name : party.firstName());
 }
 
-void onUserData(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, true);
-    note(me, "user", entry.firstName());
-}
-
-void onCallPending(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "pending", entry.firstName());
-}
-
-void onLeadChange(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "leader", entry.firstName());
-}
-
-void onLeadRequest(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "leadRequest", entry.firstName());
+// Of which the roster is told, too.
+template <Kind kind, bool present>
+void onChange(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    parties().at(me)->know(entry, present);
+    note(me, kind.text, entry.firstName());
 }
 
 void onBroadcast(ConferenceParticipant *me, unsigned char *data, std::uint64_t length) {
@@ -69,39 +67,6 @@ void onSecurity(ConferenceParticipant *me, const ConfSecurityOptions &options) {
          : options.FIPS    ? "FIPS"
          : options.SSLOnly ? "SSLOnly"
                            : "none");
-}
-
-// What is known of the called party; its name as it was called when it has not introduced itself.
-std::string called(const std::string &remoteName, const RosterBase &party) {
-    return party.firstName().empty() ? remoteName : party.firstName();
-}
-
-void onAccepted(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "accepted", called(name, party));
-}
-
-void onBusy(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "busy", called(name, party));
-}
-
-void onRejected(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "rejected", called(name, party));
-}
-
-void onRinging(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "ringing", called(name, party));
-}
-
-void onBadAddress(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "badAddress", called(name, party));
-}
-
-void onNoAnswer(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "noAnswer", called(name, party));
-}
-
-void onVersion(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "version", called(name, party));
 }
 
 void onProxy(ConferenceParticipant *me, const std::string &name, unsigned short,
@@ -159,21 +124,21 @@ Party::Party(Meeting &meeting, const std::string &name, Reach reach)
     me.setFirstName(name);
     me.setEmail(name + "@example.org");
     me.setSecurityCB(onSecurity);
-    me.setJoinCB(onJoin);
-    me.setLeaveCB(onLeave);
-    me.setUserDataCB(onUserData);
-    me.setLeadChangeCB(onLeadChange);
+    me.setJoinCB(onChange<"join", true>);
+    me.setLeaveCB(onChange<"leave", false>);
+    me.setUserDataCB(onChange<"user", true>);
+    me.setLeadChangeCB(onEntry<"leader">);
     me.setBroadcastDataCB(onBroadcast);
     me.setFileTransferCB(onFile);
     me.setLeadReplyCB(onLeadReply);
     me.setSynchTimeCB(onSynchTime);
-    me.setAcceptedCB(onAccepted);
-    me.setBusyCB(onBusy);
-    me.setRejectedCB(onRejected);
-    me.setRingingCB(onRinging);
-    me.setBadAddressCB(onBadAddress);
-    me.setNoAnswerCB(onNoAnswer);
-    me.setVersionCB(onVersion);
+    me.setAcceptedCB(onCall<"accepted">);
+    me.setBusyCB(onCall<"busy">);
+    me.setRejectedCB(onCall<"rejected">);
+    me.setRingingCB(onCall<"ringing">);
+    me.setBadAddressCB(onCall<"badAddress">);
+    me.setNoAnswerCB(onCall<"noAnswer">);
+    me.setVersionCB(onCall<"version">);
     me.setProxyCB(onProxy);
     me.setServerResponseCB(onServerResponse);
 }
@@ -193,11 +158,11 @@ unsigned short Party::port() const {
 }
 
 void Party::screensCalls() {
-    m_participant->setCallPendingCB(onCallPending);
+    m_participant->setCallPendingCB(onEntry<"pending">);
 }
 
 void Party::decidesOnLead() {
-    m_participant->setLeadRequestCB(onLeadRequest);
+    m_participant->setLeadRequestCB(onEntry<"leadRequest">);
 }
 
 void Party::decidesOnRedirects() {
