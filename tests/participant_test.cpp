@@ -186,47 +186,38 @@ TEST_F(ParticipantOnStage, ThatGoesWhileOthersStayDoesNotDisturbThem) {
 
 // ---- The environment ----
 
-struct SwitchCase {
-    const char *name;
-    const char *variable;
-    const char *value;
-    LogLevel before, after;
-    bool debug = false, rosterDebug = false;
-};
-
-constexpr const char *partyDebug = "CONFERENCE_PARTICIPANT_DEBUG";
-constexpr const char *rosterDebug = "CONFERENCE_ROSTER_DEBUG";
-constexpr const char *secureJoins = "CONFERENCE_PRINT_SSL_JOIN_DATA";
-
-const SwitchCase switchCases[] = {
-    {"debug", partyDebug, "True", LOG_ERROR, LOG_DEBUG, true},
-    {"debug in a louder log", partyDebug, "True", LOG_TRACE, LOG_TRACE, true},
-    {"debug in lower case", partyDebug, "true", LOG_ERROR, LOG_ERROR},
-    {"debug in upper case", partyDebug, "TRUE", LOG_ERROR, LOG_ERROR},
-    {"debug and a blank", partyDebug, "True ", LOG_ERROR, LOG_ERROR},
-    {"roster", rosterDebug, "True", LOG_ERROR, LOG_DEBUG, false, true},
-    {"roster by number", rosterDebug, "1", LOG_ERROR, LOG_ERROR},
-    {"secure joins", secureJoins, "True", LOG_ERROR, LOG_INFO},
-    {"secure joins in a louder log", secureJoins, "True", LOG_DEBUG, LOG_DEBUG},
-};
-
-class Switches : public Participant, public testing::WithParamInterface<SwitchCase> {};
-
-TEST_P(Switches, AreOnWithOneWordOnly) {
-    const SwitchCase &row = GetParam();
-    LogFile log(row.before);
-    ConferenceParticipant::setPrintDebug(false);
-    ConferenceParticipant::setPrintRosterDebug(false);
-    const ScopedEnvironment variable(row.variable, row.value);
-    ConferenceParticipant party(true, freshPort());
-    EXPECT_EQ(row.after, logLevel());
-    EXPECT_EQ(row.debug, ConferenceParticipant::printDebug());
-    EXPECT_EQ(row.rosterDebug, ConferenceParticipant::printRosterDebug());
-    ConferenceParticipant::setPrintDebug(false);
-    ConferenceParticipant::setPrintRosterDebug(false);
+TEST_F(Participant, TheSwitchesAreOnWithOneWordOnly) {
+    const char *const debug = "CONFERENCE_PARTICIPANT_DEBUG";
+    const char *const rosterDebug = "CONFERENCE_ROSTER_DEBUG";
+    const char *const secureJoins = "CONFERENCE_PRINT_SSL_JOIN_DATA";
+    const struct {
+        const char *variable;
+        const char *value;
+        LogLevel before, after;
+        bool debug = false, rosterDebug = false;
+    } cases[] = {
+        {debug, "True", LOG_ERROR, LOG_DEBUG, true},
+        {debug, "True", LOG_TRACE, LOG_TRACE, true},
+        {debug, "true", LOG_ERROR, LOG_ERROR},
+        {debug, "TRUE", LOG_ERROR, LOG_ERROR},
+        {debug, "True ", LOG_ERROR, LOG_ERROR},
+        {rosterDebug, "True", LOG_ERROR, LOG_DEBUG, false, true},
+        {rosterDebug, "1", LOG_ERROR, LOG_ERROR},
+        {secureJoins, "True", LOG_ERROR, LOG_INFO},
+        {secureJoins, "True", LOG_DEBUG, LOG_DEBUG},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(std::string(row.variable) + "=" + row.value);
+        LogFile log(row.before);
+        const ScopedEnvironment variable(row.variable, row.value);
+        ConferenceParticipant party(true, freshPort());
+        EXPECT_EQ(row.after, logLevel());
+        EXPECT_EQ(row.debug, ConferenceParticipant::printDebug());
+        EXPECT_EQ(row.rosterDebug, ConferenceParticipant::printRosterDebug());
+        ConferenceParticipant::setPrintDebug(false);
+        ConferenceParticipant::setPrintRosterDebug(false);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, Switches, testing::ValuesIn(switchCases), caseName<SwitchCase>);
 
 // ---- The configuration file, which a process reads once ----
 
