@@ -164,46 +164,6 @@ TEST(Lookup, givesEveryAddressOfTheFamily) {
         EXPECT_TRUE(each.isIPv4()) << text(each);
 }
 
-// Which entry of the resolver's list is kept.
-TEST(Choice, fallsOnTheFirstAddressThatIsNotLinkLocal) {
-    constexpr auto none = TCPAddress::IPTYPE_NONE, both = TCPAddress::IPTYPE_BOTH;
-    const struct {
-        const char *what;
-        const char *name;
-        TCPAddress::IPType type;
-        std::uint16_t port;
-        const char *kept;            // as text; "0.0.0.0" when none is
-        const char *first = nullptr; // in the list of all, where that is wanted
-    } rows[] = {
-        {"IPv4", "10.0.0.1", none, 80, "10.0.0.1"},
-        {"first IPv4 of all", "10.0.0.1", none, 80, "10.0.0.1", "10.0.0.1"},
-        {"IPv6", "1::1", none, 80, "1:0:0:0:0:0:0:1"},
-        {"IPv6 of all", "1::1", none, 0, "1:0:0:0:0:0:0:1", "1:0:0:0:0:0:0:1"},
-        {"IPv6 of all with a port", "1::1", none, 80, "0.0.0.0", "1:0:0:0:0:0:0:1"},
-        {"link-local", "fe80::1", none, 0, "0.0.0.0"},
-        {"link-local of all", "fe80::1", none, 0, "0.0.0.0", "fe80:0:0:0:0:0:0:1"},
-        {"IPv4 in IPv6 form", "::ffff:10.0.0.1", both, 0, "10.0.0.1"},
-        {"IPv4 in IPv6 form with a port", "::ffff:10.0.0.1", both, 80, "0.0.0.0"},
-        {"IPv4 in IPv6 form of all", "::ffff:10.0.0.1", both, 0, "10.0.0.1", "10.0.0.1"},
-        {"IPv4 in IPv6 form where only IPv6 is wanted", "::ffff:10.0.0.1", TCPAddress::IPTYPE_IPV6,
-         0, "0:0:0:0:0:ffff:a00:1"},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.what);
-        TCPAddress address = nameOnly("2.2.2.2", row.port);
-        EXPECT_TRUE(address.setNetMask(std::uint16_t{8}));
-        std::vector<TCPAddress> all = {literal("3.3.3.3")};
-        const bool wantAll = row.first != nullptr;
-        ASSERT_TRUE(TCPAddress::sf_dnsResolve(row.name, address, all, true, row.type, wantAll));
-        EXPECT_EQ(text(address), row.kept);
-        EXPECT_EQ(nameOf(address), row.name);
-        EXPECT_EQ(address.hostByteOrderPort(), row.port);
-        EXPECT_EQ(address.maskBits(), 0);
-        ASSERT_EQ(all.size(), wantAll ? 1U : 0U);
-        EXPECT_TRUE(!wantAll || (text(all[0]) == row.first && nameOf(all[0]) == row.name));
-    }
-}
-
 TEST(SameAddress, isToldFromTwoTexts) {
     EXPECT_TRUE(TCPAddress::areEqual("::1", "0:0:0:0:0:0:0:1"));
     EXPECT_TRUE(TCPAddress::areEqual("10.0.0.1", "010.000.00.1"));

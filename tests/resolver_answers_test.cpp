@@ -66,12 +66,19 @@ const struct {
     const char *kept; // "0.0.0.0": none
     TCPAddress::IPType type = none;
     const char *all = nullptr; // where all are wanted
+    std::uint16_t port = 0;    // known before
 } cases[] = {
     {"the first", "10.0.0.1 10.0.0.2", "c", "10.0.0.1"},
     {"the first of either family", "1::1 10.0.0.1", "c", "1:0:0:0:0:0:0:1"},
     {"the first that is not link-local", "fe80::1 fe80::2 1::1", "c", "1:0:0:0:0:0:0:1"},
     {"link-local, then IPv4", "fe80::1 10.0.0.1 10.0.0.2", "c", "10.0.0.1"},
     {"link-local only", "fe80::1", "c", "0.0.0.0"},
+    {"link-local of all", "fe80::1", "", "0.0.0.0", none, "fe80:0:0:0:0:0:0:1"},
+    {"IPv4 with a port", "10.0.0.1", "c", "10.0.0.1", none, nullptr, 80},
+    {"IPv4 of all with a port", "10.0.0.1", "c", "10.0.0.1", none, "10.0.0.1", 80},
+    {"IPv6 with a port", "1::1", "c", "1:0:0:0:0:0:0:1", none, nullptr, 80},
+    {"IPv6 of all", "1::1", "c", "1:0:0:0:0:0:0:1", none, "1:0:0:0:0:0:0:1"},
+    {"IPv6 of all with a port", "1::1", "c", "0.0.0.0", none, "1:0:0:0:0:0:0:1", 80},
     {"fec0 is not link-local", "fec0::1", "", "fec0:0:0:0:0:0:0:1"},
     {"all of IPv4", "10.0.0.1 10.0.0.2", "c", "10.0.0.1", none, "10.0.0.1 10.0.0.2"},
     {"an IPv4 address that is not the first of all", "fe80::1 10.0.0.1", "", "0.0.0.0", none,
@@ -81,6 +88,10 @@ const struct {
     {"the same where the first gave its name, which then is known", "fe80::1 1::1", "c", "0.0.0.0",
      none, "fe80:0:0:0:0:0:0:1 1:0:0:0:0:0:0:1"},
     {"IPv4 in IPv6 form", "::ffff:10.0.0.1 1::1", "c", "10.0.0.1", both},
+    {"IPv4 in IPv6 form with a port", "::ffff:10.0.0.1", "c", "0.0.0.0", both, nullptr, 80},
+    {"IPv4 in IPv6 form of all", "::ffff:10.0.0.1", "c", "10.0.0.1", both, "10.0.0.1"},
+    {"IPv4 in IPv6 form where only IPv6 is wanted", "::ffff:10.0.0.1", "c", "0:0:0:0:0:ffff:a00:1",
+     TCPAddress::IPTYPE_IPV6},
     {"all, with IPv4 in IPv6 form behind IPv6", "1::1 ::ffff:10.0.0.1", "c", "1:0:0:0:0:0:0:1",
      both, "1:0:0:0:0:0:0:1 10.0.0.1"},
 };
@@ -89,12 +100,15 @@ TEST(Answers, areKeptByTheirOrderAndTheirKind) {
     for (const auto &row : cases) {
         SCOPED_TRACE(row.what);
         answer(row.answers, row.name);
-        TCPAddress address = literal("9.9.9.9");
+        TCPAddress address = nameOnly("9.9.9.9", row.port);
+        EXPECT_TRUE(address.setNetMask(std::uint16_t{8}));
         std::vector<TCPAddress> all = {address};
         const bool wantAll = row.all != nullptr;
         ASSERT_TRUE(TCPAddress::sf_dnsResolve("host", address, all, false, row.type, wantAll));
         EXPECT_EQ(text(address), row.kept);
         EXPECT_EQ(nameOf(address), row.name);
+        EXPECT_EQ(address.hostByteOrderPort(), row.port);
+        EXPECT_EQ(address.maskBits(), 0);
         std::vector<std::string> texts;
         for (const TCPAddress &each : all)
             texts.push_back(text(each));
