@@ -31,6 +31,11 @@ bool isConnectionLost(int error) {
            error == 10061 || error == 10064 || error == 10065;
 }
 
+// The error of an operation; 0 where it succeeded, which it must not.
+int errorOf(bool succeeded) {
+    return succeeded ? 0 : socketError();
+}
+
 Endpoint loopback() {
     Endpoint endpoint;
     const unsigned char bytes[] = {127, 0, 0, 1};
@@ -133,28 +138,22 @@ protected:
 TEST_F(PlatformSockets, ErrorsAreRowsOfTheSystemErrorTable) {
     unsigned char byte = 0;
     Descriptor unconnected(openSocket(FAMILY_IPV4));
-    EXPECT_EQ(-1, receive(unconnected, &byte, 1));
-    EXPECT_EQ(10057, socketError());
-    EXPECT_FALSE(shutdownBoth(unconnected));
-    EXPECT_EQ(10057, socketError());
+    EXPECT_EQ(10057, errorOf(receive(unconnected, &byte, 1) != -1));
+    EXPECT_EQ(10057, errorOf(shutdownBoth(unconnected)));
 
-    EXPECT_FALSE(bindSocket(unconnected, address));
-    EXPECT_EQ(10048, socketError());
+    EXPECT_EQ(10048, errorOf(bindSocket(unconnected, address)));
 
     Endpoint elsewhere = loopback();
     elsewhere.ipv4 = 0x010200C0; // 192.0.2.1, which is nobody's
-    EXPECT_FALSE(bindSocket(unconnected, elsewhere));
-    EXPECT_EQ(10049, socketError());
+    EXPECT_EQ(10049, errorOf(bindSocket(unconnected, elsewhere)));
 
     listener.close();
-    EXPECT_FALSE(connectSocket(unconnected, address));
-    EXPECT_EQ(10061, socketError());
+    EXPECT_EQ(10061, errorOf(connectSocket(unconnected, address)));
 
     const int closed = near;
     near.close();
     std::size_t waiting = 0;
-    EXPECT_FALSE(bytesWaiting(closed, waiting));
-    EXPECT_THAT(socketError(), AnyOf(9, 10038));
+    EXPECT_THAT(errorOf(bytesWaiting(closed, waiting)), AnyOf(9, 10038));
 }
 
 TEST_F(PlatformSockets, ErrorOutlivesTheSuccessOfOtherCalls) {
@@ -178,14 +177,12 @@ TEST_F(PlatformSockets, WriterFindsADeadPeerLostAndGetsNoSignal) {
     far.close();
     EXPECT_TRUE(eventually([&] { return send(near, buffer, sizeof buffer) == -1; }));
     EXPECT_PRED1(isConnectionLost, socketError());
-    EXPECT_EQ(-1, send(near, buffer, sizeof buffer));
-    EXPECT_PRED1(isConnectionLost, socketError());
+    EXPECT_PRED1(isConnectionLost, errorOf(send(near, buffer, sizeof buffer) != -1));
 }
 
 // In the blocking mode that a socket begins with.
 TEST_F(PlatformSockets, ATransferNowNeverWaits) {
-    EXPECT_EQ(-1, receiveNow(far, buffer, sizeof buffer));
-    EXPECT_EQ(10035, socketError());
+    EXPECT_EQ(10035, errorOf(receiveNow(far, buffer, sizeof buffer) != -1));
     EXPECT_FALSE(awaitSocket(far, Await::readable, 0));
     arrive(3);
     EXPECT_TRUE(awaitSocket(far, Await::readable, -1));
@@ -195,8 +192,7 @@ TEST_F(PlatformSockets, ATransferNowNeverWaits) {
     for (int i = 0; i < 1000 && sent >= 0; ++i) { // more than any buffers hold
         sent = sendNow(near, much.data(), much.size());
     }
-    EXPECT_EQ(-1, sent);
-    EXPECT_EQ(10035, socketError());
+    EXPECT_EQ(10035, errorOf(sent != -1));
     EXPECT_FALSE(awaitSocket(near, Await::writable, 0));
     far.close();
     EXPECT_TRUE(awaitSocket(near, Await::writable, -1));
@@ -222,8 +218,8 @@ TEST_F(PlatformSockets, SecondListenerIsRefused) {
     for (const std::uint32_t where : {address.ipv4, 0u}) {
         address.ipv4 = where;
         ASSERT_TRUE(setExclusiveAddress(second));
-        EXPECT_FALSE(bindSocket(second, address) && listenSocket(second, 5));
-        EXPECT_THAT(socketError(), AnyOf(10048, 10013));
+        EXPECT_THAT(errorOf(bindSocket(second, address) && listenSocket(second, 5)),
+                    AnyOf(10048, 10013));
     }
 }
 
@@ -255,8 +251,7 @@ TEST_F(PlatformSockets, WaitReportsADescriptorThatIsNoneAnyMore) {
 
 TEST_F(PlatformSockets, WaitForNothingIsAnError) {
     DescriptorSet empty;
-    EXPECT_EQ(-1, waitReadable(empty, false));
-    EXPECT_THAT(socketError(), AnyOf(22, 10022));
+    EXPECT_THAT(errorOf(waitReadable(empty, false) != -1), AnyOf(22, 10022));
 }
 
 TEST_F(PlatformSockets, WaitTakesDescriptorsAbove1023) {
@@ -288,8 +283,7 @@ TEST_F(PlatformSockets, SignalEndsTheWait) {
         if (end.wait_for(std::chrono::seconds(10)) == std::future_status::timeout)
             near.close();
     });
-    EXPECT_EQ(-1, waitReadable(set, false));
-    EXPECT_EQ(4, socketError());
+    EXPECT_EQ(4, errorOf(waitReadable(set, false) != -1));
     EXPECT_EQ(0u, set.size());
     stopInterrupting();
     ended.set_value();
@@ -352,8 +346,7 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     Descriptor refused(openSocket(FAMILY_LOCAL));
     for (const std::string &path : {std::string(), std::string(maxLocalPath + 1, 's')}) {
         endpoint.path = path;
-        EXPECT_FALSE(bindSocket(refused, endpoint)) << path;
-        EXPECT_EQ(10014, socketError());
+        EXPECT_EQ(10014, errorOf(bindSocket(refused, endpoint))) << path;
     }
 }
 
