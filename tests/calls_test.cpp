@@ -1,12 +1,9 @@
 // Meetings begin and end with calls: what may be called, who becomes the host, and how each step of
 // a call ends when the other side answers, refuses, leaves or dies.
 #include "support/LogFile.h"
-#include "support/Party.h"
-#include "support/WirePeer.h"
+#include "support/Stage.h"
 
 #include <algorithm>
-#include <functional>
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
@@ -14,15 +11,12 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class Calls : public testing::Test {
-protected:
-    Meeting meeting;
-};
+class Calls : public Stage {};
+class RealCalls : public RealStage {};
 
 // ---- Hosting ----
 
 TEST_F(Calls, HostingAloneCanBeRepeatedAndOnlyRenames) {
-    Party ann(meeting, "Ann");
     EXPECT_TRUE(ann.hosts("Plan"));
     EXPECT_TRUE(ann->isHost() && ann->isMeeting());
     EXPECT_EQ("Plan", ann->meetingName());
@@ -33,14 +27,12 @@ TEST_F(Calls, HostingAloneCanBeRepeatedAndOnlyRenames) {
 }
 
 TEST_F(Calls, AServerHostsWithoutAWordAboutItself) {
-    Party relay(meeting, "Relay");
-    relay->setServerMode(true);
-    EXPECT_TRUE(relay.hosts("Plan"));
-    EXPECT_THAT(relay.events, IsEmpty());
+    ann->setServerMode(true);
+    EXPECT_TRUE(ann.hosts("Plan"));
+    EXPECT_THAT(ann.events, IsEmpty());
 }
 
-TEST_F(Calls, WhoIsInAMeetingCannotHostAnother) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, WhoIsInAMeetingCannotHostAnother) {
     LogFile log;
     ASSERT_TRUE(ann.meets(bob));
     for (Party *party : {&ann, &bob}) {
@@ -52,19 +44,14 @@ TEST_F(Calls, WhoIsInAMeetingCannotHostAnother) {
 }
 
 TEST_F(Calls, WhoIsBeingCalledByAHostCannotHostMeanwhile) {
-    Party ann(meeting, "Ann");
-    WirePeer caller(meeting, "Cid");
-    caller.entry.state = state::meeting | state::host;
     LogFile log;
-    ASSERT_TRUE(caller.connects(ann.port()));
-    ASSERT_TRUE(caller.saysHello() && caller.fences());
+    ASSERT_TRUE(host.connects(ann.port()) && host.saysHello() && host.fences());
     EXPECT_FALSE(ann.hosts("Mine"));
     EXPECT_TRUE(log.has("hostMeeting cannot set meeting name not host"));
     EXPECT_FALSE(ann->isMeeting());
 }
 
-TEST_F(Calls, OnlyAHostNamesTheMeeting) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, OnlyAHostNamesTheMeeting) {
     EXPECT_FALSE(ann->setMeetingName("Plan"));
     ASSERT_TRUE(ann.hosts("Plan") && ann.meets(bob));
     EXPECT_TRUE(ann->setMeetingName("Review"));
@@ -75,22 +62,15 @@ TEST_F(Calls, OnlyAHostNamesTheMeeting) {
 
 // ---- Calls that are refused at once ----
 
-TEST_F(Calls, ACallWithoutAnAddressIsRefused) {
-    Party ann(meeting, "Ann");
+TEST_F(Calls, ToNobodyAndToOneselfAreRefused) {
     LogFile log;
     EXPECT_FALSE(ann->placeCall("", 7777, "", 0, "", "", 0));
     EXPECT_TRUE(log.has("placeCall Cannot resolve address"));
-}
-
-TEST_F(Calls, ACallToOneselfIsRefused) {
-    Party ann(meeting, "Ann");
-    LogFile log;
     EXPECT_FALSE(ann.calls(ann));
     EXPECT_TRUE(log.has("placeCall Attempt to call self"));
 }
 
-TEST_F(Calls, ACallToOneselfByAnotherOfOnesAddressesGetsNoAnswer) {
-    Party ann(meeting, "Ann");
+TEST_F(Calls, ToOneselfByAnotherOfOnesAddressesGetNoAnswer) {
     if (ann.ip() == "127.0.0.1") {
         GTEST_SKIP() << "this machine has no second address";
     }
@@ -100,9 +80,7 @@ TEST_F(Calls, ACallToOneselfByAnotherOfOnesAddressesGetsNoAnswer) {
     EXPECT_FALSE(ann->isMeeting());
 }
 
-TEST_F(Calls, ACallToWhoIsCalledOrListedAlreadyIsRefused) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
+TEST_F(Calls, ToWhoIsCalledOrListedAlreadyAreRefused) {
     LogFile log;
     ASSERT_TRUE(bob.listens() && ann.calls(bob));
     EXPECT_FALSE(ann.calls(bob)) << "while the first call is under way";
@@ -111,8 +89,7 @@ TEST_F(Calls, ACallToWhoIsCalledOrListedAlreadyIsRefused) {
     EXPECT_EQ(2, log.entries("placeCall Attempt to place same call again"));
 }
 
-TEST_F(Calls, ACallThatNobodyTakesIsRefused) {
-    Party ann(meeting, "Ann");
+TEST_F(Calls, ThatNobodyTakesAreRefused) {
     unsigned short port = 0;
     {
         WirePeer gone(meeting, "Gone");
@@ -125,20 +102,17 @@ TEST_F(Calls, ACallThatNobodyTakesIsRefused) {
     EXPECT_THAT(ann.events, IsEmpty()) << "the result tells, not a callback";
 }
 
-TEST_F(Calls, AMemberCannotPlaceACall) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+TEST_F(RealCalls, OfAMemberAreRefused) {
     LogFile log;
     ASSERT_TRUE(ann.meets(bob));
     EXPECT_FALSE(bob.calls(cid));
     EXPECT_TRUE(log.has("Cannot place call in meeting and not host"));
 }
 
-TEST_F(Calls, AnAnswerToNobodyIsRefused) {
-    Party ann(meeting, "Ann");
-    WirePeer stranger(meeting, "Stranger");
+TEST_F(Calls, ThatAreNoneCannotBeAnswered) {
     LogFile log;
-    EXPECT_FALSE(ann.accepts(stranger));
-    EXPECT_FALSE(ann.rejects(stranger));
+    EXPECT_FALSE(ann.accepts(bob));
+    EXPECT_FALSE(ann.rejects(bob));
     EXPECT_TRUE(log.has("acceptCall Port ip combination not found"));
     EXPECT_TRUE(log.has("rejectCall Port ip combination not found"));
 }
@@ -146,25 +120,19 @@ TEST_F(Calls, AnAnswerToNobodyIsRefused) {
 // ---- Through a proxy ----
 
 TEST_F(Calls, AProxyWithoutAMeetingIdentifierIsConnectedToAndToldNothing) {
-    Party ann(meeting, "Ann");
-    WirePeer proxy(meeting, "Proxy");
-    ASSERT_TRUE(proxy.listens());
-    ASSERT_TRUE(ann->placeCall("far.example.org", 7777, "127.0.0.1", proxy.port(), "", "", 0));
-    ASSERT_TRUE(proxy.picksUp());
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(proxy.fences(&frames));
-    EXPECT_THAT(kinds(frames), IsEmpty());
-    EXPECT_THAT(proxy.rest(), IsEmpty());
+    ASSERT_TRUE(bob.listens());
+    ASSERT_TRUE(ann->placeCall("far.example.org", 7777, "127.0.0.1", bob.port(), "", "", 0));
+    ASSERT_TRUE(bob.picksUp());
+    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
+    EXPECT_THAT(bob.rest(), IsEmpty());
 }
 
 TEST_F(Calls, APortThatIsLeftToTheDefaultIsNotTheProxysOwn) {
-    Party ann(meeting, "Ann");
-    WirePeer proxy(meeting, "Proxy");
-    ASSERT_TRUE(proxy.listens());
-    proxy.readsText(true);
-    ASSERT_TRUE(ann->placeCall("127.0.0.1", 0, "127.0.0.1", proxy.port(), "room", "", 0));
-    ASSERT_TRUE(proxy.picksUp());
-    const auto text = [&] { return std::string(proxy.rest().begin(), proxy.rest().end()); };
+    ASSERT_TRUE(bob.listens());
+    bob.readsText(true);
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", 0, "127.0.0.1", bob.port(), "room", "", 0));
+    ASSERT_TRUE(bob.picksUp());
+    const auto text = [&] { return std::string(bob.rest().begin(), bob.rest().end()); };
     ASSERT_TRUE(meeting.until([&] { return text().find("\r\n\r\n") != std::string::npos; },
                               "the proxy is asked to connect"));
     EXPECT_THAT(text(), testing::StartsWith("CONNECT 127.0.0.1:"));
@@ -183,7 +151,7 @@ struct HostCase {
     const char *says;
 };
 
-constexpr std::uint32_t attending = state::meeting, hosting = state::meeting | state::host;
+constexpr std::uint32_t attending = state::meeting;
 
 const HostCase hostCases[] = {
     {"idle calls idle", Self::idle, 0, true, "_ensureHost no host so starting meeting OK"},
@@ -207,35 +175,30 @@ const HostCase hostCases[] = {
 class Hosting : public Calls, public testing::WithParamInterface<HostCase> {};
 
 TEST_P(Hosting, IsDecidedByTheCallerWhenTheHelloComes) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob"), host(meeting, "Host");
-    ASSERT_TRUE(bob.listens());
-    ASSERT_TRUE(GetParam().self != Self::hosting || ann.hosts("Plan"));
-    ASSERT_TRUE(ann.calls(bob) && bob.picksUp());
-    if (GetParam().self == Self::attending) {
-        host.entry.state = hosting;
-        ASSERT_TRUE(host.joins(ann.port()) && host.fences());
-        ASSERT_TRUE(ann->isMeeting() && !ann->isHost());
-    }
+    const HostCase &row = GetParam();
+    const bool attends = row.self == Self::attending;
+    ASSERT_TRUE(row.self != Self::hosting || ann.hosts("Plan"));
+    ASSERT_TRUE(ann.reaches(bob));
+    ASSERT_TRUE(!attends || (annAttends() && ann->isMeeting() && !ann->isHost()));
     ann.forgets();
 
-    bob.entry.state = GetParam().peer;
+    bob.entry.state = row.peer;
     LogFile log(LOG_TRACE);
     ASSERT_TRUE(bob.saysHello());
     EXPECT_TRUE(bob.receives(id::rosterEntry)) << "the caller introduces itself in any case";
     WireFrame next;
-    ASSERT_TRUE(bob.receives(GetParam().joins ? id::joinRequest : id::hangup, &next));
-    EXPECT_THAT(log.text(), testing::HasSubstr(GetParam().says));
-    EXPECT_EQ(GetParam().joins ? 1 : 0, ann.told("ringing Bob"));
-    EXPECT_EQ(GetParam().joins ? 0 : 1, ann.told("busy Bob"));
+    ASSERT_TRUE(bob.receives(row.joins ? id::joinRequest : id::hangup, &next));
+    EXPECT_THAT(log.text(), testing::HasSubstr(row.says));
+    EXPECT_EQ(row.joins ? 1 : 0, ann.told("ringing Bob"));
+    EXPECT_EQ(row.joins ? 0 : 1, ann.told("busy Bob"));
     EXPECT_EQ(0, ann.told("noAnswer 127.0.0.1"));
-    if (GetParam().joins) {
-        const bool becomesHost = GetParam().self == Self::hosting || GetParam().peer == 0;
+    if (row.joins) {
+        const bool becomesHost = row.self == Self::hosting || row.peer == 0;
         EXPECT_EQ(becomesHost, ann->isHost());
-        EXPECT_EQ(becomesHost, (WireEntry::decode(next.body)->state & state::host) != 0);
+        EXPECT_EQ(becomesHost, (entryIn(next).state & state::host) != 0);
     } else {
         EXPECT_TRUE(bob.seesTheEnd());
-        EXPECT_EQ(GetParam().self == Self::attending, ann->isMeeting() && !ann->isHost());
+        EXPECT_EQ(attends, ann->isMeeting() && !ann->isHost());
     }
 }
 
@@ -246,7 +209,7 @@ INSTANTIATE_TEST_SUITE_P(Table, Hosting, testing::ValuesIn(hostCases), caseName<
 struct EndCase {
     const char *name;
     bool asked; // the hello has come and the join request has gone out
-    std::function<void(Party &, WirePeer &)> happens;
+    void (*happens)(Party &, WirePeer &);
     std::vector<std::string> told;
     bool hungUp = false;        // the other side is told TCP_hangup
     bool staysReserved = false; // a further call to the same address is refused
@@ -254,69 +217,60 @@ struct EndCase {
 
 const std::vector<std::string> noAnswer = {"noAnswer 127.0.0.1"};
 
+void closes(Party &, WirePeer &bob) {
+    bob.closes();
+}
+void resets(Party &, WirePeer &bob) {
+    bob.resets();
+}
+void halfCloses(Party &, WirePeer &bob) {
+    bob.halfCloses();
+}
+void hangsUp(Party &, WirePeer &bob) {
+    bob.hangsUp();
+}
+void givesUp(Party &ann, WirePeer &) {
+    ann.leaves();
+}
+template <unsigned char... body>
+void replies(Party &, WirePeer &bob) {
+    bob.sends(id::joinReply, {body...});
+}
+
 const EndCase endCases[] = {
-    {"closed before the hello", false, [](Party &, WirePeer &bob) { bob.closes(); }, noAnswer},
-    {"reset before the hello", false, [](Party &, WirePeer &bob) { bob.resets(); }, noAnswer},
-    {"half-closed before the hello", false, [](Party &, WirePeer &bob) { bob.halfCloses(); },
-     noAnswer},
-    {"hung up before the hello", false, [](Party &, WirePeer &bob) { bob.sends(id::hangup); },
-     noAnswer},
-    {"given up before the hello", false, [](Party &ann, WirePeer &) { ann.leaves(); }, noAnswer,
-     true},
-    {"closed before the reply", true, [](Party &, WirePeer &bob) { bob.closes(); }, noAnswer},
-    {"reset before the reply", true, [](Party &, WirePeer &bob) { bob.resets(); }, noAnswer},
-    {"half-closed before the reply", true, [](Party &, WirePeer &bob) { bob.halfCloses(); },
-     noAnswer},
-    {"hung up before the reply", true, [](Party &, WirePeer &bob) { bob.sends(id::hangup); },
-     noAnswer},
-    {"given up before the reply", true, [](Party &ann, WirePeer &) { ann.leaves(); }, noAnswer,
-     true},
-    {"refused",
-     true,
-     [](Party &, WirePeer &bob) { bob.sends(id::joinReply, {0}); },
-     {"rejected Bob", "leader Ann"},
-     true},
-    {"answered in two bytes",
-     true,
-     [](Party &, WirePeer &bob) {
-         bob.sends(id::joinReply, {1, 1});
-     },
-     {"leader Ann"},
-     false,
-     true},
-    {"answered in no byte",
-     true,
-     [](Party &, WirePeer &bob) { bob.sends(id::joinReply, {}); },
-     {"leader Ann"},
-     false,
-     true},
+    {"closed before the hello", false, closes, noAnswer},
+    {"reset before the hello", false, resets, noAnswer},
+    {"half-closed before the hello", false, halfCloses, noAnswer},
+    {"hung up before the hello", false, hangsUp, noAnswer},
+    {"given up before the hello", false, givesUp, noAnswer, true},
+    {"closed before the reply", true, closes, noAnswer},
+    {"reset before the reply", true, resets, noAnswer},
+    {"half-closed before the reply", true, halfCloses, noAnswer},
+    {"hung up before the reply", true, hangsUp, noAnswer},
+    {"given up before the reply", true, givesUp, noAnswer, true},
+    {"refused", true, replies<0>, {"rejected Bob", "leader Ann"}, true},
+    {"answered in two bytes", true, replies<1, 1>, {"leader Ann"}, false, true},
+    {"answered in no byte", true, replies<>, {"leader Ann"}, false, true},
 };
 
 class CallEnds : public Calls, public testing::WithParamInterface<EndCase> {};
 
 TEST_P(CallEnds, AndTheApplicationIsToldOnce) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
-    ASSERT_TRUE(bob.listens() && ann.calls(bob) && bob.picksUp());
-    if (GetParam().asked) {
-        ASSERT_TRUE(bob.saysHello() && bob.receives(id::joinRequest));
-    }
+    const EndCase &row = GetParam();
+    ASSERT_TRUE(row.asked ? ann.asks(bob) : ann.reaches(bob));
     ann.forgets();
-    GetParam().happens(ann, bob);
-    if (GetParam().hungUp) {
-        EXPECT_TRUE(bob.receives(id::hangup));
-    }
-    if (GetParam().staysReserved) {
+    row.happens(ann, bob);
+    EXPECT_TRUE(!row.hungUp || bob.receives(id::hangup));
+    if (row.staysReserved) {
         EXPECT_TRUE(bob.fences()) << "the connection stands";
         std::erase(ann.events, "synch 16");
     } else {
         EXPECT_TRUE(!bob.connected() || bob.seesTheEnd());
     }
-    const auto ended = [&] { return ann.events.size() >= GetParam().told.size(); };
-    EXPECT_TRUE(meeting.until(ended, "the call ends"));
-    EXPECT_THAT(ann.events, testing::ElementsAreArray(GetParam().told));
+    EXPECT_TRUE(meeting.until([&] { return ann.events.size() >= row.told.size(); }, "the end"));
+    EXPECT_THAT(ann.events, testing::ElementsAreArray(row.told));
     EXPECT_THAT(ann.roster(), IsEmpty());
-    EXPECT_EQ(!GetParam().staysReserved, ann.calls(bob));
+    EXPECT_EQ(!row.staysReserved, ann.calls(bob));
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, CallEnds, testing::ValuesIn(endCases), caseName<EndCase>);
@@ -324,34 +278,24 @@ INSTANTIATE_TEST_SUITE_P(Table, CallEnds, testing::ValuesIn(endCases), caseName<
 // A call that dies while others are connected is told late: its place stays taken until the
 // hang-up.
 TEST_F(Calls, InCompanyACallWhoseConnectionDiesKeepsItsPlaceUntilTheHangUp) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
-    ASSERT_TRUE(ann.hosts("Plan") && cid.joins(ann.port()) && bob.listens());
     for (const bool asked : {false, true}) {
-        ASSERT_TRUE(ann.calls(bob) && bob.picksUp());
-        ASSERT_TRUE(!asked || (bob.saysHello() && bob.receives(id::joinRequest)));
+        ASSERT_TRUE(annHosts({&cid}));
+        ASSERT_TRUE(asked ? ann.asks(bob) : ann.reaches(bob));
         ann.forgets();
         bob.closes();
-        WireFrame leave;
-        ASSERT_TRUE(cid.receives(id::leaveNotify, &leave)) << "the host tells of nobody in name";
-        EXPECT_EQ(WireEntry::decode(leave.body)->firstName, "");
+        EXPECT_EQ("", entryIn(cid.next(id::leaveNotify)).firstName) << "of nobody in name";
         EXPECT_THAT(ann.events, IsEmpty());
         EXPECT_FALSE(ann.calls(bob));
         ann.leaves();
         EXPECT_THAT(ann.events, ElementsAre("noAnswer 127.0.0.1"));
-        ASSERT_TRUE(ann.hosts("Plan") && cid.joins(ann.port()));
     }
 }
 
 // The next call gets the number of the dead one's descriptor, and was taken for it.
 TEST_F(Calls, ADeadCallIsNotAnsweredByTheNextOneInItsPlace) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid"), dan(meeting, "Dan");
-    ASSERT_TRUE(ann.hosts("Plan") && cid.joins(ann.port()) && bob.listens() && dan.listens());
-    ASSERT_TRUE(ann.calls(bob) && bob.picksUp());
+    ASSERT_TRUE(annHosts({&cid}) && ann.reaches(bob));
     bob.closes();
-    ASSERT_TRUE(cid.receives(id::leaveNotify));
-    ASSERT_TRUE(ann.calls(dan) && dan.isJoined() && ann.isTold("join Dan"));
+    ASSERT_TRUE(cid.receives(id::leaveNotify) && ann.meets(dan));
     EXPECT_FALSE(ann.calls(bob)) << "the dead call has kept its place";
     ann.forgets();
     ann.leaves();
@@ -359,11 +303,8 @@ TEST_F(Calls, ADeadCallIsNotAnsweredByTheNextOneInItsPlace) {
 }
 
 TEST_F(Calls, ARefusedCallIsNotToldWithoutACallback) {
-    Party ann(meeting, "Ann");
     ann->setRejectedCB(nullptr);
-    WirePeer bob(meeting, "Bob");
-    ASSERT_TRUE(bob.listens() && ann.calls(bob) && bob.picksUp());
-    ASSERT_TRUE(bob.saysHello() && bob.receives(id::joinRequest));
+    ASSERT_TRUE(ann.asks(bob));
     ann.forgets();
     ASSERT_TRUE(bob.sends(id::joinReply, {0}) && bob.seesTheEnd());
     EXPECT_EQ(0, ann.told("noAnswer 127.0.0.1"));
@@ -371,8 +312,7 @@ TEST_F(Calls, ARefusedCallIsNotToldWithoutACallback) {
 
 // ---- Two real parties ----
 
-TEST_F(Calls, ACallBetweenIdlePartiesMakesTheCallerTheHost) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, ACallBetweenIdlePartiesMakesTheCallerTheHost) {
     ASSERT_TRUE(ann.meets(bob));
     ASSERT_TRUE(ann.sees({{"Bob", 1}}) && bob.sees({{"Ann", 0}}));
     ASSERT_TRUE(bob.isTold("leader Ann"));
@@ -385,8 +325,7 @@ TEST_F(Calls, ACallBetweenIdlePartiesMakesTheCallerTheHost) {
     EXPECT_EQ("join Ann", bob.events[1]);
 }
 
-TEST_F(Calls, WhoCallsAHostJoinsItsMeeting) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, WhoCallsAHostJoinsItsMeeting) {
     ASSERT_TRUE(ann.hosts("Plan") && bob.meets(ann));
     EXPECT_TRUE(ann.sees({{"Bob", 1}}) && bob.sees({{"Ann", 0}}));
     EXPECT_TRUE(ann->isHost() && !bob->isHost());
@@ -394,18 +333,15 @@ TEST_F(Calls, WhoCallsAHostJoinsItsMeeting) {
     EXPECT_TRUE(meeting.until([&] { return bob->colorIndex() == 1; }, "Bob has his colour"));
 }
 
-TEST_F(Calls, WhoCallsAnAttendeeIsToldBusy) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
-    ASSERT_TRUE(ann.meets(bob));
-    ASSERT_TRUE(cid.calls(bob));
+TEST_F(RealCalls, WhoCallsAnAttendeeIsToldBusy) {
+    ASSERT_TRUE(ann.meets(bob) && cid.calls(bob));
     EXPECT_TRUE(cid.isTold("busy Bob"));
     EXPECT_THAT(cid.events, ElementsAre("busy Bob"));
     EXPECT_FALSE(cid->isMeeting());
     EXPECT_TRUE(bob.sees({{"Ann", 0}})) << "the attendee's own meeting goes on";
 }
 
-TEST_F(Calls, ACallThatIsScreenedWaitsForTheAnswer) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, ACallThatIsScreenedWaitsForTheAnswer) {
     bob.screensCalls();
     ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann") && ann.isTold("ringing Bob"));
     EXPECT_EQ(0, ann.told("accepted Bob"));
@@ -415,8 +351,7 @@ TEST_F(Calls, ACallThatIsScreenedWaitsForTheAnswer) {
     EXPECT_FALSE(bob->rejectCall(ann->address()));
 }
 
-TEST_F(Calls, ACallThatIsScreenedCanBeRefused) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
+TEST_F(RealCalls, ACallThatIsScreenedCanBeRefused) {
     bob.screensCalls();
     ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann"));
     EXPECT_TRUE(bob->rejectCall(ann->address()));
@@ -428,8 +363,7 @@ TEST_F(Calls, ACallThatIsScreenedCanBeRefused) {
     EXPECT_FALSE(bob->acceptCall(ann->address())) << "the caller is gone";
 }
 
-TEST_F(Calls, AMeetingIsToldInTheLog) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+TEST_F(RealCalls, AMeetingIsToldInTheLog) {
     LogFile log(LOG_TRACE);
     ASSERT_TRUE(gather(ann, {&bob, &cid}));
     EXPECT_TRUE(ann->sendAllKeepAlive());
@@ -444,15 +378,13 @@ TEST_F(Calls, AMeetingIsToldInTheLog) {
           "Handle fd = ", " ssl = false  hangup = false", "Begin Sending Roster to ",
           "Sent Entry\nIP:  ", "Done Sending Roster to ", "Receive Roster entry from ",
           "Keep Alive", "Receive leave Notify from ",
-          "Receive==========\nIP:  ", "\n=============="}) {
+          "Receive==========\nIP:  ", "\n=============="})
         EXPECT_THAT(text, testing::HasSubstr(line));
-    }
 }
 
 // ---- Parting ----
 
-TEST_F(Calls, WhenTheHostLeavesTheMeetingIsOver) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+TEST_F(RealCalls, WhenTheHostLeavesTheMeetingIsOver) {
     ASSERT_TRUE(gather(ann, {&bob, &cid}));
     ann.leaves();
     EXPECT_FALSE(ann->isMeeting() || ann->isHost() || ann->isLeader());
@@ -468,47 +400,37 @@ TEST_F(Calls, WhenTheHostLeavesTheMeetingIsOver) {
 }
 
 TEST_F(Calls, TheServerBitStaysOffAfterAHangUpUntilTheModeIsSetAgain) {
-    Party relay(meeting, "Relay");
-    relay->setServerMode(true);
-    relay.leaves();
-    EXPECT_TRUE(relay->serverMode());
-    EXPECT_FALSE(relay->isServer());
-    relay->setServerMode(true);
-    EXPECT_TRUE(relay->isServer());
+    ann->setServerMode(true);
+    ann.leaves();
+    EXPECT_TRUE(ann->serverMode());
+    EXPECT_FALSE(ann->isServer());
+    ann->setServerMode(true);
+    EXPECT_TRUE(ann->isServer());
 }
 
 // Without a leave callback nothing tells a member that the connection that went was its host's, so
 // it goes by its list: the shadows of the others keep it in the meeting.
 TEST_F(Calls, AMemberThatDoesNotWatchLeavesMissesTheLossOfItsHostWhileItKnowsOfOthers) {
+    ann->setLeaveCB(nullptr);
     for (const bool others : {false, true}) {
-        Party bob(meeting, "Bob");
-        bob->setLeaveCB(nullptr);
-        WirePeer host(meeting, "Host");
-        host.entry.state = hosting;
-        ASSERT_TRUE(host.joins(bob.port()));
-        if (others) {
-            ASSERT_TRUE(host.sends(id::rosterReply, WireEntry::party("Cid", 60001).encode()));
-        }
+        ASSERT_TRUE(annAttends());
+        ASSERT_TRUE(!others || host.sends(id::rosterReply, cid.entry.encode()));
         ASSERT_TRUE(host.fences());
-        EXPECT_EQ(others ? 1 : 0, bob.told("join Cid"));
-        TCPSelect loop;
-        const int registered = loop.numDescriptors();
+        EXPECT_EQ(others ? 1 : 0, ann.told("join Cid"));
+        const int registered = meeting.watched();
         host.closes();
-        ASSERT_TRUE(meeting.until([&] { return loop.numDescriptors() < registered; },
+        ASSERT_TRUE(meeting.until([&] { return meeting.watched() < registered; },
                                   "the connection is dropped"));
-        EXPECT_EQ(others, bob->isMeeting());
+        EXPECT_EQ(others, ann->isMeeting());
     }
 }
 
 TEST_F(Calls, AMemberWithTwoConnectionsThatLosesOneGivesUpBoth) {
-    Party bob(meeting, "Bob");
-    WirePeer host(meeting, "Host"), intruder(meeting, "Intruder");
-    host.entry.state = hosting;
-    ASSERT_TRUE(host.joins(bob.port()) && intruder.joins(bob.port()));
-    intruder.closes();
+    ASSERT_TRUE(annAttends() && bob.joins(ann.port()));
+    bob.closes();
     EXPECT_TRUE(host.receives(id::hangup));
     EXPECT_TRUE(host.seesTheEnd());
-    EXPECT_FALSE(bob->isMeeting());
+    EXPECT_FALSE(ann->isMeeting());
 }
 
 } // namespace

@@ -5,16 +5,15 @@
 #include "support/ChildProcess.h"
 #include "support/Meeting.h"
 #include "support/TemporaryFolder.h"
+#include "support/Words.h"
 
 #include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <gtest/gtest.h>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <set>
-#include <sstream>
 #include <thread>
 
 namespace vintok::test {
@@ -124,17 +123,12 @@ class CallsAtOnce : public testing::TestWithParam<Calls> {
 protected:
     using Words = std::vector<std::string>;
 
-    static Words split(const std::string &text) {
-        std::istringstream stream(text);
-        return {std::istream_iterator<std::string>(stream), {}};
-    }
-
     void starts(const std::string &name) {
         ChildProcess &party =
             parties.try_emplace(name, Words{VINTOK_TEST_PARTY, name, "idle"}).first->second;
         std::string line;
         ASSERT_TRUE(party.printed(" at ", &line)) << party.story();
-        places[name] = split(line);
+        places[name] = wordsOf(line);
     }
 
     static bool calls(const std::string &name) {
@@ -153,7 +147,7 @@ protected:
         for (auto &[name, party] : parties) {
             std::string line;
             EXPECT_TRUE(party.type("?") && party.printed(name + ' ', &line)) << name;
-            said[name] = split(line + " .");
+            said[name] = wordsOf(line + " .");
         }
         return said;
     }
@@ -209,7 +203,7 @@ TEST_P(CallsAtOnce, EndInOneMeetingWithOneHost) {
             starts(name);
     std::map<std::string, int> outcomes;
     for (int round = 0; round < rounds(); ++round) {
-        for (const std::string &one : split(all))
+        for (const std::string &one : wordsOf(all))
             call(one.substr(0, 1), one.substr(1));
         ASSERT_TRUE(settles(true)) << round << testing::PrintToString(ask());
         EXPECT_TRUE(parties.size() == 3 || outcome == "AB");

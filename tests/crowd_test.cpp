@@ -4,14 +4,12 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Thread.h"
-#include "support/Party.h"
-#include "support/WirePeer.h"
+#include "support/Stage.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <gmock/gmock.h>
 #include <map>
 #include <memory>
 #include <random>
@@ -21,11 +19,9 @@
 namespace vintok::test {
 namespace {
 
-class Crowd : public testing::Test {
+class Crowd : public Stage {
 protected:
     Crowd() { setLogLevel(LOG_NONE); }
-
-    Meeting meeting;
 };
 
 // ---- Coming and going ----
@@ -36,15 +32,12 @@ struct Member {
 
     // Takes in what has come; the connection goes on being read.
     void listen() {
-        std::vector<WireFrame> frames;
-        ASSERT_TRUE(peer.fences(&frames));
-        for (const WireFrame &frame : frames) {
+        for (const WireFrame &frame : peer.gets()) {
             const auto entry = WireEntry::decode(frame.body);
-            if (frame.id == id::rosterReply && entry) {
+            if (frame.id == id::rosterReply && entry)
                 roster[entry->address.port] = {entry->firstName, entry->color};
-            } else if (frame.id == id::leaveNotify && entry) {
+            else if (frame.id == id::leaveNotify && entry)
                 roster.erase(entry->address.port);
-            }
         }
     }
 
@@ -65,11 +58,7 @@ public:
 
     void joins(const std::string &name) {
         auto member = std::make_unique<Member>(m_meeting, name);
-        if (below(2) == 0) {
-            ASSERT_TRUE(member->peer.joins(m_host.port()));
-        } else {
-            ASSERT_TRUE(member->peer.listens() && m_host.meets(member->peer));
-        }
+        ASSERT_TRUE(below(2) == 0 ? member->peer.joins(m_host.port()) : m_host.meets(member->peer));
         member->color = m_nextColor++;
         m_members.push_back(std::move(member));
     }
@@ -106,9 +95,8 @@ public:
         for (const auto &member : m_members) {
             member->listen();
             Roster told;
-            for (const auto &[port, party] : member->roster) {
+            for (const auto &[port, party] : member->roster)
                 told.insert(party);
-            }
             Roster expected = truth();
             expected[m_host.name()] = 0;
             ASSERT_EQ(expected, told) << member->peer.entry.firstName;
@@ -120,9 +108,8 @@ private:
     Member &any() { return *m_members[below(m_members.size())]; }
     Roster truth() const {
         Roster roster;
-        for (const auto &member : m_members) {
+        for (const auto &member : m_members)
             roster[member->peer.entry.firstName] = member->color;
-        }
         return roster;
     }
 
@@ -138,24 +125,19 @@ TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
     const unsigned seed =
         fixed != nullptr ? static_cast<unsigned>(std::atoi(fixed)) : std::random_device()();
     SCOPED_TRACE("VINTOK_TEST_SEED=" + std::to_string(seed));
-    Party ann(meeting, "Ann");
     ASSERT_TRUE(ann.hosts("Plan"));
     Oracle oracle(meeting, ann, seed);
     constexpr std::size_t room = 8;
     for (int came = 0; came < 200 && !HasFatalFailure();) {
         const std::size_t dice = oracle.below(10);
-        if (oracle.size() < 2 || (dice < 5 && oracle.size() < room)) { // alone, the host hangs up
+        if (oracle.size() < 2 || (dice < 5 && oracle.size() < room)) // alone, the host hangs up
             oracle.joins("Member" + std::to_string(++came));
-        } else if (dice < 8) {
+        else if (dice < 8)
             oracle.leaves();
-        } else if (dice == 8) {
-            oracle.renames();
-        } else {
-            oracle.speaks();
-        }
-        if (oracle.below(8) == 0) {
+        else
+            dice == 8 ? oracle.renames() : oracle.speaks();
+        if (oracle.below(8) == 0)
             oracle.check();
-        }
     }
     oracle.check();
 }
@@ -163,31 +145,24 @@ TEST_F(Crowd, TwoHundredComeAndGoAndEverybodyKnowsWhoIsThere) {
 // ---- At the same moment ----
 
 TEST_F(Crowd, AListedPartyMayKnockAsOftenAsItLikes) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
-    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()));
-    TCPSelect loop;
-    const int before = loop.numDescriptors();
-    for (int times = 0; times < 50; ++times) {
-        WirePeer again(meeting, "Again");
-        again.entry = bob.entry;
-        ASSERT_TRUE(again.connects(ann.port()) && again.saysHello() && again.asksToJoin());
-        ASSERT_TRUE(again.seesTheEnd());
-    }
-    EXPECT_EQ(before, loop.numDescriptors());
+    ASSERT_TRUE(annHosts({&bob}));
+    const int before = meeting.watched();
+    cid.entry = bob.entry;
+    for (int times = 0; times < 50; ++times)
+        ASSERT_TRUE(cid.knocks(ann.port()) && cid.seesTheEnd());
+    EXPECT_EQ(before, meeting.watched());
     EXPECT_EQ(ann.roster(), (Roster{{"Bob", 1}}));
     EXPECT_TRUE(ann.says("hello") && bob.receives(id::broadcast));
 }
 
 TEST_F(Crowd, ACallerThatGivesUpInTheQueueTakesNobodyElseWithIt) {
-    Party ann(meeting, "Ann");
     ASSERT_TRUE(ann.hosts("Plan"));
-    for (int times = 0; times < 3; ++times) {
-        WirePeer gone(meeting, "Gone"), next(meeting, "Next");
-        ASSERT_TRUE(gone.connects(ann.port()) && next.connects(ann.port()));
-        gone.resets();
-        EXPECT_TRUE(next.receives(id::rosterEntry));
-        EXPECT_TRUE(next.saysHello() && next.asksToJoin() && next.receives(id::joinReply));
+    for (WirePeer *next : {&cid, &dan, &host}) {
+        next->entry.state = 0;
+        ASSERT_TRUE(bob.connects(ann.port()) && next->connects(ann.port()));
+        bob.resets();
+        EXPECT_TRUE(next->receives(id::rosterEntry));
+        EXPECT_TRUE(next->saysHello() && next->asksToJoin() && next->receives(id::joinReply));
     }
 }
 
@@ -242,10 +217,7 @@ private:
 };
 
 TEST_F(Crowd, OneWhoIsDeafForAWhileHoldsTheOthersUpAndLosesNothing) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
-    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
-    ASSERT_TRUE(bob.fences() && cid.fences());
+    ASSERT_TRUE(annHosts({&bob, &cid}));
     constexpr int times = 400;
     const std::string text(5000, 'x');
     const Deaf deaf(bob.handsOver(), Deaf::Then::reads);
@@ -258,10 +230,7 @@ TEST_F(Crowd, OneWhoIsDeafForAWhileHoldsTheOthersUpAndLosesNothing) {
 }
 
 TEST_F(Crowd, OneWhoDiesDeafIsDroppedAndTheOthersHearEverything) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
-    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
-    ASSERT_TRUE(bob.fences() && cid.fences());
+    ASSERT_TRUE(annHosts({&bob, &cid}));
     const std::string text(5000, 'x');
     {
         const Deaf deaf(bob.handsOver(), Deaf::Then::dies);
@@ -277,41 +246,30 @@ TEST_F(Crowd, OneWhoDiesDeafIsDroppedAndTheOthersHearEverything) {
 // ---- Many deaths ----
 
 TEST_F(Crowd, AHostSurvivesTheDeathOfMostOfItsMembersAtOnce) {
-    Party ann(meeting, "Ann");
-    WirePeer survivor(meeting, "Survivor");
     std::vector<std::unique_ptr<WirePeer>> others;
     ASSERT_TRUE(ann.hosts("Plan"));
     for (int number = 0; number < 40; ++number) {
         others.push_back(std::make_unique<WirePeer>(meeting, "Member" + std::to_string(number)));
         ASSERT_TRUE(others.back()->joins(ann.port()));
         if (number == 20) {
-            ASSERT_TRUE(survivor.joins(ann.port()));
+            ASSERT_TRUE(bob.joins(ann.port()));
         }
     }
-    ASSERT_TRUE(survivor.fences());
-    TCPSelect loop;
-    const int before = loop.numDescriptors();
-    for (const auto &member : others) {
+    ASSERT_TRUE(bob.fences());
+    const int before = meeting.watched();
+    for (const auto &member : others)
         member->resets();
-    }
     EXPECT_FALSE(ann.says("hello"));
-    EXPECT_EQ(ann.roster(), (Roster{{"Survivor", 22}}));
-    EXPECT_EQ(before - 40, loop.numDescriptors());
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(survivor.fences(&frames));
-    std::set<std::string> gone;
-    for (const WireEntry &party : entries(frames, id::leaveNotify)) {
-        gone.insert(party.firstName);
-    }
-    EXPECT_EQ(40u, gone.size()) << "each departure is told";
+    EXPECT_EQ(ann.roster(), (Roster{{"Bob", 22}}));
+    EXPECT_EQ(before - 40, meeting.watched());
+    const auto gone = names(bob.gets(), id::leaveNotify);
+    EXPECT_EQ(40u, std::set(gone.begin(), gone.end()).size()) << "each departure is told";
     EXPECT_TRUE(ann.says("again"));
 }
 
 TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
-    Party ann(meeting, "Ann");
     ASSERT_TRUE(ann.hosts("Plan"));
-    TCPSelect loop;
-    const int before = loop.numDescriptors();
+    const int before = meeting.watched();
     {
         std::vector<std::unique_ptr<WirePeer>> members;
         for (int number = 0; number < 20; ++number) {
@@ -321,7 +279,7 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
     }
     EXPECT_TRUE(meeting.until([&] { return !ann->isMeeting(); }, "nobody is left"));
     EXPECT_EQ(20, ann.told("leave Member"));
-    EXPECT_EQ(before, loop.numDescriptors());
+    EXPECT_EQ(before, meeting.watched());
 }
 
 // ---- Descriptors ----
@@ -329,18 +287,13 @@ TEST_F(Crowd, AHostSurvivesTheDeathOfAllItsMembersInTheLoop) {
 // Sockets that only take up numbers.
 class Ballast {
 public:
-    ~Ballast() {
-        for (const int descriptor : m_descriptors) {
-            platform::closeSocket(descriptor);
-        }
-    }
+    ~Ballast() { drop(m_descriptors.size()); }
     // Stops where the system gives no more. Returns how many there are.
     std::size_t fill(std::size_t count) {
         while (m_descriptors.size() < count) {
             const int descriptor = platform::openSocket(platform::FAMILY_IPV4);
-            if (descriptor == -1) {
+            if (descriptor == -1)
                 break;
-            }
             m_descriptors.push_back(descriptor);
         }
         return m_descriptors.size();
@@ -383,19 +336,17 @@ TEST_F(Crowd, AHostWorksInAProcessWithManyDescriptors) {
     if (got < wanted) {
         GTEST_SKIP() << "this system gives " << got << " sockets, not " << wanted;
     }
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
-    ASSERT_TRUE(gather(ann, {&bob, &cid}));
-    EXPECT_TRUE(bob.says("hello") && ann.hears("hello") && cid.hears("hello"));
-    bob.leaves();
-    EXPECT_TRUE(ann.sees({{"Cid", 2}}) && cid.sees({{"Ann", 0}}));
+    Party eve(meeting, "Eve"), fay(meeting, "Fay"), guy(meeting, "Guy");
+    ASSERT_TRUE(gather(eve, {&fay, &guy}));
+    EXPECT_TRUE(fay.says("hello") && eve.hears("hello") && guy.hears("hello"));
+    fay.leaves();
+    EXPECT_TRUE(eve.sees({{"Guy", 2}}) && guy.sees({{"Eve", 0}}));
 }
 
 // A listener whose connection cannot be accepted stays readable; a host that only noted that would
 // spin.
 TEST_F(Crowd, AHostWithoutDescriptorsTurnsCallersAwayAndServesItsMembers) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
-    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && bob.fences());
+    ASSERT_TRUE(annHosts({&bob}));
     constexpr std::size_t room = 200;
     const Limit limit(room);
     if (!limit.holds()) {
@@ -404,23 +355,20 @@ TEST_F(Crowd, AHostWithoutDescriptorsTurnsCallersAwayAndServesItsMembers) {
     Ballast ballast;
     ASSERT_LT(ballast.fill(room), room);
     for (int times = 0; times < 3; ++times) {
-        WirePeer caller(meeting, "Caller");
         ballast.drop(1);
-        ASSERT_TRUE(caller.connects(ann.port()));
-        EXPECT_TRUE(caller.seesTheEnd());
+        ASSERT_TRUE(cid.connects(ann.port()));
+        EXPECT_TRUE(cid.seesTheEnd());
         EXPECT_TRUE(ann.says("hello"));
         ASSERT_TRUE(bob.fences());
-        caller.closes();
+        cid.closes();
         ballast.fill(room);
     }
     int busyTurns = 0;
-    for (int turns = 0; turns < 20; ++turns) {
+    for (int turns = 0; turns < 20; ++turns)
         busyTurns += meeting.turn() ? 1 : 0;
-    }
     EXPECT_LT(busyTurns, 5) << "nothing is left to do";
     ballast.drop(20);
-    WirePeer caller(meeting, "Caller");
-    EXPECT_TRUE(caller.joins(ann.port())) << "as soon as there is room";
+    EXPECT_TRUE(cid.joins(ann.port())) << "as soon as there is room";
 }
 
 } // namespace

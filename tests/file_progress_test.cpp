@@ -1,12 +1,9 @@
 // What an application is told while a file is under way, at both ends of it.
-#include "platform/Thread.h"
 #include "support/Environment.h"
-#include "support/Party.h"
+#include "support/Stage.h"
+#include "support/TemporaryFolder.h"
 
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <gmock/gmock.h>
 #include <stdexcept>
 
 namespace vintok::test {
@@ -33,24 +30,25 @@ void onProgress(ConferenceParticipant *at, const TCPAddress &origin, std::uint64
         inside(*at, Step(steps.back()));
 }
 
-class FileProgress : public testing::Test {
+class FileProgress : public RealStage {
 protected:
     FileProgress() {
-        folder = fs::temp_directory_path() /
-                 ("vintok-progress-" + std::to_string(platform::currentProcessId()));
-        fs::create_directories(folder);
-        path = (folder / "f.bin").string();
-        std::ofstream(path, std::ios::binary) << std::string(2049, 'x');
         steps.clear();
         inside = nullptr;
         EXPECT_TRUE(gather(ann, {&bob, &cid}));
         for (Party *party : {&ann, &bob, &cid})
             (*party)->setFileProgressCB(onProgress);
     }
-    ~FileProgress() override {
-        ConferenceParticipant::setFileRoot("");
-        std::error_code ignored;
-        fs::remove_all(folder, ignored);
+    ~FileProgress() override { ConferenceParticipant::setFileRoot(""); }
+
+    // Whoever takes files in stores them.
+    bool stores() const { return ConferenceParticipant::setFileRoot(folder.path("in")); }
+    // The party hangs up when it is told of so many bytes.
+    void hangsUpAt(const Party &party, std::uint64_t done) {
+        inside = [&party, done](ConferenceParticipant &at, const Step &step) {
+            if (&at == &party.participant() && step.done == done)
+                at.hangup();
+        };
     }
 
     // "done/total" of each call at that party, all about a file of Bob's at this path.
@@ -66,27 +64,24 @@ protected:
         return lines;
     }
 
-    fs::path folder;
-    std::string path;
+    const TemporaryFolder folder;
+    const std::string path = folder.holding("f.bin", std::string(2049, 'x'));
     ScopedEnvironment variable{"QOR_COLLAB_ROOT_LOCAL"}; // put back in the end
-    Meeting meeting;
-    Party ann{meeting, "Ann"}, bob{meeting, "Bob"}, cid{meeting, "Cid"};
 };
 
 TEST_F(FileProgress, BothEndsAreToldOfTheBeginAndOfEachPart) {
-    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
+    ASSERT_TRUE(stores());
     ASSERT_TRUE(bob->transferFile(path, "f.bin"));
     EXPECT_THAT(told(bob, path, bob), ElementsAre("0/2049", "1024/2049", "2048/2049", "2049/2049"));
     ASSERT_TRUE(ann.isTold("file whole"));
-    const std::string stored = (folder / "in" / "f.bin").string();
+    const std::string stored = folder.path("in/f.bin");
     EXPECT_THAT(told(ann, stored, bob), ElementsAre("0/0", "1024/0", "2048/0", "2049/0"));
 }
 
 TEST_F(FileProgress, AFileThatIsNotStoredIsToldOnceWithoutAPath) {
     for (const char *root : {"", "f.bin/below"}) { // no folder, and one that cannot be made
         steps.clear();
-        ASSERT_TRUE(
-            ConferenceParticipant::setFileRoot(*root == '\0' ? "" : (folder / root).string()));
+        ASSERT_TRUE(ConferenceParticipant::setFileRoot(*root == '\0' ? "" : folder.path(root)));
         ASSERT_TRUE(bob->transferFile(path, "f.bin") && bob.says("done"));
         ASSERT_TRUE(ann.hears("done") && cid.hears("done"));
         EXPECT_THAT(told(ann, "", bob), ElementsAre("0/0"));
@@ -97,24 +92,18 @@ TEST_F(FileProgress, AFileThatIsNotStoredIsToldOnceWithoutAPath) {
 }
 
 TEST_F(FileProgress, ASenderThatHangsUpInItSendsNoMore) {
-    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
-    inside = [&](ConferenceParticipant &at, const Step &step) {
-        if (&at == &bob.participant() && step.done == 2048)
-            at.hangup();
-    };
+    ASSERT_TRUE(stores());
+    hangsUpAt(bob, 2048);
     EXPECT_FALSE(bob->transferFile(path, "f.bin"));
     EXPECT_THAT(told(bob, path, bob), ElementsAre("0/2049", "1024/2049", "2048/2049"));
     EXPECT_TRUE(ann.isTold("file failed") && cid.isTold("file failed"));
-    EXPECT_THAT(fs::is_empty(folder / "in"), true);
+    EXPECT_TRUE(fs::is_empty(folder.path("in")));
 }
 
 TEST_F(FileProgress, AReceiverMayHangUpInIt) {
-    ASSERT_TRUE(ConferenceParticipant::setFileRoot((folder / "in").string()));
+    ASSERT_TRUE(stores());
     for (const std::uint64_t when : {0u, 1024u}) {
-        inside = [&](ConferenceParticipant &at, const Step &step) {
-            if (&at == &cid.participant() && step.done == when)
-                at.hangup();
-        };
+        hangsUpAt(cid, when);
         cid.forgets();
         ASSERT_TRUE(bob->transferFile(path, "f.bin"));
         ASSERT_TRUE(cid.isTold("file failed") && ann.isTold("leave Cid"));

@@ -4,15 +4,13 @@
 #include "platform/TestSockets.h"
 #include "support/Environment.h"
 #include "support/LogFile.h"
-#include "support/Party.h"
+#include "support/Stage.h"
 #include "support/TemporaryFolder.h"
-#include "support/WirePeer.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <future>
-#include <gmock/gmock.h>
 #include <iterator>
 #include <set>
 #include <thread>
@@ -56,7 +54,7 @@ Bytes endBody(std::uint32_t size) {
 WirePeer *dying;
 
 // A folder of the test's own, with the receivers' root in it.
-class Files : public testing::Test {
+class Files : public Stage {
 protected:
     Files() {
         fs::create_directories(folder);
@@ -102,11 +100,17 @@ protected:
     static bool data(WirePeer &peer, const std::string &text) {
         return peer.sends(id::fileData, Bytes(text.begin(), text.end()));
     }
+    static bool ends(WirePeer &peer, std::size_t size) {
+        return peer.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(size))) && peer.fences();
+    }
     static bool sendsFile(WirePeer &peer, const std::string &relativePath,
                           const std::string &text) {
-        return begins(peer, relativePath) && data(peer, text) &&
-               peer.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(text.size()))) &&
-               peer.fences();
+        return begins(peer, relativePath) && data(peer, text) && ends(peer, text.size());
+    }
+    // It is not ended.
+    static bool beginsFile(WirePeer &peer, const std::string &relativePath,
+                           const std::string &text) {
+        return begins(peer, relativePath) && data(peer, text) && peer.fences();
     }
     // After whatever has happened, a file from `peer` and a word from Ann still arrive.
     void expectThatTheMeetingGoesOn(WirePeer &peer) {
@@ -125,9 +129,7 @@ protected:
     const fs::path folder = temporary.path("f");
     fs::path root;
     std::unique_ptr<ScopedEnvironment> variable;
-    Meeting meeting;
-    Party ann{meeting, "Ann"};
-    WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"};
+    Party eve{meeting, "Eve"}, fay{meeting, "Fay"};
 };
 
 // ---- Whole files ----
@@ -137,7 +139,6 @@ class FileSizes : public Files, public testing::WithParamInterface<std::size_t> 
 TEST_P(FileSizes, AFileGoesOutInChunksAndIsStoredAsItWas) {
     const std::string content = contentOfSize(GetParam());
     const std::string path = makeFile("sub/f.bin", content);
-    Party eve(meeting, "Eve"), fay(meeting, "Fay");
     ASSERT_TRUE(gather(ann, {&eve, &fay}));
     joined({&bob});
     ASSERT_TRUE(ann->transferFile(path, "sub/f.bin"));
@@ -147,8 +148,7 @@ TEST_P(FileSizes, AFileGoesOutInChunksAndIsStoredAsItWas) {
     EXPECT_EQ(ann->address(), eve.files.at(0).neighbour);
     EXPECT_EQ(0, ann.told("file whole")) << "the sender does not get its own file";
 
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(bob.fences(&frames));
+    auto frames = bob.gets();
     std::erase_if(frames, [](const WireFrame &frame) {
         return frame.id < id::fileBegin || frame.id > id::fileEnd;
     });
@@ -170,7 +170,6 @@ INSTANTIATE_TEST_SUITE_P(All, FileSizes, testing::Values(1, 1024, 2048, 2049));
 TEST_F(Files, AHostRelaysAFileAndStoresItToo) {
     const std::string content = contentOfSize(5000);
     const std::string path = makeFile("f.bin", content);
-    Party eve(meeting, "Eve"), fay(meeting, "Fay");
     ASSERT_TRUE(gather(ann, {&eve, &fay}));
     joined({&bob});
     ASSERT_TRUE(eve->transferFile(path, "f.bin"));
@@ -178,16 +177,14 @@ TEST_F(Files, AHostRelaysAFileAndStoresItToo) {
     EXPECT_EQ(ann->address(), fay.files.at(0).neighbour) << "who passed it on";
     EXPECT_EQ(eve->address(), ann.files.at(0).neighbour);
     EXPECT_EQ(content, contentOf(root / "f.bin"));
-    WireFrame frame;
     std::string came;
-    ASSERT_TRUE(bob.receives(id::fileBegin, &frame));
+    ASSERT_TRUE(bob.receives(id::fileBegin));
     for (int chunk = 0; chunk < 5; ++chunk) {
-        ASSERT_TRUE(bob.receives(id::fileData, &frame));
-        came.append(frame.body.begin(), frame.body.end());
+        const Bytes body = bob.next(id::fileData).body;
+        came.append(body.begin(), body.end());
     }
     EXPECT_TRUE(content == came);
-    EXPECT_TRUE(bob.receives(id::fileEnd, &frame));
-    EXPECT_EQ(endBody(5000), frame.body);
+    EXPECT_EQ(endBody(5000), bob.next(id::fileEnd).body);
     EXPECT_EQ(0, eve.told("file whole")) << "it does not come back";
 }
 
@@ -195,21 +192,19 @@ TEST_F(Files, AHostRelaysAFileAndStoresItToo) {
 TEST_F(Files, AFileThatFillsEveryBufferArrivesWholeAtEverybody) {
     const std::string content = contentOfSize(300000);
     const std::string path = makeFile("long.bin", content);
-    Party fay(meeting, "Fay");
     ASSERT_TRUE(gather(ann, {&fay}));
     joined({&bob});
     std::promise<Party *> stands;
     std::promise<void> received;
     std::thread sender([&, wait = received.get_future()] {
         Meeting own;
-        Party eve(own, "Eve");
-        stands.set_value(&eve);
-        EXPECT_TRUE(eve.isTold("join Ann"));
-        EXPECT_TRUE(eve->transferFile(path, "long.bin"));
+        Party guy(own, "Guy");
+        stands.set_value(&guy);
+        EXPECT_TRUE(guy.isTold("join Ann"));
+        EXPECT_TRUE(guy->transferFile(path, "long.bin"));
         wait.wait();
     });
-    const Party *eve = stands.get_future().get();
-    EXPECT_TRUE(ann.calls(*eve));
+    EXPECT_TRUE(ann.calls(*stands.get_future().get()));
     EXPECT_TRUE(ann.isTold("file whole") && fay.isTold("file whole"));
     EXPECT_TRUE(content == contentOf(root / "long.bin"));
     std::string came;
@@ -241,9 +236,7 @@ TEST_F(Files, WhatCannotBeSentIsRefusedAndNobodyHearsOfIt) {
     EXPECT_FALSE(ann->transferFile(makeFile("b.txt/b.txt", "text"), "b.txt")) << "occurs earlier";
     EXPECT_FALSE(ann->transferFile("", "a.txt"));
     EXPECT_FALSE(ann->transferFile(path, ""));
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(bob.fences(&frames));
-    EXPECT_THAT(kinds(frames), IsEmpty());
+    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
     EXPECT_TRUE(ann->transferFile(path, "a.txt"));
     EXPECT_TRUE(bob.receives(id::fileEnd));
 }
@@ -259,9 +252,8 @@ TEST_F(Files, WithoutARootEverythingIsCountedAndPassedOn) {
         variable = set ? std::make_unique<ScopedEnvironment>(rootVariable, "")
                        : std::make_unique<ScopedEnvironment>(rootVariable);
         EXPECT_TRUE(sendsFile(bob, "f", "text"));
-        WireFrame frame;
-        EXPECT_TRUE(cid.receives(id::fileBegin) && cid.receives(id::fileData, &frame));
-        EXPECT_EQ(Bytes({'t', 'e', 'x', 't'}), frame.body);
+        EXPECT_TRUE(cid.receives(id::fileBegin));
+        EXPECT_EQ(Bytes({'t', 'e', 'x', 't'}), cid.next(id::fileData).body);
         EXPECT_TRUE(cid.receives(id::fileEnd));
     }
     EXPECT_EQ(2, log.entries("_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set"));
@@ -294,17 +286,13 @@ TEST_F(Files, ARootThatIsNoFolderStoresNothing) {
 
 // ---- Where a received path leads ----
 
-struct PathCase {
-    std::string relativePath;
-    std::string place; // in the root; empty: refused
-};
-
 TEST_F(Files, NoPathLeadsOutOfTheRoot) {
     const std::string nul("a\0/../../b", 10);
     const auto unlessDevice = [](const char *name) {
         return platform::isReservedName(name) ? std::string() : std::string(name);
     };
-    const PathCase cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
+        // the place in the root; empty: refused
         {"f.bin", "f.bin"},
         {"sub/dir/f.bin", "sub/dir/f.bin"},
         {"sub\\dir\\f.bin", "sub/dir/f.bin"},
@@ -330,16 +318,16 @@ TEST_F(Files, NoPathLeadsOutOfTheRoot) {
     fs::create_directories(root);
     std::ofstream(folder / "x") << "mine";
     const std::set<std::string> before = around();
-    for (const PathCase &row : cases) {
-        SCOPED_TRACE(row.relativePath);
+    for (const auto &[relativePath, place] : cases) {
+        SCOPED_TRACE(relativePath);
         ann.files.clear();
-        EXPECT_TRUE(sendsFile(bob, row.relativePath, "evil"));
-        if (row.place.empty()) {
+        EXPECT_TRUE(sendsFile(bob, relativePath, "evil"));
+        if (place.empty()) {
             EXPECT_THAT(stored(), IsEmpty());
             EXPECT_TRUE(ann.files.empty());
         } else {
-            EXPECT_THAT(stored(), ElementsAre(row.place));
-            EXPECT_EQ("evil", contentOf(root / row.place));
+            EXPECT_THAT(stored(), ElementsAre(place));
+            EXPECT_EQ("evil", contentOf(root / place));
             EXPECT_EQ(1u, ann.files.size());
         }
         EXPECT_EQ(before, around());
@@ -380,8 +368,7 @@ TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
     for (const std::uint32_t size : {3u, 5u, 0u}) {
         SCOPED_TRACE(size);
         ann.files.clear();
-        ASSERT_TRUE(begins(bob, "sub/f") && data(bob, "text"));
-        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(size)) && bob.fences());
+        ASSERT_TRUE(beginsFile(bob, "sub/f", "text") && ends(bob, size));
         ASSERT_EQ(1u, ann.files.size());
         EXPECT_EQ(root / "sub" / "f", fs::path(ann.files[0].path));
         EXPECT_THAT(stored(), IsEmpty());
@@ -410,8 +397,7 @@ TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
         const std::string content = contentOfSize(size);
         for (std::size_t at = 0; at < size; at += 1024)
             ASSERT_TRUE(data(bob, content.substr(at, 1024)));
-        ASSERT_TRUE(bob.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(size))));
-        EXPECT_TRUE(bob.fences());
+        ASSERT_TRUE(ends(bob, size));
         EXPECT_TRUE(platform::limitFileSize(0));
         EXPECT_EQ(fits ? 2 : 1, ann.told("file whole"));
         EXPECT_EQ(fits ? 0 : 1, ann.told("file failed"));
@@ -458,21 +444,19 @@ TEST_F(Files, WhatStandsInTheRootAlreadyLeadsNowhereElse) {
 // ---- Two at a time, and none ----
 
 TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
-    WirePeer dan(meeting, "Dan");
     joined({&bob, &cid, &dan});
     ASSERT_TRUE(begins(bob, "first") && bob.fences());
-    ASSERT_TRUE(begins(cid, "second") && data(cid, "not this") && cid.fences());
+    ASSERT_TRUE(beginsFile(cid, "second", "not this"));
     ASSERT_TRUE(data(bob, "this") && bob.fences());
     ASSERT_TRUE(data(cid, "nor this") && cid.fences());
-    ASSERT_TRUE(bob.sends(id::fileEnd, endBody(4)) && bob.fences());
+    ASSERT_TRUE(ends(bob, 4));
     EXPECT_THAT(stored(), ElementsAre("first"));
     EXPECT_EQ("this", contentOf(root / "first"));
     EXPECT_EQ(1, ann.told("file whole"));
-    ASSERT_TRUE(cid.sends(id::fileEnd, endBody(16)) && cid.fences());
+    ASSERT_TRUE(ends(cid, 16));
     EXPECT_EQ(1u, ann.files.size()) << "no file of Cid's was open";
 
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(dan.fences(&frames));
+    auto frames = dan.gets();
     std::erase_if(frames, [](const WireFrame &frame) { return frame.id == id::rosterEntry; });
     EXPECT_THAT(kinds(frames), ElementsAre(id::fileBegin, id::fileBegin, id::fileData, id::fileData,
                                            id::fileData, id::fileEnd, id::fileEnd));
@@ -485,8 +469,7 @@ TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
 
 TEST_F(Files, AnEndOfWhateverOriginEndsTheFile) {
     joined({&bob, &cid});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "text") && bob.fences());
-    ASSERT_TRUE(cid.sends(id::fileEnd, endBody(4)) && cid.fences());
+    ASSERT_TRUE(beginsFile(bob, "f", "text") && ends(cid, 4));
     EXPECT_EQ(1, ann.told("file whole"));
     EXPECT_EQ(addressOf(cid).hostByteOrderPort(), ann.files.at(0).neighbour.hostByteOrderPort());
     expectThatTheMeetingGoesOn(bob);
@@ -512,9 +495,8 @@ TEST_F(Files, WhatIsNoBeginOpensNothing) {
 // ---- Who goes in the middle ----
 
 TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
-    WirePeer dan(meeting, "Dan");
     joined({&bob, &cid, &dan});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, contentOfSize(1024)) && bob.fences());
+    ASSERT_TRUE(beginsFile(bob, "f", contentOfSize(1024)));
     EXPECT_THAT(stored(), ElementsAre("f"));
     bob.closes();
     EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Bob"));
@@ -539,19 +521,17 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
 
 TEST_F(Files, AStrangerWithTheSendersAddressDoesNotTouchTheFile) {
     joined({&bob, &cid});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "te") && bob.fences());
-    WirePeer eve(meeting, "Eve");
-    eve.entry.address = bob.entry.address;
-    ASSERT_TRUE(eve.connects(ann.port()) && data(eve, "lie") && eve.saysHello());
-    ASSERT_TRUE(eve.seesTheEnd());
-    ASSERT_TRUE(data(bob, "xt") && bob.sends(id::fileEnd, endBody(4)) && bob.fences());
+    ASSERT_TRUE(beginsFile(bob, "f", "te"));
+    dan.entry.address = bob.entry.address;
+    ASSERT_TRUE(dan.connects(ann.port()) && data(dan, "lie") && dan.saysHello());
+    ASSERT_TRUE(dan.seesTheEnd());
+    ASSERT_TRUE(data(bob, "xt") && ends(bob, 4));
     EXPECT_EQ(1, ann.told("file whole"));
     EXPECT_EQ("text", contentOf(root / "f"));
 }
 
 // The sender is in the middle of its call, and finds the dead one by a write that fails.
 TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
-    Party fay(meeting, "Fay");
     ASSERT_TRUE(gather(ann, {&fay}));
     joined({&bob, &cid});
     const std::string content = contentOfSize(20000);
@@ -574,36 +554,29 @@ TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     expectThatTheMeetingGoesOn(cid);
 }
 
-TEST_F(Files, AReceiverThatLeavesKeepsNoHalf) {
+TEST_F(Files, AReceiverThatLeavesOrIsDestroyedKeepsNoHalf) {
     joined({&bob});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
+    ASSERT_TRUE(beginsFile(bob, "f", "half"));
     ann.leaves();
     EXPECT_EQ(1, ann.told("file failed"));
     EXPECT_THAT(stored(), IsEmpty());
     joined({&cid});
     expectThatTheMeetingGoesOn(cid);
-}
-
-TEST_F(Files, AReceiverThatIsDestroyedKeepsNoHalf) {
-    joined({&bob});
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "half") && bob.fences());
+    ASSERT_TRUE(beginsFile(cid, "f", "half"));
     ann.dies();
     EXPECT_THAT(stored(), IsEmpty());
 }
 
 TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
-    WirePeer host(meeting, "Host");
-    host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
-    WireEntry eve = WireEntry::party("Eve", 7);
-    ASSERT_TRUE(host.sends(id::rosterReply, eve.encode()) && host.fences());
+    ASSERT_TRUE(ann.meets(host));
+    ASSERT_TRUE(host.sends(id::rosterReply, dan.entry.encode()) && host.fences());
     WireFrame frame;
     frame.id = id::fileBegin;
-    frame.origin = eve.address;
+    frame.origin = dan.entry.address;
     frame.body = beginBody("/f", "f");
     ASSERT_TRUE(host.sends(frame.encode()) && host.fences());
     EXPECT_THAT(stored(), ElementsAre("f"));
-    ASSERT_TRUE(host.sends(id::leaveNotify, eve.encode()) && host.fences());
+    ASSERT_TRUE(host.sends(id::leaveNotify, dan.entry.encode()) && host.fences());
     EXPECT_EQ(1, ann.told("file failed"));
     EXPECT_EQ(addressOf(host), ann.files.at(0).neighbour) << "who passed it on";
     EXPECT_THAT(stored(), IsEmpty());
@@ -626,7 +599,7 @@ TEST_F(Files, TheCallbackMayHangUp) {
     EXPECT_TRUE(bob.seesTheEnd());
     EXPECT_EQ("text", contentOf(root / "f"));
     joined({&cid});
-    ASSERT_TRUE(begins(cid, "g") && data(cid, "text") && cid.fences());
+    ASSERT_TRUE(beginsFile(cid, "g", "text"));
     ann.leaves();
     EXPECT_EQ(1, ann.told("file failed"));
     EXPECT_THAT(stored(), ElementsAre("f"));
@@ -634,21 +607,19 @@ TEST_F(Files, TheCallbackMayHangUp) {
 
 // ---- Acknowledgements, which nobody sends and everybody can read ----
 
-struct AckCase {
-    const char *name;
-    Bytes afterAddress;
-    const char *event; // empty: none
-};
-
 TEST_F(Files, AnAcknowledgementIsReadWhenItIsMeantForThisParty) {
-    Party host(meeting, "Host", Party::Reach::everybody);
+    Party guy(meeting, "Guy", Party::Reach::everybody);
     unsigned int own = 0;
-    if (!host->address().IPv4(own))
+    if (!guy->address().IPv4(own))
         GTEST_SKIP() << "this machine has no IPv4 address";
     const auto *inMemory = reinterpret_cast<const unsigned char *>(&own);
-    ASSERT_TRUE(host.hosts("talk"));
-    ASSERT_TRUE(bob.joins(host.port()) && cid.joins(host.port()) && cid.fences());
-    const AckCase cases[] = {
+    ASSERT_TRUE(guy.hosts("talk"));
+    ASSERT_TRUE(bob.joins(guy.port()) && cid.joins(guy.port()) && cid.fences());
+    const struct {
+        const char *name;
+        Bytes afterAddress;
+        const char *event; // empty: none
+    } cases[] = {
         {"whole", {0, 0, 0, 1, 'f', 0}, "file whole"},
         {"any bit", {0, 4, 0, 0, 'f', 0, 0}, "file whole"},
         {"failed", {0, 0, 0, 0, 'f', 0}, "file failed"},
@@ -658,42 +629,38 @@ TEST_F(Files, AnAcknowledgementIsReadWhenItIsMeantForThisParty) {
         {"no result", {'f', 0}, "file failed"},
         {"nothing", {}, ""},
     };
-    for (const AckCase &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.name);
-        host.forgets();
-        host.files.clear();
+        guy.forgets();
+        guy.files.clear();
         Bytes body(sizeof own + row.afterAddress.size());
         std::copy(row.afterAddress.begin(), row.afterAddress.end(),
                   std::copy_n(inMemory, sizeof own, body.begin()));
         ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
         if (*row.event == '\0') {
-            EXPECT_TRUE(host.files.empty());
+            EXPECT_TRUE(guy.files.empty());
         } else {
-            ASSERT_EQ(1u, host.files.size());
-            EXPECT_EQ(1, host.told(row.event));
-            EXPECT_EQ("f", host.files[0].path);
+            ASSERT_EQ(1u, guy.files.size());
+            EXPECT_EQ(1, guy.told(row.event));
+            EXPECT_EQ("f", guy.files[0].path);
         }
-        WireFrame frame;
-        EXPECT_TRUE(cid.receives(id::fileAck, &frame));
-        EXPECT_EQ(body, frame.body) << "passed on as it came";
+        EXPECT_EQ(body, cid.next(id::fileAck).body) << "passed on as it came";
 
-        host.files.clear();
+        guy.files.clear();
         body[3] = static_cast<unsigned char>(body[3] ^ 1); // another party's
         ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
-        EXPECT_TRUE(host.files.empty());
+        EXPECT_TRUE(guy.files.empty());
         EXPECT_TRUE(cid.receives(id::fileAck));
     }
     for (std::size_t length = 0; length < 4; ++length)
         ASSERT_TRUE(bob.sends(id::fileAck, Bytes(inMemory, inMemory + length)));
-    EXPECT_TRUE(bob.fences() && host.files.empty());
+    EXPECT_TRUE(bob.fences() && guy.files.empty());
 }
 
 TEST_F(Files, NobodySendsAnAcknowledgement) {
     joined({&bob, &cid});
-    std::vector<WireFrame> frames;
     ASSERT_TRUE(sendsFile(bob, "f", "text") && ann.told("file whole") == 1);
-    ASSERT_TRUE(bob.fences(&frames));
-    EXPECT_THAT(kinds(frames), IsEmpty());
+    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "vintok/TCPHeader.h"
 
-#include "support/Addresses.h"
-#include "support/Hex.h"
+#include "support/KnownMessage.h"
 #include "vintok/TCPStream.h"
 
 #include <gmock/gmock.h>
@@ -50,10 +49,8 @@ std::vector<FrameCase> frameCases() {
     TCPAddress ipv6 = nameOnly("2001:db8::1", 7777);
     ipv6.setNetMask(std::uint16_t{64});
     return {
-        {"an IPv4 frame",
-         "00000027 0001 0002 0a000001 12345678"
-         "98153543 0025 0929 0000080009835d5a 0004 0001 'abc'",
-         1, 2, literal("10.0.0.1"), 0x12345678, TCP_keepAlive, 4, 1, "'abc'"},
+        {"an IPv4 frame", shortFrame, 1, 3, literal("10.1.2.3"), 0x05060708, TCP_keepAlive, 4, 1,
+         "'hi'"},
         {"an IPv4 frame with a loopback origin, a late time and no body",
          "00000024 0001 0000 7f000001 fffffffe"
          "98153543 0013 0929 0000080009835d5a 0004 0000",
@@ -91,8 +88,7 @@ TEST(Frame, isTheSameBytesInBothDirections) {
         Header read = holding(wire);
         read.setName("an origin's name");
         ASSERT_TRUE(read.read());
-        EXPECT_EQ(read.majorVersion(), each.major);
-        EXPECT_EQ(read.minorVersion(), each.minor);
+        EXPECT_TRUE(read.majorVersion() == each.major && read.minorVersion() == each.minor);
         EXPECT_EQ(stored(read), stored(each.origin));
         EXPECT_EQ(read.timeStamp(), each.timeStamp);
         EXPECT_TRUE(read.messageID() == each.messageID);

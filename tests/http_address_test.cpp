@@ -1,21 +1,17 @@
 // Addresses that come as URLs.
+#include "support/Stream.h"
 #include "vintok/HTTPAddress.h"
-#include "vintok/TCPStream.h"
-
-#include <gtest/gtest.h>
 
 namespace vintok::test {
 namespace {
 
-struct Case {
+const struct {
     const char *url;
     const char *name; // what the host is kept as; an address's text for a literal
     unsigned port;
     bool ssl;
     const char *path;
-};
-
-const Case cases[] = {
+} cases[] = {
     {"http://Example.COM", "example.com", 80, false, ""},
     {"HTTP://Example.COM/", "example.com", 80, false, ""},
     {"https://host:8443/a/b", "host", 8443, true, "a/b"},
@@ -36,22 +32,19 @@ const Case cases[] = {
     {"HTTPS://%5B::1%5D/x", "0:0:0:0:0:0:0:1", 443, true, "x"},
 };
 
-class HTTPAddresses : public testing::Test {
+class HTTPAddresses : public Library {
 protected:
-    HTTPAddresses() { init(); }
-    ~HTTPAddresses() override { fini(); }
+    HTTPAddress address;
+    std::string text;
 };
 
 TEST_F(HTTPAddresses, AURLGivesHostPortAndPath) {
-    for (const Case &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.url);
-        HTTPAddress address;
         ASSERT_TRUE(address.setURL(row.url));
-        std::string text;
-        if (address.isIPv4() || address.isIPv6())
-            EXPECT_TRUE(address.ipString(text, false));
-        else
-            EXPECT_TRUE(address.name(text));
+        const bool literal = address.isIPv4() || address.isIPv6();
+        text.clear();
+        EXPECT_TRUE(literal ? address.ipString(text, false) : address.name(text));
         EXPECT_EQ(row.name, text);
         EXPECT_EQ(row.port, address.hostByteOrderPort());
         EXPECT_EQ(row.ssl, address.isSSL());
@@ -63,30 +56,25 @@ TEST_F(HTTPAddresses, AURLGivesHostPortAndPath) {
 }
 
 TEST_F(HTTPAddresses, WhatIsNoURLChangesNothing) {
-    HTTPAddress address;
     ASSERT_TRUE(address.setURL("https://host:8443/a"));
     for (const char *url :
          {"", "host", "ftp://host/", "http:/host", "http:", " http://host", "//x"})
         EXPECT_FALSE(address.setURL(url)) << url;
-    std::string text;
     EXPECT_TRUE(address.url(text) && text == "https://host:8443/a");
     EXPECT_EQ(8443, address.hostByteOrderPort());
     EXPECT_TRUE(address.isSSL());
 }
 
 TEST_F(HTTPAddresses, ASecondURLLeavesNothingOfTheFirst) {
-    HTTPAddress address;
     ASSERT_TRUE(address.setURL("https://host:8443/a") && address.setURL("http://other"));
-    std::string name;
-    EXPECT_TRUE(address.name(name) && name == "other");
+    EXPECT_TRUE(address.name(text) && text == "other");
     EXPECT_FALSE(address.isSSL());
-    EXPECT_TRUE(address.path(name) && name.empty());
+    EXPECT_TRUE(address.path(text) && text.empty());
     EXPECT_EQ(80, address.hostByteOrderPort());
 }
 
 TEST_F(HTTPAddresses, ClearingKeepsTheFlagAndEmptyDoesNotAskIt) {
-    HTTPAddress address;
-    std::string text = "before";
+    text = "before";
     EXPECT_FALSE(address.url(text));
     EXPECT_EQ("", text);
     text = "before";
@@ -113,7 +101,6 @@ TEST_F(HTTPAddresses, EqualityGoesByAddressAndFlag) {
 
     other = static_cast<const TCPAddress &>(one);
     EXPECT_TRUE(one == other);
-    std::string text;
     EXPECT_FALSE(other.url(text) || other.isSSL());
     EXPECT_FALSE(HTTPAddress(static_cast<const TCPAddress &>(copy)).isSSL());
 }

@@ -8,11 +8,7 @@ namespace vintok::test {
 namespace {
 
 TEST(HTTPReply, TheStatusIsTheSecondWord) {
-    struct Case {
-        const char *reply;
-        std::optional<int> status;
-    };
-    const Case cases[] = {
+    const std::pair<const char *, std::optional<int>> cases[] = {
         {"HTTP/1.0 200 Connection established\r\n\r\n", 200},
         {"http/1.1 206\n\n", 206},
         {"junk in front HTTP/1.0 503 Busy\r\n\r\n", 503},
@@ -40,15 +36,12 @@ TEST(HTTPReply, TheStatusIsTheSecondWord) {
         {"HTTP/1.0 401 X\r\nWWW-Authenticate: Digest\r\n\r\n", 403},
         {"HTTP/1.0 401 X\r\nWWW-Authenticate\r\n\r\n", 403},
     };
-    for (const Case &row : cases)
-        EXPECT_EQ(row.status, replyStatus(row.reply)) << row.reply;
+    for (const auto &[reply, status] : cases)
+        EXPECT_EQ(status, replyStatus(reply)) << reply;
 }
 
 TEST(HTTPReply, AHeaderIsFoundByItsNameAsItIsWritten) {
-    struct Case {
-        const char *reply, *value;
-    };
-    const Case cases[] = {
+    const std::pair<const char *, const char *> cases[] = {
         {"HTTP/1.0 200\r\nName: true\r\n\r\n", "true"},
         {"Name:true\n\n", "true"},
         {"Name:   two words \r\n\r\n", "two words "},
@@ -61,17 +54,16 @@ TEST(HTTPReply, AHeaderIsFoundByItsNameAsItIsWritten) {
         {"Name: \r\nNext: x\r\n\r\n", "Next: x"}, // blanks in front of a value may end lines
         {"", ""},
     };
-    for (const Case &row : cases)
-        EXPECT_EQ(row.value, headerValue(row.reply, "Name")) << row.reply;
+    for (const auto &[reply, value] : cases)
+        EXPECT_EQ(value, headerValue(reply, "Name")) << reply;
     EXPECT_EQ(std::string(1023, 'v'), headerValue("Name: " + std::string(2000, 'v'), "Name"));
 }
 
 TEST(HTTPReply, ARedirectLeadsWhereItsLocationSays) {
-    struct Case {
+    const struct {
         const char *reply, *name; // null: nowhere
         unsigned port;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"HTTP/1.0 302 Found\r\nLocation: http://other:81/x\r\n\r\n", "other", 81},
         {"HTTP/1.0 302\r\nLocation: HTTPS://OTHER\r\nServer: a/b\r\n\r\n", "other", 443},
         {"HTTP/1.0 302\r\nLocation:http://other\n\n", "other", 80},
@@ -82,7 +74,7 @@ TEST(HTTPReply, ARedirectLeadsWhereItsLocationSays) {
         {"HTTP/1.0 302\r\nLocation: http:other\r\n\r\n", nullptr, 0},
         {"HTTP/1.0 302\r\n\r\n", nullptr, 0},
     };
-    for (const Case &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.reply);
         HTTPAddress target;
         ASSERT_EQ(row.name != nullptr, redirectTarget(row.reply, target));

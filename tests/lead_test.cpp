@@ -1,11 +1,9 @@
 // The lead: every road of a request, seen from host, leader, asker and bystander; what becomes of
 // the lead when its holder goes; and what parties send that should not.
+#include "support/Hex.h"
 #include "support/LogFile.h"
-#include "support/Party.h"
+#include "support/Stage.h"
 #include "support/TemporaryFolder.h"
-#include "support/WirePeer.h"
-
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
@@ -13,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class Lead : public testing::Test {
+class Lead : public RealStage {
 protected:
     // Everybody forgets what came before, and waits until all know of the new leader.
     void expectLeader(const std::string &name) {
@@ -27,16 +25,31 @@ protected:
         for (Party *party : {&ann, &bob, &cid})
             party->forgets();
     }
-    // Ann hosts; Bob has asked for the lead and has it.
-    void bobLeads() {
+    // Ann hosts and leads the other two.
+    void annLeads() {
         ASSERT_TRUE(gather(ann, {&bob, &cid}));
         forget();
+    }
+    // Ann hosts; Bob has asked for the lead and has it.
+    void bobLeads() {
+        annLeads();
         ASSERT_TRUE(bob->requestStartLeading());
         expectLeader("Bob");
     }
-
-    Meeting meeting;
-    Party ann{meeting, "Ann"}, bob{meeting, "Bob"}, cid{meeting, "Cid"};
+    // From then on he decides about it.
+    void bobDecides() {
+        bobLeads();
+        bob.decidesOnLead();
+    }
+    // Bob, who leads, is asked.
+    void asks(Party &asker, int times = 1) {
+        ASSERT_TRUE(asker->requestStartLeading());
+        EXPECT_TRUE(tells(bob, "leadRequest " + asker.name(), times));
+    }
+    testing::AssertionResult tells(Party &party, const std::string &event, int times) {
+        return meeting.until([&] { return party.told(event) == times; },
+                             party.name() + " is told " + event);
+    }
 };
 
 TEST_F(Lead, TheHostLeadsFromTheFirstJoinOnAndSaysSo) {
@@ -55,8 +68,7 @@ TEST_F(Lead, AHostThatIsNotAskedGivesTheLeadAway) {
 }
 
 TEST_F(Lead, AHostDecidesWhenItIsReadyTo) {
-    ASSERT_TRUE(gather(ann, {&bob, &cid}));
-    forget();
+    annLeads();
     ann.decidesOnLead();
     EXPECT_FALSE(ann->acceptLeadChange() || ann->rejectLeadChange()) << "nobody has asked";
 
@@ -76,8 +88,7 @@ TEST_F(Lead, AHostDecidesWhenItIsReadyTo) {
 }
 
 TEST_F(Lead, AHostMayDecideInsideTheQuestion) {
-    ASSERT_TRUE(gather(ann, {&bob, &cid}));
-    forget();
+    annLeads();
     ann.decidesOnLead();
     ann.inside = [this](const std::string &event) {
         if (event == "leadRequest Bob") {
@@ -89,35 +100,29 @@ TEST_F(Lead, AHostMayDecideInsideTheQuestion) {
 }
 
 TEST_F(Lead, TheLeaderIsAskedThroughTheHostAndTheAskerHearsItTwice) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(cid->requestStartLeading());
-    EXPECT_TRUE(bob.isTold("leadRequest Cid"));
+    bobDecides();
+    asks(cid);
     EXPECT_TRUE(bob->rejectLeadChange());
-    EXPECT_TRUE(meeting.until([this] { return cid.told("leadReply 0") == 2; }, "Cid hears twice"));
+    EXPECT_TRUE(tells(cid, "leadReply 0", 2));
     EXPECT_TRUE(bob->isLeader());
     EXPECT_EQ(0, ann.told("leadReply 0")) << "the question was not the host's";
 
-    ASSERT_TRUE(cid->requestStartLeading());
-    EXPECT_TRUE(meeting.until([this] { return bob.told("leadRequest Cid") == 2; }, "asked again"));
+    asks(cid, 2);
     EXPECT_TRUE(bob->acceptLeadChange());
-    EXPECT_TRUE(meeting.until([this] { return cid.told("leadReply 1") == 2; }, "Cid hears twice"));
+    EXPECT_TRUE(tells(cid, "leadReply 1", 2));
     expectLeader("Cid");
 }
 
 TEST_F(Lead, TheHostAsksTheLeaderAsOthersDo) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(ann->requestStartLeading());
+    bobDecides();
+    asks(ann);
     EXPECT_TRUE(ann->requestStartLeading()) << "the question is under way";
-    EXPECT_TRUE(bob.isTold("leadRequest Ann"));
     ASSERT_TRUE(cid->requestStartLeading());
     EXPECT_TRUE(cid.isTold("leadReply 0")) << "the host was first";
     EXPECT_TRUE(bob->rejectLeadChange());
     EXPECT_TRUE(ann.isTold("leadReply 0"));
 
-    ASSERT_TRUE(ann->requestStartLeading());
-    EXPECT_TRUE(meeting.until([this] { return bob.told("leadRequest Ann") == 2; }, "asked again"));
+    asks(ann, 2);
     EXPECT_TRUE(bob->acceptLeadChange());
     EXPECT_TRUE(ann.isTold("leadReply 1"));
     EXPECT_EQ(1, ann.told("leadReply 1"));
@@ -125,10 +130,8 @@ TEST_F(Lead, TheHostAsksTheLeaderAsOthersDo) {
 }
 
 TEST_F(Lead, AHostWithAQuestionInHandAsksNone) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(cid->requestStartLeading());
-    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    bobDecides();
+    asks(cid);
     EXPECT_FALSE(ann->requestStartLeading());
     EXPECT_EQ(1, ann.told("leadReply 0"));
 }
@@ -163,10 +166,8 @@ TEST_F(Lead, TheHostTakesTheLeadOfALeaderThatDies) {
 }
 
 TEST_F(Lead, AnAskerThatDiesLeavesTheQuestionFree) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(cid->requestStartLeading());
-    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    bobDecides();
+    asks(cid);
     cid.dies();
     ASSERT_TRUE(ann.isTold("leave Cid"));
     EXPECT_TRUE(ann->requestStartLeading());
@@ -176,10 +177,8 @@ TEST_F(Lead, AnAskerThatDiesLeavesTheQuestionFree) {
 }
 
 TEST_F(Lead, AQuestionToALeaderThatDiesIsTheHostsToDecide) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(cid->requestStartLeading());
-    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    bobDecides();
+    asks(cid);
     bob.dies();
     EXPECT_TRUE(ann.isTold("leader Ann") && cid.isTold("leader Ann"));
     ASSERT_TRUE(cid->requestStartLeading());
@@ -189,10 +188,8 @@ TEST_F(Lead, AQuestionToALeaderThatDiesIsTheHostsToDecide) {
 }
 
 TEST_F(Lead, AHostWhoseQuestionDiesWithTheLeaderHearsOthersAgain) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(ann->requestStartLeading());
-    ASSERT_TRUE(bob.isTold("leadRequest Ann"));
+    bobDecides();
+    asks(ann);
     bob.dies();
     EXPECT_TRUE(ann.isTold("leader Ann") && cid.isTold("leader Ann"));
     ASSERT_TRUE(cid->requestStartLeading());
@@ -201,40 +198,13 @@ TEST_F(Lead, AHostWhoseQuestionDiesWithTheLeaderHearsOthersAgain) {
 }
 
 TEST_F(Lead, AHostThatDiesEndsTheQuestionForBothEnds) {
-    bobLeads();
-    bob.decidesOnLead();
-    ASSERT_TRUE(cid->requestStartLeading());
-    ASSERT_TRUE(bob.isTold("leadRequest Cid"));
+    bobDecides();
+    asks(cid);
     ann.dies();
     EXPECT_TRUE(bob.isTold("leave Ann") && cid.isTold("leave Ann"));
     EXPECT_FALSE(bob->acceptLeadChange() || bob->rejectLeadChange()) << "nobody to answer";
     EXPECT_FALSE(bob->isLeader() || cid->isLeader());
     EXPECT_EQ(0, cid.told("leadReply 1") + cid.told("leadReply 0"));
-}
-
-// The one moment in which a member is alone in a meeting: its host has gone, and it is told of the
-// file that breaks off.
-TEST_F(Lead, AMemberThatIsAloneIsRefusedAndHangsUp) {
-    const TemporaryFolder folder;
-    ASSERT_TRUE(ConferenceParticipant::setFileRoot(folder.path("files")));
-    WirePeer host(meeting, "Host");
-    host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && bob.calls(host) && host.isJoined() && bob.isTold("join Host"));
-    Bytes file;
-    WireWriter(file).text("/f");
-    WireWriter(file).text("f");
-    ASSERT_TRUE(host.sends(id::fileBegin, file) && host.fences());
-    bob.inside = [this](const std::string &event) {
-        if (event == "file failed") {
-            EXPECT_TRUE(bob->isMeeting());
-            EXPECT_FALSE(bob->requestStartLeading());
-            EXPECT_FALSE(bob->isMeeting());
-        }
-    };
-    bob.leaves();
-    EXPECT_EQ(1, bob.told("file failed"));
-    EXPECT_EQ(1, bob.told("leadReply 0"));
-    ConferenceParticipant::setFileRoot("");
 }
 
 TEST_F(Lead, AServerThatTakesTheLeadTellsNobody) {
@@ -270,48 +240,39 @@ TEST_F(Lead, AServerHandsTheLeadToWhoAskedAndElseToTheFirst) {
 
 // ---- On the wire ----
 
-class LeadOnTheWire : public testing::Test {
+class LeadOnTheWire : public Stage {
 protected:
-    void joined(WirePeer &peer) {
-        ASSERT_TRUE(ann->isHost() || ann.hosts("talk"));
-        ASSERT_TRUE(peer.joins(ann.port()) && peer.fences());
-    }
-    Bytes asking(const WirePeer &peer) const {
+    static Bytes asking(const WirePeer &peer) {
         WireEntry entry = peer.entry;
         entry.state |= state::leader;
         return entry.encode();
     }
-    // What the peer is sent from now until the host has handled what the peer has sent.
-    std::vector<int> answers(WirePeer &peer) {
-        std::vector<WireFrame> frames;
-        EXPECT_TRUE(peer.fences(&frames));
-        return kinds(frames);
+    // Bob has asked for Ann's lead and has it.
+    void bobLeads(const std::vector<WirePeer *> &members) {
+        ASSERT_TRUE(annHosts(members) && bob.sends(id::leadRequest, asking(bob)));
+        ASSERT_TRUE(bob.receives(id::leadChange));
+        for (WirePeer *member : members)
+            ASSERT_TRUE(member->fences());
     }
-
-    Meeting meeting;
-    Party ann{meeting, "Ann"};
-    WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"};
+    // What the peer gets for its request.
+    std::vector<int> asks(WirePeer &peer) {
+        EXPECT_TRUE(peer.sends(id::leadRequest, asking(peer)));
+        return kinds(peer.gets());
+    }
 };
 
 TEST_F(LeadOnTheWire, AnAskerShowsItselfAsTheLeaderInItsRequestOnly) {
-    WirePeer host(meeting, "Host");
-    host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
-    ASSERT_TRUE(ann->requestStartLeading());
-    WireFrame request;
-    ASSERT_TRUE(host.receives(id::leadRequest, &request));
-    EXPECT_NE(0u, WireEntry::decode(request.body).value().state & state::leader);
+    ASSERT_TRUE(ann.meets(host) && ann->requestStartLeading());
+    const WireEntry self = entryIn(host.next(id::leadRequest));
+    EXPECT_NE(0u, self.state & state::leader);
     EXPECT_FALSE(ann->isLeader());
     ASSERT_TRUE(ann->sendRoster());
-    WireFrame entry;
-    ASSERT_TRUE(host.receives(id::rosterEntry, &entry));
-    EXPECT_EQ(0u, WireEntry::decode(entry.body).value().state & state::leader);
+    EXPECT_EQ(0u, entryIn(host.next(id::rosterEntry)).state & state::leader);
 
     // The reply is the answer to whoever is no host, and any byte but 0 is yes.
     ASSERT_TRUE(host.sends(id::leadReply, {7, 9}) && host.fences());
     EXPECT_EQ(1, ann.told("leadReply 1"));
     EXPECT_FALSE(ann->isLeader()) << "it is the announcement that makes the leader";
-    WireEntry self = WireEntry::decode(request.body).value();
     ASSERT_TRUE(host.sends(id::leadChange, self.encode()) && host.fences());
     EXPECT_TRUE(ann->isLeader() && ann.told("leader Ann") == 1);
     ASSERT_TRUE(host.sends(id::leadChange, self.encode()) && host.fences());
@@ -321,56 +282,41 @@ TEST_F(LeadOnTheWire, AnAskerShowsItselfAsTheLeaderInItsRequestOnly) {
 
     // Neither host nor leader: not to be asked.
     ASSERT_TRUE(host.sends(id::leadRequest, host.entry.encode()));
-    EXPECT_THAT(answers(host), IsEmpty());
+    EXPECT_THAT(kinds(host.gets()), IsEmpty());
 }
 
 TEST_F(LeadOnTheWire, ALeaderThatCannotReadTheQuestionRefuses) {
-    WirePeer host(meeting, "Host");
-    host.entry.state = state::meeting | state::host;
-    ASSERT_TRUE(host.listens() && ann.calls(host) && host.isJoined() && ann.isTold("join Host"));
-    ASSERT_TRUE(ann->requestStartLeading());
-    WireFrame request;
-    ASSERT_TRUE(host.receives(id::leadRequest, &request));
-    ASSERT_TRUE(host.sends(id::leadChange, request.body) && host.fences());
+    ASSERT_TRUE(ann.meets(host) && ann->requestStartLeading());
+    ASSERT_TRUE(host.sends(id::leadChange, host.next(id::leadRequest).body) && host.fences());
     ASSERT_TRUE(ann->isLeader());
     ASSERT_TRUE(host.sends(id::leadRequest, {1, 2, 3}));
-    WireFrame reply;
-    ASSERT_TRUE(host.receives(id::leadReply, &reply));
-    EXPECT_EQ(Bytes{0}, reply.body);
+    EXPECT_EQ(Bytes{0}, host.next(id::leadReply).body);
     ASSERT_TRUE(host.sends(id::leadRequest, host.entry.encode()));
-    ASSERT_TRUE(host.receives(id::leadReply, &reply));
-    EXPECT_EQ(Bytes{1}, reply.body) << "without a callback the lead is given";
+    EXPECT_EQ(Bytes{1}, host.next(id::leadReply).body) << "without a callback the lead is given";
 }
 
 TEST_F(LeadOnTheWire, TheHostPassesTheQuestionOnAsItCame) {
-    joined(bob);
-    joined(cid);
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)));
-    WireFrame frame;
-    ASSERT_TRUE(bob.receives(id::leadChange, &frame) && cid.receives(id::leadChange));
-    EXPECT_EQ(bob.entry.address, WireEntry::decode(frame.body).value().address);
-    EXPECT_NE(0u, WireEntry::decode(frame.body).value().state & state::leader);
+    ASSERT_TRUE(annHosts({&bob, &cid}) && bob.sends(id::leadRequest, asking(bob)));
+    const WireEntry leader = entryIn(bob.next(id::leadChange));
+    EXPECT_TRUE(cid.receives(id::leadChange));
+    EXPECT_EQ(bob.entry.address, leader.address);
+    EXPECT_NE(0u, leader.state & state::leader);
 
     ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)));
-    ASSERT_TRUE(bob.receives(id::leadRequest, &frame));
-    EXPECT_EQ(asking(cid), frame.body);
+    EXPECT_EQ(asking(cid), bob.next(id::leadRequest).body);
     ASSERT_TRUE(bob.sends(id::leadReply, {0}) && bob.fences());
-    EXPECT_THAT(answers(cid), ElementsAre(id::leadReply, id::leadReply));
+    EXPECT_THAT(kinds(cid.gets()), ElementsAre(id::leadReply, id::leadReply));
 
     ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)) && bob.receives(id::leadRequest));
-    ASSERT_TRUE(bob.sends(id::leadReply, {7}) && cid.receives(id::leadReply, &frame));
-    EXPECT_EQ(Bytes{1}, frame.body) << "whatever the leader's yes was";
+    ASSERT_TRUE(bob.sends(id::leadReply, {7}));
+    EXPECT_EQ(Bytes{1}, cid.next(id::leadReply).body) << "whatever the leader's yes was";
 }
 
 TEST_F(LeadOnTheWire, ALeaderThatAsksBlocksTheQuestionUntilItLeaves) {
-    joined(bob);
-    joined(cid);
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)));
-    EXPECT_THAT(answers(bob), ElementsAre(id::leadReply));
-    ASSERT_TRUE(cid.fences() && cid.sends(id::leadRequest, asking(cid)));
-    EXPECT_THAT(answers(cid), ElementsAre(id::leadReply)) << "refused, and Bob is not asked";
-    EXPECT_THAT(answers(bob), IsEmpty());
+    bobLeads({&bob, &cid});
+    EXPECT_THAT(asks(bob), ElementsAre(id::leadReply));
+    EXPECT_THAT(asks(cid), ElementsAre(id::leadReply)) << "refused, and Bob is not asked";
+    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
     bob.closes();
     ASSERT_TRUE(ann.isTold("leave Bob"));
     ASSERT_TRUE(cid.fences() && cid.sends(id::leadRequest, asking(cid)));
@@ -379,16 +325,12 @@ TEST_F(LeadOnTheWire, ALeaderThatAsksBlocksTheQuestionUntilItLeaves) {
 }
 
 TEST_F(LeadOnTheWire, AQuestionThatNobodyCanAnswerIsRefusedAndStaysOpen) {
-    joined(bob);
-    joined(cid);
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
+    bobLeads({&bob, &cid});
     ASSERT_TRUE(bob.sends(id::rosterEntry, bob.entry.encode())); // without the leader's bit
     ASSERT_TRUE(bob.fences() && cid.fences());
     for (const bool accepts : {false, true}) {
-        ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)));
-        EXPECT_THAT(answers(cid), ElementsAre(id::leadReply));
-        ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)));
-        EXPECT_THAT(answers(bob), ElementsAre(id::leadReply)) << "Cid's is still open";
+        EXPECT_THAT(asks(cid), ElementsAre(id::leadReply));
+        EXPECT_THAT(asks(bob), ElementsAre(id::leadReply)) << "Cid's is still open";
         EXPECT_TRUE(accepts ? ann->acceptLeadChange() : ann->rejectLeadChange());
         EXPECT_TRUE(cid.receives(accepts ? id::leadChange : id::leadReply));
     }
@@ -397,23 +339,17 @@ TEST_F(LeadOnTheWire, AQuestionThatNobodyCanAnswerIsRefusedAndStaysOpen) {
 }
 
 TEST_F(LeadOnTheWire, AQuestionThatCannotBePassedOnIsRefused) {
-    joined(cid);
-    joined(bob); // behind Cid, whose question is so read before Bob's end
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
-    ASSERT_TRUE(cid.fences());
+    bobLeads({&cid, &bob}); // behind Cid, whose question is so read before Bob's end
     bob.resets();
     EXPECT_TRUE(ann->requestStartLeading()) << "the host's own cannot go out either";
     ASSERT_TRUE(cid.sends(id::leadRequest, asking(cid)));
-    WireFrame reply;
-    ASSERT_TRUE(cid.receives(id::leadReply, &reply));
-    EXPECT_EQ(Bytes{0}, reply.body);
+    EXPECT_EQ(Bytes{0}, cid.next(id::leadReply).body);
     EXPECT_TRUE(ann.isTold("leave Bob"));
     EXPECT_EQ(2, ann.told("leader Ann"));
 }
 
 TEST_F(LeadOnTheWire, AStopGivesTheLeadBackToTheHostAndTellsNobodyElse) {
-    joined(bob);
-    ASSERT_TRUE(bob.sends(id::leadRequest, asking(bob)) && bob.receives(id::leadChange));
+    bobLeads({&bob});
     ASSERT_TRUE(bob.sends(id::stopLead));
     ASSERT_TRUE(bob.receives(id::leadRequest)) << "the host asks for it as anybody does";
     ASSERT_TRUE(bob.sends(id::leadReply, {1}));
@@ -422,18 +358,39 @@ TEST_F(LeadOnTheWire, AStopGivesTheLeadBackToTheHostAndTellsNobodyElse) {
     EXPECT_EQ(2, ann.told("leader Ann")) << "at the beginning, and now";
 }
 
+// The one moment in which a member is alone in a meeting: its host has gone, and it is told of the
+// file that breaks off.
+TEST_F(LeadOnTheWire, AMemberThatIsAloneIsRefusedAndHangsUp) {
+    const TemporaryFolder folder;
+    ASSERT_TRUE(ConferenceParticipant::setFileRoot(folder.path("files")));
+    ASSERT_TRUE(ann.meets(host));
+    Bytes file;
+    WireWriter(file).text("/f");
+    WireWriter(file).text("f");
+    ASSERT_TRUE(host.sends(id::fileBegin, file) && host.fences());
+    ann.inside = [this](const std::string &event) {
+        if (event == "file failed") {
+            EXPECT_TRUE(ann->isMeeting());
+            EXPECT_FALSE(ann->requestStartLeading());
+            EXPECT_FALSE(ann->isMeeting());
+        }
+    };
+    ann.leaves();
+    EXPECT_EQ(1, ann.told("file failed"));
+    EXPECT_EQ(1, ann.told("leadReply 0"));
+    ConferenceParticipant::setFileRoot("");
+}
+
 TEST_F(LeadOnTheWire, WhatIsNoRequestIsNotAnswered) {
     LogFile log;
-    joined(bob);
+    ASSERT_TRUE(annHosts({&bob}));
     const Bytes request = asking(bob);
     for (std::size_t length = 1; length < request.size(); ++length) {
-        SCOPED_TRACE(length);
-        const Bytes cut(request.begin(), request.begin() + static_cast<std::ptrdiff_t>(length));
-        ASSERT_TRUE(bob.sends(id::leadRequest, cut));
-        ASSERT_TRUE(bob.sends(id::leadChange, cut));
+        const Bytes cut = cutAt(request, length);
+        ASSERT_TRUE(bob.sends(id::leadRequest, cut) && bob.sends(id::leadChange, cut)) << length;
     }
     ASSERT_TRUE(bob.sends(id::leadReply, {}) && bob.sends(id::leadReply, {1}));
-    EXPECT_THAT(answers(bob), IsEmpty());
+    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
     EXPECT_TRUE(log.has("_handleLeadReply Me or buf not allocated"));
     EXPECT_EQ(1, ann.told("leader Ann"));
     EXPECT_EQ(0, ann.told("leadReply 1") + ann.told("leadReply 0"));

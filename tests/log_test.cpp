@@ -1,14 +1,13 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
+#include "support/Stream.h"
+#include "support/Threads.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 
 #include <filesystem>
 #include <functional>
-#include <gmock/gmock.h>
 #include <regex>
-#include <thread>
-#include <vector>
 
 using namespace vintok;
 using namespace vintok::test;
@@ -16,11 +15,7 @@ using testing::HasSubstr;
 
 namespace {
 
-class Log : public testing::Test {
-protected:
-    void SetUp() override { init(); }
-    void TearDown() override { fini(); }
-};
+class Log : public Library {};
 
 // Logs at Debug, and returns the line.
 unsigned logHere(int &built) {
@@ -89,9 +84,7 @@ TEST_F(Log, AFileThatCannotBeOpenedCostsNoEntry) {
     EXPECT_TRUE(logMessage("second", SEVERITY_ERROR));
     const std::string errors = testing::internal::GetCapturedStderr();
     const std::string trouble = "logMessage: error opening log file" + path.string() + ": ";
-    const std::size_t at = errors.find(trouble);
-    ASSERT_NE(std::string::npos, at) << errors;
-    EXPECT_NE(std::string::npos, errors.find(trouble, at + 1)) << "once for each entry";
+    EXPECT_EQ(2, occurrences(errors, trouble)) << "once for each entry: " << errors;
     EXPECT_THAT(errors, HasSubstr("\n{\nfirst\n}\n"));
     EXPECT_THAT(errors, HasSubstr("\n{\nsecond\n}\n"));
     setLogFileName("");
@@ -157,16 +150,10 @@ TEST_F(Log, EntriesOfThreadsDoNotMix) {
     const LogFile log(LOG_INFO);
     constexpr int perThread = 50;
     const std::string message(500, 'x');
-    std::vector<std::thread> threads;
-    threads.reserve(4);
-    for (int i = 0; i < 4; i++) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < perThread; n++)
-                logMessage(message.c_str(), SEVERITY_INFO);
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
+    onThreads(4, [&] {
+        for (int n = 0; n < perThread; n++)
+            logMessage(message.c_str(), SEVERITY_INFO);
+    });
     EXPECT_EQ(4 * perThread, log.entries(message));
 }
 

@@ -1,20 +1,19 @@
 // Messages in files: records back to back, and every way in which one can be cut short or be none.
 
-#include "platform/Thread.h"
 #include "support/KnownMessage.h"
+#include "support/Stream.h"
+#include "support/TemporaryFolder.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
-#include "vintok/TCPStream.h"
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <gtest/gtest.h>
 #include <memory>
 
 namespace vintok {
 
 using test::Bytes;
+using test::expectError;
 using test::hex;
 using test::longFrame;
 using test::makeKnown;
@@ -24,51 +23,29 @@ namespace {
 
 class File {
 public:
-    File() {
-        static int number = 0;
-        m_path = (std::filesystem::temp_directory_path() /
-                  ("vintok-records-" + std::to_string(platform::currentProcessId()) + "-" +
-                   std::to_string(++number)))
-                     .string();
-    }
-    ~File() {
-        m_stream.reset();
-        std::error_code ignored;
-        std::filesystem::remove(m_path, ignored);
-    }
-
     std::FILE *open(const char *mode) {
-        m_stream.reset(std::fopen(m_path.c_str(), mode));
+        m_stream.reset(std::fopen(m_folder.path("records").c_str(), mode));
         return m_stream.get();
     }
-
     std::FILE *holding(const Bytes &bytes) {
-        open("wb");
-        if (!bytes.empty())
-            std::fwrite(bytes.data(), 1, bytes.size(), m_stream.get());
+        m_folder.holding("records", std::string(bytes.begin(), bytes.end()));
         return open("rb");
     }
-
-    Bytes bytes() {
-        std::FILE *const stream = open("rb");
-        Bytes bytes(10000);
-        bytes.resize(std::fread(bytes.data(), 1, bytes.size(), stream));
-        return bytes;
+    Bytes bytes() const {
+        const std::string content = m_folder.content("records");
+        return {content.begin(), content.end()};
     }
 
 private:
     struct Close {
         void operator()(std::FILE *stream) const { std::fclose(stream); }
     };
-    std::string m_path;
+    const test::TemporaryFolder m_folder;
     std::unique_ptr<std::FILE, Close> m_stream;
 };
 
-class Records : public testing::Test {
+class Records : public test::Library {
 protected:
-    Records() { init(); }
-    ~Records() override { fini(); }
-
     File file;
     TCPMessage message;
 };
@@ -97,12 +74,10 @@ TEST_F(Records, LieBackToBackInAFile) {
         ASSERT_TRUE(message.read(in));
         EXPECT_EQ(version, message.majorVersion());
         EXPECT_EQ(2u, message.messageBufferLength());
-        EXPECT_EQ(TCP_ERROR_NO_ERROR, lastError());
-        EXPECT_EQ("reading file", lastErrorString());
+        expectError(TCP_ERROR_NO_ERROR, "reading file");
     }
     EXPECT_FALSE(message.read(in));
-    EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
-    EXPECT_EQ("Failed to read header size", lastErrorString());
+    expectError(TCP_ERROR_CORRUPT_HEADER, "Failed to read header size");
 }
 
 TEST_F(Records, CutShortFailAtEveryLength) {
@@ -129,9 +104,8 @@ TEST_F(Records, FailByWhatTheSystemSaid) {
     for (const auto &row : cases) {
         std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
         errno = row.error;
-        EXPECT_FALSE(message.read(in));
-        EXPECT_EQ(row.expected, lastError()) << row.error;
-        EXPECT_EQ("reading file", lastErrorString());
+        EXPECT_FALSE(message.read(in)) << row.error;
+        expectError(row.expected, "reading file");
     }
 }
 
@@ -148,24 +122,20 @@ TEST_F(Records, ThatAreMalformedFail) {
          TCP_ERROR_NO_ERROR, "reading file"},
     };
     for (const auto &row : cases) {
-        EXPECT_FALSE(message.read(file.holding(hex(row.bytes))));
-        EXPECT_EQ(row.error, lastError()) << row.bytes;
-        EXPECT_EQ(row.context, lastErrorString());
+        EXPECT_FALSE(message.read(file.holding(hex(row.bytes)))) << row.bytes;
+        expectError(row.error, row.context);
     }
 }
 
 TEST_F(Records, NeedAFileThatTakesThem) {
     makeKnown(message);
     std::FILE *const nothing = nullptr;
-    for (const bool written : {message.read(nothing), message.write(nothing)}) {
-        EXPECT_FALSE(written);
-        EXPECT_EQ(TCP_ERROR_INVALID_ARGUMENT, lastError());
-        EXPECT_EQ("FILE * null", lastErrorString());
-    }
-    std::FILE *const readOnly = file.holding({1});
-    EXPECT_FALSE(message.write(readOnly));
-    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
-    EXPECT_EQ("writing file", lastErrorString());
+    EXPECT_FALSE(message.read(nothing));
+    expectError(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
+    EXPECT_FALSE(message.write(nothing));
+    expectError(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
+    EXPECT_FALSE(message.write(file.holding({1})));
+    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "writing file");
 }
 
 } // namespace vintok

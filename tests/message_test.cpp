@@ -6,17 +6,15 @@
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
+#include "support/Stream.h"
 #include "support/StubTransport.h"
+#include "support/Watcher.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
-#include "vintok/TCPStatusCallback.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
-#include <cstring>
 #include <deque>
-#include <functional>
-#include <gmock/gmock.h>
 #include <thread>
 
 namespace vintok {
@@ -28,6 +26,7 @@ using test::makeKnown;
 using test::networkIPv4;
 using test::shortFrame;
 using test::SocketPair;
+using test::Watcher;
 
 namespace {
 
@@ -36,12 +35,13 @@ std::string textOf(const Bytes &bytes) {
 }
 
 Bytes received(int fd, std::size_t count) {
-    Bytes bytes(count);
-    if (count == 0)
-        return bytes;
-    EXPECT_EQ(static_cast<std::int64_t>(count),
-              rawReadBytes(fd, bytes.data(), bytes.size(), true, nullptr));
-    return bytes;
+    const std::string text = count != 0 ? test::reads(fd, count) : "";
+    EXPECT_EQ(count, text.size());
+    return Bytes(text.begin(), text.end());
+}
+
+Bytes wholeFrame(const TCPMessageBase &message) {
+    return Bytes(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
 }
 
 // A frame of `length` bytes in all, of a kind that nobody knows.
@@ -51,46 +51,7 @@ Bytes frameOf(std::size_t length) {
     return frame.encode();
 }
 
-// Hears of every step; `onMessage` and `onByte` may act and may stop the transfer.
-class Watcher : public TCPStatusCallback {
-public:
-    struct Step {
-        bool operator==(const Step &) const = default;
-        std::size_t done;
-        std::size_t left;
-    };
-
-    void messageRead(int, bool, const TCPGUID &, std::size_t done, std::size_t left,
-                     bool *keepGoing) override {
-        steps.push_back({done, left});
-        if (onMessage)
-            *keepGoing = onMessage();
-    }
-    void messageWrite(int socket, bool secure, const TCPGUID &id, std::size_t done,
-                      std::size_t left, bool *keepGoing) override {
-        messageRead(socket, secure, id, done, left, keepGoing);
-    }
-    void byteRead(int, bool, std::size_t, std::size_t, bool *keepGoing) override {
-        if (onByte)
-            *keepGoing = onByte();
-    }
-    void byteWrite(int, bool, std::size_t, std::size_t, bool *keepGoing) override {
-        if (onByte)
-            *keepGoing = onByte();
-    }
-
-    std::vector<Step> steps; // of the message
-    std::function<bool()> onMessage;
-    std::function<bool()> onByte;
-};
-
-class Library : public testing::Test {
-protected:
-    Library() { init(); }
-    ~Library() override { fini(); }
-};
-
-class Messages : public Library {
+class Messages : public test::Library {
 protected:
     // At the this end, of what the peer has sent.
     bool reads(TCPStatusCallback *status = nullptr) { return message.read(-1, status); }
@@ -98,46 +59,36 @@ protected:
 
     SocketPair pair;
     TCPMessage message{pair.mine()};
+    const std::string number = std::to_string(pair.mine());
+    Watcher watcher;
 };
 
 } // namespace
 
 // ---- The frames ----
 
-TEST_F(Messages, AreLongFramesOnTheWire) {
+TEST_F(Messages, AreLongFramesOnTheWireAndThoseOfTheOlderClassShortOnes) {
     makeKnown(message);
     ASSERT_TRUE(message.write(-1, nullptr));
     EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
-}
-
-TEST_F(Messages, OfTheOlderClassAreShortFramesOnTheWire) {
     TCPMessage_1_3 older(pair.mine());
     makeKnown(older);
     ASSERT_TRUE(older.write(-1, nullptr));
     EXPECT_EQ(hex(shortFrame), received(pair.peer(), 38));
 }
 
-TEST_F(Messages, TakeTheFormOfTheFrameThatArrives) {
-    ASSERT_TRUE(sends(hex(shortFrame)));
-    ASSERT_TRUE(reads());
+TEST_F(Messages, TakeTheFormOfTheFrameThatArrivesAndWriteItFromThenOn) {
+    ASSERT_TRUE(sends(hex(shortFrame)) && reads());
     EXPECT_EQ(1, message.majorVersion());
     EXPECT_EQ(0x05060708, message.timeStamp());
-    std::uint32_t origin = 0;
-    EXPECT_TRUE(message.originAddress().IPv4(origin));
-    EXPECT_EQ(networkIPv4({10, 1, 2, 3}), origin);
+    message.setMessageMajorVersion(4);
+    ASSERT_TRUE(message.write(-1, nullptr));
+    EXPECT_EQ(hex(shortFrame), received(pair.peer(), 38));
 
     TCPMessage_1_3 older(pair.mine());
-    ASSERT_TRUE(sends(hex(longFrame)));
-    ASSERT_TRUE(older.read(-1, nullptr));
+    ASSERT_TRUE(sends(hex(longFrame)) && older.read(-1, nullptr));
     EXPECT_EQ(0x0102030405060708, older.timeStamp());
-    EXPECT_EQ(7777, older.originAddress().hostByteOrderPort());
-    EXPECT_TRUE(older.messageID() == TCP_keepAlive);
-    EXPECT_EQ(4, older.messageMajorVersion());
-    EXPECT_EQ(1, older.messageMinorVersion());
-    ASSERT_EQ(2u, older.messageBufferLength());
-    EXPECT_EQ(0, std::memcmp(older.messageBuffer(), "hi", 2));
-
-    // And it is the form that they write from then on.
+    older.setMessageMajorVersion(4); // writes all fields anew
     ASSERT_TRUE(older.write(-1, nullptr));
     EXPECT_EQ(hex(longFrame), received(pair.peer(), 62));
 }
@@ -162,14 +113,15 @@ TEST_F(Messages, ComeOneByOneOutOfAStream) {
 TEST_F(Messages, AreNotBegunBefore36BytesHaveCome) {
     const Bytes frame = hex(longFrame);
     for (std::size_t cut = 0; cut < 36; ++cut) {
+        SCOPED_TRACE(cut);
         ASSERT_TRUE(cut == 0 || sends(test::cutAt(frame, cut)));
-        EXPECT_FALSE(reads()) << cut;
-        EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError()) << cut;
+        EXPECT_FALSE(reads());
+        EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
         EXPECT_EQ(static_cast<std::int64_t>(cut), rawBytesPending(pair.mine()));
 
         ASSERT_TRUE(pair.peerSends(textOf(frame).substr(cut)));
         ASSERT_TRUE(test::awaitBytes(pair.mine(), frame.size()));
-        EXPECT_TRUE(reads()) << cut;
+        EXPECT_TRUE(reads());
         EXPECT_EQ(2u, message.messageBufferLength());
     }
 }
@@ -190,57 +142,24 @@ TEST_F(Messages, ThatAreMalformedAreDiscardedWithWhatWaitedBehindThem) {
         {"a long frame one byte short", 59, 2, 59},
         {"version 0 is a long frame too", 59, 0, 59},
     };
+    const Bytes good = hex(longFrame);
     for (const auto &row : cases) {
-        Bytes bytes;
-        test::WireWriter writer(bytes);
+        SCOPED_TRACE(row.what);
+        Bytes both;
+        test::WireWriter writer(both);
         writer.number(row.length, 4);
         writer.number(row.version, 2);
-        bytes.resize(row.sent, 0);
-        const Bytes good = hex(longFrame);
-        Bytes both = bytes;
+        both.resize(row.sent, 0);
         both.insert(both.end(), good.begin(), good.end());
         ASSERT_TRUE(sends(both));
-
-        setLastError(TCP_ERROR_NO_ERROR, "");
-        EXPECT_FALSE(reads()) << row.what;
-        EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError()) << row.what;
-        EXPECT_EQ(0, rawBytesPending(pair.mine())) << row.what;
+        EXPECT_FALSE(reads());
+        EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
+        EXPECT_EQ(0, rawBytesPending(pair.mine()));
+        test::forgetError();
 
         ASSERT_TRUE(sends(good));
-        EXPECT_TRUE(reads()) << row.what << ": the stream goes on";
+        EXPECT_TRUE(reads()) << "the stream goes on";
     }
-}
-
-TEST_F(Messages, AreRefusedOnDescriptorsThatCarryNone) {
-    unsigned short port = 0;
-    const int listener = test::listenSomewhere(port);
-    SocketPair closed;
-    ASSERT_TRUE(setClosed(closed.mine()));
-    const struct {
-        int socket;
-        TCPError error;
-        const char *read;
-        const char *write;
-    } cases[] = {
-        {-1, TCP_ERROR_BAD_FILE_DESCRIPTOR, "TCPMessageBase::read", "TCPMessageBase::write"},
-        {999, TCP_ERROR_BAD_FILE_DESCRIPTOR, "TCPMessageBase::read", "TCPMessageBase::write"},
-        {closed.mine(), TCP_ERROR_CONNECTION_RESET, "TCPMessageBase::read",
-         "TCPMessageBase::write"},
-        {listener, TCP_ERROR_BAD_FILE_DESCRIPTOR,
-         "TCPMessageBase::read attempt to read from bound descriptor",
-         "TCPMessageBase::write attempt to read from bound descriptor"},
-    };
-    TCPMessage nowhere;
-    ASSERT_TRUE(nowhere.allocateMessageBuffer(1));
-    for (const auto &row : cases) {
-        EXPECT_FALSE(nowhere.read(row.socket, nullptr));
-        EXPECT_EQ(row.error, lastError()) << row.read;
-        EXPECT_EQ(row.read, lastErrorString());
-        EXPECT_FALSE(nowhere.write(row.socket, nullptr));
-        EXPECT_EQ(row.error, lastError()) << row.write;
-        EXPECT_EQ(row.write, lastErrorString());
-    }
-    shutdownSocket(listener);
 }
 
 TEST_F(Messages, ThatClaimFourGigabytesFailWithTheirStream) {
@@ -269,14 +188,13 @@ TEST_F(Messages, WaitForTheRestOfAFrame) {
     });
     EXPECT_TRUE(reads());
     rest.join();
-    EXPECT_EQ(frame, Bytes(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()));
+    EXPECT_EQ(frame, wholeFrame(message));
 }
 
 TEST_F(Messages, OnANonBlockingSocketAreWaitedForToo) {
     const Bytes frame = frameOf(200);
     ASSERT_TRUE(sends(test::cutAt(frame, 100)));
     setNonBlocking(pair.mine());
-    Watcher watcher;
     int passes = 0;
     watcher.onByte = [&] {
         if (++passes == 50) {
@@ -286,7 +204,7 @@ TEST_F(Messages, OnANonBlockingSocketAreWaitedForToo) {
     };
     EXPECT_TRUE(reads(&watcher));
     EXPECT_GE(passes, 50);
-    EXPECT_EQ((Watcher::Step{200, 0}), watcher.steps.back());
+    EXPECT_EQ("200+0", watcher.messages.back());
 }
 
 TEST_F(Messages, EndWhenTheWatcherSaysSo) {
@@ -294,12 +212,11 @@ TEST_F(Messages, EndWhenTheWatcherSaysSo) {
     const Bytes frame = frameOf(200);
     ASSERT_TRUE(sends(test::cutAt(frame, 100)));
     setNonBlocking(pair.mine());
-    Watcher watcher;
     watcher.onByte = [] { return false; };
     watcher.onMessage = [] { return false; };
     EXPECT_FALSE(reads(&watcher));
-    EXPECT_THAT(watcher.steps, testing::ElementsAre(Watcher::Step{100, 100}));
-    EXPECT_EQ(1, log.entries("TCPMessageBase::mf_readSocket (" + std::to_string(pair.mine()) +
+    EXPECT_THAT(watcher.messages, testing::ElementsAre("100+100"));
+    EXPECT_EQ(1, log.entries("TCPMessageBase::mf_readSocket (" + number +
                              ") failed, only read 100 bytes of 200\n"))
         << log.text();
 }
@@ -311,7 +228,6 @@ TEST_F(Messages, AreWrittenAsThePeerTakesThem) {
         message.messageBuffer()[i] = static_cast<unsigned char>(i * 7 >> 4);
     setNonBlocking(pair.mine());
     Bytes taken;
-    Watcher watcher;
     watcher.onByte = [&] {
         const std::int64_t pending = rawBytesPending(pair.peer());
         const Bytes part =
@@ -322,21 +238,21 @@ TEST_F(Messages, AreWrittenAsThePeerTakesThem) {
     EXPECT_TRUE(message.write(-1, &watcher));
     const Bytes rest = received(pair.peer(), message.rawBufferLength() - taken.size());
     taken.insert(taken.end(), rest.begin(), rest.end());
-    EXPECT_EQ(taken, Bytes(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()));
-    EXPECT_EQ((Watcher::Step{message.rawBufferLength(), 0}), watcher.steps.back());
+    EXPECT_EQ(taken, wholeFrame(message));
+    EXPECT_EQ(std::to_string(message.rawBufferLength()) + "+0", watcher.messages.back());
 }
 
 TEST_F(Messages, StopBeingWrittenWhenTheWatcherSaysSo) {
     test::LogFile log(LOG_ERROR);
     ASSERT_TRUE(message.allocateMessageBuffer(64 << 20));
     setNonBlocking(pair.mine());
-    Watcher watcher;
     watcher.onByte = [] { return false; };
     watcher.onMessage = [] { return false; };
     EXPECT_FALSE(message.write(-1, &watcher));
-    ASSERT_EQ(1u, watcher.steps.size());
+    ASSERT_EQ(1u, watcher.messages.size());
     EXPECT_EQ(1, log.entries("TCPMessageBase::mf_writeSocket (" + std::to_string(pair.mine()) +
-                             ") failed, only sent " + std::to_string(watcher.steps[0].done) +
+                             ") failed, only sent " +
+                             watcher.messages[0].substr(0, watcher.messages[0].find('+')) +
                              " bytes of " + std::to_string(message.rawBufferLength()) + "\n"))
         << log.text();
 }
@@ -398,12 +314,7 @@ protected:
         setTransport(nullptr);
     }
 
-    bool isClosed() {
-        bool ignored = false;
-        bool closed = false;
-        descriptorState(pair.mine(), ignored, closed, ignored, ignored, ignored);
-        return closed;
-    }
+    bool isClosed() const { return DescriptorState(pair.mine()).closed; }
 
     ScriptedTransport transport;
     test::ScriptedPlatform platform; // nothing is slept
@@ -441,10 +352,9 @@ TEST_F(SecureMessages, GiveUpAfter31ReadsOfNothing) {
 TEST_F(SecureMessages, ThatStallAreNotWaitedForByTheReaderWhenSomebodyWatches) {
     transport.received = {test::cutAt(hex(longFrame), 4)};
     transport.received.insert(transport.received.end(), 1000, {});
-    Watcher watcher;
-    watcher.onMessage = [&] { return watcher.steps.size() < 500; };
+    watcher.onMessage = [&] { return watcher.messages.size() < 500; };
     EXPECT_FALSE(reads(&watcher));
-    EXPECT_EQ(500u, watcher.steps.size());
+    EXPECT_EQ(500u, watcher.messages.size());
     EXPECT_THAT(platform.sleeps, testing::IsEmpty());
     EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
     EXPECT_FALSE(isClosed());
@@ -494,18 +404,17 @@ TEST_F(Messages, CarryThisHostsAddressWhenAsked) {
 
 TEST_F(Messages, TraceTheirReadsWhenAsked) {
     test::LogFile log;
-    const std::string mine = std::to_string(pair.mine());
     const bool before = TCPMessage::printDebug();
+    const std::string name = "TCPMessageBase::mf_readSocket ";
     for (const bool tracing : {false, true}) {
         TCPMessage::setPrintDebug(tracing);
         ASSERT_TRUE(sends(hex(longFrame)));
         ASSERT_TRUE(reads());
-        EXPECT_EQ(tracing ? 1 : 0,
-                  log.entries("TCPMessageBase::mf_readSocket (" + mine + ") pending = 62\n"));
-        EXPECT_EQ(tracing ? 1 : 0, log.entries("TCPMessageBase::mf_readSocket fd (" + mine +
-                                               ") read message bytesRead (4) int32Size (4)"));
-        EXPECT_EQ(tracing ? 1 : 0,
-                  log.entries("TCPMessageBase::mf_readSocket (" + mine + ") read 62"));
+        for (const std::string &line :
+             {"(" + number + ") pending = 62\n",
+              "fd (" + number + ") read message bytesRead (4) int32Size (4)",
+              "(" + number + ") read 62"})
+            EXPECT_EQ(tracing ? 1 : 0, log.entries(name + line)) << line;
     }
     TCPMessage::setPrintDebug(before);
 }

@@ -1,5 +1,6 @@
 // The multiplexer as a process, between raw clients and between participants of the library.
 #include "platform/TestSockets.h"
+#include "support/Eventually.h"
 #include "support/Multiplexer.h"
 #include "support/Party.h"
 #include "support/PlainTransport.h"
@@ -493,7 +494,7 @@ TEST(AMultiplexer, GoesOnWithAFullDiskAndReadsItsFilesAgainWhenItIsTold) {
     folder.holding("pairs", "Ben:new\n");
     ASSERT_EQ(0, std::system(("kill -HUP " + number(mux.id())).c_str()));
     Client waits(mux.port());
-    comesTrue([&] { return folder.content("log").find("reload") != std::string::npos; });
+    eventually([&] { return folder.content("log").find("reload") != std::string::npos; });
     EXPECT_THAT(folder.content("log"), HasSubstr(" lost 1 lines"));
     waits.sends(callTo(mux, "tea", "Authorization: Basic " + ben + "\r\n"));
     EXPECT_TRUE(mux.comesTo("waiting", 1));

@@ -1,20 +1,23 @@
 #include "platform/Thread.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
+#include "support/Stream.h"
+#include "support/Threads.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPMutexBase.h"
 
 #include <atomic>
-#include <chrono>
-#include <gtest/gtest.h>
-#include <thread>
-#include <vector>
 
 using namespace vintok;
 using namespace vintok::test;
 
 namespace {
+
+// Takes it and gives it back.
+bool locks(TCPMutex &mutex) {
+    return mutex.lock() == 0 && mutex.unlock() == 0;
+}
 
 // Destroyed after every lock of the library, and still calls it: that must end in failures and not
 // in a crash, which the exit code of this program would show.
@@ -25,7 +28,7 @@ struct LastUser {
             fini();
         bufferFrames(5);
         TCPMutex mutex(LOCK_CLOCK);
-        if (mutex.lock() != 0 || mutex.unlock() != 0)
+        if (!locks(mutex))
             std::_Exit(1);
     }
 } lastUser;
@@ -36,21 +39,15 @@ TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
     constexpr int threadCount = 2;
     std::atomic<int> arrived{0};
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
-    threads.reserve(threadCount);
-    for (int i = 0; i < threadCount; i++) {
-        threads.emplace_back([&] {
-            for (int round = 1; round <= 1000; round++) {
-                arrived++; // so that all of them begin each round together
-                while (arrived < round * threadCount)
-                    std::this_thread::yield();
-                TCPMutex mutex(LOCK_TRANSPORT);
-                failures += mutex.lock() != 0 || mutex.unlock() != 0 ? 1 : 0;
-            }
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
+    onThreads(threadCount, [&] {
+        for (int round = 1; round <= 1000; round++) {
+            arrived++; // so that all of them begin each round together
+            while (arrived < round * threadCount)
+                std::this_thread::yield();
+            TCPMutex mutex(LOCK_TRANSPORT);
+            failures += locks(mutex) ? 0 : 1;
+        }
+    });
     EXPECT_EQ("", testing::internal::GetCapturedStderr()) << "trouble that was logged";
     EXPECT_EQ(0, failures);
 }
@@ -58,25 +55,20 @@ TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
 TEST(MutexLife, TheEndIsReportedWhenTheSystemRefusesIt) {
     ScriptedPlatform script;
     testing::internal::CaptureStderr();
-    script.close = {fails()};
+    script.close = "!0";
     { const TCPMutex mutex(LOCK_CLOCK); }
     EXPECT_NE(std::string::npos,
               testing::internal::GetCapturedStderr().find("{\nTCPMutexBase::_mutexDestroy\n}"));
     TCPMutex next(LOCK_CLOCK);
-    EXPECT_EQ(0, next.lock());
-    EXPECT_EQ(0, next.unlock());
+    EXPECT_TRUE(locks(next));
 }
 
-class Mutex : public testing::Test {
-protected:
-    Mutex() { init(); }
-    ~Mutex() override { fini(); }
-};
+class Mutex : public Library {};
 
 // On another thread, to its end.
 template <typename Action>
 void elsewhere(Action action) {
-    std::thread(action).join();
+    onThreads(1, action);
 }
 
 TEST_F(Mutex, ObjectsOfOneIdAreOneLock) {
@@ -89,10 +81,7 @@ TEST_F(Mutex, ObjectsOfOneIdAreOneLock) {
     EXPECT_EQ(0, other.trylock());
     EXPECT_EQ(0, other.unlock());
     EXPECT_EQ(0, second.unlock()) << "the thread holds it, not the object";
-    elsewhere([&] {
-        EXPECT_EQ(0, first.trylock());
-        EXPECT_EQ(0, first.unlock());
-    });
+    elsewhere([&] { EXPECT_TRUE(first.trylock() == 0 && first.unlock() == 0); });
 }
 
 TEST_F(Mutex, OnlyTheHolderUnlocks) {
@@ -113,23 +102,17 @@ TEST_F(Mutex, IsHandedToAWaiterWithoutASleepAndExcludesEverybody) {
     TCPMutex mutex(LOCK_CLOCK);
     int counter = 0; // guarded by the lock alone
     std::atomic<int> finished{0};
-    std::vector<std::thread> threads;
-    threads.reserve(threadCount);
-    for (int i = 0; i < threadCount; i++) {
-        threads.emplace_back([&] {
-            for (int n = 0; n < rounds; n++) {
-                EXPECT_EQ(0, mutex.lock());
-                const int before = counter;
-                while (script.waiters == 0 && finished < threadCount - 1)
-                    std::this_thread::yield();
-                counter = before + 1;
-                EXPECT_EQ(0, mutex.unlock());
-            }
-            finished++;
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
+    onThreads(threadCount, [&] {
+        for (int n = 0; n < rounds; n++) {
+            EXPECT_EQ(0, mutex.lock());
+            const int before = counter;
+            while (script.waiters == 0 && finished < threadCount - 1)
+                std::this_thread::yield();
+            counter = before + 1;
+            EXPECT_EQ(0, mutex.unlock());
+        }
+        finished++;
+    });
     EXPECT_EQ(threadCount * rounds, counter);
     EXPECT_EQ(0U, script.waitsInVain);
     EXPECT_EQ(0U, script.slept());
@@ -161,8 +144,7 @@ TEST_F(MutexBase, IsOneAtATime) {
         EXPECT_EQ(2, log.entries("multiple instances of base created")) << "base, and this one";
     }
     EXPECT_EQ(1, log.entries("multiple instance of Base"));
-    EXPECT_EQ(0, keepsTheFirstAlive.lock()) << "the first one stays in working order";
-    EXPECT_EQ(0, keepsTheFirstAlive.unlock());
+    EXPECT_TRUE(locks(keepsTheFirstAlive)) << "the first one stays in working order";
 }
 
 TEST_F(MutexBase, TellsIndexesFromIds) {
@@ -204,7 +186,7 @@ TEST_F(MutexBase, SaysWhatWasWrongWithAWait) {
          "WAIT_FAILED int TCPMutexBase::_mutexUnlock lastError = 0x0"},
     };
     for (const auto &row : rows) {
-        script.acquire = times(2, gives(static_cast<std::int64_t>(row.wait)));
+        script.acquire = "2*" + std::to_string(static_cast<int>(row.wait));
         EXPECT_EQ(-1, base._mutexLock(3, true));
         EXPECT_EQ(-1, base._mutexUnlock(3, true));
         EXPECT_TRUE(log.has(row.lock) && log.has(row.unlock)) << log.text();

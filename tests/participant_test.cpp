@@ -1,30 +1,26 @@
 // One party by itself: how it starts and listens, what configures it, which messages it takes and
 // what it leaves behind.
 #include "platform/Socket.h"
-#include "platform/Thread.h"
 #include "support/Environment.h"
 #include "support/LogFile.h"
-#include "support/Party.h"
-#include "support/WirePeer.h"
-#include "vintok/TCPStream.h"
+#include "support/Stage.h"
+#include "support/TemporaryFolder.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 class Participant : public testing::Test {
 protected:
     Meeting meeting;
 };
+
+class ParticipantOnStage : public Stage {};
 
 // What the constructor prints.
 std::string announced(bool localOnly, unsigned short port, bool exactPort) {
@@ -44,9 +40,8 @@ public:
         for (int tries = 0; tries < 255 && m_port == 0; ++tries) {
             const unsigned short port = freshPort();
             bool all = true;
-            for (const platform::Family family : families) {
+            for (const platform::Family family : families)
                 all = take(family, port) && all;
-            }
             if (all) {
                 m_port = port;
             } else {
@@ -63,9 +58,8 @@ public:
 private:
     bool take(platform::Family family, unsigned short port) {
         const int descriptor = platform::openSocket(family);
-        if (descriptor == -1) {
+        if (descriptor == -1)
             return true;
-        }
         m_descriptors.push_back(descriptor);
         TCPAddress address;
         address.setHostByteOrderPort(port);
@@ -77,9 +71,8 @@ private:
                platform::bindSocket(descriptor, endpoint) && platform::listenSocket(descriptor, 1);
     }
     void release() {
-        for (const int descriptor : m_descriptors) {
+        for (const int descriptor : m_descriptors)
             platform::closeSocket(descriptor);
-        }
         m_descriptors.clear();
     }
 
@@ -124,10 +117,9 @@ TEST_F(Participant, LivesOnOneFamilyWhenThePortIsTakenInTheOther) {
     }
     for (const bool exactPort : {true, false}) {
         EXPECT_EQ(line(squatter.port()), announced(false, squatter.port(), exactPort));
-        TCPSelect loop;
-        const int before = loop.numDescriptors();
+        const int before = meeting.watched();
         const ConferenceParticipant party(false, squatter.port(), exactPort);
-        EXPECT_EQ(before + 1, loop.numDescriptors()) << "it does not look for another port";
+        EXPECT_EQ(before + 1, meeting.watched()) << "it does not look for another port";
     }
 }
 
@@ -166,7 +158,6 @@ TEST_F(Participant, ThatCouldNotStartRefusesCallsAndLeavesNoConnection) {
 }
 
 TEST_F(Participant, GoesWithoutAWordAndLeavesNothingInTheLoop) {
-    TCPSelect loop;
     WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
     std::vector<std::string> told;
     {
@@ -180,63 +171,53 @@ TEST_F(Participant, GoesWithoutAWordAndLeavesNothingInTheLoop) {
     EXPECT_TRUE(bob.seesTheEnd());
     EXPECT_FALSE(bob.receives(id::hangup));
     EXPECT_THAT(told, IsEmpty());
-    EXPECT_EQ(0, loop.numDescriptors());
+    EXPECT_EQ(0, meeting.watched());
 }
 
-TEST_F(Participant, ThatGoesWhileOthersStayDoesNotDisturbThem) {
-    Party ann(meeting, "Ann"), bob(meeting, "Bob");
-    auto cid = std::make_unique<Party>(meeting, "Cid");
-    ASSERT_TRUE(gather(ann, {&bob, cid.get()}));
+TEST_F(ParticipantOnStage, ThatGoesWhileOthersStayDoesNotDisturbThem) {
+    Party eve(meeting, "Eve");
+    auto fay = std::make_unique<Party>(meeting, "Fay");
+    ASSERT_TRUE(gather(ann, {&eve, fay.get()}));
     EXPECT_TRUE(ann.says("one"));
-    cid.reset(); // with the message unread
-    EXPECT_TRUE(ann.isTold("leave Cid") && bob.isTold("leave Cid"));
-    EXPECT_TRUE(ann.says("two") && bob.hears("two"));
+    fay.reset(); // with the message unread
+    EXPECT_TRUE(ann.isTold("leave Fay") && eve.isTold("leave Fay"));
+    EXPECT_TRUE(ann.says("two") && eve.hears("two"));
 }
 
 // ---- The environment ----
 
-struct SwitchCase {
-    const char *name;
-    const char *variable;
-    const char *value;
-    LogLevel before, after;
-    bool debug, rosterDebug;
-};
-
-const SwitchCase switchCases[] = {
-    {"debug", "CONFERENCE_PARTICIPANT_DEBUG", "True", LOG_ERROR, LOG_DEBUG, true, false},
-    {"debug in a louder log", "CONFERENCE_PARTICIPANT_DEBUG", "True", LOG_TRACE, LOG_TRACE, true,
-     false},
-    {"debug in lower case", "CONFERENCE_PARTICIPANT_DEBUG", "true", LOG_ERROR, LOG_ERROR, false,
-     false},
-    {"debug in upper case", "CONFERENCE_PARTICIPANT_DEBUG", "TRUE", LOG_ERROR, LOG_ERROR, false,
-     false},
-    {"debug and a blank", "CONFERENCE_PARTICIPANT_DEBUG", "True ", LOG_ERROR, LOG_ERROR, false,
-     false},
-    {"roster", "CONFERENCE_ROSTER_DEBUG", "True", LOG_ERROR, LOG_DEBUG, false, true},
-    {"roster by number", "CONFERENCE_ROSTER_DEBUG", "1", LOG_ERROR, LOG_ERROR, false, false},
-    {"secure joins", "CONFERENCE_PRINT_SSL_JOIN_DATA", "True", LOG_ERROR, LOG_INFO, false, false},
-    {"secure joins in a louder log", "CONFERENCE_PRINT_SSL_JOIN_DATA", "True", LOG_DEBUG, LOG_DEBUG,
-     false, false},
-};
-
-class Switches : public Participant, public testing::WithParamInterface<SwitchCase> {};
-
-TEST_P(Switches, AreOnWithOneWordOnly) {
-    const SwitchCase &row = GetParam();
-    LogFile log(row.before);
-    ConferenceParticipant::setPrintDebug(false);
-    ConferenceParticipant::setPrintRosterDebug(false);
-    const ScopedEnvironment variable(row.variable, row.value);
-    ConferenceParticipant party(true, freshPort());
-    EXPECT_EQ(row.after, logLevel());
-    EXPECT_EQ(row.debug, ConferenceParticipant::printDebug());
-    EXPECT_EQ(row.rosterDebug, ConferenceParticipant::printRosterDebug());
-    ConferenceParticipant::setPrintDebug(false);
-    ConferenceParticipant::setPrintRosterDebug(false);
+TEST_F(Participant, TheSwitchesAreOnWithOneWordOnly) {
+    const char *const debug = "CONFERENCE_PARTICIPANT_DEBUG";
+    const char *const rosterDebug = "CONFERENCE_ROSTER_DEBUG";
+    const char *const secureJoins = "CONFERENCE_PRINT_SSL_JOIN_DATA";
+    const struct {
+        const char *variable;
+        const char *value;
+        LogLevel before, after;
+        bool debug = false, rosterDebug = false;
+    } cases[] = {
+        {debug, "True", LOG_ERROR, LOG_DEBUG, true},
+        {debug, "True", LOG_TRACE, LOG_TRACE, true},
+        {debug, "true", LOG_ERROR, LOG_ERROR},
+        {debug, "TRUE", LOG_ERROR, LOG_ERROR},
+        {debug, "True ", LOG_ERROR, LOG_ERROR},
+        {rosterDebug, "True", LOG_ERROR, LOG_DEBUG, false, true},
+        {rosterDebug, "1", LOG_ERROR, LOG_ERROR},
+        {secureJoins, "True", LOG_ERROR, LOG_INFO},
+        {secureJoins, "True", LOG_DEBUG, LOG_DEBUG},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(std::string(row.variable) + "=" + row.value);
+        LogFile log(row.before);
+        const ScopedEnvironment variable(row.variable, row.value);
+        ConferenceParticipant party(true, freshPort());
+        EXPECT_EQ(row.after, logLevel());
+        EXPECT_EQ(row.debug, ConferenceParticipant::printDebug());
+        EXPECT_EQ(row.rosterDebug, ConferenceParticipant::printRosterDebug());
+        ConferenceParticipant::setPrintDebug(false);
+        ConferenceParticipant::setPrintRosterDebug(false);
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Table, Switches, testing::ValuesIn(switchCases), caseName<SwitchCase>);
 
 // ---- The configuration file, which a process reads once ----
 
@@ -269,22 +250,21 @@ protected:
     }
 };
 
-void configure(const std::filesystem::path &root, const std::string &text) {
-    std::filesystem::create_directories(root / "etc");
-    std::ofstream(root / "etc" / "conferencing.cfg") << text;
+void configure(const std::string &root, const std::string &text) {
+    std::filesystem::create_directories(root + "/etc");
+    std::ofstream(root + "/etc/conferencing.cfg") << text;
 }
 
-// Runs in the child: says on standard error where a party listens.
-[[noreturn]] void report(const ConfigurationCase &row) {
-    const auto root = std::filesystem::temp_directory_path() /
-                      ("vintok-etc-" + std::to_string(platform::currentProcessId()));
+// Says on standard error where a party listens.
+void report(const ConfigurationCase &row) {
+    const TemporaryFolder folder;
+    const std::string root = folder.path("install");
     configure(root, row.text);
-    const ScopedEnvironment install("QOR_INSTALL", root.string());
+    const ScopedEnvironment install("QOR_INSTALL", root);
     Meeting meeting;
     Party first(meeting, "First", Party::Reach::everybody);
     configure(root, "CLIENT_PORT 29000\n");
     ConferenceParticipant second;
-    std::filesystem::remove_all(root);
     const unsigned port = second.address().hostByteOrderPort();
     const bool portFits = port >= row.port && port < row.port + 255;
     WirePeer peer(meeting, "Peer");
@@ -292,11 +272,16 @@ void configure(const std::filesystem::path &root, const std::string &text) {
     const bool bindFits = reached == row.anonymous || first.ip() == "127.0.0.1";
     std::fprintf(stderr, "listens from %u: %s, anonymous: %s\n", row.port, portFits ? "yes" : "no",
                  bindFits ? "as configured" : "not as configured");
+}
+
+[[noreturn]] void reportInAChild(const ConfigurationCase &row) {
+    report(row);
     std::exit(0);
 }
 
 TEST_P(Configuration, IsReadOnceInAProcess) {
-    EXPECT_EXIT(report(GetParam()), testing::ExitedWithCode(0), ": yes, anonymous: as configured");
+    EXPECT_EXIT(reportInAChild(GetParam()), testing::ExitedWithCode(0),
+                ": yes, anonymous: as configured");
 }
 
 INSTANTIATE_TEST_SUITE_P(Table, Configuration, testing::ValuesIn(configurationCases),
@@ -304,40 +289,30 @@ INSTANTIATE_TEST_SUITE_P(Table, Configuration, testing::ValuesIn(configurationCa
 
 // ---- Messages ----
 
-TEST_F(Participant, NotesAndDropsMessagesThatItDoesNotKnow) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
-    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && bob.fences());
-    ann.forgets();
+TEST_F(ParticipantOnStage, NotesAndDropsMessagesThatItDoesNotKnow) {
+    ASSERT_TRUE(annHosts({&bob}));
     LogFile log;
     // Reserved, held back, spoken by others, and none of the system's.
     const std::vector<unsigned char> unknown = {0x10, 0x11, 0x20, 0x21, 0x22, 0x29, 0x34,
                                                 0x43, 0x45, 0x46, 0x99, 0x00, 0xFF};
-    for (const unsigned char id : unknown) {
+    for (const unsigned char id : unknown)
         ASSERT_TRUE(bob.sends(id, bob.entry.encode()));
-    }
     EXPECT_TRUE(bob.fences());
     EXPECT_EQ(static_cast<int>(unknown.size()), log.entries("_handleMessage Unknow message"));
 }
 
-TEST_F(Participant, ThatIsNoHostIgnoresTheDemandToStopLeading) {
-    Party bob(meeting, "Bob");
-    WirePeer host(meeting, "Host");
-    host.entry.state = state::meeting | state::host | state::leader;
-    ASSERT_TRUE(host.joins(bob.port()) && host.fences());
-    bob.forgets();
-    std::vector<WireFrame> frames;
-    ASSERT_TRUE(host.sends(id::stopLead) && host.fences(&frames));
-    EXPECT_THAT(kinds(frames), IsEmpty());
-    EXPECT_THAT(bob.events, ElementsAre("synch 16"));
+TEST_F(ParticipantOnStage, ThatIsNoHostIgnoresTheDemandToStopLeading) {
+    host.entry.state = hosting | state::leader;
+    ASSERT_TRUE(annAttends());
+    ann.forgets();
+    ASSERT_TRUE(host.sends(id::stopLead));
+    EXPECT_THAT(kinds(host.gets()), IsEmpty());
+    EXPECT_THAT(ann.events, ElementsAre("synch 16"));
 }
 
-TEST_F(Participant, AnswersAnEchoWithItsClockInAMinorVersionOfItsOwn) {
-    Party ann(meeting, "Ann");
-    WirePeer bob(meeting, "Bob");
+TEST_F(ParticipantOnStage, AnswersAnEchoWithItsClockInAMinorVersionOfItsOwn) {
     ASSERT_TRUE(bob.connects(ann.port()) && bob.sends(id::echoRequest32, {1, 2, 3, 4}));
-    WireFrame echo;
-    ASSERT_TRUE(bob.receives(id::echoReply32, &echo));
+    const WireFrame echo = bob.next(id::echoReply32);
     EXPECT_EQ(4, echo.major);
     EXPECT_EQ(4, echo.minor);
     ASSERT_EQ(8u, echo.body.size());

@@ -6,14 +6,13 @@
 #include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "support/Environment.h"
+#include "support/Eventually.h"
+#include "support/TemporaryFolder.h"
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <filesystem>
+#include <future>
 #include <gmock/gmock.h>
-#include <mutex>
 #include <random>
 #include <set>
 #include <thread>
@@ -21,6 +20,8 @@
 using namespace vintok::platform;
 using testing::AnyOf;
 using testing::ElementsAre;
+using vintok::test::eventually;
+using vintok::test::TemporaryFolder;
 
 namespace {
 
@@ -30,6 +31,11 @@ bool isConnectionLost(int error) {
            error == 10061 || error == 10064 || error == 10065;
 }
 
+// The error of an operation; 0 where it succeeded, which it must not.
+int errorOf(bool succeeded) {
+    return succeeded ? 0 : socketError();
+}
+
 Endpoint loopback() {
     Endpoint endpoint;
     const unsigned char bytes[] = {127, 0, 0, 1};
@@ -37,19 +43,7 @@ Endpoint loopback() {
     return endpoint;
 }
 
-// Turns until `condition` holds, for as long as a slow machine may need.
-template <typename Condition>
-testing::AssertionResult eventually(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return testing::AssertionFailure() << "it did not come";
-        }
-        sleepMilliseconds(1);
-    }
-    return testing::AssertionSuccess();
-}
-
+// Closes itself.
 class Descriptor {
 public:
     explicit Descriptor(int number = -1) : m_number(number) {}
@@ -60,9 +54,8 @@ public:
     }
     ~Descriptor() { close(); }
     void close() {
-        if (m_number != -1) {
+        if (m_number != -1)
             closeSocket(std::exchange(m_number, -1));
-        }
     }
     operator int() const { return m_number; }
 
@@ -70,28 +63,40 @@ private:
     int m_number;
 };
 
-// A listener, and connections to it.
-class PlatformSockets : public testing::Test {
+class PlatformTest : public testing::Test {
 protected:
     void SetUp() override {
         std::uint16_t granted = 0;
         ASSERT_TRUE(startSockets(0x0202, granted));
         EXPECT_EQ(0x0202, granted);
-        address = loopback();
-        listener = Descriptor(openSocket(FAMILY_IPV4));
-        ASSERT_TRUE(setExclusiveAddress(listener));
-        ASSERT_TRUE(bindSocket(listener, address));
-        ASSERT_TRUE(listenSocket(listener, 0x7FFFFFFF));
-        ASSERT_TRUE(boundEndpoint(listener, FAMILY_IPV4, address));
+    }
+    void TearDown() override { stopSockets(); }
+};
+
+// Listens at the address, whose port is filled in.
+Descriptor listenAt(Endpoint &address) {
+    Descriptor listener(openSocket(FAMILY_IPV4));
+    EXPECT_TRUE(setExclusiveAddress(listener));
+    EXPECT_TRUE(bindSocket(listener, address)) << socketError();
+    EXPECT_TRUE(listenSocket(listener, 0x7FFFFFFF));
+    EXPECT_TRUE(boundEndpoint(listener, FAMILY_IPV4, address));
+    return listener;
+}
+
+// A listener, and connections to it.
+class PlatformSockets : public PlatformTest {
+protected:
+    void SetUp() override {
+        PlatformTest::SetUp();
+        listener = listenAt(address);
         ASSERT_NE(0, address.port);
         connect();
     }
 
     void TearDown() override {
-        for (Descriptor *each : {&near, &far, &listener}) {
+        for (Descriptor *each : {&near, &far, &listener})
             each->close();
-        }
-        stopSockets();
+        PlatformTest::TearDown();
     }
 
     void connect() {
@@ -118,44 +123,37 @@ protected:
 
     std::vector<int> readable(std::initializer_list<int> descriptors, bool immediate) {
         DescriptorSet set;
-        for (const int each : descriptors) {
+        for (const int each : descriptors)
             set.insert(each);
-        }
         const int count = waitReadable(set, immediate);
         EXPECT_EQ(std::max(count, 0), static_cast<int>(set.size()));
         return {set.begin(), set.end()};
     }
 
     unsigned char buffer[100] = {};
-    Endpoint address;
+    Endpoint address = loopback();
     Descriptor listener, near, far;
 };
 
 TEST_F(PlatformSockets, ErrorsAreRowsOfTheSystemErrorTable) {
     unsigned char byte = 0;
     Descriptor unconnected(openSocket(FAMILY_IPV4));
-    EXPECT_EQ(-1, receive(unconnected, &byte, 1));
-    EXPECT_EQ(10057, socketError());
-    EXPECT_FALSE(shutdownBoth(unconnected));
-    EXPECT_EQ(10057, socketError());
+    EXPECT_EQ(10057, errorOf(receive(unconnected, &byte, 1) != -1));
+    EXPECT_EQ(10057, errorOf(shutdownBoth(unconnected)));
 
-    EXPECT_FALSE(bindSocket(unconnected, address));
-    EXPECT_EQ(10048, socketError());
+    EXPECT_EQ(10048, errorOf(bindSocket(unconnected, address)));
 
     Endpoint elsewhere = loopback();
     elsewhere.ipv4 = 0x010200C0; // 192.0.2.1, which is nobody's
-    EXPECT_FALSE(bindSocket(unconnected, elsewhere));
-    EXPECT_EQ(10049, socketError());
+    EXPECT_EQ(10049, errorOf(bindSocket(unconnected, elsewhere)));
 
     listener.close();
-    EXPECT_FALSE(connectSocket(unconnected, address));
-    EXPECT_EQ(10061, socketError());
+    EXPECT_EQ(10061, errorOf(connectSocket(unconnected, address)));
 
     const int closed = near;
     near.close();
     std::size_t waiting = 0;
-    EXPECT_FALSE(bytesWaiting(closed, waiting));
-    EXPECT_THAT(socketError(), AnyOf(9, 10038));
+    EXPECT_THAT(errorOf(bytesWaiting(closed, waiting)), AnyOf(9, 10038));
 }
 
 TEST_F(PlatformSockets, ErrorOutlivesTheSuccessOfOtherCalls) {
@@ -179,14 +177,12 @@ TEST_F(PlatformSockets, WriterFindsADeadPeerLostAndGetsNoSignal) {
     far.close();
     EXPECT_TRUE(eventually([&] { return send(near, buffer, sizeof buffer) == -1; }));
     EXPECT_PRED1(isConnectionLost, socketError());
-    EXPECT_EQ(-1, send(near, buffer, sizeof buffer));
-    EXPECT_PRED1(isConnectionLost, socketError());
+    EXPECT_PRED1(isConnectionLost, errorOf(send(near, buffer, sizeof buffer) != -1));
 }
 
 // In the blocking mode that a socket begins with.
 TEST_F(PlatformSockets, ATransferNowNeverWaits) {
-    EXPECT_EQ(-1, receiveNow(far, buffer, sizeof buffer));
-    EXPECT_EQ(10035, socketError());
+    EXPECT_EQ(10035, errorOf(receiveNow(far, buffer, sizeof buffer) != -1));
     EXPECT_FALSE(awaitSocket(far, Await::readable, 0));
     arrive(3);
     EXPECT_TRUE(awaitSocket(far, Await::readable, -1));
@@ -196,8 +192,7 @@ TEST_F(PlatformSockets, ATransferNowNeverWaits) {
     for (int i = 0; i < 1000 && sent >= 0; ++i) { // more than any buffers hold
         sent = sendNow(near, much.data(), much.size());
     }
-    EXPECT_EQ(-1, sent);
-    EXPECT_EQ(10035, socketError());
+    EXPECT_EQ(10035, errorOf(sent != -1));
     EXPECT_FALSE(awaitSocket(near, Await::writable, 0));
     far.close();
     EXPECT_TRUE(awaitSocket(near, Await::writable, -1));
@@ -219,17 +214,12 @@ TEST_F(PlatformSockets, NoChildInheritsAnything) {
 }
 
 TEST_F(PlatformSockets, SecondListenerIsRefused) {
-    Descriptor first(openSocket(FAMILY_IPV4)), second(openSocket(FAMILY_IPV4));
-    Endpoint taken = loopback();
-    ASSERT_TRUE(setExclusiveAddress(first));
-    ASSERT_TRUE(bindSocket(first, taken));
-    ASSERT_TRUE(listenSocket(first, 5));
-    ASSERT_TRUE(boundEndpoint(first, FAMILY_IPV4, taken));
-    for (const std::uint32_t where : {taken.ipv4, 0u}) {
-        taken.ipv4 = where;
+    const Descriptor second(openSocket(FAMILY_IPV4));
+    for (const std::uint32_t where : {address.ipv4, 0u}) {
+        address.ipv4 = where;
         ASSERT_TRUE(setExclusiveAddress(second));
-        EXPECT_FALSE(bindSocket(second, taken) && listenSocket(second, 5));
-        EXPECT_THAT(socketError(), AnyOf(10048, 10013));
+        EXPECT_THAT(errorOf(bindSocket(second, address) && listenSocket(second, 5)),
+                    AnyOf(10048, 10013));
     }
 }
 
@@ -239,10 +229,7 @@ TEST_F(PlatformSockets, RestartedHostTakesItsPortBack) {
         EXPECT_EQ(0, receive(near, buffer, sizeof buffer));
         near.close();
         listener.close();
-        listener = Descriptor(openSocket(FAMILY_IPV4));
-        ASSERT_TRUE(setExclusiveAddress(listener));
-        ASSERT_TRUE(bindSocket(listener, address)) << socketError();
-        ASSERT_TRUE(listenSocket(listener, 5));
+        listener = listenAt(address);
         connect();
     }
 }
@@ -264,8 +251,7 @@ TEST_F(PlatformSockets, WaitReportsADescriptorThatIsNoneAnyMore) {
 
 TEST_F(PlatformSockets, WaitForNothingIsAnError) {
     DescriptorSet empty;
-    EXPECT_EQ(-1, waitReadable(empty, false));
-    EXPECT_THAT(socketError(), AnyOf(22, 10022));
+    EXPECT_THAT(errorOf(waitReadable(empty, false) != -1), AnyOf(22, 10022));
 }
 
 TEST_F(PlatformSockets, WaitTakesDescriptorsAbove1023) {
@@ -287,30 +273,20 @@ TEST_F(PlatformSockets, WaitTakesDescriptorsAbove1023) {
 }
 
 TEST_F(PlatformSockets, SignalEndsTheWait) {
-    if (!startInterrupting()) {
+    if (!startInterrupting())
         GTEST_SKIP() << "no signal interrupts a wait here";
-    }
     DescriptorSet set;
     set.insert(far);
+    std::promise<void> ended;
     // Ends the wait where the signal does not.
-    std::mutex lock;
-    std::condition_variable ended;
-    bool done = false;
-    std::thread rescue([&] {
-        std::unique_lock guard(lock);
-        if (!ended.wait_for(guard, std::chrono::seconds(10), [&] { return done; })) {
+    std::thread rescue([this, end = ended.get_future()] {
+        if (end.wait_for(std::chrono::seconds(10)) == std::future_status::timeout)
             near.close();
-        }
     });
-    EXPECT_EQ(-1, waitReadable(set, false));
-    EXPECT_EQ(4, socketError());
+    EXPECT_EQ(4, errorOf(waitReadable(set, false) != -1));
     EXPECT_EQ(0u, set.size());
     stopInterrupting();
-    {
-        const std::lock_guard guard(lock);
-        done = true;
-    }
-    ended.notify_one();
+    ended.set_value();
     rescue.join();
 }
 
@@ -318,9 +294,8 @@ TEST_F(PlatformSockets, EndIsSeenBehindTheBytesBeforeIt) {
     arrive(5);
     EXPECT_FALSE(endArrived(far));
     ASSERT_TRUE(shutdownSending(near));
-    for (int tries = 0; tries < 100 && !endArrived(far); ++tries) {
+    for (int tries = 0; tries < 100 && !endArrived(far); ++tries)
         sleepMilliseconds(1);
-    }
     EXPECT_FALSE(endArrived(near));
     if (!endArrived(far)) {
         GTEST_SKIP() << "here bytes hide the end";
@@ -355,10 +330,8 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     if (local == -1) {
         GTEST_SKIP() << "no local sockets";
     }
-    const auto folder =
-        std::filesystem::temp_directory_path() / ("vintok" + std::to_string(currentProcessId()));
-    std::filesystem::create_directory(folder);
-    endpoint.path = folder.string() + "/";
+    const TemporaryFolder folder;
+    endpoint.path = folder.path("");
     ASSERT_LT(endpoint.path.size(), maxLocalPath);
     endpoint.path.resize(maxLocalPath, 's');
     EXPECT_TRUE(bindSocket(local, endpoint) && listenSocket(local, 1)) << socketError();
@@ -369,13 +342,11 @@ TEST_F(PlatformSockets, LocalSocketTakesPathsUpToItsLimit) {
     EXPECT_EQ(FAMILY_LOCAL, peer.family);
     EXPECT_EQ(7, send(caller, buffer, 7));
     EXPECT_EQ(7, receive(callee, buffer, sizeof buffer));
-    std::filesystem::remove_all(folder);
 
     Descriptor refused(openSocket(FAMILY_LOCAL));
     for (const std::string &path : {std::string(), std::string(maxLocalPath + 1, 's')}) {
         endpoint.path = path;
-        EXPECT_FALSE(bindSocket(refused, endpoint)) << path;
-        EXPECT_EQ(10014, socketError());
+        EXPECT_EQ(10014, errorOf(bindSocket(refused, endpoint))) << path;
     }
 }
 
@@ -412,14 +383,8 @@ TEST(PlatformDescriptorSet, BehavesAsAnOrderedSetOf1024) {
               std::vector<int>(set.begin(), set.end()));
 }
 
-class PlatformResolve : public testing::Test {
+class PlatformResolve : public PlatformTest {
 protected:
-    void SetUp() override {
-        std::uint16_t granted = 0;
-        ASSERT_TRUE(startSockets(0x0202, granted));
-    }
-    void TearDown() override { stopSockets(); }
-
     std::vector<ResolvedAddress> result;
 };
 
@@ -441,20 +406,12 @@ TEST_F(PlatformResolve, LiteralsNeedNoNameService) {
 }
 
 TEST_F(PlatformResolve, OnlyAnIPv4AddressInIPv6FormIsMapped) {
-    const struct {
-        const char *literal;
-        Lookup lookup;
-        bool mapped;
-    } cases[] = {
-        {"::ffff:192.0.2.7", Lookup::mapped, true},
-        {"2001:db8::7", Lookup::mapped, false},
-        {"192.0.2.7", Lookup::mapped, false},
-        {"::ffff:192.0.2.7", Lookup::any, false},
-    };
-    for (const auto &each : cases) {
-        ASSERT_TRUE(resolveHost(each.literal, each.lookup, true, result)) << each.literal;
-        EXPECT_EQ(each.mapped, result.front().mappedIPv4) << each.literal;
+    for (const char *literal : {"::ffff:192.0.2.7", "2001:db8::7", "192.0.2.7"}) {
+        ASSERT_TRUE(resolveHost(literal, Lookup::mapped, true, result)) << literal;
+        EXPECT_EQ(literal[0] == ':', result.front().mappedIPv4) << literal;
     }
+    ASSERT_TRUE(resolveHost("::ffff:192.0.2.7", Lookup::any, true, result));
+    EXPECT_FALSE(result.front().mappedIPv4);
 }
 
 TEST_F(PlatformResolve, NameThatCannotBeIsRefused) {
@@ -469,9 +426,8 @@ TEST_F(PlatformResolve, OwnAddressIsOursAndNotLoopback) {
     EXPECT_FALSE(name.empty());
     for (const Family family : {FAMILY_IPV4, FAMILY_IPV6}) {
         Endpoint own;
-        if (!interfaceAddress(family, own)) {
+        if (!interfaceAddress(family, own))
             continue;
-        }
         EXPECT_EQ(family, own.family);
         EXPECT_NE(loopback().ipv4, own.ipv4);
         Descriptor socket(openSocket(family));
@@ -483,16 +439,13 @@ TEST_F(PlatformResolve, OwnAddressIsOursAndNotLoopback) {
 TEST(PlatformResolveDeathTest, LocalhostResolvesWithoutANetwork) {
     constexpr int impossible = 77;
     const auto askWithoutNetwork = [] {
-        if (!leaveNetwork()) {
+        if (!leaveNetwork())
             std::_Exit(impossible);
-        }
         std::vector<ResolvedAddress> found;
         Endpoint own;
-        for (const Lookup lookup : {Lookup::any, Lookup::ipv4}) {
-            if (!resolveHost("localhost", lookup, false, found)) {
+        for (const Lookup lookup : {Lookup::any, Lookup::ipv4})
+            if (!resolveHost("localhost", lookup, false, found))
                 std::_Exit(1);
-            }
-        }
         std::_Exit(interfaceAddress(FAMILY_IPV4, own) ? 2 : 0);
     };
     EXPECT_EXIT(
@@ -565,36 +518,30 @@ TEST(PlatformThread, AWaitEndsWithItsReasonOrItsTimeAndLeavesTheLastError) {
 }
 
 TEST(PlatformFile, OpenedFileIsNotInherited) {
-    const std::string path = (std::filesystem::temp_directory_path() /
-                              ("vintok_platform_test" + std::to_string(currentProcessId())))
-                                 .string();
+    const TemporaryFolder folder;
+    const std::string path = folder.path("f");
     for (const char *mode : {"wb", "a", "rb"}) {
         std::FILE *file = openFile(path, mode);
         ASSERT_NE(nullptr, file) << mode;
         EXPECT_FALSE(isInherited(file)) << mode;
-        if (mode[0] != 'r') {
-            EXPECT_EQ(1u, std::fwrite("x", 1, 1, file)) << mode;
-        }
+        EXPECT_EQ(mode[0] == 'r' ? 0u : 1u, std::fwrite("x", 1, 1, file)) << mode;
         std::fclose(file);
     }
-    EXPECT_EQ(2u, std::filesystem::file_size(path));
-    std::filesystem::remove(path);
-    EXPECT_EQ(nullptr, openFile(path, "rb"));
+    EXPECT_EQ("xx", folder.content("f"));
+    EXPECT_EQ(nullptr, openFile(folder.path("none"), "rb"));
 }
 
 TEST(PlatformFile, APrivateFileIsNewAndItsOwnersAlone) {
     namespace fs = std::filesystem;
-    const fs::path path =
-        fs::temp_directory_path() / ("vintok_private_test" + std::to_string(currentProcessId()));
-    std::FILE *file = createPrivateFile(path.string());
+    const TemporaryFolder folder;
+    const std::string path = folder.path("f");
+    std::FILE *file = createPrivateFile(path);
     ASSERT_NE(nullptr, file);
     EXPECT_FALSE(isInherited(file));
     std::fclose(file);
-    EXPECT_EQ(nullptr, createPrivateFile(path.string()));
-    if (pathSeparator() == '/') {
-        EXPECT_EQ(fs::perms::owner_read | fs::perms::owner_write, fs::status(path).permissions());
-    }
-    fs::remove(path);
+    EXPECT_EQ(nullptr, createPrivateFile(path));
+    EXPECT_TRUE(pathSeparator() != '/' ||
+                fs::status(path).permissions() == (fs::perms::owner_read | fs::perms::owner_write));
 }
 
 TEST(PlatformFile, LocalTimeIsTheRuntimesOwn) {

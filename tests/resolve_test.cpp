@@ -26,26 +26,24 @@ TEST(Literals, areTakenWithoutTheResolverAndFilteredByFamily) {
         const char *name;
         std::uint32_t type;
         const char *text; // null: refused
-    } rows[] = {
-        {"10.0.0.1", 0, "10.0.0.1"},
-        {"10.0.0.1", 1, "10.0.0.1"},
-        {"10.0.0.1", 3, "10.0.0.1"},
-        {"10.0.0.1", 2, nullptr},
-        {"10.0.0.1", 4, nullptr},
-        {"10.0.0.1/8", 0, "10.0.0.1"},
-        {"1::1", 0, "1:0:0:0:0:0:0:1"},
-        {"1::1", 2, "1:0:0:0:0:0:0:1"},
-        {"1::1", 3, "1:0:0:0:0:0:0:1"},
-        {"1::1", 1, nullptr},
-        {"", 0, nullptr},
-    };
+    } rows[] = {{"10.0.0.1", 0, "10.0.0.1"},
+                {"10.0.0.1", 1, "10.0.0.1"},
+                {"10.0.0.1", 3, "10.0.0.1"},
+                {"10.0.0.1", 2, nullptr},
+                {"10.0.0.1", 4, nullptr},
+                {"10.0.0.1/8", 0, "10.0.0.1"},
+                {"1::1", 0, "1:0:0:0:0:0:0:1"},
+                {"1::1", 2, "1:0:0:0:0:0:0:1"},
+                {"1::1", 3, "1:0:0:0:0:0:0:1"},
+                {"1::1", 1, nullptr},
+                {"", 0, nullptr}};
     for (const auto &row : rows) {
         SCOPED_TRACE(testing::Message() << row.name << " as " << row.type);
         TCPAddress address = nameOnly("1.1.1.1", 7777);
-        const auto type = static_cast<TCPAddress::IPType>(row.type);
-        EXPECT_EQ(address.resolve(row.name, type), row.text != nullptr);
-        EXPECT_EQ(text(address), row.text != nullptr ? row.text : "1.1.1.1");
-        EXPECT_EQ(nameOf(address), row.text != nullptr ? row.name : "1.1.1.1");
+        const bool taken = row.text != nullptr;
+        EXPECT_EQ(address.resolve(row.name, static_cast<TCPAddress::IPType>(row.type)), taken);
+        EXPECT_EQ(text(address), taken ? row.text : "1.1.1.1");
+        EXPECT_EQ(nameOf(address), taken ? row.name : "1.1.1.1");
         EXPECT_EQ(address.hostByteOrderPort(), 7777);
         EXPECT_EQ(address.maskBits(), 0);
     }
@@ -164,57 +162,6 @@ TEST(Lookup, givesEveryAddressOfTheFamily) {
     ASSERT_FALSE(all.empty());
     for (const TCPAddress &each : all)
         EXPECT_TRUE(each.isIPv4()) << text(each);
-}
-
-// Which entry of the resolver's list is kept.
-struct Choice {
-    const char *what;
-    const char *name;
-    TCPAddress::IPType type;
-    bool wantAll;
-    std::uint16_t port;
-    const char *kept;  // as text; "0.0.0.0" when none is
-    const char *first; // in the list of all; null when that stays empty
-};
-
-TEST(Choice, fallsOnTheFirstAddressThatIsNotLinkLocal) {
-    const Choice rows[] = {
-        {"IPv4", "10.0.0.1", TCPAddress::IPTYPE_NONE, false, 80, "10.0.0.1", nullptr},
-        {"first IPv4 of all", "10.0.0.1", TCPAddress::IPTYPE_NONE, true, 80, "10.0.0.1",
-         "10.0.0.1"},
-        {"IPv6", "1::1", TCPAddress::IPTYPE_NONE, false, 80, "1:0:0:0:0:0:0:1", nullptr},
-        {"IPv6 of all", "1::1", TCPAddress::IPTYPE_NONE, true, 0, "1:0:0:0:0:0:0:1",
-         "1:0:0:0:0:0:0:1"},
-        {"IPv6 of all with a port", "1::1", TCPAddress::IPTYPE_NONE, true, 80, "0.0.0.0",
-         "1:0:0:0:0:0:0:1"},
-        {"link-local", "fe80::1", TCPAddress::IPTYPE_NONE, false, 0, "0.0.0.0", nullptr},
-        {"link-local of all", "fe80::1", TCPAddress::IPTYPE_NONE, true, 0, "0.0.0.0",
-         "fe80:0:0:0:0:0:0:1"},
-        {"IPv4 in IPv6 form", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, false, 0, "10.0.0.1",
-         nullptr},
-        {"IPv4 in IPv6 form with a port", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, false, 80,
-         "0.0.0.0", nullptr},
-        {"IPv4 in IPv6 form of all", "::ffff:10.0.0.1", TCPAddress::IPTYPE_BOTH, true, 0,
-         "10.0.0.1", "10.0.0.1"},
-        {"IPv4 in IPv6 form where only IPv6 is wanted", "::ffff:10.0.0.1", TCPAddress::IPTYPE_IPV6,
-         false, 0, "0:0:0:0:0:ffff:a00:1", nullptr},
-    };
-    for (const Choice &row : rows) {
-        SCOPED_TRACE(row.what);
-        TCPAddress address = nameOnly("2.2.2.2", row.port);
-        EXPECT_TRUE(address.setNetMask(std::uint16_t{8}));
-        std::vector<TCPAddress> all = {literal("3.3.3.3")};
-        ASSERT_TRUE(TCPAddress::sf_dnsResolve(row.name, address, all, true, row.type, row.wantAll));
-        EXPECT_EQ(text(address), row.kept);
-        EXPECT_EQ(nameOf(address), row.name);
-        EXPECT_EQ(address.hostByteOrderPort(), row.port);
-        EXPECT_EQ(address.maskBits(), 0);
-        EXPECT_EQ(all.size(), row.first != nullptr ? 1U : 0U);
-        if (!all.empty() && row.first != nullptr) {
-            EXPECT_EQ(text(all[0]), row.first);
-            EXPECT_EQ(nameOf(all[0]), row.name);
-        }
-    }
 }
 
 TEST(SameAddress, isToldFromTwoTexts) {

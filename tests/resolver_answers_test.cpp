@@ -3,6 +3,7 @@
 
 #include "platform/Resolve.h"
 #include "support/Addresses.h"
+#include "support/Words.h"
 
 #include <gmock/gmock.h>
 
@@ -10,12 +11,8 @@ namespace vintok {
 
 namespace {
 
-struct Answer {
-    std::string text;
-    std::string canonicalName;
-};
-
-std::vector<Answer> answers;
+std::string answers;       // one behind the other
+std::string canonicalName; // of the first
 platform::Lookup asked;
 int questions = 0;
 
@@ -27,18 +24,19 @@ bool resolveHost(const std::string &, Lookup lookup, bool, std::vector<ResolvedA
     asked = lookup;
     ++questions;
     result.clear();
-    for (const Answer &answer : answers) {
+    for (const std::string &answer : test::wordsOf(answers)) {
         ResolvedAddress entry;
-        const TCPAddress address = test::literal(answer.text);
+        const TCPAddress address = test::literal(answer);
         if (lookup == (address.isIPv4() ? Lookup::ipv6 : Lookup::ipv4))
             continue;
         entry.endpoint.family = address.isIPv4() ? FAMILY_IPV4 : FAMILY_IPV6;
         address.IPv4(entry.endpoint.ipv4);
         address.IPv6(entry.endpoint.ipv6.data());
-        entry.mappedIPv4 = lookup == Lookup::mapped && answer.text.rfind("::ffff:", 0) == 0;
-        entry.canonicalName = answer.canonicalName;
+        entry.mappedIPv4 = lookup == Lookup::mapped && answer.rfind("::ffff:", 0) == 0;
         result.push_back(entry);
     }
+    if (!result.empty())
+        result.front().canonicalName = canonicalName;
     return !result.empty();
 }
 
@@ -48,106 +46,78 @@ namespace {
 
 using namespace test;
 
-struct Case {
-    const char *what;
-    std::vector<Answer> answers;
-    TCPAddress::IPType type;
-    bool wantAll;
-    const char *kept; // "0.0.0.0": none
-    const char *name;
-    std::vector<std::string> all;
-};
-
 constexpr auto none = TCPAddress::IPTYPE_NONE;
 constexpr auto both = TCPAddress::IPTYPE_BOTH;
-const Case cases[] = {
-    {"the first", {{"10.0.0.1", "c"}, {"10.0.0.2", ""}}, none, false, "10.0.0.1", "c", {}},
-    {"the first of either family",
-     {{"1::1", "c"}, {"10.0.0.1", ""}},
-     none,
-     false,
-     "1:0:0:0:0:0:0:1",
-     "c",
-     {}},
-    {"the first that is not link-local",
-     {{"fe80::1", "c"}, {"fe80::2", ""}, {"1::1", ""}},
-     none,
-     false,
-     "1:0:0:0:0:0:0:1",
-     "c",
-     {}},
-    {"link-local, then IPv4",
-     {{"fe80::1", "c"}, {"10.0.0.1", ""}, {"10.0.0.2", ""}},
-     none,
-     false,
-     "10.0.0.1",
-     "c",
-     {}},
-    {"link-local only", {{"fe80::1", "c"}}, none, false, "0.0.0.0", "c", {}},
-    {"fec0 is not link-local", {{"fec0::1", ""}}, none, false, "fec0:0:0:0:0:0:0:1", "", {}},
-    {"all of IPv4",
-     {{"10.0.0.1", "c"}, {"10.0.0.2", ""}},
-     none,
-     true,
-     "10.0.0.1",
-     "c",
-     {"10.0.0.1", "10.0.0.2"}},
-    {"an IPv4 address that is not the first of all",
-     {{"fe80::1", ""}, {"10.0.0.1", ""}},
-     none,
-     true,
-     "0.0.0.0",
-     "",
-     {"fe80:0:0:0:0:0:0:1", "10.0.0.1"}},
-    {"an IPv6 address behind a link-local one",
-     {{"fe80::1", ""}, {"1::1", ""}, {"1::2", ""}},
-     none,
-     true,
-     "1:0:0:0:0:0:0:1",
-     "",
-     {"fe80:0:0:0:0:0:0:1", "1:0:0:0:0:0:0:1", "1:0:0:0:0:0:0:2"}},
-    {"the same where the first gave its name, which then is known",
-     {{"fe80::1", "c"}, {"1::1", ""}},
-     none,
-     true,
-     "0.0.0.0",
-     "c",
-     {"fe80:0:0:0:0:0:0:1", "1:0:0:0:0:0:0:1"}},
-    {"IPv4 in IPv6 form",
-     {{"::ffff:10.0.0.1", "c"}, {"1::1", ""}},
-     both,
-     false,
-     "10.0.0.1",
-     "c",
-     {}},
-    {"all, with IPv4 in IPv6 form behind IPv6",
-     {{"1::1", "c"}, {"::ffff:10.0.0.1", ""}},
-     both,
-     true,
-     "1:0:0:0:0:0:0:1",
-     "c",
-     {"1:0:0:0:0:0:0:1", "10.0.0.1"}},
+
+void answer(const std::string &addresses, const std::string &name) {
+    answers = addresses;
+    canonicalName = name;
+}
+
+std::string nameOf(const TCPAddress &address) {
+    std::string name;
+    address.name(name);
+    return name;
+}
+
+const struct {
+    const char *what;
+    const char *answers, *name;
+    const char *kept; // "0.0.0.0": none
+    TCPAddress::IPType type = none;
+    const char *all = nullptr; // where all are wanted
+    std::uint16_t port = 0;    // known before
+} cases[] = {
+    {"the first", "10.0.0.1 10.0.0.2", "c", "10.0.0.1"},
+    {"the first of either family", "1::1 10.0.0.1", "c", "1:0:0:0:0:0:0:1"},
+    {"the first that is not link-local", "fe80::1 fe80::2 1::1", "c", "1:0:0:0:0:0:0:1"},
+    {"link-local, then IPv4", "fe80::1 10.0.0.1 10.0.0.2", "c", "10.0.0.1"},
+    {"link-local only", "fe80::1", "c", "0.0.0.0"},
+    {"link-local of all", "fe80::1", "", "0.0.0.0", none, "fe80:0:0:0:0:0:0:1"},
+    {"IPv4 with a port", "10.0.0.1", "c", "10.0.0.1", none, nullptr, 80},
+    {"IPv4 of all with a port", "10.0.0.1", "c", "10.0.0.1", none, "10.0.0.1", 80},
+    {"IPv6 with a port", "1::1", "c", "1:0:0:0:0:0:0:1", none, nullptr, 80},
+    {"IPv6 of all", "1::1", "c", "1:0:0:0:0:0:0:1", none, "1:0:0:0:0:0:0:1"},
+    {"IPv6 of all with a port", "1::1", "c", "0.0.0.0", none, "1:0:0:0:0:0:0:1", 80},
+    {"fec0 is not link-local", "fec0::1", "", "fec0:0:0:0:0:0:0:1"},
+    {"all of IPv4", "10.0.0.1 10.0.0.2", "c", "10.0.0.1", none, "10.0.0.1 10.0.0.2"},
+    {"an IPv4 address that is not the first of all", "fe80::1 10.0.0.1", "", "0.0.0.0", none,
+     "fe80:0:0:0:0:0:0:1 10.0.0.1"},
+    {"an IPv6 address behind a link-local one", "fe80::1 1::1 1::2", "", "1:0:0:0:0:0:0:1", none,
+     "fe80:0:0:0:0:0:0:1 1:0:0:0:0:0:0:1 1:0:0:0:0:0:0:2"},
+    {"the same where the first gave its name, which then is known", "fe80::1 1::1", "c", "0.0.0.0",
+     none, "fe80:0:0:0:0:0:0:1 1:0:0:0:0:0:0:1"},
+    {"IPv4 in IPv6 form", "::ffff:10.0.0.1 1::1", "c", "10.0.0.1", both},
+    {"IPv4 in IPv6 form with a port", "::ffff:10.0.0.1", "c", "0.0.0.0", both, nullptr, 80},
+    {"IPv4 in IPv6 form of all", "::ffff:10.0.0.1", "c", "10.0.0.1", both, "10.0.0.1"},
+    {"IPv4 in IPv6 form where only IPv6 is wanted", "::ffff:10.0.0.1", "c", "0:0:0:0:0:ffff:a00:1",
+     TCPAddress::IPTYPE_IPV6},
+    {"all, with IPv4 in IPv6 form behind IPv6", "1::1 ::ffff:10.0.0.1", "c", "1:0:0:0:0:0:0:1",
+     both, "1:0:0:0:0:0:0:1 10.0.0.1"},
 };
 
 TEST(Answers, areKeptByTheirOrderAndTheirKind) {
-    for (const Case &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.what);
-        answers = row.answers;
-        TCPAddress address = literal("9.9.9.9");
+        answer(row.answers, row.name);
+        TCPAddress address = nameOnly("9.9.9.9", row.port);
+        EXPECT_TRUE(address.setNetMask(std::uint16_t{8}));
         std::vector<TCPAddress> all = {address};
-        ASSERT_TRUE(TCPAddress::sf_dnsResolve("host", address, all, false, row.type, row.wantAll));
+        const bool wantAll = row.all != nullptr;
+        ASSERT_TRUE(TCPAddress::sf_dnsResolve("host", address, all, false, row.type, wantAll));
         EXPECT_EQ(text(address), row.kept);
-        std::string name;
-        address.name(name);
-        EXPECT_EQ(name, row.name);
-        ASSERT_EQ(all.size(), row.all.size());
-        for (std::size_t i = 0; i < all.size(); ++i)
-            EXPECT_EQ(text(all[i]), row.all[i]);
+        EXPECT_EQ(nameOf(address), row.name);
+        EXPECT_EQ(address.hostByteOrderPort(), row.port);
+        EXPECT_EQ(address.maskBits(), 0);
+        std::vector<std::string> texts;
+        for (const TCPAddress &each : all)
+            texts.push_back(text(each));
+        EXPECT_EQ(texts, wordsOf(wantAll ? row.all : ""));
     }
 }
 
 TEST(Answers, areNoneWhenNothingIsLeftAtAll) {
-    answers = {{"fe80::1", ""}};
+    answer("fe80::1", "");
     std::vector<TCPAddress> all;
     TCPAddress address = literal("9.9.9.9");
     EXPECT_FALSE(TCPAddress::sf_dnsResolve("host", address, all, false, {}, false));
@@ -166,7 +136,7 @@ TEST(Questions, askForTheFamiliesOfTheType) {
     } rows[] = {{0, platform::Lookup::any},  {1, platform::Lookup::ipv4},
                 {2, platform::Lookup::ipv6}, {3, platform::Lookup::mapped},
                 {4, platform::Lookup::any},  {9, platform::Lookup::ipv4}};
-    answers = {{"10.0.0.1", "c"}, {"1::1", ""}};
+    answer("10.0.0.1 1::1", "c");
     for (const auto &row : rows) {
         TCPAddress address;
         EXPECT_TRUE(address.resolve("host", static_cast<TCPAddress::IPType>(row.type)));
@@ -175,20 +145,17 @@ TEST(Questions, askForTheFamiliesOfTheType) {
 }
 
 TEST(CanonicalName, isTheWayOfTheNetNameAndMustBeThere) {
-    answers = {{"10.0.0.1", "10.5.5.5"}};
+    answer("10.0.0.1", "10.5.5.5");
     TCPAddress address;
     EXPECT_TRUE(address.resolveNetName("host"));
     EXPECT_EQ(text(address), "10.5.5.5") << "what the canonical name means, not the first answer";
-    std::string name;
-    EXPECT_TRUE(address.name(name));
-    EXPECT_EQ(name, "10.5.5.5");
-    answers = {{"10.0.0.1", ""}};
+    EXPECT_EQ(nameOf(address), "10.5.5.5");
+    answer("10.0.0.1", "");
     EXPECT_FALSE(address.resolveNetName("host"));
 
-    answers = {{"10.0.0.1", "canonical"}};
+    answer("10.0.0.1", "canonical");
     EXPECT_TRUE(address.resolve("host"));
-    EXPECT_TRUE(address.name(name));
-    EXPECT_EQ(name, "host") << "what was asked for";
+    EXPECT_EQ(nameOf(address), "host") << "what was asked for";
     EXPECT_TRUE(TCPAddress::areEqual("host", "10.0.0.1"));
     EXPECT_FALSE(TCPAddress::areEqual("host", "10.0.0.2"));
 }
@@ -200,7 +167,7 @@ TEST(ThisMachine, isNotCalledLoopbackWhereItHasAnInterface) {
     TCPAddress interfaceAddress;
     interfaceAddress.setIPv4(nearest.ipv4);
     for (const char *loopback : {"127.0.0.1", "127.0.1.1"}) {
-        answers = {{loopback, loopback}};
+        answer(loopback, loopback);
         for (const auto resolve :
              {+[](TCPAddress &a) { return a.resolve(); },
               +[](TCPAddress &a) { return a.resolve(TCPAddress::IPTYPE_IPV4); },
@@ -210,7 +177,7 @@ TEST(ThisMachine, isNotCalledLoopbackWhereItHasAnInterface) {
             EXPECT_EQ(text(own), hasInterface ? text(interfaceAddress) : loopback);
         }
     }
-    answers = {{"10.0.0.1", "c"}};
+    answer("10.0.0.1", "c");
     TCPAddress own;
     EXPECT_TRUE(own.resolve());
     EXPECT_EQ(text(own), "10.0.0.1") << "an address that others can use is kept";
@@ -220,20 +187,20 @@ TEST(ThisMachine, isAskedForOnceAndOfTheFamilyThatIsWanted) {
     platform::Endpoint ignored;
     const bool hasIPv6 = platform::interfaceAddress(platform::FAMILY_IPV6, ignored);
     const struct {
-        std::vector<Answer> answers;
+        const char *answers;
         TCPAddress::IPType type;
         const char *text; // null: fails
     } rows[] = {
-        {{}, none, nullptr},
-        {{}, TCPAddress::IPTYPE_IPV6, nullptr},
-        {{{"10.0.0.1", "c"}, {"1::1", ""}}, TCPAddress::IPTYPE_IPV6, "1:0:0:0:0:0:0:1"},
-        {{{"1::1", "c"}, {"10.0.0.1", ""}}, TCPAddress::IPTYPE_IPV4, "10.0.0.1"},
-        {{{"fe80::1", "c"}, {"1::1", ""}}, both, "1:0:0:0:0:0:0:1"},
-        {{{"10.0.0.1", "c"}}, TCPAddress::IPTYPE_IPV6, nullptr},
-        {{{"127.0.1.1", "c"}}, TCPAddress::IPTYPE_IPV6, hasIPv6 ? "an interface" : nullptr},
+        {"", none, nullptr},
+        {"", TCPAddress::IPTYPE_IPV6, nullptr},
+        {"10.0.0.1 1::1", TCPAddress::IPTYPE_IPV6, "1:0:0:0:0:0:0:1"},
+        {"1::1 10.0.0.1", TCPAddress::IPTYPE_IPV4, "10.0.0.1"},
+        {"fe80::1 1::1", both, "1:0:0:0:0:0:0:1"},
+        {"10.0.0.1", TCPAddress::IPTYPE_IPV6, nullptr},
+        {"127.0.1.1", TCPAddress::IPTYPE_IPV6, hasIPv6 ? "an interface" : nullptr},
     };
     for (const auto &row : rows) {
-        answers = row.answers;
+        answer(row.answers, "c");
         questions = 0;
         TCPAddress own;
         own.setPort(7);

@@ -3,17 +3,14 @@
 #include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/MemoryTransport.h"
-#include "support/Party.h"
-#include "support/WirePeer.h"
+#include "support/Stage.h"
 #include "vintok/TCPMessage.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -32,14 +29,13 @@ protected:
 // ---- Versions ----
 
 TEST_F(Security, AVersionOffersAServiceFromTheFirstThatHasIt) {
-    struct Case {
+    const struct {
         unsigned short major, minor;
         bool abi, later; // `later`: FIPS-grade security and hiding, which came together
-    };
-    const Case cases[] = {{0, 0, false, false}, {2, 9, false, false}, {3, 0, false, false},
-                          {3, 1, false, false}, {3, 2, false, true},  {3, 9, false, true},
-                          {4, 0, true, true},   {5, 9, true, true},   {65535, 0, true, true}};
-    for (const Case &row : cases) {
+    } cases[] = {{0, 0, false, false}, {2, 9, false, false}, {3, 0, false, false},
+                 {3, 1, false, false}, {3, 2, false, true},  {3, 9, false, true},
+                 {4, 0, true, true},   {5, 9, true, true},   {65535, 0, true, true}};
+    for (const auto &row : cases) {
         SCOPED_TRACE(std::to_string(row.major) + "." + std::to_string(row.minor));
         ConferenceRosterEntry entry;
         entry.setMajorVersion(row.major);
@@ -92,14 +88,8 @@ TEST_F(Security, AnOldPartyIsToldOfByItsOrigin) {
     EXPECT_THAT(origins, ElementsAre("/10.77.0.1", "/10.77.0.1", "/fd00:0:0:0:0:0:0:1",
                                      "/fd00:0:0:0:0:0:0:1"));
     const std::string text = log.text(); // at this level an entry says more than its message
-    const auto count = [&](const std::string &message) {
-        int found = 0;
-        for (auto at = text.find(message); at != std::string::npos; at = text.find(message, at + 1))
-            ++found;
-        return found;
-    };
-    EXPECT_EQ(2, count("Handle message version 3"));
-    EXPECT_EQ(1, count("Version 3 message is not IPv4"));
+    EXPECT_EQ(2, occurrences(text, "Handle message version 3"));
+    EXPECT_EQ(1, occurrences(text, "Version 3 message is not IPv4"));
 }
 
 // ---- Options ----
@@ -178,13 +168,9 @@ TEST_F(Demands, DecideWhetherACallerStays) {
         Party called(meeting, "Called");
         demand(called, row);
         WirePeer caller(meeting, "Caller");
-        caller.entry.state = state::meeting | state::host | row.bits;
+        caller.entry.state = hosting | row.bits;
         ASSERT_TRUE(caller.joins(called.port())) << "it is accepted first";
-        if (row.stays[0]) {
-            EXPECT_TRUE(caller.fences());
-        } else {
-            EXPECT_TRUE(caller.seesTheEnd());
-        }
+        EXPECT_TRUE(row.stays[0] ? caller.fences() : caller.seesTheEnd());
         EXPECT_EQ(row.stays[0], called.told("join Caller") == 1);
         EXPECT_EQ(row.stays[0], called->isMeeting());
         EXPECT_EQ(!row.stays[0], log.has("acceptCall Secure Accept Failed"));
@@ -199,14 +185,9 @@ TEST_F(Demands, DecideWhetherACallStays) {
         demand(caller, row);
         WirePeer called(meeting, "Called");
         called.entry.state = row.bits;
-        ASSERT_TRUE(called.listens() && caller.calls(called) && called.picksUp());
-        ASSERT_TRUE(called.saysHello() && called.receives(id::joinRequest));
-        ASSERT_TRUE(called.sends(id::joinReply, {1}));
-        if (row.stays[1]) {
-            EXPECT_TRUE(called.fences());
-        } else {
-            EXPECT_TRUE(called.receives(id::hangup) && called.seesTheEnd());
-        }
+        ASSERT_TRUE(caller.asks(called) && called.sends(id::joinReply, {1}));
+        EXPECT_TRUE(row.stays[1] ? called.fences() : called.receives(id::hangup));
+        EXPECT_TRUE(row.stays[1] || called.seesTheEnd());
         EXPECT_EQ(1, caller.told("join Called")) << "the join completes all the same";
         EXPECT_EQ(1, caller.told("accepted Called"));
         EXPECT_EQ(!row.stays[1], log.has("_handleJoinReply vintok::secureConnect failed"));
@@ -222,12 +203,22 @@ protected:
         setTransport(&memory);
         bob.screensCalls();
     }
-    // Ann's call waits for Bob's answer; so far nothing is secure.
-    void rings() {
+    static void prefers(Party &party) {
+        party->setSecureAble(true);
+        ASSERT_TRUE(party->setSecurePreferred(true));
+    }
+    // Ann's call waits for Bob's answer. Nothing is secure so far; the next handshake goes so.
+    void rings(Handshake next) {
         memory.handshake = Handshake::isRefused;
         ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann"));
         EXPECT_THAT(memory.descriptors, IsEmpty());
         memory.calls.clear();
+        memory.handshake = next;
+    }
+    // Bob accepts the call, and both are told.
+    void meet() {
+        EXPECT_TRUE(bob->acceptCall(ann->address()));
+        EXPECT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
     }
     int called(const std::string &word) const {
         return static_cast<int>(
@@ -247,12 +238,9 @@ TEST_F(Transported, TheJoinTurnsAPlainConnectionSecureOnBothSides) {
     for (Party *wants : {&ann, &bob}) {
         SCOPED_TRACE(wants->name());
         Party &other = wants == &ann ? bob : ann;
-        (*wants)->setSecureAble(true);
-        ASSERT_TRUE((*wants)->setSecurePreferred(true));
-        rings();
-        memory.handshake = Handshake::works;
-        EXPECT_TRUE(bob->acceptCall(ann->address()));
-        EXPECT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
+        prefers(*wants);
+        rings(Handshake::works);
+        meet();
         EXPECT_EQ(1, called("accept "));
         EXPECT_EQ(1, called("connect "));
         EXPECT_EQ(2u, memory.descriptors.size());
@@ -269,20 +257,17 @@ TEST_F(Transported, TheJoinTurnsAPlainConnectionSecureOnBothSides) {
 TEST_F(Transported, WhoIsSecureFromTheConnectionOnTalksSo) {
     ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann"));
     EXPECT_EQ(2u, memory.descriptors.size());
-    EXPECT_TRUE(bob->acceptCall(ann->address()));
-    EXPECT_TRUE(ann.isTold("join Bob"));
+    meet();
     EXPECT_EQ(1, called("accept ")) << "nobody asked for more";
     EXPECT_EQ(1, called("connect "));
     expectTalk();
 }
 
 TEST_F(Transported, WhoIsSecureAlreadyConnectsNoSecondTime) {
-    ann->setSecureAble(true);
-    ASSERT_TRUE(ann->setSecurePreferred(true));
+    prefers(ann);
     ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann"));
     memory.handshake = Handshake::isAbsent;
-    EXPECT_TRUE(bob->acceptCall(ann->address()));
-    EXPECT_TRUE(ann.isTold("join Bob"));
+    meet();
     EXPECT_EQ(2, called("accept "));
     EXPECT_EQ(1, called("connect "));
     expectTalk();
@@ -291,8 +276,8 @@ TEST_F(Transported, WhoIsSecureAlreadyConnectsNoSecondTime) {
 // A record is taken in as a whole, and the transport takes in all that has come: most of what is
 // said here waits in it, where no wait on the socket sees it.
 TEST_F(Transported, WhatTheTransportHasTakenInAlreadyIsHeardInOrder) {
-    ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann") && bob->acceptCall(ann->address()));
-    ASSERT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
+    ASSERT_TRUE(ann.calls(bob) && bob.isTold("pending Ann"));
+    meet();
     for (const std::size_t size : {std::size_t{7}, std::size_t{1000}, std::size_t{60000}}) {
         SCOPED_TRACE(size);
         memory.recordSize = size;
@@ -311,14 +296,11 @@ TEST_F(Transported, WhatTheTransportHasTakenInAlreadyIsHeardInOrder) {
 
 TEST_F(Transported, WhereTheMultiplexerEncryptsNothingElseDoes) {
     for (Party *party : {&ann, &bob}) {
-        (*party)->setSecureAble(true);
-        ASSERT_TRUE((*party)->setSecurePreferred(true));
+        prefers(*party);
         (*party)->setMUXEncrypt(true);
     }
-    rings();
-    memory.handshake = Handshake::works;
-    EXPECT_TRUE(bob->acceptCall(ann->address()));
-    EXPECT_TRUE(ann.isTold("join Bob") && bob.isTold("join Ann"));
+    rings(Handshake::works);
+    meet();
     EXPECT_EQ(0, called("accept ") + called("connect "));
     expectTalk();
 }
@@ -327,8 +309,7 @@ TEST_F(Transported, ACalledPartyWhoseHandshakeFailsIsToldNothing) {
     for (const Handshake failure : {Handshake::isRefused, Handshake::breaks}) {
         SCOPED_TRACE(static_cast<int>(failure));
         Party eve(meeting, "Eve");
-        eve->setSecureAble(true);
-        ASSERT_TRUE(eve->setSecurePreferred(true));
+        prefers(eve);
         memory.handshake = Handshake::isRefused;
         ASSERT_TRUE(eve.calls(bob) && bob.isTold("pending Eve"));
         memory.handshake = failure;
@@ -342,10 +323,8 @@ TEST_F(Transported, ACalledPartyWhoseHandshakeFailsIsToldNothing) {
 }
 
 TEST_F(Transported, ACallerWhoseHandshakeFailsJoinsAndLeaves) {
-    ann->setSecureAble(true);
-    ASSERT_TRUE(ann->setSecurePreferred(true));
-    rings();
-    memory.handshake = Handshake::works;
+    prefers(ann);
+    rings(Handshake::works);
     EXPECT_TRUE(bob->acceptCall(ann->address()));
     memory.handshake = Handshake::isRefused;
     EXPECT_TRUE(ann.isTold("join Bob"));
@@ -358,17 +337,17 @@ TEST_F(Transported, ACallerWhoseHandshakeFailsJoinsAndLeaves) {
 TEST_F(Security, AJoinIsReportedToWhoeverAsksForIt) {
     const ScopedEnvironment asked("CONFERENCE_PRINT_SSL_JOIN_DATA", "True");
     const LogLevel before = logLevel(); // the switch makes the log louder
-    struct Case {
+    const struct {
         const char *prefix;
         bool hides;
         std::uint32_t bits;
+        const char *asks; // the peer for encryption
+    } cases[] = {
+        {"SSLInfo: SSL-disabled [ ", false, 0, "false"},
+        {"SSLInfo: SSL-MUXmode [ ", false, muxEncrypt | state::secureRequired, "true"},
+        {"SSLInfo: SSL-disabled [ ", true, 0, "false"},
     };
-    const Case cases[] = {
-        {"SSLInfo: SSL-disabled [ ", false, 0},
-        {"SSLInfo: SSL-MUXmode [ ", false, muxEncrypt | state::secureRequired},
-        {"SSLInfo: SSL-disabled [ ", true, 0},
-    };
-    for (const Case &row : cases) {
+    for (const auto &row : cases) {
         SCOPED_TRACE(row.prefix);
         Party called(meeting, "Called");
         LogFile log;
@@ -376,19 +355,14 @@ TEST_F(Security, AJoinIsReportedToWhoeverAsksForIt) {
         WirePeer caller(meeting, "Caller");
         caller.entry.address = WireAddress::ipv4(0x0A4D0909, 40000);
         caller.entry.email = "caller@example.org";
-        caller.entry.state = state::meeting | state::host | row.bits;
+        caller.entry.state = hosting | row.bits;
         ASSERT_TRUE(caller.joins(called.port()) && caller.fences());
-        const std::string text = log.text();
-        EXPECT_NE(std::string::npos,
-                  text.find(std::string(row.prefix) + (row.hides ? "0.0.0.0" : "10.77.9.9") +
-                            " ] : 40000 "))
-            << text;
-        EXPECT_NE(std::string::npos, text.find("\n  caller@example.org\n}"));
-        EXPECT_NE(std::string::npos,
-                  text.find(std::string("me/peer - isMUX:false/") +
-                            (row.bits != 0 ? "true" : "false") +
-                            " 128Able:false/false 128Req:false/" +
-                            (row.bits != 0 ? "true" : "false") + " Vers:4.0/4.0\n"));
+        const std::string peer = row.asks, ip = row.hides ? "0.0.0.0" : "10.77.9.9";
+        for (const std::string &line :
+             {row.prefix + ip + " ] : 40000 ", std::string("\n  caller@example.org\n}"),
+              "me/peer - isMUX:false/" + peer + " 128Able:false/false 128Req:false/" + peer +
+                  " Vers:4.0/4.0\n"})
+            EXPECT_THAT(log.text(), testing::HasSubstr(line));
         // The roster's texts name no address of a party that hides.
         ConferenceRosterEntry entry;
         entry.setHidingIPsRequired(row.hides);

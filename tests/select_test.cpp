@@ -6,17 +6,15 @@
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
+#include "support/Stream.h"
 #include "support/StubTransport.h"
 #include "vintok/TCPSelect.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
-#include <array>
+#include <deque>
 #include <functional>
-#include <gmock/gmock.h>
 #include <map>
 #include <memory>
-#include <optional>
 #include <thread>
 #include <vector>
 
@@ -33,32 +31,27 @@ const test::ScopedEnvironment debug("TCP_SELECT_DEBUG", "True");
 
 // A callback that notes its calls in the order of all, and then does what the test wants.
 struct Watch {
-    using Action = std::function<void(int descriptor)>;
-
-    Watch(std::vector<std::string> &order, std::string called, Action does = {})
-        : calls(order), name(std::move(called)), action(std::move(does)) {}
+    using Action = std::function<void(int descriptor, Watch &self)>;
 
     static void call(int descriptor, void *data, bool hangup) {
         auto &watch = *static_cast<Watch *>(data);
         EXPECT_FALSE(hangup);
         watch.calls.push_back(watch.name);
         if (watch.action)
-            watch.action(descriptor);
+            watch.action(descriptor, watch);
     }
 
     std::vector<std::string> &calls;
     std::string name;
-    Action action;
+    Action action = {};
 };
 
-class Select : public testing::Test {
+class Select : public test::Library {
 protected:
-    Select() { init(); }
     ~Select() override {
         select.reset();
         pairs.clear();
         std::for_each(taken.begin(), taken.end(), shutdownSocket);
-        fini();
     }
 
     // Connections in ascending order of their descriptors, each with a byte to read.
@@ -70,6 +63,7 @@ protected:
         std::sort(pairs.begin(), pairs.end(),
                   [](const auto &a, const auto &b) { return a->mine() < b->mine(); });
     }
+    int fd(std::size_t place) const { return pairs.at(place)->mine(); }
 
     bool add(int descriptor, Watch &watch, bool secure = false) {
         return select->addSocketCallback(descriptor, Watch::call, &watch, true, secure);
@@ -77,9 +71,18 @@ protected:
     bool remove(int descriptor, Watch &watch) {
         return select->removeCallback(descriptor, Watch::call, &watch);
     }
+    Watch &watch(const std::string &name, const Watch::Action &action = {}) {
+        return watches.emplace_back(Watch{calls, name, action});
+    }
+    // Registers for the connection of this place.
+    Watch &watchAt(std::size_t place, const std::string &name, const Watch::Action &action = {}) {
+        Watch &made = watch(name, action);
+        EXPECT_TRUE(add(fd(place), made));
+        return made;
+    }
 
     // Takes the one byte that waits.
-    static void readByte(int descriptor) {
+    static void readByte(int descriptor, Watch &) {
         unsigned char byte = 0;
         ASSERT_EQ(1, bytesPending(descriptor)) << "called for nothing: a read would wait for ever";
         EXPECT_EQ(1, readBytes(descriptor, &byte, 1, nullptr));
@@ -105,6 +108,7 @@ protected:
     std::unique_ptr<TCPSelect> select = std::make_unique<TCPSelect>();
     std::vector<std::unique_ptr<SocketPair>> pairs;
     std::vector<std::string> calls;
+    std::deque<Watch> watches;
     int successor = -1;
     int successorPeer = -1;
     std::vector<int> taken;
@@ -116,16 +120,15 @@ protected:
 
 TEST_F(Select, RefusesWhatItCannotDispatch) {
     makeReadablePairs(1);
-    const int descriptor = pairs[0]->mine();
-    Watch watch(calls, "a");
-    EXPECT_FALSE(select->addSocketCallback(descriptor, nullptr, &watch, true, false));
-    EXPECT_FALSE(select->addSocketCallback(-1, Watch::call, &watch, true, false));
-    EXPECT_FALSE(add(1 << 20, watch)) << "no socket";
+    Watch &a = watch("a");
+    EXPECT_FALSE(select->addSocketCallback(fd(0), nullptr, &a, true, false));
+    EXPECT_FALSE(select->addSocketCallback(-1, Watch::call, &a, true, false));
+    EXPECT_FALSE(add(1 << 20, a)) << "no socket";
     EXPECT_EQ(0, select->numDescriptors());
 
-    EXPECT_TRUE(add(descriptor, watch));
-    EXPECT_FALSE(add(descriptor, watch)) << "the same pair again";
-    EXPECT_FALSE(select->removeCallback(descriptor, Watch::call, nullptr));
+    EXPECT_TRUE(add(fd(0), a));
+    EXPECT_FALSE(add(fd(0), a)) << "the same pair again";
+    EXPECT_FALSE(select->removeCallback(fd(0), Watch::call, nullptr));
     EXPECT_EQ(1, select->numDescriptors());
     EXPECT_EQ(1, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("a"));
@@ -133,13 +136,9 @@ TEST_F(Select, RefusesWhatItCannotDispatch) {
 
 TEST_F(Select, CallsInOrderOfDescriptorsAndOfRegistration) {
     makeReadablePairs(3);
-    std::vector<std::unique_ptr<Watch>> watches;
-    for (const int which : {2, 0, 1}) {
-        for (const char *suffix : {"-first", "-second"}) {
-            watches.push_back(std::make_unique<Watch>(calls, std::to_string(which) + suffix));
-            ASSERT_TRUE(add(pairs[static_cast<std::size_t>(which)]->mine(), *watches.back()));
-        }
-    }
+    for (const std::size_t which : {2U, 0U, 1U})
+        for (const char *suffix : {"-first", "-second"})
+            watchAt(which, std::to_string(which) + suffix);
     EXPECT_EQ(3, select->numDescriptors());
     EXPECT_EQ(3, select->pollDescriptors(true));
     EXPECT_THAT(calls,
@@ -148,24 +147,20 @@ TEST_F(Select, CallsInOrderOfDescriptorsAndOfRegistration) {
 
 TEST_F(Select, ForgetsADescriptorWithItsLastCallback) {
     makeReadablePairs(1);
-    const int descriptor = pairs[0]->mine();
-    Watch first(calls, "first");
-    Watch second(calls, "second");
-    ASSERT_TRUE(add(descriptor, first));
-    ASSERT_TRUE(add(descriptor, second));
-    EXPECT_TRUE(remove(descriptor, first));
+    Watch &first = watchAt(0, "first");
+    Watch &second = watchAt(0, "second");
+    EXPECT_TRUE(remove(fd(0), first));
     EXPECT_EQ(1, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("second"));
-    EXPECT_TRUE(remove(descriptor, second));
-    EXPECT_FALSE(remove(descriptor, second));
+    EXPECT_TRUE(remove(fd(0), second));
+    EXPECT_FALSE(remove(fd(0), second));
     EXPECT_EQ(0, select->numDescriptors());
     EXPECT_EQ(-1, select->pollDescriptors(true)) << "nothing to wait for";
 }
 
 TEST_F(Select, LooksWithoutWaiting) {
     SocketPair quiet;
-    Watch watch(calls, "a");
-    ASSERT_TRUE(add(quiet.mine(), watch));
+    ASSERT_TRUE(add(quiet.mine(), watch("a")));
     EXPECT_EQ(0, select->pollDescriptors(true));
     EXPECT_EQ(0, select->pollOneDescriptor(quiet.mine(), true));
     ASSERT_TRUE(quiet.peerSends("x"));
@@ -176,26 +171,24 @@ TEST_F(Select, LooksWithoutWaiting) {
 TEST_F(Select, TellsOfItsWaitsWhenTheEnvironmentAsks) {
     makeReadablePairs(1);
     SocketPair quiet;
-    Watch watch(calls, "a");
-    ASSERT_TRUE(add(quiet.mine(), watch));
+    ASSERT_TRUE(add(quiet.mine(), watch("a")));
     test::LogFile log(LOG_INFO);
     test::ScriptedPlatform platform;
     platform::setSocketError(10035);
     EXPECT_EQ(0, select->pollDescriptors(true));
     EXPECT_THAT(log.text(), testing::HasSubstr("TCPSelectBase::mf_processSelectReturn: poll "
                                                "returned 0, errno =10035 'Resource temporarily"));
-    EXPECT_EQ(1, select->pollOneDescriptor(pairs[0]->mine(), true));
-    EXPECT_TRUE(log.has("TCPSelectBase::mf_callCallbacks(" + std::to_string(pairs[0]->mine()) +
+    EXPECT_EQ(1, select->pollOneDescriptor(fd(0), true));
+    EXPECT_TRUE(log.has("TCPSelectBase::mf_callCallbacks(" + std::to_string(fd(0)) +
                         ",False)- Not handled, sleeping.\n"))
         << log.text();
 }
 
 TEST_F(Select, IsOneTableForAThread) {
     makeReadablePairs(1);
-    Watch watch(calls, "a");
     {
         TCPSelect other;
-        ASSERT_TRUE(other.addSocketCallback(pairs[0]->mine(), Watch::call, &watch, true, false));
+        ASSERT_TRUE(other.addSocketCallback(fd(0), Watch::call, &watch("a"), true, false));
         EXPECT_EQ(1, select->numDescriptors());
         int elsewhere = -1;
         std::thread([&elsewhere] { elsewhere = TCPSelect().numDescriptors(); }).join();
@@ -213,11 +206,9 @@ TEST_F(Select, IsOneTableForAThread) {
 
 TEST_F(Select, PollsOneAmongMany) {
     makeReadablePairs(2);
-    Watch low(calls, "low");
-    Watch high(calls, "high");
-    ASSERT_TRUE(add(pairs[0]->mine(), low));
-    ASSERT_TRUE(add(pairs[1]->mine(), high));
-    EXPECT_EQ(1, select->pollOneDescriptor(pairs[1]->mine(), true));
+    watchAt(0, "low");
+    watchAt(1, "high");
+    EXPECT_EQ(1, select->pollOneDescriptor(fd(1), true));
     EXPECT_THAT(calls, ElementsAre("high"));
 }
 
@@ -228,14 +219,12 @@ TEST_F(Select, RunsUntilNothingIsRegistered) {
     EXPECT_FALSE(select->running());
 
     makeReadablePairs(2);
-    Watch a(calls, "a", [&](int descriptor) {
+    watchAt(0, "a", [&](int descriptor, Watch &self) {
         EXPECT_TRUE(select->running());
         EXPECT_FALSE(select->signalSafe());
-        remove(descriptor, a);
+        remove(descriptor, self);
     });
-    Watch b(calls, "b", [&](int descriptor) { remove(descriptor, b); });
-    ASSERT_TRUE(add(pairs[0]->mine(), a));
-    ASSERT_TRUE(add(pairs[1]->mine(), b));
+    watchAt(1, "b", [&](int descriptor, Watch &self) { remove(descriptor, self); });
     EXPECT_TRUE(select->signalSafe());
     select->run();
     EXPECT_THAT(calls, ElementsAre("a", "b"));
@@ -245,10 +234,8 @@ TEST_F(Select, RunsUntilNothingIsRegistered) {
 
 TEST_F(Select, StopsRunningAfterThePassThatInterruptsIt) {
     makeReadablePairs(2);
-    Watch a(calls, "a", [&](int) { select->interrupt(); });
-    Watch b(calls, "b");
-    ASSERT_TRUE(add(pairs[0]->mine(), a));
-    ASSERT_TRUE(add(pairs[1]->mine(), b));
+    watchAt(0, "a", [&](int, Watch &) { select->interrupt(); });
+    watchAt(1, "b");
     select->run();
     EXPECT_THAT(calls, ElementsAre("a", "b"));
     EXPECT_EQ(2, select->numDescriptors());
@@ -258,16 +245,12 @@ TEST_F(Select, StopsRunningAfterThePassThatInterruptsIt) {
 
 TEST_F(Select, StillCallsWhatAnEarlierCallbackOfTheDescriptorRemoved) {
     makeReadablePairs(1);
-    const int descriptor = pairs[0]->mine();
-    Watch second(calls, "second");
-    Watch third(calls, "third");
-    Watch first(calls, "first", [&](int) {
-        remove(descriptor, first);
-        remove(descriptor, second);
-        remove(descriptor, third);
+    watchAt(0, "first", [&](int descriptor, Watch &) {
+        for (Watch &each : watches)
+            remove(descriptor, each);
     });
-    for (Watch *watch : {&first, &second, &third})
-        ASSERT_TRUE(add(descriptor, *watch));
+    watchAt(0, "second");
+    watchAt(0, "third");
     EXPECT_EQ(1, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("first", "second", "third"));
     EXPECT_EQ(0, select->numDescriptors());
@@ -275,13 +258,12 @@ TEST_F(Select, StillCallsWhatAnEarlierCallbackOfTheDescriptorRemoved) {
 
 TEST_F(Select, CallsACallbackThatIsAddedMeanwhileInTheNextPass) {
     makeReadablePairs(2);
-    Watch late(calls, "late");
-    Watch later(calls, "later");
-    Watch first(calls, "first", [&](int descriptor) {
+    Watch &late = watch("late");
+    Watch &later = watch("later");
+    watchAt(0, "first", [&](int descriptor, Watch &) {
         add(descriptor, late);
-        add(pairs[1]->mine(), later);
+        add(fd(1), later);
     });
-    ASSERT_TRUE(add(pairs[0]->mine(), first));
     select->pollDescriptors(true);
     EXPECT_THAT(calls, ElementsAre("first"));
     calls.clear();
@@ -292,16 +274,12 @@ TEST_F(Select, CallsACallbackThatIsAddedMeanwhileInTheNextPass) {
 // The loop paused for each of many descriptors that one callback had removed, and everybody waited.
 TEST_F(Select, PausesOnceForAllThatNobodyOwnsAnyMore) {
     makeReadablePairs(4);
-    std::vector<std::unique_ptr<Watch>> others;
-    for (std::size_t i = 1; i < pairs.size(); ++i) {
-        others.push_back(std::make_unique<Watch>(calls, "removed"));
-        ASSERT_TRUE(add(pairs[i]->mine(), *others.back()));
-    }
-    Watch first(calls, "first", [&](int) {
+    watchAt(0, "first", [&](int, Watch &) {
         for (std::size_t i = 1; i < pairs.size(); ++i)
-            remove(pairs[i]->mine(), *others[i - 1]);
+            remove(fd(i), watches[i]);
     });
-    ASSERT_TRUE(add(pairs[0]->mine(), first));
+    for (std::size_t i = 1; i < pairs.size(); ++i)
+        watchAt(i, "removed");
     test::ScriptedPlatform platform;
     EXPECT_EQ(4, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("first"));
@@ -314,7 +292,7 @@ TEST_F(Select, PausesOnceForAllThatNobodyOwnsAnyMore) {
 TEST_F(Select, PausesForAReadableDescriptorThatNobodyOwns) {
     makeReadablePairs(1);
     test::ScriptedPlatform platform;
-    EXPECT_EQ(1, select->pollOneDescriptor(pairs[0]->mine(), true));
+    EXPECT_EQ(1, select->pollOneDescriptor(fd(0), true));
     EXPECT_THAT(platform.sleeps, ElementsAre(250));
 }
 
@@ -322,16 +300,15 @@ TEST_F(Select, PausesForAReadableDescriptorThatNobodyOwns) {
 // was called for bytes that were never his, and his read waited for ever.
 TEST_F(Select, DoesNotCallTheNewOwnerOfANumberForTheOldOnesBytes) {
     makeReadablePairs(2);
-    const int number = pairs[1]->mine();
+    const int number = fd(1);
     bool takenOver = false;
-    Watch oldOwner(calls, "old owner");
-    Watch newOwner(calls, "new owner", readByte);
-    Watch first(calls, "first", [&](int descriptor) {
-        readByte(descriptor);
+    Watch &oldOwner = watch("old owner");
+    Watch &newOwner = watch("new owner", readByte);
+    watchAt(0, "first", [&](int descriptor, Watch &self) {
+        readByte(descriptor, self);
         remove(number, oldOwner);
         takenOver = takeOver(*pairs[1]) && add(number, newOwner);
     });
-    ASSERT_TRUE(add(pairs[0]->mine(), first));
     ASSERT_TRUE(add(number, oldOwner));
     test::ScriptedPlatform platform;
     EXPECT_EQ(2, select->pollDescriptors(true));
@@ -341,8 +318,7 @@ TEST_F(Select, DoesNotCallTheNewOwnerOfANumberForTheOldOnesBytes) {
     EXPECT_THAT(platform.sleeps, IsEmpty());
     EXPECT_EQ(0, select->pollDescriptors(true));
 
-    const auto *const byte = reinterpret_cast<const unsigned char *>("y");
-    ASSERT_EQ(1, writeBytes(successorPeer, byte, 1, nullptr));
+    ASSERT_EQ(1, test::writes(successorPeer, "y"));
     ASSERT_TRUE(test::awaitBytes(number, 1));
     EXPECT_EQ(1, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("first", "new owner"));
@@ -350,16 +326,15 @@ TEST_F(Select, DoesNotCallTheNewOwnerOfANumberForTheOldOnesBytes) {
 
 TEST_F(Select, DoesNotCallTheOldOwnersOnceTheNumberIsSomebodyElses) {
     makeReadablePairs(1);
-    const int number = pairs[0]->mine();
+    const int number = fd(0);
     bool takenOver = false;
-    Watch second(calls, "second");
-    Watch newOwner(calls, "new owner", readByte);
-    Watch first(calls, "first", [&](int) {
-        remove(number, first);
+    Watch &newOwner = watch("new owner", readByte);
+    Watch &second = watch("second");
+    watchAt(0, "first", [&](int, Watch &self) {
+        remove(number, self);
         remove(number, second);
         takenOver = takeOver(*pairs[0]) && add(number, newOwner);
     });
-    ASSERT_TRUE(add(number, first));
     ASSERT_TRUE(add(number, second));
     EXPECT_EQ(1, select->pollDescriptors(true));
     if (!takenOver)
@@ -372,16 +347,13 @@ TEST_F(Select, DoesNotCallTheOldOwnersOnceTheNumberIsSomebodyElses) {
 // again.
 TEST_F(Select, CallsOnceForWhatAPassWithinACallbackHasRead) {
     makeReadablePairs(3);
-    Watch middle(calls, "middle", readByte);
-    Watch high(calls, "high", readByte);
-    Watch low(calls, "low", [&](int descriptor) {
-        readByte(descriptor);
-        EXPECT_EQ(1, select->pollOneDescriptor(pairs[2]->mine(), true));
+    watchAt(0, "low", [&](int descriptor, Watch &self) {
+        readByte(descriptor, self);
+        EXPECT_EQ(1, select->pollOneDescriptor(fd(2), true));
         EXPECT_EQ(1, select->pollDescriptors(true));
     });
-    ASSERT_TRUE(add(pairs[0]->mine(), low));
-    ASSERT_TRUE(add(pairs[1]->mine(), middle));
-    ASSERT_TRUE(add(pairs[2]->mine(), high));
+    watchAt(1, "middle", readByte);
+    watchAt(2, "high", readByte);
     EXPECT_EQ(3, select->pollDescriptors(true));
     EXPECT_THAT(calls, ElementsAre("low", "high", "middle"));
     EXPECT_TRUE(select->signalSafe());
@@ -389,16 +361,14 @@ TEST_F(Select, CallsOnceForWhatAPassWithinACallbackHasRead) {
 
 TEST_F(Select, MayBeDestroyedByItsOwnCallback) {
     makeReadablePairs(2);
-    Watch other(calls, "other");
-    Watch second(calls, "second");
-    Watch first(calls, "first", [&](int descriptor) {
+    Watch &second = watch("second");
+    watchAt(0, "first", [&](int descriptor, Watch &) {
         select.reset();
         select = std::make_unique<TCPSelect>(); // a new table, of the same thread
         EXPECT_TRUE(add(descriptor, second));
     });
-    ASSERT_TRUE(add(pairs[0]->mine(), first));
-    ASSERT_TRUE(add(pairs[0]->mine(), second));
-    ASSERT_TRUE(add(pairs[1]->mine(), other));
+    ASSERT_TRUE(add(fd(0), second));
+    watchAt(1, "other");
     select->run();
     EXPECT_THAT(calls, ElementsAre("first")) << "the running table has ended with its object";
     EXPECT_EQ(1, select->pollDescriptors(true));
@@ -408,15 +378,13 @@ TEST_F(Select, MayBeDestroyedByItsOwnCallback) {
 TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
     makeReadablePairs(2);
     TCPSelect other;
-    Watch first(calls, "first", [&](int) { select.reset(); });
-    Watch second(calls, "second");
-    ASSERT_TRUE(add(pairs[0]->mine(), first));
-    ASSERT_TRUE(add(pairs[1]->mine(), second));
+    watchAt(0, "first", [&](int, Watch &) { select.reset(); });
+    watchAt(1, "second");
     select->run();
     EXPECT_THAT(calls, ElementsAre("first", "second")) << "the pass is the table's";
     EXPECT_EQ(2, other.numDescriptors());
-    EXPECT_TRUE(other.removeCallback(pairs[0]->mine(), Watch::call, &first));
-    EXPECT_TRUE(other.removeCallback(pairs[1]->mine(), Watch::call, &second));
+    for (const std::size_t place : {0U, 1U})
+        EXPECT_TRUE(other.removeCallback(fd(place), Watch::call, &watches[place]));
 }
 
 // ---- Descriptors that have died ----
@@ -425,9 +393,8 @@ TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
 // machine could. One that does so in the next pass holds up nobody.
 TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
     makeReadablePairs(1);
-    const int number = pairs[0]->mine();
-    Watch idle(calls, "idle");
-    ASSERT_TRUE(add(number, idle));
+    const int number = fd(0);
+    Watch &idle = watchAt(0, "idle");
     pairs[0]->shutDownMine();
     test::LogFile log(LOG_WARNING);
     test::ScriptedPlatform platform;
@@ -443,18 +410,15 @@ TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
 
 TEST_F(Select, ServesTheOthersBesideADeadDescriptor) {
     makeReadablePairs(3);
-    std::vector<std::unique_ptr<Watch>> watches;
-    for (const auto &pair : pairs) {
-        watches.push_back(std::make_unique<Watch>(calls, std::to_string(watches.size())));
-        ASSERT_TRUE(add(pair->mine(), *watches.back()));
-    }
-    const int dead = pairs[1]->mine();
+    for (std::size_t place = 0; place < 3; ++place)
+        watchAt(place, std::to_string(place));
+    const int dead = fd(1);
     pairs[1]->shutDownMine();
     test::ScriptedPlatform platform;
     // Some systems find the dead one first and the others in the next pass.
     for (int pass = 0; pass < 2; ++pass) {
         select->pollDescriptors(true);
-        remove(dead, *watches[1]);
+        remove(dead, watches[1]);
     }
     EXPECT_THAT(calls, testing::IsSupersetOf({"0", "1", "2"}));
 }
@@ -474,10 +438,9 @@ TEST_F(Select, TakesAThousandAndTwentyFourDescriptorsOfAnyNumber) {
         ASSERT_NE(-1, open());
     makeReadablePairs(1); // beyond the sockets that were opened before it
 
-    Watch idle(calls, "idle");
-    Watch high(calls, "high", readByte);
-    ASSERT_TRUE(add(pairs[0]->mine(), high));
-    EXPECT_EQ(1, select->pollDescriptors(true)) << pairs[0]->mine();
+    Watch &idle = watch("idle");
+    watchAt(0, "high", readByte);
+    EXPECT_EQ(1, select->pollDescriptors(true)) << fd(0);
     EXPECT_THAT(calls, ElementsAre("high"));
 
     for (std::size_t i = 0; i < 1023; ++i)
@@ -485,8 +448,7 @@ TEST_F(Select, TakesAThousandAndTwentyFourDescriptorsOfAnyNumber) {
     EXPECT_EQ(1024, select->numDescriptors());
     EXPECT_FALSE(add(sockets[1023], idle)) << "the 1025th";
     EXPECT_EQ(1024, select->numDescriptors());
-    Watch another(calls, "another");
-    EXPECT_TRUE(add(sockets[0], another)) << "a known descriptor takes more callbacks";
+    EXPECT_TRUE(add(sockets[0], watch("another"))) << "a known descriptor takes more callbacks";
 
     ASSERT_TRUE(pairs[0]->peerSends("x"));
     calls.clear();
@@ -533,9 +495,9 @@ protected:
 
 TEST_F(SecureSelect, CallsForPlaintextThatNoWaitCanSee) {
     makeReadablePairs(1);
-    Watch plain(calls, "plain", readByte);
-    Watch secure(calls, "secure", [&](int descriptor) { transport.plaintext[descriptor] -= 1; });
-    ASSERT_TRUE(add(pairs[0]->mine(), plain));
+    watchAt(0, "plain", readByte);
+    Watch &secure =
+        watch("secure", [&](int descriptor, Watch &) { transport.plaintext[descriptor] -= 1; });
     ASSERT_TRUE(add(silent.mine(), secure, true));
     transport.plaintext[silent.mine()] = 2;
     EXPECT_EQ(1, select->pollDescriptors(false));
@@ -551,10 +513,8 @@ TEST_F(SecureSelect, CallsForPlaintextThatNoWaitCanSee) {
 // The beginning of a frame on one secure connection kept the loop from ever looking at the others.
 TEST_F(SecureSelect, ServesTheOthersBesidePlaintextThatNobodyTakes) {
     makeReadablePairs(1);
-    Watch plain(calls, "plain", readByte);
-    Watch secure(calls, "secure");
-    ASSERT_TRUE(add(pairs[0]->mine(), plain));
-    ASSERT_TRUE(add(silent.mine(), secure, true));
+    Watch &plain = watchAt(0, "plain", readByte);
+    ASSERT_TRUE(add(silent.mine(), watch("secure"), true));
     transport.plaintext[silent.mine()] = 10;
     EXPECT_EQ(2, select->pollDescriptors(false));
     EXPECT_THAT(calls, ElementsAre("secure", "plain"));
@@ -562,7 +522,7 @@ TEST_F(SecureSelect, ServesTheOthersBesidePlaintextThatNobodyTakes) {
     EXPECT_THAT(calls, ElementsAre("secure", "plain", "secure"));
 
     // Alone it must not make the loop spin either.
-    ASSERT_TRUE(remove(pairs[0]->mine(), plain));
+    ASSERT_TRUE(remove(fd(0), plain));
     test::ScriptedPlatform platform;
     EXPECT_EQ(1, select->pollDescriptors(false));
     EXPECT_THAT(platform.sleeps, ElementsAre(250));
@@ -580,19 +540,17 @@ TCPSelect *s_interrupted = nullptr;
 // for ever.
 TEST_F(Select, IsInterruptedByASignalWheneverItComes) {
     SocketPair quiet;
-    Watch nobody(calls, "nobody");
-    ASSERT_TRUE(add(quiet.mine(), nobody));
+    ASSERT_TRUE(add(quiet.mine(), watch("nobody")));
     makeReadablePairs(1);
     s_interrupted = select.get();
     for (std::uint32_t delay = 1; delay <= 400; ++delay) {
         // The signal is under way only once the loop runs, and from then on nothing else ends it.
-        Watch arm(calls, "arm", [&, delay](int descriptor) {
-            EXPECT_TRUE(remove(descriptor, arm));
+        watchAt(0, "arm", [&, delay](int descriptor, Watch &self) {
+            EXPECT_TRUE(remove(descriptor, self));
             const auto handler = [](int) { s_interrupted->interrupt(); };
             if (!platform::interruptOnce(delay % 100 + 1, handler))
                 s_interrupted->interrupt();
         });
-        ASSERT_TRUE(add(pairs[0]->mine(), arm));
         select->run();
         ASSERT_FALSE(select->running());
     }

@@ -164,13 +164,12 @@ TEST(StallOnOneThread, WhoGoesInsideAFrameCostsNoPause) {
     Meeting meeting;
     Party ann(meeting, "Ann");
     WirePeer stray(meeting, "Stray");
-    TCPSelect loop;
-    const int before = loop.numDescriptors();
+    const int before = meeting.watched();
     ASSERT_TRUE(ann.hosts("Plan") && stray.connects(ann.port()) && stray.receives(id::rosterEntry));
     const ScriptedPlatform script;
     ASSERT_TRUE(stray.sends(part(frameOf(9), 0, 38)));
     stray.closes();
-    EXPECT_TRUE(meeting.until([&] { return loop.numDescriptors() == before; }, "the end"));
+    EXPECT_TRUE(meeting.until([&] { return meeting.watched() == before; }, "the end"));
     EXPECT_THAT(script.sleeps, testing::Each(1u)) << "those are the meeting's own";
 }
 

@@ -1,8 +1,8 @@
 // A connection with buffers: the order of what leaves, what counts as there, and what ends it.
 #include "platform/Socket.h"
-#include "support/Meeting.h"
 #include "support/MemoryTransport.h"
 #include "support/SocketPair.h"
+#include "support/Stream.h"
 #include "support/Wire.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/StreamBuffer.h"
@@ -10,7 +10,6 @@
 #include "vintok/StreamLoop.h"
 #include "vintok/TCPMessage.h"
 
-#include <gtest/gtest.h>
 #include <thread>
 
 namespace vintok::test {
@@ -25,10 +24,10 @@ std::string frameOf(std::size_t size) {
 }
 
 Span spanOf(const std::string &text) {
-    return copyToChunk(reinterpret_cast<const unsigned char *>(text.data()), text.size());
+    return copyToChunk(bytesOf(text), text.size());
 }
 
-class Buffered : public testing::Test {
+class Buffered : public Library {
 protected:
     void SetUp() override {
         ASSERT_TRUE(bufferFrames(connection.mine()));
@@ -36,15 +35,18 @@ protected:
     }
 
     bool writes(const std::string &text) {
-        return writeBytes(connection.mine(), reinterpret_cast<const unsigned char *>(text.data()),
-                          text.size(), nullptr) == static_cast<std::int64_t>(text.size());
+        const std::int64_t count = test::writes(connection.mine(), text);
+        return count == static_cast<std::int64_t>(text.size());
     }
-
-    std::string peerReads(std::size_t count) {
-        std::string text(count, '\0');
-        EXPECT_TRUE(awaitBytes(connection.peer(), count));
-        platform::receive(connection.peer(), reinterpret_cast<unsigned char *>(text.data()), count);
-        return text;
+    // The next frame, which has come.
+    std::string takes() {
+        RawBuffer frame;
+        EXPECT_EQ(StreamBuffer::Taken::frame, buffer->take(frame));
+        return std::string(frame.data(), frame.data() + frame.size());
+    }
+    void fillUntilReady() {
+        while (!buffer->ready())
+            buffer->fill();
     }
 
     std::size_t inSocket() const {
@@ -53,7 +55,6 @@ protected:
         return count;
     }
 
-    Meeting meeting;
     SocketPair connection;
     std::shared_ptr<StreamBuffer> buffer;
 };
@@ -64,7 +65,7 @@ TEST_F(Buffered, BytesLeaveInTheOrderOfTheCalls) {
     ASSERT_TRUE(buffer->queue(spanOf("third ")));
     ASSERT_TRUE(buffer->queue(spanOf("fourth")));
     EXPECT_EQ(StreamBuffer::Flushed::all, buffer->flush());
-    EXPECT_EQ("first second third fourth", peerReads(25));
+    EXPECT_EQ("first second third fourth", reads(connection.peer(), 25));
 }
 
 TEST_F(Buffered, PartOfAFrameCountsAsPendingAndNotAsReadable) {
@@ -77,9 +78,7 @@ TEST_F(Buffered, PartOfAFrameCountsAsPendingAndNotAsReadable) {
     EXPECT_EQ(50, bytesPending(connection.mine()));
     ASSERT_TRUE(connection.peerSends("more"));
     EXPECT_EQ(54, rawBytesPending(connection.mine()));
-    std::string seen(54, '\0');
-    EXPECT_EQ(54, peekBytes(connection.mine(), reinterpret_cast<unsigned char *>(seen.data()), 54));
-    EXPECT_EQ(frame.substr(0, 50) + "more", seen);
+    EXPECT_EQ(frame.substr(0, 50) + "more", peeks(connection.mine(), 54));
     EXPECT_EQ(54, clearSocket(connection.mine(), 100));
     EXPECT_EQ(0, bytesPending(connection.mine()));
 }
@@ -92,9 +91,7 @@ TEST_F(Buffered, NothingBeyondAFrameIsTakenBeforeTheConnectionReadsAhead) {
     }
     EXPECT_EQ(frame.size(), buffer->held());
     EXPECT_EQ(5U, inSocket());
-    RawBuffer taken;
-    EXPECT_EQ(StreamBuffer::Taken::frame, buffer->take(taken));
-    EXPECT_EQ(frame, std::string(taken.data(), taken.data() + taken.size()));
+    EXPECT_EQ(frame, takes());
     EXPECT_TRUE(setSecure(connection.mine(), true)) << "nothing is held";
     EXPECT_TRUE(DescriptorState(connection.mine()).known);
 }
@@ -131,26 +128,17 @@ TEST_F(Buffered, BuffersGoWithTheirDescriptor) {
 TEST_F(Buffered, AWriteTakesInWhatArrivesWhileItWaitsForRoom) {
     buffer->readAhead();
     const std::string much = frameOf(4'000'000);
-    std::string heard(much.size(), '\0');
+    std::string heard;
     std::thread peer([&] {
         setBlocking(connection.peer());
-        const auto *bytes = reinterpret_cast<const unsigned char *>(much.data());
-        for (std::size_t sent = 0; sent < much.size();)
-            sent += static_cast<std::size_t>(
-                platform::send(connection.peer(), bytes + sent, much.size() - sent));
-        auto *place = reinterpret_cast<unsigned char *>(heard.data());
-        for (std::size_t got = 0; got < heard.size();)
-            got += static_cast<std::size_t>(
-                platform::receive(connection.peer(), place + got, heard.size() - got));
+        test::writes(connection.peer(), much);
+        heard = reads(connection.peer(), much.size());
     });
     EXPECT_TRUE(writes(much));
     peer.join();
     EXPECT_EQ(much, heard);
-    while (!buffer->ready())
-        buffer->fill();
-    RawBuffer taken;
-    ASSERT_EQ(StreamBuffer::Taken::frame, buffer->take(taken));
-    EXPECT_EQ(much, std::string(taken.data(), taken.data() + taken.size()));
+    fillUntilReady();
+    EXPECT_EQ(much, takes());
 }
 
 TEST_F(Buffered, AMessageThatIsTooLongIsPassedOverAndTheNextComesWhole) {
@@ -158,14 +146,12 @@ TEST_F(Buffered, AMessageThatIsTooLongIsPassedOverAndTheNextComesWhole) {
     const std::string tooLong = frameOf(20'000), good = frameOf(100);
     TCPMessage message(connection.mine());
     ASSERT_TRUE(connection.peerSends(tooLong.substr(0, 10'000)));
-    while (!buffer->ready())
-        buffer->fill();
+    fillUntilReady();
     EXPECT_FALSE(message.read(-1, nullptr));
     EXPECT_EQ(TCP_ERROR_CORRUPT_HEADER, lastError());
     EXPECT_EQ(0U, buffer->held());
     ASSERT_TRUE(connection.peerSends(tooLong.substr(10'000) + good));
-    while (!buffer->ready())
-        buffer->fill();
+    fillUntilReady();
     ASSERT_TRUE(message.read(-1, nullptr));
     EXPECT_EQ(good.size(), message.rawBufferLength());
 }
@@ -178,9 +164,7 @@ TEST_F(Buffered, AWriteThatMayLieUnsentWaitsForNobody) {
     much[0] = 'y'; // the bytes are no longer the caller's
     std::thread peer([&] {
         setBlocking(connection.peer());
-        EXPECT_EQ(static_cast<std::int64_t>(much.size()),
-                  readBytes(connection.peer(), reinterpret_cast<unsigned char *>(much.data()),
-                            much.size(), nullptr));
+        much = reads(connection.peer(), much.size());
     });
     EXPECT_TRUE(awaitSent(connection.mine(), 60'000));
     peer.join();

@@ -1,19 +1,11 @@
 #include "support/LogFile.h"
 
-#include "platform/Thread.h"
-
-#include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 namespace vintok::test {
 
 LogFile::LogFile(LogLevel level) : m_before(logLevel()) {
-    static int number = 0;
-    const std::string name = "vintok-test-" + std::to_string(platform::currentProcessId()) + "-" +
-                             std::to_string(++number) + ".log";
-    m_path = (std::filesystem::temp_directory_path() / name).string();
-    std::filesystem::remove(m_path);
     setLogFileName(m_path);
     setLogLevel(level);
 }
@@ -21,23 +13,25 @@ LogFile::LogFile(LogLevel level) : m_before(logLevel()) {
 LogFile::~LogFile() {
     setLogLevel(m_before);
     setLogFileName("");
-    std::error_code ignored;
-    std::filesystem::remove(m_path, ignored);
 }
 
 std::string LogFile::text() const {
-    std::ostringstream text;
-    text << std::ifstream(m_path).rdbuf();
-    return text.str();
+    return textOf(m_path);
 }
 
 int LogFile::entries(const std::string &message) const {
-    const std::string all = text();
-    const std::string wanted = "\n{\n" + message + "\n}\n";
+    return occurrences(text(), "\n{\n" + message + "\n}\n");
+}
+
+std::string textOf(const std::string &path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+int occurrences(const std::string &text, const std::string &part) {
     int count = 0;
-    for (auto at = all.find(wanted); at != std::string::npos; at = all.find(wanted, at + 1)) {
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++count;
-    }
     return count;
 }
 

@@ -2,6 +2,7 @@
 #ifndef VINTOK_TESTS_SUPPORT_LOGFILE_H
 #define VINTOK_TESTS_SUPPORT_LOGFILE_H
 
+#include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
 #include <string>
@@ -21,9 +22,16 @@ public:
     bool has(const std::string &message) const { return entries(message) > 0; }
 
 private:
-    std::string m_path;
+    const TemporaryFolder m_folder;
+    const std::string m_path = m_folder.path("log");
     LogLevel m_before;
 };
+
+// What a text file holds, with its lines ending as everywhere.
+std::string textOf(const std::string &path);
+
+// How often the part is in the text.
+int occurrences(const std::string &text, const std::string &part);
 
 } // namespace vintok::test
 

@@ -35,12 +35,10 @@ Meeting::~Meeting() {
 
 bool Meeting::turn() {
     bool happened = m_select.pollDescriptors(true) > 0;
-    for (WirePeer *peer : std::vector(m_peers)) {
+    for (WirePeer *peer : std::vector(m_peers))
         happened = peer->pump() || happened;
-    }
-    if (!happened) {
+    if (!happened)
         platform::sleepMilliseconds(1);
-    }
     return happened;
 }
 
@@ -48,9 +46,8 @@ testing::AssertionResult Meeting::until(const std::function<bool()> &condition,
                                         const std::string &what) {
     const auto end = std::chrono::steady_clock::now() + patience;
     while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
+        if (std::chrono::steady_clock::now() > end)
             return testing::AssertionFailure() << "waited in vain: " << what;
-        }
         turn();
     }
     return testing::AssertionSuccess();
@@ -62,9 +59,8 @@ void Meeting::remove(WirePeer *peer) {
 
 std::string caseName(const std::string &sentence) {
     std::string name = sentence;
-    for (char &c : name) {
+    for (char &c : name)
         c = std::isalnum(static_cast<unsigned char>(c)) != 0 ? c : '_';
-    }
     return name;
 }
 

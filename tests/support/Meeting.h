@@ -31,6 +31,9 @@ public:
     // Turns until `condition` holds; fails, naming `what` was waited for, when it does not come.
     testing::AssertionResult until(const std::function<bool()> &condition, const std::string &what);
 
+    // How many descriptors the loop waits for: those that listen, and those of connections.
+    int watched() const { return m_select.numDescriptors(); }
+
     void add(WirePeer *peer) { m_peers.push_back(peer); }
     void remove(WirePeer *peer);
 

@@ -1,7 +1,7 @@
 #include "support/MemoryTransport.h"
 
 #include "platform/Thread.h"
-#include "vintok/TCPStream.h"
+#include "support/Stream.h"
 
 #include <algorithm>
 
@@ -17,8 +17,7 @@ void turnBits(std::string &text) {
 }
 
 bool sendAll(int fd, const std::string &bytes) {
-    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const auto sent = rawWriteBytes(fd, data, bytes.size(), true, nullptr);
+    const auto sent = rawWriteBytes(fd, bytesOf(bytes), bytes.size(), true, nullptr);
     return sent == static_cast<std::int64_t>(bytes.size());
 }
 
@@ -125,10 +124,9 @@ std::int64_t MemoryTransport::secureRecv(int fd, unsigned char *buffer, std::siz
 
 std::int64_t MemoryTransport::secureSend(int fd, const unsigned char *buffer, std::size_t length) {
     const std::string plain(reinterpret_cast<const char *>(buffer), length);
-    for (std::size_t at = 0; at < length; at += recordSize) {
+    for (std::size_t at = 0; at < length; at += recordSize)
         if (!sendAll(fd, record(plain.substr(at, recordSize))))
             return -1;
-    }
     return static_cast<std::int64_t>(length);
 }
 

@@ -1,4 +1,5 @@
 #include "support/Multiplexer.h"
+#include "support/Eventually.h"
 
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
@@ -185,7 +186,7 @@ std::size_t Multiplexer::count(const std::string &name) const {
 }
 
 testing::AssertionResult Multiplexer::comesTo(const std::string &name, std::size_t value) const {
-    return comesTrue([&] { return count(name) == value; })
+    return eventually([&] { return count(name) == value; })
                ? testing::AssertionSuccess()
                : testing::AssertionFailure() << count(name) << ' ' << name << '\n'
                                              << story();

@@ -18,31 +18,29 @@ void note(ConferenceParticipant *who, const std::string &kind, const std::string
     parties().at(who)->note(kind, what);
 }
 
-void onJoin(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, true);
-    note(me, "join", entry.firstName());
+// The kind of an event, as a callback is made for it.
+template <std::size_t size>
+struct Kind {
+    constexpr Kind(const char (&literal)[size]) { std::copy_n(literal, size, text); }
+    char text[size];
+};
+
+template <Kind kind>
+void onEntry(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    note(me, kind.text, entry.firstName());
 }
 
-void onLeave(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, false);
-    note(me, "leave", entry.firstName());
+// Names what is known of the called party; as it was called when it has not introduced itself.
+template <Kind kind>
+void onCall(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
+    note(me, kind.text, party.firstName().empty() ? name : party.firstName());
 }
 
-void onUserData(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    parties().at(me)->know(entry, true);
-    note(me, "user", entry.firstName());
-}
-
-void onCallPending(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "pending", entry.firstName());
-}
-
-void onLeadChange(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "leader", entry.firstName());
-}
-
-void onLeadRequest(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
-    note(me, "leadRequest", entry.firstName());
+// Of which the roster is told, too.
+template <Kind kind, bool present>
+void onChange(ConferenceParticipant *me, const ConferenceRosterEntry &entry) {
+    parties().at(me)->know(entry, present);
+    note(me, kind.text, entry.firstName());
 }
 
 void onBroadcast(ConferenceParticipant *me, unsigned char *data, std::uint64_t length) {
@@ -69,39 +67,6 @@ void onSecurity(ConferenceParticipant *me, const ConfSecurityOptions &options) {
          : options.FIPS    ? "FIPS"
          : options.SSLOnly ? "SSLOnly"
                            : "none");
-}
-
-// What is known of the called party; its name as it was called when it has not introduced itself.
-std::string called(const std::string &remoteName, const RosterBase &party) {
-    return party.firstName().empty() ? remoteName : party.firstName();
-}
-
-void onAccepted(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "accepted", called(name, party));
-}
-
-void onBusy(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "busy", called(name, party));
-}
-
-void onRejected(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "rejected", called(name, party));
-}
-
-void onRinging(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "ringing", called(name, party));
-}
-
-void onBadAddress(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "badAddress", called(name, party));
-}
-
-void onNoAnswer(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "noAnswer", called(name, party));
-}
-
-void onVersion(ConferenceParticipant *me, const std::string &name, const RosterBase &party) {
-    note(me, "version", called(name, party));
 }
 
 void onProxy(ConferenceParticipant *me, const std::string &name, unsigned short,
@@ -133,9 +98,8 @@ bool hasIPv6() {
         reinterpret_cast<unsigned char *>(loopback.ipv6.data())[15] = 1;
         const int descriptor = platform::openSocket(platform::FAMILY_IPV6);
         const bool bound = descriptor != -1 && platform::bindSocket(descriptor, loopback);
-        if (descriptor != -1) {
+        if (descriptor != -1)
             platform::closeSocket(descriptor);
-        }
         return bound;
     }();
     return has;
@@ -143,9 +107,8 @@ bool hasIPv6() {
 
 std::string describe(const Roster &roster) {
     std::string text = "{";
-    for (const auto &[name, color] : roster) {
+    for (const auto &[name, color] : roster)
         text += " " + name + ":" + std::to_string(color);
-    }
     return text + " }";
 }
 
@@ -161,21 +124,21 @@ Party::Party(Meeting &meeting, const std::string &name, Reach reach)
     me.setFirstName(name);
     me.setEmail(name + "@example.org");
     me.setSecurityCB(onSecurity);
-    me.setJoinCB(onJoin);
-    me.setLeaveCB(onLeave);
-    me.setUserDataCB(onUserData);
-    me.setLeadChangeCB(onLeadChange);
+    me.setJoinCB(onChange<"join", true>);
+    me.setLeaveCB(onChange<"leave", false>);
+    me.setUserDataCB(onChange<"user", true>);
+    me.setLeadChangeCB(onEntry<"leader">);
     me.setBroadcastDataCB(onBroadcast);
     me.setFileTransferCB(onFile);
     me.setLeadReplyCB(onLeadReply);
     me.setSynchTimeCB(onSynchTime);
-    me.setAcceptedCB(onAccepted);
-    me.setBusyCB(onBusy);
-    me.setRejectedCB(onRejected);
-    me.setRingingCB(onRinging);
-    me.setBadAddressCB(onBadAddress);
-    me.setNoAnswerCB(onNoAnswer);
-    me.setVersionCB(onVersion);
+    me.setAcceptedCB(onCall<"accepted">);
+    me.setBusyCB(onCall<"busy">);
+    me.setRejectedCB(onCall<"rejected">);
+    me.setRingingCB(onCall<"ringing">);
+    me.setBadAddressCB(onCall<"badAddress">);
+    me.setNoAnswerCB(onCall<"noAnswer">);
+    me.setVersionCB(onCall<"version">);
     me.setProxyCB(onProxy);
     me.setServerResponseCB(onServerResponse);
 }
@@ -195,11 +158,11 @@ unsigned short Party::port() const {
 }
 
 void Party::screensCalls() {
-    m_participant->setCallPendingCB(onCallPending);
+    m_participant->setCallPendingCB(onEntry<"pending">);
 }
 
 void Party::decidesOnLead() {
-    m_participant->setLeadRequestCB(onLeadRequest);
+    m_participant->setLeadRequestCB(onEntry<"leadRequest">);
 }
 
 void Party::decidesOnRedirects() {
@@ -217,23 +180,30 @@ bool Party::calls(const WirePeer &other) {
 testing::AssertionResult Party::meets(Party &other) {
     const std::string joinsMe = "join " + other.name(), joinsOther = "join " + m_name;
     const int before = told(joinsMe), beforeOther = other.told(joinsOther);
-    if (!calls(other)) {
+    if (!calls(other))
         return testing::AssertionFailure() << m_name << " cannot call " << other.name();
-    }
     const auto met = [&] { return told(joinsMe) > before && other.told(joinsOther) > beforeOther; };
     return m_meeting.until(met, m_name + " meets " + other.name());
+}
+
+testing::AssertionResult Party::reaches(WirePeer &other) {
+    if (!other.listens() || !calls(other))
+        return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
+    return other.picksUp();
+}
+
+testing::AssertionResult Party::asks(WirePeer &other) {
+    const auto reached = reaches(other);
+    return reached && other.saysHello() ? other.receives(id::joinRequest) : reached;
 }
 
 testing::AssertionResult Party::meets(WirePeer &other) {
     const std::string joins = "join " + other.entry.firstName;
     const int before = told(joins);
-    if (!calls(other)) {
-        return testing::AssertionFailure() << m_name << " cannot call " << other.entry.firstName;
-    }
-    const auto joined = other.isJoined();
-    return joined
-               ? m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins)
-               : joined;
+    const auto asked = asks(other);
+    if (!asked || !other.sends(id::joinReply, {1}))
+        return asked;
+    return m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins);
 }
 
 bool Party::accepts(const WirePeer &caller) {
@@ -282,9 +252,8 @@ int Party::told(const std::string &event) const {
 Roster Party::roster() const {
     Roster roster;
     if (m_participant && m_participant->isMeeting()) {
-        for (const auto &[address, party] : m_known) {
+        for (const auto &[address, party] : m_known)
             roster.insert(party);
-        }
     }
     return roster;
 }
@@ -293,24 +262,21 @@ void Party::note(const std::string &kind, const std::string &what) {
     forgetOldMeeting();
     const std::string event = kind + " " + what;
     events.push_back(event);
-    if (inside) {
+    if (inside)
         inside(event);
-    }
 }
 
 void Party::know(const RosterBase &entry, bool present) {
     forgetOldMeeting();
     const std::string address = key(entry);
     m_known.erase(address);
-    if (present && address != key(m_participant->address())) {
+    if (present && address != key(m_participant->address()))
         m_known.emplace(address, Roster::value_type(entry.firstName(), entry.colorIndex()));
-    }
 }
 
 void Party::forgetOldMeeting() {
-    if (!m_participant->isMeeting()) {
+    if (!m_participant->isMeeting())
         m_known.clear();
-    }
 }
 
 testing::AssertionResult gather(Party &host, const std::vector<Party *> &members) {
@@ -318,9 +284,8 @@ testing::AssertionResult gather(Party &host, const std::vector<Party *> &members
     int color = 0;
     for (Party *member : members) {
         const auto met = host.meets(*member);
-        if (!met) {
+        if (!met)
             return met;
-        }
         everybody[member->name()] = ++color;
     }
     std::vector<Party *> all = members;
@@ -329,9 +294,8 @@ testing::AssertionResult gather(Party &host, const std::vector<Party *> &members
         Roster others = everybody;
         others.erase(party->name());
         const auto seen = party->sees(others);
-        if (!seen) {
+        if (!seen)
             return seen;
-        }
     }
     return testing::AssertionSuccess();
 }

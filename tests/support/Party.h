@@ -44,6 +44,10 @@ public:
     bool hosts(const std::string &meetingName) { return m_participant->hostMeeting(meetingName); }
     bool calls(const Party &other);
     bool calls(const WirePeer &other);
+    // Calls who listens for it, and is picked up.
+    testing::AssertionResult reaches(WirePeer &other);
+    // The called party has said hello and is asked to join.
+    testing::AssertionResult asks(WirePeer &other);
     // Calls and waits until both are in the meeting.
     testing::AssertionResult meets(Party &other);
     testing::AssertionResult meets(WirePeer &other);

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <numeric>
 #include <optional>
+#include <sstream>
 
 namespace vintok::test {
 
@@ -18,7 +19,7 @@ namespace {
 ScriptedPlatform *s_script = nullptr;
 
 // The next answer of a list, if there is one; leaves its error.
-std::optional<std::int64_t> nextAnswer(std::deque<Answer> ScriptedPlatform::*list) {
+std::optional<std::int64_t> nextAnswer(Answers ScriptedPlatform::*list) {
     if (s_script == nullptr || (s_script->*list).empty())
         return std::nullopt;
     const Answer answer = (s_script->*list).front();
@@ -28,8 +29,8 @@ std::optional<std::int64_t> nextAnswer(std::deque<Answer> ScriptedPlatform::*lis
     return answer.count;
 }
 
-std::optional<std::int64_t> nextBytes(std::deque<Answer> ScriptedPlatform::*list,
-                                      unsigned char *buffer, std::size_t length) {
+std::optional<std::int64_t> nextBytes(Answers ScriptedPlatform::*list, unsigned char *buffer,
+                                      std::size_t length) {
     auto count = nextAnswer(list);
     if (count && *count > 0) {
         *count = std::min(*count, static_cast<std::int64_t>(length));
@@ -40,10 +41,25 @@ std::optional<std::int64_t> nextBytes(std::deque<Answer> ScriptedPlatform::*list
 
 } // namespace
 
-std::deque<Answer> times(std::size_t count, Answer answer, std::deque<Answer> rest) {
-    rest.insert(rest.begin(), count, answer);
-    return rest;
+Answers::Answers(const std::string &text) {
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        std::size_t count = 1;
+        if (const std::size_t star = word.find('*'); star != std::string::npos) {
+            count = std::stoul(word);
+            word.erase(0, star + 1);
+        }
+        const std::size_t mark = word.find('!');
+        const std::int64_t given = mark == 0 ? -1 : std::stoll(word);
+        insert(end(), count,
+               {given, mark == std::string::npos ? 0 : std::stoi(word.substr(mark + 1))});
+    }
 }
+
+// The function that the linker knows by this name, and what is called in its place.
+#define WRAPPED(result, function, name, ...)                                                       \
+    result real##function(__VA_ARGS__) asm("__real__ZN6vintok8platform" name);                     \
+    result wrap##function(__VA_ARGS__) asm("__wrap__ZN6vintok8platform" name);
 
 ScriptedPlatform::ScriptedPlatform() {
     s_script = this;
@@ -57,38 +73,26 @@ std::uint64_t ScriptedPlatform::slept() const {
     return std::accumulate(sleeps.begin(), sleeps.end(), std::uint64_t{0});
 }
 
-std::int64_t realReceive(int, unsigned char *,
-                         std::size_t) asm("__real__ZN6vintok8platform7receiveEiPh" VINTOK_SIZE);
-std::int64_t wrapReceive(int, unsigned char *,
-                         std::size_t) asm("__wrap__ZN6vintok8platform7receiveEiPh" VINTOK_SIZE);
+WRAPPED(std::int64_t, Receive, "7receiveEiPh" VINTOK_SIZE, int, unsigned char *, std::size_t)
 std::int64_t wrapReceive(int fd, unsigned char *buffer, std::size_t length) {
     const auto count = nextBytes(&ScriptedPlatform::receive, buffer, length);
     return count ? *count : realReceive(fd, buffer, length);
 }
 
-std::int64_t realPeek(int, unsigned char *,
-                      std::size_t) asm("__real__ZN6vintok8platform4peekEiPh" VINTOK_SIZE);
-std::int64_t wrapPeek(int, unsigned char *,
-                      std::size_t) asm("__wrap__ZN6vintok8platform4peekEiPh" VINTOK_SIZE);
+WRAPPED(std::int64_t, Peek, "4peekEiPh" VINTOK_SIZE, int, unsigned char *, std::size_t)
 std::int64_t wrapPeek(int fd, unsigned char *buffer, std::size_t length) {
     const auto count = nextBytes(&ScriptedPlatform::peek, buffer, length);
     return count ? *count : realPeek(fd, buffer, length);
 }
 
-std::int64_t realSend(int, const unsigned char *,
-                      std::size_t) asm("__real__ZN6vintok8platform4sendEiPKh" VINTOK_SIZE);
-std::int64_t wrapSend(int, const unsigned char *,
-                      std::size_t) asm("__wrap__ZN6vintok8platform4sendEiPKh" VINTOK_SIZE);
+WRAPPED(std::int64_t, Send, "4sendEiPKh" VINTOK_SIZE, int, const unsigned char *, std::size_t)
 std::int64_t wrapSend(int fd, const unsigned char *buffer, std::size_t length) {
     const auto count = nextAnswer(&ScriptedPlatform::send);
     return count ? std::min(*count, static_cast<std::int64_t>(length))
                  : realSend(fd, buffer, length);
 }
 
-bool realBytesWaiting(int,
-                      std::size_t &) asm("__real__ZN6vintok8platform12bytesWaitingEiR" VINTOK_SIZE);
-bool wrapBytesWaiting(int,
-                      std::size_t &) asm("__wrap__ZN6vintok8platform12bytesWaitingEiR" VINTOK_SIZE);
+WRAPPED(bool, BytesWaiting, "12bytesWaitingEiR" VINTOK_SIZE, int, std::size_t &)
 bool wrapBytesWaiting(int fd, std::size_t &waiting) {
     const auto count = nextAnswer(&ScriptedPlatform::waiting);
     if (!count)
@@ -98,32 +102,24 @@ bool wrapBytesWaiting(int fd, std::size_t &waiting) {
     return *count >= 0;
 }
 
-int realAccept(int, platform::Family, platform::Endpoint &) asm(
-    "__real__ZN6vintok8platform12acceptSocketEiNS0_6FamilyERNS0_8EndpointE");
-int wrapAccept(int, platform::Family, platform::Endpoint &) asm(
-    "__wrap__ZN6vintok8platform12acceptSocketEiNS0_6FamilyERNS0_8EndpointE");
+WRAPPED(int, Accept, "12acceptSocketEiNS0_6FamilyERNS0_8EndpointE", int, platform::Family,
+        platform::Endpoint &)
 int wrapAccept(int fd, platform::Family family, platform::Endpoint &peer) {
     return nextAnswer(&ScriptedPlatform::accept) ? -1 : realAccept(fd, family, peer);
 }
 
-bool realListen(int, int) asm("__real__ZN6vintok8platform12listenSocketEii");
-bool wrapListen(int, int) asm("__wrap__ZN6vintok8platform12listenSocketEii");
+WRAPPED(bool, Listen, "12listenSocketEii", int, int)
 bool wrapListen(int fd, int backlog) {
     return nextAnswer(&ScriptedPlatform::listen) ? false : realListen(fd, backlog);
 }
 
-bool realHostName(std::string &) asm("__real__ZN6vintok8platform8hostNameERNSt7__cxx1112basic_"
-                                     "stringIcSt11char_traitsIcESaIcEEE");
-bool wrapHostName(std::string &) asm("__wrap__ZN6vintok8platform8hostNameERNSt7__cxx1112basic_"
-                                     "stringIcSt11char_traitsIcESaIcEEE");
+WRAPPED(bool, HostName, "8hostNameERNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE",
+        std::string &)
 bool wrapHostName(std::string &name) {
     return nextAnswer(&ScriptedPlatform::hostName) ? false : realHostName(name);
 }
 
-bool realStartSockets(std::uint16_t,
-                      std::uint16_t &) asm("__real__ZN6vintok8platform12startSocketsEtRt");
-bool wrapStartSockets(std::uint16_t,
-                      std::uint16_t &) asm("__wrap__ZN6vintok8platform12startSocketsEtRt");
+WRAPPED(bool, StartSockets, "12startSocketsEtRt", std::uint16_t, std::uint16_t &)
 bool wrapStartSockets(std::uint16_t wanted, std::uint16_t &granted) {
     if (s_script != nullptr)
         s_script->startsWanted.push_back(wanted);
@@ -137,8 +133,7 @@ bool wrapStartSockets(std::uint16_t wanted, std::uint16_t &granted) {
     return started;
 }
 
-void realStopSockets() asm("__real__ZN6vintok8platform11stopSocketsEv");
-void wrapStopSockets() asm("__wrap__ZN6vintok8platform11stopSocketsEv");
+WRAPPED(void, StopSockets, "11stopSocketsEv", void)
 void wrapStopSockets() {
     if (s_script != nullptr)
         s_script->stops++;
@@ -146,21 +141,18 @@ void wrapStopSockets() {
 }
 
 using Lock = platform::RecursiveLock;
-Lock::Wait realAcquire(Lock *) asm("__real__ZN6vintok8platform13RecursiveLock7acquireEv");
-Lock::Wait wrapAcquire(Lock *) asm("__wrap__ZN6vintok8platform13RecursiveLock7acquireEv");
+WRAPPED(Lock::Wait, Acquire, "13RecursiveLock7acquireEv", Lock *)
 Lock::Wait wrapAcquire(Lock *lock) {
     const auto result = nextAnswer(&ScriptedPlatform::acquire);
     return result ? static_cast<Lock::Wait>(*result) : realAcquire(lock);
 }
 
-bool realClose(Lock *) asm("__real__ZN6vintok8platform13RecursiveLock5closeEv");
-bool wrapClose(Lock *) asm("__wrap__ZN6vintok8platform13RecursiveLock5closeEv");
+WRAPPED(bool, Close, "13RecursiveLock5closeEv", Lock *)
 bool wrapClose(Lock *lock) {
     return nextAnswer(&ScriptedPlatform::close) ? false : realClose(lock);
 }
 
-void realSleep(std::uint32_t) asm("__real__ZN6vintok8platform17sleepMillisecondsEj");
-void wrapSleep(std::uint32_t) asm("__wrap__ZN6vintok8platform17sleepMillisecondsEj");
+WRAPPED(void, Sleep, "17sleepMillisecondsEj", std::uint32_t)
 void wrapSleep(std::uint32_t milliseconds) {
     if (s_script != nullptr)
         s_script->sleeps.push_back(milliseconds);
@@ -169,10 +161,7 @@ void wrapSleep(std::uint32_t milliseconds) {
 }
 
 using Word = std::atomic<std::uint32_t>;
-bool realWaitWhile(const Word &, std::uint32_t,
-                   std::uint32_t) asm("__real__ZN6vintok8platform9waitWhileERKSt6atomicIjEjj");
-bool wrapWaitWhile(const Word &, std::uint32_t,
-                   std::uint32_t) asm("__wrap__ZN6vintok8platform9waitWhileERKSt6atomicIjEjj");
+WRAPPED(bool, WaitWhile, "9waitWhileERKSt6atomicIjEjj", const Word &, std::uint32_t, std::uint32_t)
 bool wrapWaitWhile(const Word &word, std::uint32_t value, std::uint32_t milliseconds) {
     if (s_script == nullptr)
         return realWaitWhile(word, value, milliseconds);

@@ -8,28 +8,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <vector>
 
 namespace vintok::test {
 
 // What a call returns. Unless it is a positive count, `error` is what it leaves.
 struct Answer {
-    std::int64_t count;
+    std::int64_t count = 0;
     int error = 0;
 };
 
-inline Answer gives(std::int64_t count) {
-    return {count};
-}
-inline Answer ends() {
-    return {0};
-}
-inline Answer fails(int error = 0) {
-    return {-1, error};
-}
-
-// `answer`, so many times, and then the rest.
-std::deque<Answer> times(std::size_t count, Answer answer, std::deque<Answer> rest = {});
+// What the calls of a function answer, one after the other: what they give, or the error after a
+// "!", and "31*" before what 31 of them answer. "0" is an end, "0!10035" one with an error.
+struct Answers : std::deque<Answer> {
+    Answers(const std::string &text = "");
+    Answers(const char *text) : Answers(std::string(text)) {}
+};
 
 // One at a time. A call whose list is used up, or was never filled, goes to the system.
 class ScriptedPlatform {
@@ -39,18 +34,18 @@ public:
     ScriptedPlatform(const ScriptedPlatform &) = delete;
     ScriptedPlatform &operator=(const ScriptedPlatform &) = delete;
 
-    std::deque<Answer> receive; // the bytes themselves are 'x'
-    std::deque<Answer> peek;
-    std::deque<Answer> send;
-    std::deque<Answer> waiting;
-    std::deque<Answer> accept;   // failures only
-    std::deque<Answer> listen;   // failures only
-    std::deque<Answer> hostName; // failures only
-    std::deque<Answer> acquire;  // of a recursive lock: the numbers of its results
-    std::deque<Answer> close;    // of a recursive lock; failures only
+    Answers receive; // the bytes themselves are 'x'
+    Answers peek;
+    Answers send;
+    Answers waiting;
+    Answers accept;   // failures only
+    Answers listen;   // failures only
+    Answers hostName; // failures only
+    Answers acquire;  // of a recursive lock: the numbers of its results
+    Answers close;    // of a recursive lock; failures only
 
     // Whether the socket layer starts; the first count that is not negative is the version given.
-    std::deque<Answer> start;
+    Answers start;
     std::vector<std::uint16_t> startsWanted;
     unsigned stops = 0;
 

@@ -1,35 +1,24 @@
 #include "support/SocketPair.h"
 
 #include "platform/TestSockets.h"
-#include "platform/Thread.h"
 #include "platform/Wait.h"
+#include "support/Eventually.h"
 #include "support/Meeting.h"
-#include "vintok/TCPStream.h"
+#include "support/Stream.h"
+
+#include "vintok/ByteOrder.h"
 
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <thread>
 
 namespace vintok::test {
 
-bool comesTrue(const std::function<bool()> &condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end)
-            return false;
-        platform::sleepMilliseconds(1);
-    }
-    return true;
-}
-
 platform::Endpoint loopbackEndpoint(unsigned short port) {
     platform::Endpoint endpoint;
-    const std::array<unsigned char, 4> address = {127, 0, 0, 1};
-    const std::array<unsigned char, 2> bytes = {static_cast<unsigned char>(port >> 8),
-                                                static_cast<unsigned char>(port)};
-    std::memcpy(&endpoint.ipv4, address.data(), address.size());
-    std::memcpy(&endpoint.port, bytes.data(), bytes.size());
+    const std::array<unsigned char, 4> bytes = {127, 0, 0, 1};
+    std::memcpy(&endpoint.ipv4, bytes.data(), bytes.size());
+    endpoint.port = networkOrder(port);
     return endpoint;
 }
 
@@ -77,15 +66,14 @@ void SocketPair::resetPeer() {
 }
 
 bool SocketPair::peerSends(const std::string &bytes) {
-    const auto *data = reinterpret_cast<const unsigned char *>(bytes.data());
-    const auto sent = rawWriteBytes(m_peer, data, bytes.size(), true, nullptr);
+    const auto sent = rawWriteBytes(m_peer, bytesOf(bytes), bytes.size(), true, nullptr);
     return sent == static_cast<std::int64_t>(bytes.size()) && awaitBytes(m_mine, bytes.size());
 }
 
 bool SocketPair::receiveWaits() {
     std::thread sender([this] {
         platform::sleepMilliseconds(30); // one that does not wait has returned by then
-        platform::send(m_peer, reinterpret_cast<const unsigned char *>("x"), 1);
+        platform::send(m_peer, bytesOf("x"), 1);
     });
     unsigned char byte = 0;
     const bool waited = platform::receive(m_mine, &byte, 1) == 1;
@@ -94,20 +82,20 @@ bool SocketPair::receiveWaits() {
 }
 
 bool awaitBytes(int fd, std::size_t count) {
-    return comesTrue([&] {
+    return bool(eventually([&] {
         std::size_t waiting = 0;
         return platform::bytesWaiting(fd, waiting) && waiting >= count;
-    });
+    }));
 }
 
 bool awaitEnd(int fd) {
-    return comesTrue([&] {
+    return bool(eventually([&] {
         platform::DescriptorSet set;
         set.insert(fd);
         std::size_t waiting = 0;
         return platform::waitReadable(set, true) == 1 && platform::bytesWaiting(fd, waiting) &&
                waiting == 0;
-    });
+    }));
 }
 
 } // namespace vintok::test

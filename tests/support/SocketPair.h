@@ -7,7 +7,6 @@
 #include "support/Wire.h"
 
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <utility>
 
@@ -41,9 +40,6 @@ private:
     int m_mine = -1;
     int m_peer = -1;
 };
-
-// Looks again and again, for as long as a loaded machine may take. False when it does not come.
-bool comesTrue(const std::function<bool()> &condition);
 
 // The address of a port of this machine; nothing of the library is used.
 platform::Endpoint loopbackEndpoint(unsigned short port);

@@ -1,4 +1,5 @@
 #include "support/TLSEnds.h"
+#include "support/Eventually.h"
 
 #include "vintok/TCPStream.h"
 
@@ -139,7 +140,7 @@ std::string TLSEnds::peerReads(std::size_t length) {
 }
 
 bool TLSEnds::awaitPending(std::int64_t count) {
-    return comesTrue([&] { return bytesPending(mine()) == count; });
+    return bool(eventually([&] { return bytesPending(mine()) == count; }));
 }
 
 } // namespace vintok::test

@@ -65,10 +65,9 @@ void WireReader::raw(unsigned char *bytes, std::size_t count) {
 
 WireAddress WireAddress::ipv4(std::uint32_t address, std::uint16_t port) {
     WireAddress result;
-    for (int i = 0; i < 4; ++i) {
+    for (int i = 0; i < 4; ++i)
         result.ip[static_cast<std::size_t>(12 + i)] =
             static_cast<unsigned char>(address >> (24 - 8 * i));
-    }
     result.type = address == 0x7F000001 ? 9 : 1;
     result.port = port;
     return result;

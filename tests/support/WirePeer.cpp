@@ -4,6 +4,7 @@
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
 #include "support/SocketPair.h"
+#include "vintok/ByteOrder.h"
 
 #include <array>
 #include <sstream>
@@ -44,15 +45,16 @@ WirePeer::~WirePeer() {
 }
 
 testing::AssertionResult WirePeer::listens() {
+    if (m_listener != -1)
+        return testing::AssertionSuccess();
     m_listener = platform::openSocket(platform::FAMILY_IPV4);
     if (m_listener == -1 || !platform::setExclusiveAddress(m_listener))
         return systemFailure("cannot make a listener");
     for (int tries = 0; tries < 255; ++tries) {
         entry.address = WireAddress::ipv4(loopback, freshPort());
-        if (platform::bindSocket(m_listener, loopbackEndpoint(port()))) {
+        if (platform::bindSocket(m_listener, loopbackEndpoint(port())))
             return platform::listenSocket(m_listener, 100) ? testing::AssertionSuccess()
                                                            : systemFailure("cannot listen");
-        }
     }
     return systemFailure("no free port");
 }
@@ -89,6 +91,11 @@ testing::AssertionResult WirePeer::joins(unsigned short port) {
     if (result && reply.body != Bytes{1})
         result = testing::AssertionFailure() << entry.firstName << " was refused";
     return result;
+}
+
+testing::AssertionResult WirePeer::knocks(unsigned short port) {
+    const auto result = connects(port);
+    return !result || (saysHello() && asksToJoin()) ? result : systemFailure("cannot ask to join");
 }
 
 testing::AssertionResult WirePeer::isJoined() {
@@ -177,6 +184,18 @@ testing::AssertionResult WirePeer::fences(std::vector<WireFrame> *before) {
     return result;
 }
 
+WireFrame WirePeer::next(unsigned char id) {
+    WireFrame frame;
+    EXPECT_TRUE(receives(id, &frame));
+    return frame;
+}
+
+std::vector<WireFrame> WirePeer::gets() {
+    std::vector<WireFrame> frames;
+    EXPECT_TRUE(fences(&frames));
+    return frames;
+}
+
 testing::AssertionResult WirePeer::seesTheEnd() {
     return m_meeting.until([this] { return m_ended; }, entry.firstName + " is not hung up");
 }
@@ -218,10 +237,9 @@ void WirePeer::readsText(bool on) {
 testing::AssertionResult WirePeer::receivesText(const std::string &text) {
     m_meeting.until([&] { return m_bytes.size() >= text.size() || m_ended; }, text);
     const std::string came(m_bytes.begin(), m_bytes.end());
-    if (came.compare(0, text.size(), text) != 0) {
+    if (came.compare(0, text.size(), text) != 0)
         return testing::AssertionFailure()
                << entry.firstName << " awaits \"" << text << "\"; came instead: \"" << came << '"';
-    }
     m_bytes.erase(m_bytes.begin(), m_bytes.begin() + static_cast<std::ptrdiff_t>(text.size()));
     return testing::AssertionSuccess();
 }
@@ -260,8 +278,19 @@ std::vector<WireEntry> entries(const std::vector<WireFrame> &frames, unsigned ch
     std::vector<WireEntry> result;
     for (const WireFrame &frame : frames)
         if (frame.id == id)
-            result.push_back(WireEntry::decode(frame.body).value_or(WireEntry{}));
+            result.push_back(entryIn(frame));
     return result;
+}
+
+std::vector<std::string> names(const std::vector<WireFrame> &frames, unsigned char id) {
+    std::vector<std::string> result;
+    for (const WireEntry &entry : entries(frames, id))
+        result.push_back(entry.firstName);
+    return result;
+}
+
+WireEntry entryIn(const WireFrame &frame) {
+    return WireEntry::decode(frame.body).value_or(WireEntry{});
 }
 
 } // namespace vintok::test

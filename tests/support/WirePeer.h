@@ -23,7 +23,8 @@ public:
     // Who this peer says it is, in its hello and its join request.
     WireEntry entry;
 
-    // Being called: listens on 127.0.0.1, and the address it announces becomes that one.
+    // Being called: listens on 127.0.0.1, and the address it announces becomes that one. Who
+    // listens already has nothing to do.
     testing::AssertionResult listens();
     unsigned short port() const { return entry.address.port; }
     // Takes the connection of whoever called.
@@ -31,6 +32,8 @@ public:
 
     // Calling somebody who listens on this machine.
     testing::AssertionResult connects(unsigned short port);
+    // Calls, says hello and asks to join.
+    testing::AssertionResult knocks(unsigned short port);
     // The calling side's whole road: awaits the hello, says its own, asks to join, is accepted.
     testing::AssertionResult joins(unsigned short port);
     // The called side's whole road: picks up, says hello, is asked to join, accepts.
@@ -44,9 +47,13 @@ public:
 
     // Waits for a frame of this kind, and drops those that came before it.
     testing::AssertionResult receives(unsigned char id, WireFrame *frame = nullptr);
+    // The frame of this kind that comes next; an empty one, and a failure, where none does.
+    WireFrame next(unsigned char id);
     // Asks for an echo and waits for it: whatever was sent before has been handled then. `before`
     // gets what came ahead of the echo and was not yet received.
     testing::AssertionResult fences(std::vector<WireFrame> *before = nullptr);
+    // What `fences` finds ahead of the echo, which must come.
+    std::vector<WireFrame> gets();
     // Waits until the other side has ended the connection.
     testing::AssertionResult seesTheEnd();
 
@@ -86,8 +93,11 @@ private:
 // The identifiers of frames, in their order.
 std::vector<int> kinds(const std::vector<WireFrame> &frames);
 
-// The frames of one kind, their bodies read as parties.
+// The frames of one kind, their bodies read as parties; and the first names in those.
 std::vector<WireEntry> entries(const std::vector<WireFrame> &frames, unsigned char id);
+std::vector<std::string> names(const std::vector<WireFrame> &frames, unsigned char id);
+// The party that a body is; nobody where it is none.
+WireEntry entryIn(const WireFrame &frame);
 
 } // namespace vintok::test
 
