@@ -23,6 +23,7 @@
 #include "vintok/Log.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/StreamInternal.h"
+#include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
@@ -199,6 +200,8 @@ bool ConferenceParticipant::Ending::dropConnection(ConferenceParticipant &owner,
         owner._select->removeCallback(descriptor, sf_dataCB, &owner);
     const bool removed = removeAttendee(owner, peer);
     shutdownSocket(descriptor);
+    if (Guards::areOn(owner))
+        StreamLoop::ofThisThread()->letGoOf(descriptor);
     if (owner._workings->fileNeighbour == peer)
         Files::abandonFile(owner);
     return removed;

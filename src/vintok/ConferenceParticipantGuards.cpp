@@ -121,6 +121,16 @@ void ConferenceParticipant::setRosterByDifferences(bool on) {
     _workings->guards.told.clear();
 }
 
+bool ConferenceParticipant::Guards::areOn(const ConferenceParticipant &owner) {
+    const GuardState &guards = owner._workings->guards;
+    return guards.output.hard != 0 || areOn(guards.callers) || owner._membersOnly;
+}
+
+bool ConferenceParticipant::Guards::areOn(const CallerLimits &callers) {
+    return callers.connections != 0 || callers.perAddress != 0 || callers.helloTime != 0 ||
+           callers.joinTime != 0 || callers.frameBytes != 0;
+}
+
 // ---- Who has not joined ----
 
 // False when there is no room for a new connection, which is closed then.
@@ -147,9 +157,7 @@ bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int des
         shutdownSocket(descriptor);
         return false;
     }
-    const CallerLimits &callers = guards.callers;
-    if (callers.connections != 0 || callers.perAddress != 0 || callers.helloTime != 0 ||
-        callers.joinTime != 0 || callers.frameBytes != 0)
+    if (areOn(guards.callers))
         guards.strangers.push_back({descriptor, from, false});
     return true;
 }

@@ -243,6 +243,9 @@ struct ConferenceParticipant::Files {
 };
 
 struct ConferenceParticipant::Guards {
+    static bool areOn(const ConferenceParticipant &owner);
+    static bool areOn(const CallerLimits &callers);
+
     // For connections as they come, join and go.
     static bool letsIn(ConferenceParticipant &owner, int descriptor, const TCPAddress &from);
     static void connected(ConferenceParticipant &owner, int descriptor);

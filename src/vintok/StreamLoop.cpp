@@ -260,6 +260,10 @@ void StreamLoop::awaitBelow(const std::vector<BufferPtr> &buffers, std::size_t m
     }
 }
 
+bool StreamLoop::hasLetGoOf(int descriptor) const {
+    return std::find(m_letGo.begin(), m_letGo.end(), descriptor) != m_letGo.end();
+}
+
 // ---- Connects ----
 
 void StreamLoop::awaitConnect(int descriptor, Deadlines::Function function, void *data) {

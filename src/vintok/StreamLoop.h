@@ -66,6 +66,12 @@ public:
     template <class IsOver>
     void finishConnects(const platform::DescriptorSet &writers, IsOver isOver);
 
+    // A descriptor that was found readable in this pass, and is not registered any more, is found
+    // unhandled, and the loop rests over it. Not over one that was let go by a guard.
+    void letGoOf(int descriptor) { m_letGo.push_back(descriptor); }
+    bool hasLetGoOf(int descriptor) const;
+    void beginPass() { m_letGo.clear(); }
+
     // ---- For writers ----
 
     // Waits until the descriptor can be written to, or has failed.
@@ -106,6 +112,7 @@ private:
     Deadlines::Clock::time_point m_nextReview = Deadlines::Clock::time_point::max();
     std::vector<HeldUp> m_heldUp;
     std::vector<Connect> m_connects;
+    std::vector<int> m_letGo;
 };
 
 template <class IsOver>

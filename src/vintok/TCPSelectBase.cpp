@@ -151,6 +151,7 @@ int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *runn
     if (m_table.count() == 0)
         return -1;
     const Pass pass(*this);
+    m_loop->beginPass();
     const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::forever, running};
     mf_runDeadlines();
     if (m_released)
@@ -321,6 +322,8 @@ bool TCPSelectBase::mf_dispatch(int descriptor) {
     const std::shared_ptr<StreamBuffer> buffer = m_loop->find(descriptor);
     const std::size_t held = buffer != nullptr ? buffer->held() : 0;
     if (!mf_callCallbacks(descriptor)) {
+        if (m_loop->hasLetGoOf(descriptor))
+            return true;
         if (s_selectDebug)
             VINTOK_LOG(SEVERITY_WARNING,
                        formatText("TCPSelectBase::mf_callCallbacks(%d,%s)- Not handled, "
