@@ -306,31 +306,47 @@ bool ConferenceParticipant::Guards::drops(ConferenceParticipant &owner,
 void ConferenceParticipant::Guards::spread(ConferenceParticipant &owner, StreamLoop &loop,
                                            int source, const Span &span) {
     GuardState &guards = owner._workings->guards;
+    const std::size_t most = guards.relaysFile ? guards.output.soft / 2 : guards.output.hard / 2;
+    guards.relaysFile = false;
+    bool isTooMuch = false;
     Span copy;
     for (const ConferenceRosterEntry *peer : owner._attendees) {
         if (peer == nullptr || !peer->doBroadcast() || !peer->enabled() ||
             peer->descriptor() == source)
             continue;
-        if (guards.dropCB == nullptr) {
-            // What is kept for long is kept without the rest of the chunk that it came in.
-            const StreamLoop::BufferPtr buffer = loop.find(peer->descriptor());
-            const bool isBehind = buffer != nullptr && buffer->queued() > guards.output.soft;
-            if (isBehind && copy.owner == nullptr)
-                copy = copyToChunk(span.bytes, span.length);
-            loop.relay(peer->descriptor(), isBehind && copy.owner != nullptr ? copy : span);
+        const StreamLoop::BufferPtr buffer = loop.member(peer->descriptor());
+        if (buffer == nullptr)
+            continue;
+        isTooMuch = isTooMuch || buffer->queued() > most;
+        if (buffer->queued() <= guards.output.soft) {
+            StreamLoop::relay(*buffer, span);
             continue;
         }
-        Span rest = span;
-        while (rest.length != 0) {
-            const Span frame = firstFrame(rest);
-            if (!drops(owner, *peer, frame))
-                loop.relay(peer->descriptor(), frame);
-            rest.bytes += frame.length;
-            rest.length -= frame.length;
-        }
+        // What is kept for long is kept without the rest of the chunk that it came in.
+        if (copy.owner == nullptr)
+            copy = copyToChunk(span.bytes, span.length);
+        if (copy.owner == nullptr)
+            copy = span;
+        if (guards.dropCB == nullptr)
+            StreamLoop::relay(*buffer, copy);
+        else
+            relayKept(owner, *peer, *buffer, copy);
     }
-    loop.holdUp(source, guards.relaysFile ? guards.output.soft / 2 : guards.output.hard / 2);
-    guards.relaysFile = false;
+    if (isTooMuch)
+        loop.holdUp(source, most);
+}
+
+// All of the run but the broadcasts that may be kept from the member.
+void ConferenceParticipant::Guards::relayKept(ConferenceParticipant &owner,
+                                              const ConferenceRosterEntry &peer,
+                                              StreamBuffer &buffer, Span run) {
+    while (run.length != 0) {
+        const Span frame = firstFrame(run);
+        if (!drops(owner, peer, frame))
+            StreamLoop::relay(buffer, frame);
+        run.bytes += frame.length;
+        run.length -= frame.length;
+    }
 }
 
 void ConferenceParticipant::Guards::awaitSlow(ConferenceParticipant &owner) {

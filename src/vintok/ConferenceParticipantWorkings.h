@@ -270,6 +270,8 @@ struct ConferenceParticipant::Guards {
     // Queues what is relayed, without the broadcasts that may be kept from a member.
     static void spread(ConferenceParticipant &owner, StreamLoop &loop, int source,
                        const Span &span);
+    static void relayKept(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                          StreamBuffer &buffer, Span run);
     static bool drops(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
                       const Span &frame);
     // Between the rounds of a file of one's own.

@@ -131,10 +131,18 @@ StreamLoop::BufferPtr StreamLoop::find(int descriptor) const {
 }
 
 void StreamLoop::relay(int descriptor, const Span &span) const {
-    const BufferPtr own = find(descriptor);
-    const BufferPtr buffer = own != nullptr ? own : bufferOf(descriptor);
-    if (buffer != nullptr && !buffer->queue(span))
-        buffer->fail(socketErrors::noMemory);
+    if (const BufferPtr buffer = member(descriptor))
+        relay(*buffer, span);
+}
+
+StreamLoop::BufferPtr StreamLoop::member(int descriptor) const {
+    BufferPtr own = find(descriptor);
+    return own != nullptr ? own : bufferOf(descriptor);
+}
+
+void StreamLoop::relay(StreamBuffer &buffer, const Span &span) {
+    if (!buffer.queue(span))
+        buffer.fail(socketErrors::noMemory);
 }
 
 std::vector<StreamLoop::BufferPtr> StreamLoop::buffers() const {

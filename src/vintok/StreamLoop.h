@@ -36,6 +36,9 @@ public:
     BufferPtr find(int descriptor) const;
     // Queues the span for a member that a relay goes to. Who cannot be given it has failed.
     void relay(int descriptor, const Span &span) const;
+    // The member's buffers, whichever loop they belong to; null when it has none.
+    BufferPtr member(int descriptor) const;
+    static void relay(StreamBuffer &buffer, const Span &span);
 
     // ---- For a pass of the dispatch loop ----
 
