@@ -361,6 +361,29 @@ void ConferenceParticipant::Guards::awaitSlow(ConferenceParticipant &owner) {
         buffers.front()->loop().awaitBelow(buffers, owner._workings->guards.output.soft / 2);
 }
 
+// ---- The roster's changes ----
+
+// Those who come and go in a flood are told of together.
+bool ConferenceParticipant::Guards::sendChangesInTime(ConferenceParticipant &owner) {
+    constexpr std::chrono::milliseconds pause(20);
+    GuardState &guards = owner._workings->guards;
+    const auto now = Deadlines::Clock::now();
+    if (now >= guards.nextChanges) {
+        guards.nextChanges = now + pause;
+        return Roster::sendChanges(owner);
+    }
+    deadlines().set(-1, changesAreDue, &owner,
+                    std::chrono::ceil<std::chrono::milliseconds>(guards.nextChanges - now));
+    return true;
+}
+
+void ConferenceParticipant::Guards::changesAreDue(int, void *data) {
+    auto &owner = *static_cast<ConferenceParticipant *>(data);
+    const Operation operation(owner);
+    if (owner._self.isHost())
+        owner._sendRoster(nullptr);
+}
+
 // ---- Outgoing calls ----
 
 void ConferenceParticipant::Guards::callBegins(ConferenceParticipant &owner, int descriptor) {

@@ -93,7 +93,7 @@ bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
     if (peer != nullptr)
         return Roster::sendRosterTo(*this, {peer}, false);
     if (_workings->guards.rosterByDifferences && _self.isHost())
-        return Roster::sendChanges(*this);
+        return Guards::sendChangesInTime(*this);
     return Roster::sendRosterTo(*this, Roster::allMembers(*this), false);
 }
 

@@ -5,6 +5,7 @@
 
 #include "vintok/AcceptGuard.h"
 #include "vintok/ConferenceParticipant.h"
+#include "vintok/Deadlines.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
 
@@ -65,6 +66,7 @@ struct ConferenceParticipant::GuardState {
     CallerLimits callers;
     MeetingLimits meeting;
     bool rosterByDifferences = false;
+    Deadlines::Clock::time_point nextChanges; // not to be sent before
     std::unordered_map<const ConferenceRosterEntry *, Told> told;
     bool relaysFile = false;         // in the run that is open
     std::vector<Stranger> strangers; // who has connected and not joined, oldest first
@@ -256,6 +258,9 @@ struct ConferenceParticipant::Guards {
     static void limitOutput(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
     static bool isStranger(const ConferenceParticipant &owner, int descriptor);
     static void closeStranger(ConferenceParticipant &owner, int descriptor, const char *why);
+
+    static bool sendChangesInTime(ConferenceParticipant &owner);
+    static void changesAreDue(int, void *owner);
 
     // For outgoing calls.
     static void callBegins(ConferenceParticipant &owner, int descriptor);
