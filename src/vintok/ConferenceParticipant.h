@@ -430,6 +430,12 @@ public:
     // changed since they were sent last, instead of the whole roster to everybody at each change.
     void setRosterByDifferences(bool on);
 
+    // Has handshakes of the secure channel go on while the loop serves the others, where the
+    // transport can do that (`setBackgroundTransport`): of those who connect, of calls, and in a
+    // join. Then `placeCall` is true before its handshake is over, and one that fails ends the call
+    // with the no-answer callback; likewise `acceptCall`, and the party stays pending meanwhile.
+    void setBackgroundHandshakes(bool on);
+
 private:
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
@@ -438,6 +444,8 @@ private:
     struct Said;
     struct SecureStep;
     enum class Admission;
+    enum class Shaken;
+    struct Handshake;
     struct CallTarget;
     struct StartedCall;
     struct GuardState;
@@ -450,6 +458,7 @@ private:
     struct Ending;
     struct Files;
     struct Guards;
+    struct Handshakes;
     struct Joining;
     struct Lead;
     struct Life;

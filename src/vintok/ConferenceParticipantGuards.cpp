@@ -151,6 +151,8 @@ bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int des
     if (callers.connections != 0 || callers.perAddress != 0 || callers.helloTime != 0 ||
         callers.joinTime != 0 || callers.frameBytes != 0)
         guards.strangers.push_back({descriptor, from, false});
+    if (const std::uint32_t time = callers.helloTime != 0 ? callers.helloTime : callers.joinTime)
+        deadlines().set(descriptor, strangerIsLate, &owner, std::chrono::milliseconds(time));
     return true;
 }
 
@@ -162,10 +164,6 @@ void ConferenceParticipant::Guards::connected(ConferenceParticipant &owner, int 
             buffer->setOutputLimits(guards.output);
     if (guards.callers.frameBytes != 0)
         setFrameLimit(descriptor, guards.callers.frameBytes);
-    const std::uint32_t time =
-        guards.callers.helloTime != 0 ? guards.callers.helloTime : guards.callers.joinTime;
-    if (time != 0)
-        deadlines().set(descriptor, strangerIsLate, &owner, std::chrono::milliseconds(time));
 }
 
 void ConferenceParticipant::Guards::strangerIsLate(int descriptor, void *data) {
@@ -201,6 +199,8 @@ void ConferenceParticipant::Guards::closeStranger(ConferenceParticipant &owner, 
     VINTOK_LOG(SEVERITY_INFO, formatText("Closing connection %d, which %s", descriptor, why));
     if (ConferenceRosterEntry *peer = owner._getPeer(descriptor))
         Ending::dropConnection(owner, peer);
+    else if (Handshakes::forget(owner, descriptor))
+        shutdownSocket(descriptor);
     forgetStranger(owner, descriptor);
 }
 
@@ -252,7 +252,7 @@ void ConferenceParticipant::Guards::limitOutput(ConferenceParticipant &owner,
 
 bool ConferenceParticipant::Guards::isFull(const ConferenceParticipant &owner) {
     const std::uint32_t most = owner._workings->guards.meeting.members;
-    return most != 0 && Roster::allMembers(owner).size() >= most;
+    return most != 0 && Roster::allMembers(owner).size() + Handshakes::joining(owner) >= most;
 }
 
 // Whether an entry that came is not too long; hangs up who sent one that is.

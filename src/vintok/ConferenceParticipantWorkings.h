@@ -7,8 +7,10 @@
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/TCPBackgroundTransport.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -42,6 +44,17 @@ struct ConferenceParticipant::StartedCall {
     std::size_t next; // of them to be tried
 };
 
+// What becomes of a connection that is to be secure. A plain one can go on; one that has failed can
+// not.
+enum class ConferenceParticipant::Shaken { secure, plain, failed, underWay };
+
+// A handshake in the background.
+struct ConferenceParticipant::Handshake {
+    int descriptor;
+    const TempRosterEntry *call; // in `_pending`, that has no other connection; or null
+    std::function<void(Shaken how)> next;
+};
+
 // What the guards are set to, and what they keep count of.
 struct ConferenceParticipant::GuardState {
     struct Stranger {
@@ -64,6 +77,7 @@ struct ConferenceParticipant::GuardState {
     CallerLimits callers;
     MeetingLimits meeting;
     bool rosterByDifferences = false;
+    bool backgroundHandshakes = false;
     std::unordered_map<const ConferenceRosterEntry *, Told> told;
     bool relaysFile = false;         // in the run that is open
     std::vector<Stranger> strangers; // who has connected and not joined, oldest first
@@ -87,6 +101,7 @@ struct ConferenceParticipant::Workings {
     std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
     Said relayed;                                         // the run's first
     std::vector<StartedCall> startedCalls;
+    std::vector<Handshake> handshakes;
     GuardState guards;
 };
 
@@ -107,6 +122,7 @@ struct ConferenceParticipant::SecureStep {
     bool wanted = false;      // by either side
     bool multiplexed = false; // the multiplexer encrypts: nothing to do
     bool failed = false;
+    bool underWay = false; // in the background: the join goes on behind it
 };
 
 // What becomes of a party that asks to join.
@@ -153,6 +169,8 @@ struct ConferenceParticipant::Life {
                        std::size_t tries);
     static void watchListeners(ConferenceParticipant &owner);
     static void closeListeners(ConferenceParticipant &owner);
+    static void greet(ConferenceParticipant &owner, int descriptor, Shaken how);
+    static void turnAway(ConferenceParticipant &owner, int descriptor);
     static void readMessages(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                              bool closed);
 };
@@ -177,6 +195,8 @@ struct ConferenceParticipant::Calling {
                             bool direct);
     static bool attend(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor,
                        bool direct);
+    static bool makeSecure(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor,
+                           bool direct);
     // Calls whose connections do not stand yet.
     static bool startConnect(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
                              bool direct);
@@ -266,12 +286,45 @@ struct ConferenceParticipant::Guards {
     static void awaitSlow(ConferenceParticipant &owner);
 };
 
+struct ConferenceParticipant::Handshakes {
+    enum class Side { accepts, connects };
+    using Next = std::function<void(Shaken how)>;
+    // Makes a connection secure, as `secureAccept` and `secureConnect` do. `next` is called at the
+    // end of one that is under way. Who drops the connection forgets the handshake; one of a call
+    // goes with the call.
+    static Shaken begin(ConferenceParticipant &owner, int descriptor, Side side, Next next,
+                        const TempRosterEntry *call = nullptr);
+    // Of a party that is listed: its connection is out of the loop meanwhile.
+    static Shaken beginJoin(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                            Side side, const Next &next);
+    // How many of those that have been accepted are under way.
+    static std::size_t joining(const ConferenceParticipant &owner);
+    static bool isUnderWay(const ConferenceParticipant &owner, int descriptor);
+    static bool forget(ConferenceParticipant &owner, int descriptor);
+    static void forgetCall(ConferenceParticipant &owner, const TempRosterEntry *call);
+    static void forgetAll(ConferenceParticipant &owner);
+    static Shaken result(TCPBackgroundTransport::Progress progress);
+    static void await(ConferenceParticipant &owner, int descriptor,
+                      const TCPBackgroundTransport::Step &step);
+    static void goOn(int descriptor, void *owner);
+    static void stopWaiting(ConferenceParticipant &owner, int descriptor);
+    static bool returnToLoop(ConferenceParticipant &owner, int descriptor);
+};
+
 struct ConferenceParticipant::Joining {
     static bool startJoin(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                           TempRosterEntry *pending);
     static void welcome(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool callAccepted(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
-                             const TempRosterEntry &call);
+                             const TempRosterEntry &call, const SecureStep &secure);
+    static bool meetsAnotherHost(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                                 const TempRosterEntry &call);
+    static void endReply(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                         TempRosterEntry *pending, bool hangsUp);
+    static bool completeAccept(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                               const SecureStep &secure);
+    static SecureStep endStep(ConferenceRosterEntry *peer, SecureStep step, Shaken how,
+                              const char *failure);
     static void admit(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool wantsSecure(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
     static SecureStep acceptSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
