@@ -41,7 +41,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t helloStart = 6; // bytes that tell a ClientHello
-constexpr std::uint32_t moment = 5;   // milliseconds, when bytes are there but too few
+constexpr std::uint32_t moment = 20;  // milliseconds, when bytes are there but too few
 
 Clock::time_point after(std::uint32_t milliseconds) {
     return Clock::now() + std::chrono::milliseconds(milliseconds);

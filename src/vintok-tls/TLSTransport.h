@@ -95,10 +95,11 @@ struct TLSOptions {
 // outlive the descriptors that it secures. The operations of the seam are documented in
 // TCPTransport.h; this is what they mean here:
 // - `secureAccept` and `secureConnect` block, at most as long as the options say, and with them
-//   whoever runs the loop that they were called from. False without a byte sent or taken leaves
-//   the connection plain. A handshake that has begun and failed, or a plain peer where TLS is
-//   required, breaks the connection off: it is closed for the library, and its socket is shut down.
-//   On a descriptor that is secure already they are true at once.
+//   whoever runs the loop that they were called from (see TCPBackgroundTransport below). False
+//   without a byte sent or taken leaves the connection plain. A handshake that has begun and
+//   failed, or a plain peer where TLS is required, breaks the connection off: it is closed for the
+//   library, and its socket is shut down. On a descriptor that is secure already they are true at
+//   once.
 // - As a TCPBackgroundTransport it does the same in steps, which block nowhere and are bounded by
 //   the same times. A handshake goes by the options that stood when it began.
 // - `secureRecv` blocks for the first byte and gives what there is, `secureSend` until all is sent.

@@ -8,7 +8,8 @@
 // Where others call in the same moment ConferenceParticipantCrossing.cpp decides who joins whom.
 //
 // Both sides decide about the secure transport by the same rule on the same bits, the called side
-// as it accepts, the calling side as it hears of it.
+// as it accepts, the calling side as it hears of it. What follows may have to wait until the
+// handshake is over (`SecureStep::underWay`).
 //
 // Any callback may hang up. Each step asks whether the peer is still listed, and once it is not,
 // nothing of the join is finished: what `hangup` has cleared stays cleared.

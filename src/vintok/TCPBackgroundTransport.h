@@ -10,8 +10,8 @@
 
 namespace vintok {
 
-// No operation waits for the peer, nor calls one on descriptors but `setClosed`. What is said of
-// ownership and threads in TCPTransport.h holds here, too.
+// No operation waits. Until a handshake is done the others may be called for its descriptor, and
+// then fail. What is said of ownership and threads in TCPTransport.h holds here, too.
 class VINTOK_API TCPBackgroundTransport {
 public:
     enum class Progress {
