@@ -1,10 +1,12 @@
 // The secure channel of libvintok-tls: who is let in, who is turned away, and bytes in every size.
 #include "platform/Socket.h"
+#include "platform/Wait.h"
 #include "support/LogFile.h"
 #include "support/TLSEnds.h"
 #include "vintok-tls/TLSFolder.h"
 #include "vintok/StreamInternal.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <thread>
@@ -319,6 +321,39 @@ TEST_F(TLS, MegabytesTravelBothWaysAtOnceAndWhole) {
     writer.join();
     reader.join();
     EXPECT_EQ(text, heard);
+}
+
+// What had no room is given again: to one that waits, too, for its first bytes are on the way.
+TEST_F(TLS, WhatHadNoRoomGoesOnWhereItStopped) {
+    for (const bool waits : {false, true}) {
+        ends = nullptr;
+        ends = std::make_unique<TLSEnds>();
+        ASSERT_TRUE(ends->shakeHands());
+        const std::string text = pattern(8000000);
+        const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+        std::size_t sent = 0;
+        const auto sendNow = [&] {
+            const auto count =
+                ends->mineTLS.sendNow(ends->mine(), bytes + sent, text.size() - sent);
+            sent += static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+            return count;
+        };
+        while (sendNow() > 0) {
+        }
+        EXPECT_EQ(0, sendNow());
+        ASSERT_LT(sent, text.size());
+        std::string heard;
+        std::thread reader([&] { heard = ends->peerReads(text.size()); });
+        if (waits) {
+            EXPECT_EQ(static_cast<std::int64_t>(text.size() - sent),
+                      ends->write(text.substr(sent)));
+        } else {
+            while (sent < text.size() && sendNow() >= 0)
+                platform::awaitSocket(ends->mine(), platform::Await::writable, 1000);
+        }
+        reader.join();
+        EXPECT_TRUE(text == heard);
+    }
 }
 
 TEST_F(TLS, RecordsOfOneByteAddUp) {

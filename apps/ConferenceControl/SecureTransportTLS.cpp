@@ -34,7 +34,8 @@ bool start(bool required, bool fips, std::string &failure) {
         failure = "neither VINTOK_TLS_CERT nor VINTOK_TLS_CA names a file";
         return false;
     }
-    if (transport().open(tls) && vintok::setTransport(&transport()))
+    if (transport().open(tls) && vintok::setTransport(&transport()) &&
+        vintok::setBackgroundTransport(&transport()))
         return true;
     failure = vintok::lastErrorString();
     return false;

@@ -62,6 +62,12 @@ int Party::run() {
     return m_exitCode;
 }
 
+// Until it is in a meeting the party has nothing to do but wait for its own call.
+void Party::enter(Stage stage) {
+    m_stage = std::max(m_stage, stage);
+    m_participant.setBackgroundHandshakes(m_stage >= Stage::meeting);
+}
+
 void Party::introduce() {
     m_participant.setFirstName(m_options.firstName);
     m_participant.setLastName(m_options.lastName);

@@ -51,7 +51,7 @@ private:
         leaving, // the host has been told, and has not hung up yet
         done     // the loop ends after the pass that it is in
     };
-    void enter(Stage stage) { m_stage = std::max(m_stage, stage); }
+    void enter(Stage stage);
 
     // ---- Start, loop and end (Party.cpp) ----
     void introduce();

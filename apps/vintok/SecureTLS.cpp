@@ -32,7 +32,8 @@ bool start(const Options &options, std::string &failure) {
     tls.acceptWait = options.accepts ? options.wait.value_or(tls.acceptWait) : tls.acceptWait;
     tls.connectWait = options.accepts ? tls.connectWait : options.wait.value_or(tls.connectWait);
     transport().setConnectsUnnamed(!options.plainFirst);
-    if (transport().open(tls) && vintok::setTransport(&transport()))
+    if (transport().open(tls) && vintok::setTransport(&transport()) &&
+        vintok::setBackgroundTransport(&transport()))
         return true;
     failure = withLastFailure("cannot use TLS");
     return false;

@@ -153,13 +153,13 @@ Channel::Progress Channel::shake() {
         progress = result == 1 ? Progress::done : explain(result);
     }
     const std::lock_guard writing(m_writing);
-    const bool sent = flush(false); // an alert, too
+    const Flushed flushed = flush(false); // an alert, too
     if (progress == Progress::ended)
         return progress;
     const std::lock_guard guard(m_lock);
     if (m_failure.error != TLS_ERROR_NONE)
         return Progress::ended;
-    if (!sent)
+    if (flushed != Flushed::all)
         return Progress::waitsToWrite;
     m_up = progress == Progress::done;
     return progress;
@@ -322,7 +322,9 @@ bool Channel::encrypt(const unsigned char *buffer, std::size_t length) {
 
 bool Channel::write(const unsigned char *buffer, std::size_t length, bool last) {
     const Writing writing(*this);
-    for (std::size_t done = 0; done < length;) {
+    if (m_uncounted != 0 && flush(true) != Flushed::all)
+        return false;
+    for (std::size_t done = std::exchange(m_uncounted, 0); done < length;) {
         const std::size_t step = std::min(length - done, writeStep);
         if (!encrypt(buffer + done, step))
             return false;
@@ -332,7 +334,7 @@ bool Channel::write(const unsigned char *buffer, std::size_t length, bool last) 
             m_exact = true;
             SSL_shutdown(m_connection.get());
         }
-        if (!flush(true))
+        if (flush(true) != Flushed::all)
             return false;
     }
     if (length > longestRecord) {
@@ -343,9 +345,25 @@ bool Channel::write(const unsigned char *buffer, std::size_t length, bool last) 
     return true;
 }
 
-// Sends what is sealed; `m_writing` is held. False when it cannot all be sent, for ever or, without
-// `wait`, now.
-bool Channel::flush(bool wait) {
+// A record counts when all of it has gone: what waits in here is never more than one.
+std::int64_t Channel::writeNow(const unsigned char *buffer, std::size_t length) {
+    const Writing writing(*this);
+    for (std::size_t done = 0;;) {
+        const Flushed flushed = flush(false);
+        if (flushed != Flushed::all)
+            return flushed == Flushed::some ? static_cast<std::int64_t>(done) : -1;
+        done += std::exchange(m_uncounted, 0);
+        if (done >= length)
+            return static_cast<std::int64_t>(done);
+        const std::size_t step = std::min(length - done, writeStep);
+        if (!encrypt(buffer + done, step))
+            return -1;
+        m_uncounted = step;
+    }
+}
+
+// Sends what is sealed; `m_writing` is held. Without `wait` as far as there is room.
+Channel::Flushed Channel::flush(bool wait) {
     for (;;) {
         if (m_sent == m_sending.size()) {
             m_sending.clear();
@@ -354,7 +372,7 @@ bool Channel::flush(bool wait) {
             m_sending.swap(m_sealed);
         }
         if (m_sending.empty())
-            return true;
+            return Flushed::all;
         const std::int64_t count =
             platform::sendNow(m_descriptor, m_sending.data() + m_sent, m_sending.size() - m_sent);
         if (count > 0) {
@@ -367,10 +385,10 @@ bool Channel::flush(bool wait) {
                 takeIn(); // the peer may have said its close before it went
             if (failure().error == TLS_ERROR_NONE)
                 fail({TLS_ERROR_TRUNCATED, systemWords(error)});
-            return false;
+            return Flushed::failed;
         }
         if (!wait)
-            return false;
+            return Flushed::some;
         // What arrives meanwhile may be for this very channel.
         awaitRoom(m_descriptor);
     }

@@ -16,7 +16,7 @@
 
 namespace vintok::tls {
 
-// Reads never wait; a write waits until all is sent, and the library may read meanwhile. One thread
+// Reads never wait; `write` waits until all is sent, and the library may read meanwhile. One thread
 // may read while another one writes.
 class Channel {
 public:
@@ -46,6 +46,9 @@ public:
 
     // All or nothing; `last` adds the close of the channel to the same write.
     bool write(const unsigned char *buffer, std::size_t length, bool last);
+    // What there is room for: the count, or -1. What is not counted is given again, as the
+    // beginning of the next write of either kind: a part of its record may be on its way.
+    std::int64_t writeNow(const unsigned char *buffer, std::size_t length);
 
     // Says the close, without waiting, unless the channel has failed or somebody writes. Looks
     // first whether the peer has ended the stream without one, and then `failure` says so.
@@ -69,7 +72,8 @@ private:
     Progress openRecord(unsigned char *buffer, std::size_t &count);
     void keep(const unsigned char *plain, std::size_t length);
     bool encrypt(const unsigned char *buffer, std::size_t length);
-    bool flush(bool wait);
+    enum class Flushed { all, some, failed };
+    Flushed flush(bool wait);
     void flushAside();
     std::size_t ready() const { return m_plain.size() - m_taken; }
     std::size_t take(unsigned char *buffer, std::size_t length);
@@ -98,6 +102,8 @@ private:
     std::atomic<std::thread::id> m_writer{};
     std::vector<unsigned char> m_sending;
     std::size_t m_sent = 0;
+    std::size_t m_uncounted =
+        0; // plaintext that is sealed in there, and that `writeNow` has not counted
 };
 
 } // namespace vintok::tls

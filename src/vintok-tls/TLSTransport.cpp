@@ -33,23 +33,24 @@ using tls::Channel;
 using tls::Failure;
 using tls::Role;
 using tls::Settings;
-using Progress = Channel::Progress;
+using Progress = TCPBackgroundTransport::Progress;
+using Step = TCPBackgroundTransport::Step;
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t helloStart = 6;          // bytes that tell a ClientHello
-constexpr std::chrono::milliseconds moment(5); // when bytes are there but too few
+constexpr std::size_t helloStart = 6; // bytes that tell a ClientHello
+constexpr std::uint32_t moment = 20;  // milliseconds, when bytes are there but too few
 
 Clock::time_point after(std::uint32_t milliseconds) {
     return Clock::now() + std::chrono::milliseconds(milliseconds);
 }
 
-// Milliseconds until then, rounded up.
-std::int32_t until(Clock::time_point end) {
+// Milliseconds until then, rounded up; at least one.
+std::uint32_t until(Clock::time_point end) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-    return static_cast<std::int32_t>(std::max<std::int64_t>(0, left.count()));
+    return static_cast<std::uint32_t>(std::max<std::int64_t>(1, left.count()));
 }
 
 // Whether the bytes begin, or might begin, a record with a ClientHello.
@@ -60,35 +61,19 @@ bool isHello(const unsigned char *bytes, std::size_t count) {
     return is(0, 0x16, 0x16) && is(1, 3, 3) && is(2, 0, 4) && is(5, 1, 1);
 }
 
-enum class Start { silent, hello, plain, ended };
-
-// Waits for the peer's first bytes, and leaves them.
-Start awaitStart(int fd, std::uint32_t milliseconds) {
-    const Clock::time_point end = after(milliseconds);
-    for (;;) {
-        const bool readable = platform::awaitSocket(fd, platform::Await::readable, until(end));
-        unsigned char bytes[helloStart] = {};
-        const std::int64_t pending = rawBytesPending(fd);
-        if (pending > 0) {
-            const auto count = static_cast<std::size_t>(
-                std::max<std::int64_t>(0, rawPeekBytes(fd, bytes, sizeof bytes)));
-            if (!isHello(bytes, count))
-                return Start::plain;
-            if (count == helloStart || Clock::now() >= end)
-                return Start::hello;
-            std::this_thread::sleep_for(moment);
-            continue;
-        }
-        if (pending < 0 || readable)
-            return Start::ended;
-        if (Clock::now() >= end)
-            return Start::silent;
-    }
-}
-
 void logLine(ErrSeverity severity, int fd, const std::string &text) {
     if ((std::uint32_t{logLevel()} & std::uint32_t{severity}) != 0)
         logMessage(("TLS on descriptor " + std::to_string(fd) + ": " + text).c_str(), severity);
+}
+
+void logUp(int fd, const Channel &channel) {
+    std::string strength;
+    channel.strength(strength);
+    TCPCertInfo peer;
+    channel.describePeer(peer);
+    logLine(SEVERITY_INFO, fd,
+            strength + (peer.m_text1.empty() ? ", the peer shows no certificate"
+                                             : ", the peer is " + peer.m_text1));
 }
 
 // The channel has a certain end, so its words come once.
@@ -97,6 +82,21 @@ void setError(TCPError code, const char *operation, const Failure &failure) {
 }
 
 } // namespace
+
+// A handshake under way. Up to `end` it waits for the peer's first bytes; once it has begun, for
+// the rest.
+struct tls::Handshake {
+    std::shared_ptr<const Settings> settings;
+    Role role;
+    std::string name; // whom the peer must be
+    Clock::time_point end;
+    bool hasBegun = false;
+
+    const char *operation() const {
+        return role == Role::accepts ? "secureAccept" : "secureConnect";
+    }
+    bool isLate() const { return Clock::now() >= end; }
+};
 
 struct tls::State {
     using ChannelPtr = std::shared_ptr<Channel>;
@@ -126,18 +126,22 @@ struct tls::State {
     }
 
     ChannelPtr findUp(int fd, const char *operation) const;
-    bool left(int fd, const char *operation, const Failure &failure);
-    bool breakOff(int fd, const char *operation, const Failure &failure);
-    bool plainPeer(int fd, const char *operation, const Settings &settings,
-                   const std::string &words);
-    bool shake(int fd, const char *operation, const Settings &settings, Role role,
-               const std::string &name);
+    Progress left(int fd, const char *operation, const Failure &failure);
+    Progress breakOff(int fd, const char *operation, const Failure &failure);
+    Progress plainPeer(int fd, const Handshake &handshake, const std::string &words);
+    Step begin(int fd, Handshake handshake);
+    Step goOn(int fd);
+    bool finish(int fd, Step step);
+    Step look(int fd, Handshake &handshake);
+    Step start(int fd, Handshake &handshake);
+    Step shake(int fd, const Handshake &handshake);
     std::int64_t send(int fd, const char *operation, const unsigned char *buffer,
                       std::size_t length, bool last);
     std::int64_t lost(int fd, Channel &channel, const char *operation);
 
     mutable std::mutex m_lock;
     std::map<int, ChannelPtr> m_channels;
+    std::map<int, std::shared_ptr<Handshake>> m_handshakes;
     std::shared_ptr<const Settings> m_settings; // null until it is open
     Failure m_failure;
     int m_failedDescriptor = -1;
@@ -156,60 +160,131 @@ tls::State::ChannelPtr tls::State::findUp(int fd, const char *operation) const {
 // ---- How a handshake does not come about ----
 
 // Nothing was sent or taken: the connection can go on plain.
-bool tls::State::left(int fd, const char *operation, const Failure &failure) {
+Progress tls::State::left(int fd, const char *operation, const Failure &failure) {
     logLine(SEVERITY_INFO, fd, "goes on plain: " + failure.words);
     setError(TCP_ERROR_SSL_TRANSPORT, operation, failure);
-    return false;
+    return Progress::plain;
 }
 
-bool tls::State::breakOff(int fd, const char *operation, const Failure &failure) {
+Progress tls::State::breakOff(int fd, const char *operation, const Failure &failure) {
     keep(fd, failure);
     logLine(SEVERITY_ERROR, fd, "broken off: " + failure.words);
     setClosed(fd);
     platform::shutdownBoth(fd);
     setError(TCP_ERROR_SSL_TRANSPORT, operation, failure);
-    return false;
+    return Progress::failed;
 }
 
-bool tls::State::plainPeer(int fd, const char *operation, const Settings &settings,
-                           const std::string &words) {
-    if (settings.options.required)
-        return breakOff(fd, operation, {TLS_ERROR_PEER_PLAIN, words + ", and TLS is required"});
-    return left(fd, operation, {TLS_ERROR_PEER_PLAIN, words});
+Progress tls::State::plainPeer(int fd, const Handshake &handshake, const std::string &words) {
+    if (handshake.settings->options.required)
+        return breakOff(fd, handshake.operation(),
+                        {TLS_ERROR_PEER_PLAIN, words + ", and TLS is required"});
+    return left(fd, handshake.operation(), {TLS_ERROR_PEER_PLAIN, words});
 }
 
-bool tls::State::shake(int fd, const char *operation, const Settings &settings, Role role,
-                       const std::string &name) {
-    const ChannelPtr channel = find(fd);
-    Failure failure;
-    tls::Connection connection = tls::makeConnection(settings, role, name, failure);
-    if (connection == nullptr)
-        return breakOff(fd, operation, failure);
-    const Clock::time_point end = after(settings.options.handshakeTime);
-    channel->begin(std::move(connection));
-    for (;;) {
-        const Progress progress = channel->shake();
-        if (progress == Progress::done)
-            break;
-        if (progress == Progress::ended)
-            return breakOff(fd, operation, channel->failure());
-        if (until(end) == 0) {
-            channel->fail({TLS_ERROR_TIME, "the peer did not finish the handshake in time"});
-            continue;
-        }
-        platform::awaitSocket(fd,
-                              progress == Progress::waitsToRead ? platform::Await::readable
-                                                                : platform::Await::writable,
-                              until(end));
+// ---- How it does ----
+
+Step tls::State::begin(int fd, Handshake handshake) {
+    const auto begun = std::make_shared<Handshake>(std::move(handshake));
+    {
+        const std::lock_guard guard(m_lock);
+        m_handshakes.insert_or_assign(fd, begun);
     }
-    std::string strength;
-    channel->strength(strength);
-    TCPCertInfo peer;
-    channel->describePeer(peer);
-    logLine(SEVERITY_INFO, fd,
-            strength + (peer.m_text1.empty() ? ", the peer shows no certificate"
-                                             : ", the peer is " + peer.m_text1));
-    return true;
+    return goOn(fd);
+}
+
+Step tls::State::goOn(int fd) {
+    std::shared_ptr<Handshake> handshake;
+    {
+        const std::lock_guard guard(m_lock);
+        const auto found = m_handshakes.find(fd);
+        if (found == m_handshakes.end())
+            return {Progress::failed, 0};
+        handshake = found->second;
+    }
+    const Step step = handshake->hasBegun ? shake(fd, *handshake) : look(fd, *handshake);
+    if (step.milliseconds == 0) {
+        const std::lock_guard guard(m_lock);
+        m_handshakes.erase(fd);
+    }
+    return step;
+}
+
+// For who wants to wait.
+bool tls::State::finish(int fd, Step step) {
+    for (; step.milliseconds != 0; step = goOn(fd)) {
+        if (step.progress == Progress::waits)
+            std::this_thread::sleep_for(std::chrono::milliseconds(step.milliseconds));
+        else
+            platform::awaitSocket(fd,
+                                  step.progress == Progress::waitsToRead
+                                      ? platform::Await::readable
+                                      : platform::Await::writable,
+                                  static_cast<std::int32_t>(step.milliseconds));
+    }
+    return step.progress == Progress::done;
+}
+
+// At the peer's first bytes, which stay where they are.
+Step tls::State::look(int fd, Handshake &handshake) {
+    const bool accepts = handshake.role == Role::accepts;
+    const bool readable = platform::awaitSocket(fd, platform::Await::readable, 0);
+    const std::int64_t pending = rawBytesPending(fd);
+    if (pending > 0) {
+        unsigned char bytes[helloStart] = {};
+        const auto count = static_cast<std::size_t>(
+            std::max<std::int64_t>(0, rawPeekBytes(fd, bytes, sizeof bytes)));
+        if (!accepts) // nobody says a hello to who connects
+            return {plainPeer(fd, handshake, "the other side speaks without TLS"), 0};
+        if (!isHello(bytes, count))
+            return {plainPeer(fd, handshake, "the caller speaks without TLS"), 0};
+        if (count == helloStart || handshake.isLate())
+            return start(fd, handshake);
+        return {Progress::waits, std::min(moment, until(handshake.end))};
+    }
+    if (pending < 0 || readable)
+        return {breakOff(fd, handshake.operation(),
+                         {TLS_ERROR_TRUNCATED,
+                          accepts ? "the caller is gone" : "the other side is gone"}),
+                0};
+    if (!handshake.isLate())
+        return {Progress::waitsToRead, until(handshake.end)};
+    return accepts ? Step{plainPeer(fd, handshake, "the caller does not begin with TLS"), 0}
+                   : start(fd, handshake);
+}
+
+Step tls::State::start(int fd, Handshake &handshake) {
+    Failure failure;
+    tls::Connection connection =
+        tls::makeConnection(*handshake.settings, handshake.role, handshake.name, failure);
+    const ChannelPtr channel = find(fd);
+    if (connection == nullptr || channel == nullptr)
+        return {breakOff(fd, handshake.operation(), failure), 0};
+    handshake.end = after(handshake.settings->options.handshakeTime);
+    handshake.hasBegun = true;
+    channel->begin(std::move(connection));
+    return shake(fd, handshake);
+}
+
+Step tls::State::shake(int fd, const Handshake &handshake) {
+    const ChannelPtr channel = find(fd);
+    Channel::Progress progress = Channel::Progress::ended;
+    if (channel != nullptr)
+        progress = channel->shake();
+    if (progress == Channel::Progress::done) {
+        logUp(fd, *channel);
+        return {Progress::done, 0};
+    }
+    const bool isLate = progress != Channel::Progress::ended && handshake.isLate();
+    if (isLate)
+        channel->fail({TLS_ERROR_TIME, "the peer did not finish the handshake in time"});
+    if (isLate || progress == Channel::Progress::ended)
+        return {breakOff(fd, handshake.operation(),
+                         channel != nullptr ? channel->failure() : Failure{}),
+                0};
+    return {progress == Channel::Progress::waitsToRead ? Progress::waitsToRead
+                                                       : Progress::waitsToWrite,
+            until(handshake.end)};
 }
 
 // The channel has ended, or failed, with nothing left to read.
@@ -278,6 +353,7 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
     m_state->keepBreak(fd, *channel);
     const std::lock_guard guard(m_state->m_lock);
     m_state->m_channels.erase(fd);
+    m_state->m_handshakes.erase(fd);
     // Nothing may go on in the open. A connection that ends anyway ends a moment earlier.
     if (channel->isUp() && m_state->m_settings != nullptr && m_state->m_settings->options.required)
         platform::shutdownBoth(fd);
@@ -287,55 +363,50 @@ bool TLSTransport::removeSecureDescriptor(int fd) {
 // ---- Handshakes ----
 
 bool TLSTransport::secureAccept(int fd) {
+    return m_state->finish(fd, beginAccept(fd));
+}
+
+bool TLSTransport::secureConnect(int fd, const char *peerName) {
+    return m_state->finish(fd, beginConnect(fd, peerName));
+}
+
+Step TLSTransport::beginAccept(int fd) {
     constexpr const char *operation = "secureAccept";
     const tls::State::ChannelPtr channel = m_state->find(fd);
     const std::shared_ptr<const Settings> settings = m_state->settings();
     if (channel == nullptr || settings == nullptr)
-        return m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"});
+        return {m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"}), 0};
     if (channel->isUp())
-        return true;
+        return {Progress::done, 0};
+    const tls::Handshake handshake = {settings, Role::accepts, "",
+                                      after(settings->options.acceptWait)};
     if (!settings->hasCertificate)
-        return m_state->plainPeer(fd, operation, *settings,
-                                  "there is no certificate to accept with");
-    switch (awaitStart(fd, settings->options.acceptWait)) {
-    case Start::silent:
-        return m_state->plainPeer(fd, operation, *settings, "the caller does not begin with TLS");
-    case Start::plain:
-        return m_state->plainPeer(fd, operation, *settings, "the caller speaks without TLS");
-    case Start::ended:
-        return m_state->breakOff(fd, operation, {TLS_ERROR_TRUNCATED, "the caller is gone"});
-    case Start::hello:
-        break;
-    }
-    return m_state->shake(fd, operation, *settings, Role::accepts, "");
+        return {m_state->plainPeer(fd, handshake, "there is no certificate to accept with"), 0};
+    return m_state->begin(fd, handshake);
 }
 
-bool TLSTransport::secureConnect(int fd, const char *peerName) {
+Step TLSTransport::beginConnect(int fd, const char *peerName) {
     constexpr const char *operation = "secureConnect";
     const tls::State::ChannelPtr channel = m_state->find(fd);
     const std::shared_ptr<const Settings> settings = m_state->settings();
     if (channel == nullptr || settings == nullptr)
-        return m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"});
+        return {m_state->left(fd, operation, {TLS_ERROR_SETTINGS, "the transport is not open"}), 0};
     if (channel->isUp())
-        return true;
+        return {Progress::done, 0};
     {
         const std::lock_guard guard(m_state->m_lock);
         if (peerName == nullptr && !m_state->m_connectsUnnamed) {
             setError(TCP_ERROR_SSL_TRANSPORT, operation, {TLS_ERROR_UNNAMED, "no name is given"});
-            return false;
+            return {Progress::plain, 0};
         }
     }
-    switch (awaitStart(fd, settings->options.connectWait)) {
-    case Start::hello: // nobody says that to who connects
-    case Start::plain:
-        return m_state->plainPeer(fd, operation, *settings, "the other side speaks without TLS");
-    case Start::ended:
-        return m_state->breakOff(fd, operation, {TLS_ERROR_TRUNCATED, "the other side is gone"});
-    case Start::silent:
-        break;
-    }
-    return m_state->shake(fd, operation, *settings, Role::connects,
-                          peerName != nullptr ? peerName : settings->options.expectedName);
+    return m_state->begin(fd, {settings, Role::connects,
+                               peerName != nullptr ? peerName : settings->options.expectedName,
+                               after(settings->options.connectWait)});
+}
+
+Step TLSTransport::continueHandshake(int fd) {
+    return m_state->goOn(fd);
 }
 
 // ---- Bytes ----
@@ -370,10 +441,10 @@ std::int64_t TLSTransport::secureRecv(int fd, unsigned char *buffer, std::size_t
     const tls::State::ChannelPtr channel = m_state->findUp(fd, "secureRecv");
     while (channel != nullptr) {
         std::size_t count = 0;
-        const Progress progress = channel->read(buffer, length, count);
-        if (progress == Progress::done)
+        const Channel::Progress progress = channel->read(buffer, length, count);
+        if (progress == Channel::Progress::done)
             return static_cast<std::int64_t>(count);
-        if (progress == Progress::ended)
+        if (progress == Channel::Progress::ended)
             return m_state->lost(fd, *channel, "secureRecv");
         platform::awaitSocket(fd, platform::Await::readable, -1);
     }
@@ -395,6 +466,14 @@ std::int64_t TLSTransport::secureSend(int fd, const unsigned char *buffer, std::
 
 std::int64_t TLSTransport::sendLast(int fd, const unsigned char *buffer, std::size_t length) {
     return m_state->send(fd, "sendLast", buffer, length, true);
+}
+
+std::int64_t TLSTransport::sendNow(int fd, const unsigned char *buffer, std::size_t length) {
+    const tls::State::ChannelPtr channel = m_state->findUp(fd, "sendNow");
+    if (channel == nullptr)
+        return -1;
+    const std::int64_t count = channel->writeNow(buffer, length);
+    return count >= 0 ? count : m_state->lost(fd, *channel, "sendNow");
 }
 
 // ---- Questions ----

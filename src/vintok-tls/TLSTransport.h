@@ -8,10 +8,12 @@
 //     if (!tls.open(options))
 //         complain(vintok::lastErrorString());
 //     vintok::setTransport(&tls);
+//     vintok::setBackgroundTransport(&tls); // for those who are not to wait
 #ifndef VINTOK_TLS_TLSTRANSPORT_H
 #define VINTOK_TLS_TLSTRANSPORT_H
 
 #include "vintok/Export.h"
+#include "vintok/TCPBackgroundTransport.h"
 #include "vintok/TCPCertInfo.h"
 #include "vintok/TCPTransport.h"
 
@@ -23,8 +25,9 @@
 namespace vintok {
 
 namespace tls {
+struct Handshake;
 struct State;
-}
+} // namespace tls
 
 // What `lastSecureError` answers of a descriptor that TLS carries, and `TLSTransport::lastFailure`
 // of a handshake. The library's own three values are others.
@@ -92,10 +95,13 @@ struct TLSOptions {
 // outlive the descriptors that it secures. The operations of the seam are documented in
 // TCPTransport.h; this is what they mean here:
 // - `secureAccept` and `secureConnect` block, at most as long as the options say, and with them
-//   whoever runs the loop that they were called from. False without a byte sent or taken leaves
-//   the connection plain. A handshake that has begun and failed, or a plain peer where TLS is
-//   required, breaks the connection off: it is closed for the library, and its socket is shut down.
-//   On a descriptor that is secure already they are true at once.
+//   whoever runs the loop that they were called from (see TCPBackgroundTransport below). False
+//   without a byte sent or taken leaves the connection plain. A handshake that has begun and
+//   failed, or a plain peer where TLS is required, breaks the connection off: it is closed for the
+//   library, and its socket is shut down. On a descriptor that is secure already they are true at
+//   once.
+// - As a TCPBackgroundTransport it does the same in steps, which block nowhere and are bounded by
+//   the same times. A handshake goes by the options that stood when it began.
 // - `secureRecv` blocks for the first byte and gives what there is, `secureSend` until all is sent.
 // - `secureStatus`: the strength of the cipher in bits, and "TLSv1.3 TLS_AES_256_GCM_SHA384".
 // - `certificateInfo`: `m_status` is 0 for a certificate that was checked, tlsNoCertificate when
@@ -104,7 +110,7 @@ struct TLSOptions {
 // Each failure sets the thread's error: the operation, and on a line below it OpenSSL's own words.
 inline constexpr std::uint32_t tlsNoCertificate = 0xFFFFFFFF;
 
-class VINTOK_TLS_API TLSTransport final : public TCPTransport {
+class VINTOK_TLS_API TLSTransport final : public TCPTransport, public TCPBackgroundTransport {
 public:
     TLSTransport();
     ~TLSTransport();
@@ -144,6 +150,11 @@ public:
     bool secureStatus(int fd, std::size_t &value, std::string &text) override;
     bool certificateInfo(int fd, TCPCertInfo &info) override;
     SecureError lastSecureError(int fd) override;
+
+    Step beginAccept(int fd) override;
+    Step beginConnect(int fd, const char *peerName) override;
+    Step continueHandshake(int fd) override;
+    std::int64_t sendNow(int fd, const unsigned char *buffer, std::size_t length) override;
 
 private:
     std::unique_ptr<tls::State> m_state;

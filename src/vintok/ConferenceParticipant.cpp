@@ -113,6 +113,7 @@ ConferenceParticipant::~ConferenceParticipant() {
         if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
     Calling::forgetStarted(*this, nullptr);
+    Handshakes::forgetAll(*this);
     StreamLoop::ofThisThread()->deadlines().clearAll(this);
     _shutdown();
     Files::discardFile(*this);
@@ -242,27 +243,44 @@ void ConferenceParticipant::mf_connectPending(int socket) {
         return;
     if (platform::endArrived(descriptor)) {
         VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the caller has gone again");
-        shutdownSocket(descriptor);
+        Life::turnAway(*this, descriptor);
         return;
     }
-    secureAccept(descriptor);
-    if (_select == nullptr || !bufferFrames(descriptor) ||
-        !_select->addSocketCallback(descriptor, sf_dataCB, this, true, false)) {
+    const auto greet = [this, descriptor](Shaken how) { Life::greet(*this, descriptor, how); };
+    const Shaken how = Handshakes::begin(*this, descriptor, Handshakes::Side::accepts, greet);
+    if (how != Shaken::underWay)
+        greet(how);
+}
+
+void ConferenceParticipant::Life::turnAway(ConferenceParticipant &owner, int descriptor) {
+    Guards::forgetStranger(owner, descriptor);
+    shutdownSocket(descriptor);
+}
+
+// Says hello to who has connected.
+void ConferenceParticipant::Life::greet(ConferenceParticipant &owner, int descriptor, Shaken how) {
+    if (how == Shaken::failed) {
+        VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the handshake has failed");
+        turnAway(owner, descriptor);
+        return;
+    }
+    if (owner._select == nullptr || !bufferFrames(descriptor) ||
+        !owner._select->addSocketCallback(descriptor, sf_dataCB, &owner, true, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending select failed");
-        shutdownSocket(descriptor);
+        turnAway(owner, descriptor);
         return;
     }
-    Guards::connected(*this, descriptor);
-    if (Crossing::hostsNobody(*this) && !Crossing::hasOthers(*this, nullptr))
-        Crossing::stepAside(*this, nullptr);
-    const bool hosts = _self.isHost();
-    if (!mf_sendMe(descriptor, false, true)) {
+    Guards::connected(owner, descriptor);
+    if (Crossing::hostsNobody(owner) && !Crossing::hasOthers(owner, nullptr))
+        Crossing::stepAside(owner, nullptr);
+    const bool hosts = owner._self.isHost();
+    if (!owner.mf_sendMe(descriptor, false, true)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending send me failed");
-        _select->removeCallback(descriptor, sf_dataCB, this);
-        shutdownSocket(descriptor);
+        owner._select->removeCallback(descriptor, sf_dataCB, &owner);
+        turnAway(owner, descriptor);
         return;
     }
-    ConferenceRosterEntry *peer = _addDescriptor(descriptor);
+    ConferenceRosterEntry *peer = owner._addDescriptor(descriptor);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending add descriptor failed");
         return; // deliberately still registered

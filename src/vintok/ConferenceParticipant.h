@@ -456,6 +456,12 @@ public:
     // tell the final path all the time. A process that dies leaves a file ".vintok-<number>.part".
     void setTemporaryFiles(bool on) { _temporaryFiles = on; }
 
+    // Has handshakes of the secure channel go on while the loop serves the others, where the
+    // transport can do that (`setBackgroundTransport`): of those who connect, of calls, and in a
+    // join. Then `placeCall` is true before its handshake is over, and one that fails ends the call
+    // with the no-answer callback; likewise `acceptCall`, and the party stays pending meanwhile.
+    void setBackgroundHandshakes(bool on);
+
 private:
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
 
@@ -464,6 +470,8 @@ private:
     struct Said;
     struct SecureStep;
     enum class Admission;
+    enum class Shaken;
+    struct Handshake;
     struct CallTarget;
     struct StartedCall;
     struct GuardState;
@@ -476,6 +484,7 @@ private:
     struct Ending;
     struct Files;
     struct Guards;
+    struct Handshakes;
     struct Joining;
     struct Lead;
     struct Life;

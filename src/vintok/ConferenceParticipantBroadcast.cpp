@@ -57,6 +57,7 @@ bool ConferenceParticipant::Relaying::broadcastFrames(ConferenceParticipant &own
     if (owner._attendees.empty())
         return true;
     closeRelay(owner);
+    Guards::tellChangesBefore(owner, source);
     Delivery delivery(frames, Delivery::When::now);
     for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source &&
@@ -82,6 +83,7 @@ void ConferenceParticipant::Relaying::passOn(ConferenceParticipant &owner,
         owner._broadcastData(source, message);
         return;
     }
+    Guards::tellChangesBefore(owner, source);
     if (owner._workings->relay == nullptr)
         owner._workings->relay = std::make_unique<RelayRun>(spread, &owner);
     if (owner._workings->relay->add(source->descriptor(), message.rawBytes()))

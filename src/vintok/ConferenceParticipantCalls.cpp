@@ -155,17 +155,36 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
         return false;
     }
-    secureConnect(descriptor, std::string());
     if (!owner._addPending(call.get())) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to pending list");
         shutdownSocket(descriptor);
         return false;
     }
-    return attend(owner, call.release(), descriptor, direct);
+    return makeSecure(owner, call.release(), descriptor, direct);
 }
 
-// The connection of a listed call stands. False when the call has come to its end, and is not
-// listed any more.
+// The connection of a listed call stands. False as `attend`.
+bool ConferenceParticipant::Calling::makeSecure(ConferenceParticipant &owner, TempRosterEntry *call,
+                                                int descriptor, bool direct) {
+    const auto goOn = [=, &owner](Shaken how) {
+        if (how != Shaken::failed)
+            return attend(owner, call, descriptor, direct);
+        VINTOK_LOG(SEVERITY_ERROR, "placeCall the handshake has failed");
+        owner._removePending(call);
+        shutdownSocket(descriptor);
+        return false;
+    };
+    const auto later = [=, &owner](Shaken how) {
+        if (!goOn(how))
+            Ending::tellNoAnswer(owner, *call);
+    };
+    const Shaken how =
+        Handshakes::begin(owner, descriptor, Handshakes::Side::connects, later, call);
+    return how == Shaken::underWay || goOn(how);
+}
+
+// The connection is what it can be, secure or plain. False when the call has come to its end, and
+// is not listed any more.
 bool ConferenceParticipant::Calling::attend(ConferenceParticipant &owner, TempRosterEntry *pending,
                                             int descriptor, bool direct) {
     pending->setAssociatedDescriptor(descriptor);
@@ -226,7 +245,7 @@ bool ConferenceParticipant::Calling::connectNext(ConferenceParticipant &owner,
         if (started.descriptor == -1)
             continue;
         const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
-        loop->awaitConnect(started.descriptor, connectEnded, &owner);
+        loop->await(started.descriptor, platform::Await::writable, connectEnded, &owner);
         if (const std::uint32_t timeout = connectTimeout())
             loop->deadlines().set(started.descriptor, connectIsLate, &owner,
                                   std::chrono::milliseconds(timeout));
@@ -262,8 +281,8 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
     } else if (vintok::endConnect(descriptor, started.addresses[started.next - 1])) {
         if (started.call->proxyName().empty())
             static_cast<TCPAddress &>(*started.call) = started.addresses[started.next - 1];
-        secureConnect(descriptor, std::string());
-        attend(owner, started.call, descriptor, started.direct);
+        if (!makeSecure(owner, started.call, descriptor, started.direct))
+            Ending::tellNoAnswer(owner, *started.call);
         return;
     }
     if (connectNext(owner, started))
@@ -274,22 +293,22 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
 
 void ConferenceParticipant::Calling::forgetConnect(ConferenceParticipant &owner, int descriptor) {
     const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
-    loop->forgetConnect(descriptor);
+    loop->forget(descriptor);
     loop->deadlines().clear(descriptor, connectIsLate, &owner);
 }
 
 // A call that goes leaves no connect behind.
 void ConferenceParticipant::Calling::forgetStarted(ConferenceParticipant &owner,
                                                    const TempRosterEntry *call) {
-    std::erase_if(
-        owner._workings->startedCalls,
-        [&](const StartedCall &started) {
-            if (call != nullptr && started.call != call)
-                return false;
-            forgetConnect(owner, started.descriptor);
-            platform::closeSocket(started.descriptor);
-            return true;
-        });
+    if (call != nullptr)
+        Handshakes::forgetCall(owner, call);
+    std::erase_if(owner._workings->startedCalls, [&](const StartedCall &started) {
+        if (call != nullptr && started.call != call)
+            return false;
+        forgetConnect(owner, started.descriptor);
+        platform::closeSocket(started.descriptor);
+        return true;
+    });
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {

@@ -196,6 +196,7 @@ ConferenceRosterEntry *ConferenceParticipant::Ending::findDead(ConferencePartici
 bool ConferenceParticipant::Ending::dropConnection(ConferenceParticipant &owner,
                                                    ConferenceRosterEntry *peer) {
     const int descriptor = peer->descriptor();
+    Handshakes::forget(owner, descriptor);
     if (owner._select != nullptr)
         owner._select->removeCallback(descriptor, sf_dataCB, &owner);
     const bool removed = removeAttendee(owner, peer);

@@ -159,6 +159,9 @@ bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int des
     }
     if (areOn(guards.callers))
         guards.strangers.push_back({descriptor, from, false});
+    const CallerLimits &callers = guards.callers;
+    if (const std::uint32_t time = callers.helloTime != 0 ? callers.helloTime : callers.joinTime)
+        deadlines().set(descriptor, strangerIsLate, &owner, std::chrono::milliseconds(time));
     return true;
 }
 
@@ -170,10 +173,6 @@ void ConferenceParticipant::Guards::connected(ConferenceParticipant &owner, int 
             buffer->setOutputLimits(guards.output);
     if (guards.callers.frameBytes != 0)
         setFrameLimit(descriptor, guards.callers.frameBytes);
-    const std::uint32_t time =
-        guards.callers.helloTime != 0 ? guards.callers.helloTime : guards.callers.joinTime;
-    if (time != 0)
-        deadlines().set(descriptor, strangerIsLate, &owner, std::chrono::milliseconds(time));
 }
 
 void ConferenceParticipant::Guards::strangerIsLate(int descriptor, void *data) {
@@ -209,6 +208,8 @@ void ConferenceParticipant::Guards::closeStranger(ConferenceParticipant &owner, 
     VINTOK_LOG(SEVERITY_INFO, formatText("Closing connection %d, which %s", descriptor, why));
     if (ConferenceRosterEntry *peer = owner._getPeer(descriptor))
         Ending::dropConnection(owner, peer);
+    else if (Handshakes::forget(owner, descriptor))
+        shutdownSocket(descriptor);
     forgetStranger(owner, descriptor);
 }
 
@@ -228,6 +229,8 @@ void ConferenceParticipant::Guards::forgetStranger(ConferenceParticipant &owner,
 
 void ConferenceParticipant::Guards::left(ConferenceParticipant &owner,
                                          const ConferenceRosterEntry &peer) {
+    if (peer.doBroadcast())
+        tellChangesBefore(owner, &peer); // it is to be known when it is told that it has left
     owner._workings->guards.told.erase(&peer);
     if (peer.descriptor() != -1)
         forgetStranger(owner, peer.descriptor());
@@ -260,7 +263,7 @@ void ConferenceParticipant::Guards::limitOutput(ConferenceParticipant &owner,
 
 bool ConferenceParticipant::Guards::isFull(const ConferenceParticipant &owner) {
     const std::uint32_t most = owner._workings->guards.meeting.members;
-    return most != 0 && Roster::allMembers(owner).size() >= most;
+    return most != 0 && Roster::allMembers(owner).size() + Handshakes::joining(owner) >= most;
 }
 
 // Whether an entry that came is not too long; hangs up who sent one that is.
@@ -368,13 +371,24 @@ bool ConferenceParticipant::Guards::sendChangesInTime(ConferenceParticipant &own
     constexpr std::chrono::milliseconds pause(20);
     GuardState &guards = owner._workings->guards;
     const auto now = Deadlines::Clock::now();
-    if (now >= guards.nextChanges) {
+    guards.changesWait = now < guards.nextChanges;
+    if (!guards.changesWait) {
         guards.nextChanges = now + pause;
         return Roster::sendChanges(owner);
     }
     deadlines().set(-1, changesAreDue, &owner,
                     std::chrono::ceil<std::chrono::milliseconds>(guards.nextChanges - now));
     return true;
+}
+
+// Nobody hears of a party by what it says, or what is said of it, before it has been told of.
+void ConferenceParticipant::Guards::tellChangesBefore(ConferenceParticipant &owner,
+                                                      const ConferenceRosterEntry *speaker) {
+    GuardState &guards = owner._workings->guards;
+    if (guards.changesWait && (speaker == nullptr || guards.told.count(speaker) == 0)) {
+        guards.changesWait = false;
+        Roster::sendChanges(owner);
+    }
 }
 
 void ConferenceParticipant::Guards::changesAreDue(int, void *data) {

@@ -8,7 +8,8 @@
 // Where others call in the same moment ConferenceParticipantCrossing.cpp decides who joins whom.
 //
 // Both sides decide about the secure transport by the same rule on the same bits, the called side
-// as it accepts, the calling side as it hears of it.
+// as it accepts, the calling side as it hears of it. What follows may have to wait until the
+// handshake is over (`SecureStep::underWay`).
 //
 // Any callback may hang up. Each step asks whether the peer is still listed, and once it is not,
 // nothing of the join is finished: what `hangup` has cleared stays cleared.
@@ -196,7 +197,8 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
 }
 
 bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
-    if (!_isListed(peer) || !peer->isJoinPending() || !Crossing::isAdmitted(*this, peer))
+    if (!_isListed(peer) || !peer->isJoinPending() ||
+        Handshakes::isUnderWay(*this, peer->descriptor()) || !Crossing::isAdmitted(*this, peer))
         return false;
     if (_self.isHost() && peer->isHost())
         Crossing::stepAside(*this, peer);
@@ -206,27 +208,35 @@ bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {
     if (!sendByte(descriptor, TCP_joinReply, 1))
         return false;
     const SecureStep secure = Joining::acceptSecurely(*this, peer);
-    VINTOK_LOG(SEVERITY_DEBUG, formatText("Accepted Call fd = %d ssl = %s hangup = %s", descriptor,
-                                          boolText(secure.wanted), boolText(secure.failed)));
-    if (secure.failed || !_isListed(peer)) {
-        mf_hangup(peer);
+    return secure.underWay || Joining::completeAccept(*this, peer, secure);
+}
+
+// Once the connection is what it will stay.
+bool ConferenceParticipant::Joining::completeAccept(ConferenceParticipant &owner,
+                                                    ConferenceRosterEntry *peer,
+                                                    const SecureStep &secure) {
+    VINTOK_LOG(SEVERITY_DEBUG,
+               formatText("Accepted Call fd = %d ssl = %s hangup = %s", peer->descriptor(),
+                          boolText(secure.wanted), boolText(secure.failed)));
+    if (secure.failed || !owner._isListed(peer)) {
+        owner.mf_hangup(peer);
         return false;
     }
-    _printSSLInfo(peer, secure.wanted, secure.multiplexed);
+    owner._printSSLInfo(peer, secure.wanted, secure.multiplexed);
     peer->setJoinPending(false);
-    Joining::admit(*this, peer, false);
-    if (!_self.isMeeting()) {
-        _self.setMeeting(true);
-        _self.setMeetingName(peer->meetingName());
-        _tell(_userDataCB, _self);
+    admit(owner, peer, false);
+    if (!owner._self.isMeeting()) {
+        owner._self.setMeeting(true);
+        owner._self.setMeetingName(peer->meetingName());
+        owner._tell(owner._userDataCB, owner._self);
     }
-    if (_isListed(peer))
-        Crossing::endCrossing(*this, peer);
-    if (_isListed(peer))
-        _tell(_joinCB, *peer);
-    if (!_isListed(peer))
+    if (owner._isListed(peer))
+        Crossing::endCrossing(owner, peer);
+    if (owner._isListed(peer))
+        owner._tell(owner._joinCB, *peer);
+    if (!owner._isListed(peer))
         return false;
-    Joining::welcome(*this, peer);
+    welcome(owner, peer);
     return true;
 }
 
@@ -249,6 +259,8 @@ void ConferenceParticipant::Joining::welcome(ConferenceParticipant &owner,
 bool ConferenceParticipant::mf_rejectCall(ConferenceRosterEntry *peer) {
     if (!_isListed(peer) || !peer->isJoinPending())
         return false;
+    if (Handshakes::isUnderWay(*this, peer->descriptor()))
+        return mf_hangup(peer); // it was told already that it is accepted
     if (!sendByte(peer->descriptor(), TCP_joinReply, 0))
         return false;
     peer->setJoinPending(false);
@@ -266,12 +278,13 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
         return;
     bool hangsUp = false;
     if (body != nullptr && length == 1) {
-        if (body[0] != 0 && !_self.isHost() && _getHost() != nullptr) {
-            hangsUp = true; // another was faster
-            if (_busyCB != nullptr)
-                _busyCB(this, pending->remoteName(), *peer);
+        if (body[0] != 0 && Joining::meetsAnotherHost(*this, peer, *pending)) {
+            hangsUp = true;
         } else if (body[0] != 0) {
-            hangsUp = Joining::callAccepted(*this, peer, *pending);
+            const SecureStep secure = Joining::connectSecurely(*this, peer);
+            if (secure.underWay)
+                return;
+            hangsUp = Joining::callAccepted(*this, peer, *pending, secure);
         } else {
             hangsUp = true;
             if (_rejectedCB != nullptr) {
@@ -280,20 +293,37 @@ void ConferenceParticipant::_handleJoinReply(ConferenceRosterEntry *peer, unsign
             }
         }
     }
-    _assureLeader(); // also after a refusal: the caller hosts by now
-    if (_isListed(pending))
-        _removePending(pending);
+    Joining::endReply(*this, peer, pending, hangsUp);
+}
+
+void ConferenceParticipant::Joining::endReply(ConferenceParticipant &owner,
+                                              ConferenceRosterEntry *peer, TempRosterEntry *pending,
+                                              bool hangsUp) {
+    owner._assureLeader(); // also after a refusal: the caller hosts by now
+    if (owner._isListed(pending))
+        owner._removePending(pending);
     if (hangsUp)
-        mf_hangup(peer);
+        owner.mf_hangup(peer);
+}
+
+// Another was faster.
+bool ConferenceParticipant::Joining::meetsAnotherHost(ConferenceParticipant &owner,
+                                                      const ConferenceRosterEntry *peer,
+                                                      const TempRosterEntry &call) {
+    if (owner._self.isHost() || owner._getHost() == nullptr)
+        return false;
+    if (owner._busyCB != nullptr)
+        owner._busyCB(&owner, call.remoteName(), *peer);
+    return true;
 }
 
 // True when the connection is to be hung up after all. The join is completed first, deliberately:
 // the application sees a party join whose secure handshake has failed.
 bool ConferenceParticipant::Joining::callAccepted(ConferenceParticipant &owner,
                                                   ConferenceRosterEntry *peer,
-                                                  const TempRosterEntry &call) {
+                                                  const TempRosterEntry &call,
+                                                  const SecureStep &secure) {
     const int descriptor = peer->descriptor();
-    const SecureStep secure = connectSecurely(owner, peer);
     VINTOK_LOG(SEVERITY_DEBUG, formatText("Handle fd = %d ssl = %s  hangup = %s", descriptor,
                                           boolText(secure.wanted), boolText(secure.failed)));
     if (owner._self.isHost()) {
@@ -347,10 +377,27 @@ ConferenceParticipant::Joining::acceptSecurely(ConferenceParticipant &owner,
     step.wanted = !step.multiplexed && wantsSecure(owner, peer);
     if (!step.wanted)
         return step;
-    step.failed = !secureAccept(peer->descriptor());
+    const auto end = [peer, step](Shaken how) {
+        constexpr const char *failure = "acceptCall Secure Accept Failed";
+        return endStep(peer, step, how, failure);
+    };
+    return end(Handshakes::beginJoin(
+        owner, *peer, Handshakes::Side::accepts, [&owner, peer, end](Shaken how) {
+            // Meanwhile another may have become the host here.
+            SecureStep secure = end(how);
+            secure.failed = secure.failed || Crossing::admission(owner, peer) != Admission::granted;
+            completeAccept(owner, peer, secure);
+        }));
+}
+
+ConferenceParticipant::SecureStep
+ConferenceParticipant::Joining::endStep(ConferenceRosterEntry *peer, SecureStep step, Shaken how,
+                                        const char *failure) {
+    step.underWay = how == Shaken::underWay;
+    step.failed = !step.underWay && how != Shaken::secure;
     if (step.failed)
-        VINTOK_LOG(SEVERITY_ERROR, "acceptCall Secure Accept Failed");
-    else
+        VINTOK_LOG(SEVERITY_ERROR, failure);
+    else if (!step.underWay)
         peer->setSecure(true);
     return step;
 }
@@ -369,11 +416,18 @@ ConferenceParticipant::Joining::connectSecurely(ConferenceParticipant &owner,
         VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::descriptorState failed");
         step.failed = true;
     } else if (!state.secure) {
-        step.failed = !secureConnect(peer->descriptor(), std::string());
-        if (step.failed)
-            VINTOK_LOG(SEVERITY_ERROR, "_handleJoinReply vintok::secureConnect failed");
-        else
-            peer->setSecure(true);
+        const auto end = [peer, step](Shaken how) {
+            constexpr const char *failure = "_handleJoinReply vintok::secureConnect failed";
+            return endStep(peer, step, how, failure);
+        };
+        return end(Handshakes::beginJoin(
+            owner, *peer, Handshakes::Side::connects, [&owner, peer, end](Shaken how) {
+                const SecureStep secure = end(how);
+                if (TempRosterEntry *call = owner._getPending(peer->descriptor()))
+                    endReply(owner, peer, call,
+                             meetsAnotherHost(owner, peer, *call) ||
+                                 callAccepted(owner, peer, *call, secure));
+            }));
     }
     return step;
 }

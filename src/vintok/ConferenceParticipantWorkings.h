@@ -8,9 +8,11 @@
 #include "vintok/Deadlines.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
+#include "vintok/TCPBackgroundTransport.h"
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -44,6 +46,17 @@ struct ConferenceParticipant::StartedCall {
     std::size_t next; // of them to be tried
 };
 
+// What becomes of a connection that is to be secure. A plain one can go on; one that has failed can
+// not.
+enum class ConferenceParticipant::Shaken { secure, plain, failed, underWay };
+
+// A handshake in the background.
+struct ConferenceParticipant::Handshake {
+    int descriptor;
+    const TempRosterEntry *call; // in `_pending`, that has no other connection; or null
+    std::function<void(Shaken how)> next;
+};
+
 // What the guards are set to, and what they keep count of.
 struct ConferenceParticipant::GuardState {
     struct Stranger {
@@ -67,6 +80,8 @@ struct ConferenceParticipant::GuardState {
     MeetingLimits meeting;
     bool rosterByDifferences = false;
     Deadlines::Clock::time_point nextChanges; // not to be sent before
+    bool changesWait = false;                 // for that time
+    bool backgroundHandshakes = false;
     std::unordered_map<const ConferenceRosterEntry *, Told> told;
     bool relaysFile = false;         // in the run that is open
     std::vector<Stranger> strangers; // who has connected and not joined, oldest first
@@ -92,6 +107,7 @@ struct ConferenceParticipant::Workings {
     std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
     Said relayed;                                         // the run's first
     std::vector<StartedCall> startedCalls;
+    std::vector<Handshake> handshakes;
     GuardState guards;
 };
 
@@ -112,6 +128,7 @@ struct ConferenceParticipant::SecureStep {
     bool wanted = false;      // by either side
     bool multiplexed = false; // the multiplexer encrypts: nothing to do
     bool failed = false;
+    bool underWay = false; // in the background: the join goes on behind it
 };
 
 // What becomes of a party that asks to join.
@@ -158,6 +175,8 @@ struct ConferenceParticipant::Life {
                        std::size_t tries);
     static void watchListeners(ConferenceParticipant &owner);
     static void closeListeners(ConferenceParticipant &owner);
+    static void greet(ConferenceParticipant &owner, int descriptor, Shaken how);
+    static void turnAway(ConferenceParticipant &owner, int descriptor);
     static void readMessages(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                              bool closed);
 };
@@ -182,6 +201,8 @@ struct ConferenceParticipant::Calling {
                             bool direct);
     static bool attend(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor,
                        bool direct);
+    static bool makeSecure(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor,
+                           bool direct);
     // Calls whose connections do not stand yet.
     static bool startConnect(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,
                              const std::vector<TCPAddress> &addresses, bool direct);
@@ -260,6 +281,8 @@ struct ConferenceParticipant::Guards {
     static void closeStranger(ConferenceParticipant &owner, int descriptor, const char *why);
 
     static bool sendChangesInTime(ConferenceParticipant &owner);
+    static void tellChangesBefore(ConferenceParticipant &owner,
+                                  const ConferenceRosterEntry *speaker);
     static void changesAreDue(int, void *owner);
 
     // For outgoing calls.
@@ -283,12 +306,45 @@ struct ConferenceParticipant::Guards {
     static void awaitSlow(ConferenceParticipant &owner);
 };
 
+struct ConferenceParticipant::Handshakes {
+    enum class Side { accepts, connects };
+    using Next = std::function<void(Shaken how)>;
+    // Makes a connection secure, as `secureAccept` and `secureConnect` do. `next` is called at the
+    // end of one that is under way. Who drops the connection forgets the handshake; one of a call
+    // goes with the call.
+    static Shaken begin(ConferenceParticipant &owner, int descriptor, Side side, Next next,
+                        const TempRosterEntry *call = nullptr);
+    // Of a party that is listed: its connection is out of the loop meanwhile.
+    static Shaken beginJoin(ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
+                            Side side, const Next &next);
+    // How many of those that have been accepted are under way.
+    static std::size_t joining(const ConferenceParticipant &owner);
+    static bool isUnderWay(const ConferenceParticipant &owner, int descriptor);
+    static bool forget(ConferenceParticipant &owner, int descriptor);
+    static void forgetCall(ConferenceParticipant &owner, const TempRosterEntry *call);
+    static void forgetAll(ConferenceParticipant &owner);
+    static Shaken result(TCPBackgroundTransport::Progress progress);
+    static void await(ConferenceParticipant &owner, int descriptor,
+                      const TCPBackgroundTransport::Step &step);
+    static void goOn(int descriptor, void *owner);
+    static void stopWaiting(ConferenceParticipant &owner, int descriptor);
+    static bool returnToLoop(ConferenceParticipant &owner, int descriptor);
+};
+
 struct ConferenceParticipant::Joining {
     static bool startJoin(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                           TempRosterEntry *pending);
     static void welcome(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool callAccepted(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
-                             const TempRosterEntry &call);
+                             const TempRosterEntry &call, const SecureStep &secure);
+    static bool meetsAnotherHost(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                                 const TempRosterEntry &call);
+    static void endReply(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                         TempRosterEntry *pending, bool hangsUp);
+    static bool completeAccept(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                               const SecureStep &secure);
+    static SecureStep endStep(ConferenceRosterEntry *peer, SecureStep step, Shaken how,
+                              const char *failure);
     static void admit(ConferenceParticipant &owner, ConferenceRosterEntry *peer, bool called);
     static bool wantsSecure(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer);
     static SecureStep acceptSecurely(ConferenceParticipant &owner, ConferenceRosterEntry *peer);

@@ -4,7 +4,8 @@
 // costs nothing.
 //
 // Output. Spans wait in a queue and leave in order, many in one call of the system. Over a secure
-// transport they leave as few records as they fit into, and there the transport waits.
+// transport they leave as few records as they fit into, and there the transport waits where it can
+// do nothing else, or there are no limits.
 #include "vintok/StreamBuffer.h"
 
 #include "platform/Socket.h"
@@ -43,7 +44,7 @@ std::shared_ptr<StreamBuffer> StreamBuffer::make(int descriptor, bool secure) {
 }
 
 StreamBuffer::StreamBuffer(int descriptor, bool secure, std::shared_ptr<StreamLoop> loop)
-    : m_descriptor(descriptor), m_loop(std::move(loop)), m_secure(secure) {}
+    : m_descriptor(descriptor), m_loop(std::move(loop)), m_secure(secure), m_hasMore(secure) {}
 
 StreamBuffer::~StreamBuffer() = default;
 
@@ -60,6 +61,7 @@ void StreamBuffer::setLimits(std::size_t longestFrame, std::size_t unsent) {
 
 bool StreamBuffer::setSecure(bool secure) {
     m_secure = secure;
+    m_hasMore = secure; // the transport may have taken in what came behind its handshake
     if (m_held == 0 && m_queued == 0)
         return true;
     giveUp(socketErrors::connectionReset);
@@ -415,8 +417,13 @@ std::int64_t StreamBuffer::sendQueued(std::unique_lock<std::mutex> &) {
     return platform::sendNow(m_descriptor, pieces.data(), count);
 }
 
+bool StreamBuffer::waitsToSend() const {
+    return m_secure && (!isLimited() || backgroundTransport() == nullptr);
+}
+
 // One record for a run of spans. The transport sends all or fails, and takes in what arrives while
-// it waits for room: so no lock is held.
+// it waits for room: so no lock is held. Who is limited is given what there is room for; the rest
+// stays in the queue, and the next run begins with it.
 std::int64_t StreamBuffer::sendSecure(std::unique_lock<std::mutex> &lock) {
     const Span &first = m_queue[m_first];
     Span run{first.owner, first.bytes, std::min(first.length, secureAtOnce)};
@@ -430,11 +437,14 @@ std::int64_t StreamBuffer::sendSecure(std::unique_lock<std::mutex> &lock) {
             }
         }
     }
+    TCPBackgroundTransport *const background = isLimited() ? backgroundTransport() : nullptr;
     lock.unlock();
-    const std::int64_t count = sf_secureSend(m_descriptor, run.bytes, run.length);
+    const std::int64_t count = background != nullptr
+                                   ? background->sendNow(m_descriptor, run.bytes, run.length)
+                                   : sf_secureSend(m_descriptor, run.bytes, run.length);
     lock.lock();
     // Somebody may have given the connection up meanwhile, and its queue with it.
-    if (count > 0 && !m_failed)
+    if ((count > 0 || (count == 0 && background != nullptr)) && !m_failed)
         return count;
     platform::setSocketError(socketErrors::connectionReset);
     return -1;

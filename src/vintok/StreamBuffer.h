@@ -3,7 +3,8 @@
 // or the secure transport.
 //
 // A connection with buffers counts as readable when a whole frame is there, or its end, so nobody
-// waits inside a frame. Nothing here waits, but for `write`.
+// waits inside a frame. Nothing here waits, but for `write` (see
+// `waitsToSend`, too).
 //
 // What always holds: bytes leave in the order of the calls. What is queued enters whole or not at
 // all. Once sending has failed nothing more is sent, and the connection counts as ended. Input and
@@ -76,6 +77,9 @@ public:
     bool setSecure(bool secure);
 
     bool isSecure() const { return m_secure; }
+    // Whether sending may wait: a secure transport does, unless it can do otherwise and there are
+    // limits.
+    bool waitsToSend() const;
 
     // The table has no such row any more: nothing is taken in or sent from now on.
     void detach();

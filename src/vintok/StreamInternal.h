@@ -42,6 +42,7 @@ struct Globals {
     std::atomic<std::size_t> m_buffered{0};                 // rows that have buffers
     std::atomic<std::size_t> m_secure{0};                   // rows that are secure
     std::atomic<TCPTransport *> m_transport{nullptr};
+    std::atomic<TCPBackgroundTransport *> m_background{nullptr};
     std::atomic<std::int64_t> m_addTime{0};
     std::atomic<std::int64_t> m_subtractTime{0};
     std::atomic<std::uint32_t> m_connectTimeout{0}; // milliseconds, as the next
@@ -160,6 +161,17 @@ std::int64_t sf_secureSend(int fd, const unsigned char *buffer, std::size_t leng
 std::int64_t sf_securePeek(int fd, unsigned char *buffer, std::size_t length);
 bool sf_secureBytesPending(int fd, std::size_t &pending);
 
+// What the transport can do without waiting; null when it cannot.
+TCPBackgroundTransport *backgroundTransport();
+
+// A handshake that goes on in the background: begun and continued as far as it goes. Once it is
+// plain or has failed the descriptor is not secure any more.
+TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts);
+TCPBackgroundTransport::Step continueHandshake(int fd);
+inline bool isUnderWay(TCPBackgroundTransport::Progress progress) {
+    return progress >= TCPBackgroundTransport::Progress::waitsToRead;
+}
+
 // Tell the transport, under lock id 3.
 bool sf_addSecureDescriptor(int fd);
 bool sf_removeSecureDescriptor(int fd);
@@ -171,6 +183,9 @@ inline constexpr std::size_t smallestFrame = 36;
 // Called when a connection turns to frames. False, without an error, when the descriptor is unknown
 // or listens, or there is no memory.
 bool bufferFrames(int fd);
+// Takes them away again, for a handshake that goes on in the background. False when there are none,
+// or they have failed.
+bool unbufferFrames(int fd);
 // From now on takes in what comes, as it comes: for a connection that will not turn secure any
 // more.
 void readAhead(int fd);

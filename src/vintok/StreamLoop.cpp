@@ -58,11 +58,11 @@ public:
         for (const int descriptor : readers)
             if (const BufferPtr buffer = m_loop.find(descriptor))
                 buffer->fill();
-        // A secure transport waits inside its sending: one such wait within another would go as
+        // A secure transport may wait inside its sending: one such wait within another would go as
         // deep as there are members.
         for (const int descriptor : writers) {
             const BufferPtr buffer = m_loop.find(descriptor);
-            if (buffer != nullptr && !buffer->isSecure())
+            if (buffer != nullptr && !buffer->waitsToSend())
                 buffer->flush();
         }
         if (m_loop.reviewLimit(1) == 0)
@@ -190,8 +190,6 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
 
 void StreamLoop::sort(platform::DescriptorSet &watched, platform::DescriptorSet &ready,
                       platform::DescriptorSet &writers) const {
-    for (const Connect &connect : m_connects)
-        writers.insert(connect.descriptor);
     const std::lock_guard guard(m_lock);
     for (const BufferPtr &buffer : m_buffers) {
         const int descriptor = buffer->descriptor();
@@ -272,15 +270,23 @@ bool StreamLoop::hasLetGoOf(int descriptor) const {
     return std::find(m_letGo.begin(), m_letGo.end(), descriptor) != m_letGo.end();
 }
 
-// ---- Connects ----
+// ---- Connects and handshakes ----
 
-void StreamLoop::awaitConnect(int descriptor, Deadlines::Function function, void *data) {
-    m_connects.push_back({descriptor, function, data});
+void StreamLoop::await(int descriptor, platform::Await what, Deadlines::Function function,
+                       void *data) {
+    forget(descriptor);
+    m_awaited.push_back({descriptor, what, function, data, ++m_awaits});
 }
 
-void StreamLoop::forgetConnect(int descriptor) {
+void StreamLoop::forget(int descriptor) {
     std::erase_if(
-        m_connects, [=](const Connect &connect) { return connect.descriptor == descriptor; });
+        m_awaited, [=](const Awaited &awaited) { return awaited.descriptor == descriptor; });
+}
+
+void StreamLoop::addAwaited(platform::DescriptorSet &readers,
+                            platform::DescriptorSet &writers) const {
+    for (const Awaited &awaited : m_awaited)
+        (awaited.what == platform::Await::readable ? readers : writers).insert(awaited.descriptor);
 }
 
 // ---- Writers ----

@@ -10,6 +10,7 @@
 #include "vintok/Deadlines.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -62,12 +63,16 @@ public:
     // and moves along.
     void holdUp(int source, std::size_t most);
 
-    // Has `function` called once, when the connect of the descriptor has ended, well or not.
-    void awaitConnect(int descriptor, Deadlines::Function function, void *data);
-    void forgetConnect(int descriptor);
-    // Calls those whose descriptors can be written to. `isOver` ends the round.
+    // Has `function` called once, when the descriptor, which nobody else waits for, can be read or
+    // written to, or has ended or failed: for a connect, or a handshake. One for each descriptor.
+    void await(int descriptor, platform::Await what, Deadlines::Function function, void *data);
+    void forget(int descriptor);
+    // Adds them to those that are waited for.
+    void addAwaited(platform::DescriptorSet &readers, platform::DescriptorSet &writers) const;
+    // Takes them out of `readers` and calls those that can go on. `isOver` ends the round.
     template <class IsOver>
-    void finishConnects(const platform::DescriptorSet &writers, IsOver isOver);
+    void callAwaited(platform::DescriptorSet &readers, const platform::DescriptorSet &writers,
+                     IsOver isOver);
 
     // A descriptor that was found readable in this pass, and is not registered any more, is found
     // unhandled, and the loop rests over it. Not over one that was let go by a guard.
@@ -96,10 +101,12 @@ private:
         int source;
         std::size_t most;
     };
-    struct Connect {
+    struct Awaited {
         int descriptor;
+        platform::Await what;
         Deadlines::Function function;
         void *data;
+        std::uint64_t number; // no other ever has the same
     };
     std::int32_t reviewLimit(std::int32_t milliseconds) const;
     void reviewLimited();
@@ -114,18 +121,25 @@ private:
     Deadlines m_deadlines;
     Deadlines::Clock::time_point m_nextReview = Deadlines::Clock::time_point::max();
     std::vector<HeldUp> m_heldUp;
-    std::vector<Connect> m_connects;
     std::vector<int> m_letGo;
+    std::vector<Awaited> m_awaited;
+    std::uint64_t m_awaits = 0;
 };
 
 template <class IsOver>
-void StreamLoop::finishConnects(const platform::DescriptorSet &writers, IsOver isOver) {
-    const std::vector<Connect> connects = m_connects;
-    for (const Connect &connect : connects) {
-        if (!writers.contains(connect.descriptor))
+void StreamLoop::callAwaited(platform::DescriptorSet &readers,
+                             const platform::DescriptorSet &writers, IsOver isOver) {
+    std::vector<Awaited> ready;
+    for (const Awaited &awaited : m_awaited)
+        if (awaited.what == platform::Await::readable ? readers.erase(awaited.descriptor)
+                                                      : writers.contains(awaited.descriptor))
+            ready.push_back(awaited);
+    for (const Awaited &awaited : ready) {
+        // One that was called may have done away with others.
+        if (std::erase_if(m_awaited,
+                          [&](const Awaited &now) { return now.number == awaited.number; }) == 0)
             continue;
-        forgetConnect(connect.descriptor);
-        connect.function(connect.descriptor, connect.data);
+        awaited.function(awaited.descriptor, awaited.data);
         if (isOver())
             return;
     }

@@ -171,10 +171,10 @@ void TCPSelectBase::mf_runDeadlines() {
     loop->deadlines().run([this] { return m_released; });
 }
 
-void TCPSelectBase::mf_finishConnects(const platform::DescriptorSet &writers) {
+void TCPSelectBase::mf_callAwaited(const platform::DescriptorSet &writers) {
     const Busy busy(*this);
     const std::shared_ptr<StreamLoop> loop = m_loop;
-    loop->finishConnects(writers, [this] { return m_released; });
+    loop->callAwaited(m_workSet, writers, [this] { return m_released; });
 }
 
 int TCPSelectBase::mf_pass(bool immediate, const std::atomic<bool> *running) {
@@ -195,6 +195,7 @@ int TCPSelectBase::mf_wait(platform::WaitLimit limit) {
     platform::DescriptorSet ready;
     platform::DescriptorSet writers;
     m_loop->sort(m_workSet, ready, writers);
+    m_loop->addAwaited(m_workSet, writers);
     if (ready.size() != 0)
         limit.milliseconds = 0;
     limit.milliseconds = m_loop->waitLimit(limit.milliseconds);
@@ -203,7 +204,7 @@ int TCPSelectBase::mf_wait(platform::WaitLimit limit) {
         result = platform::waitReady(m_workSet, writers, limit);
     result = ready.size() != 0 ? std::max(result, 0) : result;
     m_loop->flush(writers);
-    mf_finishConnects(writers);
+    mf_callAwaited(writers);
     if (result > 0)
         result = static_cast<int>(m_workSet.size());
     for (const int descriptor : ready)

@@ -42,7 +42,7 @@ private:
     class Pass;
 
     void mf_runDeadlines();
-    void mf_finishConnects(const platform::DescriptorSet &writers);
+    void mf_callAwaited(const platform::DescriptorSet &writers);
     int mf_pass(bool immediate, const std::atomic<bool> *running);
     int mf_wait(platform::WaitLimit limit);
     int mf_dispatchBuffered(platform::DescriptorSet &untouched);

@@ -15,6 +15,7 @@
 
 #include "vintok/Export.h"
 #include "vintok/TCPAddress.h"
+#include "vintok/TCPBackgroundTransport.h"
 #include "vintok/TCPTransport.h"
 
 #include <cstddef>
@@ -323,6 +324,10 @@ VINTOK_API bool awaitSent(int fd, int milliseconds);
 // `init`.
 VINTOK_API bool setTransport(TCPTransport *transport);
 VINTOK_API TCPTransport *transport();
+// What that transport can do without waiting, for those who ask for it: connections with limits on
+// what waits to be sent, and `ConferenceParticipant::setBackgroundHandshakes`. `setTransport` takes
+// it out. False as above.
+VINTOK_API bool setBackgroundTransport(TCPBackgroundTransport *transport);
 
 // The handshake, as client or as server, on a connected descriptor; blocks as the transport does.
 // An empty name is passed on as none. On failure the descriptor is plain again and can be used;

@@ -234,6 +234,20 @@ bool bufferFrames(int fd) {
     });
 }
 
+bool unbufferFrames(int fd) {
+    static TCPMutex mutex(LOCK_DESCRIPTORS);
+    return underLock(mutex, "vintok::unbufferFrames", [fd] {
+        Globals *globals = startedGlobals();
+        DescriptorEntry *entry = globals != nullptr ? findEntry(*globals, fd) : nullptr;
+        if (entry == nullptr || entry->buffer == nullptr || entry->buffer->failed())
+            return false;
+        entry->buffer->detach();
+        entry->buffer.reset();
+        --globals->m_buffered;
+        return true;
+    });
+}
+
 void readAhead(int fd) {
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(fd);
     if (buffer == nullptr)

@@ -40,6 +40,22 @@ bool shakeHands(int fd, const ErrorContext &name, Handshake handshake,
     return false;
 }
 
+using Progress = TCPBackgroundTransport::Progress;
+
+template <typename Act>
+TCPBackgroundTransport::Step takeStep(int fd, Act act) {
+    TCPBackgroundTransport::Step step = {Progress::failed, 0};
+    try {
+        if (TCPBackgroundTransport *background = backgroundTransport())
+            step = act(*background);
+    } catch (const std::bad_alloc &) {
+        VINTOK_ERROR(TCP_ERROR_OUT_OF_MEMORY, "vintok::continueHandshake");
+    }
+    if (step.progress == Progress::plain || step.progress == Progress::failed)
+        setSecure(fd, false);
+    return step;
+}
+
 bool tellTransport(TCPMutex &mutex, const ErrorContext &name, bool (TCPTransport::*tell)(int),
                    int fd, const SourcePlace &place = SourcePlace::caller()) {
     return underLock(
@@ -59,8 +75,20 @@ bool setTransport(TCPTransport *newTransport) {
     static TCPMutex mutex(LOCK_TRANSPORT);
     return underLock(mutex, "vintok::setTransport", [newTransport] {
         Globals *globals = startedGlobals();
-        if (globals != nullptr)
+        if (globals != nullptr) {
+            globals->m_background = nullptr;
             globals->m_transport = newTransport;
+        }
+        return globals != nullptr;
+    });
+}
+
+bool setBackgroundTransport(TCPBackgroundTransport *newTransport) {
+    static TCPMutex mutex(LOCK_TRANSPORT);
+    return underLock(mutex, "vintok::setBackgroundTransport", [newTransport] {
+        Globals *globals = startedGlobals();
+        if (globals != nullptr)
+            globals->m_background = newTransport;
         return globals != nullptr;
     });
 }
@@ -81,6 +109,28 @@ bool secureAccept(int fd) {
         [fd](TCPTransport &installed) { return installed.secureAccept(fd); });
 }
 
+// ---- Without waiting ----
+
+TCPBackgroundTransport *backgroundTransport() {
+    const Globals *globals = s_globals;
+    return globals != nullptr ? globals->m_background.load() : nullptr;
+}
+
+TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts) {
+    if (!addDescriptor(fd, true, false, false, false))
+        return {Progress::plain, 0};
+    return takeStep(fd, [=](TCPBackgroundTransport &background) {
+        return accepts ? background.beginAccept(fd) : background.beginConnect(fd, nullptr);
+    });
+}
+
+TCPBackgroundTransport::Step continueHandshake(int fd) {
+    return takeStep(
+        fd, [=](TCPBackgroundTransport &background) { return background.continueHandshake(fd); });
+}
+
+// ---- For the descriptor table ----
+
 bool sf_addSecureDescriptor(int fd) {
     static TCPMutex mutex(LOCK_TRANSPORT);
     return tellTransport(mutex, "sf_addSecureDescriptor", &TCPTransport::addSecureDescriptor, fd);
@@ -91,6 +141,8 @@ bool sf_removeSecureDescriptor(int fd) {
     return tellTransport(mutex, "sf_removeSecureDescriptor", &TCPTransport::removeSecureDescriptor,
                          fd);
 }
+
+// ---- Bytes ----
 
 bool sf_secureBytesPending(int fd, std::size_t &pending) {
     pending = 0;
@@ -143,6 +195,8 @@ std::int64_t sf_secureSend(int fd, const unsigned char *buffer, std::size_t leng
     VINTOK_ERROR(TCP_ERROR_SSL_TRANSPORT, "sf_secureSend (s_globals && s_globals->m_transport)");
     return 0;
 }
+
+// ---- Questions ----
 
 bool secureStatus(int fd, std::size_t &value, std::string &text) {
     const DescriptorState state(fd);

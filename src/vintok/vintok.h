@@ -16,6 +16,7 @@
 #include "vintok/RawBuffer.h"
 #include "vintok/RosterBase.h"
 #include "vintok/TCPAddress.h"
+#include "vintok/TCPBackgroundTransport.h"
 #include "vintok/TCPCertInfo.h"
 #include "vintok/TCPException.h"
 #include "vintok/TCPGUID.h"

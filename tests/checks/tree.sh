@@ -99,7 +99,7 @@ done | faults "include of a program"
 layers='
 0 Export TCPException
 1 BufferManager Chunk RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
-2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport StreamInternal Log AcceptGuard StreamBuffer
+2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport TCPBackgroundTransport StreamInternal Log AcceptGuard StreamBuffer
 2 StreamLoop RelayRun Delivery Deadlines
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect SelectTable TCPServer testTCPServer Listeners
