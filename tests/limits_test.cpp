@@ -1,11 +1,13 @@
 // Limits that an application sets: on members that read too slowly, on those who connect, on what a
 // meeting may have, and on the time of calls. Without them everybody waits for everybody.
 #include "platform/Socket.h"
+#include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "support/Party.h"
 #include "support/WirePeer.h"
 #include "vintok/TCPStream.h"
 
+#include <algorithm>
 #include <atomic>
 #include <gmock/gmock.h>
 #include <thread>
@@ -126,13 +128,17 @@ TEST_F(Limited, WhoIsHeldUpHearsEverythingInTheEnd) {
     std::atomic<std::size_t> taken{0};
     std::thread reader([&] {
         Bytes buffer(20000);
-        for (std::int64_t count = 1; count > 0 && taken<all; taken += count> 0 ? count : 0)
+        for (std::int64_t count = 1; count > 0 && taken < all;) {
             count = platform::receive(stopped, buffer.data(), buffer.size());
+            taken += static_cast<std::size_t>(std::max<std::int64_t>(count, 0));
+            platform::sleepMilliseconds(1);
+        }
     });
     std::thread writer([&] {
         for (int i = 0; i < 1000; ++i)
             for (std::size_t sent = 0; sent < frame.size();)
-                sent += platform::send(sending, frame.data() + sent, frame.size() - sent);
+                sent += static_cast<std::size_t>(
+                    platform::send(sending, frame.data() + sent, frame.size() - sent));
     });
     EXPECT_TRUE(meeting.until([&] { return taken >= all || !slow.empty(); }, "all has come"));
     EXPECT_TRUE(slow.empty());
@@ -197,20 +203,21 @@ TEST_F(Limited, CallersMakeRoomOldestFirstUnlessTheyAsk) {
 }
 
 TEST_F(Limited, WhoIsLateOrTooLongIsHungUp) {
-    ann->setCallerLimits({0, 0, 50, 50, 5000});
     ann->setMeetingLimits({2, 20000, 3000});
     const struct {
         const char *name;
+        std::uint32_t time;
         std::function<void(WirePeer &)> does;
-    } rows[] = {{"silent", [](WirePeer &) {}},
-                {"hello only", [](WirePeer &peer) { peer.saysHello(); }},
-                {"long frame", [](WirePeer &peer) { peer.sends(id::broadcast, Bytes(6000)); }},
-                {"long entry", [](WirePeer &peer) {
+    } rows[] = {{"silent", 50, [](WirePeer &) {}},
+                {"hello only", 50, [](WirePeer &peer) { peer.saysHello(); }},
+                {"long frame", 0, [](WirePeer &peer) { peer.sends(id::broadcast, Bytes(6000)); }},
+                {"long entry", 0, [](WirePeer &peer) {
                      peer.entry.email = std::string(3500, 'x');
                      peer.saysHello();
                  }}};
     for (const auto &row : rows) {
         SCOPED_TRACE(row.name);
+        ann->setCallerLimits({0, 0, row.time, row.time, 5000});
         WirePeer peer(meeting, "Eve");
         ASSERT_TRUE(peer.connects(ann.port()));
         ASSERT_TRUE(peer.receives(id::rosterEntry));

@@ -69,23 +69,11 @@ const std::string &Session::connectsTo(const Text &call) {
 
 std::string Session::placeCall(const Text &text) {
     const std::string &name = text.value(Field::machineName);
-    const std::int64_t tries = text.number(Field::triesRemaining);
-    const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
     vintok::replyNotifyDialing(fd(), name);
-    // A secure call is waited for: the name that its certificate must have is the transport's.
-    if (vintok::transport() == nullptr) {
-        if (!m_inbox.lookUp(connectsTo(text)))
-            return callFails(name);
-        m_calls.push_back(text);
-        return "";
-    }
-    secure::beginCall(name, text.has(Field::proxyAddress) || text.has(Field::meetingID));
-    const bool placed = m_participant->placeCall(
-        name, port(Field::port), text.value(Field::proxyAddress), port(Field::proxyPort),
-        text.value(Field::meetingID), text.value(Field::authenticationString),
-        static_cast<unsigned int>(std::max<std::int64_t>(tries, 0)));
-    secure::endCall();
-    return placed ? "" : callFails(name);
+    if (!m_inbox.lookUp(connectsTo(text)))
+        return callFails(name);
+    m_calls.push_back(text);
+    return "";
 }
 
 std::string Session::callFails(const std::string &name) {
@@ -106,10 +94,12 @@ void Session::startCall(const std::string &lookedUp) {
     const std::string &name = text.value(Field::machineName);
     const std::int64_t tries = text.number(Field::triesRemaining);
     const auto port = [&](Field field) { return static_cast<unsigned short>(text.number(field)); };
+    secure::beginCall(name, text.has(Field::proxyAddress) || text.has(Field::meetingID));
     const bool started = m_participant->startCall(
         addresses, name, port(Field::port), text.value(Field::proxyAddress), port(Field::proxyPort),
         text.value(Field::meetingID), text.value(Field::authenticationString),
         static_cast<unsigned int>(std::max<std::int64_t>(tries, 0)));
+    secure::endCall();
     if (!started)
         warn(callFails(name));
 }

@@ -262,8 +262,9 @@ public:
     // The same without waiting for the connection: the loop goes on meanwhile, and takes the steps
     // of the call. True means that it is under way; one that fails after that, or takes longer than
     // `setConnectTimeout` allows, ends with the no-answer callback. A name that has addresses of
-    // both families, or several, is tried under each in turn. Blocks only while names are resolved:
-    // a literal needs none of that.
+    // both families, or several, is tried under each in turn. A secure channel is asked for the
+    // name that is called, and not at all to a proxy or a multiplexing server. Blocks only while
+    // names are resolved: a literal needs none of that.
     bool startCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);

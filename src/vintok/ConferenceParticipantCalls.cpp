@@ -178,6 +178,8 @@ bool ConferenceParticipant::Calling::makeSecure(ConferenceParticipant &owner, Te
         if (!goOn(how))
             Ending::tellNoAnswer(owner, *call);
     };
+    if (call->m_isStarted && (!call->meetingID().empty() || !call->proxyName().empty()))
+        return goOn(Shaken::plain); // the tunnel makes its own
     const Shaken how =
         Handshakes::begin(owner, descriptor, Handshakes::Side::connects, later, call);
     return how == Shaken::underWay || goOn(how);

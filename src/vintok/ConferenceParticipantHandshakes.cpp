@@ -26,12 +26,13 @@ ConferenceParticipant::Shaken
 ConferenceParticipant::Handshakes::begin(ConferenceParticipant &owner, int descriptor, Side side,
                                          Next next, const TempRosterEntry *call) {
     const bool accepts = side == Side::accepts;
+    const std::string name =
+        call != nullptr && call->m_isStarted ? call->remoteName() : std::string();
     if (!owner._workings->guards.backgroundHandshakes || backgroundTransport() == nullptr) {
-        const bool done =
-            accepts ? secureAccept(descriptor) : secureConnect(descriptor, std::string());
+        const bool done = accepts ? secureAccept(descriptor) : secureConnect(descriptor, name);
         return done ? Shaken::secure : Shaken::plain;
     }
-    const TCPBackgroundTransport::Step step = beginHandshake(descriptor, accepts);
+    const TCPBackgroundTransport::Step step = beginHandshake(descriptor, accepts, name);
     if (!vintok::isUnderWay(step.progress))
         return result(step.progress);
     owner._workings->handshakes.push_back({descriptor, call, std::move(next)});

@@ -166,7 +166,7 @@ TCPBackgroundTransport *backgroundTransport();
 
 // A handshake that goes on in the background: begun and continued as far as it goes. Once it is
 // plain or has failed the descriptor is not secure any more.
-TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts);
+TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts, const std::string &peerName);
 TCPBackgroundTransport::Step continueHandshake(int fd);
 inline bool isUnderWay(TCPBackgroundTransport::Progress progress) {
     return progress >= TCPBackgroundTransport::Progress::waitsToRead;

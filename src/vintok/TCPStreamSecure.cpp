@@ -116,11 +116,12 @@ TCPBackgroundTransport *backgroundTransport() {
     return globals != nullptr ? globals->m_background.load() : nullptr;
 }
 
-TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts) {
+TCPBackgroundTransport::Step beginHandshake(int fd, bool accepts, const std::string &peerName) {
     if (!addDescriptor(fd, true, false, false, false))
         return {Progress::plain, 0};
+    const char *peer = peerName.empty() ? nullptr : peerName.c_str();
     return takeStep(fd, [=](TCPBackgroundTransport &background) {
-        return accepts ? background.beginAccept(fd) : background.beginConnect(fd, nullptr);
+        return accepts ? background.beginAccept(fd) : background.beginConnect(fd, peer);
     });
 }
 

@@ -12,7 +12,7 @@ TempRosterEntry::TempRosterEntry(const std::string &remoteName, const std::strin
 
 TempRosterEntry::TempRosterEntry(const std::string &remoteName, const std::string &proxyName,
                                  const TCPAddress &address)
-    : m_remoteName(remoteName), m_proxyName(proxyName) {
+    : m_remoteName(remoteName), m_proxyName(proxyName), m_isStarted(true) {
     if (!proxyName.empty())
         m_proxyAddress = address;
     else

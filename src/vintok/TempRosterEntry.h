@@ -65,6 +65,7 @@ private:
     std::string m_meetingID;
     TCPAddress m_lostParty; // who had answered on the connection that was lost
     int m_associatedDescriptor = -1;
+    bool m_isStarted = false; // by `startCall`
 };
 
 } // namespace vintok
