@@ -40,6 +40,17 @@ void takeOver(DescriptorSet &set, const fd_set &found, bool any) {
         set.insert(static_cast<int>(found.fd_array[i]));
 }
 
+// A connect that has failed does not make its socket writable here.
+void addFailedConnects(DescriptorSet &set, const fd_set &exceptional) {
+    for (u_int i = 0; i < exceptional.fd_count; ++i) {
+        sockaddr_storage peer = {};
+        int length = sizeof peer;
+        if (getpeername(exceptional.fd_array[i], reinterpret_cast<sockaddr *>(&peer), &length) ==
+            SOCKET_ERROR)
+            set.insert(static_cast<int>(exceptional.fd_array[i]));
+    }
+}
+
 } // namespace
 
 // One dead descriptor makes `select` fail as a whole; here it counts as ready, so that its owner
@@ -54,12 +65,15 @@ int waitReady(DescriptorSet &readers, DescriptorSet &writers, const WaitLimit &l
     timeval time = {limit.milliseconds / 1000, limit.milliseconds % 1000 * 1000};
     fd_set readable = systemSet(readers);
     fd_set writable = systemSet(writers);
-    const int ready = select(0, &readable, &writable, nullptr,
+    fd_set exceptional = writable;
+    const int ready = select(0, &readable, &writable, &exceptional,
                              limit.milliseconds == WaitLimit::forever ? nullptr : &time);
     if (succeeded(ready)) {
         takeOver(readers, readable, ready > 0);
         takeOver(writers, writable, ready > 0);
-        return ready;
+        if (ready > 0)
+            addFailedConnects(writers, exceptional);
+        return static_cast<int>(readers.size() + writers.size());
     }
     if (socketError() == WSAENOTSOCK) {
         keepIf(readers, isDead);
