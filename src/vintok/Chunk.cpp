@@ -80,7 +80,8 @@ Span copyToChunk(const unsigned char *bytes, std::size_t length) {
     const std::shared_ptr<Chunk> chunk = Chunk::make(length);
     if (chunk == nullptr)
         return {};
-    std::memcpy(chunk->data(), bytes, length);
+    if (length != 0)
+        std::memcpy(chunk->data(), bytes, length);
     return {chunk, chunk->data(), length};
 }
 
