@@ -249,7 +249,7 @@ void Session::secureCalls(bool demanded) {
     if ((demanded || m_options.sslAuto || vintok::transport() != nullptr) &&
         !secure::start(demanded, m_options.sslFIPS, failure))
         warn("no secure transport: " + failure);
-    m_participant->setBackgroundHandshakes(true);
+    m_participant->setBackgroundHandshakes(!m_options.noGuards);
     m_participant->setSecureAble(demanded || vintok::transport() != nullptr);
     if (demanded != m_participant->isSecurePreferred())
         m_participant->setSecurePreferred(demanded);

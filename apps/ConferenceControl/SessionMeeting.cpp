@@ -83,7 +83,7 @@ std::string Session::callFails(const std::string &name) {
 
 // The name of one that waits for it has been looked up.
 void Session::startCall(const std::string &lookedUp) {
-    const std::vector<vintok::TCPAddress> addresses = m_inbox.takeAddresses();
+    const std::vector<vintok::TCPAddress> addresses = m_inbox.takeAddresses(lookedUp);
     const auto call = std::find_if(m_calls.begin(), m_calls.end(), [&](const Text &waiting) {
         return connectsTo(waiting) == lookedUp;
     });

@@ -15,6 +15,7 @@
 #include "LoopbackPair.h"
 #include "platform/Signals.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -22,7 +23,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <deque>
 #include <mutex>
 #include <optional>
 #include <system_error>
@@ -64,8 +64,8 @@ struct Inbox::Channel {
     std::mutex alarmMutex; // not the other one, which may be held for as long as a write takes
     std::optional<std::chrono::steady_clock::time_point> alarm;
 
-    std::mutex addressMutex; // held until the loop has been told of them, for their order
-    std::deque<std::vector<vintok::TCPAddress>> addresses;
+    std::mutex addressMutex; // not held by a write either: the loop takes it
+    std::vector<std::pair<std::string, std::vector<vintok::TCPAddress>>> addresses; // by name
     std::mutex lineMutex;
     std::condition_variable lineChange;
     bool holdsLines = false; // until the end, too
@@ -183,8 +183,10 @@ bool Inbox::lookUp(const std::string &name) {
         std::thread([channel = m_channel, name] {
             std::vector<vintok::TCPAddress> found;
             vintok::TCPAddress::lookup(name, found, vintok::TCPAddress::IPTYPE_NONE);
-            const std::lock_guard<std::mutex> lock(channel->addressMutex);
-            channel->addresses.push_back(std::move(found));
+            {
+                const std::lock_guard<std::mutex> lock(channel->addressMutex);
+                channel->addresses.emplace_back(name, std::move(found));
+            }
             channel->write(Kind::addresses, name);
         }).detach();
         return true;
@@ -193,12 +195,15 @@ bool Inbox::lookUp(const std::string &name) {
     }
 }
 
-std::vector<vintok::TCPAddress> Inbox::takeAddresses() {
+std::vector<vintok::TCPAddress> Inbox::takeAddresses(const std::string &name) {
     const std::lock_guard<std::mutex> lock(m_channel->addressMutex);
-    if (m_channel->addresses.empty())
+    auto &all = m_channel->addresses;
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const auto &answer) { return answer.first == name; });
+    if (found == all.end())
         return {};
-    std::vector<vintok::TCPAddress> addresses = std::move(m_channel->addresses.front());
-    m_channel->addresses.pop_front();
+    std::vector<vintok::TCPAddress> addresses = std::move(found->second);
+    all.erase(found);
     return addresses;
 }
 

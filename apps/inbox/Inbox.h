@@ -31,7 +31,7 @@ public:
         interrupt,  // Ctrl-C or a request to end
         tick,       // a second has passed
         alarm,      // the time of `wakeAt` has come
-        addresses,  // the name has been looked up; in the order of the questions
+        addresses,  // the name has been looked up: see `lookUp`
     };
     using Handler = std::function<void(Kind, const std::string &)>;
 
@@ -54,7 +54,7 @@ public:
     // Looks a host name up, or an address, on a thread of its own, and then tells of `addresses`,
     // which are taken with `takeAddresses`: none if it is not known. False when there is no thread.
     bool lookUp(const std::string &name);
-    std::vector<vintok::TCPAddress> takeAddresses();
+    std::vector<vintok::TCPAddress> takeAddresses(const std::string &name);
     // Takes over the signals that ask a program to end, for the life of the process, and starts the
     // thread that tells of them and of the time. A second signal ends the process at once.
     void watch();

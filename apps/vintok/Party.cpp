@@ -167,8 +167,10 @@ void Party::awaitAnswer() {
 }
 
 void Party::goOn() {
-    if (m_options.role == Role::host && m_options.guards.mostWaiting != 0)
-        m_inbox.holdLines(m_participant.waitingBytes() > usuallyWaiting(m_options.guards) / 2);
+    if (m_saidMuch) {
+        m_saidMuch = m_participant.waitingBytes() > usuallyWaiting(m_options.guards) / 2;
+        m_inbox.holdLines(m_saidMuch);
+    }
     if (m_offer)
         m_offer->report.tell(m_report);
     tellBreak();

@@ -124,6 +124,7 @@ private:
     unsigned int m_lastCall = 0;
     Stage m_stage = Stage::starting;
     bool m_inputEnded = false;
+    bool m_saidMuch = false;  // at a host: perhaps more than the guests have taken
     bool m_wantsLead = false; // has asked for it and has not been answered
     bool m_leadAsked = false; // somebody waits for this party's answer
     bool m_playsNow = false;  // the next message of the recording may be due as well

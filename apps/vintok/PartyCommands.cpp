@@ -101,6 +101,7 @@ void Party::say(const std::string &text) {
     const std::string body = encodeSaying({{me.address, me.port}, me.name, text});
     if (m_participant.sendBroadcastData(reinterpret_cast<const unsigned char *>(body.data()),
                                         body.size())) {
+        m_saidMuch = m_options.role == Role::host && m_options.guards.mostWaiting != 0;
         record(body);
         m_report.said(me, text);
     } else if (m_people.alone()) {

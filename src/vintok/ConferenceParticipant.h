@@ -370,8 +370,8 @@ public:
 
     // ---- Guards ----
 
-    // Each is off until it is switched on, and 0 switches it off again. What is set counts for
-    // connections that stand already, too. docs/guards.md tells what one sees when a guard acts.
+    // Each is off until it is switched on; 0 switches it off. Limits on callers count for those who
+    // connect from then on, others for connections that stand, too. See docs/guards.md.
 
     // How long an outgoing call waits, in milliseconds, for the hello of the other side and then
     // for its answer. A call that takes longer is hung up, with the no-answer callback. 0 waits for

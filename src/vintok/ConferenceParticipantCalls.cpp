@@ -57,23 +57,9 @@ bool ConferenceParticipant::placeCall(const std::string &remoteName, unsigned sh
                                       const std::string &proxyName, unsigned short proxyPort,
                                       const std::string &meetingID,
                                       const std::string &authentication, unsigned int retries) {
-    const Operation operation(*this);
-    if (_self.isMeeting() && !_self.isHost()) {
-        VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
-        return false;
-    }
-    try {
-        const CallTarget target = {remoteName, port,           proxyName, proxyPort,
-                                   meetingID,  authentication, retries};
-        auto call = std::make_unique<TempRosterEntry>(remoteName, proxyName);
-        Calling::prepare(*call, target);
-        const bool direct = Calling::isDirect(target, *call);
-        return Calling::mayCall(*this, *call, direct) &&
-               Calling::connectCall(*this, std::move(call), direct);
-    } catch (const std::bad_alloc &) {
-        VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
-        return false;
-    }
+    const CallTarget target = {remoteName, port,           proxyName, proxyPort,
+                               meetingID,  authentication, retries};
+    return Calling::place(*this, target, nullptr);
 }
 
 bool ConferenceParticipant::startCall(const std::string &remoteName, unsigned short port,
@@ -92,20 +78,31 @@ bool ConferenceParticipant::startCall(const std::vector<TCPAddress> &addresses,
                                       const std::string &proxyName, unsigned short proxyPort,
                                       const std::string &meetingID,
                                       const std::string &authentication, unsigned int retries) {
-    const Operation operation(*this);
-    if (_self.isMeeting() && !_self.isHost()) {
+    const CallTarget target = {remoteName, port,           proxyName, proxyPort,
+                               meetingID,  authentication, retries};
+    return Calling::place(*this, target, &addresses);
+}
+
+// Without `addresses` looks the name up and waits for the connection.
+bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const CallTarget &target,
+                                           const std::vector<TCPAddress> *addresses) {
+    const Operation operation(owner);
+    if (owner._self.isMeeting() && !owner._self.isHost()) {
         VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
         return false;
     }
     try {
-        const CallTarget target = {remoteName, port,           proxyName, proxyPort,
-                                   meetingID,  authentication, retries};
-        std::unique_ptr<TempRosterEntry> call(new TempRosterEntry(
-            remoteName, proxyName, addresses.empty() ? TCPAddress() : addresses.front()));
-        Calling::prepare(*call, target);
-        const bool direct = Calling::isDirect(target, *call);
-        return _select != nullptr && Calling::mayCall(*this, *call, direct) &&
-               Calling::startConnect(*this, std::move(call), addresses, direct);
+        std::unique_ptr<TempRosterEntry> call(
+            addresses == nullptr
+                ? new TempRosterEntry(target.remoteName, target.proxyName)
+                : new TempRosterEntry(target.remoteName, target.proxyName,
+                                      addresses->empty() ? TCPAddress() : addresses->front()));
+        prepare(*call, target);
+        const bool direct = isDirect(target, *call);
+        if (!mayCall(owner, *call, direct))
+            return false;
+        return addresses == nullptr ? connectCall(owner, std::move(call), direct)
+                                    : startConnect(owner, std::move(call), *addresses, direct);
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
         return false;
@@ -225,7 +222,8 @@ bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
     StartedCall started = {call.get(), direct, -1, {}, 0};
     for (TCPAddress address : addresses) {
         address.setPort(call->connectAddress().port());
-        started.addresses.push_back(address);
+        if (!(owner._self == address))
+            started.addresses.push_back(address);
     }
     if (!owner._addPending(call.get())) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot add descriptor to pending list");

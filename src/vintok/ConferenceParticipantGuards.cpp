@@ -54,10 +54,7 @@ std::size_t headerSize(const Span &frame) {
 
 // The first frame of a run of whole ones.
 Span firstFrame(const Span &run) {
-    const unsigned char *const bytes = run.bytes + layout::totalLength;
-    const std::size_t length = std::size_t{bytes[0]} << 24 | std::size_t{bytes[1]} << 16 |
-                               std::size_t{bytes[2]} << 8 | std::size_t{bytes[3]};
-    return {run.owner, run.bytes, std::min(length, run.length)};
+    return {run.owner, run.bytes, std::min(layout::frameLength(run.bytes), run.length)};
 }
 
 void setFrameLimit(int descriptor, std::uint64_t longest) {
@@ -385,7 +382,8 @@ bool ConferenceParticipant::Guards::sendChangesInTime(ConferenceParticipant &own
 void ConferenceParticipant::Guards::tellChangesBefore(ConferenceParticipant &owner,
                                                       const ConferenceRosterEntry *speaker) {
     GuardState &guards = owner._workings->guards;
-    if (guards.changesWait && (speaker == nullptr || guards.told.count(speaker) == 0)) {
+    if (guards.changesWait && owner._self.isHost() &&
+        (speaker == nullptr || guards.told.count(speaker) == 0)) {
         guards.changesWait = false;
         Roster::sendChanges(owner);
     }

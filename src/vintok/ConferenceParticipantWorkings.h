@@ -195,6 +195,8 @@ struct ConferenceParticipant::Relaying {
 struct ConferenceParticipant::Calling {
     static bool mayCall(const ConferenceParticipant &owner, const TempRosterEntry &call,
                         bool direct);
+    static bool place(ConferenceParticipant &owner, const CallTarget &target,
+                      const std::vector<TCPAddress> *addresses);
     static void prepare(TempRosterEntry &call, const CallTarget &target);
     static bool isDirect(const CallTarget &target, const TempRosterEntry &call);
     static bool connectCall(ConferenceParticipant &owner, std::unique_ptr<TempRosterEntry> call,

@@ -50,6 +50,13 @@ constexpr std::size_t addressPort = 20;
 constexpr std::size_t addressMaskBits = 22;
 constexpr std::size_t addressSize = 24;
 
+// The length of a whole frame, as its first bytes say.
+inline std::size_t frameLength(const unsigned char *frame) {
+    const unsigned char *const bytes = frame + totalLength;
+    return std::size_t{bytes[0]} << 24 | std::size_t{bytes[1]} << 16 | std::size_t{bytes[2]} << 8 |
+           std::size_t{bytes[3]};
+}
+
 } // namespace vintok::layout
 
 #endif

@@ -11,6 +11,7 @@
 #include "platform/Socket.h"
 #include "platform/SocketErrors.h"
 #include "platform/Wait.h"
+#include "vintok/FrameLayout.h"
 #include "vintok/RawBuffer.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/StreamLoop.h"
@@ -29,10 +30,7 @@ constexpr std::size_t smallChunk = 256; // holds the frames before a join
 constexpr std::size_t spansAtOnce = 64;
 constexpr std::size_t secureAtOnce = std::size_t{64} * 1024;
 
-std::size_t frameLength(const unsigned char *bytes) {
-    return std::size_t{bytes[0]} << 24 | std::size_t{bytes[1]} << 16 | std::size_t{bytes[2]} << 8 |
-           std::size_t{bytes[3]};
-}
+using layout::frameLength;
 
 } // namespace
 
@@ -502,7 +500,8 @@ std::int64_t StreamBuffer::write(const unsigned char *bytes, std::size_t length)
     }
     const std::uint64_t end = mark();
     const auto isThrough = [&] {
-        return sentUpTo(end) || (m_unsent != 0 && m_queued <= m_unsent && !m_failed);
+        const bool mayLie = m_hard != 0 || (m_unsent != 0 && m_queued <= m_unsent);
+        return sentUpTo(end) || (mayLie && !m_failed);
     };
     while (flush() != Flushed::failed && !isThrough() && !m_detached)
         m_loop->awaitRoom(m_descriptor);

@@ -175,7 +175,7 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
     if (isLimited)
         reviewLimited();
     if (!m_heldUp.empty())
-        letGo();
+        resumeHeldUp();
     Wait wait(*this);
     while (full.size() != 0 && (limit.running == nullptr || *limit.running)) {
         wait.turn(full, limit.running);
@@ -239,7 +239,7 @@ void StreamLoop::holdUp(int source, std::size_t most) {
     m_heldUp.push_back({source, most});
 }
 
-void StreamLoop::letGo() {
+void StreamLoop::resumeHeldUp() {
     std::erase_if(
         m_heldUp,
         [this](const HeldUp &heldUp) {

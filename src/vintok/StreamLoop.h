@@ -111,7 +111,7 @@ private:
     std::int32_t reviewLimit(std::int32_t milliseconds) const;
     void reviewLimited();
     bool holdsBack(std::size_t most) const;
-    void letGo();
+    void resumeHeldUp();
     std::vector<BufferPtr> buffers() const;
     std::vector<BufferPtr> buffersWithOutput() const;
 
