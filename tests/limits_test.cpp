@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <gmock/gmock.h>
 #include <thread>
 #include <vector>
@@ -236,6 +237,20 @@ TEST_F(Limited, WhoIsLateOrTooLongIsHungUp) {
     WireFrame reply;
     EXPECT_TRUE(third.receives(id::joinReply, &reply));
     EXPECT_THAT(reply.body, ElementsAre(0)); // the meeting is full
+}
+
+TEST_F(Limited, WhoAsksToJoinTooSoonWaitsForItsTurn) {
+    ann->setCallerLimits({0, 0, 0, 0, 0, 2}); // so many at once, then one each 500 milliseconds
+    WirePeer gone(meeting, "Eve");
+    const auto start = std::chrono::steady_clock::now();
+    for (WirePeer *peer : {&bob, &cid, &gone, &dan})
+        ASSERT_TRUE(peer->knocks(ann.port()));
+    for (WirePeer *peer : {&bob, &cid})
+        EXPECT_TRUE(peer->receives(id::joinReply));
+    gone.closes();
+    EXPECT_TRUE(dan.receives(id::joinReply));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+    EXPECT_TRUE(ann.sees({{"Bob", 1}, {"Cid", 2}, {"Dan", 3}}));
 }
 
 TEST_F(Limited, ARosterByDifferencesTellsEachWhatIsNewToHim) {

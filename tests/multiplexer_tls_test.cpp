@@ -78,6 +78,24 @@ TEST_F(SecureParticipants, GoOnInTheOpenWhereTheyAreToldTo) {
     }
 }
 
+TEST_F(SecureParticipants, AreNotJoinedWithSomebodyInTheOpen) {
+    Multiplexer mux(options({"--request-time", "1"}));
+    Client offer(mux.port(), callTo(mux, "tea", OFFER));
+    EXPECT_TRUE(mux.comesTo("waiting", 1));
+    ASSERT_TRUE(ann->placeCall("127.0.0.1", mux.port(), "", 0, "tea", "", 0));
+    EXPECT_TRUE(ann.isTold("response 403"));
+    EXPECT_TRUE(mux.printed("the other party has come without TLS"));
+    Client caller(mux.port(), callTo(mux, "tea"));
+    EXPECT_THAT(caller.answer(), StartsWith(OPENED)) << "the offer has stayed";
+    Client open(mux.port(), callTo(mux, "cake")), late(mux.port(), callTo(mux, "cake"));
+    for (Client *each : {&open, &late})
+        EXPECT_THAT(each->answer(), StartsWith(OPENED));
+    for (Client *each : {&open, &late})
+        each->sends(READY);
+    EXPECT_TRUE(open.seesTheEnd()) << "two callers, and neither speaks first";
+    EXPECT_TRUE(mux.printed("neither speaks first"));
+}
+
 TEST_F(SecureParticipants, AreToldAtTheStartThatACertificateIsOfNoUse) {
     ChildProcess run({MULTIPLEXER, "--tls-cert", file("host.pem"), "--tls-key", file("ca.key")});
     EXPECT_TRUE(run.ends(1));

@@ -23,7 +23,7 @@ void apply(const Guards &guards, vintok::ConferenceParticipant &participant) {
     const std::uint32_t callerTime = guards.callerTime * 1000;
     participant.setCallerLimits({guards.mostCallers,
                                  (guards.mostCallers + placeShare - 1) / placeShare, callerTime,
-                                 callerTime, callerFrame});
+                                 callerTime, callerFrame, guards.joinRate});
     participant.setMeetingLimits({guards.mostMembers, guards.mostFrame * megabyte, longestEntry});
     participant.setRosterByDifferences(true);
     participant.setMembersOnly(guards.membersOnly);

@@ -13,6 +13,7 @@ struct Guards {
     unsigned int mostWaiting = 64; // megabytes for a member; an eighth of it may wait for a while
     unsigned int mostCallers = 64; // connections that have not joined; a quarter from one place
     unsigned int callerTime = 10;  // seconds for the hello, and again for the request to join
+    unsigned int joinRate = 150;   // requests to join in a second; later ones wait
     unsigned int mostMembers = 900;
     unsigned int mostFrame = 64; // megabytes in one message of a member
     bool membersOnly = true;

@@ -43,21 +43,39 @@ void Meetings::forgetIfEmpty(const std::string &meeting) {
         m_meetings.erase(found);
 }
 
-Session *Meetings::takeOffer(const std::string &meeting) {
-    return take(meeting, &Waiting::offers);
+Session *Meetings::takeOffer(const Session &caller) {
+    return take(caller, &Waiting::offers);
 }
 
-Session *Meetings::takeCaller(const std::string &meeting) {
-    return take(meeting, &Waiting::callers);
+Session *Meetings::takeCaller(const Session &session) {
+    return take(session, &Waiting::callers);
 }
 
-Session *Meetings::take(const std::string &meeting, std::deque<Session *> Waiting::*queue) {
-    const auto found = m_meetings.find(meeting);
-    if (found == m_meetings.end() || (found->second.*queue).empty())
+bool Meetings::hasUnfitOffer(const Session &session) const {
+    return find(session, &Waiting::offers, false) != nullptr;
+}
+
+bool Meetings::hasUnfitCaller(const Session &session) const {
+    return find(session, &Waiting::callers, false) != nullptr;
+}
+
+Session *Meetings::take(const Session &session, std::deque<Session *> Waiting::*queue) {
+    Session *taken = find(session, queue, true);
+    if (taken != nullptr)
+        remove(*taken);
+    return taken;
+}
+
+Session *Meetings::find(const Session &session, std::deque<Session *> Waiting::*queue,
+                        bool fits) const {
+    const auto found = m_meetings.find(session.meeting());
+    if (found == m_meetings.end())
         return nullptr;
-    Session *session = (found->second.*queue).front();
-    remove(*session);
-    return session;
+    const std::deque<Session *> &waiting = found->second.*queue;
+    const auto other = std::find_if(waiting.begin(), waiting.end(), [&](const Session *each) {
+        return (each->encrypts() == session.encrypts()) == fits;
+    });
+    return other == waiting.end() ? nullptr : *other;
 }
 
 } // namespace mux

@@ -1,6 +1,7 @@
 // Who waits for whom. A party that *offers* answers for its meeting: it waits to be joined with a
 // caller and speaks first. Two callers are joined with each other only in a meeting for which
-// nobody offers to answer.
+// nobody offers to answer. One whose end of a tunnel would be encrypted is joined only with one
+// whose end would be too: neither can see what becomes of the bytes behind the server.
 #ifndef MULTIPLEXER_MEETINGS_H
 #define MULTIPLEXER_MEETINGS_H
 
@@ -18,9 +19,12 @@ public:
     void add(Session &session);
     void remove(Session &session);
 
-    // Takes the one that has waited longest; null when there is none.
-    Session *takeOffer(const std::string &meeting);
-    Session *takeCaller(const std::string &meeting);
+    // Takes the one that has waited longest and gets along with this one; null when there is none.
+    Session *takeOffer(const Session &caller);
+    Session *takeCaller(const Session &session);
+    // An offer, or a caller, waits that does not get along with this one.
+    bool hasUnfitOffer(const Session &session) const;
+    bool hasUnfitCaller(const Session &session) const;
 
     std::size_t waiting() const { return m_waiting; }
 
@@ -37,7 +41,8 @@ private:
         std::size_t answered = 0;
     };
     void forgetIfEmpty(const std::string &meeting);
-    Session *take(const std::string &meeting, std::deque<Session *> Waiting::*queue);
+    Session *take(const Session &session, std::deque<Session *> Waiting::*queue);
+    Session *find(const Session &session, std::deque<Session *> Waiting::*queue, bool fits) const;
 
     std::map<std::string, Waiting> m_meetings;
     std::size_t m_waiting = 0;

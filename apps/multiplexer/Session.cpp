@@ -66,7 +66,7 @@ void Session::tick() {
     case State::waiting:
         if (passed > options.waitTime) {
             m_server.meetings().remove(*this);
-            refuse(504, m_called ? "the party cannot be reached" : "nobody came to the meeting");
+            refuse(504, whyNobodyCame());
         } else if (m_near.connection->hasUnread() && m_near.connection->peerEnded()) {
             leave(); // it has sent ahead, so nothing is received that would tell of its end
         }
@@ -75,6 +75,9 @@ void Session::tick() {
         if (m_near.readyMissing + m_far.readyMissing != 0 &&
             m_server.now() - m_opened > options.requestTime)
             closeTunnel("no ready line");
+        else if (m_far.isClient && !m_answered && m_near.received + m_far.received == 0 &&
+                 m_server.now() - m_opened > options.requestTime)
+            closeTunnel("two callers, and neither speaks first");
         else if (options.idleTime.count() != 0 && passed > options.idleTime)
             closeTunnel("idle");
         return;
@@ -85,6 +88,15 @@ void Session::tick() {
     case State::finished:
         return;
     }
+}
+
+const char *Session::whyNobodyCame() const {
+    if (m_called)
+        return "the party cannot be reached";
+    const Meetings &meetings = m_server.meetings();
+    if (!meetings.hasUnfitOffer(*this) && !meetings.hasUnfitCaller(*this))
+        return "nobody came to the meeting";
+    return encrypts() ? "nobody came over TLS" : "nobody came without TLS";
 }
 
 void Session::end(const std::string &reason) {

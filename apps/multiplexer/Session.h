@@ -60,6 +60,8 @@ public:
     // Of a client that waits.
     const std::string &meeting() const { return m_meeting; }
     bool offers() const { return m_offers; }
+    // Its end of a tunnel stays encrypted.
+    bool encrypts() const;
 
 private:
     // ---- Session.cpp ----
@@ -75,6 +77,7 @@ private:
     void finish();
     void readAhead();
     void leave();
+    const char *whyNobodyCame() const;
     std::string description() const;
 
     // ---- SessionRoute.cpp ----

@@ -39,6 +39,10 @@ void Session::open(const std::string &how) {
     pass();
 }
 
+bool Session::encrypts() const {
+    return m_near.connection->isSecure() && !m_server.options().plainTunnels;
+}
+
 bool Session::sendOpened(Connection &connection) const {
     if (!connection.isSecure() || !m_server.options().plainTunnels)
         return connection.send(openedReply(connection.isSecure()));

@@ -86,7 +86,7 @@ void Session::challenge(int status) {
 
 void Session::route(const Authority &named) {
     Meetings &meetings = m_server.meetings();
-    if (Session *other = m_offers ? meetings.takeCaller(m_meeting) : meetings.takeOffer(m_meeting))
+    if (Session *other = m_offers ? meetings.takeCaller(*this) : meetings.takeOffer(*this))
         return join(*other);
     const auto &listed = m_server.options().meetings;
     const auto found = listed.find(m_meeting);
@@ -179,7 +179,7 @@ void Session::connectEnded() {
 void Session::waitForPartner() {
     Meetings &meetings = m_server.meetings();
     Session *other =
-        m_listed || meetings.hasAnswerer(m_meeting) ? nullptr : meetings.takeCaller(m_meeting);
+        m_listed || meetings.hasAnswerer(m_meeting) ? nullptr : meetings.takeCaller(*this);
     if (other != nullptr)
         join(*other);
     else
@@ -189,6 +189,9 @@ void Session::waitForPartner() {
 void Session::wait() {
     if (m_server.meetings().waiting() >= m_server.options().maxWaiting)
         return refuse(503, "too many wait");
+    if (!m_offers && m_server.meetings().hasUnfitOffer(*this))
+        return refuse(403, encrypts() ? "the other party has come without TLS"
+                                      : "the other party has come over TLS");
     m_near.connection->watch(!m_near.connection->hasUnread());
     enter(State::waiting);
     m_server.meetings().add(*this);

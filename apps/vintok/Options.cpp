@@ -127,6 +127,8 @@ void addLimits(CLI::App &app, Options &options) {
         "COUNT");
     add("--caller-time", guards.callerTime,
         "Time for a caller to say who it is, and again to ask to join; 0: any (10)", "SECONDS");
+    add("--join-rate", guards.joinRate,
+        "Callers that may ask to join in a second, the others wait; 0: any (150)", "COUNT");
     add("--most-members", guards.mostMembers, "Guests in the meeting; 0: any (900)", "COUNT");
     add("--most-message", guards.mostFrame, "The longest message of a guest; 0: any (64)",
         "MEGABYTES");

@@ -414,13 +414,16 @@ public:
     // `connections` the oldest that has not asked to join is closed, or else the new one; likewise
     // for those from one IPv4 address, or one IPv6 network of 64 bits. Whoever has not said hello,
     // or not asked to join, in its time is hung up, and so is who sends a longer frame. The
-    // times are in milliseconds. 0: any number, time or length.
+    // times are in milliseconds. Whoever asks to join when more than `joins` do in a second
+    // waits for its turn; up to 32 (or `joins`, if less) come in at once. 0: any number, time or
+    // length.
     struct CallerLimits {
         std::uint32_t connections = 0;
         std::uint32_t perAddress = 0;
         std::uint32_t helloTime = 0;
         std::uint32_t joinTime = 0;
         std::uint64_t frameBytes = 0;
+        std::uint32_t joins = 0;
     };
     void setCallerLimits(const CallerLimits &limits);
 

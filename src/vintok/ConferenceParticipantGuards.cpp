@@ -125,7 +125,7 @@ bool ConferenceParticipant::Guards::areOn(const ConferenceParticipant &owner) {
 
 bool ConferenceParticipant::Guards::areOn(const CallerLimits &callers) {
     return callers.connections != 0 || callers.perAddress != 0 || callers.helloTime != 0 ||
-           callers.joinTime != 0 || callers.frameBytes != 0;
+           callers.joinTime != 0 || callers.frameBytes != 0 || callers.joins != 0;
 }
 
 // ---- Who has not joined ----
@@ -229,8 +229,57 @@ void ConferenceParticipant::Guards::left(ConferenceParticipant &owner,
     if (peer.doBroadcast())
         tellChangesBefore(owner, &peer); // it is to be known when it is told that it has left
     owner._workings->guards.told.erase(&peer);
+    std::erase(owner._workings->guards.waiting, &peer);
     if (peer.descriptor() != -1)
         forgetStranger(owner, peer.descriptor());
+}
+
+// ---- Who asks to join ----
+
+// A join is told to everybody, and so is its end. So those of a crowd come in one after the other.
+bool ConferenceParticipant::Guards::waitsForItsTurn(ConferenceParticipant &owner,
+                                                    ConferenceRosterEntry *peer) {
+    GuardState &guards = owner._workings->guards;
+    if (guards.callers.joins == 0 || (guards.waiting.empty() && takesTurn(guards)))
+        return false;
+    if (std::find(guards.waiting.begin(), guards.waiting.end(), peer) == guards.waiting.end())
+        guards.waiting.push_back(peer);
+    awaitTurn(owner);
+    return true;
+}
+
+// Each turn takes its part of a second, and so many may be taken before their time.
+bool ConferenceParticipant::Guards::takesTurn(GuardState &guards) {
+    const std::uint32_t joins = guards.callers.joins;
+    const std::uint32_t ahead = std::min(joins, 32u);
+    const auto now = Deadlines::Clock::now();
+    const auto part = Deadlines::Clock::duration(std::chrono::seconds(1)) / joins;
+    guards.turnsTaken = std::max(guards.turnsTaken, now);
+    guards.nextTurn = guards.turnsTaken - (ahead - 1) * part;
+    if (guards.nextTurn > now)
+        return false;
+    guards.turnsTaken += part;
+    return true;
+}
+
+void ConferenceParticipant::Guards::awaitTurn(ConferenceParticipant &owner) {
+    const auto left = owner._workings->guards.nextTurn - Deadlines::Clock::now();
+    if (!owner._workings->guards.waiting.empty())
+        deadlines().set(-1, turnsAreDue, &owner,
+                        std::chrono::ceil<std::chrono::milliseconds>(left));
+}
+
+void ConferenceParticipant::Guards::turnsAreDue(int, void *data) {
+    auto &owner = *static_cast<ConferenceParticipant *>(data);
+    const Operation operation(owner);
+    GuardState &guards = owner._workings->guards;
+    while (!guards.waiting.empty() && (guards.callers.joins == 0 || takesTurn(guards))) {
+        ConferenceRosterEntry *peer = guards.waiting.front();
+        guards.waiting.erase(guards.waiting.begin());
+        if (peer->isJoinPending())
+            Joining::decide(owner, peer);
+    }
+    awaitTurn(owner);
 }
 
 // ---- Members ----

@@ -180,20 +180,27 @@ void ConferenceParticipant::_handleJoinRequest(ConferenceRosterEntry *peer, unsi
     peer->setJoinPending(true);
     peer->setMajorVersion(major); // the header's counts, not what the body claims
     peer->setMinorVersion(minor);
-    if (!Crossing::isAdmitted(*this, peer))
+    if (!Guards::waitsForItsTurn(*this, peer))
+        Joining::decide(*this, peer);
+}
+
+// Who has asked to join is refused, let in, or left to the application.
+void ConferenceParticipant::Joining::decide(ConferenceParticipant &owner,
+                                            ConferenceRosterEntry *peer) {
+    if (!Crossing::isAdmitted(owner, peer))
         return;
-    if (Guards::isFull(*this) || !_preJoin(peer)) {
-        mf_rejectCall(peer);
+    if (Guards::isFull(owner) || !owner._preJoin(peer)) {
+        owner.mf_rejectCall(peer);
         return;
     }
-    if (!_isListed(peer))
+    if (!owner._isListed(peer))
         return;
-    if (_self.isHost())
-        Roster::giveColor(*this, peer);
-    if (_callPendingCB != nullptr)
-        _callPendingCB(this, *peer);
+    if (owner._self.isHost())
+        Roster::giveColor(owner, peer);
+    if (owner._callPendingCB != nullptr)
+        owner._callPendingCB(&owner, *peer);
     else
-        mf_acceptCall(peer);
+        owner.mf_acceptCall(peer);
 }
 
 bool ConferenceParticipant::mf_acceptCall(ConferenceRosterEntry *peer) {

@@ -83,8 +83,11 @@ struct ConferenceParticipant::GuardState {
     bool changesWait = false;                 // for that time
     bool backgroundHandshakes = false;
     std::unordered_map<const ConferenceRosterEntry *, Told> told;
-    bool relaysFile = false;         // in the run that is open
-    std::vector<Stranger> strangers; // who has connected and not joined, oldest first
+    bool relaysFile = false;                      // in the run that is open
+    std::vector<Stranger> strangers;              // who has connected and not joined, oldest first
+    std::vector<ConferenceRosterEntry *> waiting; // who has asked to join too soon, oldest first
+    Deadlines::Clock::time_point turnsTaken;      // until then, when each took its part of a second
+    Deadlines::Clock::time_point nextTurn;        // not to be had before
 };
 
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
@@ -281,6 +284,10 @@ struct ConferenceParticipant::Guards {
     static void limitOutput(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
     static bool isStranger(const ConferenceParticipant &owner, int descriptor);
     static void closeStranger(ConferenceParticipant &owner, int descriptor, const char *why);
+    static bool waitsForItsTurn(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static bool takesTurn(GuardState &guards);
+    static void awaitTurn(ConferenceParticipant &owner);
+    static void turnsAreDue(int, void *owner);
 
     static bool sendChangesInTime(ConferenceParticipant &owner);
     static void tellChangesBefore(ConferenceParticipant &owner,
@@ -343,6 +350,7 @@ struct ConferenceParticipant::Joining {
                                  const TempRosterEntry &call);
     static void endReply(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                          TempRosterEntry *pending, bool hangsUp);
+    static void decide(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool completeAccept(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                                const SecureStep &secure);
     static SecureStep endStep(ConferenceRosterEntry *peer, SecureStep step, Shaken how,
