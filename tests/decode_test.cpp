@@ -134,8 +134,10 @@ const std::vector<Known> &knownMessages() {
          bytesOf("'startup' 0a 'port' 0a '0' 0a00"), R"({"text":"startup\nport\n0"})"},
         {TCP_conferenceControlReply, "TCP_conferenceControlReply", "hosting\n", "{}",
          "686f7374696e670a", true},
-        {TCP_messageID_46, "TCP_messageID_46", "x", R"({"text":"x"})"},
-        {TCP_RECYCLE_ME_10, "TCP_RECYCLE_ME_10", "x", R"({"text":"x"})"},
+        {TCP_messageID_98, "TCP_messageID_98", "x", R"({"text":"x"})"},
+        {TCP_messageID_47, "TCP_messageID_47",
+         bytesOf("00000007 000000000000000000000000 7f000001 00000001 1e61 0000 01"),
+         R"({"number":7,"to":"127.0.0.1","port":7777,"taken":true})"},
         {strange, "00000001000200030405060708090aff", "x", R"({"text":"x"})"},
     };
     return messages;

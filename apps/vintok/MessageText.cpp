@@ -269,6 +269,34 @@ bool readControlText(Body &body, Fields &fields) {
     return true;
 }
 
+// What the messages to one party have in common.
+bool readLetter(Body &body, Fields &fields) {
+    std::uint32_t number = 0;
+    vintok::TCPAddress party;
+    if (!body.number(number))
+        return false;
+    const std::uint64_t count = party.read(body.data(), body.rest().size());
+    if (count == 0)
+        return false;
+    body.take(static_cast<std::size_t>(count));
+    std::string address;
+    party.ipString(address);
+    fields.number("number", number).text("to", address).number("port", party.hostByteOrderPort());
+    return true;
+}
+
+bool readPrivateMessage(Body &body, Fields &fields) {
+    return readLetter(body, fields) && readBytes(body, fields);
+}
+
+bool readPrivateAnswer(Body &body, Fields &fields) {
+    unsigned char taken = 0;
+    if (!readLetter(body, fields) || !body.number(taken))
+        return false;
+    fields.flag("taken", taken != 0);
+    return true;
+}
+
 // By MessageBody.
 const Reader readers[] = {
     readControlText,
@@ -284,6 +312,8 @@ const Reader readers[] = {
     readEchoReply<std::uint32_t>,
     readEchoRequest<std::uint64_t>,
     readEchoReply<std::uint64_t>,
+    readPrivateMessage,
+    readPrivateAnswer,
     readBytes,
 };
 static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);

@@ -361,7 +361,8 @@ struct ConferenceParticipant::Route {
         (self.*handler)(peer, message.messageBuffer(), message.messageBufferLength());
     }
 
-    static void broadcast(Party &self, Peer *, TCPMessage &message) {
+    static void broadcast(Party &self, Peer *peer, TCPMessage &message) {
+        Talk::said(self, peer, message);
         if (self._broadcastDataCB != nullptr)
             self._broadcastDataCB(&self, message.messageBuffer(), message.messageBufferLength());
     }
@@ -396,6 +397,12 @@ struct ConferenceParticipant::Route {
     }
     static void rosterRequest(Party &self, Peer *peer, TCPMessage &) { self._sendRoster(peer); }
     static void hangup(Party &self, Peer *peer, TCPMessage &) { self._handleHangup(peer); }
+    static void privateMessage(Party &self, Peer *peer, TCPMessage &message) {
+        Talk::privateCame(self, peer, message);
+    }
+    static void privateAnswer(Party &self, Peer *peer, TCPMessage &message) {
+        Talk::answerCame(self, peer, message);
+    }
     static void keepAlive(Party &, Peer *, TCPMessage &) {
         VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
     }
@@ -421,6 +428,8 @@ const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_keepAlive, RELAY_NEVER, false, keepAlive},
     {&TCP_echoRequest32, RELAY_NEVER, false, body<&Party::_handleEchoRequest>},
     {&TCP_echoReply32, RELAY_NEVER, false, body<&Party::_handleEchoReply>},
+    {&TCP_messageID_46, RELAY_NEVER, false, privateMessage},
+    {&TCP_messageID_47, RELAY_NEVER, false, privateAnswer},
 };
 
 const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {
@@ -430,14 +439,22 @@ const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCP
     return nullptr;
 }
 
+bool ConferenceParticipant::Talk::isLibrarys(const TCPGUID &identifier) {
+    return Route::find(identifier) != nullptr;
+}
+
 void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessage &message) {
     const Route *route = Route::find(message.messageID());
-    if (route == nullptr) {
+    if (route == nullptr && _workings->talk.messageCB == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleMessage Unknow message");
         return;
     }
     if (!MembersOnly::takes(*this, peer, message))
         return;
+    if (route == nullptr) {
+        Talk::isOwn(*this, peer, message);
+        return;
+    }
     if (route->showsVersion) {
         peer->setMajorVersion(message.messageMajorVersion());
         peer->setMinorVersion(message.messageMinorVersion());

@@ -34,6 +34,7 @@
 #define VINTOK_CONFERENCEPARTICIPANT_H
 
 #include "vintok/ConferenceRosterEntry.h"
+#include "vintok/ConferenceTypes.h"
 #include "vintok/Export.h"
 #include "vintok/TempRosterEntry.h"
 
@@ -46,10 +47,10 @@
 
 namespace vintok {
 
-class ConferenceParticipant;
 class StreamLoop;
 class TCPMessage;
 class TCPSelect;
+struct TCPGUID;
 struct Span;
 
 // A service that a version of the protocol may offer.
@@ -66,36 +67,9 @@ struct VINTOK_API ConfSecurityOptions {
     bool SSLOnly = false;
 };
 
-class VINTOK_API ConferenceParticipant {
+class VINTOK_API ConferenceParticipant : public ConferenceTypes {
 public:
     // ---- The application's callbacks ----
-
-    // A null callback is skipped. The first argument is the participant that calls.
-
-    // A party of the meeting, or a caller.
-    using EntryCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &);
-    // Bytes that belong to the library and are gone after the call, and their count.
-    using DataCallback = void (*)(ConferenceParticipant *, unsigned char *, std::uint64_t);
-    // An outgoing call: the name as `placeCall` got it, and what is known of the party.
-    using CallCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
-                                  const RosterBase &);
-    using SecurityCallback = void (*)(ConferenceParticipant *, const ConfSecurityOptions &);
-    // The neighbour that passed the file on, whether the file is whole, and its path here.
-    using FileTransferCallback = void (*)(ConferenceParticipant *, const TCPAddress &, bool,
-                                          const std::string &path);
-    // Whose file it is, the bytes so far, the size of the file or 0 where it is not known, and the
-    // path of the file here.
-    using FileProgressCallback = void (*)(ConferenceParticipant *, const TCPAddress &origin,
-                                          std::uint64_t done, std::uint64_t total,
-                                          const std::string &path);
-    // What a further `placeCall` would take.
-    using ProxyCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
-                                   unsigned short port, const std::string &proxyName,
-                                   unsigned short proxyPort, const std::string &authentication,
-                                   unsigned int retries, const std::string &meetingID);
-    using ServerResponseCallback = void (*)(ConferenceParticipant *, unsigned int status,
-                                            const std::string &response);
-    using AlarmCallback = void (*)();
 
     // A security option changed its value.
     void setSecurityCB(SecurityCallback callback) { _securityCB = callback; }
@@ -156,6 +130,10 @@ public:
     // Process-wide. Kept for the application's own use: nothing in the library calls it.
     static AlarmCallback alarmCB() { return _alarmCB; }
     static void setAlarmCB(AlarmCallback callback) { _alarmCB = callback; }
+
+    // For the application: kept, handed to the callbacks that take it, and never looked at.
+    void setUserData(void *data) { _userData = data; }
+    void *userData() const { return _userData; }
 
     // ---- Life and listening sockets ----
 
@@ -318,6 +296,25 @@ public:
     // to send or it did not reach everybody; connections found dead have then been dropped, and the
     // leave callback has told of them. Blocks until everybody's side has taken it.
     bool sendBroadcastData(const unsigned char *data, std::uint64_t length);
+    // What others broadcast, with its speaker; the told callback is called behind it. A participant
+    // that sets this also marks what it broadcasts itself with its address. A host passes on only
+    // true marks with `setMembersOnly`.
+    void setSaidCB(SaidCallback callback);
+    // Sends the bytes, which are copied, to one party of the meeting, through the host where there
+    // is no connection. Returns a number that is not 0, under which the delivery callback tells
+    // what became of it, out of the loop: not later than after 10 seconds, for the host or the
+    // party may be of an older version and ignore it. 0 if there is nothing to send, nobody of this
+    // address, or the connection has failed. Blocks until it is written.
+    std::uint32_t sendPrivateData(const TCPAddress &party, const unsigned char *data,
+                                  std::uint64_t length);
+    // Without the first of these nothing is taken.
+    void setPrivateDataCB(PrivateCallback callback);
+    void setDeliveryCB(DeliveryCallback callback);
+    // Messages of the application's own: from a member to its host, from a host or server to all
+    // members. False for an identifier that the library uses, for nothing to send, and when it did
+    // not reach everybody. Blocks until it is written. One that comes without a callback is logged.
+    bool sendMessage(const TCPGUID &identifier, const unsigned char *data, std::uint64_t length);
+    void setMessageCB(MessageCallback callback);
     // Tests every connection of the meeting. True if all took the message or nobody is listed;
     // who is found dead is told by the leave callback. Blocks until the messages are written.
     bool sendAllKeepAlive();
@@ -385,23 +382,6 @@ public:
     // `transferFile` excepted; a sender of files, and one that would fill up somebody who still
     // takes what he gets, is read more slowly meanwhile. They hold where this party is the host, or
     // a server; a member waits for its host as ever. `mostBytes` 0: no limits.
-    struct SlowMemberLimits {
-        std::uint64_t bytes = std::uint64_t{8} << 20;
-        std::uint32_t milliseconds = 10000;
-        std::uint64_t mostBytes = std::uint64_t{64} << 20;
-    };
-    enum SlowMember : int {
-        SLOW_MEMBER_BEHIND = 1, // more than `bytes` has waited for too long
-        SLOW_MEMBER_FULL = 2,   // more than `mostBytes` would have waited
-    };
-    // Who is about to be hung up, how many bytes waited for it, and why. The leave callback
-    // follows.
-    using SlowMemberCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
-                                        std::uint64_t waiting, SlowMember why);
-    // Whether a broadcast may be kept from a member that has more than `bytes` waiting. Not to call
-    // anything of the participant.
-    using DropCallback = bool (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
-                                  const unsigned char *data, std::uint64_t length);
     void setSlowMemberLimits(const SlowMemberLimits &limits);
     void setSlowMemberCB(SlowMemberCallback callback);
     // With a drop callback only `mostBytes` leads to a hang-up.
@@ -417,24 +397,11 @@ public:
     // times are in milliseconds. Whoever asks to join when more than `joins` do in a second
     // waits for its turn; up to 32 (or `joins`, if less) come in at once. 0: any number, time or
     // length.
-    struct CallerLimits {
-        std::uint32_t connections = 0;
-        std::uint32_t perAddress = 0;
-        std::uint32_t helloTime = 0;
-        std::uint32_t joinTime = 0;
-        std::uint64_t frameBytes = 0;
-        std::uint32_t joins = 0;
-    };
     void setCallerLimits(const CallerLimits &limits);
 
     // What a meeting may have: so many members besides the host, who refuses further ones as if
     // the application had; frames of at most so many bytes, longer ones are passed over and logged;
     // roster entries of at most so many bytes, whose senders are hung up. 0: any.
-    struct MeetingLimits {
-        std::uint32_t members = 0;
-        std::uint64_t frameBytes = 0;
-        std::uint32_t entryBytes = 0;
-    };
     void setMeetingLimits(const MeetingLimits &limits);
 
     // A host sends the whole roster to who is new, and to the others only the entries that have
@@ -497,6 +464,8 @@ private:
     struct Relaying;
     struct Roster;
     struct Security;
+    struct Talk;
+    struct TalkState;
     struct Tunnels;
     // A copy of a participant gets workings of its own: no operation is under way in it.
     class WorkingsPointer {
@@ -681,6 +650,7 @@ private:
     unsigned int _nextColorIndex = 0;
     WorkingsPointer _workings;
     FileProgressCallback _fileProgressCB = nullptr;
+    void *_userData = nullptr;
     bool _membersOnly = false;
     bool _temporaryFiles = false;
     std::uint64_t _refusedMessages = 0;

@@ -21,7 +21,11 @@ bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::ui
     if (_attendees.empty())
         return false;
     TCPMessage message;
-    return _formatBroadcastMessage(message, data, length) && _broadcastData(nullptr, message);
+    if (!_formatBroadcastMessage(message, data, length))
+        return false;
+    if (_workings->talk.saidCB != nullptr)
+        message.setOriginAddress(_self);
+    return _broadcastData(nullptr, message);
 }
 
 bool ConferenceParticipant::sendAllKeepAlive() {

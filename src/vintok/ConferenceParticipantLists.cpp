@@ -159,6 +159,7 @@ bool ConferenceParticipant::Lists::retire(ConferenceParticipant &owner,
     Relaying::closeRelay(owner);
     ++owner._workings->listChanges;
     Guards::left(owner, *entry);
+    Talk::left(owner, *entry);
     owner._attendees.erase(std::find(owner._attendees.begin(), owner._attendees.end(), entry));
     owner._workings->retiredEntries.emplace_back(entry);
     return true;

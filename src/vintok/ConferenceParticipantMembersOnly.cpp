@@ -64,7 +64,11 @@ constexpr Permission permissions[] = {
     {&TCP_stopLeadRequest, Rule::no, Rule::leads, Rule::yes},
     {&TCP_echoRequest32, Rule::no, Rule::yes, Rule::yes},
     {&TCP_echoReply32, Rule::no, Rule::asked, Rule::asked},
+    {&TCP_messageID_46, Rule::no, Rule::ownFile, Rule::yes},
+    {&TCP_messageID_47, Rule::no, Rule::ownFile, Rule::yes},
 };
+// Of the application's own.
+constexpr Permission otherMessages = {nullptr, Rule::no, Rule::ownWord, Rule::yes};
 
 bool hasIP(const TCPAddress &address) {
     return address.isIPv4() || address.isIPv6();
@@ -104,7 +108,7 @@ struct ConferenceParticipant::MembersOnly::Case {
             std::find_if(std::begin(permissions), std::end(permissions),
                          [&](const auto &each) { return *each.message == message.messageID(); });
         if (row == std::end(permissions))
-            return Rule::no;
+            row = &otherMessages;
         if (peer.doBroadcast() && peer.isHost() && !owner._self.isHost())
             return row->host;
         return peer.doBroadcast() && owner._relays() ? row->member : row->stranger;
@@ -147,6 +151,13 @@ bool ConferenceParticipant::MembersOnly::takes(ConferenceParticipant &owner,
         logRefused(owner, *peer, message);
     peer->m_refused = true;
     return false;
+}
+
+bool ConferenceParticipant::MembersOnly::mayCome(ConferenceParticipant &owner,
+                                                 ConferenceRosterEntry *peer,
+                                                 const TCPMessage &message) {
+    const Case here{owner, *peer, message};
+    return here.keeps(here.rule());
 }
 
 void ConferenceParticipant::MembersOnly::logRefused(const ConferenceParticipant &owner,

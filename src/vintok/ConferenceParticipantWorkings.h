@@ -90,6 +90,23 @@ struct ConferenceParticipant::GuardState {
     Deadlines::Clock::time_point nextTurn;        // not to be had before
 };
 
+// What is said, beside the told broadcast.
+struct ConferenceParticipant::TalkState {
+    // A message to one party, of which nothing has been heard.
+    struct Awaited {
+        std::uint32_t number;
+        TCPAddress party;
+        Deadlines::Clock::time_point end;
+    };
+
+    SaidCallback saidCB = nullptr;
+    PrivateCallback privateCB = nullptr;
+    DeliveryCallback deliveryCB = nullptr;
+    MessageCallback messageCB = nullptr;
+    std::uint32_t lastNumber = 0;
+    std::vector<Awaited> awaited; // the earliest end first
+};
+
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
 // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
 // takes its place in memory: after a callback the one question is whether it is still listed.
@@ -112,6 +129,7 @@ struct ConferenceParticipant::Workings {
     std::vector<StartedCall> startedCalls;
     std::vector<Handshake> handshakes;
     GuardState guards;
+    TalkState talk;
 };
 
 // Stands in every operation that can fire a callback or drop a party.
@@ -387,6 +405,9 @@ struct ConferenceParticipant::MembersOnly {
     struct Case;
     static bool takes(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                       const TCPMessage &message);
+    // Whether the guard would take it, on or off.
+    static bool mayCome(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                        const TCPMessage &message);
     static void logRefused(const ConferenceParticipant &owner, const ConferenceRosterEntry &peer,
                            const TCPMessage &message);
     static void believe(const ConferenceParticipant &owner, ConferenceRosterEntry &entry,
@@ -401,6 +422,32 @@ struct ConferenceParticipant::MembersOnly {
                              const TCPMessage &message);
     static bool mayEndFile(const ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
                            const TCPMessage &message);
+};
+
+struct ConferenceParticipant::Talk {
+    struct Letter;
+    static bool isLibrarys(const TCPGUID &identifier);
+    static void said(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                     TCPMessage &message);
+    static void isOwn(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                      TCPMessage &message);
+    static void privateCame(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                            TCPMessage &message);
+    static void answerCame(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                           TCPMessage &message);
+    static const ConferenceRosterEntry *speaker(const ConferenceParticipant &owner,
+                                                const ConferenceRosterEntry *peer,
+                                                const TCPMessage &message);
+    static bool passOn(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                       TCPMessage &message, const TCPAddress &party);
+    static void answer(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
+                       const Letter &letter, const TCPAddress &to, bool taken);
+    static bool write(ConferenceParticipant &owner, int descriptor, const TCPGUID &identifier,
+                      const Letter &letter);
+    static void left(ConferenceParticipant &owner, const ConferenceRosterEntry &party);
+    static void awaitAnswers(ConferenceParticipant &owner);
+    static void answersAreDue(int, void *owner);
+    static void tell(ConferenceParticipant &owner, const TalkState::Awaited &awaited, bool taken);
 };
 
 struct ConferenceParticipant::Roster {

@@ -90,8 +90,8 @@ constinit const TCPGUID TCP_RECYCLE_ME_8 = named("TCP_RECYCLE_ME_8");
 constinit const TCPGUID TCP_RECYCLE_ME_9 = named("TCP_RECYCLE_ME_9");
 constinit const TCPGUID TCP_RECYCLE_ME_10 = named("TCP_RECYCLE_ME_10");
 
-constinit const TCPGUID TCP_messageID_46 = identifier(0x0046);
-constinit const TCPGUID TCP_messageID_47 = identifier(0x0047);
+constinit const TCPGUID TCP_messageID_46 = named("TCP_messageID_46");
+constinit const TCPGUID TCP_messageID_47 = named("TCP_messageID_47");
 constinit const TCPGUID TCP_messageID_48 = identifier(0x0048);
 constinit const TCPGUID TCP_messageID_49 = identifier(0x0049);
 constinit const TCPGUID TCP_messageID_50 = identifier(0x0050);

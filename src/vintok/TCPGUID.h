@@ -50,6 +50,8 @@ enum class MessageBody : unsigned char {
     echoReply32,
     echoRequest,
     echoReply,
+    privateMessage,
+    privateAnswer,
     reserved, // nobody sends it
 };
 
@@ -97,6 +99,8 @@ inline constexpr MessageKind messageKinds[] = {
     {0x0040, "TCP_RECYCLE_ME_8", MessageBody::reserved},
     {0x0041, "TCP_RECYCLE_ME_9", MessageBody::reserved},
     {0x0042, "TCP_RECYCLE_ME_10", MessageBody::reserved},
+    {0x0046, "TCP_messageID_46", MessageBody::privateMessage},
+    {0x0047, "TCP_messageID_47", MessageBody::privateAnswer},
 };
 
 // Null for an identifier without a name of its own.
@@ -143,9 +147,10 @@ extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_8;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_9;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_10;
 
-// Held back as well. The number stands in Data2 as its two decimal digits: 46 is 0x0046.
-extern VINTOK_API const TCPGUID TCP_messageID_46;
-extern VINTOK_API const TCPGUID TCP_messageID_47;
+// The number stands in Data2 as its two decimal digits: 46 is 0x0046.
+extern VINTOK_API const TCPGUID TCP_messageID_46; // data for one party
+extern VINTOK_API const TCPGUID TCP_messageID_47; // what became of it
+// Held back as well: the library sends none of them.
 extern VINTOK_API const TCPGUID TCP_messageID_48;
 extern VINTOK_API const TCPGUID TCP_messageID_49;
 extern VINTOK_API const TCPGUID TCP_messageID_50;

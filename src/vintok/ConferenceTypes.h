@@ -1,0 +1,107 @@
+// The callbacks of a participant, and what its guards are set to. ConferenceParticipant inherits
+// them, so that each is called `ConferenceParticipant::EntryCallback` and the like.
+#ifndef VINTOK_CONFERENCETYPES_H
+#define VINTOK_CONFERENCETYPES_H
+
+#include <cstdint>
+#include <string>
+
+namespace vintok {
+
+class ConferenceParticipant;
+class ConferenceRosterEntry;
+class RosterBase;
+class TCPAddress;
+class TCPMessage;
+struct ConfSecurityOptions;
+
+struct ConferenceTypes {
+    // ---- The told callbacks ----
+
+    // A null callback is skipped. The first argument is the participant that calls.
+
+    // A party of the meeting, or a caller.
+    using EntryCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &);
+    // Bytes that belong to the library and are gone after the call, and their count.
+    using DataCallback = void (*)(ConferenceParticipant *, unsigned char *, std::uint64_t);
+    // An outgoing call: the name as `placeCall` got it, and what is known of the party.
+    using CallCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
+                                  const RosterBase &);
+    using SecurityCallback = void (*)(ConferenceParticipant *, const ConfSecurityOptions &);
+    // The neighbour that passed the file on, whether the file is whole, and its path here.
+    using FileTransferCallback = void (*)(ConferenceParticipant *, const TCPAddress &, bool,
+                                          const std::string &path);
+    // Whose file it is, the bytes so far, the size of the file or 0 where it is not known, and the
+    // path of the file here.
+    using FileProgressCallback = void (*)(ConferenceParticipant *, const TCPAddress &origin,
+                                          std::uint64_t done, std::uint64_t total,
+                                          const std::string &path);
+    // What a further `placeCall` would take.
+    using ProxyCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
+                                   unsigned short port, const std::string &proxyName,
+                                   unsigned short proxyPort, const std::string &authentication,
+                                   unsigned int retries, const std::string &meetingID);
+    using ServerResponseCallback = void (*)(ConferenceParticipant *, unsigned int status,
+                                            const std::string &response);
+    using AlarmCallback = void (*)();
+
+    // ---- What is said ----
+
+    // The last argument is the participant's `userData`.
+
+    // What somebody said to everybody, and who it was. The speaker is null where that is not known:
+    // a member learns it from what the speaker's library marks, and older ones mark nothing.
+    using SaidCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry *speaker,
+                                  const unsigned char *data, std::uint64_t length, void *userData);
+    // What a party said to this one alone.
+    using PrivateCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &speaker,
+                                     const unsigned char *data, std::uint64_t length,
+                                     void *userData);
+    // What became of a message of `sendPrivateData`: the party's application has it, or nobody.
+    using DeliveryCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
+                                      const TCPAddress &party, bool taken, void *userData);
+    // A message with an identifier that the library does not use, and the neighbour it came from.
+    // The result says whether a host or server passes it on to the others.
+    using MessageCallback = bool (*)(ConferenceParticipant *,
+                                     const ConferenceRosterEntry &neighbour, TCPMessage &message,
+                                     void *userData);
+
+    // ---- Guards ----
+
+    struct SlowMemberLimits {
+        std::uint64_t bytes = std::uint64_t{8} << 20;
+        std::uint32_t milliseconds = 10000;
+        std::uint64_t mostBytes = std::uint64_t{64} << 20;
+    };
+    enum SlowMember : int {
+        SLOW_MEMBER_BEHIND = 1, // more than `bytes` has waited for too long
+        SLOW_MEMBER_FULL = 2,   // more than `mostBytes` would have waited
+    };
+    // Who is about to be hung up, how many bytes waited for it, and why. The leave callback
+    // follows.
+    using SlowMemberCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
+                                        std::uint64_t waiting, SlowMember why);
+    // Whether a broadcast may be kept from a member that has more than `bytes` waiting. Not to call
+    // anything of the participant.
+    using DropCallback = bool (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
+                                  const unsigned char *data, std::uint64_t length);
+
+    struct CallerLimits {
+        std::uint32_t connections = 0;
+        std::uint32_t perAddress = 0;
+        std::uint32_t helloTime = 0;
+        std::uint32_t joinTime = 0;
+        std::uint64_t frameBytes = 0;
+        std::uint32_t joins = 0;
+    };
+
+    struct MeetingLimits {
+        std::uint32_t members = 0;
+        std::uint64_t frameBytes = 0;
+        std::uint32_t entryBytes = 0;
+    };
+};
+
+} // namespace vintok
+
+#endif
