@@ -185,7 +185,9 @@ void ConferenceParticipant::Life::closeListeners(ConferenceParticipant &owner) {
 }
 
 bool ConferenceParticipant::setMeetingName(const std::string &meetingName) {
-    return _self.isHost() && _self.setMeetingName(meetingName);
+    return (_self.isHost() ||
+            refuse(TCP_ERROR_UNSPECIFIED_ERROR, "setMeetingName: not the host")) &&
+           _self.setMeetingName(meetingName);
 }
 
 void ConferenceParticipant::setServerMode(bool on) {

@@ -15,8 +15,10 @@
 // and so can the silence of a peer (`setPeerTimeout`). Operations whose comment does not mention
 // the network do not block. Nothing throws.
 //
-// An operation that is refused returns false: the log has the reason, and `lastError` is unchanged.
-// When the network fails, `lastError` is what the stream layer left.
+// Whatever returns false, or 0 for a number, leaves its reason as the thread's `lastError`, with a
+// sentence in `lastErrorString`: TCP_ERROR_UNSPECIFIED_ERROR for what cannot be done now,
+// TCP_ERROR_INVALID_ADDRESS where nobody has the address or waits, TCP_ERROR_INVALID_ARGUMENT for
+// nothing to send. When the network or the system fails it is what the stream layer left.
 //
 // Callbacks are plain functions. An application that has state of its own derives from the class
 // and casts the pointer that each callback gets:

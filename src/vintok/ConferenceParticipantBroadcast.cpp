@@ -18,23 +18,29 @@ namespace vintok {
 
 bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::uint64_t length) {
     const Operation operation(*this);
+    const Reason reason;
+    if (data == nullptr || length == 0)
+        return refuse(TCP_ERROR_INVALID_ARGUMENT, "sendBroadcastData: nothing to send");
     if (_attendees.empty())
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "sendBroadcastData: nobody is connected");
     TCPMessage message;
     if (!_formatBroadcastMessage(message, data, length))
-        return false;
+        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendBroadcastData");
     if (_workings->talk.saidCB != nullptr)
         message.setOriginAddress(_self);
-    return _broadcastData(nullptr, message);
+    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+                         "sendBroadcastData: it did not reach everybody");
 }
 
 bool ConferenceParticipant::sendAllKeepAlive() {
     const Operation operation(*this);
+    const Reason reason;
     TCPMessage message;
     if (!openMessage(message, TCP_keepAlive, 1))
-        return false;
+        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendAllKeepAlive");
     message.messageBuffer()[0] = 0;
-    return _broadcastData(nullptr, message);
+    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+                         "sendAllKeepAlive: it did not reach everybody");
 }
 
 bool ConferenceParticipant::_formatBroadcastMessage(TCPMessage &message, const unsigned char *data,

@@ -31,12 +31,12 @@ bool ConferenceParticipant::hostMeeting(const std::string &meetingName) {
     if (!_attendees.empty()) {
         if (_self.isMeeting()) {
             VINTOK_LOG(SEVERITY_ERROR, "hostMeeting already in meeting");
-            return false;
+            return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "hostMeeting: in a meeting already");
         }
         for (const ConferenceRosterEntry *entry : _attendees) {
             if (entry != nullptr && entry->isHost()) {
                 VINTOK_LOG(SEVERITY_ERROR, "hostMeeting cannot set meeting name not host");
-                return false;
+                return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "hostMeeting: somebody else hosts");
             }
         }
     }
@@ -87,9 +87,11 @@ bool ConferenceParticipant::startCall(const std::vector<TCPAddress> &addresses,
 bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const CallTarget &target,
                                            const std::vector<TCPAddress> *addresses) {
     const Operation operation(owner);
+    const Reason reason;
     if (owner._self.isMeeting() && !owner._self.isHost()) {
         VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR,
+                      "placeCall: in a meeting that somebody else hosts");
     }
     try {
         std::unique_ptr<TempRosterEntry> call(
@@ -101,11 +103,13 @@ bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const C
         const bool direct = isDirect(target, *call);
         if (!mayCall(owner, *call, direct))
             return false;
-        return addresses == nullptr ? connectCall(owner, std::move(call), direct)
-                                    : startConnect(owner, std::move(call), *addresses, direct);
+        return reason.unless(addresses == nullptr
+                                 ? connectCall(owner, std::move(call), direct)
+                                 : startConnect(owner, std::move(call), *addresses, direct),
+                             TCP_ERROR_CONNECTION_REFUSED, "placeCall: no connection");
     } catch (const std::bad_alloc &) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
-        return false;
+        return refuse(TCP_ERROR_OUT_OF_MEMORY, "placeCall");
     }
 }
 
@@ -129,17 +133,18 @@ bool ConferenceParticipant::Calling::mayCall(const ConferenceParticipant &owner,
     const TCPAddress &target = call.connectAddress();
     if (!target.isIPv4() && !target.isIPv6()) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Cannot resolve address");
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "placeCall: the name has no address");
     }
     if (owner._self == target) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to call self");
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "placeCall: the address is one's own");
     }
     const ConferenceRosterEntry *known = direct ? owner._getPeer(target) : nullptr;
     if ((known != nullptr && MembersOnly::hasAddress(owner, *known)) ||
         owner._getPending(target) != nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "placeCall Attempt to place same call again");
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR,
+                      "placeCall: this party is called, or known, already");
     }
     return true;
 }
@@ -313,22 +318,26 @@ void ConferenceParticipant::Calling::forgetStarted(ConferenceParticipant &owner,
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
     const Operation operation(*this);
+    const Reason reason;
     ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptCall: nobody of this address is connected");
     }
-    return mf_acceptCall(peer);
+    return reason.unless(mf_acceptCall(peer), TCP_ERROR_UNSPECIFIED_ERROR,
+                         "acceptCall: this party does not wait for an answer");
 }
 
 bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
     const Operation operation(*this);
+    const Reason reason;
     ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "rejectCall: nobody of this address is connected");
     }
-    return mf_rejectCall(peer);
+    return reason.unless(mf_rejectCall(peer), TCP_ERROR_UNSPECIFIED_ERROR,
+                         "rejectCall: this party does not wait for an answer");
 }
 
 } // namespace vintok

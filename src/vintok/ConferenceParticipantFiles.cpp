@@ -110,12 +110,15 @@ struct FileBytes {
     bool read(const std::string &path) {
         const File file(platform::openFile(path, "rb"));
         std::int64_t length = 0;
-        if (file == nullptr || !platform::fileSize(file.get(), length) || length < 1 ||
-            length > std::numeric_limits<std::int32_t>::max())
-            return false;
+        if (file == nullptr || !platform::fileSize(file.get(), length))
+            return refuse(TCP_ERROR_SYSTEM_ERROR, "transferFile: the file cannot be opened");
+        if (length < 1 || length > std::numeric_limits<std::int32_t>::max())
+            return refuse(TCP_ERROR_INVALID_ARGUMENT,
+                          "transferFile: the file is empty, or longer than 2 GiB - 1");
         size = static_cast<std::size_t>(length);
         bytes.reset(new unsigned char[size]);
-        return std::fread(bytes.get(), 1, size, file.get()) == size;
+        return std::fread(bytes.get(), 1, size, file.get()) == size ||
+               refuse(TCP_ERROR_SYSTEM_ERROR, "transferFile: the file cannot be read");
     }
 };
 
@@ -188,6 +191,13 @@ std::vector<std::size_t> fixSeparators(char *path) {
     return separators;
 }
 
+// An empty value unsets it.
+bool setVariable(const char *name, const std::string &value) {
+    const bool done =
+        value.empty() ? platform::unsetEnvironment(name) : platform::setEnvironment(name, value);
+    return done || refuse(TCP_ERROR_SYSTEM_ERROR, "The environment variable cannot be set");
+}
+
 } // namespace
 
 // ---- Sending ----
@@ -196,9 +206,13 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
     const Operation operation(*this);
     // Receivers could not tell the parts of two files of one origin apart.
     if (_workings->sendsFile)
-        return false;
-    if (_attendees.empty() || path.empty() || relativePath.empty() || !isTail(path, relativePath))
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "transferFile: a file is being sent already");
+    if (_attendees.empty())
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "transferFile: nobody is connected");
+    if (path.empty() || relativePath.empty() || !isTail(path, relativePath))
+        return refuse(TCP_ERROR_INVALID_ARGUMENT,
+                      "transferFile: the relative path is not the end of the path, and only that");
+    const Reason reason;
     const SendingFile sending(_workings->sendsFile);
     bool sent = false;
     try {
@@ -206,19 +220,19 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
         sent = file.read(path) &&
                Files::sendFile(*this, path, relativePath, file.bytes.get(), file.size);
     } catch (const std::bad_alloc &) {
-        sent = false; // not even begun: the rest needs no memory to speak of
+        // Not even begun: the rest needs no memory to speak of.
+        return refuse(TCP_ERROR_OUT_OF_MEMORY, "transferFile: the file is held in memory");
     }
-    return sent;
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
+                         "transferFile: it did not reach everybody");
 }
 
 bool ConferenceParticipant::setFileRoot(const std::string &folder) {
-    return folder.empty() ? platform::unsetEnvironment(rootVariable)
-                          : platform::setEnvironment(rootVariable, folder);
+    return setVariable(rootVariable, folder);
 }
 
 bool ConferenceParticipant::setFileLinks(bool used) {
-    return used ? platform::setEnvironment(linksVariable, "True")
-                : platform::unsetEnvironment(linksVariable);
+    return setVariable(linksVariable, used ? "True" : "");
 }
 
 void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner,

@@ -23,18 +23,21 @@ namespace vintok {
 
 bool ConferenceParticipant::requestStartLeading() {
     const Operation operation(*this);
-    return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
+    const Reason reason;
+    return reason.unless(_self.isHost() ? Lead::hostAsksToLead(*this)
+                                        : Lead::memberAsksToLead(*this),
+                         TCP_ERROR_CONNECTION_RESET, "requestStartLeading: the host is gone");
 }
 
 bool ConferenceParticipant::Lead::memberAsksToLead(ConferenceParticipant &owner) {
     if (owner._self.isLeader())
         return true;
     if (!owner._self.isMeeting())
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "requestStartLeading: in no meeting");
     if (owner._attendees.empty()) {
         owner._notifyLeadRequestDenied();
         owner.hangup();
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "requestStartLeading: alone in the meeting");
     }
     const ConferenceRosterEntry *host = owner._getHost();
     TCPMessage message;
@@ -49,11 +52,11 @@ bool ConferenceParticipant::Lead::hostAsksToLead(ConferenceParticipant &owner) {
         return true;
     if (owner._getPendingLeader() != nullptr) {
         owner._notifyLeadRequestDenied();
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "requestStartLeading: somebody else has asked");
     }
     const ConferenceRosterEntry *leader = owner._getLeader();
     if (leader == nullptr)
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "requestStartLeading: nobody leads");
     TCPMessage message;
     if (openLeadRequest(owner, message) && message.write(leader->descriptor(), nullptr))
         owner._self.setLeadPending(true);
@@ -137,35 +140,41 @@ void ConferenceParticipant::Lead::decideOnLead(ConferenceParticipant &owner,
 
 bool ConferenceParticipant::acceptLeadChange() {
     const Operation operation(*this);
+    const Reason reason;
     if (!_self.isHost()) {
         const ConferenceRosterEntry *host = _getHost();
-        return host != nullptr && _writeLeadReply(host->descriptor(), 1);
+        if (host == nullptr)
+            return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: there is no host");
+        return reason.unless(_writeLeadReply(host->descriptor(), 1), TCP_ERROR_CONNECTION_RESET,
+                             "acceptLeadChange: the host is gone");
     }
     ConferenceRosterEntry *leader = _getPendingLeader();
     if (leader == nullptr)
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: nobody waits for the lead");
     leader->setLeader(true);
     leader->setLeadPending(false);
     _self.setLeader(false);
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
-        return false;
+        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "acceptLeadChange");
     Lead::leaveLeadTo(*this, leader);
     const bool sent = _broadcastData(nullptr, message);
     // A leader that the round has found dead has had a successor meanwhile.
     if (_isListed(leader))
         _tell(_leadChangeCB, *leader);
-    return sent;
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
+                         "acceptLeadChange: it did not reach everybody");
 }
 
 bool ConferenceParticipant::rejectLeadChange() {
     const Operation operation(*this);
+    const Reason reason;
     ConferenceRosterEntry *target = _self.isHost() ? _getPendingLeader() : _getHost();
     if (target == nullptr)
-        return false;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "rejectLeadChange: nobody waits for the lead");
     const bool sent = _writeLeadReply(target->descriptor(), 0);
     target->setLeadPending(false);
-    return sent;
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET, "rejectLeadChange: they are gone");
 }
 
 // ---- The answer, and its announcement ----

@@ -53,18 +53,21 @@ void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
 
 bool ConferenceParticipant::sendRoster() {
     const Operation operation(*this);
-    if (_self.isHost())
-        return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
+    const Reason reason;
     bool sent = false;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (peer->isHost())
-            sent = _sendMe(peer);
-    });
-    return sent;
+    if (_self.isHost())
+        sent = Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
+    else
+        _forEachAttendee([&](ConferenceRosterEntry *peer) {
+            if (peer->isHost())
+                sent = _sendMe(peer);
+        });
+    return reason.unless(sent, TCP_ERROR_UNSPECIFIED_ERROR, "sendRoster: nobody to send it to");
 }
 
 bool ConferenceParticipant::requestRoster() {
     const Operation operation(*this);
+    const Reason reason;
     if (_self.isHost()) {
         if (!_self.isServer())
             _forEachAttendee([this](ConferenceRosterEntry *peer) {
@@ -80,7 +83,7 @@ bool ConferenceParticipant::requestRoster() {
             sent = _requestRoster(peer);
         }
     });
-    return sent;
+    return reason.unless(sent, TCP_ERROR_UNSPECIFIED_ERROR, "requestRoster: no host to ask");
 }
 
 bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {

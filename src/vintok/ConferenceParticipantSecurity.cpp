@@ -105,11 +105,11 @@ void ConferenceParticipant::setHidingIPsRequired(bool on) {
 bool ConferenceParticipant::setSecurePreferred(bool on) {
     if (on && !_self.isSecureAble()) {
         VINTOK_LOG(SEVERITY_ERROR, "setSecurePreferred unable to set encryption preferred");
-        return false;
+        return refuse(TCP_ERROR_SSL_TRANSPORT, "setSecurePreferred: not secure-able");
     }
     if (!on && !_attendees.empty()) {
         VINTOK_LOG(SEVERITY_ERROR, "setSecurePreferred unable to set encryption while connected");
-        return false;
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "setSecurePreferred: somebody is connected");
     }
     _self.setSecurePreferred(on);
     return true;

@@ -12,6 +12,7 @@
 #include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Delivery.h"
 #include "vintok/FrameLayout.h"
+#include "vintok/Log.h"
 #include "vintok/StreamLoop.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
@@ -97,17 +98,20 @@ std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
                                                      const unsigned char *data,
                                                      std::uint64_t length) {
     const Operation operation(*this);
+    const Reason reason;
     const ConferenceRosterEntry *peer = _getPeer(party);
-    if (data == nullptr || length == 0 || peer == nullptr)
-        return 0;
-    if (peer->descriptor() == -1)
+    if (data == nullptr || length == 0)
+        return refuse(TCP_ERROR_INVALID_ARGUMENT, "sendPrivateData: nothing to send");
+    if (peer != nullptr && peer->descriptor() == -1)
         peer = _getHost();
     if (peer == nullptr || !peer->doBroadcast())
-        return 0;
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "sendPrivateData: no such party in the meeting");
     TalkState &talk = _workings->talk;
     talk.lastNumber = std::max(talk.lastNumber + 1, std::uint32_t{1});
     const std::uint32_t number = talk.lastNumber;
-    if (!Talk::write(*this, peer->descriptor(), TCP_messageID_46, {number, party, data, length}))
+    if (!reason.unless(
+            Talk::write(*this, peer->descriptor(), TCP_messageID_46, {number, party, data, length}),
+            TCP_ERROR_CONNECTION_RESET, "sendPrivateData: the connection has failed"))
         return 0;
     talk.awaited.push_back({number, party, Deadlines::Clock::now() + answerTime});
     Talk::awaitAnswers(*this);
@@ -246,13 +250,19 @@ void ConferenceParticipant::setMessageCB(MessageCallback callback) {
 bool ConferenceParticipant::sendMessage(const TCPGUID &identifier, const unsigned char *data,
                                         std::uint64_t length) {
     const Operation operation(*this);
+    const Reason reason;
+    if (data == nullptr || length == 0 || Talk::isLibrarys(identifier))
+        return refuse(TCP_ERROR_INVALID_ARGUMENT,
+                      "sendMessage: nothing to send, or an identifier of the library's");
+    if (_attendees.empty())
+        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "sendMessage: nobody is connected");
     TCPMessage message;
-    if (_attendees.empty() || data == nullptr || length == 0 || Talk::isLibrarys(identifier) ||
-        !openMessage(message, identifier, length))
-        return false;
+    if (!openMessage(message, identifier, length))
+        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendMessage");
     std::memcpy(message.messageBuffer(), data, length);
     message.setOriginAddress(_self);
-    return _broadcastData(nullptr, message);
+    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+                         "sendMessage: it did not reach everybody");
 }
 
 void ConferenceParticipant::Talk::isOwn(ConferenceParticipant &owner, ConferenceRosterEntry *peer,

@@ -63,6 +63,35 @@ void errorAt(const SourcePlace &place, TCPError code, const ErrorContext &contex
 // system text neither; what was built and finds no room is left out.
 bool keepError(TCPError code, const ErrorContext &context);
 
+// How many failures this thread has kept so far.
+std::uint32_t failuresKept();
+
+// What an operation that fails leaves as the error: that of what failed on its way, or else its own
+// words.
+class Reason {
+public:
+    explicit Reason(const SourcePlace &place = SourcePlace::caller())
+        : m_place(place), m_before(failuresKept()) {}
+
+    // Returns `done`.
+    bool unless(bool done, TCPError code, const ErrorContext &context) const {
+        if (!done && failuresKept() == m_before)
+            errorAt(m_place, code, context);
+        return done;
+    }
+
+private:
+    const SourcePlace m_place;
+    const std::uint32_t m_before;
+};
+
+// Leaves the error of an operation that is refused. Returns false.
+inline bool refuse(TCPError code, const ErrorContext &context,
+                   const SourcePlace &place = SourcePlace::caller()) {
+    errorAt(place, code, context);
+    return false;
+}
+
 // The name alone: "bool vintok::TCPMutex::lock(int)" gives "vintok::TCPMutex::lock", and "init"
 // gives "vintok::init".
 std::string qualifiedName(const std::string &signature);

@@ -51,11 +51,6 @@ bool isWorthAnotherPass(TCPError error) {
     return error == TCP_ERROR_INTERRUPT || error == TCP_ERROR_WOULD_BLOCK;
 }
 
-bool refuse(TCPError error, const ErrorContext &context, const SourcePlace &place) {
-    errorAt(place, error, context);
-    return false;
-}
-
 bool readRest(std::FILE *stream, unsigned char *buffer, std::size_t got, std::size_t length,
               const SourcePlace &place) {
     for (int pass = 0; pass < maxPasses; ++pass) {

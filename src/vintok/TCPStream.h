@@ -40,7 +40,7 @@ class TCPStatusCallback;
 
 enum TCPError : std::uint32_t {
     TCP_ERROR_NO_ERROR = 0,
-    TCP_ERROR_UNSPECIFIED_ERROR = 1,
+    TCP_ERROR_UNSPECIFIED_ERROR = 1,   // what cannot be done now, among others: the text says it
     TCP_ERROR_NOT_INITIALIZED = 2,     // no `init`
     TCP_ERROR_WOULD_BLOCK = 3,         // cannot go on now: try again
     TCP_ERROR_BAD_FILE_DESCRIPTOR = 4, // unknown, invalid, or of the wrong kind
@@ -54,7 +54,7 @@ enum TCPError : std::uint32_t {
     TCP_ERROR_CORRUPT_HEADER = 12,   // a message's header failed its checks
     TCP_ERROR_SSL_TRANSPORT = 13,    // no secure transport, or it refused
     TCP_ERROR_STREAM_BUFFER = 14,    // socket buffers could not be set
-    TCP_ERROR_INVALID_ADDRESS = 15,  // of no usable family
+    TCP_ERROR_INVALID_ADDRESS = 15,  // of no usable family, or nobody's
     TCP_ERROR_INVALID_ARGUMENT = 16, // null buffer or zero length
     TCP_ERROR_SYSTEM_ERROR = 17      // any other failure of the system
 };
@@ -66,6 +66,8 @@ VINTOK_API bool setLastError(TCPError code, const std::string &text);
 VINTOK_API TCPError lastError();
 // The context given with the code, never the code's name.
 VINTOK_API std::string lastErrorString();
+// "TCP_ERROR_CONNECTION_RESET" and so on; "??" for a number that is none of them. Never null.
+VINTOK_API const char *errorName(TCPError code);
 
 // On: every `setLastError` is logged too, at Error, or at Debug when it clears the error. For all
 // threads; survives `fini`. The environment's VINTOK_ERROR_PRINT=True does the same at start-up.
@@ -106,6 +108,13 @@ VINTOK_API bool setLogLevel(LogLevel level);
 // means standard error. At start-up the environment's VINTOK_ERROR_LOG_FILE says it. Not while
 // another thread may log. Always returns false, whether the name was stored or not.
 VINTOK_API bool setLogFileName(const std::string &name);
+
+// Entries that the level lets through go to the callback instead of standard error, as the bare
+// message, on the thread that logs; a log file gets them as well. What the callback logs itself goes
+// where it would without. Null: nowhere else. `data` is the application's own. For all threads;
+// survives `fini`. Not while another thread may log.
+using LogCallback = void (*)(ErrSeverity severity, const char *message, void *data);
+VINTOK_API void setLogCallback(LogCallback callback, void *data);
 
 // Writes one entry if the level lets it through: a line with prefix, process, thread and local
 // time, then the message between lines of braces. True when the entry was written. Sets no error;

@@ -21,6 +21,7 @@ struct LastErrorRecord {
     TCPError code = TCP_ERROR_NO_ERROR;
     ErrorContext context = "";
     std::string built; // for the context to point at
+    std::uint32_t failures = 0;
 };
 
 platform::ThreadSlot &slot() {
@@ -55,9 +56,8 @@ constexpr const char *errorNames[] = {
 
 void printError(const LastErrorRecord &record) {
     const bool known = record.code < std::size(errorNames);
-    const std::string line =
-        formatText("lastError (%s)\n%s\n", known ? errorNames[record.code] : "??",
-                   known ? record.context.text().c_str() : "");
+    const std::string line = formatText("lastError (%s)\n%s\n", errorName(record.code),
+                                        known ? record.context.text().c_str() : "");
     logMessage(line.c_str(), record.code == TCP_ERROR_NO_ERROR ? SEVERITY_DEBUG : SEVERITY_ERROR);
 }
 
@@ -105,6 +105,7 @@ bool keepError(TCPError code, const ErrorContext &context) {
     if (record == nullptr)
         return false;
     record->code = code;
+    record->failures += code != TCP_ERROR_NO_ERROR ? 1 : 0;
     try {
         record->context = context.keptIn(record->built);
         if (s_errorDebug)
@@ -114,6 +115,15 @@ bool keepError(TCPError code, const ErrorContext &context) {
         record->context = "";
     }
     return true;
+}
+
+std::uint32_t failuresKept() {
+    const LastErrorRecord *record = threadRecord();
+    return record != nullptr ? record->failures : 0;
+}
+
+const char *errorName(TCPError code) {
+    return code < std::size(errorNames) ? errorNames[code] : "??";
 }
 
 bool setLastError(TCPError code, const std::string &text) {

@@ -36,6 +36,23 @@ const char *prefixOf(ErrSeverity severity) {
     }
 }
 
+struct Sink {
+    LogCallback callback;
+    void *data;
+};
+Sink s_sink = {nullptr, nullptr};
+
+// False when nobody wants to be told, or is being told already.
+bool tellSink(const char *message, ErrSeverity severity) {
+    static thread_local bool isTelling = false;
+    if (s_sink.callback == nullptr || isTelling)
+        return false;
+    isTelling = true;
+    s_sink.callback(severity, message, s_sink.data);
+    isTelling = false;
+    return true;
+}
+
 std::string timeStamp() {
     std::tm local = {};
     if (!platform::localTime(std::time(nullptr), local))
@@ -115,15 +132,20 @@ bool setLogFileName(const std::string &name) {
     return false; // also after storing it: callers have always been given this
 }
 
+void setLogCallback(LogCallback callback, void *data) {
+    s_sink = {callback, data};
+}
+
 bool logMessage(const char *message, ErrSeverity severity) {
     if (message == nullptr || !isLogged(severity))
         return false;
     try {
-        const std::string entry = entryOf(message, severity);
+        const bool isTold = tellSink(message, severity);
         std::FILE *file = openLogFile();
-        const bool written = writeEntry(entry, file != nullptr ? file : stderr);
-        if (file != nullptr)
-            std::fclose(file);
+        if (file == nullptr)
+            return isTold || writeEntry(entryOf(message, severity), stderr);
+        const bool written = writeEntry(entryOf(message, severity), file);
+        std::fclose(file);
         return written;
     } catch (const std::bad_alloc &) {
         return false;

@@ -6,6 +6,7 @@
 #include "vintok/ConferenceControl.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/ConferenceRosterEntry.h"
+#include "vintok/ConferenceTypes.h"
 #include "vintok/ControlNotify.h"
 #include "vintok/ControlRequest.h"
 #include "vintok/ControlText.h"

@@ -104,7 +104,7 @@ layers='
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect SelectTable TCPServer testTCPServer Listeners
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant ConferenceControl messageUtil ClockCorrection Control
+6 ConferenceParticipant ConferenceTypes ConferenceControl messageUtil ClockCorrection Control
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '
