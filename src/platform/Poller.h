@@ -33,6 +33,9 @@ public:
     // false with `socketError()` when it could not wait at all.
     bool wait(std::vector<Event> &events, std::int32_t milliseconds);
 
+    // Readable while `wait` would not wait; -1 where the system has no such thing.
+    int descriptor() const;
+
 private:
     struct State;
     std::unique_ptr<State> m_state;

@@ -126,6 +126,13 @@ bool TCPSelect::addSocketCallback(int descriptor, TCPSelectCallback function, vo
     return lock.held() && m_base != nullptr && m_base->addCallback(descriptor, function, data);
 }
 
+bool TCPSelect::addReadableCallback(int descriptor, TCPSelectCallback function, void *data) {
+    if (function == nullptr || descriptor < 0)
+        return false;
+    const TableLock lock;
+    return lock.held() && m_base != nullptr && m_base->addReadable(descriptor, function, data);
+}
+
 bool TCPSelect::removeCallback(int descriptor, TCPSelectCallback function, void *data) {
     const TableLock lock;
     return lock.held() && m_base != nullptr && m_base->removeCallback(descriptor, function, data);
@@ -139,6 +146,28 @@ void TCPSelect::run() {
             m_running = false;
         else
             m_base->pollDescriptors(false, &m_running);
+}
+
+bool TCPSelect::setWakeCallback(WakeCallback function, void *data) {
+    const TableLock lock;
+    return lock.held() && m_base != nullptr && m_base->setWakeCallback(function, data);
+}
+
+void TCPSelect::wake() const {
+    if (m_base != nullptr)
+        m_base->wake();
+}
+
+std::vector<TCPSelect::Watched> TCPSelect::watched() const {
+    return m_base != nullptr ? m_base->watched() : std::vector<Watched>();
+}
+
+int TCPSelect::nestedDescriptor() const {
+    return m_base != nullptr ? m_base->nestedDescriptor() : -1;
+}
+
+std::int32_t TCPSelect::timeout() const {
+    return m_base != nullptr ? m_base->timeout() : -1;
 }
 
 int TCPSelect::numDescriptors() const {

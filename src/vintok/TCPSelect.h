@@ -2,7 +2,7 @@
 //
 // All TCPSelect objects made on a thread share one table of registrations, which lives from the
 // first of them to the last. Objects of different threads do not see each other. Use an object on
-// the thread that made it; only `interrupt`, `running` and `signalSafe` may be called from
+// the thread that made it; only `interrupt`, `wake`, `running` and `signalSafe` may be called from
 // anywhere, a signal handler included.
 //
 // A callback may add and remove callbacks, close descriptors, poll, and destroy TCPSelect objects,
@@ -14,6 +14,8 @@
 #include "vintok/Export.h"
 
 #include <atomic>
+#include <cstdint>
+#include <vector>
 
 namespace vintok {
 
@@ -47,6 +49,11 @@ public:
     // more.
     bool removeCallback(int descriptor, TCPSelectCallback function, void *data);
 
+    // The same for a descriptor of any kind that the system can wait for: a pipe, a terminal, a
+    // timer; on Windows a socket. The stream layer does not learn of it. One that has ended stays
+    // readable: remove it then.
+    bool addReadableCallback(int descriptor, TCPSelectCallback function, void *data);
+
     // Waits and dispatches until `interrupt`, or until nothing is registered.
     void run();
     bool running() const { return m_running; }
@@ -56,7 +63,37 @@ public:
     // runs.
     void interrupt() { m_running = false; }
 
+    // Has `function` called on the loop's thread, once for any number of `wake`s before it: for
+    // work that other threads hand over. To be set before anybody wakes. A loop that can be woken has
+    // something registered, and so goes on; null takes that back. False when there is no descriptor
+    // for it.
+    using WakeCallback = void (*)(void *data);
+    bool setWakeCallback(WakeCallback function, void *data);
+    // Ends the wait that the loop is in, or the next one: after `interrupt` from another thread,
+    // for example. Nothing without a successful `setWakeCallback`.
+    void wake() const;
+
     int numDescriptors() const;
+
+    // ---- Inside another loop ----
+
+    // Before each of its waits the other loop asks what to wait for and for how long. When
+    // something has come, or the time is over, it calls `pollDescriptors(true)`, which does what
+    // can be done now and returns.
+
+    struct Watched {
+        int descriptor;
+        bool reading;
+        bool writing;
+    };
+    std::vector<Watched> watched() const;
+    // A single descriptor that can be read while one of those can go on, and stays the same;
+    // brought up to date by the call. -1 where the system has no such thing (Windows).
+    int nestedDescriptor() const;
+    // Milliseconds until there is something to do even if nothing comes; 0 at once; -1: never.
+    std::int32_t timeout() const;
+
+    // ---- Passes ----
 
     // One pass: dispatches the secure descriptors with buffered bytes; when there were none, waits
     // (`immediate`: looks) and dispatches what can be read, in ascending order. Returns the number

@@ -53,6 +53,10 @@ bool isDead(int descriptor) {
     return state.closed || (!state.known && !platform::receiveBuffer(descriptor, size));
 }
 
+bool isBelow(const TCPSelect::Watched &one, const TCPSelect::Watched &other) {
+    return one.descriptor < other.descriptor;
+}
+
 } // namespace
 
 // Marks a table walk or a dispatch.
@@ -124,6 +128,7 @@ void TCPSelectBase::release() {
     }
     m_loop->leave();
     m_table.clear();
+    m_others.clear();
     m_workSet.clear();
     m_released = true;
 }
@@ -137,12 +142,95 @@ bool TCPSelectBase::addCallback(int descriptor, TCPSelectCallback function, void
         return false;
     if (isNew)
         m_workSet.erase(descriptor);
+    m_nestIsOld = true;
+    return true;
+}
+
+bool TCPSelectBase::addReadable(int descriptor, TCPSelectCallback function, void *data) {
+    const bool isNew = !m_table.contains(descriptor);
+    if (!addCallback(descriptor, function, data))
+        return false;
+    if (isNew)
+        m_others.insert(descriptor);
     return true;
 }
 
 bool TCPSelectBase::removeCallback(int descriptor, TCPSelectCallback function, void *data) {
     const Busy busy(*this);
-    return m_table.remove(descriptor, function, data);
+    const bool removed = m_table.remove(descriptor, function, data);
+    if (!m_table.contains(descriptor))
+        m_others.erase(descriptor);
+    m_nestIsOld = true;
+    return removed;
+}
+
+// ---- From other threads ----
+
+bool TCPSelectBase::setWakeCallback(TCPSelect::WakeCallback function, void *data) {
+    const int descriptor = m_waker.descriptor();
+    if (function == nullptr)
+        return descriptor == -1 || removeCallback(descriptor, mf_awake, this);
+    if (descriptor == -1 && !m_waker.open())
+        return refuse(TCP_ERROR_SYSTEM_ERROR, "setWakeCallback: no descriptor");
+    m_wakeCB = function;
+    m_wakeData = data;
+    return m_table.contains(m_waker.descriptor()) ||
+           addReadable(m_waker.descriptor(), mf_awake, this);
+}
+
+void TCPSelectBase::mf_awake(int, void *base, bool) {
+    auto *const self = static_cast<TCPSelectBase *>(base);
+    self->m_waker.clear();
+    self->m_wakeCB(self->m_wakeData);
+}
+
+// ---- Inside another loop ----
+
+std::vector<TCPSelect::Watched> TCPSelectBase::watched() const {
+    platform::DescriptorSet readers = m_table.readSet();
+    platform::DescriptorSet ready;
+    platform::DescriptorSet writers;
+    m_loop->sort(readers, ready, writers);
+    m_loop->addAwaited(readers, writers);
+    std::vector<TCPSelect::Watched> result;
+    for (const int descriptor : readers)
+        result.push_back({descriptor, true, writers.contains(descriptor)});
+    for (const int descriptor : writers)
+        if (!readers.contains(descriptor))
+            result.push_back({descriptor, false, true});
+    std::sort(result.begin(), result.end(), isBelow);
+    return result;
+}
+
+std::int32_t TCPSelectBase::timeout() const {
+    platform::DescriptorSet readers = m_table.readSet();
+    platform::DescriptorSet ready;
+    platform::DescriptorSet writers;
+    m_loop->sort(readers, ready, writers);
+    const bool holdsText =
+        someAreSecure() && std::any_of(m_table.readSet().begin(), m_table.readSet().end(),
+                                       [](int each) { return bufferedBytes(each) > 0; });
+    return ready.size() != 0 || holdsText ? 0 : m_loop->waitLimit(platform::WaitLimit::forever);
+}
+
+// What is closed has left the nest by itself, so after a change everything is put there again.
+int TCPSelectBase::nestedDescriptor() {
+    if (m_nest == nullptr)
+        m_nest = std::make_unique<platform::Poller>();
+    const std::vector<TCPSelect::Watched> now = watched();
+    for (const TCPSelect::Watched &before : m_nested)
+        if (!std::binary_search(now.begin(), now.end(), before, isBelow))
+            m_nest->watch(before.descriptor, false, false, nullptr);
+    for (const TCPSelect::Watched &each : now) {
+        const auto before = std::lower_bound(m_nested.begin(), m_nested.end(), each, isBelow);
+        const bool isKnown = before != m_nested.end() && before->descriptor == each.descriptor &&
+                             before->reading == each.reading && before->writing == each.writing;
+        if (!isKnown || m_nestIsOld || !m_table.contains(each.descriptor))
+            m_nest->watch(each.descriptor, each.reading, each.writing, nullptr);
+    }
+    m_nested = now;
+    m_nestIsOld = false;
+    return m_nest->descriptor();
 }
 
 // ---- Passes ----
@@ -370,7 +458,7 @@ bool TCPSelectBase::mf_callCallbacks(int descriptor) {
 // of the end in one pass has the next one to take it out.
 bool TCPSelectBase::mf_isLeftDead(int descriptor) {
     SelectTable::Entry *const entry = m_table.find(descriptor);
-    if (entry == nullptr || !isDead(descriptor))
+    if (entry == nullptr || m_others.contains(descriptor) || !isDead(descriptor))
         return false;
     if (++entry->deadPasses == 2)
         VINTOK_LOG(

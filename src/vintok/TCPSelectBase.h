@@ -5,7 +5,9 @@
 #ifndef VINTOK_TCPSELECTBASE_H
 #define VINTOK_TCPSELECTBASE_H
 
+#include "platform/Poller.h"
 #include "platform/Wait.h"
+#include "platform/Waker.h"
 #include "vintok/SelectTable.h"
 
 #include <atomic>
@@ -26,7 +28,13 @@ public:
     void release();
 
     bool addCallback(int descriptor, TCPSelectCallback function, void *data);
+    bool addReadable(int descriptor, TCPSelectCallback function, void *data);
     bool removeCallback(int descriptor, TCPSelectCallback function, void *data);
+    bool setWakeCallback(TCPSelect::WakeCallback function, void *data);
+    void wake() const { m_waker.wake(); }
+    std::vector<TCPSelect::Watched> watched() const;
+    int nestedDescriptor();
+    std::int32_t timeout() const;
     int numDescriptors() const { return m_table.count(); }
     bool signalSafe() const { return _signalSafe == 0; }
 
@@ -43,6 +51,7 @@ private:
 
     void mf_runDeadlines();
     void mf_callAwaited(const platform::DescriptorSet &writers);
+    static void mf_awake(int descriptor, void *base, bool hangup);
     int mf_pass(bool immediate, const std::atomic<bool> *running);
     int mf_wait(platform::WaitLimit limit);
     int mf_dispatchBuffered(platform::DescriptorSet &untouched);
@@ -59,9 +68,16 @@ private:
     std::atomic<int> _signalSafe{
         0}; // table walks and dispatches under way; signal handlers read it
     SelectTable m_table;
+    platform::DescriptorSet m_others;   // registered without the stream layer
     platform::DescriptorSet m_workSet;  // found readable and not yet dispatched
     std::shared_ptr<StreamLoop> m_loop; // of the registered connections that have buffers
-    int m_passes = 0;                   // one within another
+    platform::Waker m_waker;
+    TCPSelect::WakeCallback m_wakeCB = nullptr;
+    void *m_wakeData = nullptr;
+    std::unique_ptr<platform::Poller> m_nest;
+    std::vector<TCPSelect::Watched> m_nested; // what it watches
+    bool m_nestIsOld = false;                 // a number may have another owner since
+    int m_passes = 0;                         // one within another
     bool m_released = false;
 };
 

@@ -55,6 +55,10 @@ bool Poller::wait(std::vector<Event> &events, std::int32_t milliseconds) {
     return succeeded(count) || errno == EINTR;
 }
 
+int Poller::descriptor() const {
+    return m_state->descriptor;
+}
+
 std::size_t raiseDescriptorLimit() {
     rlimit limit = {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0)

@@ -66,6 +66,10 @@ bool Poller::wait(std::vector<Event> &events, std::int32_t milliseconds) {
     return succeeded(count);
 }
 
+int Poller::descriptor() const {
+    return -1;
+}
+
 std::size_t raiseDescriptorLimit() {
     return 0;
 }
