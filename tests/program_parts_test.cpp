@@ -2,7 +2,6 @@
 #include "Command.h"
 #include "FileAnnouncement.h"
 #include "JsonLine.h"
-#include "LoopbackPair.h"
 #include "Options.h"
 #include "Palette.h"
 #include "Saying.h"
@@ -287,42 +286,6 @@ TEST(Palette, NeighbouringColoursDiffer) {
     EXPECT_EQ(12u, names.size());
     EXPECT_THAT(coloured("x", 65534), HasSubstr("x\x1b[0m")) << "any index has a colour";
     EXPECT_EQ("no colour", colourText(65535));
-}
-
-// Whoever connects to the port while it listens must not be able to type for us.
-TEST(LoopbackPair, StrangersAreLeftOut) {
-    vintok::init();
-    const std::string typed = "LINE/leave";
-    std::vector<int> strangers;
-    const auto intrude = [&](unsigned short port) {
-        vintok::TCPAddress address;
-        address.setLoopbackIPv4();
-        address.setHostByteOrderPort(port);
-        if (strangers.size() < 3)
-            strangers.push_back(vintok::connectToBoundSocket(address));
-        if (strangers.size() == 2) { // the first says nothing, the third less than is asked for
-            const std::string guess(16, '7');
-            vintok::writeBytes(strangers.back(),
-                               reinterpret_cast<const unsigned char *>(guess.data()), guess.size(),
-                               nullptr);
-        } else if (strangers.size() == 3) {
-            vintok::closeDescriptor(strangers.back());
-        }
-    };
-    int readEnd = -1;
-    int writeEnd = -1;
-    ASSERT_TRUE(makeLoopbackPair(readEnd, writeEnd, intrude));
-    EXPECT_EQ(3u, strangers.size());
-    std::string arrived(typed.size(), ' ');
-    vintok::writeBytes(writeEnd, reinterpret_cast<const unsigned char *>(typed.data()),
-                       typed.size(), nullptr);
-    vintok::readBytes(readEnd, reinterpret_cast<unsigned char *>(arrived.data()), arrived.size(),
-                      nullptr);
-    EXPECT_EQ(typed, arrived);
-    EXPECT_EQ(0, vintok::bytesPending(readEnd)) << "nothing else came this way";
-    for (const int descriptor : {readEnd, writeEnd, strangers[0], strangers[1]})
-        vintok::closeDescriptor(descriptor);
-    vintok::fini();
 }
 
 // The command line, as a shell hands it over.

@@ -1,7 +1,3 @@
-// A record is a kind, a length of four bytes and a text. A record is written with one call and
-// under a lock, so whoever sees its first bytes has all of it shortly; the loop may wait for the
-// rest.
-//
 // A signal handler may do next to nothing: it notes the signal, and the watching thread looks for
 // that note a few times a second. The thread that reads cannot be woken from its wait for a line;
 // it is left behind when the program ends, which is why `main` ends the process without running
@@ -10,19 +6,16 @@
 
 #include <vintok/TCPAddress.h>
 #include <vintok/TCPSelect.h>
-#include <vintok/TCPStream.h>
 
-#include "LoopbackPair.h"
 #include "platform/Signals.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
-#include <cstdint>
 #include <cstdio>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <system_error>
@@ -36,8 +29,7 @@ namespace {
 
 constexpr std::chrono::milliseconds watchInterval(50);
 constexpr int watchesPerTick = 20;
-
-using RecordHead = std::array<unsigned char, 5>;
+constexpr std::size_t mostRecords = 64; // that wait, when more lines come
 
 // Free of locks, so that a handler may write it.
 std::atomic<bool> s_signalled = false;
@@ -56,96 +48,85 @@ void takeOverSignals() {
 
 } // namespace
 
-// The writing end, and the time of the alarm. Closed by the loop's side; whoever writes later is
-// told so.
+// What the threads have to say, until the loop takes it. Without a loop nobody listens any more.
 struct Inbox::Channel {
+    struct Record {
+        Kind kind;
+        std::string text;
+    };
+
     std::mutex mutex;
-    int descriptor = -1;
-    std::mutex alarmMutex; // not the other one, which may be held for as long as a write takes
+    std::condition_variable change;
+    vintok::TCPSelect *loop = nullptr;
+    std::deque<Record> records;
+    bool holdsLines = false;
     std::optional<std::chrono::steady_clock::time_point> alarm;
-
-    std::mutex addressMutex; // not held by a write either: the loop takes it
     std::vector<std::pair<std::string, std::vector<vintok::TCPAddress>>> addresses; // by name
-    std::mutex lineMutex;
-    std::condition_variable lineChange;
-    bool holdsLines = false; // until the end, too
 
-    void awaitLines() {
-        std::unique_lock<std::mutex> lock(lineMutex);
-        lineChange.wait(lock, [this] { return !holdsLines; });
+    // False when nobody listens. Whoever reads faster than the loop takes it waits.
+    bool write(Kind kind, const std::string &text) {
+        std::unique_lock<std::mutex> lock(mutex);
+        const bool isLine = kind == Kind::line || kind == Kind::longLine;
+        change.wait(lock,
+                    [&] { return loop == nullptr || !isLine || records.size() < mostRecords; });
+        if (loop == nullptr)
+            return false;
+        records.push_back({kind, text});
+        loop->wake();
+        return true;
     }
 
-    void holdLines(bool held) {
-        const std::lock_guard<std::mutex> lock(lineMutex);
-        if (std::exchange(holdsLines, held) != held)
-            lineChange.notify_all();
+    std::optional<Record> take() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        if (records.empty())
+            return std::nullopt;
+        Record record = std::move(records.front());
+        records.pop_front();
+        if (!records.empty())
+            loop->wake(); // one in each pass, for the others' sake
+        change.notify_all();
+        return record;
+    }
+
+    void awaitLines() {
+        std::unique_lock<std::mutex> lock(mutex);
+        change.wait(lock, [this] { return loop == nullptr || !holdsLines; });
     }
 
     // Whether the alarm is due, once for each.
     bool takeAlarm() {
-        const std::lock_guard<std::mutex> lock(alarmMutex);
+        const std::lock_guard<std::mutex> lock(mutex);
         const bool due = alarm && *alarm <= std::chrono::steady_clock::now();
         if (due)
             alarm.reset();
         return due;
     }
 
-    bool write(Kind kind, const std::string &text) {
-        const auto length = static_cast<std::uint32_t>(text.size());
-        std::string record;
-        record += static_cast<char>(kind);
-        for (int shift = 24; shift >= 0; shift -= 8)
-            record += static_cast<char>(length >> shift & 0xFF);
-        record += text;
+    template <class Change>
+    void set(Change makeChange) {
         const std::lock_guard<std::mutex> lock(mutex);
-        return descriptor != -1 &&
-               vintok::writeBytes(
-                   descriptor, reinterpret_cast<const unsigned char *>(record.data()),
-                   record.size(), nullptr) == static_cast<std::int64_t>(record.size());
-    }
-
-    void close() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        vintok::shutdownSocket(descriptor);
-        descriptor = -1;
+        makeChange(*this);
+        change.notify_all();
     }
 };
 
 Inbox::Inbox(vintok::TCPSelect &loop) : m_loop(loop), m_channel(std::make_shared<Channel>()) {}
 
 Inbox::~Inbox() {
-    if (m_descriptor != -1) {
-        m_loop.removeCallback(m_descriptor, dataCB, this);
-        m_channel->holdLines(false);
-        // This end first: a thread that waits for room in a full connection holds the lock.
-        vintok::shutdownSocket(m_descriptor);
-        m_channel->close();
-    }
+    m_channel->set([](Channel &channel) { channel.loop = nullptr; });
+    m_loop.setWakeCallback(nullptr, nullptr);
 }
 
 bool Inbox::open(Handler handler) {
     m_handler = std::move(handler);
-    return makeLoopbackPair(m_descriptor, m_channel->descriptor) &&
-           m_loop.addSocketCallback(m_descriptor, dataCB, this, true, false);
+    m_channel->set([this](Channel &channel) { channel.loop = &m_loop; });
+    return m_loop.setWakeCallback(awake, this);
 }
 
-void Inbox::dataCB(int, void *data, bool) {
-    static_cast<Inbox *>(data)->takeRecord();
-}
-
-void Inbox::takeRecord() {
-    RecordHead head;
-    if (vintok::readBytes(m_descriptor, head.data(), head.size(), nullptr) !=
-        static_cast<std::int64_t>(head.size()))
-        return;
-    std::size_t length = 0;
-    for (std::size_t i = 1; i < head.size(); ++i)
-        length = length << 8 | head[i];
-    std::string text(length, '\0');
-    if (length == 0 ||
-        vintok::readBytes(m_descriptor, reinterpret_cast<unsigned char *>(text.data()), length,
-                          nullptr) == static_cast<std::int64_t>(length))
-        m_handler(static_cast<Kind>(head[0]), text);
+void Inbox::awake(void *inbox) {
+    const Inbox &self = *static_cast<Inbox *>(inbox);
+    if (const auto record = self.m_channel->take())
+        self.m_handler(record->kind, record->text);
 }
 
 void Inbox::readStandardInput() {
@@ -175,7 +156,7 @@ void Inbox::readStandardInput() {
 }
 
 void Inbox::holdLines(bool held) {
-    m_channel->holdLines(held);
+    m_channel->set([held](Channel &channel) { channel.holdsLines = held; });
 }
 
 bool Inbox::lookUp(const std::string &name) {
@@ -183,10 +164,7 @@ bool Inbox::lookUp(const std::string &name) {
         std::thread([channel = m_channel, name] {
             std::vector<vintok::TCPAddress> found;
             vintok::TCPAddress::lookup(name, found, vintok::TCPAddress::IPTYPE_NONE);
-            {
-                const std::lock_guard<std::mutex> lock(channel->addressMutex);
-                channel->addresses.emplace_back(name, std::move(found));
-            }
+            channel->set([&](Channel &all) { all.addresses.emplace_back(name, std::move(found)); });
             channel->write(Kind::addresses, name);
         }).detach();
         return true;
@@ -196,7 +174,7 @@ bool Inbox::lookUp(const std::string &name) {
 }
 
 std::vector<vintok::TCPAddress> Inbox::takeAddresses(const std::string &name) {
-    const std::lock_guard<std::mutex> lock(m_channel->addressMutex);
+    const std::lock_guard<std::mutex> lock(m_channel->mutex);
     auto &all = m_channel->addresses;
     const auto found = std::find_if(all.begin(), all.end(),
                                     [&](const auto &answer) { return answer.first == name; });
@@ -229,8 +207,7 @@ void Inbox::ignoreTerminal() {
 }
 
 void Inbox::wakeAt(std::chrono::steady_clock::time_point time) {
-    const std::lock_guard<std::mutex> lock(m_channel->alarmMutex);
-    m_channel->alarm = time;
+    m_channel->set([time](Channel &channel) { channel.alarm = time; });
 }
 
 void Inbox::pass() {

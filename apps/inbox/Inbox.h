@@ -1,7 +1,6 @@
 // What reaches the loop from elsewhere in the process: lines of the standard input, interrupts, the
-// passing of time. Two threads wait for these and write a record each time to one end of a pair of
-// connected sockets; the loop reads the other end, so that everything the program does happens on
-// the loop's thread.
+// passing of time. Threads wait for these and wake the loop each time, so that everything the program
+// does happens on the loop's thread.
 #ifndef VINTOK_APP_INBOX_H
 #define VINTOK_APP_INBOX_H
 
@@ -43,8 +42,7 @@ public:
     Inbox(const Inbox &) = delete;
     Inbox &operator=(const Inbox &) = delete;
 
-    // Registers with the loop, which calls `handler` for each record. False when no pair of sockets
-    // can be had.
+    // Has the loop call `handler` for each record. False when the loop cannot be woken.
     bool open(Handler handler);
 
     // Starts the thread that reads the standard input.
@@ -72,11 +70,9 @@ public:
 
 private:
     struct Channel;
-    static void dataCB(int descriptor, void *data, bool hangup);
-    void takeRecord();
+    static void awake(void *inbox);
 
     vintok::TCPSelect &m_loop;
-    int m_descriptor = -1;
     Handler m_handler;
     std::shared_ptr<Channel> m_channel; // shared with the threads, which may outlive this object
 };

@@ -4,8 +4,6 @@
 // pair, which every waiter sees from then on.
 #include "Passage.h"
 
-#include "LoopbackPair.h"
-
 #include <vintok/HTTPText.h>
 #include <vintok/TCPStream.h>
 
@@ -72,22 +70,18 @@ private:
 
 Passage::~Passage() {
     wake();
-    for (const int descriptor : {server, local, m_wakeRead})
+    for (const int descriptor : {server, local})
         if (descriptor != -1)
             vintok::shutdownSocket(descriptor);
 }
 
 bool Passage::open() {
-    return makeLoopbackPair(m_wakeRead, m_wakeWrite);
+    return m_waker.open();
 }
 
 void Passage::wake() {
-    const std::lock_guard<std::mutex> lock(m_mutex);
     m_woken = true;
-    if (m_wakeWrite != -1) {
-        vintok::shutdownSocket(m_wakeWrite);
-        m_wakeWrite = -1;
-    }
+    m_waker.wake(); // and nobody takes that back
 }
 
 bool Passage::write(std::string_view bytes) const {
@@ -99,7 +93,7 @@ bool Passage::write(std::string_view bytes) const {
 bool Passage::awaitServer() const {
     platform::DescriptorSet waiting;
     waiting.insert(server);
-    waiting.insert(m_wakeRead);
+    waiting.insert(m_waker.descriptor());
     platform::waitReadable(waiting, false);
     return !isWoken();
 }
@@ -127,13 +121,13 @@ void Passage::pass() {
     Direction outward(local, server);
     platform::Poller poller;
     std::vector<platform::Poller::Event> events;
-    bool good = poller.watch(m_wakeRead, true, false, nullptr);
+    bool good = poller.watch(m_waker.descriptor(), true, false, nullptr);
     while (good && inward.pass() && outward.pass() && !isWoken()) {
         good = poller.watch(server, inward.wantsBytes(), !outward.wantsBytes(), nullptr) &&
                poller.watch(local, outward.wantsBytes(), !inward.wantsBytes(), nullptr) &&
                poller.wait(events, -1);
     }
-    for (const int descriptor : {server, local, m_wakeRead})
+    for (const int descriptor : {server, local, m_waker.descriptor()})
         poller.watch(descriptor, false, false, nullptr);
 }
 

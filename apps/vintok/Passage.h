@@ -4,10 +4,11 @@
 #ifndef VINTOK_APP_PASSAGE_H
 #define VINTOK_APP_PASSAGE_H
 
+#include "platform/Waker.h"
+
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -22,7 +23,7 @@ public:
     Passage(const Passage &) = delete;
     Passage &operator=(const Passage &) = delete;
 
-    bool open(); // before anything else; false when no sockets can be had
+    bool open(); // before anything else; false when there are no descriptors
 
     // From any thread, any number of times: all that wait on this passage, now or later, stop.
     void wake();
@@ -49,10 +50,8 @@ private:
     bool awaitServer() const;
     void pass();
 
-    std::mutex m_mutex;
     std::atomic<bool> m_woken = false;
-    int m_wakeRead = -1;
-    int m_wakeWrite = -1;
+    vintok::platform::Waker m_waker;
 };
 
 } // namespace app
