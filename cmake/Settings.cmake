@@ -17,9 +17,15 @@ target_compile_options(vintok_settings INTERFACE
   $<$<CXX_COMPILER_ID:Clang>:-Wno-delete-non-abstract-non-virtual-dtor>)
 
 if(VINTOK_SANITIZE)
+  set(kinds_address address,undefined)
+  set(kinds_thread thread)
+  if(NOT DEFINED kinds_${VINTOK_SANITIZE})
+    message(FATAL_ERROR "VINTOK_SANITIZE is address or thread, not ${VINTOK_SANITIZE}")
+  endif()
+  set(kinds ${kinds_${VINTOK_SANITIZE}})
   target_compile_options(vintok_settings INTERFACE
-    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(vintok_settings INTERFACE -fsanitize=address,undefined)
+    -fsanitize=${kinds} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vintok_settings INTERFACE -fsanitize=${kinds})
 endif()
 if(WIN32)
   # Programs and the library carry the compiler's runtime with them: nothing to install beside them.

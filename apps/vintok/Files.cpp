@@ -27,7 +27,8 @@ constexpr std::chrono::seconds turnTime(10); // that the host has to answer
 // file is not stored, its begin is the last sign.
 constexpr std::chrono::seconds storedTime(60);
 constexpr std::chrono::seconds unstoredTime(600);
-constexpr std::chrono::seconds unbegunTime(10);
+// Longer than a sender waits for its turn: the host may know nothing of turns.
+constexpr std::chrono::seconds unbegunTime = 2 * turnTime;
 
 Place placeOf(const Person &person) {
     return {person.address, person.port};
