@@ -75,15 +75,27 @@ bool Caller::pump() {
     return any;
 }
 
-// What a host sends are whole frames of kinds that it knows, and the entries in them are entries.
 void Caller::cutFrames() {
-    while (const auto frame = WireFrame::take(m_in)) {
-        require(frame->id != 0, "the host sends what the protocol has");
-        if (frame->id == test::id::rosterEntry || frame->id == test::id::rosterReply)
-            require(WireEntry::decode(frame->body).has_value(), "the host sends whole entries");
-        if (frame->id == test::id::echoReply32)
-            m_echoes.push_back(frame->body);
-    }
+    while (const auto frame = WireFrame::take(m_in))
+        take(*frame);
+}
+
+// What a host sends are whole frames of kinds that it knows, and the entries in them are entries.
+void Caller::take(const WireFrame &frame) {
+    require(frame.id != 0, "the host sends what the protocol has");
+    if (frame.id == test::id::echoReply32)
+        m_echoes.push_back(frame.body);
+    const bool isTold = frame.id == test::id::rosterReply;
+    if (!isTold && frame.id != test::id::rosterEntry && frame.id != test::id::leaveNotify)
+        return;
+    ConferenceRosterEntry party;
+    require(party.read(frame.body.data(), frame.body.size()) == frame.body.size(),
+            "the host sends whole entries");
+    const TCPAddress &address = party;
+    if (isTold || frame.id == test::id::leaveNotify)
+        std::erase_if(m_roster, [&](const TCPAddress &known) { return known == address; });
+    if (isTold)
+        m_roster.push_back(party);
 }
 
 void Caller::halfCloses() {
@@ -101,6 +113,7 @@ void Caller::ends() {
     m_out.clear();
     m_in.clear();
     m_echoes.clear();
+    m_roster.clear();
 }
 
 TCPAddress Caller::address() const {

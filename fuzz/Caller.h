@@ -6,7 +6,7 @@
 #include "Fuzz.h"
 
 #include "support/Wire.h"
-#include "vintok/TCPAddress.h"
+#include "vintok/ConferenceRosterEntry.h"
 
 #include <cstdint>
 #include <string>
@@ -42,8 +42,9 @@ public:
 
     // Takes in what has come. True when there was something.
     bool pump();
-    // The bodies of the frames of this kind that have come so far.
+    // What it has been told by the host: echoes, and who is in the meeting.
     const std::vector<test::Bytes> &echoes() const { return m_echoes; }
+    const std::vector<ConferenceRosterEntry> &roster() const { return m_roster; }
 
     void halfCloses();
     void ends(); // with a reset, and forgets what it had to say
@@ -52,12 +53,14 @@ public:
 
 private:
     void cutFrames();
+    void take(const test::WireFrame &frame);
 
     int m_descriptor = -1;
     bool m_ended = false;
     test::Bytes m_out;
     test::Bytes m_in;
     std::vector<test::Bytes> m_echoes;
+    std::vector<ConferenceRosterEntry> m_roster;
 };
 
 // A frame as the input says it: of any kind and form, about anybody, with bytes of it changed.

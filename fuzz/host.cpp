@@ -152,9 +152,11 @@ private:
     void answer();
     void pass();
     bool pump();
+    std::vector<const ConferenceRosterEntry *> listed();
     void checkRoster();
     void end();
     void checkHonest();
+    void checkHonestRoster();
 
     Caller &anyCaller() { return *m_callers[m_input.below(callers)]; }
     std::uint32_t place() { return ++s_places / 2 % 0xFFFFF0 + 2; }
@@ -569,17 +571,21 @@ void Play::pass() {
     checkRoster();
 }
 
-// Who has joined has a connection, and nobody else has the same; with the guard that says so, nor
-// the same address.
-void Play::checkRoster() {
-    if (!m_party->isHost() || m_party->isServer())
-        return;
+// Whom the application of a host would be told of.
+std::vector<const ConferenceRosterEntry *> Play::listed() {
     std::vector<const ConferenceRosterEntry *> listed;
     m_listed = &listed;
     m_party->requestRoster();
     m_listed = nullptr;
+    return listed;
+}
+
+// Who has joined has a connection, and nobody else has the same.
+void Play::checkRoster() {
+    if (!m_party->isHost() || m_party->isServer())
+        return;
     std::set<int> descriptors;
-    for (const ConferenceRosterEntry *entry : listed) {
+    for (const ConferenceRosterEntry *entry : listed()) {
         if (entry->doBroadcast())
             require(entry->descriptor() != -1, "a member has a connection");
         if (entry->descriptor() != -1)
@@ -601,8 +607,33 @@ void Play::checkHonest() {
     require(m_honest.echoes().size() == before + 1, "an honest member is served");
 }
 
-void Play::end() {
+// When all is quiet a member knows whom the host has, and nobody else.
+void Play::checkHonestRoster() {
+    if (!m_honestStays || !m_party->isHost() || m_party->isServer())
+        return;
+    for (int passes = 0; passes < 4; ++passes) {
+        sandbox().now += std::chrono::milliseconds(30);
+        pass();
+    }
     checkHonest();
+    const TCPAddress honest = m_honest.address();
+    const auto has = [](const auto &entries, const TCPAddress &address) {
+        return std::any_of(entries.begin(), entries.end(),
+                           [&](const TCPAddress &entry) { return entry == address; });
+    };
+    std::vector<TCPAddress> members;
+    for (const ConferenceRosterEntry *entry : listed()) {
+        members.push_back(*entry);
+        require(has(m_honest.roster(), *entry), "a member is told of everybody");
+    }
+    for (const ConferenceRosterEntry &entry : m_honest.roster())
+        require(entry.isServer() || static_cast<const TCPAddress &>(entry) == m_party->address() ||
+                    has(members, entry),
+                "a member is told of who has left");
+}
+
+void Play::end() {
+    checkHonestRoster();
     m_honestStays = false;
     m_party->hangup();
     m_party.reset();
