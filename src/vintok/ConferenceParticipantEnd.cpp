@@ -7,6 +7,7 @@
 //   a write that fails                              _bringOutYerDead
 //   TCP_hangup from the peer                        _handleHangup
 //   a member that loses one of two hosts            Ending::removeAttendee
+//   a guard, of whoever breaks its rule             Ending::dismiss
 //
 // There are two ways down. `mf_hangup` is the local act: it says TCP_hangup, drops the connection
 // and tells the application only how a pending call has ended. `_handleHangup` is for a peer that
@@ -76,6 +77,17 @@ bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
     if (saysGoodbye)
         sendByte(peer->descriptor(), TCP_hangup, 0);
     return Ending::dropConnection(*this, peer);
+}
+
+// As `mf_hangup`; but when it is a member that has to go, everybody hears that it has left.
+void ConferenceParticipant::Ending::dismiss(ConferenceParticipant &owner,
+                                            ConferenceRosterEntry *peer) {
+    if (!owner._isListed(peer) || !peer->doBroadcast()) {
+        owner.mf_hangup(peer);
+        return;
+    }
+    sendByte(peer->descriptor(), TCP_hangup, 0);
+    owner._handleHangup(peer);
 }
 
 // Tells the application how the call has ended and takes it off the list. True unless the other

@@ -320,7 +320,7 @@ bool ConferenceParticipant::Guards::takesEntry(ConferenceParticipant &owner,
         return true;
     VINTOK_LOG(SEVERITY_WARNING,
                formatText("Hanging up on %d, whose roster entry is too long", peer->descriptor()));
-    owner.mf_hangup(peer);
+    Ending::dismiss(owner, peer);
     return false;
 }
 
@@ -463,10 +463,14 @@ void ConferenceParticipant::Guards::callIsLate(int descriptor, void *data) {
     auto &owner = *static_cast<ConferenceParticipant *>(data);
     const Operation operation(owner);
     ConferenceRosterEntry *peer = owner._getPeer(descriptor);
-    if (peer == nullptr || owner._getPending(descriptor) == nullptr)
+    TempRosterEntry *call = owner._getPending(descriptor);
+    if (peer == nullptr || call == nullptr)
         return; // answered
     VINTOK_LOG(SEVERITY_WARNING, formatText("Giving up the call on %d: no answer", descriptor));
-    owner.mf_hangup(peer);
+    if (peer->doBroadcast())
+        Ending::endCall(owner, call); // it has asked to join instead, and the others know it
+    else
+        owner.mf_hangup(peer);
 }
 
 } // namespace vintok

@@ -52,7 +52,7 @@ constexpr Permission permissions[] = {
     {&TCP_fileTransferAck, Rule::no, Rule::ownFile, Rule::yes},
     {&TCP_rosterEntry, Rule::yes, Rule::yes, Rule::yes},
     {&TCP_joinRequest, Rule::yes, Rule::yes, Rule::yes},
-    {&TCP_joinReply, Rule::yes, Rule::yes, Rule::yes},
+    {&TCP_joinReply, Rule::yes, Rule::no, Rule::yes},
     {&TCP_hangup, Rule::yes, Rule::yes, Rule::yes},
     {&TCP_keepAlive, Rule::yes, Rule::yes, Rule::yes},
     {&TCP_rosterRequest, Rule::no, Rule::yes, Rule::yes},

@@ -76,7 +76,10 @@ void ConferenceParticipant::_handleVersion(ConferenceRosterEntry *peer, const TC
         if (call != nullptr || _pending.empty())
             _removePending(call); // logs where there is none
     }
-    mf_hangup(peer);
+    if (_membersOnly)
+        Ending::dismiss(*this, peer);
+    else
+        mf_hangup(peer);
 }
 
 // ---- Options ----

@@ -261,6 +261,7 @@ struct ConferenceParticipant::Crossing {
 
 struct ConferenceParticipant::Ending {
     static void leaveMeeting(ConferenceParticipant &owner);
+    static void dismiss(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool endCall(ConferenceParticipant &owner, TempRosterEntry *call);
     static void tellNoAnswer(ConferenceParticipant &owner, const TempRosterEntry &call);
     static void readFailed(ConferenceParticipant &owner, ConferenceRosterEntry *peer, bool closed);

@@ -67,6 +67,14 @@ for file in tests/*_test.cpp; do
     grep -qE "\b($subject(_test\.cpp)?)\b" tests/CMakeLists.txt tests/checks/CMakeLists.txt || echo "$file"
 done | faults "not in the build"
 
+for file in fuzz/*.cpp; do
+    grep -qE "\b$(basename "$file" .cpp)\b" fuzz/CMakeLists.txt || echo "$file"
+done | faults "not in the build"
+
+for target in $(sed -nE 's/^ *vintok_(sandboxed_)?fuzz\(([a-z_]+).*/\2/p' fuzz/CMakeLists.txt); do
+    [ -d "fuzz/corpus/$target" ] || echo "$target"
+done | faults "fuzz target without a corpus"
+
 # --- the map
 
 sed -n '/^## A map/,/^## Layers/p' docs/architecture.md | grep -oE '`[A-Za-z_0-9/.-]+/[A-Za-z_0-9.-]+`' | tr -d '`' |
@@ -165,7 +173,7 @@ fresh { statement = $0; statement_indent = indent }
 # --- text
 
 tracked() { git ls-files --cached --others --exclude-standard 2>/dev/null || find . -type f -not -path './build/*'; }
-texts() { tracked | while IFS= read -r file; do [ -f "$file" ] && echo "$file"; done; }
+texts() { tracked | grep -v '^\(\./\)\?fuzz/corpus/' | while IFS= read -r file; do [ -f "$file" ] && echo "$file"; done; }
 
 texts | matches '\b(T[O]DO|FIX[M]E|X[X]X)\b' | faults "left undone"
 texts | matches '(^|[ "'"'"'(=])/(home|root|[w]ork|Users)/' | faults "path of somebody's machine"
