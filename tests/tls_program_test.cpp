@@ -1,8 +1,7 @@
 // Meetings of real processes under TLS, what a listener on the wire gets of them, and OpenSSL's own
-// client and server on the other side.
+// client.
 #include "support/Multiplexer.h"
 #include "support/Program.h"
-#include "support/SocketPair.h"
 #include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
@@ -180,34 +179,6 @@ TEST_F(TLSProgram, ARenegotiationIsRefused) {
     EXPECT_THAT(client.errors(), HasSubstr("no renegotiation"));
     Program bob(joining(target));
     EXPECT_TRUE(bob.tells("joined", {named("Ann")}));
-}
-
-TEST_F(TLSProgram, OpenSSLsServerIsJoinedOrRefusedByTheGuest) {
-    struct Row {
-        std::string server;
-        const char *seen;    // by the server, or ""
-        const char *refusal; // by the guest
-    };
-    const Row rows[] = {
-        {"", "CIPHER is TLS_AES_256_GCM_SHA384", ""},
-        {"-tls1_2", "CIPHER is ECDHE-ECDSA-AES256-GCM-SHA384", ""},
-        {"-tls1_1 -cipher ALL:@SECLEVEL=0", "", "protocol version"},
-        {"-cert guest.pem -key guest.key", "", "IP address mismatch"},
-    };
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.seen + std::string(row.refusal));
-        unsigned short port = 0;
-        closeDescriptor(listenSomewhere(port));
-        ChildProcess server = openssl({"s_server", "-accept", std::to_string(port)},
-                                      "-cert host.pem -key host.key " + row.server);
-        ASSERT_TRUE(server.printed("ACCEPT"));
-        Program bob(joining("127.0.0.1:" + std::to_string(port), "--tls-require"));
-        if (*row.seen != '\0') {
-            EXPECT_TRUE(server.printed(row.seen)) << bob.story();
-            continue;
-        }
-        EXPECT_TRUE(bob.ends(1, row.refusal));
-    }
 }
 
 // ---- A listener on the wire ----
