@@ -7,6 +7,7 @@
 #include "support/SocketPair.h"
 #include "support/Stream.h"
 #include "support/StubTransport.h"
+#include "support/Watcher.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
@@ -152,6 +153,23 @@ TEST_F(Messages, WaitForTheRestOfAFrame) {
     EXPECT_TRUE(reads());
     rest.join();
     EXPECT_EQ(frame, wholeFrame(message));
+}
+
+TEST_F(Messages, TellAWatcherHowFarTheyAreAndEndWhenItSaysSo) {
+    test::Watcher watcher;
+    makeKnown(message);
+    EXPECT_TRUE(message.write(-1, &watcher));
+    EXPECT_EQ("62+0", watcher.messages.back());
+    setNonBlocking(pair.mine());
+    watcher.onByte = watcher.onMessage = [] { return false; };
+    watcher.messages.clear();
+    ASSERT_TRUE(message.allocateMessageBuffer(64 << 20));
+    EXPECT_FALSE(message.write(-1, &watcher));
+    EXPECT_EQ(1u, watcher.messages.size());
+    watcher.messages.clear();
+    ASSERT_TRUE(sends(test::cutAt(frameOf(200), 100)));
+    EXPECT_FALSE(message.read(-1, &watcher));
+    EXPECT_THAT(watcher.messages, testing::ElementsAre("100+100"));
 }
 
 TEST_F(Messages, FindTheirPeerGone) {

@@ -2,12 +2,14 @@
 #include "platform/Resolve.h"
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
+#include "platform/Thread.h"
 #include "platform/Wait.h"
 #include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 #include <cstdlib>
 #include <gmock/gmock.h>
+#include <thread>
 
 using namespace vintok::platform;
 using testing::AnyOf;
@@ -142,6 +144,12 @@ TEST_F(PlatformSockets, EndOfStreamIsNotSomebodysOldError) {
     }
 }
 
+TEST_F(PlatformSockets, AWriterToADeadPeerGetsAnErrorAndNoSignal) {
+    far.close();
+    EXPECT_TRUE(eventually([&] { return send(near, buffer, sizeof buffer) == -1; }));
+    EXPECT_EQ(-1, send(near, buffer, sizeof buffer));
+}
+
 // In the blocking mode that a socket begins with.
 TEST_F(PlatformSockets, ATransferNowNeverWaits) {
     EXPECT_EQ(10035, errorOf(receiveNow(far, buffer, sizeof buffer) != -1));
@@ -188,6 +196,23 @@ TEST(PlatformDeathTest, SocketIsNoStandardStreamEvenWhenThoseAreClosed) {
             std::_Exit(openSocket(FAMILY_IPV4) > 2 ? 0 : 1);
         },
         testing::ExitedWithCode(0), "");
+}
+
+TEST(PlatformDescriptorSet, HoldsEachOnceAndInOrder) {
+    DescriptorSet set;
+    for (const int descriptor : {7, 3, 7, 5})
+        set.insert(descriptor);
+    EXPECT_TRUE(set.erase(5));
+    EXPECT_FALSE(set.erase(5));
+    EXPECT_EQ(std::vector<int>({3, 7}), std::vector<int>(set.begin(), set.end()));
+}
+
+TEST(PlatformThread, SlotDestroysWhatAThreadLeavesInIt) {
+    ThreadSlot slot([](void *value) { ++*static_cast<int *>(value); });
+    int destroyed = 0;
+    std::thread([&] { EXPECT_TRUE(slot.set(&destroyed)); }).join();
+    EXPECT_EQ(1, destroyed);
+    slot.release();
 }
 
 TEST_F(PlatformTest, OnlyAnIPv4AddressInIPv6FormIsMapped) {

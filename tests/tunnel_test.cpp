@@ -209,14 +209,19 @@ TEST_F(Tunnel, ARequestThatIsTooLongGoesOutAsAnEndOfHeaders) {
     EXPECT_TRUE(server.rest().empty());
     ann.leaves();
 
-    for (const std::size_t length : {420u, 421u}) {
-        const std::string word(length, 'a');
-        ASSERT_TRUE(callsThroughProxy(word, 0, "m", 1) && server.picksUp());
+    const struct {
+        std::size_t remote, word;
+        bool fits;
+    } cases[] = {{897, 0, true}, {898, 0, false}, {1, 420, true}, {1, 421, false}};
+    for (const auto &row : cases) {
+        const std::string remote(row.remote, 'r'), word(row.word, 'a');
+        const std::string credentials = word.empty()
+                                            ? ""
+                                            : "Proxy-authorization: Basic " + word +
+                                                  "\r\nAuthorization: Basic " + word + "\r\n";
+        ASSERT_TRUE(callsThroughProxy(word, 0, remote, 1) && server.picksUp());
         EXPECT_TRUE(server.receivesText(
-            length == 421 ? std::string(tooLong)
-                          : proxyRequest("m", 1, server.port(),
-                                         "Proxy-authorization: Basic " + word +
-                                             "\r\nAuthorization: Basic " + word + "\r\n")));
+            row.fits ? proxyRequest(remote, 1, server.port(), credentials) : tooLong));
         ann.leaves();
     }
 }
