@@ -231,6 +231,7 @@ TEST_F(Loops, APeekSortsItsErrors) {
         {"!4 5", "5", 5, TCP_ERROR_WOULD_BLOCK, 10004},
         {"!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009, true},
         {"!10035", "", -1, TCP_ERROR_SYSTEM_ERROR, 10035},
+        {"!12", "", -1, TCP_ERROR_SYSTEM_ERROR, 8},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.row);

@@ -131,6 +131,18 @@ TEST_F(Recording, IsPlayedInItsOwnSpacing) {
     }
 }
 
+TEST_F(Recording, WaitsWhileItIsPaused) {
+    Player player(holding(said(0, 'a') + said(10, 'b')), 1);
+    const Pacing::TimePoint start(5s);
+    EXPECT_EQ(Player::State::ready, player.look(start));
+    player.taken();
+    EXPECT_EQ(Player::State::waiting, player.look(start));
+    player.pause(start + 2s);
+    EXPECT_EQ(Player::State::waiting, player.look(start + 100s));
+    player.resume(start + 102s);
+    EXPECT_EQ(start + 110s, player.due()) << "8 seconds were left";
+}
+
 TEST_F(Recording, WithInsaneTimesIsStillPlayed) {
     constexpr auto least = std::numeric_limits<std::int64_t>::min();
     constexpr auto most = std::numeric_limits<std::int64_t>::max();

@@ -258,16 +258,6 @@ TEST_F(Relay, SharesItsConnectionsWithACopy) {
     EXPECT_EQ(0, select.numDescriptors());
 }
 
-TEST_F(Relay, ThatIsAssignedToLetsGoOfItsOwnConnections) {
-    Server other(test::freshPort(), !exactPort, localOnly);
-    ASSERT_NE(server->port(), other.port());
-    other = *server;
-    EXPECT_EQ(server->port(), other.port());
-    for (WirePeer *peer : {&ann, &bob, &cem})
-        EXPECT_FALSE(peer->ended());
-    speaks(ann, "nobody is disturbed");
-}
-
 // ---- Too many ----
 
 namespace {
