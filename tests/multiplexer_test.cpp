@@ -58,6 +58,18 @@ TEST(AMultiplexer, JoinsTwoPartiesOfAMeeting) {
     EXPECT_TRUE(mux.printed("meeting \"one\" sent 4 received 4 "));
 }
 
+TEST(AMultiplexer, CallsThePartyThatIsNamedIfItMay) {
+    Called party, other;
+    Multiplexer mux({"--allow", party.address()});
+    Client named(mux.port(), request("127.0.0.1", party.port(), "talk"));
+    const auto picked = party.picksUp();
+    EXPECT_THAT(named.answer(), StartsWith(OPENED));
+    for (const char *host : {"127.0.0.1", "::ffff:127.0.0.1", "party.invalid"}) {
+        Client refused(mux.port(), request(host, other.port(), "talk"));
+        EXPECT_THAT(refused.answer(), StartsWith("HTTP/1.0 403 ")) << host;
+    }
+}
+
 TEST(AMultiplexer, LetsTheOthersOfAMeetingComeWhereAPartyIsNotReached) {
     Called party;
     party.stops();

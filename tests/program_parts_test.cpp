@@ -84,17 +84,6 @@ TEST(Command, TellsWhatIsSaidFromWhatIsAsked) {
     }
 }
 
-TEST(Saying, IsATextOfFourLines) {
-    const std::string body = encodeSaying({{"192.0.2.1", 7777}, "Ann Lee", "hello\nall"});
-    EXPECT_EQ("say 1\n192.0.2.1 7777\nAnn Lee\nhello\nall", body);
-    Saying saying;
-    ASSERT_TRUE(decodeSaying(body, saying));
-    EXPECT_EQ("192.0.2.1", saying.place.address);
-    EXPECT_EQ(7777, saying.place.port);
-    EXPECT_EQ("Ann Lee", saying.name);
-    EXPECT_EQ("hello\nall", saying.text);
-}
-
 TEST(Saying, WhatIsSaidComesBackWhateverItHolds) {
     for (const TextCase &one : textCases) {
         Saying saying;
