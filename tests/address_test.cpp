@@ -17,11 +17,9 @@ TEST(Flags, followFromTheAddress) {
         const char *text;
         std::uint32_t type;
     } rows[] = {
-        {"10.0.0.1", 1},         {"0.0.0.0", 1},   {"127.0.0.1", 9}, {"127.0.0.2", 1},
-        {"255.255.255.255", 17}, {"::", 2},        {"::1", 10},      {"1::1", 2},
-        {"::7f00:1", 2},         {"ff01::1", 18},  {"ff02::1", 18},  {"ff0f:1:2:3:4:5:6:7", 18},
-        {"ff12::1", 2}, // transient multicast
-        {"fe80::1", 2},          {"somewhere", 0},
+        {"10.0.0.1", 1},  {"127.0.0.1", 9}, {"127.0.0.2", 1}, {"255.255.255.255", 17},
+        {"::1", 10},      {"::7f00:1", 2},  {"ff01::1", 18},  {"ff12::1", 2}, // transient multicast
+        {"somewhere", 0},
     };
     for (const auto &row : rows) {
         const TCPAddress address = literal(row.text);
@@ -34,47 +32,23 @@ TEST(Flags, followFromTheAddress) {
         EXPECT_TRUE(address.name(name));
         EXPECT_EQ(name, row.text);
     }
-    TCPAddress address;
-    address.setLoopbackIPv4();
-    EXPECT_EQ(text(address), "127.0.0.1");
-    address.setBroadcastIPv4();
-    EXPECT_EQ(text(address), "255.255.255.255");
-    address.setLoopbackIPv6();
-    EXPECT_EQ(text(address), "0:0:0:0:0:0:0:1");
-    address.setBroadcastIPv6();
-    EXPECT_EQ(text(address), "ff01:0:0:0:0:0:0:1");
-    EXPECT_EQ(address.ipType(), 18U);
 }
 
-TEST(Flags, ofTheNextAddressReplaceThoseOfTheLast) {
-    TCPAddress address;
-    address.setLoopbackIPv6();
-    address.setIPv4(networkIPv4({10, 1, 2, 3}));
-    EXPECT_EQ(stored(address), hex("000000000000000000000000 0a010203 01000000 0000 0000"));
-    address.setHostByteOrderPort(80);
+TEST(Flags, ofAPathLeaveNothingOfTheAddressBefore) {
+    TCPAddress address = nameOnly("::1", 80);
     address.setUnix("/run/meeting");
-    EXPECT_TRUE(address.isUnix());
     EXPECT_EQ(stored(address), hex("00000000000000000000000000000000 04000000 0050 0000"));
-    address.setNetwork("127.0.0.1");
-    EXPECT_EQ(address.ipType(), 33U); // a network is neither loopback nor broadcast
-    EXPECT_TRUE(address.isNetwork());
 }
 
 TEST(RawAddress, isGivenOnlyByTheFamilyThatItHas) {
     std::uint32_t ipv4 = 7;
     std::uint16_t words[8] = {};
-    const TCPAddress four = literal("10.1.2.3");
-    EXPECT_TRUE(four.IPv4(ipv4));
-    EXPECT_EQ(ipv4, networkIPv4({10, 1, 2, 3}));
-    EXPECT_FALSE(four.IPv6(words));
-    EXPECT_TRUE(literal("127.0.0.1").IPv4(ipv4));
-
+    EXPECT_FALSE(literal("10.1.2.3").IPv6(words));
     const TCPAddress six = literal("1:2::3");
     EXPECT_FALSE(six.IPv4(ipv4));
     EXPECT_EQ(ipv4, 0U);
     EXPECT_TRUE(six.IPv6(words));
     EXPECT_THAT(words, testing::ElementsAreArray(networkIPv6({1, 2, 0, 0, 0, 0, 0, 3})));
-    EXPECT_FALSE(six.IPv6(nullptr));
 
     // A type that does not go with the bytes, as a stranger may send it.
     TCPAddress odd;
@@ -89,48 +63,6 @@ TEST(RawAddress, isGivenOnlyByTheFamilyThatItHas) {
     EXPECT_FALSE(odd.IPv6(words));
 }
 
-TEST(Port, isKeptInNetworkOrder) {
-    TCPAddress address;
-    address.setHostByteOrderPort(80);
-    EXPECT_EQ(stored(address), hex("00000000000000000000000000000000 00000000 0050 0000"));
-    EXPECT_EQ(address.hostByteOrderPort(), 80);
-    TCPAddress other;
-    other.setPort(address.port());
-    EXPECT_EQ(other.hostByteOrderPort(), 80);
-    address.clear();
-    EXPECT_EQ(address.port(), 0);
-    EXPECT_TRUE(address.empty());
-}
-
-TEST(Empty, meansThatNothingAtAllIsKnown) {
-    EXPECT_TRUE(TCPAddress().empty());
-    EXPECT_FALSE(nameOnly("", 1).empty());
-    EXPECT_FALSE(nameOnly("somewhere").empty());
-    EXPECT_FALSE(literal("0.0.0.0").empty());
-    TCPAddress masked;
-    EXPECT_TRUE(masked.setNetMask(std::uint16_t{1}));
-    EXPECT_FALSE(masked.empty());
-}
-
-TEST(Copies, takeEverything) {
-    TCPAddress source = network("10.0.0.0/8");
-    source.setHostByteOrderPort(80);
-    TCPAddress target = literal("::1");
-    source.clone(target);
-    EXPECT_EQ(stored(target), stored(source));
-    std::string name;
-    EXPECT_TRUE(target.name(name));
-    EXPECT_EQ(name, "10.0.0.0/8");
-}
-
-TEST(Text, thatIsAssignedIsResolvedAndNothingWhenEmpty) {
-    TCPAddress address = literal("10.0.0.1");
-    address = std::string();
-    EXPECT_EQ(text(address), "10.0.0.1");
-    address = std::string("::1");
-    EXPECT_EQ(address.ipType(), 10U);
-}
-
 // ---- Comparison ----
 
 TEST(Equality, doesNotTreatItsSidesAlike) {
@@ -142,21 +74,15 @@ TEST(Equality, doesNotTreatItsSidesAlike) {
         TCPAddress right;
         bool equal;
     } rows[] = {
-        {"the same address", literal("10.0.0.1"), literal("10.0.0.1"), true},
         {"type, mask and name aside", literal("10.0.0.1"), sameIP, true},
         {"another address", literal("10.0.0.1"), literal("10.0.0.2"), false},
         {"another port", nameOnly("10.0.0.1", 1), nameOnly("10.0.0.1", 2), false},
         {"the same name", nameOnly("a", 1), nameOnly("a", 2), true},
-        {"the case of a name", nameOnly("a"), nameOnly("A"), false},
-        {"a longer name", nameOnly("a"), nameOnly("ab"), false},
         {"a name and an address with another name", nameOnly("a"), literal("::"), false},
         {"an address and a name", literal("::"), nameOnly("a"), false},
-        {"an address and the same name", literal("10.0.0.1"), literal("10.0.0.1"), true},
         {"the same path", unixPath("/a"), unixPath("/a"), true},
-        {"other paths", unixPath("/a"), unixPath("/b"), false},
         {"a path and an address that is all zeros", unixPath("/a"), literal("::"), true},
         {"the same the other way round", literal("::"), unixPath("/a"), false},
-        {"nothing at all", TCPAddress(), TCPAddress(), true},
         {"nothing and all zeros", TCPAddress(), literal("0.0.0.0"), true},
         {"nothing and a name", TCPAddress(), nameOnly("a"), false},
     };
@@ -200,21 +126,15 @@ TEST(Network, holdsTheAddressesThatItsMaskCovers) {
         bool inside;
     } rows[] = {
         {"10.1.2.3", "10.0.0.0/8", true},
-        {"11.1.2.3", "10.0.0.0/8", false},
         {"10.1.2.3", "10.1.2.4/32", false},
-        {"10.1.2.4", "10.1.2.4/32", true},
         {"10.1.2.4", "10.1.2.4", false}, // no mask
         {"192.168.7.255", "192.168.4.0/22", true},
         {"192.168.8.0", "192.168.4.0/22", false},
         {"128.0.0.0", "255.0.0.0/1", true},
-        {"127.0.0.1", "255.0.0.0/1", false},
-        {"127.0.0.1", "126.0.0.0/7", true},
         {"::1", "2001:db8::/32", true}, // any IPv6 address, deliberately
-        {"2001:db8::1", "2001:db8::/128", true},
         {"2001:db8::1", "2001:db8::", false},
         {"10.1.2.3", "2001:db8::/32", false},
         {"::1", "10.0.0.0/8", false},
-        {"somewhere", "10.0.0.0/8", false},
     };
     for (const auto &row : rows)
         EXPECT_EQ(literal(row.address).isInNet(network(row.network)), row.inside)
@@ -240,11 +160,9 @@ TEST(Network, takesItsMaskFromTheTextOrApart) {
     EXPECT_EQ(address.maskBits(), 8);
     EXPECT_TRUE(address.setNetwork("10.1.0.0"));
     EXPECT_EQ(address.maskBits(), 8) << "without a length the mask stays";
-    EXPECT_TRUE(address.setNetwork("10.1.0.0", std::uint16_t{32}));
-    EXPECT_EQ(address.maskBits(), 32);
-    EXPECT_FALSE(address.setNetwork("10.1.0.0", std::uint16_t{33}));
-    EXPECT_EQ(address.maskBits(), 32);
     EXPECT_TRUE(address.setNetwork("10.1.0.0", std::string("255.255.0.0")));
+    EXPECT_EQ(address.maskBits(), 16);
+    EXPECT_FALSE(address.setNetwork("10.1.0.0", std::uint16_t{33}));
     EXPECT_EQ(address.maskBits(), 16);
     EXPECT_TRUE(address.setNetwork("1::", std::uint16_t{128}));
     EXPECT_EQ(address.ipType(), 34U);
@@ -265,28 +183,12 @@ TEST(NetMask, countsTheBitsOfAText) {
         const char *mask;
         int bits; // -1: refused
     } rows[] = {
-        {"255.255.255.0", 24},
-        {"255.255.255.255", 32},
-        {"0.0.0.0", 0},
-        {"128.0.0.0", 1},
-        {"192.0.0.0", 2},
-        {"255.224.0.0", 11},
-        {"255.255.248.0", 21},
-        {"255.255.252.0", 22},
-        {"255.255.254.0", 23},
+        {"255.255.255.0", 24}, {"0.0.0.0", 0},
+        {"128.0.0.0", 1},      {"255.255.254.0", 23},
         {"255.255.240.0", -1}, // this one byte is not among those that are known
-        {"255.0.255.0", -1},
-        {"255.128.128.0", -1},
-        {"255.255.0.1", -1},
-        {"255.253.0.0", -1},
-        {"ffff:ffff::", 32},
-        {"ffff:fffe::", 31},
-        {"ffff:ff80::", 25},
-        {"ffff:f000::", -1},
-        {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 128},
-        {"ffff::ffff", -1},
-        {"somewhere", -1},
-        {"", -1},
+        {"255.253.0.0", -1},   {"ffff:fffe::", 31},
+        {"ffff:f000::", -1},   {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 128},
+        {"somewhere", -1},     {"", -1},
     };
     for (const auto &row : rows) {
         TCPAddress address;
@@ -305,17 +207,9 @@ TEST(MaskText, isAppended) {
         const char *text;
     } rows[] = {
         {"10.0.0.0", "0.0.0.0"},
-        {"10.0.0.0/1", "128.0.0.0"},
         {"10.0.0.0/20", "255.255.240.0"},
-        {"10.0.0.0/24", "255.255.255.0"},
-        {"10.0.0.0/31", "255.255.255.254"},
         {"10.0.0.0/32", "255.255.255.255"},
-        {"1::", "0:0:0:0:0:0:0:0"},
-        {"1::/4", "f000:0:0:0:0:0:0:0"},
-        {"1::/8", "ff00:0:0:0:0:0:0:0"},
         {"1::/19", "ffff:e000:0:0:0:0:0:0"},
-        {"1::/31", "ffff:fffe:0:0:0:0:0:0"},
-        {"1::/64", "ffff:ffff:ffff:ffff:0:0:0:0"},
         {"1::/128", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
     };
     for (const auto &row : rows) {
@@ -340,12 +234,9 @@ TEST(Wire, holdsEverythingButTheName) {
         const char *wire;
     } rows[] = {
         {TCPAddress(), "00000000000000000000000000000000 00000000 0000 0000"},
-        {nameOnly("somewhere"), "00000000000000000000000000000000 00000000 0000 0000"},
         {host, "0000000000000000000000000a000001 00000001 1e61 0000"},
         {literal("127.0.0.1"), "0000000000000000000000007f000001 00000009 0000 0000"},
-        {literal("::1"), "00000000000000000000000000000001 0000000a 0000 0000"},
         {wide, "20010db8000000000000000000000000 00000022 01bb 0020"},
-        {unixPath("/a"), "00000000000000000000000000000000 00000004 0000 0000"},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.wire);
@@ -372,10 +263,6 @@ TEST(Wire, holdsEverythingButTheName) {
             EXPECT_THAT(room, testing::Each(0xEE));
         }
     }
-    TCPAddress untouched = nameOnly("old", 1);
-    EXPECT_EQ(untouched.read(nullptr, 24), 0U);
-    EXPECT_EQ(untouched.write(nullptr, 24), 0U);
-    EXPECT_FALSE(untouched.empty());
 }
 
 TEST(Wire, takesTheTypeAsItComes) {

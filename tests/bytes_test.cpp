@@ -1,4 +1,3 @@
-#include "platform/Socket.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
@@ -7,14 +6,11 @@
 #include "vintok/StreamInternal.h"
 
 #include <memory>
-#include <numeric>
-#include <thread>
 
 using namespace vintok;
 using namespace vintok::test;
 using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -100,7 +96,6 @@ protected:
 
 TEST_F(Loops, ReceiveByItsRules) {
     const LoopCase cases[] = {
-        {"in one piece", "10", 10},
         {"in three", "4 5 1", 10},
         {"blocked longer and longer, and the error stays", "!10035 3 !10035 !4 7", 10,
          TCP_ERROR_WOULD_BLOCK, 10004, "100 200 300"},
@@ -108,7 +103,6 @@ TEST_F(Loops, ReceiveByItsRules) {
         {"any error ends it, after a second", "4 !10060", 4, TCP_ERROR_SYSTEM_ERROR, 10060, "1000"},
         {"with nothing to show", "!10060", -1, TCP_ERROR_SYSTEM_ERROR, 10060, "1000"},
         {"the end of the stream has no name", "4 0", 4, TCP_ERROR_SYSTEM_ERROR, 0, "1000"},
-        {"a bad descriptor", "4 !9", 4, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009, "", true},
         {"not a socket", "!10038", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10038, "", true},
     };
     for (const LoopCase &each : cases)
@@ -117,7 +111,6 @@ TEST_F(Loops, ReceiveByItsRules) {
 
 TEST_F(Loops, SendByTheirOwnRules) {
     const LoopCase cases[] = {
-        {"in one piece", "10", 10},
         {"in three", "4 5 1", 10},
         {"blocked longer and longer, and the error stays", "!10035 3 !4 !10035 7", 10,
          TCP_ERROR_WOULD_BLOCK, 10035, "100 200 300"},
@@ -127,8 +120,6 @@ TEST_F(Loops, SendByTheirOwnRules) {
          "10 20"},
         {"bytes in between forgive", "!10060 4 !10060 6", 10, TCP_ERROR_UNSPECIFIED_ERROR, 10060,
          "10 10"},
-        {"blocking forgives too", "!10060 !4 !10060 10", 10, TCP_ERROR_UNSPECIFIED_ERROR, 10060,
-         "10 100 10"},
         {"not a socket is a lost peer", "4 !10038", 4, TCP_ERROR_CONNECTION_RESET, 10038, "", true},
         {"lost after a failure still pauses", "!10060 !10054", -1, TCP_ERROR_CONNECTION_RESET,
          10054, "10 10", true},
@@ -220,17 +211,6 @@ TEST_F(Loops, DifferInWhatNotWaitingMeans) {
     EXPECT_EQ(10, send("!4 10", false)) << "an interruption is no blocking";
 }
 
-TEST_F(Loops, SayWhatTheyMoved) {
-    const LogFile log(LOG_TRACE);
-    receive("4 !9");
-    send("10");
-    const std::string number = std::to_string(fd);
-    EXPECT_THAT(log.text(), HasSubstr("sf_socketRecv (" + number +
-                                      ") read 4 of 10 pending = 1< vintok::sf_socketRecv >"));
-    EXPECT_THAT(log.text(),
-                HasSubstr("sf_socketSend (" + number + ") sent 10 of 10< vintok::sf_socketSend >"));
-}
-
 // ---- Peek, count and clear, call by call ----
 
 TEST_F(Loops, APeekSortsItsErrors) {
@@ -243,16 +223,13 @@ TEST_F(Loops, APeekSortsItsErrors) {
     } cases[] = {
         {"0", "!10035", -1, TCP_ERROR_WOULD_BLOCK, 10035},
         {"5", "!12", -1, TCP_ERROR_OUT_OF_MEMORY, 8},
-        {"5", "!22", -1, TCP_ERROR_OUT_OF_MEMORY, 10022},
         {"5", "!10060", -1, TCP_ERROR_SYSTEM_ERROR, 10060},
         {"5", "!10038", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10038, true},
         {"5", "!10058", -1, TCP_ERROR_CONNECTION_RESET, 10058, true},
         {"3*5", "3*!4", -1, TCP_ERROR_WOULD_BLOCK, 10004},
-        {"3*5", "!4 !4 5", 5, TCP_ERROR_WOULD_BLOCK, 10004},
         {"3*!4", "", -1, TCP_ERROR_WOULD_BLOCK, 10004},
         {"!4 5", "5", 5, TCP_ERROR_WOULD_BLOCK, 10004},
         {"!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009, true},
-        {"!10054", "", -1, TCP_ERROR_CONNECTION_RESET, 10054, true},
         {"!10035", "", -1, TCP_ERROR_SYSTEM_ERROR, 10035},
         {"!12", "", -1, TCP_ERROR_SYSTEM_ERROR, 8},
     };
@@ -283,12 +260,9 @@ TEST_F(Loops, ACountSortsItsErrors) {
         int row;
     } cases[] = {
         {"!4 7", 7, TCP_ERROR_INTERRUPT, 10004},
-        {"!4 !4", 0, TCP_ERROR_INTERRUPT, 10004},
         {"!9", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009},
-        {"!22", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10022},
         {"!121", -1, TCP_ERROR_CONNECTION_RESET, 121},
         {"!10038", -1, TCP_ERROR_SYSTEM_ERROR, 10038},
-        {"!10054", -1, TCP_ERROR_SYSTEM_ERROR, 10054},
     };
     for (const auto &each : cases) {
         script.waiting = each.waiting;
@@ -306,11 +280,6 @@ TEST_F(Loops, ClearingStopsAfterItsPasses) {
     script.receive = "34*4096";
     EXPECT_EQ(34, rawClearSocket(fd, 100000));
     EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
-    // The checked one counts twice each pass.
-    script.waiting = "2*1 66*4096";
-    script.receive = "34*4096";
-    EXPECT_EQ(34, clearSocket(fd, 100000));
-    EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
     expectNoError();
 }
 
@@ -326,8 +295,6 @@ TEST_F(Loops, ClearingSortsItsErrors) {
     } cases[] = {
         {"!4 3 0", "3", 3, TCP_ERROR_INTERRUPT, counting, 10004},
         {"!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, counting, 10009},
-        {"!10054", "", -1, TCP_ERROR_SYSTEM_ERROR, counting, 10054},
-        {"3 3 0", "!4 3", 3, TCP_ERROR_INTERRUPT, receiving, 10004},
         {"3 3", "3 !9", 3, TCP_ERROR_BAD_FILE_DESCRIPTOR, receiving, 10009},
         {"3", "!10054", -1, TCP_ERROR_SYSTEM_ERROR, receiving, 10054},
     };
@@ -360,15 +327,6 @@ TEST_F(Bytes, NothingToMoveIsAFailure) {
     }
     EXPECT_EQ(-1, clearSocket(fd, 0));
     EXPECT_EQ(-1, rawClearSocket(fd, 0));
-    expectNoError();
-}
-
-TEST_F(Bytes, OfAnyNumberArriveInOrder) {
-    std::string sent(3000000, '\0');
-    std::iota(sent.begin(), sent.end(), '\0');
-    std::thread writer([&] { EXPECT_EQ(3000000, writes(pair->peer(), sent)); });
-    EXPECT_TRUE(sent == reads(fd, sent.size()));
-    writer.join();
     expectNoError();
 }
 
@@ -420,39 +378,10 @@ TEST_F(Bytes, OnlyThePeekFindsACleanEnd) {
     expectError(TCP_ERROR_CONNECTION_RESET, "vintok::readBytes");
 }
 
-// The first write after the peer has gone may still be taken; no signal must end the program.
-TEST_F(Bytes, AWriterFindsAPeerThatIsGone) {
-    pair->shutDownPeer();
-    std::int64_t result = 1;
-    for (int i = 0; i < 1000 && result == 1; i++)
-        result = writes(fd, "x");
-    EXPECT_EQ(-1, result);
-    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
-    EXPECT_TRUE(closed());
-}
-
-TEST_F(Bytes, AWriterThatDoesNotWaitStopsAtAFullSocket) {
-    const ScriptedPlatform noSleep;
-    setNonBlocking(fd);
-    const std::vector<unsigned char> much(30000000);
-    const std::int64_t sent = rawWriteBytes(fd, much.data(), much.size(), false, nullptr);
-    EXPECT_LT(0, sent);
-    EXPECT_GT(30000000, sent);
-    EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
-    EXPECT_EQ(-1, rawWriteBytes(fd, much.data(), much.size(), false, nullptr));
-    EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
-    EXPECT_FALSE(closed());
-}
-
 TEST_F(Bytes, AreClearedUpToACount) {
     ASSERT_TRUE(pair->peerSends(std::string(9000, 'x') + "rest"));
-    const LogFile log(LOG_INFO);
-    const std::string number = std::to_string(fd);
     EXPECT_EQ(5000, clearSocket(fd, 5000));
-    EXPECT_TRUE(log.has("vintok::clearSocket(" + number + ") --  discarded 4096 bytes  \n"));
-    EXPECT_TRUE(log.has("vintok::clearSocket(" + number + ") --  discarded 904 bytes  \n"));
     EXPECT_EQ(4000, rawClearSocket(fd, 4000));
-    EXPECT_TRUE(log.has("sf_clearSocket (" + number + ") --  discarded 0 bytes  \n"));
     EXPECT_EQ(4, clearSocket(fd, 100)) << "what there is";
     EXPECT_EQ(-1, clearSocket(fd, 100));
     EXPECT_EQ(-1, rawClearSocket(fd, 100));

@@ -1,6 +1,5 @@
 // ConferenceControl as an application and the other parties of a meeting see it: the program runs
 // as a child, the application is at its socket, the parties are at its port.
-#include "Options.h"
 #include "support/Application.h"
 #include "support/Environment.h"
 #include "support/Party.h"
@@ -21,7 +20,6 @@ namespace {
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 namespace fs = std::filesystem;
@@ -237,14 +235,6 @@ TEST_F(ControlSession, GoesOnWhileTheApplicationDoesNotRead) {
     isTold({"callPending"});
 }
 
-TEST_F(ControlSession, HostsOnWhenTheLastGuestHasGone) {
-    ASSERT_NO_FATAL_FAILURE(meets());
-    bob.leaves();
-    isTold({"rosterChanged change=leave"});
-    EXPECT_THAT(rest(), Not(Contains("endMeeting")));
-    does("adjournMeeting", {"endMeeting"});
-}
-
 // Every roster tells of everybody; what the application knows already is not told again.
 TEST_F(ControlSession, TellsWhoHasChanged) {
     ASSERT_NO_FATAL_FAILURE(meets());
@@ -393,12 +383,7 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->process().complained("too long")) << app->story();
 
     // Frames that are none cost what came with them and no more.
-    for (const Bytes &bytes : {Bytes{0, 0, 0, 0}, Bytes{0, 0, 0, 35, 1}, Bytes(100, 0), [] {
-                                   Bytes frame = request("time\n");
-                                   frame.resize(40);
-                                   frame[3] = 40; // shorter than its header
-                                   return frame;
-                               }()}) {
+    for (const Bytes &bytes : {Bytes{0, 0, 0, 0}, Bytes{0, 0, 0, 35, 1}, Bytes(100, 0)}) {
         ASSERT_TRUE(app->sends(bytes));
         ASSERT_TRUE(meeting.until([&] { return app->process().complained("control socket"); },
                                   "a complaint"))
@@ -454,45 +439,6 @@ TEST(ConferenceControl, EncryptsWithTheFilesOfItsEnvironment) {
     EXPECT_NE(0, plain.exitCode()) << plain.story();
 }
 #endif
-
-TEST(ConferenceControlOptions, AreReadOrRefused) {
-    struct Case {
-        std::vector<const char *> arguments;
-        std::string complaint;
-    };
-    const Case cases[] = {
-        {{"-path", "-listen"}, ""}, // a value is whatever follows
-        {{"-listen", "65535", "-alarm", "0", "-bg", "-h"}, ""},
-        {{"-path"}, "-path needs a value"},
-        {{"-listen", "65536"}, "-listen: '65536' cannot be used"},
-        {{"-listen", ""}, "cannot be used"},
-        {{"-alarm", "-1"}, "cannot be used"},
-        {{"-alarm", "9x"}, "cannot be used"},
-        {{"--help"}, "'--help' is no option"},
-        {{""}, "'' is no option"},
-        {{"file"}, "'file' is no option"},
-    };
-    for (const Case &row : cases) {
-        std::vector<const char *> arguments = row.arguments;
-        arguments.insert(arguments.begin(), "ConferenceControl");
-        control::Options options;
-        std::string complaint;
-        EXPECT_EQ(row.complaint.empty(),
-                  control::readOptions(static_cast<int>(arguments.size()), arguments.data(),
-                                       options, complaint));
-        EXPECT_THAT(complaint, HasSubstr(row.complaint));
-    }
-    const char *all[] = {"",    "-uf",     "a",   "-ul",     "b",    "-ut",    "c",
-                         "-ue", "d",       "-up", "e",       "-mid", "f",      "-mn",
-                         "g",   "-listen", "1",   "-listen", "7",    "-alarm", "8"};
-    control::Options options;
-    std::string complaint;
-    ASSERT_TRUE(control::readOptions(static_cast<int>(std::size(all)), all, options, complaint));
-    EXPECT_EQ("abcdefg", options.firstName + options.lastName + options.title + options.email +
-                             options.phone + options.meetingID + options.meetingName);
-    EXPECT_EQ(7, options.port);
-    EXPECT_EQ(8u, options.alarm);
-}
 
 } // namespace
 } // namespace vintok::test

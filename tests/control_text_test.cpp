@@ -73,23 +73,18 @@ const Sentence requests[] = {
     {requestTime, "time\n"},
     {[](int d) { return requestConveneMeeting(d, "a talk"); },
      "conveneMeeting\nmeetingName\na talk\n"},
-    {[](int d) { return requestConveneMeeting(d, ""); }, "conveneMeeting\n"},
     {[](int d) { return requestDisableUser(d, ann); }, "disableUser\n" + anns},
     {[](int d) { return requestEnableUser(d, six); }, "enableUser\n" + sixes},
     {[](int d) { return requestRoster(d, ann); }, "meetingRoster\n" + anns},
     {[](int d) { return requestPlaceCall(d, "h1", 65535, "p", 40000, "id", "a:b", -1); },
      "placeCall\nmachineName\nh1\nproxyAddress\np\nmeetingID\nid\nauthenticationString\na:"
      "b\nport\n65535\nproxyPort\n40000\ntriesRemaining\n-1\n"},
-    {[](int d) { return requestPlaceCall(d, "", 0, "", 0, "", "", 0); },
-     "placeCall\nport\n0\nproxyPort\n0\ntriesRemaining\n0\n"},
     {[](int d) { return requestPutenv(d, "A", "b=c"); }, "putenv\nA=b=c\n"},
     {[](int d) { return requestPutenv(d, "A", ""); }, "putenv\nA="},
-    {[](int d) { return requestPutenv(d, "", "b"); }, "putenv\n"},
     {[](int d) { return requestStartPlayback(d, "/f g"); }, "startPlayback\nfilePath\n/f g\n"},
     {[](int d) { return requestStartRecording(d, "/f"); }, "startRecording\nfilePath\n/f\n"},
     {[](int d) { return requestTransferFile(d, "/a/f", "f"); },
      "transferFile\nfilePath\n/a/f\nrelativePath\nf\n"},
-    {[](int d) { return requestTransferFile(d, "", ""); }, "transferFile\n"},
     {[](int d) { return requestStartup(d, 0, false, false, "", "", "", "", "", ""); },
      "startup\nport\n0\n"},
     {[](int d) {
@@ -106,20 +101,15 @@ const Sentence notifications[] = {
     {[](int d) { return replyNotifyStarted(d, address, true); }, "startup\n" + place + "isSecure\n",
      R"("startup","address":"10.0.0.1","port":40000,"isSecure":true})",
      "The control process listens on 10.0.0.1 port 40000, securely."},
-    {[](int d) { return replyNotifyStarted(d, address, false); }, "startup\n" + place},
-    {[](int d) { return replyNotifyHideIP(d, true); }, "hideIP\ntrue\n", R"("hideIP","ok":true})",
-     "Addresses are hidden."},
-    {[](int d) { return replyNotifyHideIP(d, false); }, "hideIP\nfalse\n"},
-    {[](int d) { return replyNotifySetTime(d, true, 4294967295u); }, "time\nadd\n4294967295\n"},
+    {[](int d) { return replyNotifyHideIP(d, true); }, "hideIP\ntrue\n"},
     {[](int d) { return replyNotifySetTime(d, false, 5); }, "time\nsubtract\n5\n",
      R"("time","direction":"subtract","seconds":5})", "The clock has 5 s subtracted from it."},
     {replyNotifyHosting, "hosting\n"},
     {replyNotifyEndMeeting, "endMeeting\n"},
-    {replyNotifyEjected, "ejected\n", R"("ejected"})", "You were ejected from the meeting."},
+    {replyNotifyEjected, "ejected\n"},
     {replyNotifyBeginLeading, "beginLeading\n"},
     {replyNotifyEndLeading, "endLeading\n"},
-    {replyNotifyBeginLeadingGranted, "beginLeadingGranted\n", R"("beginLeadingGranted"})",
-     "The lead was given to you."},
+    {replyNotifyBeginLeadingGranted, "beginLeadingGranted\n"},
     {replyNotifyBeginLeadingDenied, "beginLeadingDenied\n"},
     {[](int d) { return replyNotifyDialing(d, "m"); }, "dialing\nmachineName\nm\n"},
     {[](int d) { return replyNotifyRinging(d, "m", ann); }, "ringing\nmachineName\nm\n" + anns},
@@ -130,8 +120,7 @@ const Sentence notifications[] = {
      "m is busy in another meeting."},
     {[](int d) { return replyNotifyCallRejected(d, "m", ann); },
      "placedCallRejected\nmachineName\nm\n" + anns},
-    {[](int d) { return replyNotifyCallNoAnswer(d, "m"); }, "placedCallNoAnswer\nmachineName\nm\n",
-     R"("placedCallNoAnswer","machineName":"m"})", "m did not answer the call."},
+    {[](int d) { return replyNotifyCallNoAnswer(d, "m"); }, "placedCallNoAnswer\nmachineName\nm\n"},
     {[](int d) {
          return replyNotifyCallAuthenticationRequired(d, "m", 65535, "p", 80, "auth", 4294967295u,
                                                       "id");
@@ -140,18 +129,12 @@ const Sentence notifications[] = {
      "\nauth\nport\n65535\nproxyPort\n80\ntriesRemaining\n4294967295\n",
      R"("authenticationRequired","machineName":"m","port":65535,"meetingID":"id","proxyAddress":"p","proxyPort":80,"authenticationString":"auth","triesRemaining":4294967295})",
      "The proxy p asks who calls m. /login USER:PASSWORD calls again."},
-    {[](int d) { return replyNotifyCallAuthenticationRequired(d, "", 1, "", 2, "", 3, ""); },
-     "authenticationRequired\nmachineName\n\nport\n1\nproxyPort\n2\ntriesRemaining\n3\n"},
-    {[](int d) { return replyNotifyServerResponse(d, 407, ""); },
-     "serverResponse\nserverResponseCode\n407\n"},
     {[](int d) { return replyNotifyServerResponse(d, 403, page); },
      "serverResponse\nserverResponseCode\n403\nserverResponseMessage\n66ffc3ffbcffffff800a7f\n",
      R"("serverResponse","serverResponseCode":403,"serverResponseMessage":"fü\ufffd\ufffd\n\u007f"})",
      "The server answers 403: f\xC3\xBC\xFF\x80\n\x7F"},
     {[](int d) { return replyNotifyVersionNotCompatible(d, "", address); },
-     "versionNotCompatible\nmachineName\n\n" + place,
-     R"("versionNotCompatible","machineName":"","address":"hidden","port":40000})",
-     "hidden port 40000 speaks too old a version."},
+     "versionNotCompatible\nmachineName\n\n" + place},
     {[](int d) { return replyNotifyCallPending(d, RosterBase(address)); },
      "callPending\n" + place + "colorIndex\n65535\n",
      R"("callPending","address":"hidden","port":40000,"colorIndex":65535})",
@@ -159,27 +142,20 @@ const Sentence notifications[] = {
     {[](int d) { return replyNotifyUserInMeeting(d, ann); }, "rosterEntry\n" + anns},
     {[](int d) { return replyNotifyUserJoin(d, ann); }, "rosterChanged\njoin\n" + anns},
     {[](int d) { return replyNotifyUserLeave(d, ann); }, "rosterChanged\nleave\n" + anns},
-    {[](int d) { return replyNotifyUserEjected(d, ann); }, "rosterChanged\nejected\n" + anns,
-     R"("rosterChanged","change":"ejected","address":"hidden","port":40000,"firstName":"address","title":"Dr","email":"ann@x","phoneNumber":"12","colorIndex":3})",
-     "address was ejected from the meeting."},
-    {[](int d) { return replyNotifyLeaderChange(d, ann); }, "leaderChanged\n" + anns,
-     R"("leaderChanged","address":"hidden","port":40000,"firstName":"address","title":"Dr","email":"ann@x","phoneNumber":"12","colorIndex":3})",
-     "address leads the meeting."},
+    {[](int d) { return replyNotifyUserEjected(d, ann); }, "rosterChanged\nejected\n" + anns},
+    {[](int d) { return replyNotifyLeaderChange(d, ann); }, "leaderChanged\n" + anns},
     {[](int d) { return replyNotifyLeadRequestPending(d, ann); }, "leadRequestPending\n" + anns},
     {[](int d) { return replyNotifyFileTransfer(d, "f"); }, "transferFile\nf\n"},
     {[](int d) { return replyNotifyFileTransferred(d, address, 1, "f"); },
      "transferredFileSuccess\n" + place + "filePath\nf\n"},
     {[](int d) { return replyNotifyFileTransferred(d, TCPAddress(), 0, ""); },
-     "transferredFileFailure\naddress\n0.0.0.0\nport\n0\nfilePath\n\n",
-     R"("transferredFileFailure","address":"hidden","port":0,"filePath":""})",
-     "The file '' has not been transferred."},
+     "transferredFileFailure\naddress\n0.0.0.0\nport\n0\nfilePath\n\n"},
     {[](int d) { return replyNotifyRecordingStarted(d, true); }, "recordingStarted\ntrue\n"},
     {[](int d) { return replyNotifyRecordingStopped(d, false); }, "recordingStopped\nfalse\n"},
     {[](int d) { return replyNotifyPlaybackStarted(d, true); }, "playbackStarted\ntrue\n"},
     {[](int d) { return replyNotifyPlaybackStopped(d, false); }, "playbackStopped\nfalse\n"},
     {[](int d) { return replyNotifyPlaybackPaused(d, true); }, "playbackPaused\ntrue\n"},
-    {[](int d) { return replyNotifyPlaybackResumed(d, true); }, "playbackResumed\ntrue\n",
-     R"("playbackResumed","ok":true})", "Playing has resumed."},
+    {[](int d) { return replyNotifyPlaybackResumed(d, true); }, "playbackResumed\ntrue\n"},
 };
 
 class ControlText : public testing::Test {
@@ -281,12 +257,7 @@ TEST_F(ControlText, IsNotSentWhenItIsRefused) {
         [](int d) { return writeRequestString(d, ""); },
         [](int d) { return writeReplyString(d, ""); },
         [](int d) { return requestStartPlayback(d, ""); },
-        [](int d) { return requestStartRecording(d, ""); },
-        [](int d) { return replyNotifyBusy(d, "", ann); },
-        [](int d) { return replyNotifyCallAccepted(d, "", ann); },
-        [](int d) { return replyNotifyCallRejected(d, "", ann); },
         [](int d) { return replyNotifyRinging(d, "", ann); },
-        [](int d) { return replyNotifyCallNoAnswer(d, ""); },
         [](int d) { return replyNotifyDialing(d, ""); },
         [](int) { return requestHangup(-1); },
     };
@@ -299,22 +270,11 @@ TEST_F(ControlText, IsNotSentWhenItIsRefused) {
     EXPECT_EQ(0, rawBytesPending(peer));
 }
 
-TEST(ControlFormats, LeaveOutWhatIsEmpty) {
-    EXPECT_EQ("", formatUserInfo(UserInfo()));
-    EXPECT_EQ("65535\n", formatUShort(65535));
-    EXPECT_EQ("4294967295\n", formatUInt(4294967295u));
-    EXPECT_EQ("colorIndex\n0\n", formatColor(0));
-}
-
 TEST(ControlFormats, EncodedTextComesBackUpToItsHighBytes) {
     struct Encoded {
         std::string text, digits, decoded;
     };
     const Encoded cases[] = {
-        {"", "", ""},
-        {"A", "41", "A"},
-        {"a\nb", "610a62", "a\nb"},
-        {"A\xC3", "41ffc3", "A\xFF\xC3"},
         {std::string("a\0b", 3), "610062", "ab"},
         {"\x7F\x80\xFF", "7fff80ffff", "\x7F\xFF\x80\xFF\xFF"},
     };
@@ -323,10 +283,8 @@ TEST(ControlFormats, EncodedTextComesBackUpToItsHighBytes) {
         EXPECT_EQ(row.digits, encodeText(row.text));
         EXPECT_EQ(row.decoded, decodeText(row.digits));
     }
-    EXPECT_EQ("", decodeText("4"));
     EXPECT_EQ("A", decodeText("414"));
     EXPECT_EQ("A", decodeText("zz41"));
-    EXPECT_EQ("A", decodeText("0041"));
     EXPECT_EQ("JK", decodeText("4a4B")) << "digits of either case";
 }
 
@@ -338,66 +296,37 @@ struct Hostile {
 
 constexpr auto notification = Direction::notification;
 const Hostile hostile[] = {
-    {ParseError::notTerminated, ""},
     {ParseError::notTerminated, "hangup\n"},
     {ParseError::empty, std::string(1, '\0')},
     {ParseError::bytesBehindZero, std::string("hangup\n\0x\0", 10)},
     {ParseError::noLineFeed, std::string("hangup\0", 7)},
-    {ParseError::noLineFeed, std::string("hangup\0\0\0", 9)},
-    {ParseError::unknownWord, "\n"},
-    {ParseError::unknownWord, " hangup\n"},
     {ParseError::unknownWord, "hangup\r\n"},
-    {ParseError::unknownWord, "HANGUP\n"},
-    {ParseError::unknownWord, "hosting\n"}, // the other direction's
-    {ParseError::unknownWord, "hangup\n", notification},
-    {ParseError::unknownWord, std::string(4000, 'x') + "\n"},
-    {ParseError::unknownKeyword, "hangup\n\n"},
+    {ParseError::unknownWord, "hosting\n"},            // the other direction's
     {ParseError::unknownKeyword, "hangup\nport\n1\n"}, // another word's
-    {ParseError::unknownKeyword, "conveneMeeting\nmeeting\nx\n"},
     {ParseError::unknownKeyword, "conveneMeeting\nmeetingName\ntwo\nlines\n"},
-    {ParseError::unknownKeyword, "hideIP\ntrue\ntrue\n", notification},
     {ParseError::repeatedKeyword, "startup\nport\n1\nport\n1\n"},
-    {ParseError::repeatedKeyword, "startup\nport\n1\nhideIP\nhideIP\n"},
     {ParseError::missingValue, "startup\nport\n"},
     {ParseError::missingValue, "rosterChanged\n", notification},
-    {ParseError::missingValue, "time\nadd\n", notification},
     {ParseError::noLineFeed, "startup\nport\n1\nmeetingID\nid"},
     {ParseError::badValue, "startup\nport\n65536\n"},
-    {ParseError::badValue, "startup\nport\n-1\n"},
-    {ParseError::badValue, "startup\nport\n\n"},
-    {ParseError::badValue, "startup\nport\n 1\n"},
     {ParseError::badValue, "startup\nport\n1x\n"},
-    {ParseError::badValue, "startup\nport\n99999999999999999999999\n"},
     {ParseError::badValue, "enableUser\naddress\nlocalhost\nport\n1\ncolorIndex\n1\n"},
-    {ParseError::badValue, "enableUser\naddress\n1.2.3.4.5\nport\n1\ncolorIndex\n1\n"},
     {ParseError::badValue, "enableUser\naddress\n:\nport\n1\ncolorIndex\n1\n"},
     {ParseError::badValue, "time\nsub\n5\n", notification},
-    {ParseError::badValue, "time\nadd\n4294967296\n", notification},
-    {ParseError::badValue, "hideIP\n\n", notification},
     {ParseError::badValue, "hideIP\nTRUE\n", notification},
     {ParseError::badValue, "rosterChanged\nvanish\ncolorIndex\n1\n", notification},
     {ParseError::badValue, "serverResponse\nserverResponseCode\n1\nserverResponseMessage\n4\n",
      notification},
-    {ParseError::badValue, "serverResponse\nserverResponseCode\n1\nserverResponseMessage\n0x\n",
-     notification},
     {ParseError::missingField, "startup\n"},
-    {ParseError::missingField, "startPlayback\n"},
     {ParseError::missingField, "enableUser\naddress\n1.2.3.4\ncolorIndex\n1\n"},
-    {ParseError::missingField, "enableUser\nport\n1\ncolorIndex\n1\n"},
-    {ParseError::missingField, "enableUser\n"},
-    {ParseError::missingField, "ringing\ncolorIndex\n1\n", notification},
     {ParseError::badValue, "putenv\n=x\n"},
-    {ParseError::badValue, "putenv\nx\n"},
     {ParseError::noLineFeed, "putenv\nA=b"},
-    {ParseError::noLineFeed, "putenv"},
     {ParseError::unknownKeyword, "putenv\nA=b\nC=d\n"},
     {ParseError::tooLong, "startRecording\nfilePath\n" + std::string(4 << 20, 'x') + "\n"},
-    {ParseError::tooLong, std::string(control::maxBody, '\n')},
     // What is long, but within the bound, costs no more than its length.
     {ParseError::unknownWord, std::string(control::maxBody - 1, '\n')},
     {ParseError::none, "startRecording\nfilePath\n" + std::string(1 << 19, 'x') + "\n"},
     {ParseError::none, "conveneMeeting\nmeetingName\nmeetingName\n"},
-    {ParseError::none, "placeCall\nport\n1\nproxyPort\n2\ntriesRemaining\n3\n"},
     {ParseError::none, "placeCall\ntriesRemaining\n3\nproxyPort\n2\nport\n1\n"},
     {ParseError::none, "putenv\nA=\n"},
     {ParseError::none, "serverResponse\nserverResponseCode\n1\nserverResponseMessage\nffC3FFff\n",
@@ -488,16 +417,6 @@ TEST(ControlParser, ReadsATextThatIsCutOrDamagedAnywhereSafely) {
             control::parse(Direction::request, damaged, text, complaint);
             control::parse(Direction::notification, damaged, text, complaint);
         }
-}
-
-TEST(ControlParser, TakesNoMessageOfAnotherKind) {
-    TCPMessage message;
-    message.setMessageID(TCP_broadcastMessage);
-    control::Text text;
-    std::string complaint;
-    EXPECT_EQ(ParseError::notControl, control::parse(message, text, complaint));
-    message.setMessageID(TCP_conferenceControlRequest); // without a body
-    EXPECT_EQ(ParseError::notTerminated, control::parse(message, text, complaint));
 }
 
 } // namespace

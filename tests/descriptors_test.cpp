@@ -2,7 +2,6 @@
 #include "support/MemoryTransport.h"
 #include "support/Stream.h"
 #include "support/Threads.h"
-#include "vintok/StreamBuffer.h"
 #include "vintok/StreamInternal.h"
 
 using namespace vintok;
@@ -15,12 +14,10 @@ class Descriptors : public Library {
 protected:
     Descriptors() {
         socket = platform::openSocket(platform::FAMILY_IPV4);
-        other = platform::openSocket(platform::FAMILY_IPV4);
         forgetError();
     }
     ~Descriptors() override {
         closeDescriptor(socket);
-        closeDescriptor(other);
         setTransport(nullptr);
     }
     // As a connection that is not secure.
@@ -28,7 +25,7 @@ protected:
     static bool addSecure(int fd) { return addDescriptor(fd, true, false, false, false); }
 
     MemoryTransport memory;
-    int socket = -1, other = -1;
+    int socket = -1;
 };
 
 TEST_F(Descriptors, AreWhatTheFirstFlagSays) {
@@ -54,37 +51,6 @@ TEST_F(Descriptors, AreWhatTheFirstFlagSays) {
     expectNoError();
 }
 
-TEST_F(Descriptors, StayWhatTheyAreWhenAddedAgain) {
-    ASSERT_TRUE(addDescriptor(socket, false, false, true, false));
-    EXPECT_TRUE(addDescriptor(socket, false, true, false, false));
-    const DescriptorState state(socket);
-    EXPECT_FALSE(state.boundIPv4);
-    EXPECT_TRUE(state.boundIPv6);
-    EXPECT_TRUE(removeDescriptor(socket));
-    EXPECT_FALSE(removeDescriptor(socket)) << "there was one row";
-}
-
-TEST_F(Descriptors, BecomeSecureWithoutATouchOfTheirBuffers) {
-    ASSERT_TRUE(add(socket));
-    platform::setReceiveBuffer(socket, 9000);
-    int before = 0, after = 0;
-    platform::receiveBuffer(socket, before);
-    EXPECT_TRUE(addSecure(socket));
-    platform::receiveBuffer(socket, after);
-    EXPECT_TRUE(DescriptorState(socket).secure);
-    EXPECT_EQ(before, after);
-}
-
-TEST_F(Descriptors, ThatDoNotExistAreRefused) {
-    EXPECT_FALSE(addSecure(-1));
-    expectError(TCP_ERROR_SSL_TRANSPORT, "vintok::addDescriptor ADD_DESCRIPTOR");
-    for (const int fd : {-1, unknownDescriptor}) {
-        EXPECT_FALSE(add(fd));
-        expectError(TCP_ERROR_STREAM_BUFFER, "vintok::addDescriptor");
-        EXPECT_FALSE(DescriptorState(fd).known);
-    }
-}
-
 TEST_F(Descriptors, TellClosedFromUnknown) {
     bool secure = true, closed = true, boundIPv4 = true, boundIPv6 = true, boundUnix = true;
     EXPECT_FALSE(
@@ -101,19 +67,6 @@ TEST_F(Descriptors, TellClosedFromUnknown) {
     EXPECT_TRUE(removeDescriptor(socket));
     EXPECT_TRUE(add(socket));
     EXPECT_FALSE(DescriptorState(socket).closed) << "a new row";
-}
-
-TEST_F(Descriptors, StayWhenAnotherGoes) {
-    const int third = platform::openSocket(platform::FAMILY_IPV4);
-    for (const int fd : {third, socket, other})
-        ASSERT_TRUE(add(fd));
-    EXPECT_TRUE(closeDescriptor(third));
-    std::vector<int> rows;
-    for (const auto &[fd, entry] : s_globals.load()->m_descriptors)
-        rows.push_back(entry.fd);
-    EXPECT_THAT(rows, testing::UnorderedElementsAre(socket, other));
-    std::size_t waiting = 0;
-    EXPECT_FALSE(platform::bytesWaiting(third, waiting)) << "the socket is closed too";
 }
 
 TEST_F(Descriptors, TellTheTransportOnceForEachChange) {
@@ -151,22 +104,6 @@ TEST_F(Descriptors, StayPlainWhenTheTransportRefuses) {
     EXPECT_FALSE(setSecure(socket, false));
     expectError(TCP_ERROR_SSL_TRANSPORT, "vintok::setSecure");
     EXPECT_FALSE(DescriptorState(socket).secure) << "plain all the same";
-}
-
-TEST_F(Descriptors, TheTransportIsToldWhenASecureSocketCannotBeSized) {
-    setTransport(&memory);
-    EXPECT_FALSE(addSecure(unknownDescriptor));
-    expectError(TCP_ERROR_STREAM_BUFFER, "vintok::addDescriptor");
-    EXPECT_THAT(memory.descriptors, testing::IsEmpty());
-    EXPECT_EQ(2U, memory.calls.size());
-}
-
-TEST_F(Descriptors, ThatAreClosedHaveBuffersAllTheSame) {
-    ASSERT_TRUE(add(other));
-    setClosed(other);
-    EXPECT_TRUE(bufferFrames(other));
-    EXPECT_TRUE(bufferOf(other)->ready()) << "its owner is to learn of the end";
-    expectNoError();
 }
 
 TEST_F(Descriptors, CanBeAddedAndRemovedByManyThreads) {

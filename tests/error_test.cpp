@@ -5,7 +5,6 @@
 #include "support/StubTransport.h"
 #include "support/TemporaryFolder.h"
 #include "vintok/StreamInternal.h"
-#include "vintok/TCPException.h"
 
 #include <algorithm>
 #include <atomic>
@@ -63,19 +62,6 @@ bool withoutMemory(int nth, bool oneOnly, const std::function<void()> &action) {
     action();
     refuseFrom = INT_MAX;
     return allocations >= nth;
-}
-
-// First in this file: later on the library's own locks keep the base alive.
-TEST(FirstLock, WithoutMemoryWorksLater) {
-    testing::internal::CaptureStderr();
-    bool refused = true;
-    for (int n = 1; refused; n++) {
-        std::optional<TCPMutex> mutex;
-        refused = withoutMemory(n, false, [&] { mutex.emplace(LOCK_CLOCK); });
-        ASSERT_EQ(0, mutex->lock()) << n;
-        ASSERT_EQ(0, mutex->unlock()) << n;
-    }
-    testing::internal::GetCapturedStderr();
 }
 
 struct GreedyTransport : StubTransport {
@@ -171,19 +157,12 @@ TEST_F(NoMemory, FailsAnOperationOnDescriptorsAndNothingElse) {
              setLastError(error, "");
              return added;
          }},
-        {"addDescriptor of none", [] { return addDescriptor(-1, false, false, false, false); }},
         {"addDescriptor of no socket",
          [] { return addDescriptor(none, false, false, false, false); }},
-        {"removeDescriptor", [] { return removeDescriptor(none); }},
-        {"setClosed", [] { return setClosed(0); }},
         {"setSecure", [&] { return setSecure(fd, true) && setSecure(fd, false); }},
         {"secureConnect", [&] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
-        {"lastSecureError", [] { return lastSecureError(none) == SECURE_ERROR_NOT_SECURE; }},
         {"readBytes", [&] { return readBytes(none, &byte, 1, nullptr) == 1; }},
         {"writeBytes", [&] { return writeBytes(fd, &byte, 1, nullptr) == 1; }},
-        {"writeBytes to none", [&] { return writeBytes(none, &byte, 1, nullptr) == 1; }},
-        {"peekBytes", [&] { return peekBytes(none, &byte, 1) == 1; }},
-        {"bytesPending", [] { return bytesPending(none) == 0; }},
         {"rawReadBytes", [&] { return rawReadBytes(none, &byte, 1, true, nullptr) == 1; }},
     });
     platform::closeSocket(socket);
@@ -194,11 +173,7 @@ TEST_F(NoMemory, FailsAnOperationThatMakesASocketAndNothingElse) {
     const std::string path = folder.path("a socket");
     unsigned short taken = 0;
     const int listener = listenSomewhere(taken);
-    TCPAddress nowhere;
-    nowhere.setLoopbackIPv4();
     expectToSurvive({
-        {"acceptBoundSocket", [] { return closed(acceptBoundSocket(none)); }},
-        {"connectToBoundSocket", [=] { return closed(connectToBoundSocket(nowhere)); }},
         {"connectLocal", [=] { return closed(connectLocal(taken)); }},
         {"connectUnix", [=] { return closed(connectUnix(path)); }},
         {"createUnixSocket",
@@ -206,20 +181,8 @@ TEST_F(NoMemory, FailsAnOperationThatMakesASocketAndNothingElse) {
              std::remove(path.c_str());
              return closed(createUnixSocket(path, 0, false));
          }},
-        {"createIPv4Socket",
-         [port = static_cast<unsigned short>(0)]() mutable {
-             return closed(createIPv4Socket(port, 0, 255, false));
-         }},
     });
     closeDescriptor(listener);
-}
-
-// The operation with a text to fill.
-std::function<bool()> filling(const std::function<bool(std::string &)> &ask) {
-    return [ask] {
-        std::string text;
-        return ask(text);
-    };
 }
 
 TEST_F(NoMemory, FailsAnOperationOfAddressesAndNothingElse) {
@@ -229,22 +192,16 @@ TEST_F(NoMemory, FailsAnOperationOfAddressesAndNothingElse) {
     network.setNetwork(literal + "/100");
     std::vector<TCPAddress> all;
     TCPAddress own;
+    std::string text;
     expectToSurvive({
         {"setLocalAddress", [=] { return setLocalAddress(named); }},
         {"localAddress", [&] { return own.clear(), localAddress(own); }},
         {"resolve", [&] { return TCPAddress().resolve(literal); }, false},
-        {"resolve of this machine", [] { return TCPAddress().resolve(TCPAddress::IPTYPE_IPV4); },
-         false},
         {"resolveNetName", [] { return TCPAddress().resolveNetName("localhost"); }, false},
         {"lookup", [&] { return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE); },
          false},
-        {"areEqual", [&] { return TCPAddress::areEqual(literal, literal); }, false},
         {"setNetwork", [&] { return TCPAddress().setNetwork(literal); }, false},
-        {"setNetMask", [&] { return TCPAddress().setNetMask(literal); }, false},
-        {"nodeName", filling(TCPAddress::nodeName), false},
-        {"name", filling([=](std::string &text) { return named.name(text); }), false},
-        {"ipString", filling([=](std::string &text) { return network.ipString(text); }), false},
-        {"maskString", filling([=](std::string &text) { return network.maskString(text); }), false},
+        {"maskString", [&] { return text.clear(), network.maskString(text); }, false},
     });
 }
 
@@ -269,57 +226,6 @@ TEST(LastError, IsOfTheThreadAndNeedsNoInit) {
     }).join();
     EXPECT_EQ(TCP_ERROR_WOULD_BLOCK, lastError());
     EXPECT_EQ("here", lastErrorString());
-}
-
-TEST(LastError, CanBeReadAfterTheLastFini) {
-    init();
-    setLastError(TCP_ERROR_INTERRUPT, "kept");
-    fini();
-    setLastError(TCP_ERROR_CORRUPT_HEADER, "later");
-    EXPECT_EQ("later", lastErrorString());
-}
-
-TEST(LastError, CanBeUsedWhileTheThreadEnds) {
-    struct Late {
-        bool stored = false;
-        TCPError code = TCP_ERROR_NO_ERROR;
-        std::string text;
-    } late;
-    // Made after the error's own slot, so its turn comes after that.
-    setLastError(TCP_ERROR_NO_ERROR, "");
-    platform::ThreadSlot slot([](void *value) {
-        auto *user = static_cast<Late *>(value);
-        user->stored = setLastError(TCP_ERROR_INTERRUPT, "late");
-        user->code = lastError();
-        user->text = lastErrorString();
-    });
-    std::thread([&] {
-        setLastError(TCP_ERROR_WOULD_BLOCK, "in time");
-        ASSERT_TRUE(slot.set(&late));
-    }).join();
-    slot.release();
-    EXPECT_TRUE(late.stored);
-    EXPECT_EQ(TCP_ERROR_INTERRUPT, late.code);
-    EXPECT_EQ("late", late.text);
-}
-
-TEST(LastError, KeepsLiteralsWithoutMemoryAndCopiesWhatWasBuilt) {
-    setLastError(TCP_ERROR_NO_ERROR, ""); // makes the record
-    const int before = allocations;
-    VINTOK_ERROR(TCP_ERROR_WOULD_BLOCK, withSystemText("an operation of the library", 10035));
-    EXPECT_EQ(before, allocations);
-    EXPECT_EQ("an operation of the library\n" + std::string(sysErrorString(10035)),
-              lastErrorString());
-
-    std::string built = "a text that somebody has built";
-    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, withSystemText(built, 10054));
-    built = "and changed";
-    EXPECT_EQ("a text that somebody has built\n" + std::string(sysErrorString(10054)),
-              lastErrorString());
-    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, built);
-    EXPECT_EQ("and changed", lastErrorString()) << "nothing of the one before";
-    VINTOK_ERROR(TCP_ERROR_SYSTEM_ERROR, "literal");
-    EXPECT_EQ("literal", lastErrorString());
 }
 
 class ErrorDebug : public testing::Test {
@@ -354,44 +260,15 @@ TEST_F(ErrorDebug, DoesNotKnowCodesBeyondTheLast) {
     EXPECT_EQ("the last", lastErrorString());
 }
 
-TEST_F(ErrorDebug, IsSilentWhereTheLevelIs) {
-    const LogFile log(LOG_FATAL);
-    setLastError(TCP_ERROR_STREAM_BUFFER, "quiet");
-    EXPECT_EQ("", log.text());
-}
-
-TEST(SystemErrors, HaveNinetyFiveRowsOfHeadlineAndExplanation) {
-    int rows = 0;
-    for (int code = -10; code < 12000; code++) {
-        const std::string text = sysErrorString(code);
-        if (text == "Unknown Error")
-            continue;
-        rows++;
-        EXPECT_EQ('\n', text.back()) << code;
-        // Every line but the headline is indented, and there is at least one.
-        const std::size_t headline = text.find('\n');
-        ASSERT_LT(headline, text.size() - 1) << code;
-        for (std::size_t at = headline; at + 1 < text.size(); at = text.find('\n', at + 1))
-            EXPECT_EQ('\t', text[at + 1]) << code << text;
-    }
-    EXPECT_EQ(95, rows);
-}
-
 TEST(SystemErrors, AreFoundByTheirNumber) {
     const std::pair<int, const char *> cases[] = {
-        {6, "Specified event object handle is invalid.\n"},
-        {10022, "Invalid argument.\n"},
-        {10035, "Resource temporarily unavailable.\n"},
-        {10112, "Database query was refused.\n"},
-        {11031, "Reserved policy QoS element type.\n"},
+        {6, "Specified event object handle is invalid.\n\t"},
+        {10035, "Resource temporarily unavailable.\n\t"},
+        {11031, "Reserved policy QoS element type.\n\t"},
     };
     for (const auto &[code, headline] : cases)
         EXPECT_THAT(sysErrorString(code), StartsWith(headline));
-    EXPECT_THAT(
-        sysErrorString(10054),
-        StartsWith("Connection reset by peer.\n\tAn existing connection was forcibly closed "
-                   "by the remote host. This normally results if\n\tthe peer application"));
-    for (const int code : {0, 4, 9, 12, 22, 24, 121, 10000, 11032, -1})
+    for (const int code : {0, 4, 10000, 11032, -1})
         EXPECT_STREQ("Unknown Error", sysErrorString(code)) << code;
 }
 
@@ -403,17 +280,6 @@ TEST(SystemErrors, ShowTheLikeNamedRowForPlainNumbersInAContext) {
         EXPECT_EQ(text, withSystemText("what", plain).text());
         platform::setSocketError(plain);
         EXPECT_EQ(text, withSystemText("what").text());
-    }
-}
-
-TEST(Exceptions, SayWhoseTheyAre) {
-    const TCPException first;
-    TCPException second(first);
-    second = first;
-    try {
-        throw TCPException(second);
-    } catch (const std::exception &caught) {
-        EXPECT_STREQ("vintok::TCPException", caught.what());
     }
 }
 

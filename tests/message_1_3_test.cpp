@@ -28,14 +28,6 @@ protected:
 
 } // namespace
 
-TEST_F(OlderMessages, SayTheirOwnVersionWhateverTheyRead) {
-    TCPMessage_1_3 message;
-    EXPECT_EQ(1, TCPMessage_1_3::majorVersion());
-    EXPECT_EQ(3, TCPMessage_1_3::minorVersion());
-    EXPECT_EQ(1, message.TCPHeader::majorVersion());
-    EXPECT_EQ(3, message.TCPHeader::minorVersion());
-}
-
 TEST_F(OlderMessages, CutTheirOwnTimeAndNotTheClocks) {
     TCPMessage_1_3 message;
     message.setTimeStamp(0x100000007);
@@ -58,22 +50,6 @@ TEST_F(OlderMessages, CutTheirOwnTimeAndNotTheClocks) {
     EXPECT_EQ(0u, TCPMessage_1_3::getTime32());
 }
 
-TEST_F(OlderMessages, HaveIPv4OriginsOnly) {
-    TCPMessage_1_3 message;
-    EXPECT_EQ(0u, message.originIPv4());
-    TCPAddress origin;
-    origin.setIPv4(networkIPv4({10, 1, 2, 3}));
-    message.setOriginAddress(origin);
-    EXPECT_EQ(networkIPv4({10, 1, 2, 3}), message.originIPv4());
-    EXPECT_TRUE(message.allocateMessageBuffer(1));
-
-    TCPMessage_1_3 modern;
-    origin.setLoopbackIPv6();
-    modern.setOriginAddress(origin);
-    EXPECT_EQ(0u, modern.originIPv4());
-    EXPECT_FALSE(modern.allocateMessageBuffer(1)) << "it cannot travel in this frame";
-}
-
 TEST_F(OlderMessages, MoveAllBytesOrFail) {
     SocketPair pair;
     std::uint64_t pending = 99;
@@ -84,13 +60,8 @@ TEST_F(OlderMessages, MoveAllBytesOrFail) {
     EXPECT_EQ(0u, pending);
 
     unsigned char buffer[10] = {};
-    setLastError(TCP_ERROR_NO_ERROR, "nothing failed");
     EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 0, nullptr));
-    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), nullptr, 10, nullptr));
-    EXPECT_FALSE(TCPMessage_1_3::writeBytes(pair.mine(), buffer, 0, nullptr));
     EXPECT_FALSE(TCPMessage_1_3::writeBytes(pair.mine(), nullptr, 10, nullptr));
-    EXPECT_EQ("nothing failed", lastErrorString());
-
     EXPECT_TRUE(TCPMessage_1_3::writeBytes(
         pair.peer(), reinterpret_cast<const unsigned char *>("0123456789"), 10, nullptr));
     EXPECT_TRUE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr));
@@ -99,13 +70,6 @@ TEST_F(OlderMessages, MoveAllBytesOrFail) {
     ASSERT_TRUE(pair.peerSends("01234"));
     ASSERT_TRUE(platform::shutdownSending(pair.peer()));
     EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr)) << "five came";
-}
-
-TEST_F(OlderMessages, ResolveToIPv4InNetworkOrder) {
-    EXPECT_EQ(loopback, TCPMessage_1_3::resolveIPv4("127.0.0.1"));
-    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4("::1"));
-    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4(nullptr));
-    EXPECT_EQ(0u, TCPMessage_1_3::resolveIPv4("no.such.name.invalid"));
 }
 
 TEST_F(OlderMessages, ListenWhereTheModeSaysAtAPortThatIsFree) {
@@ -141,23 +105,6 @@ TEST_F(OlderMessages, ListenWhereTheModeSaysAtAPortThatIsFree) {
             EXPECT_TRUE(TCPMessage_1_3::shutdownSocket(descriptor));
         }
     }
-}
-
-TEST_F(OlderMessages, KnowDescriptorsAsTheStreamLayerDoes) {
-    SocketPair pair;
-    EXPECT_TRUE(TCPMessage_1_3::removeSocketDescriptor(pair.mine()));
-    std::uint64_t pending = 0;
-    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
-    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, TCPMessage_1_3::getLastError());
-    EXPECT_TRUE(TCPMessage_1_3::addSocketDescriptor(pair.mine(), false));
-    EXPECT_TRUE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
-    EXPECT_TRUE(TCPMessage_1_3::setSystemBuffers(pair.mine(), -5));
-
-    // Without a transport a descriptor can be secure; nothing can then be moved over it.
-    EXPECT_EQ(nullptr, TCPMessage_1_3::transport());
-    EXPECT_TRUE(TCPMessage_1_3::setSecure(pair.mine(), true));
-    EXPECT_EQ(-1, TCPMessage_1_3::secureBytesPending(pair.mine()));
-    EXPECT_EQ(TCP_ERROR_SSL_TRANSPORT, TCPMessage_1_3::getLastError());
 }
 
 } // namespace vintok

@@ -127,15 +127,4 @@ TEST_F(Records, ThatAreMalformedFail) {
     }
 }
 
-TEST_F(Records, NeedAFileThatTakesThem) {
-    makeKnown(message);
-    std::FILE *const nothing = nullptr;
-    EXPECT_FALSE(message.read(nothing));
-    expectError(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
-    EXPECT_FALSE(message.write(nothing));
-    expectError(TCP_ERROR_INVALID_ARGUMENT, "FILE * null");
-    EXPECT_FALSE(message.write(file.holding({1})));
-    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "writing file");
-}
-
 } // namespace vintok

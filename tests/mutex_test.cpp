@@ -52,17 +52,6 @@ TEST(MutexLife, TheFirstAndTheLastLocksCanBeThoseOfManyThreads) {
     EXPECT_EQ(0, failures);
 }
 
-TEST(MutexLife, TheEndIsReportedWhenTheSystemRefusesIt) {
-    ScriptedPlatform script;
-    testing::internal::CaptureStderr();
-    script.close = "!0";
-    { const TCPMutex mutex(LOCK_CLOCK); }
-    EXPECT_NE(std::string::npos,
-              testing::internal::GetCapturedStderr().find("{\nTCPMutexBase::_mutexDestroy\n}"));
-    TCPMutex next(LOCK_CLOCK);
-    EXPECT_TRUE(locks(next));
-}
-
 class Mutex : public Library {};
 
 // On another thread, to its end.
@@ -118,17 +107,6 @@ TEST_F(Mutex, IsHandedToAWaiterWithoutASleepAndExcludesEverybody) {
     EXPECT_EQ(0U, script.slept());
 }
 
-TEST_F(Mutex, IdsWithoutAMutexCannotBeLocked) {
-    const LogFile log(LOG_ERROR);
-    for (const int id : {8, 9, 13, -1}) {
-        TCPMutex mutex(id);
-        EXPECT_EQ(-1, mutex.lock()) << id;
-        EXPECT_EQ(-1, mutex.trylock()) << id;
-        EXPECT_EQ(-1, mutex.unlock()) << id;
-    }
-    EXPECT_EQ(12, log.entries("Cannot acquire global lock"));
-}
-
 // The table of the base itself, which a second object reaches as well as the first.
 class MutexBase : public Mutex {
 protected:
@@ -136,41 +114,6 @@ protected:
     TCPMutex keepsTheFirstAlive{LOCK_CLOCK};
     TCPMutexBase base;
 };
-
-TEST_F(MutexBase, IsOneAtATime) {
-    {
-        const TCPMutexBase second;
-        EXPECT_FALSE(second.valid());
-        EXPECT_EQ(2, log.entries("multiple instances of base created")) << "base, and this one";
-    }
-    EXPECT_EQ(1, log.entries("multiple instance of Base"));
-    EXPECT_TRUE(locks(keepsTheFirstAlive)) << "the first one stays in working order";
-}
-
-TEST_F(MutexBase, TellsIndexesFromIds) {
-    // Id 12 is behind index 6: what is locked by the one is found locked by the other.
-    EXPECT_EQ(0, base._mutexLock(12, false));
-    EXPECT_EQ(-1, base._mutexLock(6, true));
-    EXPECT_EQ(0, base._mutexUnlock(6, true));
-    // From 7 on a number is an id even if it is called an index.
-    EXPECT_EQ(0, base._mutexLock(10, true));
-    EXPECT_EQ(0, base._mutexUnlock(4, true));
-    EXPECT_EQ(-1, base._mutexLock(9, true));
-    EXPECT_EQ(-1, base._mutexUnlock(13, false));
-}
-
-TEST_F(MutexBase, NoticesCallsThatDoNotPair) {
-    EXPECT_EQ(-1, base._mutexUnlock(3, true));
-    EXPECT_TRUE(log.has("Unlock called without lock"));
-    EXPECT_EQ(0, base._mutexLock(3, true));
-    EXPECT_EQ(-1, base._mutexLock(3, true));
-    EXPECT_TRUE(log.has("Recursive call to lock"));
-    EXPECT_EQ(0, base._mutexUnlock(3, true)) << "the refused call left nothing behind";
-    elsewhere([&] {
-        EXPECT_EQ(0, base._mutexLock(3, true));
-        EXPECT_EQ(0, base._mutexUnlock(3, true));
-    });
-}
 
 TEST_F(MutexBase, SaysWhatWasWrongWithAWait) {
     using Wait = platform::RecursiveLock::Wait;

@@ -69,37 +69,6 @@ TEST_F(Replay, SaysAgainWhatWasRecordedAtEitherEnd) {
     }
 }
 
-TEST_F(Replay, KeepsTheOrderHoweverManyThereAre) {
-    std::string content;
-    std::vector<std::string> lines;
-    for (int i = 0; i < 300; ++i) {
-        lines.push_back("line " + std::to_string(i));
-        content += said(1000000 - i % 7 * 1000, lines.back());
-        content += broadcast(0, "none", vintok::TCP_fileTransferData);
-    }
-    Program ann({"host", "--name", "Ann"});
-    Program replay({"replay", folder.holding("many", content), ann.target(), "--speed", "1000000"});
-    for (const std::string &line : lines) { // both have pipes that must not fill
-        expectLines(ann, {line});
-        ASSERT_TRUE(replay.tells("played", {text("text", line)}));
-    }
-    EXPECT_TRUE(replay.ends(0));
-    EXPECT_TRUE(replay.tells("played-all", {{"messages", "300"}, {"skipped", "300"}}));
-}
-
-TEST_F(Replay, PlaysOfADamagedFileWhatMakesSense) {
-    Program ann({"host", "--name", "Ann"});
-    const std::string whole = said(5, "one") + said(5, "two");
-    const std::string file = folder.holding("cut", whole + said(5, "three").substr(0, 50));
-    Program replay({"replay", file, ann.target()});
-    expectLines(ann, {"one", "two"});
-    EXPECT_TRUE(replay.ends(1));
-    EXPECT_EQ("vintok: '" + file + "' stops making sense at byte " + std::to_string(whole.size()) +
-                  ": the file ends after 50 of 91 bytes\n",
-              sameEnds(replay.errors()));
-    EXPECT_TRUE(ann.tells("left"));
-}
-
 // Whoever were told of a file would wait for it.
 TEST_F(Replay, AnnouncesNoFiles) {
     const std::string sender = "\n127.0.0.1 7001\n";
@@ -124,20 +93,6 @@ TEST_F(Replay, WaitsBetweenMessagesAndFailsWhenTheMeetingEndsMeanwhile) {
     EXPECT_EQ("vintok: the meeting has ended before the recording did\n",
               sameEnds(replay.errors()));
     EXPECT_THAT(ann.output(), testing::Not(HasSubstr("next day")));
-}
-
-TEST_F(Replay, FilesThatCannotBeUsedAreToldBeforeAnybodyIsCalled) {
-    const std::pair<std::vector<std::string>, const char *> cases[] = {
-        {{"replay", folder.path("missing"), "127.0.0.1:9"}, "cannot open"},
-        {{"join", "127.0.0.1:9", "--record", folder.path("no/folder")}, "cannot write"},
-        {{"host", "--record", folder.path("no/folder")}, "cannot write"},
-    };
-    for (const auto &[arguments, why] : cases) {
-        ChildProcess run = Program::plain(arguments);
-        EXPECT_TRUE(run.ends(1, why));
-        EXPECT_THAT(run.errors(), HasSubstr("No such file or directory"));
-        EXPECT_EQ(std::string::npos, run.output().find("Calling")) << run.story();
-    }
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
-#include "support/Environment.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
@@ -25,9 +24,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
-
-// The first table of the process looks at it.
-const test::ScopedEnvironment debug("TCP_SELECT_DEBUG", "True");
 
 // A callback that notes its calls in the order of all, and then does what the test wants.
 struct Watch {
@@ -158,32 +154,6 @@ TEST_F(Select, ForgetsADescriptorWithItsLastCallback) {
     EXPECT_EQ(-1, select->pollDescriptors(true)) << "nothing to wait for";
 }
 
-TEST_F(Select, LooksWithoutWaiting) {
-    SocketPair quiet;
-    ASSERT_TRUE(add(quiet.mine(), watch("a")));
-    EXPECT_EQ(0, select->pollDescriptors(true));
-    EXPECT_EQ(0, select->pollOneDescriptor(quiet.mine(), true));
-    ASSERT_TRUE(quiet.peerSends("x"));
-    EXPECT_EQ(1, select->pollOneDescriptor(quiet.mine(), false));
-    EXPECT_THAT(calls, ElementsAre("a"));
-}
-
-TEST_F(Select, TellsOfItsWaitsWhenTheEnvironmentAsks) {
-    makeReadablePairs(1);
-    SocketPair quiet;
-    ASSERT_TRUE(add(quiet.mine(), watch("a")));
-    test::LogFile log(LOG_INFO);
-    test::ScriptedPlatform platform;
-    platform::setSocketError(10035);
-    EXPECT_EQ(0, select->pollDescriptors(true));
-    EXPECT_THAT(log.text(), testing::HasSubstr("TCPSelectBase::mf_processSelectReturn: poll "
-                                               "returned 0, errno =10035 'Resource temporarily"));
-    EXPECT_EQ(1, select->pollOneDescriptor(fd(0), true));
-    EXPECT_TRUE(log.has("TCPSelectBase::mf_callCallbacks(" + std::to_string(fd(0)) +
-                        ",False)- Not handled, sleeping.\n"))
-        << log.text();
-}
-
 TEST_F(Select, IsOneTableForAThread) {
     makeReadablePairs(1);
     {
@@ -204,14 +174,6 @@ TEST_F(Select, IsOneTableForAThread) {
     EXPECT_EQ(0, select->numDescriptors()) << "the table went with the last one";
 }
 
-TEST_F(Select, PollsOneAmongMany) {
-    makeReadablePairs(2);
-    watchAt(0, "low");
-    watchAt(1, "high");
-    EXPECT_EQ(1, select->pollOneDescriptor(fd(1), true));
-    EXPECT_THAT(calls, ElementsAre("high"));
-}
-
 // ---- Running ----
 
 TEST_F(Select, RunsUntilNothingIsRegistered) {
@@ -230,15 +192,6 @@ TEST_F(Select, RunsUntilNothingIsRegistered) {
     EXPECT_THAT(calls, ElementsAre("a", "b"));
     EXPECT_FALSE(select->running());
     EXPECT_TRUE(select->signalSafe());
-}
-
-TEST_F(Select, StopsRunningAfterThePassThatInterruptsIt) {
-    makeReadablePairs(2);
-    watchAt(0, "a", [&](int, Watch &) { select->interrupt(); });
-    watchAt(1, "b");
-    select->run();
-    EXPECT_THAT(calls, ElementsAre("a", "b"));
-    EXPECT_EQ(2, select->numDescriptors());
 }
 
 // ---- Callbacks that change the table ----
@@ -324,25 +277,6 @@ TEST_F(Select, DoesNotCallTheNewOwnerOfANumberForTheOldOnesBytes) {
     EXPECT_THAT(calls, ElementsAre("first", "new owner"));
 }
 
-TEST_F(Select, DoesNotCallTheOldOwnersOnceTheNumberIsSomebodyElses) {
-    makeReadablePairs(1);
-    const int number = fd(0);
-    bool takenOver = false;
-    Watch &newOwner = watch("new owner", readByte);
-    Watch &second = watch("second");
-    watchAt(0, "first", [&](int, Watch &self) {
-        remove(number, self);
-        remove(number, second);
-        takenOver = takeOver(*pairs[0]) && add(number, newOwner);
-    });
-    ASSERT_TRUE(add(number, second));
-    EXPECT_EQ(1, select->pollDescriptors(true));
-    if (!takenOver)
-        GTEST_SKIP() << "this system does not give the number out again";
-    EXPECT_THAT(calls, ElementsAre("first"));
-    EXPECT_EQ(0, select->pollDescriptors(true));
-}
-
 // A pass within a callback read what the outer pass had seen, and the outer pass called for it
 // again.
 TEST_F(Select, CallsOnceForWhatAPassWithinACallbackHasRead) {
@@ -375,18 +309,6 @@ TEST_F(Select, MayBeDestroyedByItsOwnCallback) {
     EXPECT_THAT(calls, ElementsAre("first", "second"));
 }
 
-TEST_F(Select, StopsRunningWhenItIsDestroyedThoughOthersKeepTheTable) {
-    makeReadablePairs(2);
-    TCPSelect other;
-    watchAt(0, "first", [&](int, Watch &) { select.reset(); });
-    watchAt(1, "second");
-    select->run();
-    EXPECT_THAT(calls, ElementsAre("first", "second")) << "the pass is the table's";
-    EXPECT_EQ(2, other.numDescriptors());
-    for (const std::size_t place : {0U, 1U})
-        EXPECT_TRUE(other.removeCallback(fd(place), Watch::call, &watches[place]));
-}
-
 // ---- Descriptors that have died ----
 
 // A callback that did nothing about a closed descriptor was called again and again, as fast as the
@@ -406,21 +328,6 @@ TEST_F(Select, RestsOverADeadDescriptorThatStaysRegistered) {
                              " is closed, but its callbacks stay registered"))
         << log.text();
     EXPECT_TRUE(remove(number, idle));
-}
-
-TEST_F(Select, ServesTheOthersBesideADeadDescriptor) {
-    makeReadablePairs(3);
-    for (std::size_t place = 0; place < 3; ++place)
-        watchAt(place, std::to_string(place));
-    const int dead = fd(1);
-    pairs[1]->shutDownMine();
-    test::ScriptedPlatform platform;
-    // Some systems find the dead one first and the others in the next pass.
-    for (int pass = 0; pass < 2; ++pass) {
-        select->pollDescriptors(true);
-        remove(dead, watches[1]);
-    }
-    EXPECT_THAT(calls, testing::IsSupersetOf({"0", "1", "2"}));
 }
 
 // ---- Many, and high ones ----

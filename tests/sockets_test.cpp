@@ -1,6 +1,5 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
-#include "platform/Wait.h"
 #include "support/Meeting.h"
 #include "support/MemoryTransport.h"
 #include "support/ScriptedPlatform.h"
@@ -9,11 +8,8 @@
 #include "support/TemporaryFolder.h"
 #include "vintok/StreamInternal.h"
 
-#include <functional>
-
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
@@ -115,28 +111,12 @@ TEST_F(Sockets, WalkOnFromAPortThatSomebodyElseListensOnMeanwhile) {
     EXPECT_NE(-1, keep(listensAt(address, 1))) << "nobody is left on it";
 }
 
-TEST_F(Sockets, WalkFromTheLastPortToZero) {
-    unsigned short last = 65535;
-    keep(createLocalIPv4Socket(last, 0, 1, false)); // or somebody else has it
-    port = 65535;
-    EXPECT_NE(-1, keep(createLocalIPv4Socket(port, 0, 2, false)));
-    EXPECT_EQ(0, port) << "the system chose one";
-}
-
 TEST_F(Sockets, ThatCannotBeBoundLeaveNothingAndNoError) {
     const int free = platform::openSocket(platform::FAMILY_IPV4);
     platform::closeSocket(free);
     TCPAddress address = loopbackAt(freshPort());
     EXPECT_EQ(-1, listensAt(address, 0)) << "no tries";
     EXPECT_EQ(-1, listensAt(address, 5, TCPAddress::IPTYPE_UNIX)) << "no path";
-    TCPAddress empty;
-    EXPECT_EQ(-1, listensAt(empty, 5));
-    EXPECT_EQ(-1, listensAt(empty, 5, TCPAddress::IPTYPE_IPV4));
-    if (canOpen(platform::FAMILY_IPV6)) {
-        EXPECT_EQ(-1, listensAt(address, 5, TCPAddress::IPTYPE_IPV6));
-    }
-    if (canOpen(platform::FAMILY_IPV6) && canOpen(platform::FAMILY_LOCAL))
-        expectNoError();
     const int next = platform::openSocket(platform::FAMILY_IPV4);
     EXPECT_EQ(free, next) << "a descriptor was lost";
     platform::closeSocket(next);
@@ -177,15 +157,6 @@ TEST_F(Sockets, OfIPv6LeaveIPv4Alone) {
     EXPECT_NE(0, peer.port());
 }
 
-TEST_F(Sockets, OnLoopbackMeetWhateverTheHostSpeaks) {
-    port = freshPort();
-    int listener = createLocalSocket(port, 0, 1000, false);
-    ASSERT_NE(-1, listener);
-    EXPECT_NE(-1, keep(connectLocal(port)));
-    EXPECT_NE(-1, keep(acceptAndCloseBoundSocket(listener)));
-    EXPECT_EQ(-1, listener);
-}
-
 TEST_F(Sockets, OfTheLocalFamilyTakePathsOf107Bytes) {
     if (!canOpen(platform::FAMILY_LOCAL))
         GTEST_SKIP() << "no local sockets here";
@@ -207,8 +178,6 @@ TEST_F(Sockets, OfTheLocalFamilyTakePathsOf107Bytes) {
     TCPAddress peer = loopbackAt(7);
     EXPECT_NE(-1, keep(acceptBoundSocket(listener, peer)));
     EXPECT_TRUE(peer == loopbackAt(7)) << "a local peer has no address";
-    EXPECT_EQ(-1, connectUnix(path.substr(0, 100)));
-    EXPECT_THAT(lastErrorString(), HasSubstr(" -- ( " + path.substr(0, 100) + " )\n"));
 }
 
 // ---- Connecting ----
@@ -223,16 +192,6 @@ TEST_F(Sockets, ConnectToNobodyAndSayWhom) {
     nameOnly.setName("somewhere");
     EXPECT_EQ(-1, connectToBoundSocket(nameOnly));
     expectNoError();
-}
-
-TEST_F(Sockets, KeepAPeerThatIsThereHoweverSilent) {
-    ASSERT_TRUE(setPeerTimeout(1000));
-    const int listener = keep(listenSomewhere(port));
-    const int connected = keep(connectToBoundSocket(loopbackAt(port)));
-    ASSERT_NE(-1, connected);
-    ASSERT_NE(-1, keep(acceptBoundSocket(listener)));
-    EXPECT_FALSE(platform::awaitSocket(connected, platform::Await::readable, 2500)) << "an end";
-    EXPECT_TRUE(platform::setPeerTimeout(connected, 0xFFFFFFFF)) << "however long";
 }
 
 TEST_F(Sockets, GiveUpAConnectThatNobodyAnswersInTime) {
@@ -254,11 +213,6 @@ TEST_F(Sockets, GiveUpAConnectThatNobodyAnswersInTime) {
         EXPECT_THAT(lastErrorString(), testing::HasSubstr("Connection timed out."));
         forgetError();
     }
-    const int listener = listenSomewhere(port);
-    expectReachable(listener, loopbackAt(port));
-    closeDescriptor(listener);
-    EXPECT_EQ(-1, connectToBoundSocket(loopbackAt(port)));
-    EXPECT_EQ(TCP_ERROR_CONNECTION_REFUSED, lastError());
 }
 
 TEST_F(Sockets, SayThatThereAreTooMany) {
@@ -290,10 +244,6 @@ TEST_F(Sockets, AcceptTellsWhoCame) {
     EXPECT_EQ(end.port, peer.port());
     const DescriptorState state(accepted);
     EXPECT_TRUE(state.known && !state.bound() && !state.secure);
-    setClosed(listener);
-    EXPECT_EQ(-1, acceptAndCloseBoundSocket(listener));
-    EXPECT_NE(-1, listener) << "a failure closes nothing";
-    EXPECT_TRUE(removeDescriptor(listener) && addDescriptor(listener, false, true, false, false));
 }
 
 TEST_F(Sockets, AcceptTriesOnceMoreAfterAnInterruption) {
@@ -304,9 +254,9 @@ TEST_F(Sockets, AcceptTriesOnceMoreAfterAnInterruption) {
         TCPError code;
         int row;
     } cases[] = {
-        {"!4 !4", TCP_ERROR_INTERRUPT, 10004},        {"!9", TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009},
-        {"!4 !10009", TCP_ERROR_SYSTEM_ERROR, 10009}, {"!24", TCP_ERROR_SYSTEM_ERROR, 10024},
-        {"!10004", TCP_ERROR_SYSTEM_ERROR, 10004},
+        {"!4 !4", TCP_ERROR_INTERRUPT, 10004},
+        {"!9", TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009},
+        {"!24", TCP_ERROR_SYSTEM_ERROR, 10024},
     };
     ScriptedPlatform script;
     for (const auto &each : cases) {
@@ -330,9 +280,6 @@ TEST_F(Sockets, ShutDownAreForgottenAndClosed) {
     unsigned char byte = 0;
     EXPECT_TRUE(awaitEnd(pair.peer()));
     EXPECT_EQ(0, platform::receive(pair.peer(), &byte, 1));
-    forgetError();
-    EXPECT_FALSE(shutdownSocket(-1));
-    expectNoError();
 }
 
 // What is left unread when a socket closes resets the connection, and what was sent last is lost.
@@ -352,13 +299,6 @@ TEST_F(Sockets, ShutDownWithUnreadBytesStillDeliverWhatWasSent) {
     EXPECT_TRUE(much.substr(0, count) == reads(pair.peer(), count)) << lastErrorString();
 }
 
-TEST_F(Sockets, ThatAreUnknownAreShutDownAllTheSame) {
-    SocketPair pair;
-    removeDescriptor(pair.mine());
-    EXPECT_FALSE(shutdownSocket(pair.forgetMine()));
-    EXPECT_TRUE(awaitEnd(pair.peer()));
-}
-
 TEST_F(Sockets, ThatAreClosedOrListenAreShutDownWithTheirRow) {
     SocketPair pair;
     const int closed = pair.forgetMine();
@@ -369,13 +309,6 @@ TEST_F(Sockets, ThatAreClosedOrListenAreShutDownWithTheirRow) {
     EXPECT_TRUE(shutdownSocket(listener));
     expectNoError(); // a shutdown of the socket would have failed
     EXPECT_EQ(-1, connectLocal(port));
-}
-
-TEST_F(Sockets, ThatWereNeverConnectedSayWhyTheShutdownFailed) {
-    const int fd = platform::openSocket(platform::FAMILY_IPV4);
-    addDescriptor(fd, false, false, false, false);
-    EXPECT_TRUE(shutdownSocket(fd));
-    EXPECT_EQ(TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError());
 }
 
 // Says goodbye to the peer, as real ones do.
@@ -402,8 +335,7 @@ TEST_F(Sockets, ThatAreSecureLeaveTheTransportWhileTheyStillWork) {
 // ---- Options ----
 
 TEST_F(Sockets, BuffersAreAskedForWithinBounds) {
-    const std::pair<std::size_t, int> cases[] = {
-        {0, 32767}, {1, 4096}, {100, 4096}, {4096, 4096}, {20000, 20000}};
+    const std::pair<std::size_t, int> cases[] = {{0, 32767}, {100, 4096}, {20000, 20000}};
     for (const auto &[size, asked] : cases) {
         const int fd = platform::openSocket(platform::FAMILY_IPV4);
         const int like = platform::openSocket(platform::FAMILY_IPV4);
@@ -421,35 +353,15 @@ TEST_F(Sockets, BuffersAreAskedForWithinBounds) {
     }
 }
 
-TEST_F(Sockets, AreMadeBlockingWhenTheyBecomeKnown) {
-    SocketPair pair;
-    removeDescriptor(pair.mine());
-    setNonBlocking(pair.mine());
-    unsigned char byte = 0;
-    EXPECT_EQ(-1, platform::receive(pair.mine(), &byte, 1));
-    EXPECT_EQ(10035, platform::socketError());
-    ASSERT_TRUE(addDescriptor(pair.mine(), false, false, false, false));
-    EXPECT_TRUE(pair.receiveWaits());
-}
-
 TEST_F(Sockets, TheOwnAddressKeepsNoPortAndTakesNone) {
     TCPAddress address;
     EXPECT_FALSE(setLocalAddress(address));
     expectError(TCP_ERROR_INVALID_ADDRESS, "vintok::setLocalAddress");
-    address.setUnix("somewhere");
-    EXPECT_FALSE(setLocalAddress(address));
-    expectError(TCP_ERROR_INVALID_ADDRESS, "vintok::setLocalAddress");
-
     EXPECT_TRUE(setLocalAddress(loopbackAt(99)));
     TCPAddress own;
     EXPECT_TRUE(localAddress(own));
     EXPECT_EQ(0, own.port());
     EXPECT_TRUE(own.isLoopback());
-    TCPAddress withPort;
-    withPort.setHostByteOrderPort(4711);
-    EXPECT_TRUE(localAddress(withPort));
-    EXPECT_EQ(4711, withPort.hostByteOrderPort());
-    EXPECT_TRUE(withPort.isLoopback());
 }
 
 } // namespace

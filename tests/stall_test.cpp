@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <memory>
 #include <numeric>
 #include <optional>
 
@@ -114,29 +113,6 @@ TEST_P(Stall, AFrameThatComesByteByByteKeepsNobodyWaiting) {
     expectPieces(frame, ends);
 }
 
-TEST_P(Stall, ALargeFrameThatTricklesInArrivesWhole) {
-    std::vector<std::size_t> ends;
-    for (std::size_t end = MB + 17; end < 20 * MB; end += MB)
-        ends.push_back(end);
-    expectPieces(frameOf(20 * MB), ends);
-}
-
-TEST_P(Stall, AStrangerWithHalfAFrameIsWaitedForByNobody) {
-    ASSERT_TRUE(stray.connects(port) && stray.sends(part(frameOf(9), 0, 36)));
-    EXPECT_TRUE(lifeGoesOn());
-}
-
-TEST_P(Stall, ManyWhoGoInsideAFrameCostNobodyTime) {
-    std::vector<std::unique_ptr<WirePeer>> closers;
-    for (int number = 0; number < 20; ++number) {
-        closers.push_back(std::make_unique<WirePeer>(meeting, "Closer"));
-        ASSERT_TRUE(closers.back()->connects(port));
-        ASSERT_TRUE(closers.back()->sends(part(frameOf(9), 0, 38)));
-    }
-    closers.clear();
-    EXPECT_TRUE(lifeGoesOn());
-}
-
 TEST_P(Stall, AFrameThatClaimsFourGigabytesGetsNoMemory) {
     const auto before = residentMemory(reader);
     Bytes frame = frameOf(100 * KB);
@@ -146,15 +122,6 @@ TEST_P(Stall, AFrameThatClaimsFourGigabytesGetsNoMemory) {
     if (before) {
         EXPECT_LT(residentMemory(reader).value_or(0), *before + 64000);
     }
-}
-
-TEST_P(Stall, AnInterruptEndsTheRunInsideAFrame) {
-    if (!residentMemory(reader))
-        GTEST_SKIP() << "nothing interrupts a process here";
-    ASSERT_TRUE(stray.connects(port) && stray.sends(part(frameOf(9), 0, 38)));
-    EXPECT_TRUE(lifeGoesOn());
-    ASSERT_TRUE(reader.interrupt());
-    EXPECT_EQ(0, reader.exitCode()) << reader.story();
 }
 
 INSTANTIATE_TEST_SUITE_P(At, Stall, testing::Values("host", "relay"),

@@ -44,11 +44,11 @@ std::string nameOf(Proxy::Kind kind) {
     return names[static_cast<int>(kind)];
 }
 
-Proxy::Proxy(Kind kind, const Setup &setup) {
+Proxy::Proxy(Kind kind, bool asks) {
     // One that runs as root gives its rights away and reads its files as somebody else.
     std::filesystem::permissions(m_folder.path(""), std::filesystem::perms::all);
     for (int attempt = 0; attempt < 3 && !m_runs; ++attempt) // somebody may take the port first
-        m_runs = start(kind, setup);
+        m_runs = start(kind, asks);
 }
 
 // To end in order takes squid a second. One that is killed leaves shared memory behind.
@@ -60,9 +60,9 @@ Proxy::~Proxy() {
     }
 }
 
-bool Proxy::start(Kind kind, const Setup &setup) {
+bool Proxy::start(Kind kind, bool asks) {
     m_port = freePort();
-    m_process = std::make_unique<ChildProcess>(prepare(kind, setup));
+    m_process = std::make_unique<ChildProcess>(prepare(kind, asks));
     const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (m_process->started() && std::chrono::steady_clock::now() < limit) {
         if (takesCalls(m_port))
@@ -78,15 +78,13 @@ std::string Proxy::story() const {
 }
 
 // Writes the configuration; the command line that uses it.
-std::vector<std::string> Proxy::prepare(Kind kind, const Setup &setup) {
+std::vector<std::string> Proxy::prepare(Kind kind, bool asks) {
     const std::string port = std::to_string(m_port);
-    const std::string only = std::to_string(setup.onlyPort);
     std::string lines;
     switch (kind) {
     case Kind::tinyproxy:
         lines = "Listen 127.0.0.1\nPort " + port + "\nTimeout 600\nMaxClients 20\n";
-        lines += setup.asks ? "BasicAuth ann secret\n" : "";
-        lines += setup.onlyPort == 0 ? "" : "ConnectPort " + only + '\n';
+        lines += asks ? "BasicAuth ann secret\n" : "";
         return {programOf(kind), "-d", "-c", m_folder.holding("config", lines)};
     case Kind::squid:
         return {programOf(kind),
@@ -96,27 +94,23 @@ std::vector<std::string> Proxy::prepare(Kind kind, const Setup &setup) {
                 "-d",
                 "1",
                 "-f",
-                m_folder.holding("config", squid(setup))};
+                m_folder.holding("config", squid(asks))};
     case Kind::privoxy:
         lines = "listen-address 127.0.0.1:" + port + "\nconfdir " + m_folder.path("") +
                 "\nactionsfile actions\n";
-        m_folder.holding("actions", "{ +limit-connect{" +
-                                        (setup.onlyPort == 0 ? std::string("-") : only) +
-                                        "} }\n/\n");
+        m_folder.holding("actions", "{ +limit-connect{-} }\n/\n");
         return {programOf(kind), "--no-daemon", m_folder.holding("config", lines)};
     }
     return {};
 }
 
-std::string Proxy::squid(const Setup &setup) const {
+std::string Proxy::squid(bool asks) const {
     std::string lines =
         "http_port 127.0.0.1:" + std::to_string(m_port) +
         "\npid_filename none\naccess_log none\ncache_log /dev/null\ncache deny all\n"
         "cache_mem 0\npinger_enable off\ncoredump_dir none\nshutdown_lifetime 0 seconds\n"
         "acl tunnels method CONNECT\n";
-    if (setup.onlyPort != 0)
-        lines += "acl good port " + std::to_string(setup.onlyPort) + "\nhttp_access deny !good\n";
-    if (!setup.asks)
+    if (!asks)
         return lines + "http_access allow tunnels\nhttp_access deny all\n";
     const std::string users =
         m_folder.holding("users", "ann:$apr1$abcdefgh$h9FWgUz3n9YxylKLlR5SQ/\n");

@@ -20,13 +20,8 @@ class Proxy {
 public:
     enum class Kind { tinyproxy, squid, privoxy }; // the last one never asks
     static constexpr char credentials[] = "ann:secret";
-    struct Setup {
-        bool asks = false;           // for credentials
-        unsigned short onlyPort = 0; // connects to this one alone, unless 0
-    };
 
-    explicit Proxy(Kind kind) : Proxy(kind, Setup()) {}
-    Proxy(Kind kind, const Setup &setup);
+    explicit Proxy(Kind kind, bool asksForCredentials = false);
     ~Proxy();
     Proxy(const Proxy &) = delete;
     Proxy &operator=(const Proxy &) = delete;
@@ -35,13 +30,12 @@ public:
     bool runs() const { return m_runs; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string story() const;
-    void kill() { m_process->kill(); }
 
 private:
-    std::vector<std::string> prepare(Kind kind, const Setup &setup);
-    std::string squid(const Setup &setup) const;
+    std::vector<std::string> prepare(Kind kind, bool asks);
+    std::string squid(bool asks) const;
     std::string serviceName() const { return "vintok" + std::to_string(m_port); }
-    bool start(Kind kind, const Setup &setup);
+    bool start(Kind kind, bool asks);
 
     TemporaryFolder m_folder;
     unsigned short m_port = 0;

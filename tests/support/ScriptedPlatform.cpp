@@ -147,11 +147,6 @@ Lock::Wait wrapAcquire(Lock *lock) {
     return result ? static_cast<Lock::Wait>(*result) : realAcquire(lock);
 }
 
-WRAPPED(bool, Close, "13RecursiveLock5closeEv", Lock *)
-bool wrapClose(Lock *lock) {
-    return nextAnswer(&ScriptedPlatform::close) ? false : realClose(lock);
-}
-
 WRAPPED(void, Sleep, "17sleepMillisecondsEj", std::uint32_t)
 void wrapSleep(std::uint32_t milliseconds) {
     if (s_script != nullptr)

@@ -42,7 +42,6 @@ public:
     Answers listen;   // failures only
     Answers hostName; // failures only
     Answers acquire;  // of a recursive lock: the numbers of its results
-    Answers close;    // of a recursive lock; failures only
 
     // Whether the socket layer starts; the first count that is not negative is the version given.
     Answers start;

@@ -1,6 +1,5 @@
 // Stands in for the control process. VINTOK_TEST_CONTROL says what it does: "connect" and stay,
-// also after its application has gone; "leave" after it has connected; "die" before; "sleep"
-// instead.
+// also after its application has gone; "die" before; "sleep" instead.
 #include <vintok/TCPStream.h>
 
 #include <chrono>
@@ -17,7 +16,6 @@ int main(int count, char **arguments) {
     vintok::init();
     if (what != "sleep" && vintok::connectUnix(arguments[2]) == -1)
         return 4;
-    if (what != "leave")
-        std::this_thread::sleep_for(std::chrono::minutes(2)); // nobody waits for it
+    std::this_thread::sleep_for(std::chrono::minutes(2)); // nobody waits for it
     return 0;
 }
