@@ -131,6 +131,7 @@ TEST(Network, holdsTheAddressesThatItsMaskCovers) {
         {"192.168.7.255", "192.168.4.0/22", true},
         {"192.168.8.0", "192.168.4.0/22", false},
         {"128.0.0.0", "255.0.0.0/1", true},
+        {"127.0.0.1", "255.0.0.0/1", false},
         {"::1", "2001:db8::/32", true}, // any IPv6 address, deliberately
         {"2001:db8::1", "2001:db8::", false},
         {"10.1.2.3", "2001:db8::/32", false},

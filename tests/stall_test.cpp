@@ -15,7 +15,7 @@
 namespace vintok::test {
 namespace {
 
-constexpr std::size_t KB = 1000, MB = 1000 * KB;
+constexpr std::size_t KB = 1000;
 
 Bytes part(const Bytes &bytes, std::size_t begin, std::size_t end) {
     return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(begin),
