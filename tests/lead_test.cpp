@@ -1,5 +1,6 @@
 // The lead: every road of a request, seen from host, leader, asker and bystander; what becomes of
 // the lead when its holder goes; and what parties send that should not.
+#include "support/LogFile.h"
 #include "support/Stage.h"
 
 namespace vintok::test {
@@ -184,6 +185,9 @@ TEST_F(LeadOnTheWire, ALeaderThatCannotReadTheQuestionRefuses) {
     ASSERT_TRUE(ann.meets(host) && ann->requestStartLeading());
     ASSERT_TRUE(host.sends(id::leadChange, host.next(id::leadRequest).body) && host.fences());
     ASSERT_TRUE(ann->isLeader());
+    LogFile log;
+    ASSERT_TRUE(host.sends(id::leadReply, {}) && host.fences());
+    EXPECT_TRUE(log.has("_handleLeadReply Me or buf not allocated"));
     ASSERT_TRUE(host.sends(id::leadRequest, {1, 2, 3}));
     EXPECT_EQ(Bytes{0}, host.next(id::leadReply).body);
     ASSERT_TRUE(host.sends(id::leadRequest, host.entry.encode()));
