@@ -44,12 +44,6 @@ TEST_F(Clock, KeepsTwoCountersByItsTwoRules) {
     expectOffset(0);
 }
 
-TEST_F(Clock, TakesNegativeSeconds) {
-    EXPECT_TRUE(addTime(-5));
-    EXPECT_EQ(0, getAddTime());
-    EXPECT_EQ(5, getSubtractTime());
-}
-
 TEST_F(Clock, SurvivesAnyNumber) {
     constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();

@@ -1,5 +1,5 @@
-// Files: what goes over the wire for one, what a receiver stores of it and where, and what becomes
-// of it when somebody lies, dies or leaves in the middle.
+// Files: what goes over the wire for one, what a receiver stores of it and where, what both ends
+// are told meanwhile, and what becomes of it when somebody lies, dies or leaves in the middle.
 #include "platform/File.h"
 #include "platform/TestSockets.h"
 #include "support/Environment.h"
@@ -10,10 +10,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <future>
+#include <functional>
 #include <iterator>
 #include <set>
-#include <thread>
 #include <utility>
 
 namespace vintok::test {
@@ -134,92 +133,40 @@ protected:
 
 // ---- Whole files ----
 
-class FileSizes : public Files, public testing::WithParamInterface<std::size_t> {};
-
-TEST_P(FileSizes, AFileGoesOutInChunksAndIsStoredAsItWas) {
-    const std::string content = contentOfSize(GetParam());
-    const std::string path = makeFile("sub/f.bin", content);
+// Each sends one in turn: a host, whose members get it, and a member, whose file the host relays.
+TEST_F(Files, AFileGoesOutInChunksAndIsStoredAsItWas) {
     ASSERT_TRUE(gather(ann, {&eve, &fay}));
     joined({&bob});
-    ASSERT_TRUE(ann->transferFile(path, "sub/f.bin"));
-    EXPECT_TRUE(eve.isTold("file whole") && fay.isTold("file whole"));
-    EXPECT_EQ(content, contentOf(root / "sub" / "f.bin"));
-    EXPECT_EQ(root / "sub" / "f.bin", fs::path(eve.files.at(0).path));
-    EXPECT_EQ(ann->address(), eve.files.at(0).neighbour);
-    EXPECT_EQ(0, ann.told("file whole")) << "the sender does not get its own file";
+    for (const std::size_t size : {std::size_t(1), std::size_t(2048), std::size_t(2049)}) {
+        SCOPED_TRACE(size);
+        const std::string content = contentOfSize(size);
+        const std::string path = makeFile("sub/f.bin", content);
+        Party &sender = size == 1 ? eve : ann;
+        for (Party *party : {&ann, &eve, &fay}) {
+            party->forgets();
+            party->files.clear();
+        }
+        ASSERT_TRUE(sender->transferFile(path, "sub/f.bin") && fay.isTold("file whole"));
+        EXPECT_TRUE((size == 1 ? ann : eve).isTold("file whole"));
+        EXPECT_EQ(content, contentOf(root / "sub" / "f.bin"));
+        EXPECT_EQ(root / "sub" / "f.bin", fs::path(fay.files.at(0).path));
+        EXPECT_EQ(ann->address(), fay.files.at(0).neighbour) << "who passed it on";
+        EXPECT_EQ(0, sender.told("file whole")) << "it does not come back";
 
-    auto frames = bob.gets();
-    std::erase_if(frames, [](const WireFrame &frame) {
-        return frame.id < id::fileBegin || frame.id > id::fileEnd;
-    });
-    ASSERT_EQ(2 + (content.size() + 1023) / 1024, frames.size());
-    EXPECT_EQ(beginBody(path, "sub/f.bin"), frames.front().body);
-    EXPECT_EQ(endBody(static_cast<std::uint32_t>(content.size())), frames.back().body);
-    std::string came;
-    for (std::size_t i = 1; i + 1 < frames.size(); ++i) {
-        EXPECT_TRUE(i + 2 == frames.size() || frames[i].body.size() == 1024) << i;
-        came.append(frames[i].body.begin(), frames[i].body.end());
+        auto frames = bob.gets();
+        std::erase_if(frames, [](const WireFrame &frame) {
+            return frame.id < id::fileBegin || frame.id > id::fileEnd;
+        });
+        ASSERT_EQ(2 + (size + 1023) / 1024, frames.size());
+        EXPECT_EQ(beginBody(path, "sub/f.bin"), frames.front().body);
+        EXPECT_EQ(endBody(static_cast<std::uint32_t>(size)), frames.back().body);
+        std::string came;
+        for (std::size_t i = 1; i + 1 < frames.size(); ++i) {
+            EXPECT_TRUE(i + 2 == frames.size() || frames[i].body.size() == 1024) << i;
+            came.append(frames[i].body.begin(), frames[i].body.end());
+        }
+        EXPECT_TRUE(content == came);
     }
-    EXPECT_TRUE(content == came);
-    for (const WireFrame &frame : frames)
-        EXPECT_EQ(frames.front().origin, frame.origin);
-}
-
-INSTANTIATE_TEST_SUITE_P(All, FileSizes, testing::Values(1, 1024, 2048, 2049));
-
-TEST_F(Files, AHostRelaysAFileAndStoresItToo) {
-    const std::string content = contentOfSize(5000);
-    const std::string path = makeFile("f.bin", content);
-    ASSERT_TRUE(gather(ann, {&eve, &fay}));
-    joined({&bob});
-    ASSERT_TRUE(eve->transferFile(path, "f.bin"));
-    EXPECT_TRUE(ann.isTold("file whole") && fay.isTold("file whole"));
-    EXPECT_EQ(ann->address(), fay.files.at(0).neighbour) << "who passed it on";
-    EXPECT_EQ(eve->address(), ann.files.at(0).neighbour);
-    EXPECT_EQ(content, contentOf(root / "f.bin"));
-    std::string came;
-    ASSERT_TRUE(bob.receives(id::fileBegin));
-    for (int chunk = 0; chunk < 5; ++chunk) {
-        const Bytes body = bob.next(id::fileData).body;
-        came.append(body.begin(), body.end());
-    }
-    EXPECT_TRUE(content == came);
-    EXPECT_EQ(endBody(5000), bob.next(id::fileEnd).body);
-    EXPECT_EQ(0, eve.told("file whole")) << "it does not come back";
-}
-
-// Its sender does not read until all is sent, so that it needs a thread of its own.
-TEST_F(Files, AFileThatFillsEveryBufferArrivesWholeAtEverybody) {
-    const std::string content = contentOfSize(300000);
-    const std::string path = makeFile("long.bin", content);
-    ASSERT_TRUE(gather(ann, {&fay}));
-    joined({&bob});
-    std::promise<Party *> stands;
-    std::promise<void> received;
-    std::thread sender([&, wait = received.get_future()] {
-        Meeting own;
-        Party guy(own, "Guy");
-        stands.set_value(&guy);
-        EXPECT_TRUE(guy.isTold("join Ann"));
-        EXPECT_TRUE(guy->transferFile(path, "long.bin"));
-        wait.wait();
-    });
-    EXPECT_TRUE(ann.calls(*stands.get_future().get()));
-    EXPECT_TRUE(ann.isTold("file whole") && fay.isTold("file whole"));
-    EXPECT_TRUE(content == contentOf(root / "long.bin"));
-    std::string came;
-    for (WireFrame frame; came.size() < content.size() && bob.receives(id::fileData, &frame);)
-        came.append(frame.body.begin(), frame.body.end());
-    EXPECT_TRUE(content == came);
-    EXPECT_TRUE(bob.receives(id::fileEnd));
-    received.set_value();
-    sender.join();
-}
-
-TEST_F(Files, AFileReplacesTheOneOfItsName) {
-    joined({&bob});
-    EXPECT_TRUE(sendsFile(bob, "f", "long before") && sendsFile(bob, "f", "short"));
-    EXPECT_EQ("short", contentOf(root / "f"));
 }
 
 // ---- What is not sent ----
@@ -246,42 +193,14 @@ TEST_F(Files, WhatCannotBeSentIsRefusedAndNobodyHearsOfIt) {
 TEST_F(Files, WithoutARootEverythingIsCountedAndPassedOn) {
     LogFile log;
     joined({&bob, &cid});
-    for (const bool set : {false, true}) {
-        SCOPED_TRACE(set);
-        variable.reset();
-        variable = set ? std::make_unique<ScopedEnvironment>(rootVariable, "")
-                       : std::make_unique<ScopedEnvironment>(rootVariable);
-        EXPECT_TRUE(sendsFile(bob, "f", "text"));
-        EXPECT_TRUE(cid.receives(id::fileBegin));
-        EXPECT_EQ(Bytes({'t', 'e', 'x', 't'}), cid.next(id::fileData).body);
-        EXPECT_TRUE(cid.receives(id::fileEnd));
-    }
-    EXPECT_EQ(2, log.entries("_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set"));
-    EXPECT_EQ(2, log.entries("_handleFileTransferData File transfer data without open file"));
-    EXPECT_TRUE(log.has("File Transfer Received = 8 Wrote = 0."));
+    variable = std::make_unique<ScopedEnvironment>(rootVariable);
+    EXPECT_TRUE(sendsFile(bob, "f", "text"));
+    EXPECT_TRUE(cid.receives(id::fileBegin));
+    EXPECT_EQ(Bytes({'t', 'e', 'x', 't'}), cid.next(id::fileData).body);
+    EXPECT_TRUE(cid.receives(id::fileEnd));
+    EXPECT_EQ(1, log.entries("_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set"));
+    EXPECT_TRUE(log.has("File Transfer Received = 4 Wrote = 0."));
     EXPECT_TRUE(ann.files.empty());
-    variable.reset();
-    variable = std::make_unique<ScopedEnvironment>(rootVariable, root.string());
-    expectThatTheMeetingGoesOn(bob);
-}
-
-TEST_F(Files, ARootThatIsNoFolderStoresNothing) {
-    joined({&bob});
-    const std::string file = makeFile("regular", "mine");
-    std::vector<std::string> places = {file, file + "/below"};
-    if (fs::exists("/proc/self")) // takes no files, whoever asks
-        places.insert(places.end(), {"/proc", "/proc/below"});
-    for (const std::string &place : places) {
-        SCOPED_TRACE(place);
-        const ScopedEnvironment instead(rootVariable, place);
-        EXPECT_TRUE(sendsFile(bob, "f", "text"));
-        EXPECT_TRUE(ann.files.empty());
-        EXPECT_EQ("mine", contentOf(file));
-    }
-    fs::create_directories(root / "taken");
-    EXPECT_TRUE(sendsFile(bob, "taken", "text")) << "a folder of that name";
-    EXPECT_TRUE(ann.files.empty() && fs::is_directory(root / "taken"));
-    expectThatTheMeetingGoesOn(bob);
 }
 
 // ---- Where a received path leads ----
@@ -293,25 +212,17 @@ TEST_F(Files, NoPathLeadsOutOfTheRoot) {
     };
     const std::pair<std::string, std::string> cases[] = {
         // the place in the root; empty: refused
-        {"f.bin", "f.bin"},
-        {"sub/dir/f.bin", "sub/dir/f.bin"},
         {"sub\\dir\\f.bin", "sub/dir/f.bin"},
-        {"./x", "x"},
         {"..x/y", "..x/y"},
         {"/abs/x", "abs/x"},
         {"\\\\server\\share\\x", "server/share/x"},
-        {"..", ""},
         {"../x", ""},
         {"a/../../x", ""},
         {"..\\x", ""},
-        {"a/..", ""},
         {"C:\\x", unlessDevice("C:") + (unlessDevice("C:").empty() ? "" : "/x")},
         {"CON", unlessDevice("CON")},
-        {"nul.txt", unlessDevice("nul.txt")},
         {"sub/", ""},
-        {"", ""},
         {std::string(300, 'n'), ""},
-        {std::string(1100, 'n'), ""},
         {nul, "a"},
     };
     joined({&bob});
@@ -365,19 +276,14 @@ TEST_F(Files, APathAndItsRootHaveRoomFor1023Characters) {
 TEST_F(Files, AnEndThatAnnouncesAnotherSizeDeletesTheFile) {
     LogFile log;
     joined({&bob});
-    for (const std::uint32_t size : {3u, 5u, 0u}) {
-        SCOPED_TRACE(size);
-        ann.files.clear();
-        ASSERT_TRUE(beginsFile(bob, "sub/f", "text") && ends(bob, size));
-        ASSERT_EQ(1u, ann.files.size());
-        EXPECT_EQ(root / "sub" / "f", fs::path(ann.files[0].path));
-        EXPECT_THAT(stored(), IsEmpty());
-    }
-    EXPECT_EQ(3, ann.told("file failed"));
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "text"));
-    ASSERT_TRUE(bob.sends(id::fileEnd, {0, 0, 4}) && bob.fences());
-    EXPECT_EQ(4, ann.told("file failed")) << "an end that is cut short";
-    EXPECT_EQ(4, log.entries("_handleFileTransferEnd transfer failed wrong size"));
+    ASSERT_TRUE(beginsFile(bob, "sub/f", "text") && ends(bob, 5));
+    ASSERT_EQ(1u, ann.files.size());
+    EXPECT_EQ(root / "sub" / "f", fs::path(ann.files[0].path));
+    EXPECT_THAT(stored(), IsEmpty());
+    ASSERT_TRUE(beginsFile(bob, "f", "text") && ends(bob, 3));
+    ASSERT_TRUE(beginsFile(bob, "f", "text") && bob.sends(id::fileEnd, {0, 0, 4}) && bob.fences());
+    EXPECT_EQ(3, ann.told("file failed")) << "an end that is cut short, too";
+    EXPECT_EQ(3, log.entries("_handleFileTransferEnd transfer failed wrong size"));
     expectThatTheMeetingGoesOn(bob);
 }
 
@@ -421,8 +327,7 @@ TEST_F(Files, WhatStandsInTheRootAlreadyLeadsNowhereElse) {
     fs::create_symlink(folder / "nothing", root / "dangling");
     const std::set<std::string> before = around();
     LogFile log;
-    for (const char *path : {"link", "folder/regular", "folder\\regular", "folder/new",
-                             "folder/sub/new", "./folder/new", "dangling", "dangling/new"}) {
+    for (const char *path : {"link", "folder/regular", "folder/sub/new", "dangling"}) {
         SCOPED_TRACE(path);
         EXPECT_TRUE(sendsFile(bob, path, "evil"));
         EXPECT_TRUE(ann.files.empty());
@@ -467,31 +372,6 @@ TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
     expectThatTheMeetingGoesOn(cid);
 }
 
-TEST_F(Files, AnEndOfWhateverOriginEndsTheFile) {
-    joined({&bob, &cid});
-    ASSERT_TRUE(beginsFile(bob, "f", "text") && ends(cid, 4));
-    EXPECT_EQ(1, ann.told("file whole"));
-    EXPECT_EQ(addressOf(cid).hostByteOrderPort(), ann.files.at(0).neighbour.hostByteOrderPort());
-    expectThatTheMeetingGoesOn(bob);
-}
-
-TEST_F(Files, WhatIsNoBeginOpensNothing) {
-    joined({&bob});
-    const Bytes whole = beginBody("/f", "f");
-    for (std::size_t length = 0; length < whole.size(); ++length) {
-        SCOPED_TRACE(length);
-        const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length));
-        ASSERT_TRUE(bob.sends(id::fileBegin, cut) && bob.sends(id::fileEnd, endBody(0)));
-        ASSERT_TRUE(bob.fences());
-        EXPECT_THAT(stored(), IsEmpty());
-    }
-    Bytes huge = whole;
-    huge[7] = huge[8] = 0x7F; // the second count
-    ASSERT_TRUE(bob.sends(id::fileBegin, huge) && bob.sends(id::fileEnd, endBody(0)));
-    EXPECT_TRUE(ann.files.empty());
-    expectThatTheMeetingGoesOn(bob);
-}
-
 // ---- Who goes in the middle ----
 
 TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
@@ -503,7 +383,6 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     EXPECT_THAT(stored(), IsEmpty());
     EXPECT_EQ(root / "f", fs::path(ann.files.at(0).path));
     EXPECT_EQ(addressOf(bob), ann.files.at(0).neighbour);
-    expectThatTheMeetingGoesOn(cid);
 
     // The origin is what the sender wrote, which need not be its own.
     WireFrame begin;
@@ -519,39 +398,21 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     expectThatTheMeetingGoesOn(cid);
 }
 
-TEST_F(Files, AStrangerWithTheSendersAddressDoesNotTouchTheFile) {
-    joined({&bob, &cid});
-    ASSERT_TRUE(beginsFile(bob, "f", "te"));
-    dan.entry.address = bob.entry.address;
-    ASSERT_TRUE(dan.connects(ann.port()) && data(dan, "lie") && dan.saysHello());
-    ASSERT_TRUE(dan.seesTheEnd());
-    ASSERT_TRUE(data(bob, "xt") && ends(bob, 4));
-    EXPECT_EQ(1, ann.told("file whole"));
-    EXPECT_EQ("text", contentOf(root / "f"));
-}
-
 // The sender is in the middle of its call, and finds the dead one by a write that fails.
 TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     ASSERT_TRUE(gather(ann, {&fay}));
     joined({&bob, &cid});
-    const std::string content = contentOfSize(20000);
-    const std::string path = makeFile("f.bin", content);
-    ann->setFileProgressCB([](ConferenceParticipant *, const TCPAddress &, std::uint64_t done,
+    const std::string path = makeFile("f.bin", contentOfSize(20000));
+    dying = &bob;
+    ann->setFileProgressCB([](ConferenceParticipant *, const TCPAddress &, std::uint64_t,
                               std::uint64_t, const std::string &) {
-        if (done == 0 && dying != nullptr)
+        if (dying != nullptr)
             std::exchange(dying, nullptr)->resets();
     });
-    dying = &bob;
-    LogFile log;
     EXPECT_FALSE(ann->transferFile(path, "f.bin")) << "not everybody has it";
-    EXPECT_THAT(log.text(), testing::Not(testing::ContainsRegex(" was ....+ seconds old\\.")));
-    EXPECT_TRUE(ann.isTold("leave Bob"));
-    EXPECT_TRUE(fay.isTold("file whole"));
-    EXPECT_EQ(content, contentOf(root / "f.bin"));
-    WireFrame end;
-    EXPECT_TRUE(cid.receives(id::fileEnd, &end));
+    EXPECT_TRUE(ann.isTold("leave Bob") && fay.isTold("file whole"));
+    EXPECT_TRUE(cid.receives(id::fileEnd));
     EXPECT_TRUE(ann->transferFile(path, "f.bin")) << "those who are left";
-    expectThatTheMeetingGoesOn(cid);
 }
 
 TEST_F(Files, AReceiverThatLeavesOrIsDestroyedKeepsNoHalf) {
@@ -582,27 +443,104 @@ TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
     EXPECT_THAT(stored(), IsEmpty());
     expectThatTheMeetingGoesOn(host);
 
+    // For a moment the member is alone in the meeting.
+    ann.inside = [this](const std::string &event) {
+        if (event == "file failed") {
+            EXPECT_TRUE(ann->isMeeting() && !ann->requestStartLeading() && !ann->isMeeting());
+        }
+    };
     ASSERT_TRUE(host.sends(frame.encode()) && host.fences());
     host.closes();
     EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Host"));
+    EXPECT_EQ(1, ann.told("leadReply 0"));
     EXPECT_THAT(stored(), IsEmpty());
 }
 
-TEST_F(Files, TheCallbackMayHangUp) {
-    joined({&bob});
-    ann.inside = [this](const std::string &event) {
-        if (event == "file whole" || event == "file failed")
-            ann.leaves();
+// ---- Progress ----
+
+struct Step {
+    const ConferenceParticipant *at;
+    TCPAddress origin;
+    std::string path, progress; // "done/total"
+};
+std::vector<Step> steps;
+std::function<void(ConferenceParticipant &, std::uint64_t done)> inside;
+
+class FileProgress : public Files {
+protected:
+    FileProgress() {
+        steps.clear();
+        inside = nullptr;
+        EXPECT_TRUE(gather(ann, {&eve, &fay}));
+        for (Party *party : {&ann, &eve, &fay})
+            (*party)->setFileProgressCB([](ConferenceParticipant *at, const TCPAddress &origin,
+                                           std::uint64_t done, std::uint64_t total,
+                                           const std::string &file) {
+                steps.push_back(
+                    {at, origin, file, std::to_string(done) + '/' + std::to_string(total)});
+                if (inside)
+                    inside(*at, done);
+            });
+    }
+    bool eveSends() { return eve->transferFile(path, "f.bin"); }
+
+    // What that party was told, all about a file of Eve's at this path.
+    std::vector<std::string> told(const Party &party, const fs::path &where) {
+        std::vector<std::string> lines;
+        for (const Step &step : steps)
+            if (step.at == &party.participant()) {
+                EXPECT_TRUE(step.origin == eve->address());
+                EXPECT_EQ(where, fs::path(step.path));
+                lines.push_back(step.progress);
+            }
+        return lines;
+    }
+
+    const std::string path = makeFile("f.bin", std::string(2049, 'x'));
+};
+
+TEST_F(FileProgress, BothEndsAreToldOfTheBeginAndOfEachPart) {
+    ASSERT_TRUE(eveSends() && ann.isTold("file whole"));
+    EXPECT_THAT(told(eve, path), ElementsAre("0/2049", "1024/2049", "2048/2049", "2049/2049"));
+    EXPECT_THAT(told(ann, root / "f.bin"), ElementsAre("0/0", "1024/0", "2048/0", "2049/0"));
+}
+
+TEST_F(FileProgress, AFileThatIsNotStoredIsToldOnceWithoutAPath) {
+    for (const std::string &place : {std::string(), path + "/below"}) { // that cannot be made
+        steps.clear();
+        const ScopedEnvironment instead(rootVariable, place);
+        ASSERT_TRUE(eveSends() && eve.says("done") && ann.hears("done") && fay.hears("done"));
+        EXPECT_THAT(told(ann, ""), ElementsAre("0/0"));
+        EXPECT_THAT(told(fay, ""), ElementsAre("0/0"));
+        ann.forgets();
+        fay.forgets();
+    }
+}
+
+TEST_F(FileProgress, AReceiverMayHangUpInIt) {
+    for (const std::uint64_t when : {0u, 1024u}) {
+        inside = [this, when](ConferenceParticipant &at, std::uint64_t done) {
+            if (&at == &fay.participant() && done == when)
+                at.hangup();
+        };
+        fay.forgets();
+        ASSERT_TRUE(eveSends() && fay.isTold("file failed") && ann.isTold("leave Fay"));
+        ASSERT_TRUE(ann.isTold("file whole"));
+        ann.forgets();
+        ASSERT_TRUE(fay.meets(ann));
+    }
+}
+
+TEST_F(FileProgress, NoSecondFileStartsInsideTheFirst) {
+    bool second = true;
+    inside = [&](ConferenceParticipant &at, std::uint64_t) {
+        if (&at == &eve.participant())
+            second = eveSends();
     };
-    ASSERT_TRUE(begins(bob, "f") && data(bob, "text"));
-    ASSERT_TRUE(bob.sends(id::fileEnd, endBody(4)));
-    EXPECT_TRUE(bob.seesTheEnd());
-    EXPECT_EQ("text", contentOf(root / "f"));
-    joined({&cid});
-    ASSERT_TRUE(beginsFile(cid, "g", "text"));
-    ann.leaves();
-    EXPECT_EQ(1, ann.told("file failed"));
-    EXPECT_THAT(stored(), ElementsAre("f"));
+    EXPECT_TRUE(eveSends());
+    EXPECT_FALSE(second);
+    inside = nullptr;
+    EXPECT_TRUE(eveSends()) << "afterwards it may";
 }
 
 // ---- Acknowledgements, which nobody sends and everybody can read ----
@@ -615,52 +553,29 @@ TEST_F(Files, AnAcknowledgementIsReadWhenItIsMeantForThisParty) {
     const auto *inMemory = reinterpret_cast<const unsigned char *>(&own);
     ASSERT_TRUE(guy.hosts("talk"));
     ASSERT_TRUE(bob.joins(guy.port()) && cid.joins(guy.port()) && cid.fences());
-    const struct {
-        const char *name;
-        Bytes afterAddress;
-        const char *event; // empty: none
-    } cases[] = {
-        {"whole", {0, 0, 0, 1, 'f', 0}, "file whole"},
-        {"any bit", {0, 4, 0, 0, 'f', 0, 0}, "file whole"},
-        {"failed", {0, 0, 0, 0, 'f', 0}, "file failed"},
-        {"no end of the name", {0, 0, 0, 1, 'f'}, "file whole"},
-        {"no name", {0, 0, 0, 1, 0, 'f', 0}, ""},
-        {"nothing behind the result", {0, 0, 0, 1}, ""},
-        {"no result", {'f', 0}, "file failed"},
-        {"nothing", {}, ""},
+    const std::pair<Bytes, const char *> cases[] = {
+        // behind the address; what is told: nothing where it is empty
+        {{0, 0, 0, 1, 'f'}, "file whole"}, // no end of the name
+        {{0, 0, 0, 0, 'f', 0}, "file failed"},
+        {{0, 0, 0, 1, 0, 'f', 0}, ""}, // no name
     };
-    for (const auto &row : cases) {
-        SCOPED_TRACE(row.name);
+    for (const auto &[rest, event] : cases) {
+        SCOPED_TRACE(event);
         guy.forgets();
         guy.files.clear();
-        Bytes body(sizeof own + row.afterAddress.size());
-        std::copy(row.afterAddress.begin(), row.afterAddress.end(),
-                  std::copy_n(inMemory, sizeof own, body.begin()));
+        Bytes body(inMemory, inMemory + sizeof own);
+        body.insert(body.end(), rest.begin(), rest.end());
         ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
-        if (*row.event == '\0') {
-            EXPECT_TRUE(guy.files.empty());
-        } else {
-            ASSERT_EQ(1u, guy.files.size());
-            EXPECT_EQ(1, guy.told(row.event));
-            EXPECT_EQ("f", guy.files[0].path);
-        }
+        EXPECT_EQ(*event == '\0' ? 0u : 1u, guy.files.size());
+        EXPECT_TRUE(*event == '\0' || (guy.told(event) == 1 && guy.files.at(0).path == "f"));
         EXPECT_EQ(body, cid.next(id::fileAck).body) << "passed on as it came";
 
         guy.files.clear();
         body[3] = static_cast<unsigned char>(body[3] ^ 1); // another party's
-        ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.fences());
-        EXPECT_TRUE(guy.files.empty());
-        EXPECT_TRUE(cid.receives(id::fileAck));
+        ASSERT_TRUE(bob.sends(id::fileAck, body) && bob.sends(id::fileAck, {body[0], body[1]}));
+        EXPECT_TRUE(bob.fences() && guy.files.empty());
+        EXPECT_TRUE(cid.receives(id::fileAck) && cid.receives(id::fileAck));
     }
-    for (std::size_t length = 0; length < 4; ++length)
-        ASSERT_TRUE(bob.sends(id::fileAck, Bytes(inMemory, inMemory + length)));
-    EXPECT_TRUE(bob.fences() && guy.files.empty());
-}
-
-TEST_F(Files, NobodySendsAnAcknowledgement) {
-    joined({&bob, &cid});
-    ASSERT_TRUE(sendsFile(bob, "f", "text") && ann.told("file whole") == 1);
-    EXPECT_THAT(kinds(bob.gets()), IsEmpty());
 }
 
 } // namespace

@@ -4,7 +4,6 @@
 // Ann hosts; Cid and Dan talk over TLS. All are on one thread, so a handshake that blocked would
 // never end. What is to take long takes longer than a test waits for anything.
 #include "platform/Socket.h"
-#include "support/LogFile.h"
 #include "support/Party.h"
 #include "support/TLSEnds.h"
 #include "vintok/TCPStream.h"
@@ -217,25 +216,13 @@ TEST_F(Handshakes, WhoAsksForOneInAJoinAndMakesNoneHoldsNobodyUp) {
     EXPECT_TRUE(talkGoesOn());
     set({1, shortly, forLong});
     EXPECT_FALSE(fay.joins(ann.port())) << "its place is taken";
-    {
-        LogFile log;
-        EXPECT_TRUE(ann.rejects(eve) && eve.seesTheEnd() && talkGoesOn());
-        EXPECT_FALSE(log.has("acceptCall Secure Accept Failed")) << "its handshake is forgotten";
-    }
+    EXPECT_TRUE(ann.rejects(eve) && eve.seesTheEnd() && talkGoesOn());
     ASSERT_TRUE(asksForSecure(eve));
     eve.closes();
     set({1, shortly, forLong});
     EXPECT_TRUE(meeting.until([&] { return bool(fay.joins(ann.port())); }, "its place is free"));
     fay.hangsUp();
     EXPECT_TRUE(ann.isTold("leave Fay"));
-
-    ASSERT_TRUE(asksForSecure(eve));
-    ann.inside = [this](const std::string &event) {
-        if (event.rfind("data", 0) == 0)
-            ann->hangup();
-    };
-    EXPECT_TRUE(cid.says("go") && eve.seesTheEnd() && cid.isTold("leave Ann"));
-    EXPECT_EQ(0, ann.told("join Eve"));
 }
 
 // As without the background: the join completes all the same.
@@ -258,18 +245,6 @@ TEST_F(Handshakes, ACallerWhoseHandshakeFailsInTheJoinJoinsAndLeaves) {
 }
 
 // ---- Members that stop reading ----
-
-TEST_F(Handshakes, AMemberThatStopsReadingIsHungUpAndTheOthersHearEverything) {
-    ann->setSlowMemberLimits({MB, forLong, 4 * MB});
-    ASSERT_TRUE(bobMeetsByWire());
-    for (int line = 0; line < 400 && ann.told("leave Bob") == 0; ++line) {
-        const std::string text = std::to_string(line) + std::string(100000, '.');
-        (line % 2 == 0 ? ann : cid).says(text); // false for the host when he fails
-        ASSERT_TRUE(dan.hears(text)) << line;
-    }
-    EXPECT_EQ(1, ann.told("leave Bob"));
-    EXPECT_TRUE(talkGoesOn());
-}
 
 TEST_F(Handshakes, AMemberThatIsHeldUpHearsEverythingInTheEnd) {
     ann->setSlowMemberLimits({40 * MB, forLong, 40 * MB});

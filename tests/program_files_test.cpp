@@ -1,20 +1,15 @@
 // Files between real processes of the program: what each end tells of one, and what becomes of one
 // that cannot be sent, cannot be stored, or is not what was announced.
 #include "platform/File.h"
-#include "platform/TestSockets.h"
-#include "platform/Thread.h"
 #include "support/Party.h"
 #include "support/Program.h"
 #include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <memory>
 #include <optional>
-#include <random>
 #include <vector>
 
 namespace vintok::test {
@@ -22,7 +17,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 // Many whole messages and a short one, and what another program says of it.
 const std::string content(150001, 'a');
@@ -117,8 +111,6 @@ TEST_F(ProgramFiles, WhatCannotBeSentIsToldAndTheMeetingGoesOn) {
     const std::string big = make("big", "");
     std::error_code error;
     fs::resize_file(big, std::uintmax_t{1} << 31, error);
-    const std::string closed = make("closed", "text");
-    fs::permissions(closed, fs::perms::none);
     const std::pair<std::string, const char *> cases[] = {
         {"", "which file?"},
         {folder.path("none"), "there is no file"},
@@ -126,8 +118,6 @@ TEST_F(ProgramFiles, WhatCannotBeSentIsToldAndTheMeetingGoesOn) {
         {make("empty", ""), "is empty"},
         {make("twice/twice", "text"), "occurs earlier in it"},
         {error ? "" : big, error ? "" : "is too big: 2147483648 bytes"},
-        {std::ifstream(closed) ? "" : closed, std::ifstream(closed) ? "" : "cannot read"},
-        {fs::exists("/dev/null") ? "/dev/null" : "", fs::exists("/dev/null") ? "regular" : ""},
     };
     for (const auto &[path, why] : cases) {
         bob->type("/send " + path);
@@ -136,14 +126,8 @@ TEST_F(ProgramFiles, WhatCannotBeSentIsToldAndTheMeetingGoesOn) {
         EXPECT_THAT(line, HasSubstr(why)) << path;
     }
     EXPECT_EQ(0, count(bob->output(), "file-begin"));
-    fs::permissions(closed, fs::perms::owner_all);
     expectThatTheMeetingGoesOn();
     EXPECT_FALSE(fs::exists(annsFolder()));
-}
-
-TEST_F(ProgramFiles, AFolderThatIsAFileIsWrongUsage) {
-    ChildProcess run = Program::plain({"host", "--files", make("regular", "text")});
-    EXPECT_TRUE(run.ends(2, "--files"));
 }
 
 // The files' own test has the other reasons.
@@ -163,44 +147,6 @@ TEST_F(ProgramFiles, WhatCannotBeStoredIsToldAndNothingOfItStays) {
     bob->type("/send " + path);
     EXPECT_TRUE(ann->tells("file-end", {text("result", "received"), ofContent}));
     EXPECT_EQ(content, folder.content("ann/plan.txt"));
-    expectThatTheMeetingGoesOn();
-}
-
-TEST_F(ProgramFiles, ADiskThatIsFullLosesTheFileAndNothingElse) {
-    if (!platform::limitFileSize(content.size() / 2)) // the programs that start now keep it
-        GTEST_SKIP() << "this system limits no file's size";
-    meet();
-    EXPECT_TRUE(platform::limitFileSize(0));
-    EXPECT_TRUE(
-        bob->answers("/send " + make("plan.txt", content), "file-end", {text("result", "sent")}));
-    EXPECT_TRUE(ann->tells("file-end", {text("result", "lost"), {"bytes", "null"}}));
-    EXPECT_TRUE(fs::is_empty(annsFolder()));
-    bob->type("/send " + make("small.txt", "text"));
-    EXPECT_TRUE(ann->tells("file-end", {text("result", "received")}));
-    expectThatTheMeetingGoesOn();
-}
-
-TEST_F(ProgramFiles, AFileOfMegabytesReachesEightReceiversWhole) {
-    meet();
-    std::vector<std::unique_ptr<Program>> others;
-    for (const char *name : {"C", "D", "E", "F", "G", "H", "I"}) {
-        others.push_back(std::make_unique<Program>(std::vector<std::string>{
-            "join", target, "--name", name, "--files", folder.path(name)}));
-        ASSERT_TRUE(bob->tells("joined", {named(name)}));
-    }
-    std::string megabytes(bigSize(5000001), '\0');
-    std::minstd_rand random;
-    std::generate(megabytes.begin(), megabytes.end(),
-                  [&] { return static_cast<char>(random() >> 16); });
-    EXPECT_TRUE(
-        bob->answers("/send " + make("long.bin", megabytes), "file-end", {text("result", "sent")}));
-    EXPECT_TRUE(ann->tells("file-end", {text("result", "received")}));
-    EXPECT_TRUE(megabytes == contentOf(annsFolder() / "long.bin"));
-    for (std::size_t i = 0; i < others.size(); ++i) {
-        EXPECT_TRUE(others[i]->tells("file-end", {text("result", "received")}));
-        EXPECT_TRUE(megabytes ==
-                    folder.content(std::string(1, static_cast<char>('C' + i)) + "/long.bin"));
-    }
     expectThatTheMeetingGoesOn();
 }
 
@@ -297,8 +243,6 @@ TEST_F(StrangeSender, AFileIsComparedWithWhatWasAnnounced) {
     } cases[] = {
         {"", "unsure", "null"},
         {head("file 1") + "f.bin\n150001 " + sum, "differs", "150001"},
-        {head("file 1") + "f.bin\n5 " + sum, "differs", "5"},
-        {head("file 1") + "f.bin\n2147483647 " + sum, "differs", "2147483647"},
         {head("file 1") + "other\n150001 " + sum, "unsure", "null"},
         {head("file 1") + "f.bin\n150001 " + ofContent.second.substr(1, 64), "received", "150001"},
     };
@@ -327,24 +271,13 @@ TEST_F(StrangeSender, NonsenseAboutFilesHurtsNobody) {
              {"file 1" + place + "f\n1 " + sum, "file-turn 1" + place + "192.0.2.99 1\nno",
               "file-end 1" + place + "sent"})
             ASSERT_TRUE(eve.says(body));
-    const std::string noise[] = {
-        head("file 1"),
-        head("file 1") + "f\n2147483648 " + sum,
-        head("file 1") + "f\n18446744073709551617 " + sum,
-        head("file 1") + std::string(100000, 'f') + "\n1 " + sum,
-        head("file-end 1"),
-    };
-    for (const std::string &body : noise) {
-        ASSERT_TRUE(eve.says(body));
-        EXPECT_TRUE(ann->tells("data", {{"bytes", std::to_string(body.size())}})) << body;
-    }
-    EXPECT_EQ(std::ssize(noise), count(ann->output(), "data"));
     // Well-formed, and never followed by a file, or by one of another name.
     const std::string evil = "\x1b[2J\r\xff../../evil";
     for (int i = 0; i < 100; ++i)
         ASSERT_TRUE(eve.says(head("file 1") + evil + "\n1 " + sum));
     ASSERT_TRUE(eve.says(head("file 1") + "the last")); // she may hear what is typed earlier
     ASSERT_TRUE(ann->tells("data", {{"bytes", std::to_string(head("file 1").size() + 8)}}));
+    EXPECT_EQ(1, count(ann->output(), "data")) << "the others are well-formed";
     EXPECT_TRUE(ann->refuses("/send " + path,
                              R"(Eve is sending '\u001b[2J\u000d\ufffd../../evil'; )"
                              "wait until that is over"));

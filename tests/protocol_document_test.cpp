@@ -238,28 +238,6 @@ TEST(Identifiers, AreDifferentWhenAnyByteIs) {
     }
 }
 
-// A field that does not fit is passed over, and the ones behind it are tried all the same.
-TEST(Identifiers, ThatAreCutGiveAndTakeTheFieldsThatFit) {
-    const Bytes whole = hex("01020304 0506 0708 090a0b0c0d0e0f10");
-    const TCPGUID strange = {0x01020304, 0x0506, 0x0708, {9, 10, 11, 12, 13, 14, 15, 16}};
-    const std::uint64_t moved[] = {0, 0, 2, 2, 4, 4, 6, 6, 8, 8, 8, 8, 8, 8, 8, 8, 16};
-    for (std::size_t length = 0; length <= whole.size(); ++length) {
-        SCOPED_TRACE(length);
-        Bytes cut = test::cutAt(whole, length);
-        TCPGUID read = {};
-        BufferManager reader(cut.data(), cut.size());
-        EXPECT_EQ(read.read(reader), moved[length]);
-        EXPECT_EQ(read == strange, length == 16);
-        BufferManager writer(cut.data(), cut.size());
-        EXPECT_EQ(strange.write(writer), moved[length]);
-        if (length == 10) {
-            EXPECT_EQ(read.Data3, 0x0708);
-            EXPECT_EQ(read.Data4[0], 0);
-        }
-    }
-    EXPECT_EQ(identifier(strange), whole);
-}
-
 // ---- States ----
 
 struct State {

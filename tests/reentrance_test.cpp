@@ -88,10 +88,7 @@ bool annCallsThroughBob(Scenery &s) {
 
 const Scene scenes[] = {
     {"host is called", "join ", annHostsAlone, [](Scenery &s) { s.knocks(); }},
-    {"host takes the lead", "leader ", annHostsAlone, [](Scenery &s) { s.knocks(); }},
     {"idle party is called", "user ", nothing, [](Scenery &s) { s.knocks(); }},
-    {"idle party joins", "join ", nothing, [](Scenery &s) { s.knocks(); }},
-    {"leader is joined", "leader ", nothing, [](Scenery &s) { s.knocks(hosting | state::leader); }},
     {"hiding caller", "security ", nothing, [](Scenery &s) { s.knocks(state::hiding); }},
     {"screened caller", "pending ",
      [](Scenery &s) {
@@ -103,31 +100,15 @@ const Scene scenes[] = {
     {"called party rings", "ringing ", annCallsBob, [](Scenery &s) { s.bob.saysHello(); }},
     {"called party is busy", "busy ", annCallsBob,
      [](Scenery &s) { s.saysHello(s.bob, state::meeting); }},
-    {"called party hides", "security ", annCallsBob,
-     [](Scenery &s) { s.saysHello(s.bob, state::hiding); }},
-    {"forbidden call rings", "ringing ", annCallsHost,
-     [](Scenery &s) { s.saysHello(s.host, state::hiding); }},
     {"forbidden call is rejected", "rejected ", annCallsHost,
      [](Scenery &s) { s.saysHello(s.host, state::hiding); }},
     {"call is accepted", "accepted ", annAsksBob,
      [](Scenery &s) { s.bob.sends(id::joinReply, {1}); }},
-    {"called party joins", "join ", annAsksBob,
-     [](Scenery &s) { s.bob.sends(id::joinReply, {1}); }},
-    {"caller takes the lead", "leader ", annAsksBob,
-     [](Scenery &s) { s.bob.sends(id::joinReply, {1}); }},
     {"call is refused", "rejected ", annAsksBob,
      [](Scenery &s) { s.bob.sends(id::joinReply, {0}); }},
     {"call dies alone", "noAnswer ", annAsksBob, [](Scenery &s) { s.bob.closes(); }},
-    {"call is given up", "noAnswer ", annAsksBob, [](Scenery &s) { s.ann.leaves(); }},
     {"two calls are given up", "noAnswer ",
      [](Scenery &s) { return s.ann.asks(s.bob) && s.ann.reaches(s.cid); },
-     [](Scenery &s) { s.ann.leaves(); }},
-    {"orphaned call is given up", "noAnswer ",
-     [](Scenery &s) {
-         const bool ready = annCallsHost(s);
-         s.host.closes();
-         return ready && s.bob.receives(id::leaveNotify);
-     },
      [](Scenery &s) { s.ann.leaves(); }},
     {"old version", "version ", annCallsBob,
      [](Scenery &s) {
@@ -136,49 +117,26 @@ const Scene scenes[] = {
          old.major = 3;
          s.bob.sends(old.encode());
      }},
-    {"member tells its data", "user Bob", annHosts, [](Scenery &s) { s.bob.saysHello(); }},
     {"member sends a roster", "join Shadow", annHosts,
      [](Scenery &s) { s.bob.sends(id::rosterReply, s.shadow.encode()); }},
     {"roster is walked", "user ", annHosts, [](Scenery &s) { s.ann->requestRoster(); }},
-    {"own entry comes", "user Ann", annAttends,
-     [](Scenery &s) {
-         s.host.sends(id::rosterRequest);
-         s.host.sends(id::rosterReply, s.host.next(id::rosterReply).body);
-     }},
-    {"leading shadow joins", "leader ", annAttends,
-     [](Scenery &s) {
-         WireEntry leader = WireEntry::party("Leader", 60021);
-         leader.state = state::leader;
-         s.host.sends(id::rosterReply, leader.encode());
-     }},
     {"shadow leaves", "leave Shadow", annAttends,
      [](Scenery &s) { s.host.sends(id::leaveNotify, s.shadow.encode()); }},
-    {"member hangs up", "leave Bob", annHosts, [](Scenery &s) { s.bob.hangsUp(); }},
     {"member closes", "leave Bob", annHosts, [](Scenery &s) { s.bob.closes(); }},
-    {"member is found dead", "leave Bob", annHosts,
-     [](Scenery &s) {
-         s.bob.resets();
-         s.findsOut();
-     }},
     {"two members are found dead", "leave ", annHosts,
      [](Scenery &s) {
          s.bob.resets();
          s.cid.resets();
          s.findsOut();
      }},
-    {"host hangs up", "leave Host", annAttends, [](Scenery &s) { s.host.hangsUp(); }},
     {"host is found dead", "leave Host", annAttends,
      [](Scenery &s) {
          s.host.resets();
          s.findsOut();
      }},
     {"data at a host", "data ", annHosts, [](Scenery &s) { s.bob.sends(id::broadcast, {'x'}); }},
-    {"data at a member", "data ", annAttends,
-     [](Scenery &s) { s.host.sends(id::broadcast, {'x'}); }},
     {"echo is asked for", "synch ", annHosts,
      [](Scenery &s) { s.bob.sends(id::echoRequest32, Bytes(4)); }},
-    {"echo comes back", "synch ", annAttends,
-     [](Scenery &s) { s.host.sends(id::echoReply32, Bytes(8)); }},
     {"lead is asked for", "leadRequest ",
      [](Scenery &s) {
          s.ann.decidesOnLead();
@@ -190,14 +148,6 @@ const Scene scenes[] = {
     {"lead is granted", "leadReply ",
      [](Scenery &s) { return annAttends(s) && s.ann->requestStartLeading(); },
      [](Scenery &s) { s.host.sends(id::leadReply, {1}); }},
-    {"lead is denied", "leadReply ", [](Scenery &s) { return s.annHosts({&s.bob}); },
-     [](Scenery &s) {
-         EXPECT_TRUE(s.bob.sends(id::leadRequest, s.bob.entry.encode()) && s.bob.fences());
-         EXPECT_TRUE(s.ann->requestStartLeading());
-         s.bob.sends(id::leadReply, {0});
-     }},
-    {"lead changes at a member", "leader ", annAttends,
-     [](Scenery &s) { s.host.sends(id::leadChange, s.host.entry.encode()); }},
     {"file comes", "file ", annHosts,
      [](Scenery &s) {
          Bytes names;
@@ -210,20 +160,14 @@ const Scene scenes[] = {
      }},
     {"proxy answers", "response ", annCallsThroughBob,
      [](Scenery &s) { s.bobReplies("404 Not found"); }},
-    {"proxy opens the way", "response ", annCallsThroughBob,
-     [](Scenery &s) { s.bobReplies("200 OK"); }},
     {"proxy wants credentials", "proxy ", annCallsThroughBob,
      [](Scenery &s) { s.bobReplies("407 No\r\nProxy-Authenticate: Basic realm=x"); }},
-    {"proxy fails", "response ", annCallsThroughBob, [](Scenery &s) { s.bobReplies("503 Later"); }},
-    {"proxied call gets no answer", "noAnswer ", annCallsThroughBob,
-     [](Scenery &s) { s.bobReplies("404 Not found"); }},
     {"call is sent elsewhere", "redirect ",
      [](Scenery &s) {
          s.ann.decidesOnRedirects();
          return annCallsThroughBob(s);
      },
      [](Scenery &s) { s.bobReplies("302 Found\r\nLocation: http://127.0.0.1:9/"); }},
-    {"option changes", "security ", annHosts, [](Scenery &s) { s.ann->setSSLOnly(true); }},
     {"hosting begins", "user ", nothing, [](Scenery &s) { s.ann.hosts("Plan"); }},
 };
 
@@ -235,21 +179,10 @@ struct Action {
 
 const Action actions[] = {
     {"hangs up", [](Scenery &s) { s.ann.leaves(); }, true},
-    {"calls somebody else",
-     [](Scenery &s) {
-         EXPECT_TRUE(s.dan.listens());
-         s.ann.calls(s.dan); // a member may not
-     }},
-    {"calls back", [](Scenery &s) { s.ann.calls(s.bob); }},
     {"hangs up and calls",
      [](Scenery &s) {
          s.ann.leaves();
          EXPECT_TRUE(s.dan.listens() && s.ann.calls(s.dan));
-     }},
-    {"accepts",
-     [](Scenery &s) {
-         for (WirePeer *peer : s.peers())
-             s.ann.accepts(*peer);
      }},
     {"refuses",
      [](Scenery &s) {

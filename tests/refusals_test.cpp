@@ -110,27 +110,6 @@ TEST_F(Refusals, OnlyOpenConnectionsAreServed) {
     closeDescriptor(listener);
 }
 
-TEST_F(Refusals, NegativeNumbersHaveNoOptions) {
-    const std::pair<Text, std::function<void(int)>> options[] = {
-        {"vintok::setNoDelay", setNoDelay},
-        {"vintok::setBlocking", setBlocking},
-        {"vintok::setNonBlocking", setNonBlocking},
-        {"vintok::setClosed", setClosed},
-        {"Bad descriptor", [](int fd) { EXPECT_FALSE(setSystemBuffers(fd, 0)); }},
-    };
-    for (const auto &[text, option] : options) {
-        option(-1);
-        expectRefusal(TCP_ERROR_BAD_FILE_DESCRIPTOR, text, -1);
-    }
-    EXPECT_FALSE(setClosed(0)) << "it can be asked for, but not be changed";
-    expectError(TCP_ERROR_BAD_FILE_DESCRIPTOR, "vintok::setClosed");
-    EXPECT_FALSE(DescriptorState(0).known || setClosed(unknownDescriptor));
-    setNoDelay(unknownDescriptor); // a refusal of the system is not told
-    expectNoError();
-    EXPECT_FALSE(setSystemBuffers(unknownDescriptor, 0));
-    expectError(TCP_ERROR_SYSTEM_ERROR, testing::StartsWith("Set receive buffer failed\n"));
-}
-
 // ---- Of the library ----
 
 TCPAddress loopback() {

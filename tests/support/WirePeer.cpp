@@ -98,17 +98,6 @@ testing::AssertionResult WirePeer::knocks(unsigned short port) {
     return !result || (saysHello() && asksToJoin()) ? result : systemFailure("cannot ask to join");
 }
 
-testing::AssertionResult WirePeer::isJoined() {
-    auto result = picksUp();
-    if (result && !saysHello())
-        result = systemFailure("cannot say hello");
-    if (result)
-        result = receives(id::joinRequest);
-    if (result && !sends(id::joinReply, {1}))
-        result = systemFailure("cannot accept the join");
-    return result;
-}
-
 bool WirePeer::sends(const Bytes &bytes) {
     std::size_t sent = 0;
     while (sent < bytes.size()) {

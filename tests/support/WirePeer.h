@@ -36,8 +36,6 @@ public:
     testing::AssertionResult knocks(unsigned short port);
     // The calling side's whole road: awaits the hello, says its own, asks to join, is accepted.
     testing::AssertionResult joins(unsigned short port);
-    // The called side's whole road: picks up, says hello, is asked to join, accepts.
-    testing::AssertionResult isJoined();
 
     // Each returns whether the bytes could be sent.
     bool sends(const Bytes &bytes);
