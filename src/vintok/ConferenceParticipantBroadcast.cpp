@@ -17,20 +17,25 @@
 namespace vintok {
 
 bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::uint64_t length) {
-    const Operation operation(*this);
-    if (_attendees.empty())
-        return false;
-    TCPMessage message;
-    return _formatBroadcastMessage(message, data, length) && _broadcastData(nullptr, message);
+    return _attempt(
+        "sendBroadcastData",
+        [&] {
+            TCPMessage message;
+            return !_attendees.empty() && _formatBroadcastMessage(message, data, length) &&
+                   _broadcastData(nullptr, message);
+        });
 }
 
 bool ConferenceParticipant::sendAllKeepAlive() {
-    const Operation operation(*this);
-    TCPMessage message;
-    if (!openMessage(message, TCP_keepAlive, 1))
-        return false;
-    message.messageBuffer()[0] = 0;
-    return _broadcastData(nullptr, message);
+    return _attempt(
+        "sendAllKeepAlive",
+        [this] {
+            TCPMessage message;
+            if (!openMessage(message, TCP_keepAlive, 1))
+                return false;
+            message.messageBuffer()[0] = 0;
+            return _broadcastData(nullptr, message);
+        });
 }
 
 bool ConferenceParticipant::_formatBroadcastMessage(TCPMessage &message, const unsigned char *data,

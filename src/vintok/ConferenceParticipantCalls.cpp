@@ -86,27 +86,25 @@ bool ConferenceParticipant::startCall(const std::vector<TCPAddress> &addresses,
 // Without `addresses` looks the name up and waits for the connection.
 bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const CallTarget &target,
                                            const std::vector<TCPAddress> *addresses) {
-    const Operation operation(owner);
-    if (owner._self.isMeeting() && !owner._self.isHost()) {
-        VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
-        return false;
-    }
-    try {
-        std::unique_ptr<TempRosterEntry> call(
-            addresses == nullptr
-                ? new TempRosterEntry(target.remoteName, target.proxyName)
-                : new TempRosterEntry(target.remoteName, target.proxyName,
-                                      addresses->empty() ? TCPAddress() : addresses->front()));
-        prepare(*call, target);
-        const bool direct = isDirect(target, *call);
-        if (!mayCall(owner, *call, direct))
-            return false;
-        return addresses == nullptr ? connectCall(owner, std::move(call), direct)
-                                    : startConnect(owner, std::move(call), *addresses, direct);
-    } catch (const std::bad_alloc &) {
-        VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
-        return false;
-    }
+    return owner._attempt(
+        "placeCall",
+        [&] {
+            if (owner._self.isMeeting() && !owner._self.isHost()) {
+                VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
+                return false;
+            }
+            std::unique_ptr<TempRosterEntry> call(
+                addresses == nullptr
+                    ? new TempRosterEntry(target.remoteName, target.proxyName)
+                    : new TempRosterEntry(target.remoteName, target.proxyName,
+                                          addresses->empty() ? TCPAddress() : addresses->front()));
+            prepare(*call, target);
+            const bool direct = isDirect(target, *call);
+            if (!mayCall(owner, *call, direct))
+                return false;
+            return addresses == nullptr ? connectCall(owner, std::move(call), direct)
+                                        : startConnect(owner, std::move(call), *addresses, direct);
+        });
 }
 
 void ConferenceParticipant::Calling::prepare(TempRosterEntry &call, const CallTarget &target) {
@@ -157,7 +155,24 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
         shutdownSocket(descriptor);
         return false;
     }
-    return makeSecure(owner, call.release(), descriptor, direct);
+    TempRosterEntry *const pending = call.release();
+    try {
+        return makeSecure(owner, pending, descriptor, direct);
+    } catch (const std::bad_alloc &) {
+        abandon(owner, pending, descriptor);
+        throw;
+    }
+}
+
+// There is no memory for the call, whose connection stands.
+void ConferenceParticipant::Calling::abandon(ConferenceParticipant &owner, TempRosterEntry *call,
+                                             int descriptor) {
+    if (owner._isListed(call))
+        owner._removePending(call);
+    if (ConferenceRosterEntry *peer = owner._getPeer(descriptor))
+        Ending::dropConnection(owner, peer);
+    else
+        shutdownSocket(descriptor);
 }
 
 // The connection of a listed call stands. False as `attend`.
@@ -230,7 +245,7 @@ bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
         return false;
     }
     TempRosterEntry *const pending = call.release();
-    if (connectNext(owner, started))
+    if (owner._attempt("placeCall", [&] { return connectNext(owner, started); }))
         return true;
     VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
     owner._removePending(pending);
@@ -240,16 +255,19 @@ bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
 // Tries the next address to which a connect can be begun. False when there is none.
 bool ConferenceParticipant::Calling::connectNext(ConferenceParticipant &owner,
                                                  StartedCall started) {
+    std::vector<StartedCall> &calls = owner._workings->startedCalls;
     while (started.next != started.addresses.size()) {
+        calls.reserve(calls.size() + 1);
         started.descriptor = beginConnect(started.addresses[started.next++]);
         if (started.descriptor == -1)
             continue;
+        const int descriptor = started.descriptor;
+        calls.push_back(std::move(started));
         const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
-        loop->await(started.descriptor, platform::Await::writable, connectEnded, &owner);
+        loop->await(descriptor, platform::Await::writable, connectEnded, &owner);
         if (const std::uint32_t timeout = connectTimeout())
-            loop->deadlines().set(started.descriptor, connectIsLate, &owner,
+            loop->deadlines().set(descriptor, connectIsLate, &owner,
                                   std::chrono::milliseconds(timeout));
-        owner._workings->startedCalls.push_back(std::move(started));
         return true;
     }
     return false;
@@ -272,9 +290,22 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
     });
     if (found == calls.end())
         return;
-    const StartedCall started = *found;
+    const StartedCall started = std::move(*found);
     calls.erase(found);
     forgetConnect(owner, descriptor);
+    try {
+        if (!goesOn(owner, started, inTime))
+            Ending::endCall(owner, started.call);
+    } catch (const std::bad_alloc &) {
+        abandon(owner, started.call, descriptor);
+        Ending::tellNoAnswer(owner, *started.call);
+    }
+}
+
+// False when the call has come to its end.
+bool ConferenceParticipant::Calling::goesOn(ConferenceParticipant &owner,
+                                            const StartedCall &started, bool inTime) {
+    const int descriptor = started.descriptor;
     if (!inTime) {
         VINTOK_LOG(SEVERITY_WARNING, formatText("Connect %d took too long", descriptor));
         platform::closeSocket(descriptor);
@@ -283,12 +314,12 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
             static_cast<TCPAddress &>(*started.call) = started.addresses[started.next - 1];
         if (!makeSecure(owner, started.call, descriptor, started.direct))
             Ending::tellNoAnswer(owner, *started.call);
-        return;
+        return true;
     }
     if (connectNext(owner, started))
-        return;
+        return true;
     VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
-    Ending::endCall(owner, started.call);
+    return false;
 }
 
 void ConferenceParticipant::Calling::forgetConnect(ConferenceParticipant &owner, int descriptor) {
@@ -312,23 +343,25 @@ void ConferenceParticipant::Calling::forgetStarted(ConferenceParticipant &owner,
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
-    const Operation operation(*this);
-    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
-    if (peer == nullptr) {
-        VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
-        return false;
-    }
-    return mf_acceptCall(peer);
+    return _attempt(
+        "acceptCall",
+        [&] {
+            ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
+            if (peer == nullptr)
+                VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
+            return peer != nullptr && mf_acceptCall(peer);
+        });
 }
 
 bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
-    const Operation operation(*this);
-    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
-    if (peer == nullptr) {
-        VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
-        return false;
-    }
-    return mf_rejectCall(peer);
+    return _attempt(
+        "rejectCall",
+        [&] {
+            ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
+            if (peer == nullptr)
+                VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
+            return peer != nullptr && mf_rejectCall(peer);
+        });
 }
 
 } // namespace vintok

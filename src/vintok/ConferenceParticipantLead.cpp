@@ -22,8 +22,11 @@ namespace vintok {
 // ---- Asking ----
 
 bool ConferenceParticipant::requestStartLeading() {
-    const Operation operation(*this);
-    return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
+    return _attempt(
+        "requestStartLeading",
+        [this] {
+            return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
+        });
 }
 
 bool ConferenceParticipant::Lead::memberAsksToLead(ConferenceParticipant &owner) {
@@ -136,25 +139,28 @@ void ConferenceParticipant::Lead::decideOnLead(ConferenceParticipant &owner,
 }
 
 bool ConferenceParticipant::acceptLeadChange() {
-    const Operation operation(*this);
     if (!_self.isHost()) {
         const ConferenceRosterEntry *host = _getHost();
         return host != nullptr && _writeLeadReply(host->descriptor(), 1);
     }
-    ConferenceRosterEntry *leader = _getPendingLeader();
+    return _attempt("acceptLeadChange", [this] { return Lead::giveLead(*this); });
+}
+
+bool ConferenceParticipant::Lead::giveLead(ConferenceParticipant &owner) {
+    ConferenceRosterEntry *leader = owner._getPendingLeader();
     if (leader == nullptr)
         return false;
     leader->setLeader(true);
     leader->setLeadPending(false);
-    _self.setLeader(false);
+    owner._self.setLeader(false);
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
         return false;
-    Lead::leaveLeadTo(*this, leader);
-    const bool sent = _broadcastData(nullptr, message);
+    leaveLeadTo(owner, leader);
+    const bool sent = owner._broadcastData(nullptr, message);
     // A leader that the round has found dead has had a successor meanwhile.
-    if (_isListed(leader))
-        _tell(_leadChangeCB, *leader);
+    if (owner._isListed(leader))
+        owner._tell(owner._leadChangeCB, *leader);
     return sent;
 }
 

@@ -52,35 +52,35 @@ void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
 // ---- Asking and sending ----
 
 bool ConferenceParticipant::sendRoster() {
-    const Operation operation(*this);
-    if (_self.isHost())
-        return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
-    bool sent = false;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (peer->isHost())
-            sent = _sendMe(peer);
-    });
-    return sent;
+    return _attempt(
+        "sendRoster",
+        [this] {
+            if (_self.isHost())
+                return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
+            bool sent = false;
+            _forEachAttendee([&](ConferenceRosterEntry *peer) {
+                if (peer->isHost())
+                    sent = _sendMe(peer);
+            });
+            return sent;
+        });
 }
 
 bool ConferenceParticipant::requestRoster() {
-    const Operation operation(*this);
-    if (_self.isHost()) {
-        if (!_self.isServer())
-            _forEachAttendee([this](ConferenceRosterEntry *peer) {
-                if (peer->doBroadcast() || peer->isShadow())
+    return _attempt(
+        "requestRoster",
+        [this] {
+            bool sent = _self.isHost();
+            _forEachAttendee([&, hosts = sent](ConferenceRosterEntry *peer) {
+                if (hosts && !_self.isServer() && (peer->doBroadcast() || peer->isShadow())) {
                     _tell(_userDataCB, *peer);
+                } else if (!hosts && peer->isHost()) {
+                    _sendMe(peer);
+                    sent = _requestRoster(peer);
+                }
             });
-        return true;
-    }
-    bool sent = false;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (peer->isHost()) {
-            _sendMe(peer);
-            sent = _requestRoster(peer);
-        }
-    });
-    return sent;
+            return sent;
+        });
 }
 
 bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
