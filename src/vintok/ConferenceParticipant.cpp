@@ -83,25 +83,28 @@ std::string configuredValue(const char *wanted) {
 
 ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port, bool exactPort) {
     init();
-    sf_readDebugSwitches();
-    sf_getDefaultPort();
-    sf_getBindAnonymous();
-    if (!Life::listen(*this, localOnly, port != 0 ? port : s_defaultPort,
-                      exactPort ? 1 : portSearch)) {
-        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
-        return;
-    }
-    _self.setMajorVersion(s_majorVersion);
-    _self.setMinorVersion(s_minorVersion);
-    _self.setServer(_serverMode);
     try {
-        _select = new TCPSelect;
+        sf_readDebugSwitches();
+        sf_getDefaultPort();
+        sf_getBindAnonymous();
+        Life::start(*this, localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : portSearch);
     } catch (const std::bad_alloc &) {
         Life::closeListeners(*this);
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not allocate select object");
+    }
+}
+
+void ConferenceParticipant::Life::start(ConferenceParticipant &owner, bool localOnly,
+                                        unsigned short port, std::size_t tries) {
+    if (!listen(owner, localOnly, port, tries)) {
+        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
         return;
     }
-    Life::watchListeners(*this);
+    owner._self.setMajorVersion(s_majorVersion);
+    owner._self.setMinorVersion(s_minorVersion);
+    owner._self.setServer(owner._serverMode);
+    owner._select = new TCPSelect;
+    watchListeners(owner);
 }
 
 ConferenceParticipant::ConferenceParticipant(const ConferenceParticipant &) = default;
@@ -112,9 +115,11 @@ ConferenceParticipant::~ConferenceParticipant() {
     for (const ConferenceRosterEntry *entry : _attendees)
         if (_select != nullptr && entry != nullptr && entry->descriptor() >= 0)
             _select->removeCallback(entry->descriptor(), sf_dataCB, this);
-    Calling::forgetStarted(*this, nullptr);
-    Handshakes::forgetAll(*this);
-    StreamLoop::ofThisThread()->deadlines().clearAll(this);
+    if (_select != nullptr) { // who has none has begun nothing
+        Calling::forgetStarted(*this, nullptr);
+        Handshakes::forgetAll(*this);
+        StreamLoop::ofThisThread()->deadlines().clearAll(this);
+    }
     _shutdown();
     Files::discardFile(*this);
     Life::closeListeners(*this);
@@ -241,36 +246,46 @@ void ConferenceParticipant::mf_connectPending(int socket) {
     const Operation operation(*this);
     TCPAddress from;
     const int descriptor = _workings->acceptGuard.accept(socket, from);
-    if (descriptor == -1 || !Guards::letsIn(*this, descriptor, from))
-        return;
+    if (descriptor != -1 &&
+        !_attempt("mf_connectPending", [&] { return Life::letIn(*this, descriptor, from); }))
+        Life::turnAway(*this, descriptor);
+}
+
+// False when the connection is to be closed again.
+bool ConferenceParticipant::Life::letIn(ConferenceParticipant &owner, int descriptor,
+                                        const TCPAddress &from) {
+    if (!Guards::letsIn(owner, descriptor, from))
+        return false;
     if (platform::endArrived(descriptor)) {
         VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the caller has gone again");
-        Life::turnAway(*this, descriptor);
-        return;
+        return false;
     }
-    const auto greet = [this, descriptor](Shaken how) { Life::greet(*this, descriptor, how); };
-    const Shaken how = Handshakes::begin(*this, descriptor, Handshakes::Side::accepts, greet);
-    if (how != Shaken::underWay)
-        greet(how);
+    const auto later = [&owner, descriptor](Shaken how) {
+        if (!owner._attempt("mf_connectPending", [&] { return greet(owner, descriptor, how); }))
+            turnAway(owner, descriptor);
+    };
+    const Shaken how = Handshakes::begin(owner, descriptor, Handshakes::Side::accepts, later);
+    return how == Shaken::underWay || greet(owner, descriptor, how);
 }
 
 void ConferenceParticipant::Life::turnAway(ConferenceParticipant &owner, int descriptor) {
     Guards::forgetStranger(owner, descriptor);
+    Handshakes::forget(owner, descriptor);
+    if (owner._select != nullptr)
+        owner._select->removeCallback(descriptor, sf_dataCB, &owner);
     shutdownSocket(descriptor);
 }
 
-// Says hello to who has connected.
-void ConferenceParticipant::Life::greet(ConferenceParticipant &owner, int descriptor, Shaken how) {
+// Says hello to who has connected. False when the connection is to be closed again.
+bool ConferenceParticipant::Life::greet(ConferenceParticipant &owner, int descriptor, Shaken how) {
     if (how == Shaken::failed) {
         VINTOK_LOG(SEVERITY_INFO, "mf_connectPending the handshake has failed");
-        turnAway(owner, descriptor);
-        return;
+        return false;
     }
     if (owner._select == nullptr || !bufferFrames(descriptor) ||
         !owner._select->addSocketCallback(descriptor, sf_dataCB, &owner, true, false)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending select failed");
-        turnAway(owner, descriptor);
-        return;
+        return false;
     }
     Guards::connected(owner, descriptor);
     if (Crossing::hostsNobody(owner) && !Crossing::hasOthers(owner, nullptr))
@@ -278,17 +293,16 @@ void ConferenceParticipant::Life::greet(ConferenceParticipant &owner, int descri
     const bool hosts = owner._self.isHost();
     if (!owner.mf_sendMe(descriptor, false, true)) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending send me failed");
-        owner._select->removeCallback(descriptor, sf_dataCB, &owner);
-        turnAway(owner, descriptor);
-        return;
+        return false;
     }
     ConferenceRosterEntry *peer = owner._addDescriptor(descriptor);
     if (peer == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "mf_connectPending add descriptor failed");
-        return; // deliberately still registered
+        return false;
     }
     peer->m_toldHost = hosts;
     VINTOK_LOG(SEVERITY_INFO, "Connection accepted fd = " + std::to_string(descriptor));
+    return true;
 }
 
 void ConferenceParticipant::mf_dataPending(int descriptor, bool closed) {

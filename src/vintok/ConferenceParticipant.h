@@ -13,12 +13,14 @@
 // Operations that talk to the network block: they wait until a connection stands or is refused, and
 // until the peer's side has taken what is written. A connect can be bounded (`setConnectTimeout`),
 // and so can the silence of a peer (`setPeerTimeout`). Operations whose comment does not mention
-// the network do not block. Nothing throws.
+// the network do not block. Nothing throws, but for the constructors and what takes a text or a
+// callback that is kept, which throw std::bad_alloc and change nothing.
 //
 // Whatever returns false, or 0 for a number, leaves its reason as the thread's `lastError`, with a
 // sentence in `lastErrorString`: TCP_ERROR_UNSPECIFIED_ERROR for what cannot be done now,
 // TCP_ERROR_INVALID_ADDRESS where nobody has the address or waits, TCP_ERROR_INVALID_ARGUMENT for
-// nothing to send. When the network or the system fails it is what the stream layer left.
+// nothing to send. When the network or the system fails it is what the stream layer left. An
+// operation that finds no memory in its course is refused too; what it has done so far stands.
 //
 // Callbacks are plain functions. An application that has state of its own derives from the class
 // and casts the pointer that each callback gets:
@@ -521,6 +523,10 @@ private:
     // Calls `visit(entry)` for each entry listed now, in order, unless it has left meanwhile.
     template <class Visit>
     void _forEachAttendee(Visit visit);
+    // Runs an operation, which is refused where there is no memory for it.
+    template <class Does>
+    bool _attempt(const char *operation, Does does);
+    static bool _findsNoMemory(const char *operation); // false, logged, with its error
 
     // ---- Ends (ConferenceParticipantEnd.cpp) ----
 

@@ -17,29 +17,33 @@
 namespace vintok {
 
 bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::uint64_t length) {
-    const Operation operation(*this);
     const Reason reason;
     if (data == nullptr || length == 0)
         return refuse(TCP_ERROR_INVALID_ARGUMENT, "sendBroadcastData: nothing to send");
     if (_attendees.empty())
         return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "sendBroadcastData: nobody is connected");
-    TCPMessage message;
-    if (!_formatBroadcastMessage(message, data, length))
-        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendBroadcastData");
-    if (_workings->talk.saidCB != nullptr)
-        message.setOriginAddress(_self);
-    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+    const bool sent = _attempt("sendBroadcastData", [&] {
+        TCPMessage message;
+        if (!_formatBroadcastMessage(message, data, length))
+            return _findsNoMemory("sendBroadcastData");
+        if (_workings->talk.saidCB != nullptr)
+            message.setOriginAddress(_self);
+        return _broadcastData(nullptr, message);
+    });
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                          "sendBroadcastData: it did not reach everybody");
 }
 
 bool ConferenceParticipant::sendAllKeepAlive() {
-    const Operation operation(*this);
     const Reason reason;
-    TCPMessage message;
-    if (!openMessage(message, TCP_keepAlive, 1))
-        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendAllKeepAlive");
-    message.messageBuffer()[0] = 0;
-    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+    const bool sent = _attempt("sendAllKeepAlive", [this] {
+        TCPMessage message;
+        if (!openMessage(message, TCP_keepAlive, 1))
+            return _findsNoMemory("sendAllKeepAlive");
+        message.messageBuffer()[0] = 0;
+        return _broadcastData(nullptr, message);
+    });
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                          "sendAllKeepAlive: it did not reach everybody");
 }
 

@@ -86,14 +86,13 @@ bool ConferenceParticipant::startCall(const std::vector<TCPAddress> &addresses,
 // Without `addresses` looks the name up and waits for the connection.
 bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const CallTarget &target,
                                            const std::vector<TCPAddress> *addresses) {
-    const Operation operation(owner);
     const Reason reason;
-    if (owner._self.isMeeting() && !owner._self.isHost()) {
-        VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
-        return refuse(TCP_ERROR_UNSPECIFIED_ERROR,
-                      "placeCall: in a meeting that somebody else hosts");
-    }
-    try {
+    const bool placed = owner._attempt("placeCall", [&] {
+        if (owner._self.isMeeting() && !owner._self.isHost()) {
+            VINTOK_LOG(SEVERITY_WARNING, "Cannot place call in meeting and not host");
+            return refuse(TCP_ERROR_UNSPECIFIED_ERROR,
+                          "placeCall: in a meeting that somebody else hosts");
+        }
         std::unique_ptr<TempRosterEntry> call(
             addresses == nullptr
                 ? new TempRosterEntry(target.remoteName, target.proxyName)
@@ -103,14 +102,10 @@ bool ConferenceParticipant::Calling::place(ConferenceParticipant &owner, const C
         const bool direct = isDirect(target, *call);
         if (!mayCall(owner, *call, direct))
             return false;
-        return reason.unless(addresses == nullptr
-                                 ? connectCall(owner, std::move(call), direct)
-                                 : startConnect(owner, std::move(call), *addresses, direct),
-                             TCP_ERROR_CONNECTION_REFUSED, "placeCall: no connection");
-    } catch (const std::bad_alloc &) {
-        VINTOK_LOG(SEVERITY_ERROR, "placeCall allocation failed");
-        return refuse(TCP_ERROR_OUT_OF_MEMORY, "placeCall");
-    }
+        return addresses == nullptr ? connectCall(owner, std::move(call), direct)
+                                    : startConnect(owner, std::move(call), *addresses, direct);
+    });
+    return reason.unless(placed, TCP_ERROR_CONNECTION_REFUSED, "placeCall: no connection");
 }
 
 void ConferenceParticipant::Calling::prepare(TempRosterEntry &call, const CallTarget &target) {
@@ -162,7 +157,24 @@ bool ConferenceParticipant::Calling::connectCall(ConferenceParticipant &owner,
         shutdownSocket(descriptor);
         return false;
     }
-    return makeSecure(owner, call.release(), descriptor, direct);
+    TempRosterEntry *const pending = call.release();
+    try {
+        return makeSecure(owner, pending, descriptor, direct);
+    } catch (const std::bad_alloc &) {
+        abandon(owner, pending, descriptor);
+        throw;
+    }
+}
+
+// There is no memory for the call, whose connection stands.
+void ConferenceParticipant::Calling::abandon(ConferenceParticipant &owner, TempRosterEntry *call,
+                                             int descriptor) {
+    if (owner._isListed(call))
+        owner._removePending(call);
+    if (ConferenceRosterEntry *peer = owner._getPeer(descriptor))
+        Ending::dropConnection(owner, peer);
+    else
+        shutdownSocket(descriptor);
 }
 
 // The connection of a listed call stands. False as `attend`.
@@ -235,7 +247,7 @@ bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
         return false;
     }
     TempRosterEntry *const pending = call.release();
-    if (connectNext(owner, started))
+    if (owner._attempt("placeCall", [&] { return connectNext(owner, started); }))
         return true;
     VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
     owner._removePending(pending);
@@ -245,16 +257,19 @@ bool ConferenceParticipant::Calling::startConnect(ConferenceParticipant &owner,
 // Tries the next address to which a connect can be begun. False when there is none.
 bool ConferenceParticipant::Calling::connectNext(ConferenceParticipant &owner,
                                                  StartedCall started) {
+    std::vector<StartedCall> &calls = owner._workings->startedCalls;
     while (started.next != started.addresses.size()) {
+        calls.reserve(calls.size() + 1);
         started.descriptor = beginConnect(started.addresses[started.next++]);
         if (started.descriptor == -1)
             continue;
+        const int descriptor = started.descriptor;
+        calls.push_back(std::move(started));
         const std::shared_ptr<StreamLoop> loop = StreamLoop::ofThisThread();
-        loop->await(started.descriptor, platform::Await::writable, connectEnded, &owner);
+        loop->await(descriptor, platform::Await::writable, connectEnded, &owner);
         if (const std::uint32_t timeout = connectTimeout())
-            loop->deadlines().set(started.descriptor, connectIsLate, &owner,
+            loop->deadlines().set(descriptor, connectIsLate, &owner,
                                   std::chrono::milliseconds(timeout));
-        owner._workings->startedCalls.push_back(std::move(started));
         return true;
     }
     return false;
@@ -277,9 +292,22 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
     });
     if (found == calls.end())
         return;
-    const StartedCall started = *found;
+    const StartedCall started = std::move(*found);
     calls.erase(found);
     forgetConnect(owner, descriptor);
+    try {
+        if (!goesOn(owner, started, inTime))
+            Ending::endCall(owner, started.call);
+    } catch (const std::bad_alloc &) {
+        abandon(owner, started.call, descriptor);
+        Ending::tellNoAnswer(owner, *started.call);
+    }
+}
+
+// False when the call has come to its end.
+bool ConferenceParticipant::Calling::goesOn(ConferenceParticipant &owner,
+                                            const StartedCall &started, bool inTime) {
+    const int descriptor = started.descriptor;
     if (!inTime) {
         VINTOK_LOG(SEVERITY_WARNING, formatText("Connect %d took too long", descriptor));
         platform::closeSocket(descriptor);
@@ -288,12 +316,12 @@ void ConferenceParticipant::Calling::endConnect(ConferenceParticipant &owner, in
             static_cast<TCPAddress &>(*started.call) = started.addresses[started.next - 1];
         if (!makeSecure(owner, started.call, descriptor, started.direct))
             Ending::tellNoAnswer(owner, *started.call);
-        return;
+        return true;
     }
     if (connectNext(owner, started))
-        return;
+        return true;
     VINTOK_LOG(SEVERITY_ERROR, "placeCall cannot connect socket to place call");
-    Ending::endCall(owner, started.call);
+    return false;
 }
 
 void ConferenceParticipant::Calling::forgetConnect(ConferenceParticipant &owner, int descriptor) {
@@ -317,26 +345,32 @@ void ConferenceParticipant::Calling::forgetStarted(ConferenceParticipant &owner,
 }
 
 bool ConferenceParticipant::acceptCall(const TCPAddress &address) {
-    const Operation operation(*this);
     const Reason reason;
-    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
-    if (peer == nullptr) {
-        VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
-        return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptCall: nobody of this address is connected");
-    }
-    return reason.unless(mf_acceptCall(peer), TCP_ERROR_UNSPECIFIED_ERROR,
+    const bool accepted = _attempt("acceptCall", [&] {
+        ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
+        if (peer == nullptr) {
+            VINTOK_LOG(SEVERITY_ERROR, "acceptCall Port ip combination not found");
+            return refuse(TCP_ERROR_INVALID_ADDRESS,
+                          "acceptCall: nobody of this address is connected");
+        }
+        return mf_acceptCall(peer);
+    });
+    return reason.unless(accepted, TCP_ERROR_UNSPECIFIED_ERROR,
                          "acceptCall: this party does not wait for an answer");
 }
 
 bool ConferenceParticipant::rejectCall(const TCPAddress &address) {
-    const Operation operation(*this);
     const Reason reason;
-    ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
-    if (peer == nullptr) {
-        VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
-        return refuse(TCP_ERROR_INVALID_ADDRESS, "rejectCall: nobody of this address is connected");
-    }
-    return reason.unless(mf_rejectCall(peer), TCP_ERROR_UNSPECIFIED_ERROR,
+    const bool rejected = _attempt("rejectCall", [&] {
+        ConferenceRosterEntry *peer = Lists::getCaller(*this, address);
+        if (peer == nullptr) {
+            VINTOK_LOG(SEVERITY_ERROR, "rejectCall Port ip combination not found");
+            return refuse(TCP_ERROR_INVALID_ADDRESS,
+                          "rejectCall: nobody of this address is connected");
+        }
+        return mf_rejectCall(peer);
+    });
+    return reason.unless(rejected, TCP_ERROR_UNSPECIFIED_ERROR,
                          "rejectCall: this party does not wait for an answer");
 }
 

@@ -46,17 +46,34 @@ void ConferenceParticipant::hangup() {
     const Operation operation(*this);
     {
         const Nested nested(_workings->hangups);
-        // What a callback adds meanwhile is not met: one that calls again at once would never end.
-        _forEachAttendee([this](ConferenceRosterEntry *peer) { mf_hangup(peer); });
-        const std::vector<TempRosterEntry *> calls = _pending;
-        for (TempRosterEntry *call : calls)
-            if (_isListed(call) && call->associatedDescriptor() == -1)
-                Ending::endCall(*this, call);
+        if (!_attempt("hangup", [this] { return Ending::dropAll(*this); }))
+            Ending::dropAllWithoutMemory(*this);
     }
     Ending::leaveMeeting(*this);
     _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
     _self.setMUXRedirected(false);
-    Files::abandonFile(*this);
+    _attempt("hangup", [this] {
+        Files::abandonFile(*this);
+        return true;
+    });
+}
+
+// What a callback adds meanwhile is not met: one that calls again at once would never end.
+bool ConferenceParticipant::Ending::dropAll(ConferenceParticipant &owner) {
+    const std::vector<TempRosterEntry *> calls = owner._pending;
+    owner._forEachAttendee([&owner](ConferenceRosterEntry *peer) { owner.mf_hangup(peer); });
+    for (TempRosterEntry *call : calls)
+        if (owner._isListed(call) && call->associatedDescriptor() == -1)
+            endCall(owner, call);
+    return true;
+}
+
+// The same, without a list of those who are there now.
+void ConferenceParticipant::Ending::dropAllWithoutMemory(ConferenceParticipant &owner) {
+    for (std::size_t left = owner._attendees.size(); left != 0 && !owner._attendees.empty(); --left)
+        owner._attempt("hangup", [&] { return owner.mf_hangup(owner._attendees.front()); });
+    for (std::size_t left = owner._pending.size(); left != 0 && !owner._pending.empty(); --left)
+        endCall(owner, owner._pending.front());
 }
 
 void ConferenceParticipant::Ending::leaveMeeting(ConferenceParticipant &owner) {
@@ -119,8 +136,12 @@ bool ConferenceParticipant::Ending::endCall(ConferenceParticipant &owner, TempRo
 
 void ConferenceParticipant::Ending::tellNoAnswer(ConferenceParticipant &owner,
                                                  const TempRosterEntry &call) {
-    if (owner._noAnswerCB != nullptr)
+    if (owner._noAnswerCB == nullptr)
+        return;
+    owner._attempt("noAnswer", [&] {
         owner._noAnswerCB(&owner, call.remoteName(), RosterBase(call));
+        return true;
+    });
 }
 
 // ---- A peer that has left or died ----
@@ -213,10 +234,13 @@ bool ConferenceParticipant::Ending::dropConnection(ConferenceParticipant &owner,
         owner._select->removeCallback(descriptor, sf_dataCB, &owner);
     const bool removed = removeAttendee(owner, peer);
     shutdownSocket(descriptor);
-    if (Guards::areOn(owner))
-        StreamLoop::ofThisThread()->letGoOf(descriptor);
-    if (owner._workings->fileNeighbour == peer)
-        Files::abandonFile(owner);
+    owner._attempt("hangup", [&] {
+        if (Guards::areOn(owner))
+            StreamLoop::ofThisThread()->letGoOf(descriptor);
+        if (owner._workings->fileNeighbour == peer)
+            Files::abandonFile(owner);
+        return true;
+    });
     return removed;
 }
 

@@ -255,8 +255,9 @@ bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const 
     const auto send = [&](bool opened, TCPMessage &frames) {
         const Span span = {nullptr, frames.rawBuffer(),
                            static_cast<std::size_t>(frames.rawBufferLength())};
-        const bool sent =
-            opened && Relaying::broadcastFrames(owner, nullptr, span, {message.timeStamp(), false});
+        const bool sent = opened && owner._attempt("transferFile", [&] {
+            return Relaying::broadcastFrames(owner, nullptr, span, {message.timeStamp(), false});
+        });
         (sent ? succeeded : failed) = true;
     };
 

@@ -130,7 +130,7 @@ bool ConferenceParticipant::Guards::areOn(const CallerLimits &callers) {
 
 // ---- Who has not joined ----
 
-// False when there is no room for a new connection, which is closed then.
+// False when there is no room for a new connection, which is to be closed then.
 bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int descriptor,
                                            const TCPAddress &from) {
     GuardState &guards = owner._workings->guards;
@@ -150,10 +150,8 @@ bool ConferenceParticipant::Guards::letsIn(ConferenceParticipant &owner, int des
     using Stranger = GuardState::Stranger;
     if (!makesRoom(guards.callers.perAddress,
                    [&](const Stranger &other) { return isSamePlace(other.from, from); }) ||
-        !makesRoom(guards.callers.connections, [](const Stranger &) { return true; })) {
-        shutdownSocket(descriptor);
+        !makesRoom(guards.callers.connections, [](const Stranger &) { return true; }))
         return false;
-    }
     if (areOn(guards.callers))
         guards.strangers.push_back({descriptor, from, false});
     const CallerLimits &callers = guards.callers;
@@ -226,8 +224,11 @@ void ConferenceParticipant::Guards::forgetStranger(ConferenceParticipant &owner,
 
 void ConferenceParticipant::Guards::left(ConferenceParticipant &owner,
                                          const ConferenceRosterEntry &peer) {
-    if (peer.doBroadcast())
-        tellChangesBefore(owner, &peer); // it is to be known when it is told that it has left
+    if (peer.doBroadcast()) // it is to be known when it is told that it has left
+        owner._attempt("changes", [&] {
+            tellChangesBefore(owner, &peer);
+            return true;
+        });
     owner._workings->guards.told.erase(&peer);
     std::erase(owner._workings->guards.waiting, &peer);
     if (peer.descriptor() != -1)

@@ -22,11 +22,12 @@ namespace vintok {
 // ---- Asking ----
 
 bool ConferenceParticipant::requestStartLeading() {
-    const Operation operation(*this);
     const Reason reason;
-    return reason.unless(_self.isHost() ? Lead::hostAsksToLead(*this)
-                                        : Lead::memberAsksToLead(*this),
-                         TCP_ERROR_CONNECTION_RESET, "requestStartLeading: the host is gone");
+    const bool asked = _attempt("requestStartLeading", [this] {
+        return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
+    });
+    return reason.unless(asked, TCP_ERROR_CONNECTION_RESET,
+                         "requestStartLeading: the host is gone");
 }
 
 bool ConferenceParticipant::Lead::memberAsksToLead(ConferenceParticipant &owner) {
@@ -139,7 +140,6 @@ void ConferenceParticipant::Lead::decideOnLead(ConferenceParticipant &owner,
 }
 
 bool ConferenceParticipant::acceptLeadChange() {
-    const Operation operation(*this);
     const Reason reason;
     if (!_self.isHost()) {
         const ConferenceRosterEntry *host = _getHost();
@@ -148,22 +148,27 @@ bool ConferenceParticipant::acceptLeadChange() {
         return reason.unless(_writeLeadReply(host->descriptor(), 1), TCP_ERROR_CONNECTION_RESET,
                              "acceptLeadChange: the host is gone");
     }
-    ConferenceRosterEntry *leader = _getPendingLeader();
+    return reason.unless(_attempt("acceptLeadChange", [this] { return Lead::giveLead(*this); }),
+                         TCP_ERROR_CONNECTION_RESET,
+                         "acceptLeadChange: it did not reach everybody");
+}
+
+bool ConferenceParticipant::Lead::giveLead(ConferenceParticipant &owner) {
+    ConferenceRosterEntry *leader = owner._getPendingLeader();
     if (leader == nullptr)
         return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: nobody waits for the lead");
     leader->setLeader(true);
     leader->setLeadPending(false);
-    _self.setLeader(false);
+    owner._self.setLeader(false);
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
-        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "acceptLeadChange");
-    Lead::leaveLeadTo(*this, leader);
-    const bool sent = _broadcastData(nullptr, message);
+        return _findsNoMemory("acceptLeadChange");
+    leaveLeadTo(owner, leader);
+    const bool sent = owner._broadcastData(nullptr, message);
     // A leader that the round has found dead has had a successor meanwhile.
-    if (_isListed(leader))
-        _tell(_leadChangeCB, *leader);
-    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
-                         "acceptLeadChange: it did not reach everybody");
+    if (owner._isListed(leader))
+        owner._tell(owner._leadChangeCB, *leader);
+    return sent;
 }
 
 bool ConferenceParticipant::rejectLeadChange() {

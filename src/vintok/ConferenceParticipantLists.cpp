@@ -31,7 +31,21 @@ bool contains(const std::vector<Entry *> &entries, const Entry *entry) {
     return entry != nullptr && std::find(entries.begin(), entries.end(), entry) != entries.end();
 }
 
+// Whoever leaves its list must not need memory for that: there is room for one more than are
+// listed.
+template <class Retired, class Entry>
+void keepRoom(Retired &retired, const std::vector<Entry *> &listed) {
+    const std::size_t room = retired.size() + listed.size() + 1;
+    if (retired.capacity() < room)
+        retired.reserve(2 * room);
+}
+
 } // namespace
+
+bool ConferenceParticipant::_findsNoMemory(const char *operation) {
+    VINTOK_LOG(SEVERITY_ERROR, formatText("%s no memory", operation));
+    return refuse(TCP_ERROR_OUT_OF_MEMORY, "no memory");
+}
 
 ConferenceParticipant::WorkingsPointer::WorkingsPointer()
     : m_workings(std::make_unique<Workings>()) {}
@@ -44,8 +58,8 @@ void ConferenceParticipant::WorkingsPointer::reset() {
 
 ConferenceParticipant::Operation::Operation(ConferenceParticipant &participant)
     : m_workings(*participant._workings) {
-    ++m_workings.operations;
     Relaying::closeRelay(participant);
+    ++m_workings.operations;
 }
 
 ConferenceParticipant::Operation::~Operation() {
@@ -61,6 +75,7 @@ ConferenceRosterEntry *ConferenceParticipant::_addDescriptor(int descriptor) {
     try {
         auto entry = std::make_unique<ConferenceRosterEntry>(descriptor);
         entry->setShadow(descriptor == -1);
+        keepRoom(_workings->retiredEntries, _attendees);
         _attendees.push_back(entry.get());
         ++_workings->listChanges;
         return entry.release();
@@ -73,6 +88,7 @@ bool ConferenceParticipant::_addPending(TempRosterEntry *entry) {
     if (entry == nullptr || _isListed(entry))
         return false;
     try {
+        keepRoom(_workings->retiredCalls, _pending);
         _pending.push_back(entry);
         return true;
     } catch (const std::bad_alloc &) {

@@ -52,38 +52,35 @@ void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
 // ---- Asking and sending ----
 
 bool ConferenceParticipant::sendRoster() {
-    const Operation operation(*this);
     const Reason reason;
-    bool sent = false;
-    if (_self.isHost())
-        sent = Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
-    else
+    const bool sent = _attempt("sendRoster", [this] {
+        if (_self.isHost())
+            return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
+        bool told = false;
         _forEachAttendee([&](ConferenceRosterEntry *peer) {
             if (peer->isHost())
-                sent = _sendMe(peer);
+                told = _sendMe(peer);
         });
+        return told;
+    });
     return reason.unless(sent, TCP_ERROR_UNSPECIFIED_ERROR, "sendRoster: nobody to send it to");
 }
 
 bool ConferenceParticipant::requestRoster() {
-    const Operation operation(*this);
     const Reason reason;
-    if (_self.isHost()) {
-        if (!_self.isServer())
-            _forEachAttendee([this](ConferenceRosterEntry *peer) {
-                if (peer->doBroadcast() || peer->isShadow())
-                    _tell(_userDataCB, *peer);
-            });
-        return true;
-    }
-    bool sent = false;
-    _forEachAttendee([&](ConferenceRosterEntry *peer) {
-        if (peer->isHost()) {
-            _sendMe(peer);
-            sent = _requestRoster(peer);
-        }
+    const bool requested = _attempt("requestRoster", [this] {
+        bool sent = _self.isHost();
+        _forEachAttendee([&, hosts = sent](ConferenceRosterEntry *peer) {
+            if (hosts && !_self.isServer() && (peer->doBroadcast() || peer->isShadow())) {
+                _tell(_userDataCB, *peer);
+            } else if (!hosts && peer->isHost()) {
+                _sendMe(peer);
+                sent = _requestRoster(peer);
+            }
+        });
+        return sent;
     });
-    return reason.unless(sent, TCP_ERROR_UNSPECIFIED_ERROR, "requestRoster: no host to ask");
+    return reason.unless(requested, TCP_ERROR_UNSPECIFIED_ERROR, "requestRoster: no host to ask");
 }
 
 bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {

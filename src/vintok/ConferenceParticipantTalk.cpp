@@ -97,7 +97,6 @@ void ConferenceParticipant::setDeliveryCB(DeliveryCallback callback) {
 std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
                                                      const unsigned char *data,
                                                      std::uint64_t length) {
-    const Operation operation(*this);
     const Reason reason;
     const ConferenceRosterEntry *peer = _getPeer(party);
     if (data == nullptr || length == 0)
@@ -109,13 +108,17 @@ std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
     TalkState &talk = _workings->talk;
     talk.lastNumber = std::max(talk.lastNumber + 1, std::uint32_t{1});
     const std::uint32_t number = talk.lastNumber;
-    if (!reason.unless(
-            Talk::write(*this, peer->descriptor(), TCP_messageID_46, {number, party, data, length}),
-            TCP_ERROR_CONNECTION_RESET, "sendPrivateData: the connection has failed"))
-        return 0;
-    talk.awaited.push_back({number, party, Deadlines::Clock::now() + answerTime});
-    Talk::awaitAnswers(*this);
-    return number;
+    const bool sent = _attempt("sendPrivateData", [&] {
+        talk.awaited.push_back({number, party, Deadlines::Clock::now() + answerTime});
+        Talk::awaitAnswers(*this);
+        return Talk::write(*this, peer->descriptor(), TCP_messageID_46,
+                           {number, party, data, length});
+    });
+    if (reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
+                      "sendPrivateData: the connection has failed"))
+        return number;
+    std::erase_if(talk.awaited, [=](const auto &each) { return each.number == number; });
+    return 0;
 }
 
 bool ConferenceParticipant::Talk::write(ConferenceParticipant &owner, int descriptor,
@@ -249,19 +252,21 @@ void ConferenceParticipant::setMessageCB(MessageCallback callback) {
 
 bool ConferenceParticipant::sendMessage(const TCPGUID &identifier, const unsigned char *data,
                                         std::uint64_t length) {
-    const Operation operation(*this);
     const Reason reason;
     if (data == nullptr || length == 0 || Talk::isLibrarys(identifier))
         return refuse(TCP_ERROR_INVALID_ARGUMENT,
                       "sendMessage: nothing to send, or an identifier of the library's");
     if (_attendees.empty())
         return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "sendMessage: nobody is connected");
-    TCPMessage message;
-    if (!openMessage(message, identifier, length))
-        return reason.unless(false, TCP_ERROR_OUT_OF_MEMORY, "sendMessage");
-    std::memcpy(message.messageBuffer(), data, length);
-    message.setOriginAddress(_self);
-    return reason.unless(_broadcastData(nullptr, message), TCP_ERROR_CONNECTION_RESET,
+    const bool sent = _attempt("sendMessage", [&] {
+        TCPMessage message;
+        if (!openMessage(message, identifier, length))
+            return _findsNoMemory("sendMessage");
+        std::memcpy(message.messageBuffer(), data, length);
+        message.setOriginAddress(_self);
+        return _broadcastData(nullptr, message);
+    });
+    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                          "sendMessage: it did not reach everybody");
 }
 

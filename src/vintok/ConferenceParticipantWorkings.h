@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -196,7 +197,10 @@ struct ConferenceParticipant::Life {
                        std::size_t tries);
     static void watchListeners(ConferenceParticipant &owner);
     static void closeListeners(ConferenceParticipant &owner);
-    static void greet(ConferenceParticipant &owner, int descriptor, Shaken how);
+    static void start(ConferenceParticipant &owner, bool localOnly, unsigned short port,
+                      std::size_t tries);
+    static bool letIn(ConferenceParticipant &owner, int descriptor, const TCPAddress &from);
+    static bool greet(ConferenceParticipant &owner, int descriptor, Shaken how);
     static void turnAway(ConferenceParticipant &owner, int descriptor);
     static void readMessages(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                              bool closed);
@@ -232,7 +236,9 @@ struct ConferenceParticipant::Calling {
     static bool connectNext(ConferenceParticipant &owner, StartedCall started);
     static void connectEnded(int descriptor, void *owner);
     static void connectIsLate(int descriptor, void *owner);
+    static void abandon(ConferenceParticipant &owner, TempRosterEntry *call, int descriptor);
     static void endConnect(ConferenceParticipant &owner, int descriptor, bool inTime);
+    static bool goesOn(ConferenceParticipant &owner, const StartedCall &started, bool inTime);
     static void forgetConnect(ConferenceParticipant &owner, int descriptor);
     // Of one call, or of all.
     static void forgetStarted(ConferenceParticipant &owner, const TempRosterEntry *call);
@@ -260,6 +266,8 @@ struct ConferenceParticipant::Crossing {
 };
 
 struct ConferenceParticipant::Ending {
+    static bool dropAll(ConferenceParticipant &owner);
+    static void dropAllWithoutMemory(ConferenceParticipant &owner);
     static void leaveMeeting(ConferenceParticipant &owner);
     static void dismiss(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool endCall(ConferenceParticipant &owner, TempRosterEntry *call);
@@ -391,6 +399,7 @@ struct ConferenceParticipant::Lead {
     static void leaderIsAsked(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                               const unsigned char *body, std::uint64_t length);
     static void decideOnLead(ConferenceParticipant &owner, const ConferenceRosterEntry &asking);
+    static bool giveLead(ConferenceParticipant &owner);
     static void announceLeader(ConferenceParticipant &owner, ConferenceRosterEntry *leader);
     static void leaveLeadTo(ConferenceParticipant &owner, const ConferenceRosterEntry *leader);
 };
@@ -486,6 +495,16 @@ struct ConferenceParticipant::Tunnels {
     static void dropToPlain(ConferenceRosterEntry *peer);
     static bool askForCredentials(ConferenceParticipant &owner, const TempRosterEntry &call);
 };
+
+template <class Does>
+bool ConferenceParticipant::_attempt(const char *operation, Does does) {
+    const Operation counted(*this);
+    try {
+        return does();
+    } catch (const std::bad_alloc &) {
+        return _findsNoMemory(operation);
+    }
+}
 
 template <class Visit>
 void ConferenceParticipant::_forEachAttendee(Visit visit) {

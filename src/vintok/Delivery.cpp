@@ -9,13 +9,16 @@
 namespace vintok {
 
 void Delivery::give(int descriptor) {
-    Receiver receiver{descriptor, nullptr, 0, true};
+    Receiver &receiver = m_receivers.emplace_back(Receiver{descriptor, nullptr, 0, true});
     const DescriptorState state(descriptor);
     if (state.known && state.buffer != nullptr) {
-        state.buffer->loop().closeRuns(); // what was said before goes first
+        m_buffers.push_back(state.buffer); // what needs memory comes before the bytes are queued
+        state.buffer->loop().closeRuns();  // what was said before goes first
         receiver.refused = m_bytes.length == 0 || bytesFor(*state.buffer).bytes == nullptr ||
                            !state.buffer->queue(bytesFor(*state.buffer));
-        if (!receiver.refused) {
+        if (receiver.refused) {
+            m_buffers.pop_back();
+        } else {
             receiver.buffer = state.buffer;
             receiver.end = state.buffer->mark();
         }
@@ -23,7 +26,6 @@ void Delivery::give(int descriptor) {
         receiver.refused = writeBytes(descriptor, m_bytes.bytes, m_bytes.length, nullptr) !=
                            static_cast<std::int64_t>(m_bytes.length);
     }
-    m_receivers.push_back(std::move(receiver));
 }
 
 // Who is limited is not waited for: it gets bytes that stay.
@@ -36,12 +38,9 @@ const Span &Delivery::bytesFor(const StreamBuffer &buffer) {
 }
 
 void Delivery::complete() {
-    std::vector<std::shared_ptr<StreamBuffer>> buffers;
-    for (const Receiver &receiver : m_receivers)
-        if (receiver.buffer != nullptr)
-            buffers.push_back(receiver.buffer);
-    if (!buffers.empty() && m_when == When::now)
-        buffers.front()->loop().awaitFlushed(buffers);
+    if (!m_buffers.empty() && m_when == When::now)
+        m_buffers.front()->loop().awaitFlushed(m_buffers);
+    m_buffers.clear();
     for (Receiver &receiver : m_receivers) {
         if (receiver.buffer != nullptr && m_when == When::now && !receiver.buffer->isLimited())
             receiver.refused = !receiver.buffer->sentUpTo(receiver.end);

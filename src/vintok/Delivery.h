@@ -22,6 +22,10 @@ public:
     // Otherwise they leave when the turn of the loop ends, and only who cannot be given them
     // refuses them.
     Delivery(const Span &bytes, When when) : m_bytes(bytes), m_when(when) {}
+    // Who was given them is waited for, whatever went wrong with the others.
+    ~Delivery() { complete(); }
+    Delivery(const Delivery &) = delete;
+    Delivery &operator=(const Delivery &) = delete;
 
     void give(int descriptor);
     void complete();
@@ -43,6 +47,7 @@ private:
     Span m_copy;
     const When m_when;
     std::vector<Receiver> m_receivers;
+    std::vector<std::shared_ptr<StreamBuffer>> m_buffers; // of those
     bool m_taken = false;
 };
 

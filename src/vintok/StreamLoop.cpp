@@ -76,7 +76,8 @@ private:
     bool choose(const platform::DescriptorSet &targets, platform::DescriptorSet &readers,
                 platform::DescriptorSet &writers) const {
         bool heldBack = false;
-        for (const BufferPtr &buffer : m_loop.buffers()) {
+        const std::lock_guard guard(m_loop.m_lock);
+        for (const BufferPtr &buffer : m_loop.m_buffers) {
             const int descriptor = buffer->descriptor();
             if (buffer->queued() != 0)
                 writers.insert(descriptor);
@@ -145,18 +146,22 @@ void StreamLoop::relay(StreamBuffer &buffer, const Span &span) {
         buffer.fail(socketErrors::noMemory);
 }
 
-std::vector<StreamLoop::BufferPtr> StreamLoop::buffers() const {
+StreamLoop::BufferPtr StreamLoop::nextWithOutput(int after) const {
     const std::lock_guard guard(m_lock);
-    return m_buffers;
+    const auto place = std::find_if(
+        std::lower_bound(m_buffers.begin(), m_buffers.end(), after + 1, isBelow), m_buffers.end(),
+        [](const BufferPtr &buffer) { return buffer->queued() != 0; });
+    return place != m_buffers.end() ? *place : nullptr;
 }
 
-std::vector<StreamLoop::BufferPtr> StreamLoop::buffersWithOutput() const {
-    std::vector<BufferPtr> result;
-    const std::lock_guard guard(m_lock);
-    for (const BufferPtr &buffer : m_buffers)
-        if (buffer->queued() != 0)
-            result.push_back(buffer);
-    return result;
+// Without a list of them, which would need memory: what waits must leave without any.
+template <class Visit>
+void StreamLoop::forEachWithOutput(Visit visit) const {
+    BufferPtr buffer;
+    for (int after = -1; (buffer = nextWithOutput(after)) != nullptr;) {
+        after = buffer->descriptor();
+        visit(buffer);
+    }
 }
 
 // ---- A pass of the dispatch loop ----
@@ -165,12 +170,12 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
     closeRuns();
     platform::DescriptorSet full;
     bool isLimited = false;
-    for (const BufferPtr &buffer : buffersWithOutput()) {
+    forEachWithOutput([&](const BufferPtr &buffer) {
         const bool isLeft = buffer->flush() == StreamBuffer::Flushed::some;
         isLimited = isLimited || (isLeft && buffer->isLimited());
         if (isLeft && !buffer->isLimited() && buffer->queued() > bound(*buffer))
             full.insert(buffer->descriptor());
-    }
+    });
     m_nextReview = Deadlines::Clock::time_point::max();
     if (isLimited)
         reviewLimited();
@@ -219,9 +224,10 @@ void StreamLoop::flush(const platform::DescriptorSet &writers) {
 void StreamLoop::reviewLimited() {
     const auto now = Deadlines::Clock::now();
     m_nextReview = Deadlines::Clock::time_point::max();
-    for (const BufferPtr &buffer : buffersWithOutput())
+    forEachWithOutput([&](const BufferPtr &buffer) {
         if (buffer->isLimited())
             m_nextReview = std::min(m_nextReview, buffer->review(now));
+    });
 }
 
 bool StreamLoop::holdsBack(std::size_t most) const {
@@ -235,8 +241,8 @@ void StreamLoop::holdUp(int source, std::size_t most) {
     const BufferPtr buffer = find(source);
     if (buffer == nullptr || buffer->isHeldUp() || !holdsBack(most))
         return;
-    buffer->hold(true);
     m_heldUp.push_back({source, most});
+    buffer->hold(true);
 }
 
 void StreamLoop::resumeHeldUp() {

@@ -112,8 +112,10 @@ private:
     void reviewLimited();
     bool holdsBack(std::size_t most) const;
     void resumeHeldUp();
-    std::vector<BufferPtr> buffers() const;
-    std::vector<BufferPtr> buffersWithOutput() const;
+    // The first behind that descriptor; null when there is none.
+    BufferPtr nextWithOutput(int after) const;
+    template <class Visit>
+    void forEachWithOutput(Visit visit) const;
 
     mutable std::mutex m_lock;
     std::vector<BufferPtr> m_buffers; // in ascending order of descriptors

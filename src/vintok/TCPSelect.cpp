@@ -1,5 +1,6 @@
 #include "vintok/TCPSelect.h"
 
+#include "platform/Thread.h"
 #include "vintok/Log.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
@@ -28,6 +29,8 @@ struct TCPSelect::Loop {
 
 namespace {
 
+constexpr std::uint32_t noMemoryPause = 10; // milliseconds
+
 struct ThreadRecord {
     TCPSelectBase *_selectBase = nullptr;
     int _count = 0; // of TCPSelect objects
@@ -36,6 +39,19 @@ struct ThreadRecord {
 ThreadRecord &threadRecord() {
     thread_local ThreadRecord record;
     return record;
+}
+
+// What a pass gives, and 0 for one that has found no memory: what it leaves is found readable by
+// the next. It may have been the last of the object that was asked for it.
+template <class Pass>
+int withMemory(Pass pass) {
+    try {
+        return pass();
+    } catch (const std::bad_alloc &) {
+        VINTOK_LOG(SEVERITY_ERROR, "TCPSelect a pass has found no memory");
+        platform::sleepMilliseconds(noMemoryPause);
+        return 0;
+    }
 }
 
 // Holds the lock of the dispatch tables.
@@ -145,7 +161,7 @@ void TCPSelect::run() {
         if (numDescriptors() == 0)
             m_running = false;
         else
-            m_base->pollDescriptors(false, &m_running);
+            withMemory([&] { return m_base->pollDescriptors(false, &m_running); });
 }
 
 bool TCPSelect::setWakeCallback(WakeCallback function, void *data) {
@@ -175,11 +191,15 @@ int TCPSelect::numDescriptors() const {
 }
 
 int TCPSelect::pollDescriptors(bool immediate) {
-    return m_base != nullptr ? m_base->pollDescriptors(immediate, nullptr) : -1;
+    return m_base != nullptr
+               ? withMemory([&] { return m_base->pollDescriptors(immediate, nullptr); })
+               : -1;
 }
 
 int TCPSelect::pollOneDescriptor(int descriptor, bool immediate) {
-    return m_base != nullptr ? m_base->pollOneDescriptor(descriptor, immediate) : -1;
+    return m_base != nullptr
+               ? withMemory([&] { return m_base->pollOneDescriptor(descriptor, immediate); })
+               : -1;
 }
 
 bool TCPSelect::signalSafe() const {

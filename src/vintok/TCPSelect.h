@@ -97,7 +97,8 @@ public:
 
     // One pass: dispatches the secure descriptors with buffered bytes; when there were none, waits
     // (`immediate`: looks) and dispatches what can be read, in ascending order. Returns the number
-    // of descriptors, 0 for none, -1 for nothing registered or a failed or interrupted wait.
+    // of descriptors, 0 for none, -1 for nothing registered or a failed or interrupted wait. A pass
+    // that finds no memory is given up with 0.
     //
     // It pauses a quarter of a second where it would otherwise spin: a readable descriptor that
     // nobody is registered for, a closed one whose callbacks have been called and leave it

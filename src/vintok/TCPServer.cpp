@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 
 namespace vintok {
 
@@ -27,9 +28,9 @@ constexpr std::size_t portsToTry = 255;
 
 } // namespace
 
-TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
+TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly)
+    : m_relay(std::make_shared<RelayRun>(sf_spread, this)) {
     init();
-    m_relay = std::make_shared<RelayRun>(sf_spread, this);
     const std::size_t tries = exactPort ? 1 : portsToTry;
     const Listeners listeners =
         localOnly ? Listeners::onLoopback(port, tries) : Listeners::anywhere(port, tries);
@@ -47,12 +48,14 @@ TCPServer::TCPServer(unsigned short port, bool exactPort, bool localOnly) {
         VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not allocate select object");
         m_select.reset();
         mf_closeListeners();
+        m_port = 0;
         return;
     }
     watchListener(*m_select, m_listenIPv4, sf_connectCB, this);
     watchListener(*m_select, m_listenIPv6, sf_connectCB, this);
     if (m_listenIPv4 == -1 && m_listenIPv6 == -1) {
         m_select.reset();
+        m_port = 0;
         VINTOK_LOG(SEVERITY_ERROR, "TCPServer could not add connect callback");
     }
 }
@@ -142,9 +145,15 @@ void TCPServer::mf_connectPending(int listener) {
         shutdownSocket(descriptor);
         return;
     }
+    try {
+        m_clients.push_back(descriptor);
+    } catch (const std::bad_alloc &) {
+        m_select->removeCallback(descriptor, sf_dataCB, this);
+        shutdownSocket(descriptor);
+        return;
+    }
     bufferFrames(descriptor);
     readAhead(descriptor);
-    m_clients.push_back(descriptor);
     VINTOK_LOG(SEVERITY_INFO, formatText("Connection accepted fd = %d", descriptor));
 }
 
