@@ -13,11 +13,10 @@
 // Operations that talk to the network block: they wait until a connection stands or is refused, and
 // until the peer's side has taken what is written. A connect can be bounded (`setConnectTimeout`),
 // and so can the silence of a peer (`setPeerTimeout`). Operations whose comment does not mention
-// the network do not block. Nothing throws, but for the constructors and what takes a text or a
-// callback that is kept, which throw std::bad_alloc and change nothing.
+// the network do not block. Nothing throws but constructors, and what takes a text: std::bad_alloc.
 //
 // An operation that is refused returns false: the log has the reason, and `lastError` is unchanged.
-// One that finds no memory in its course is refused too; what it has done so far stands.
+// One that finds no memory is refused too; what it has done so far stands.
 // When the network fails, `lastError` is what the stream layer left.
 //
 // Callbacks are plain functions. An application that has state of its own derives from the class
@@ -546,13 +545,11 @@ private:
     bool _removePending(int descriptor);
     bool _removePending(TempRosterEntry *entry);
     void _shutdown();
-    // Calls `visit(entry)` for each entry listed now, in order, unless it has left meanwhile.
+    // `visit(entry)` for each entry listed now, in order, unless it has left meanwhile.
     template <class Visit>
     void _forEachAttendee(Visit visit);
-    // Runs an operation, which is refused where there is no memory for it.
     template <class Does>
     bool _attempt(const char *operation, Does does);
-    static bool _findsNoMemory(const char *operation); // false, logged
 
     // ---- Ends (ConferenceParticipantEnd.cpp) ----
 
