@@ -84,7 +84,9 @@ TEST_F(Leftovers, ACallbackMayHangUpAndCallAgainWhileACallEnds) {
             EXPECT_TRUE(ann.told(event) > 1 || ann.calls(dan)); // by the number that Bob had
         };
         dies ? bob.closes() : ann.leaves();
-        EXPECT_TRUE(dan.isJoined() && ann.isTold("join Dan") && dan.fences()) << dies;
+        EXPECT_TRUE(dan.picksUp() && dan.saysHello() && dan.receives(id::joinRequest) &&
+                    dan.sends(id::joinReply, {1}) && ann.isTold("join Dan") && dan.fences())
+            << dies;
         EXPECT_EQ(1, ann.told("noAnswer 127.0.0.1"));
         ann.inside = nullptr;
         ann.leaves();

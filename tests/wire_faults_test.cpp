@@ -138,7 +138,7 @@ TEST_F(WireFaults, HarmNobodyElse) {
     descriptors = openDescriptors();
     for (const Fault fault : {Fault::none, Fault::closes, Fault::resets, Fault::halfCloses,
                               Fault::stalls, Fault::garbles})
-        for (const std::size_t row : {0, 1, 2, 3}) {
+        for (const std::size_t row : {0U, 1U, 2U, 3U}) {
             bool struck = true;
             for (std::size_t after = 0; struck && !HasFailure();
                  after += 59) { // below any message's length

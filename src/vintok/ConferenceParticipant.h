@@ -526,7 +526,6 @@ private:
     // Runs an operation, which is refused where there is no memory for it.
     template <class Does>
     bool _attempt(const char *operation, Does does);
-    static bool _findsNoMemory(const char *operation); // false, logged, with its error
 
     // ---- Ends (ConferenceParticipantEnd.cpp) ----
 

@@ -25,7 +25,7 @@ bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::ui
     const bool sent = _attempt("sendBroadcastData", [&] {
         TCPMessage message;
         if (!_formatBroadcastMessage(message, data, length))
-            return _findsNoMemory("sendBroadcastData");
+            return Lists::findsNoMemory("sendBroadcastData");
         if (_workings->talk.saidCB != nullptr)
             message.setOriginAddress(_self);
         return _broadcastData(nullptr, message);
@@ -39,7 +39,7 @@ bool ConferenceParticipant::sendAllKeepAlive() {
     const bool sent = _attempt("sendAllKeepAlive", [this] {
         TCPMessage message;
         if (!openMessage(message, TCP_keepAlive, 1))
-            return _findsNoMemory("sendAllKeepAlive");
+            return Lists::findsNoMemory("sendAllKeepAlive");
         message.messageBuffer()[0] = 0;
         return _broadcastData(nullptr, message);
     });

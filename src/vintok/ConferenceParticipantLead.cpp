@@ -162,7 +162,7 @@ bool ConferenceParticipant::Lead::giveLead(ConferenceParticipant &owner) {
     owner._self.setLeader(false);
     TCPMessage message;
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
-        return _findsNoMemory("acceptLeadChange");
+        return Lists::findsNoMemory("acceptLeadChange");
     leaveLeadTo(owner, leader);
     const bool sent = owner._broadcastData(nullptr, message);
     // A leader that the round has found dead has had a successor meanwhile.

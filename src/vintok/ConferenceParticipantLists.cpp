@@ -42,7 +42,7 @@ void keepRoom(Retired &retired, const std::vector<Entry *> &listed) {
 
 } // namespace
 
-bool ConferenceParticipant::_findsNoMemory(const char *operation) {
+bool ConferenceParticipant::Lists::findsNoMemory(const char *operation) {
     VINTOK_LOG(SEVERITY_ERROR, formatText("%s no memory", operation));
     return refuse(TCP_ERROR_OUT_OF_MEMORY, "no memory");
 }

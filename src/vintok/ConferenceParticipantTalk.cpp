@@ -261,7 +261,7 @@ bool ConferenceParticipant::sendMessage(const TCPGUID &identifier, const unsigne
     const bool sent = _attempt("sendMessage", [&] {
         TCPMessage message;
         if (!openMessage(message, identifier, length))
-            return _findsNoMemory("sendMessage");
+            return Lists::findsNoMemory("sendMessage");
         std::memcpy(message.messageBuffer(), data, length);
         message.setOriginAddress(_self);
         return _broadcastData(nullptr, message);

@@ -405,6 +405,7 @@ struct ConferenceParticipant::Lead {
 };
 
 struct ConferenceParticipant::Lists {
+    static bool findsNoMemory(const char *operation); // false, logged
     static ConferenceRosterEntry *getCaller(const ConferenceParticipant &owner,
                                             const TCPAddress &address);
     static bool retire(ConferenceParticipant &owner, ConferenceRosterEntry *entry);
@@ -496,13 +497,14 @@ struct ConferenceParticipant::Tunnels {
     static bool askForCredentials(ConferenceParticipant &owner, const TempRosterEntry &call);
 };
 
+// Runs an operation, which is refused where there is no memory for it.
 template <class Does>
 bool ConferenceParticipant::_attempt(const char *operation, Does does) {
     const Operation counted(*this);
     try {
         return does();
     } catch (const std::bad_alloc &) {
-        return _findsNoMemory(operation);
+        return Lists::findsNoMemory(operation);
     }
 }
 
