@@ -61,12 +61,13 @@ TEST_F(Loop, IsWokenByAnotherThread) {
 }
 
 std::string heard;
+std::atomic<bool> isHeard; // so that the guest may go
 
 void onData(ConferenceParticipant *, unsigned char *data, std::uint64_t length) {
     heard.append(reinterpret_cast<const char *>(data), static_cast<std::size_t>(length));
 }
 
-// Calls, says what is long enough to come in pieces, and leaves.
+// Calls, says what is long enough to come in pieces, and leaves when it has been heard.
 void visit(unsigned short port, const std::string &text) {
     ConferenceParticipant guest(true);
     TCPSelect loop;
@@ -78,6 +79,8 @@ void visit(unsigned short port, const std::string &text) {
     }
     EXPECT_TRUE(
         guest.sendBroadcastData(reinterpret_cast<const unsigned char *>(text.data()), text.size()));
+    while (!isHeard)
+        loop.pollDescriptors(true);
     guest.hangup();
 }
 
@@ -97,6 +100,7 @@ TEST_F(Loop, RunsInsideAnotherOne) {
         for (int round = 0; round < 3; ++round) { // so that numbers of descriptors come again
             const std::string text(300000, static_cast<char>('a' + round));
             said += text;
+            isHeard = false;
             std::thread guest(visit, host.address().hostByteOrderPort(), text);
             platform::Poller other;
             const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
@@ -114,6 +118,7 @@ TEST_F(Loop, RunsInsideAnotherOne) {
                 poller.wait(events, timeout >= 0 ? timeout : 20000);
                 loop.pollDescriptors(true);
             }
+            isHeard = true;
             guest.join();
         }
         EXPECT_EQ(said, heard);

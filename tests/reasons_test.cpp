@@ -16,7 +16,7 @@ TEST(Reasons, AreLeftByEveryOperationThatIsRefused) {
     ASSERT_TRUE(cid.hosts("Reasons") && gather(cid, {&bob}));
     const unsigned char byte[] = {'x'};
     const auto calls = [](Party &party, unsigned short port) {
-        return party->placeCall("127.0.0.1", port, "", 0, "", "", 0);
+        return party->placeCall(party.ip(), port, "", 0, "", "", 0);
     };
     constexpr TCPError notNow = TCP_ERROR_UNSPECIFIED_ERROR;
     const struct {

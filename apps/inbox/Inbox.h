@@ -1,6 +1,6 @@
 // What reaches the loop from elsewhere in the process: lines of the standard input, interrupts, the
-// passing of time. Threads wait for these and wake the loop each time, so that everything the program
-// does happens on the loop's thread.
+// passing of time. Threads wait for these and wake the loop each time, so that everything the
+// program does happens on the loop's thread.
 #ifndef VINTOK_APP_INBOX_H
 #define VINTOK_APP_INBOX_H
 

@@ -64,9 +64,9 @@ public:
     void interrupt() { m_running = false; }
 
     // Has `function` called on the loop's thread, once for any number of `wake`s before it: for
-    // work that other threads hand over. To be set before anybody wakes. A loop that can be woken has
-    // something registered, and so goes on; null takes that back. False when there is no descriptor
-    // for it.
+    // work that other threads hand over. To be set before anybody wakes. A loop that can be woken
+    // has something registered, and so goes on; null takes that back. False when there is no
+    // descriptor for it.
     using WakeCallback = void (*)(void *data);
     bool setWakeCallback(WakeCallback function, void *data);
     // Ends the wait that the loop is in, or the next one: after `interrupt` from another thread,

@@ -110,9 +110,9 @@ VINTOK_API bool setLogLevel(LogLevel level);
 VINTOK_API bool setLogFileName(const std::string &name);
 
 // Entries that the level lets through go to the callback instead of standard error, as the bare
-// message, on the thread that logs; a log file gets them as well. What the callback logs itself goes
-// where it would without. Null: nowhere else. `data` is the application's own. For all threads;
-// survives `fini`. Not while another thread may log.
+// message, on the thread that logs; a log file gets them as well. What the callback logs itself
+// goes where it would without. Null: nowhere else. `data` is the application's own. For all
+// threads; survives `fini`. Not while another thread may log.
 using LogCallback = void (*)(ErrSeverity severity, const char *message, void *data);
 VINTOK_API void setLogCallback(LogCallback callback, void *data);
 
