@@ -170,6 +170,11 @@ fresh { statement = $0; statement_indent = indent }
 { fresh = /[;{}:>]$/ || /^ *$/ || /^#/ }
 ' | faults "function too long"
 
+lines() { sources "$@" | xargs cat | grep -c '[^[:space:]]'; }
+tests=$(lines tests)
+share=$((100 * tests / (tests + $(lines src apps))))
+[ "$share" -le 34 ] || faults "tests" <<<"$share % of src, apps and tests are tests; 34 % may be"
+
 # --- text
 
 tracked() { git ls-files --cached --others --exclude-standard 2>/dev/null || find . -type f -not -path './build/*'; }
