@@ -31,6 +31,15 @@ void *operator new(std::size_t size) {
     return place;
 }
 
+// As the one of the standard library, which a sanitizer's own would stand in for.
+void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
 void operator delete(void *place) noexcept {
     live -= place != nullptr ? 1 : 0;
     std::free(place);
