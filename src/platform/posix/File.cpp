@@ -108,10 +108,12 @@ struct EnvironmentLocale::State {
     locale_t before;
 };
 
-EnvironmentLocale::EnvironmentLocale() {
-    const locale_t ours = newlocale(LC_ALL_MASK, "", locale_t{});
-    if (ours != locale_t{})
-        m_state = std::make_unique<State>(State{ours, uselocale(ours)});
+EnvironmentLocale::EnvironmentLocale() : m_state(std::make_unique<State>()) {
+    m_state->ours = newlocale(LC_ALL_MASK, "", locale_t{});
+    if (m_state->ours == locale_t{})
+        m_state.reset();
+    else
+        m_state->before = uselocale(m_state->ours);
 }
 
 EnvironmentLocale::~EnvironmentLocale() {
