@@ -26,8 +26,13 @@ namespace {
 
 constexpr std::chrono::seconds answerTime(10);
 
-Span bytesOf(TCPMessage &message) {
-    return {nullptr, message.rawBuffer(), static_cast<std::size_t>(message.rawBufferLength())};
+// To one connection. False when it cannot be given the message.
+bool deliver(int descriptor, TCPMessage &message, Delivery::When when) {
+    Delivery delivery(
+        {nullptr, message.rawBuffer(), static_cast<std::size_t>(message.rawBufferLength())}, when);
+    delivery.give(descriptor);
+    delivery.complete();
+    return delivery.isTaken();
 }
 
 } // namespace
@@ -129,10 +134,7 @@ bool ConferenceParticipant::Talk::write(ConferenceParticipant &owner, int descri
     letter.write(message.messageBuffer());
     message.setOriginAddress(owner._self);
     Relaying::closeRelay(owner);
-    Delivery delivery(bytesOf(message), Delivery::When::now);
-    delivery.give(descriptor);
-    delivery.complete();
-    return delivery.isTaken() && !delivery.isRefusedBy(descriptor);
+    return deliver(descriptor, message, Delivery::When::now);
 }
 
 void ConferenceParticipant::Talk::privateCame(ConferenceParticipant &owner,
@@ -162,10 +164,7 @@ bool ConferenceParticipant::Talk::passOn(ConferenceParticipant &owner,
         return false;
     Relaying::closeRelay(owner);
     Guards::tellChangesBefore(owner, peer);
-    Delivery delivery(bytesOf(message), Delivery::When::withTheTurn);
-    delivery.give(target->descriptor());
-    delivery.complete();
-    return delivery.isTaken();
+    return deliver(target->descriptor(), message, Delivery::When::withTheTurn);
 }
 
 void ConferenceParticipant::Talk::answer(ConferenceParticipant &owner,
