@@ -171,6 +171,20 @@ TEST_F(Buffered, AWriteThatMayLieUnsentWaitsForNobody) {
     EXPECT_EQ(std::string(8'000'000, 'x'), much);
 }
 
+TEST_F(Buffered, WhoWasNotServedIsNotSlow) {
+    using namespace std::chrono_literals;
+    buffer->setOutputLimits({100, 1'000, 4s});
+    ASSERT_TRUE(buffer->queue(spanOf(std::string(900, 'x'))) &&
+                buffer->queue(spanOf(std::string(900, 'y'))))
+        << "the socket has room for it";
+    auto now = StreamBuffer::Clock::now() + 60s;
+    for (int looks = 0; looks < 4; ++looks, now += 1s) {
+        EXPECT_FALSE(buffer->failed()) << looks;
+        buffer->review(now);
+    }
+    EXPECT_EQ(StreamBuffer::Slow::behind, buffer->slow());
+}
+
 TEST_F(Buffered, AConnectionMayBeGivenUpWhileItsTransportSends) {
     class : public MemoryTransport {
         std::int64_t secureSend(int fd, const unsigned char *, std::size_t length) override {

@@ -20,6 +20,7 @@
 #include <array>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace vintok {
 
@@ -308,7 +309,8 @@ void StreamBuffer::setOutputLimits(const OutputLimits &limits) {
     m_limits = limits;
     m_hard = limits.hard;
     m_unsent = limits.hard;
-    m_behindSince = m_movedAt = Clock::now();
+    m_behind.begin(Clock::now());
+    m_still.begin(Clock::now());
     m_movesAlong = true;
 }
 
@@ -316,11 +318,8 @@ bool StreamBuffer::queue(const Span &span) {
     std::unique_lock lock(m_output);
     if (m_failed || m_detached)
         return false;
-    if (m_hard != 0 && !hasRoomFor(span.length)) {
-        lock.unlock();
-        failSlow(Slow::full, socketErrors::noBuffers);
+    if (m_hard != 0 && !hasRoomFor(span.length) && !makesRoomFor(span.length, lock))
         return false;
-    }
     if (m_first != m_queue.size()) {
         Span &last = m_queue.back();
         if (span.owner != nullptr && last.owner == span.owner &&
@@ -346,10 +345,24 @@ bool StreamBuffer::hasRoomFor(std::size_t length) {
     if (m_queued > m_limits.soft)
         return m_queued + length <= m_limits.hard;
     if (m_queued + length > m_limits.soft)
-        m_behindSince = Clock::now();
+        m_behind.begin(Clock::now());
     if (m_queued == 0)
-        m_movedAt = Clock::now();
+        m_still.begin(Clock::now());
     return true;
+}
+
+// Whoever can take something now is not slow.
+bool StreamBuffer::makesRoomFor(std::size_t length, std::unique_lock<std::mutex> &lock) {
+    lock.unlock();
+    flush();
+    lock.lock();
+    if (m_failed || m_detached)
+        return false;
+    if (hasRoomFor(length))
+        return true;
+    lock.unlock();
+    failSlow(Slow::full, socketErrors::noBuffers);
+    return false;
 }
 
 void StreamBuffer::failSlow(Slow why, int error) {
@@ -360,19 +373,31 @@ void StreamBuffer::failSlow(Slow why, int error) {
     fail(error);
 }
 
+void StreamBuffer::Spell::begin(Clock::time_point now) {
+    lasted = {};
+    seen = now;
+}
+
+void StreamBuffer::Spell::goOn(Clock::time_point now, Clock::duration most) {
+    lasted += std::min(now - seen, most);
+    seen = now;
+}
+
 StreamBuffer::Clock::time_point StreamBuffer::review(Clock::time_point now) {
-    constexpr std::chrono::seconds standstill(1);
+    constexpr Clock::duration standstill = std::chrono::seconds(1);
     std::unique_lock lock(m_output);
-    if (m_movedTo != m_sent) {
-        m_movedTo = m_sent;
-        m_movedAt = now;
-    }
-    m_movesAlong = now - m_movedAt < standstill;
-    Clock::time_point next = m_movesAlong ? m_movedAt + standstill : Clock::time_point::max();
+    if (std::exchange(m_movedTo, m_sent.load()) != m_sent)
+        m_still.begin(now);
+    else
+        m_still.goOn(now, standstill / 4);
+    m_movesAlong = m_still.lasted < standstill;
+    Clock::time_point next = m_movesAlong ? now + standstill / 4 : Clock::time_point::max();
     if (m_queued <= m_limits.soft || m_limits.drops || m_failed)
         return next;
-    if (now < m_behindSince + m_limits.patience)
-        return std::min(next, m_behindSince + m_limits.patience);
+    const Clock::duration patience = m_limits.patience;
+    m_behind.goOn(now, patience / 4);
+    if (m_behind.lasted < patience)
+        return std::min(next, now + std::min(patience / 4, patience - m_behind.lasted));
     lock.unlock();
     failSlow(Slow::behind, socketErrors::timedOut);
     return next;

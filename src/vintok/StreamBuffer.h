@@ -153,6 +153,16 @@ public:
     void giveUp(int error);
 
 private:
+    // How long something has lasted while the loop looked. Of the time from one look to the next
+    // no more than `most` counts: while the loop was away nobody was served, or could catch up.
+    struct Spell {
+        Clock::duration lasted{0};
+        Clock::time_point seen;
+
+        void begin(Clock::time_point now);
+        void goOn(Clock::time_point now, Clock::duration most);
+    };
+
     Taken takeRun();
     Taken refuse(Taken why);
     void letGoOfRun();
@@ -171,6 +181,7 @@ private:
     std::int64_t sendSecure(std::unique_lock<std::mutex> &lock);
     void sent(std::size_t count);
     bool hasRoomFor(std::size_t length);
+    bool makesRoomFor(std::size_t length, std::unique_lock<std::mutex> &lock);
     void failSlow(Slow why, int error);
 
     const int m_descriptor;
@@ -207,8 +218,8 @@ private:
     std::atomic<int> m_error{0};
     OutputLimits m_limits;
     std::atomic<std::size_t> m_hard{0}; // of the limits
-    Clock::time_point m_behindSince;    // more than `soft` was waiting
-    Clock::time_point m_movedAt;        // as `review` has seen it
+    Spell m_behind;                     // more than `soft` has been waiting
+    Spell m_still;                      // nothing has gone
     std::uint64_t m_movedTo = 0;
     std::atomic<bool> m_movesAlong{false};
     std::atomic<Slow> m_slow{Slow::no};

@@ -241,11 +241,9 @@ int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *runn
     const Pass pass(*this);
     m_loop->beginPass();
     const platform::WaitLimit limit = {immediate ? 0 : platform::WaitLimit::forever, running};
-    mf_runDeadlines();
-    if (m_released)
-        return 0;
     m_loop->deliver(limit);
     const int result = mf_pass(immediate, running);
+    // What has come while the loop was away has come in time.
     if (!m_released)
         mf_runDeadlines();
     if (!m_released)
