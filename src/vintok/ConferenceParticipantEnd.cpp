@@ -7,7 +7,8 @@
 //   a write that fails                              _bringOutYerDead
 //   TCP_hangup from the peer                        _handleHangup
 //   a member that loses one of two hosts            Ending::removeAttendee
-//   a guard, of whoever breaks its rule             Ending::dismiss
+//   a guard, of whoever breaks its rule;
+//   a call that fails, of who has joined meanwhile  Ending::dismiss
 //
 // There are two ways down. `mf_hangup` is the local act: it says TCP_hangup, drops the connection
 // and tells the application only how a pending call has ended. `_handleHangup` is for a peer that

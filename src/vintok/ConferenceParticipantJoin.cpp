@@ -61,7 +61,7 @@ void ConferenceParticipant::_completeCall(ConferenceRosterEntry *peer, TempRoste
         return;
     if (_isListed(pending))
         _removePending(pending);
-    mf_hangup(peer);
+    Ending::dismiss(*this, peer);
 }
 
 // False when the call has come to its end.

@@ -265,7 +265,7 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
                    visibleText(peer->email()) + ")");
-    mf_hangup(peer);
+    Ending::dismiss(*this, peer);
 }
 
 bool ConferenceParticipant::_isUnique(ConferenceRosterEntry *entry) {
