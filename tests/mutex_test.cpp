@@ -1,4 +1,5 @@
 #include "platform/Thread.h"
+#include "support/ChildProcess.h"
 #include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
 #include "support/Stream.h"
@@ -81,6 +82,24 @@ TEST_F(Mutex, OnlyTheHolderUnlocks) {
     EXPECT_EQ(-1, mutex.trylock()) << "still held";
     EXPECT_EQ(0, mutex.unlock());
     EXPECT_EQ(-1, mutex.unlock());
+}
+
+TEST_F(Mutex, StaysWithAThreadThatHasEnded) {
+    TCPMutex mutex(6); // which nobody else locks
+    elsewhere([&] { EXPECT_EQ(0, mutex.lock()); });
+    EXPECT_EQ(-1, mutex.trylock());
+}
+
+// The numbers mean something inside a process only, so nobody waits for another process, and
+// nothing of one that is killed stays.
+TEST_F(Mutex, OfAnotherProcessIsAnotherLock) {
+    const std::vector<std::string> command = {VINTOK_TEST_PARTY, "Ann", "locks"};
+    ChildProcess first(command), second(command);
+    EXPECT_TRUE(first.printed("holds") && second.printed("holds")) << second.story();
+    first.kill();
+    second.kill();
+    TCPMutex mutex(LOCK_CLOCK);
+    EXPECT_TRUE(locks(mutex));
 }
 
 // Each holder waits for somebody to wait for the lock, so every round is a hand-over.

@@ -1,9 +1,13 @@
 // Frames that stop in the middle, at a host and at a relay in a process of its own: whoever sends
 // half a frame keeps nobody waiting but himself.
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
 #include "support/ChildProcess.h"
 #include "support/Children.h"
 #include "support/Party.h"
 #include "support/ScriptedPlatform.h"
+#include "support/SocketPair.h"
+#include "support/Stream.h"
 #include "support/WirePeer.h"
 
 #include <algorithm>
@@ -11,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <numeric>
 #include <optional>
+#include <thread>
 
 namespace vintok::test {
 namespace {
@@ -138,6 +143,63 @@ TEST(StallOnOneThread, WhoGoesInsideAFrameCostsNoPause) {
     stray.closes();
     EXPECT_TRUE(meeting.until([&] { return meeting.watched() == before; }, "the end"));
     EXPECT_THAT(script.sleeps, testing::Each(1u)) << "those are the meeting's own";
+}
+
+// ---- Writes that fail half-way ----
+
+// More than any system takes without a reader.
+const std::string flood(20000 * KB, 'x');
+
+// Takes so many bytes and closes the connection, with a reset where there are more.
+class Reader {
+public:
+    Reader(int fd, std::size_t count) : m_thread([=, this] { run(fd, count); }) {}
+    std::string all() {
+        m_thread.join();
+        return m_taken;
+    }
+
+private:
+    void run(int fd, std::size_t count) {
+        Bytes bytes(64 * KB);
+        std::int64_t got = 1;
+        while (got > 0 && m_taken.size() < count) {
+            got =
+                platform::receive(fd, bytes.data(), std::min(bytes.size(), count - m_taken.size()));
+            m_taken.append(bytes.begin(), bytes.begin() + std::max<std::int64_t>(got, 0));
+        }
+        platform::resetOnClose(fd);
+        platform::closeSocket(fd);
+    }
+
+    std::string m_taken;
+    std::thread m_thread; // last: it uses the others
+};
+
+TEST(HalfWay, AWriteThatIsResetTellsHowFarItCame) {
+    Meeting meeting;
+    SocketPair pair;
+    Reader peer(pair.forgetPeer(), flood.size() / 2);
+    const std::int64_t count = writes(pair.mine(), flood);
+    EXPECT_GE(count, std::ssize(flood) / 2);
+    EXPECT_LT(count, std::ssize(flood));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
+    EXPECT_EQ(flood.size() / 2, peer.all().size());
+}
+
+TEST(HalfWay, WhatOneMemberDoesNotTakeTheOthersGetAllTheSame) {
+    Meeting meeting;
+    Party ann(meeting, "Ann");
+    WirePeer bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(ann.hosts("Plan") && bob.joins(ann.port()) && cid.joins(ann.port()));
+    ASSERT_TRUE(bob.fences() && cid.fences());
+    Reader breaks(bob.handsOver(), flood.size() / 2);
+    Reader listens(cid.handsOver(), flood.size() + 60);
+    EXPECT_FALSE(ann.says(flood));
+    EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError()) << lastErrorString();
+    EXPECT_EQ(1, ann.told("leave Bob"));
+    EXPECT_EQ(flood, listens.all().substr(60));
+    EXPECT_EQ(flood.size() / 2, breaks.all().size());
 }
 
 } // namespace

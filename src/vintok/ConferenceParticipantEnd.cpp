@@ -39,6 +39,17 @@ namespace {
 
 constexpr int deepestSweep = 32; // each of them sweeps again for what it finds
 
+// The shutdown of a connection that has died fails too. The last error stays the one that tells how
+// the connection died.
+void shutDown(int descriptor) {
+    const TCPError code = lastError();
+    const std::string text = lastErrorString();
+    const std::uint32_t before = failuresKept();
+    shutdownSocket(descriptor);
+    if (code != TCP_ERROR_NO_ERROR && failuresKept() != before)
+        setLastError(code, text);
+}
+
 } // namespace
 
 // ---- The local act ----
@@ -234,7 +245,7 @@ bool ConferenceParticipant::Ending::dropConnection(ConferenceParticipant &owner,
     if (owner._select != nullptr)
         owner._select->removeCallback(descriptor, sf_dataCB, &owner);
     const bool removed = removeAttendee(owner, peer);
-    shutdownSocket(descriptor);
+    shutDown(descriptor);
     owner._attempt("hangup", [&] {
         if (Guards::areOn(owner))
             StreamLoop::ofThisThread()->letGoOf(descriptor);

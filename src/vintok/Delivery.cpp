@@ -26,6 +26,7 @@ void Delivery::give(int descriptor) {
         receiver.refused = writeBytes(descriptor, m_bytes.bytes, m_bytes.length, nullptr) !=
                            static_cast<std::int64_t>(m_bytes.length);
     }
+    m_refused = m_refused || receiver.refused;
 }
 
 // Who is limited is not waited for: it gets bytes that stay.
@@ -45,15 +46,17 @@ void Delivery::complete() {
         if (receiver.buffer != nullptr && m_when == When::now && !receiver.buffer->isLimited())
             receiver.refused = !receiver.buffer->sentUpTo(receiver.end);
         m_taken = m_taken || !receiver.refused;
+        m_refused = m_refused || receiver.refused;
     }
 }
 
 bool Delivery::isRefusedBy(int descriptor) const {
-    return std::any_of(
-        m_receivers.begin(), m_receivers.end(),
-        [descriptor](const Receiver &receiver) {
-            return receiver.descriptor == descriptor && receiver.refused;
-        });
+    // Hardly ever is anything refused; a look for each of a thousand members would cost a million.
+    return m_refused && std::any_of(m_receivers.begin(), m_receivers.end(),
+                                    [descriptor](const Receiver &receiver) {
+                                        return receiver.descriptor == descriptor &&
+                                               receiver.refused;
+                                    });
 }
 
 } // namespace vintok

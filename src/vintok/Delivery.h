@@ -52,6 +52,7 @@ private:
     std::vector<Receiver> m_receivers;
     std::vector<std::shared_ptr<StreamBuffer>> m_buffers; // of those
     bool m_taken = false;
+    bool m_refused = false; // by anybody
 };
 
 } // namespace vintok

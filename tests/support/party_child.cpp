@@ -1,6 +1,6 @@
 // A party of a meeting in a process of its own, or a relay. It knows the public interface only.
 //
-//     NAME host|relay|idle|PORT [MEMBERS HOST_SPEAKS says|files COUNT SIZE FOLDER]
+//     NAME host|relay|idle|locks|PORT [MEMBERS HOST_SPEAKS says|files COUNT SIZE FOLDER]
 //
 // Prints PORT:<port> where it is called, and goes on until it is interrupted or its input ends.
 // With the rest: once all members are there the host says "go", and then all at once each says so
@@ -10,7 +10,11 @@
 // One that is idle prints where it is, as "at ADDRESS PORT", and obeys its input: "ADDRESS PORT"
 // calls, "leave" hangs up, "?" prints "hosts" or "attends" and the others, or "alone", and "told"
 // where that is known not to become more. More callbacks than any call needs end it.
+//
+// One that locks takes a named lock and then every mutex behind them, prints "holds", and keeps
+// them.
 #include <vintok/ConferenceParticipant.h>
+#include <vintok/TCPMutex.h>
 #include <vintok/TCPSelect.h>
 #include <vintok/TCPServer.h>
 
@@ -250,6 +254,16 @@ int relay() {
     return 0;
 }
 
+[[noreturn]] void lock() {
+    static vintok::TCPMutex clock(5);
+    if (clock.lock() != 0)
+        fail("cannot lock");
+    vintok::TCPMutex::lockAll();
+    tell("holds");
+    for (;;)
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+}
+
 } // namespace
 
 int main(int count, char **arguments) {
@@ -266,5 +280,7 @@ int main(int count, char **arguments) {
                  arguments[8]};
     std::signal(SIGINT, [](int) { interrupt(); });
     std::thread(readInput).detach();
+    if (whom == "locks")
+        lock();
     std::_Exit(whom == "relay" ? relay() : takePart(whom)); // the thread holds the standard input
 }
