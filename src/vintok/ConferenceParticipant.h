@@ -57,20 +57,6 @@ class TCPSelect;
 struct TCPGUID;
 struct Span;
 
-// A service that a version of the protocol may offer.
-enum ConfService {
-    ConfServiceABI = 1,    // the message layout that is spoken here: since 4.0
-    ConfServiceFIPS = 2,   // FIPS-grade security: since 3.2
-    ConfServiceHideIP = 4, // hiding addresses: since 3.2
-};
-
-// Tells which security option changed, not its new value: ask the participant for that.
-struct VINTOK_API ConfSecurityOptions {
-    bool hideIP = false;
-    bool FIPS = false;
-    bool SSLOnly = false;
-};
-
 class VINTOK_API ConferenceParticipant : public ConferenceTypes {
 public:
     // ---- The application's callbacks ----
@@ -211,16 +197,6 @@ public:
     static void setPrintDebug(bool on) { s_printDebug = on; }
     static void setPrintRosterDebug(bool on) { s_printRosterDebug = on; }
     static void setPrintVerboseDebug(bool on) { s_printVerboseDebug = on; }
-
-    static constexpr unsigned short s_majorVersion = 4;
-    static constexpr unsigned short s_minorVersion = 0;
-    // The first versions that offer each ConfService.
-    static constexpr unsigned short s_majorVersionABI = 4;
-    static constexpr unsigned short s_minorVersionABI = 0;
-    static constexpr unsigned short s_majorVersionFIPS = 3;
-    static constexpr unsigned short s_minorVersionFIPS = 2;
-    static constexpr unsigned short s_majorVersionHideIP = 3;
-    static constexpr unsigned short s_minorVersionHideIP = 2;
 
     // ---- Calls ----
 
