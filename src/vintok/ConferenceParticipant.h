@@ -316,6 +316,13 @@ public:
     // it.
     bool transferFile(const std::string &path, const std::string &relativePath);
 
+    // Has progress told at most once in so many milliseconds for each file, but its begin and all
+    // that has come of it in the end in any case. 0, as at first: for each message.
+    void setFileProgressInterval(std::uint32_t milliseconds);
+
+    // Where files that arrive here are stored from the next one on, in place of the folder of the
+    // whole process. Empty, as at first: that one.
+    void setFileFolder(const std::string &folder);
     // Where files that arrive are stored from now on, in the whole process: sets the environment
     // variable QOR_COLLAB_ROOT_LOCAL, which says so otherwise. Empty: nowhere, files are passed on
     // and not kept. The folder is made when a file needs it. False if the environment refuses. Not
@@ -425,6 +432,7 @@ private:
     struct Handshake;
     struct CallTarget;
     struct StartedCall;
+    struct FilePace;
     struct GuardState;
     struct RosterFrames;
     struct HTTPRequest;

@@ -143,13 +143,40 @@ bool ConferenceParticipant::setFileLinks(bool used) {
     return setVariable(linksVariable, used ? "True" : "");
 }
 
-void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner,
+void ConferenceParticipant::setFileFolder(const std::string &folder) {
+    _workings->fileFolder = folder;
+}
+
+void ConferenceParticipant::setFileProgressInterval(std::uint32_t milliseconds) {
+    _workings->fileInterval = std::chrono::milliseconds(milliseconds);
+}
+
+void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner, FilePace &pace,
                                                     const TCPAddress &origin, std::uint64_t done,
                                                     std::uint64_t total, const char *path) {
     if (owner._fileProgressCB == nullptr)
         return;
+    if (const auto interval = owner._workings->fileInterval; interval.count() != 0) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now < pace.next && done != 0 && done != total)
+            return;
+        pace.next = now + interval;
+    }
+    pace.told = done;
     const TCPAddress whose = origin; // the callback may end the transfer that it belongs to
     owner._fileProgressCB(&owner, whose, done, total, path);
+}
+
+// A receiver knows with the end alone that this is all.
+void ConferenceParticipant::Files::tellArrived(ConferenceParticipant &owner, bool isLast) {
+    FilePace &pace = owner._workings->incomingPace;
+    if (isLast &&
+        (owner._workings->fileInterval.count() == 0 || pace.told == owner._fileTransferReceived))
+        return;
+    if (isLast)
+        pace.next = {};
+    tellFileProgress(owner, pace, owner._fileTransferOrigin, owner._fileTransferReceived, 0,
+                     owner._fileTransferPath);
 }
 
 // ---- Begin, data, end ----
@@ -168,16 +195,18 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
     VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + visibleText(path) + "\n\t\t" +
                                    visibleText(relativePath));
     Files::openFile(*this, relativePath);
-    Files::tellFileProgress(*this, _fileTransferOrigin, 0, 0,
+    Files::tellFileProgress(*this, _workings->incomingPace, _fileTransferOrigin, 0, 0,
                             _fileTransferStream != nullptr ? _fileTransferPath : "");
 }
 
 // Leaves the stream null for a file that is not to be stored or cannot be.
 void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
                                             const std::string &relativePath) {
-    const char *root = std::getenv(rootVariable);
-    if (root == nullptr || *root == '\0' ||
-        std::strlen(root) + relativePath.size() + 1 >= pathCapacity) {
+    const char *environment = std::getenv(rootVariable);
+    std::string root = owner._workings->fileFolder;
+    if (root.empty() && environment != nullptr)
+        root = environment;
+    if (root.empty() || root.size() + relativePath.size() + 1 >= pathCapacity) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
         return;
     }
@@ -186,7 +215,7 @@ void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
                    "_handleFileTransferBegin path leaves the root " + visibleText(relativePath));
         return;
     }
-    std::snprintf(owner._fileTransferPath, sizeof owner._fileTransferPath, "%s/%s", root,
+    std::snprintf(owner._fileTransferPath, sizeof owner._fileTransferPath, "%s/%s", root.c_str(),
                   relativePath.c_str());
     owner._fixPath();
     owner._fileTransferReceived = 0;
@@ -248,12 +277,13 @@ void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, uns
                                           static_cast<unsigned long long>(_fileTransferReceived),
                                           static_cast<unsigned long long>(_fileTransferWritten)));
     if (_fileTransferStream != nullptr)
-        Files::tellFileProgress(*this, _fileTransferOrigin, _fileTransferReceived, 0,
-                                _fileTransferPath);
+        Files::tellArrived(*this, false);
 }
 
 void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
                                                    std::uint64_t length) {
+    if (_fileTransferStream != nullptr)
+        Files::tellArrived(*this, true);
     if (_fileTransferStream == nullptr)
         return;
     // What the stream took and the disk refuses shows now at the latest.

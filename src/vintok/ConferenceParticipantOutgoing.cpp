@@ -110,6 +110,7 @@ bool ConferenceParticipant::transferFile(const std::string &path, const std::str
 bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const std::string &path,
                                             const std::string &relativePath,
                                             const unsigned char *bytes, std::size_t length) {
+    FilePace &pace = owner._workings->outgoingPace;
     bool succeeded = false;
     bool failed = false;
     TCPMessage message;
@@ -132,7 +133,7 @@ bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const 
         body.write(relativePath);
     }
     send(opened, message);
-    tellFileProgress(owner, owner._self, 0, length, path.c_str());
+    tellFileProgress(owner, pace, owner._self, 0, length, path.c_str());
 
     // A failed round is noted and the next goes out all the same: others may want the whole file.
     for (std::size_t done = 0; done < length && !owner._attendees.empty();) {
@@ -142,7 +143,7 @@ bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const 
         send(filled, round);
         while (done < end && !owner._attendees.empty()) {
             done = std::min<std::size_t>(end, done + _fileTransferChunkSize);
-            tellFileProgress(owner, owner._self, done, length, path.c_str());
+            tellFileProgress(owner, pace, owner._self, done, length, path.c_str());
         }
     }
     if (owner._attendees.empty())

@@ -108,6 +108,12 @@ struct ConferenceParticipant::TalkState {
     std::vector<Awaited> awaited; // the earliest end first
 };
 
+// How often the progress of a file is told: of the one that goes out, or the one that comes in.
+struct ConferenceParticipant::FilePace {
+    std::uint64_t told = 0;                     // bytes
+    std::chrono::steady_clock::time_point next; // not to be told before, except the last
+};
+
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
 // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
 // takes its place in memory: after a callback the one question is whether it is still listed.
@@ -122,11 +128,15 @@ struct ConferenceParticipant::Workings {
     const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
     std::chrono::steady_clock::time_point fileSign;       // when something of it came last
     std::string temporaryFile;                            // empty: written in its place
-    bool sendsFile = false;                               // inside `transferFile`
-    std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
-    std::uint64_t listChanges = 0;                        // of `_attendees`
-    std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
-    Said relayed;                                         // the run's first
+    std::string fileFolder;                               // empty: the root of the process
+    std::chrono::milliseconds fileInterval{0};            // of telling progress
+    FilePace incomingPace;
+    FilePace outgoingPace;
+    bool sendsFile = false;             // inside `transferFile`
+    std::unique_ptr<char[]> fileBuffer; // of `_fileTransferStream`
+    std::uint64_t listChanges = 0;      // of `_attendees`
+    std::unique_ptr<RelayRun> relay;    // see `Relaying::passOn`
+    Said relayed;                       // the run's first
     std::vector<StartedCall> startedCalls;
     std::vector<Handshake> handshakes;
     GuardState guards;
@@ -280,8 +290,10 @@ struct ConferenceParticipant::Ending {
 };
 
 struct ConferenceParticipant::Files {
-    static void tellFileProgress(ConferenceParticipant &owner, const TCPAddress &origin,
-                                 std::uint64_t done, std::uint64_t total, const char *path);
+    static void tellFileProgress(ConferenceParticipant &owner, FilePace &pace,
+                                 const TCPAddress &origin, std::uint64_t done, std::uint64_t total,
+                                 const char *path);
+    static void tellArrived(ConferenceParticipant &owner, bool isLast);
     static bool sendFile(ConferenceParticipant &owner, const std::string &path,
                          const std::string &relativePath, const unsigned char *bytes,
                          std::size_t length);
