@@ -316,6 +316,21 @@ public:
     // it.
     bool transferFile(const std::string &path, const std::string &relativePath);
 
+    // Sends a file under `name` while the loop goes on: one from anywhere, bytes, which are copied,
+    // or what `read` gives. It is read as it goes, as the connections take it. Returns its number
+    // at once; 0 if nobody is connected, or as `transferFile`. Files go one after the other, with
+    // the file-progress callback (of bytes the path is the name) and in the end, once, the
+    // file-sent callback, all out of the loop. Until the last has ended `transferFile` is false.
+    std::uint32_t startFile(const std::string &path, const std::string &name);
+    std::uint32_t startFile(const unsigned char *data, std::uint64_t length,
+                            const std::string &name);
+    std::uint32_t startFile(FileSource read, void *source, std::uint64_t length,
+                            const std::string &name);
+    // Ends a file of `startFile`, of which receivers keep nothing then. Calls the file-sent
+    // callback. False for one that has ended, or that they have whole.
+    bool cancelFile(std::uint32_t number);
+    void setFileSentCB(FileSentCallback callback);
+
     // Has progress told at most once in so many milliseconds for each file, but its begin and all
     // that has come of it in the end in any case. 0, as at first: for each message.
     void setFileProgressInterval(std::uint32_t milliseconds);
@@ -434,6 +449,8 @@ private:
     struct StartedCall;
     struct FilePace;
     struct GuardState;
+    struct OutgoingFile;
+    struct OutgoingState;
     struct RosterFrames;
     struct HTTPRequest;
     // Who does it, by subject.
@@ -449,6 +466,7 @@ private:
     struct Life;
     struct Lists;
     struct MembersOnly;
+    struct Outgoing;
     struct Relaying;
     struct Roster;
     struct Security;

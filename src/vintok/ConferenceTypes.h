@@ -94,6 +94,26 @@ struct ConferenceTypes {
                                      const ConferenceRosterEntry &neighbour, TCPMessage &message,
                                      void *userData);
 
+    // ---- Files that go out in the loop ----
+
+    // Puts up to `room` bytes of a file in `buffer`, those from `offset` on, and returns how many:
+    // 0 when they cannot be had. Each is asked for once, in order. `source` is the sender's own.
+    using FileSource = std::uint64_t (*)(ConferenceParticipant *, std::uint64_t offset,
+                                         unsigned char *buffer, std::uint64_t room, void *source);
+    enum FileOutcome : int {
+        FILE_SENT = 1,       // to everybody who is in the meeting; who could store it is not known
+        FILE_INCOMPLETE = 2, // not all of it to everybody
+        FILE_CANCELLED = 3,
+        FILE_UNREADABLE = 4, // its source has come to an end too early
+        FILE_UNWANTED = 5,   // everybody has refused it
+        FILE_ALONE = 6,      // nobody is there any more
+    };
+    using FileSentCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
+                                      FileOutcome outcome, void *userData);
+    // Who does not want a file.
+    using FileRefusedCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
+                                         const ConferenceRosterEntry &party, void *userData);
+
     // ---- Guards ----
 
     struct SlowMemberLimits {
