@@ -517,6 +517,17 @@ TEST_F(FileProgress, AFileThatIsNotStoredIsToldOnceWithoutAPath) {
     }
 }
 
+// The data come at once, as far as an hour goes.
+TEST_F(FileProgress, IsToldAsOftenAsWantedAndInAFolderOfOnesOwn) {
+    for (Party *party : {&ann, &eve})
+        (*party)->setFileProgressInterval(3600000);
+    ann->setFileFolder((folder / "anns").string());
+    ASSERT_TRUE(eveSends() && ann.isTold("file whole") && fay.isTold("file whole"));
+    EXPECT_THAT(told(eve, path), ElementsAre("0/2049", "2049/2049"));
+    EXPECT_THAT(told(ann, folder / "anns" / "f.bin"), ElementsAre("0/0", "2049/0"));
+    EXPECT_THAT(told(fay, root / "f.bin"), ElementsAre("0/0", "1024/0", "2048/0", "2049/0"));
+}
+
 TEST_F(FileProgress, AReceiverMayHangUpInIt) {
     for (const std::uint64_t when : {0u, 1024u}) {
         inside = [this, when](ConferenceParticipant &at, std::uint64_t done) {

@@ -136,6 +136,13 @@ TEST_F(Talk, APrivateMessageThatNobodyTakesIsToldAsLost) {
     EXPECT_TRUE(bob.isTold("lost " + last));
 }
 
+// Longer than what a connection takes at a time: the host keeps the rest.
+TEST_F(Talk, AMessageThatIsPassedOnStaysAsItWas) {
+    const std::vector<unsigned char> word(3000000, 'x');
+    ASSERT_NE(0u, bob->sendPrivateData(cid->address(), word.data(), word.size()));
+    EXPECT_TRUE(cid.isTold("private Bob: " + std::string(word.size(), 'x')));
+}
+
 TEST_F(Talk, NobodySpeaksOrAnswersForAnother) {
     const std::string number = tells(bob, cid->address());
     EXPECT_TRUE(bob.isTold("taken " + number));

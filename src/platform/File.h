@@ -14,6 +14,11 @@ namespace vintok::platform {
 // As `fopen`; children do not inherit the stream.
 std::FILE *openFile(const std::string &path, const char *mode);
 
+struct CloseFile {
+    void operator()(std::FILE *stream) const { std::fclose(stream); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
 // As `fwrite` and `fclose`. A file that has become as big as the system lets it is an error like
 // any other, and no signal.
 std::size_t writeFile(std::FILE *stream, const unsigned char *bytes, std::size_t length);

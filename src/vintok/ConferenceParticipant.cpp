@@ -118,6 +118,7 @@ ConferenceParticipant::~ConferenceParticipant() {
     if (_select != nullptr) { // who has none has begun nothing
         Calling::forgetStarted(*this, nullptr);
         Handshakes::forgetAll(*this);
+        StreamLoop::ofThisThread()->removeSender(this);
         StreamLoop::ofThisThread()->deadlines().clearAll(this);
     }
     _shutdown();

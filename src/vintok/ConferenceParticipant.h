@@ -57,20 +57,6 @@ class TCPSelect;
 struct TCPGUID;
 struct Span;
 
-// A service that a version of the protocol may offer.
-enum ConfService {
-    ConfServiceABI = 1,    // the message layout that is spoken here: since 4.0
-    ConfServiceFIPS = 2,   // FIPS-grade security: since 3.2
-    ConfServiceHideIP = 4, // hiding addresses: since 3.2
-};
-
-// Tells which security option changed, not its new value: ask the participant for that.
-struct VINTOK_API ConfSecurityOptions {
-    bool hideIP = false;
-    bool FIPS = false;
-    bool SSLOnly = false;
-};
-
 class VINTOK_API ConferenceParticipant : public ConferenceTypes {
 public:
     // ---- The application's callbacks ----
@@ -212,16 +198,6 @@ public:
     static void setPrintRosterDebug(bool on) { s_printRosterDebug = on; }
     static void setPrintVerboseDebug(bool on) { s_printVerboseDebug = on; }
 
-    static constexpr unsigned short s_majorVersion = 4;
-    static constexpr unsigned short s_minorVersion = 0;
-    // The first versions that offer each ConfService.
-    static constexpr unsigned short s_majorVersionABI = 4;
-    static constexpr unsigned short s_minorVersionABI = 0;
-    static constexpr unsigned short s_majorVersionFIPS = 3;
-    static constexpr unsigned short s_minorVersionFIPS = 2;
-    static constexpr unsigned short s_majorVersionHideIP = 3;
-    static constexpr unsigned short s_minorVersionHideIP = 2;
-
     // ---- Calls ----
 
     // Starts a meeting with this party as its host; a host that is alone renames its meeting. False
@@ -340,6 +316,28 @@ public:
     // it.
     bool transferFile(const std::string &path, const std::string &relativePath);
 
+    // Sends a file under `name` while the loop goes on: one from anywhere, bytes, which are copied,
+    // or what `read` gives. It is read as it goes, as the connections take it. Returns its number
+    // at once; 0 if nobody is connected, or as `transferFile`. Files go one after the other, with
+    // the file-progress callback (of bytes the path is the name) and in the end, once, the
+    // file-sent callback, all out of the loop. Until the last has ended `transferFile` is false.
+    std::uint32_t startFile(const std::string &path, const std::string &name);
+    std::uint32_t startFile(const unsigned char *data, std::uint64_t length,
+                            const std::string &name);
+    std::uint32_t startFile(FileSource read, void *source, std::uint64_t length,
+                            const std::string &name);
+    // Ends a file of `startFile`, of which receivers keep nothing then. Calls the file-sent
+    // callback. False for one that has ended, or that they have whole.
+    bool cancelFile(std::uint32_t number);
+    void setFileSentCB(FileSentCallback callback);
+
+    // Has progress told at most once in so many milliseconds for each file, but its begin and all
+    // that has come of it in the end in any case. 0, as at first: for each message.
+    void setFileProgressInterval(std::uint32_t milliseconds);
+
+    // Where files that arrive here are stored from the next one on, in place of the folder of the
+    // whole process. Empty, as at first: that one.
+    void setFileFolder(const std::string &folder);
     // Where files that arrive are stored from now on, in the whole process: sets the environment
     // variable QOR_COLLAB_ROOT_LOCAL, which says so otherwise. Empty: nowhere, files are passed on
     // and not kept. The folder is made when a file needs it. False if the environment refuses. Not
@@ -449,7 +447,10 @@ private:
     struct Handshake;
     struct CallTarget;
     struct StartedCall;
+    struct FilePace;
     struct GuardState;
+    struct OutgoingFile;
+    struct OutgoingState;
     struct RosterFrames;
     struct HTTPRequest;
     // Who does it, by subject.
@@ -465,6 +466,7 @@ private:
     struct Life;
     struct Lists;
     struct MembersOnly;
+    struct Outgoing;
     struct Relaying;
     struct Roster;
     struct Security;

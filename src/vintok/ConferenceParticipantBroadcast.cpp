@@ -67,12 +67,13 @@ bool ConferenceParticipant::_broadcastData(ConferenceRosterEntry *source, TCPMes
 // Everybody is given the frames before anybody is waited for.
 bool ConferenceParticipant::Relaying::broadcastFrames(ConferenceParticipant &owner,
                                                       const ConferenceRosterEntry *source,
-                                                      const Span &frames, const Said &said) {
+                                                      const Span &frames, const Said &said,
+                                                      Delivery::When when) {
     if (owner._attendees.empty())
         return true;
     closeRelay(owner);
     Guards::tellChangesBefore(owner, source);
-    Delivery delivery(frames, Delivery::When::now);
+    Delivery delivery(frames, when);
     for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer->doBroadcast() && peer->enabled() && peer != source &&
             !Guards::drops(owner, *peer, frames))

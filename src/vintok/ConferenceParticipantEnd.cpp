@@ -66,6 +66,7 @@ void ConferenceParticipant::hangup() {
     _self.setMUXRedirected(false);
     _attempt("hangup", [this] {
         Files::abandonFile(*this);
+        Outgoing::endAll(*this);
         return true;
     });
 }

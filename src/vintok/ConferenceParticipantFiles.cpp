@@ -1,5 +1,5 @@
-// Files: a sender broadcasts one as a begin, a run of chunks and an end, and every receiver writes
-// it below the folder that QOR_COLLAB_ROOT_LOCAL names.
+// Files that arrive: a sender broadcasts one as a begin, a run of chunks and an end, and every
+// receiver writes it below the folder that QOR_COLLAB_ROOT_LOCAL names.
 //
 // A participant receives one file at a time. `_fileTransferOrigin` is the party whose file it is,
 // from its begin to its end; what others send meanwhile is relayed and not kept. Nothing is
@@ -16,7 +16,6 @@
 #include "platform/Environment.h"
 #include "platform/File.h"
 #include "vintok/BufferManager.h"
-#include "vintok/Chunk.h"
 #include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/Log.h"
 #include "vintok/TCPGUID.h"
@@ -27,7 +26,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
 #include <random>
 #include <stdexcept>
@@ -39,14 +37,8 @@ namespace {
 
 constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
 constexpr const char *linksVariable = "QOR_COLLAB_ROOT_LINKS";
-constexpr std::size_t roundSize = 240 * ConferenceParticipant::_fileTransferChunkSize;
 constexpr std::size_t streamBuffer = 64 * 1024; // of the file that is received
 constexpr std::size_t pathCapacity = 1024;      // of `_fileTransferPath`, its zero byte included
-
-struct CloseFile {
-    void operator()(std::FILE *stream) const { std::fclose(stream); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
 
 bool isSeparator(char c) {
     return c == '/' || c == '\\';
@@ -95,70 +87,11 @@ bool usesLinks() {
     return value != nullptr && std::strcmp(value, "True") == 0;
 }
 
-// The tail is looked for from the front: one that occurs earlier in the path is refused too,
-// deliberately, as the sender's peers expect the first occurrence.
-bool isTail(const std::string &path, const std::string &tail) {
-    const std::size_t first = path.find(tail);
-    return first != std::string::npos && first + tail.size() == path.size();
-}
-
-// The whole of a file that a transfer can carry: 1 byte to 2 GiB - 1. Its memory is not cleared.
-struct FileBytes {
-    std::unique_ptr<unsigned char[]> bytes;
-    std::size_t size = 0;
-
-    bool read(const std::string &path) {
-        const File file(platform::openFile(path, "rb"));
-        std::int64_t length = 0;
-        if (file == nullptr || !platform::fileSize(file.get(), length))
-            return refuse(TCP_ERROR_SYSTEM_ERROR, "transferFile: the file cannot be opened");
-        if (length < 1 || length > std::numeric_limits<std::int32_t>::max())
-            return refuse(TCP_ERROR_INVALID_ARGUMENT,
-                          "transferFile: the file is empty, or longer than 2 GiB - 1");
-        size = static_cast<std::size_t>(length);
-        bytes.reset(new unsigned char[size]);
-        return std::fread(bytes.get(), 1, size, file.get()) == size ||
-               refuse(TCP_ERROR_SYSTEM_ERROR, "transferFile: the file cannot be read");
-    }
-};
-
-// Makes one write of several chunks: `frames` becomes their messages, whole, one behind the other.
-// All but the last are as long as each other, and have one header.
-bool fillRound(TCPMessage &frames, TCPMessage &message, const unsigned char *bytes,
-               std::size_t length) {
-    constexpr std::size_t most = ConferenceParticipant::_fileTransferChunkSize;
-    const std::size_t header = message.headerSize();
-    const std::size_t chunks = (length + most - 1) / most;
-    if (!frames.allocateRawBuffer(chunks * header + length))
-        return false;
-    unsigned char *next = frames.rawBuffer();
-    for (std::size_t done = 0; done < length; done += most) {
-        const std::size_t chunk = std::min(most, length - done);
-        if ((done == 0 || chunk != most) && !openMessage(message, TCP_fileTransferData, chunk))
-            return false;
-        next = std::copy_n(message.rawBuffer(), header, next);
-        next = std::copy_n(bytes + done, chunk, next);
-    }
-    return true;
-}
-
-// Holds while a file is sent, also when the application's callback throws.
-class SendingFile {
-public:
-    explicit SendingFile(bool &flag) : m_flag(flag) { m_flag = true; }
-    ~SendingFile() { m_flag = false; }
-    SendingFile(const SendingFile &) = delete;
-    SendingFile &operator=(const SendingFile &) = delete;
-
-private:
-    bool &m_flag;
-};
-
 // Whether a file that is there could be written over. A path that ends in a separator names none.
 bool mayReplace(const std::string &path) {
     if (isSeparator(path.back()))
         return false;
-    const File present(platform::openFile(path, "r+b"));
+    const platform::File present(platform::openFile(path, "r+b"));
     return present != nullptr || errno == ENOENT;
 }
 
@@ -200,32 +133,7 @@ bool setVariable(const char *name, const std::string &value) {
 
 } // namespace
 
-// ---- Sending ----
-
-bool ConferenceParticipant::transferFile(const std::string &path, const std::string &relativePath) {
-    const Operation operation(*this);
-    // Receivers could not tell the parts of two files of one origin apart.
-    if (_workings->sendsFile)
-        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "transferFile: a file is being sent already");
-    if (_attendees.empty())
-        return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "transferFile: nobody is connected");
-    if (path.empty() || relativePath.empty() || !isTail(path, relativePath))
-        return refuse(TCP_ERROR_INVALID_ARGUMENT,
-                      "transferFile: the relative path is not the end of the path, and only that");
-    const Reason reason;
-    const SendingFile sending(_workings->sendsFile);
-    bool sent = false;
-    try {
-        FileBytes file;
-        sent = file.read(path) &&
-               Files::sendFile(*this, path, relativePath, file.bytes.get(), file.size);
-    } catch (const std::bad_alloc &) {
-        // Not even begun: the rest needs no memory to speak of.
-        return refuse(TCP_ERROR_OUT_OF_MEMORY, "transferFile: the file is held in memory");
-    }
-    return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
-                         "transferFile: it did not reach everybody");
-}
+// ---- Where they go, and what is told ----
 
 bool ConferenceParticipant::setFileRoot(const std::string &folder) {
     return setVariable(rootVariable, folder);
@@ -235,65 +143,43 @@ bool ConferenceParticipant::setFileLinks(bool used) {
     return setVariable(linksVariable, used ? "True" : "");
 }
 
-void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner,
+void ConferenceParticipant::setFileFolder(const std::string &folder) {
+    _workings->fileFolder = folder;
+}
+
+void ConferenceParticipant::setFileProgressInterval(std::uint32_t milliseconds) {
+    _workings->fileInterval = std::chrono::milliseconds(milliseconds);
+}
+
+void ConferenceParticipant::Files::tellFileProgress(ConferenceParticipant &owner, FilePace &pace,
                                                     const TCPAddress &origin, std::uint64_t done,
                                                     std::uint64_t total, const char *path) {
     if (owner._fileProgressCB == nullptr)
         return;
+    if (const auto interval = owner._workings->fileInterval; interval.count() != 0) {
+        const auto now = std::chrono::steady_clock::now();
+        if (now < pace.next && done != 0 && done != total)
+            return;
+        pace.next = now + interval;
+    }
+    pace.told = done;
     const TCPAddress whose = origin; // the callback may end the transfer that it belongs to
     owner._fileProgressCB(&owner, whose, done, total, path);
 }
 
-bool ConferenceParticipant::Files::sendFile(ConferenceParticipant &owner, const std::string &path,
-                                            const std::string &relativePath,
-                                            const unsigned char *bytes, std::size_t length) {
-    bool succeeded = false;
-    bool failed = false;
-    TCPMessage message;
-    TCPMessage round;
-    message.setOriginAddress(owner._self);
-    const auto send = [&](bool opened, TCPMessage &frames) {
-        const Span span = {nullptr, frames.rawBuffer(),
-                           static_cast<std::size_t>(frames.rawBufferLength())};
-        const bool sent = opened && owner._attempt("transferFile", [&] {
-            return Relaying::broadcastFrames(owner, nullptr, span, {message.timeStamp(), false});
-        });
-        (sent ? succeeded : failed) = true;
-    };
-
-    const bool opened =
-        openMessage(message, TCP_fileTransferBegin, size(path) + size(relativePath));
-    if (opened) {
-        BufferManager body(message.messageBuffer(), message.messageBufferLength());
-        body.write(path);
-        body.write(relativePath);
-    }
-    send(opened, message);
-    tellFileProgress(owner, owner._self, 0, length, path.c_str());
-
-    // A failed round is noted and the next goes out all the same: others may want the whole file.
-    for (std::size_t done = 0; done < length && !owner._attendees.empty();) {
-        const std::size_t end = std::min(length, done + roundSize);
-        const bool filled = fillRound(round, message, bytes + done, end - done);
-        Guards::awaitSlow(owner);
-        send(filled, round);
-        while (done < end && !owner._attendees.empty()) {
-            done = std::min<std::size_t>(end, done + _fileTransferChunkSize);
-            tellFileProgress(owner, owner._self, done, length, path.c_str());
-        }
-    }
-    if (owner._attendees.empty())
-        return false; // all have gone, or the application has hung up
-
-    const bool ends = openMessage(message, TCP_fileTransferEnd, sizeof(std::uint32_t));
-    if (ends)
-        BufferManager(message.messageBuffer(), message.messageBufferLength())
-            .write(static_cast<std::uint32_t>(length));
-    send(ends, message);
-    return succeeded && !failed;
+// A receiver knows with the end alone that this is all.
+void ConferenceParticipant::Files::tellArrived(ConferenceParticipant &owner, bool isLast) {
+    FilePace &pace = owner._workings->incomingPace;
+    if (isLast &&
+        (owner._workings->fileInterval.count() == 0 || pace.told == owner._fileTransferReceived))
+        return;
+    if (isLast)
+        pace.next = {};
+    tellFileProgress(owner, pace, owner._fileTransferOrigin, owner._fileTransferReceived, 0,
+                     owner._fileTransferPath);
 }
 
-// ---- Receiving ----
+// ---- Begin, data, end ----
 
 void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, unsigned char *body,
                                                      std::uint64_t length) {
@@ -309,16 +195,18 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
     VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + visibleText(path) + "\n\t\t" +
                                    visibleText(relativePath));
     Files::openFile(*this, relativePath);
-    Files::tellFileProgress(*this, _fileTransferOrigin, 0, 0,
+    Files::tellFileProgress(*this, _workings->incomingPace, _fileTransferOrigin, 0, 0,
                             _fileTransferStream != nullptr ? _fileTransferPath : "");
 }
 
 // Leaves the stream null for a file that is not to be stored or cannot be.
 void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
                                             const std::string &relativePath) {
-    const char *root = std::getenv(rootVariable);
-    if (root == nullptr || *root == '\0' ||
-        std::strlen(root) + relativePath.size() + 1 >= pathCapacity) {
+    const char *environment = std::getenv(rootVariable);
+    std::string root = owner._workings->fileFolder;
+    if (root.empty() && environment != nullptr)
+        root = environment;
+    if (root.empty() || root.size() + relativePath.size() + 1 >= pathCapacity) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleFileTransferBegin QOR_COLLAB_ROOT_LOCAL not set");
         return;
     }
@@ -327,7 +215,7 @@ void ConferenceParticipant::Files::openFile(ConferenceParticipant &owner,
                    "_handleFileTransferBegin path leaves the root " + visibleText(relativePath));
         return;
     }
-    std::snprintf(owner._fileTransferPath, sizeof owner._fileTransferPath, "%s/%s", root,
+    std::snprintf(owner._fileTransferPath, sizeof owner._fileTransferPath, "%s/%s", root.c_str(),
                   relativePath.c_str());
     owner._fixPath();
     owner._fileTransferReceived = 0;
@@ -389,12 +277,13 @@ void ConferenceParticipant::_handleFileTransferData(ConferenceRosterEntry *, uns
                                           static_cast<unsigned long long>(_fileTransferReceived),
                                           static_cast<unsigned long long>(_fileTransferWritten)));
     if (_fileTransferStream != nullptr)
-        Files::tellFileProgress(*this, _fileTransferOrigin, _fileTransferReceived, 0,
-                                _fileTransferPath);
+        Files::tellArrived(*this, false);
 }
 
 void ConferenceParticipant::_handleFileTransferEnd(ConferenceRosterEntry *peer, unsigned char *body,
                                                    std::uint64_t length) {
+    if (_fileTransferStream != nullptr)
+        Files::tellArrived(*this, true);
     if (_fileTransferStream == nullptr)
         return;
     // What the stream took and the disk refuses shows now at the latest.

@@ -6,6 +6,7 @@
 #include "vintok/AcceptGuard.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/Deadlines.h"
+#include "vintok/Delivery.h"
 #include "vintok/RelayRun.h"
 #include "vintok/StreamBuffer.h"
 #include "vintok/TCPBackgroundTransport.h"
@@ -108,6 +109,41 @@ struct ConferenceParticipant::TalkState {
     std::vector<Awaited> awaited; // the earliest end first
 };
 
+// How often the progress of a file is told: of the one that goes out, or the one that comes in.
+struct ConferenceParticipant::FilePace {
+    std::uint64_t told = 0;                     // bytes
+    std::chrono::steady_clock::time_point next; // not to be told before, except the last
+};
+
+// A file that goes out in the loop, or waits for that.
+struct ConferenceParticipant::OutgoingFile {
+    // The bytes from `offset` on; fewer than asked for at the end of what can be had.
+    using Read = std::function<std::uint64_t(std::uint64_t offset, unsigned char *buffer,
+                                             std::uint64_t room)>;
+    enum class Stage { waits, goes, ended };
+    // What was queued for somebody when the file had ended.
+    struct Rest {
+        std::shared_ptr<StreamBuffer> buffer;
+        std::uint64_t end;
+    };
+
+    std::uint32_t number = 0;
+    std::string path; // as it is told here
+    std::string name;
+    std::uint64_t length = 0;
+    Read read;
+    Stage stage = Stage::waits;
+    std::uint64_t sent = 0;
+    bool failed = false; // something did not reach somebody
+    std::vector<Rest> rests;
+};
+
+struct ConferenceParticipant::OutgoingState {
+    std::uint32_t lastNumber = 0;
+    std::vector<std::shared_ptr<OutgoingFile>> files; // the first is the one that goes
+    FileSentCallback sentCB = nullptr;
+};
+
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
 // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
 // takes its place in memory: after a callback the one question is whether it is still listed.
@@ -122,15 +158,20 @@ struct ConferenceParticipant::Workings {
     const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
     std::chrono::steady_clock::time_point fileSign;       // when something of it came last
     std::string temporaryFile;                            // empty: written in its place
-    bool sendsFile = false;                               // inside `transferFile`
-    std::unique_ptr<char[]> fileBuffer;                   // of `_fileTransferStream`
-    std::uint64_t listChanges = 0;                        // of `_attendees`
-    std::unique_ptr<RelayRun> relay;                      // see `Relaying::passOn`
-    Said relayed;                                         // the run's first
+    std::string fileFolder;                               // empty: the root of the process
+    std::chrono::milliseconds fileInterval{0};            // of telling progress
+    FilePace incomingPace;
+    FilePace outgoingPace;
+    bool sendsFile = false;             // inside `transferFile`
+    std::unique_ptr<char[]> fileBuffer; // of `_fileTransferStream`
+    std::uint64_t listChanges = 0;      // of `_attendees`
+    std::unique_ptr<RelayRun> relay;    // see `Relaying::passOn`
+    Said relayed;                       // the run's first
     std::vector<StartedCall> startedCalls;
     std::vector<Handshake> handshakes;
     GuardState guards;
     TalkState talk;
+    OutgoingState outgoing;
 };
 
 // Stands in every operation that can fire a callback or drop a party.
@@ -206,9 +247,35 @@ struct ConferenceParticipant::Life {
                              bool closed);
 };
 
+// Files that this party sends.
+struct ConferenceParticipant::Outgoing {
+    static bool sendAtOnce(ConferenceParticipant &owner, const std::string &path,
+                           const std::string &relativePath, const unsigned char *bytes,
+                           std::size_t length);
+    // By and by.
+    static std::uint32_t start(ConferenceParticipant &owner,
+                               const std::function<bool(OutgoingFile &file)> &open);
+    static bool isFirst(const ConferenceParticipant &owner, const OutgoingFile &file);
+    static bool mayGoOn(void *owner);
+    static bool hasRoom(const ConferenceParticipant &owner);
+    static bool hasLeft(const OutgoingFile &file);
+    static void turnHasCome(int, void *owner);
+    static void goOn(ConferenceParticipant &owner, OutgoingFile &file);
+    static void begin(ConferenceParticipant &owner, OutgoingFile &file);
+    static void sendRound(ConferenceParticipant &owner, OutgoingFile &file);
+    static bool readRound(const ConferenceParticipant &owner, const OutgoingFile &file,
+                          unsigned char *bytes, std::uint64_t length);
+    static void finish(ConferenceParticipant &owner, OutgoingFile &file);
+    static bool queue(ConferenceParticipant &owner, TCPMessage &frames);
+    static void breakOff(ConferenceParticipant &owner, OutgoingFile &file, FileOutcome outcome);
+    static void end(ConferenceParticipant &owner, OutgoingFile &file, FileOutcome outcome);
+    static void endAll(ConferenceParticipant &owner);
+};
+
 struct ConferenceParticipant::Relaying {
     static bool broadcastFrames(ConferenceParticipant &owner, const ConferenceRosterEntry *source,
-                                const Span &frames, const Said &said);
+                                const Span &frames, const Said &said,
+                                Delivery::When when = Delivery::When::now);
     static void passOn(ConferenceParticipant &owner, ConferenceRosterEntry *source,
                        TCPMessage &message);
     static void closeRelay(ConferenceParticipant &owner);
@@ -280,11 +347,10 @@ struct ConferenceParticipant::Ending {
 };
 
 struct ConferenceParticipant::Files {
-    static void tellFileProgress(ConferenceParticipant &owner, const TCPAddress &origin,
-                                 std::uint64_t done, std::uint64_t total, const char *path);
-    static bool sendFile(ConferenceParticipant &owner, const std::string &path,
-                         const std::string &relativePath, const unsigned char *bytes,
-                         std::size_t length);
+    static void tellFileProgress(ConferenceParticipant &owner, FilePace &pace,
+                                 const TCPAddress &origin, std::uint64_t done, std::uint64_t total,
+                                 const char *path);
+    static void tellArrived(ConferenceParticipant &owner, bool isLast);
     static void openFile(ConferenceParticipant &owner, const std::string &relativePath);
     static std::FILE *openPlace(ConferenceParticipant &owner);
     static void bufferFile(ConferenceParticipant &owner);

@@ -1,7 +1,10 @@
-// The callbacks of a participant, and what its guards are set to. ConferenceParticipant inherits
-// them, so that each is called `ConferenceParticipant::EntryCallback` and the like.
+// The versions of a participant, its callbacks, and what its guards are set to.
+// ConferenceParticipant inherits them, so that each is called
+// `ConferenceParticipant::EntryCallback` and the like.
 #ifndef VINTOK_CONFERENCETYPES_H
 #define VINTOK_CONFERENCETYPES_H
+
+#include "vintok/Export.h"
 
 #include <cstdint>
 #include <string>
@@ -13,9 +16,34 @@ class ConferenceRosterEntry;
 class RosterBase;
 class TCPAddress;
 class TCPMessage;
-struct ConfSecurityOptions;
+
+// A service that a version of the protocol may offer.
+enum ConfService {
+    ConfServiceABI = 1,    // the message layout that is spoken here: since 4.0
+    ConfServiceFIPS = 2,   // FIPS-grade security: since 3.2
+    ConfServiceHideIP = 4, // hiding addresses: since 3.2
+};
+
+// Tells which security option changed, not its new value: ask the participant for that.
+struct VINTOK_API ConfSecurityOptions {
+    bool hideIP = false;
+    bool FIPS = false;
+    bool SSLOnly = false;
+};
 
 struct ConferenceTypes {
+    // ---- Versions ----
+
+    static constexpr unsigned short s_majorVersion = 4;
+    static constexpr unsigned short s_minorVersion = 0;
+    // The first versions that offer each ConfService.
+    static constexpr unsigned short s_majorVersionABI = 4;
+    static constexpr unsigned short s_minorVersionABI = 0;
+    static constexpr unsigned short s_majorVersionFIPS = 3;
+    static constexpr unsigned short s_minorVersionFIPS = 2;
+    static constexpr unsigned short s_majorVersionHideIP = 3;
+    static constexpr unsigned short s_minorVersionHideIP = 2;
+
     // ---- The told callbacks ----
 
     // A null callback is skipped. The first argument is the participant that calls.
@@ -65,6 +93,26 @@ struct ConferenceTypes {
     using MessageCallback = bool (*)(ConferenceParticipant *,
                                      const ConferenceRosterEntry &neighbour, TCPMessage &message,
                                      void *userData);
+
+    // ---- Files that go out in the loop ----
+
+    // Puts up to `room` bytes of a file in `buffer`, those from `offset` on, and returns how many:
+    // 0 when they cannot be had. Each is asked for once, in order. `source` is the sender's own.
+    using FileSource = std::uint64_t (*)(ConferenceParticipant *, std::uint64_t offset,
+                                         unsigned char *buffer, std::uint64_t room, void *source);
+    enum FileOutcome : int {
+        FILE_SENT = 1,       // to everybody who is in the meeting; who could store it is not known
+        FILE_INCOMPLETE = 2, // not all of it to everybody
+        FILE_CANCELLED = 3,
+        FILE_UNREADABLE = 4, // its source has come to an end too early
+        FILE_UNWANTED = 5,   // everybody has refused it
+        FILE_ALONE = 6,      // nobody is there any more
+    };
+    using FileSentCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
+                                      FileOutcome outcome, void *userData);
+    // Who does not want a file.
+    using FileRefusedCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
+                                         const ConferenceRosterEntry &party, void *userData);
 
     // ---- Guards ----
 

@@ -181,6 +181,7 @@ void StreamLoop::deliver(const platform::WaitLimit &limit) {
         reviewLimited();
     if (!m_heldUp.empty())
         resumeHeldUp();
+    askSenders();
     Wait wait(*this);
     while (full.size() != 0 && (limit.running == nullptr || *limit.running)) {
         wait.turn(full, limit.running);
@@ -270,6 +271,26 @@ void StreamLoop::awaitBelow(const std::vector<BufferPtr> &buffers, std::size_t m
         wait.turn(waiting);
         reviewLimited();
     }
+}
+
+// ---- Who has more to send ----
+
+void StreamLoop::addSender(Question mayGoOn, Deadlines::Function goOn, void *data) {
+    removeSender(data);
+    m_senders.push_back({mayGoOn, goOn, data});
+    m_deadlines.set(-1, goOn, data, std::chrono::milliseconds(0));
+}
+
+void StreamLoop::removeSender(const void *data) {
+    std::erase_if(
+        m_senders, [=](const Sender &sender) { return sender.data == data; });
+}
+
+// Each goes on where times that have come are looked after: it may do anything there.
+void StreamLoop::askSenders() {
+    for (const Sender &sender : m_senders)
+        if (sender.mayGoOn(sender.data))
+            m_deadlines.set(-1, sender.goOn, sender.data, std::chrono::milliseconds(0));
 }
 
 bool StreamLoop::hasLetGoOf(int descriptor) const {

@@ -74,6 +74,12 @@ public:
     void callAwaited(platform::DescriptorSet &readers, const platform::DescriptorSet &writers,
                      IsOver isOver);
 
+    // Has `goOn` called in each turn of the loop in which `mayGoOn` says so, until it is removed:
+    // for who has more to send than may wait at a time. One for each `data`.
+    using Question = bool (*)(void *data);
+    void addSender(Question mayGoOn, Deadlines::Function goOn, void *data);
+    void removeSender(const void *data);
+
     // A descriptor that was found readable in this pass, and is not registered any more, is found
     // unhandled, and the loop rests over it. Not over one that was let go by a guard.
     void letGoOf(int descriptor) { m_letGo.push_back(descriptor); }
@@ -108,7 +114,13 @@ private:
         void *data;
         std::uint64_t number; // no other ever has the same
     };
+    struct Sender {
+        Question mayGoOn;
+        Deadlines::Function goOn;
+        void *data;
+    };
     std::int32_t reviewLimit(std::int32_t milliseconds) const;
+    void askSenders();
     void reviewLimited();
     bool holdsBack(std::size_t most) const;
     void resumeHeldUp();
@@ -123,6 +135,7 @@ private:
     Deadlines m_deadlines;
     Deadlines::Clock::time_point m_nextReview = Deadlines::Clock::time_point::max();
     std::vector<HeldUp> m_heldUp;
+    std::vector<Sender> m_senders;
     std::vector<int> m_letGo;
     std::vector<Awaited> m_awaited;
     std::uint64_t m_awaits = 0;
