@@ -140,7 +140,8 @@ public:
     ConferenceParticipant(const ConferenceParticipant &);
     ConferenceParticipant &operator=(const ConferenceParticipant &);
 
-    // The own entry.
+    // The own entry. The first is all of it, good as long as this object.
+    const ConferenceRosterEntry &ownEntry() const { return _self; }
     const std::string &firstName() const { return _self.firstName(); }
     const std::string &lastName() const { return _self.lastName(); }
     const std::string &title() const { return _self.title(); }
@@ -255,6 +256,11 @@ public:
     // each party at once. False for a member without a host, or if the request could not be sent.
     // Blocks until the request is written.
     bool requestRoster();
+    // Copies of the entries of the others in the meeting, servers too. May throw std::bad_alloc.
+    std::vector<ConferenceRosterEntry> roster() const;
+    // The entry of this address, the own one included, or of who calls or is called there. Null for
+    // nobody. Good until the next operation, or pass of the loop.
+    const ConferenceRosterEntry *party(const TCPAddress &address) const;
 
     // ---- Lead ----
 

@@ -124,6 +124,18 @@ ConferenceRosterEntry *ConferenceParticipant::Lists::getCaller(const ConferenceP
     return asking != nullptr ? asking : owner._getPeer(address);
 }
 
+const ConferenceRosterEntry *ConferenceParticipant::party(const TCPAddress &address) const {
+    return _self == address ? &_self : _getPeer(address);
+}
+
+std::vector<ConferenceRosterEntry> ConferenceParticipant::roster() const {
+    std::vector<ConferenceRosterEntry> others;
+    for (const ConferenceRosterEntry *entry : _attendees)
+        if (entry != nullptr && (entry->doBroadcast() || entry->isShadow()))
+            others.push_back(*entry);
+    return others;
+}
+
 ConferenceRosterEntry *ConferenceParticipant::_getPeer(int descriptor) const {
     return firstOf(
         _attendees,

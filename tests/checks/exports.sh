@@ -29,8 +29,10 @@ statement == "" && !/VINTOK_(TLS_)?API/ { next }
     statement = ""
 }' "$@" | sort -u >"$work/marked"
 
-# "type<TAB>symbol", demangled.
-symbols() { nm --demangle --defined-only "$@" | sed -En 's/^[0-9a-f]+ ([A-Za-z]) (.*)$/\1\t\2/p'; }
+# "type<TAB>symbol", demangled, without the version.
+symbols() {
+    nm --demangle --defined-only "$@" | sed -En '/ A VINTOK_/d; s/@@?VINTOK_[0-9]+$//; s/^[0-9a-f]+ ([A-Za-z]) (.*)$/\1\t\2/p'
+}
 symbols --dynamic "$shared" | sort -u >"$work/exported"
 symbols --extern-only "$archive" | sort -u >"$work/defined"
 for list in marked exported defined; do
@@ -64,6 +66,8 @@ END { exit failed }
 
 # The class or function of ours that a symbol belongs to; "" for what is not ours.
 function owner(symbol) {
+    if (symbol ~ /^vintok_[a-z0-9_]+$/)
+        return symbol
     sub(/^((vtable|VTT|typeinfo|typeinfo name|guard variable) for|(non-virtual|virtual) thunk to) /,
         "", symbol)
     if (symbol !~ /^vintok::/)

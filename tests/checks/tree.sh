@@ -16,7 +16,7 @@ faults() {
     done
 }
 
-sources() { find "$@" -type f \( -name '*.h' -o -name '*.cpp' \) 2>/dev/null | sort; }
+sources() { find "$@" -type f \( -name '*.[ch]' -o -name '*.cpp' \) 2>/dev/null | sort; }
 code() { sources src apps tests bench fuzz; }
 [ "$(code | wc -l)" -gt 0 ] || { echo "tree.sh: no sources below $PWD" >&2; exit 1; }
 
@@ -61,6 +61,11 @@ sources src | grep '\.cpp$' | while read -r file; do
     shared=$(sed -E 's/(posix|win32)/${system}/' <<<"$name") # of both systems
     cat src/CMakeLists.txt tests/CMakeLists.txt | grep -qF -e "$name" -e "$shared" || echo "$file"
 done | faults "not in the build"
+
+# What the headers for C declare is used by the test of that interface.
+grep -ohE '\bvintok_[a-z0-9_]+\(' src/vintok-c/vintok*.h | sort -u |
+    grep -vxF -f <(grep -oE '\bvintok_[a-z0-9_]+\(' tests/c_api_test.c | sort -u) |
+    faults "not in tests/c_api_test.c"
 
 for file in tests/*_test.cpp; do
     subject=$(basename "$file" _test.cpp)

@@ -1,0 +1,105 @@
+// Internal. What stands behind the handles of the C interface, and how its functions keep what they
+// promise: nothing throws, and every refusal leaves its reason.
+#ifndef VINTOK_C_HANDLES_H
+#define VINTOK_C_HANDLES_H
+
+#include "vintok-c/Options.h"
+#include "vintok-c/vintok.h"
+
+#include "vintok/ConferenceParticipant.h"
+#include "vintok/Log.h"
+#include "vintok/TCPSelect.h"
+
+#include <cstdint>
+#include <exception>
+#include <new>
+#include <string>
+#include <type_traits>
+
+// A callback of the application and its pointer.
+template <class Callback>
+struct vintok_handler {
+    Callback call = nullptr;
+    void *user = nullptr;
+};
+
+struct vintok_participant : vintok::ConferenceParticipant {
+    using ConferenceParticipant::ConferenceParticipant;
+
+    int callbacks = 0; // under way
+    vintok_handler<vintok_entry_callback> callPending, join, leave, change, leadChange, leadRequest;
+    vintok_handler<vintok_security_callback> security;
+    vintok_handler<vintok_call_callback> accepted, busy, rejected, ringing, noAnswer, version;
+    vintok_handler<vintok_again_callback> proxy, redirect;
+    vintok_handler<vintok_response_callback> serverResponse;
+    vintok_handler<vintok_reply_callback> leadReply;
+    vintok_handler<vintok_data_callback> said, confidential;
+    vintok_handler<vintok_delivery_callback> delivery;
+    vintok_handler<vintok_message_callback> message;
+    vintok_handler<vintok_file_callback> file;
+    vintok_handler<vintok_progress_callback> fileProgress;
+    vintok_handler<vintok_clock_callback> clock;
+    vintok_handler<vintok_slow_callback> slowMember;
+    vintok_handler<vintok_drop_callback> drop;
+};
+
+struct vintok_loop {
+    vintok::TCPSelect select;
+    vintok_handler<vintok_wake_callback> wake;
+};
+
+namespace vintok::c {
+
+// ---- Entries ----
+
+// An entry of the interface is a party in either of its forms.
+inline const vintok_entry *entryOf(const RosterBase &party) {
+    return reinterpret_cast<const vintok_entry *>(&party);
+}
+inline const RosterBase &partyOf(const vintok_entry *entry) {
+    return *reinterpret_cast<const RosterBase *>(entry);
+}
+
+// ---- Arguments ----
+
+inline bool isInvalid(const std::string &what) {
+    return refuse(TCP_ERROR_INVALID_ARGUMENT, what);
+}
+
+template <class Options>
+bool takeOptions(const Options *given, Options &all) {
+    return fillOptions(given, all) || isInvalid("options of another version, or without a size");
+}
+
+// ---- Functions ----
+
+// The result of `does`, an int32_t in place of nothing and of a bool. Null handles, exceptions, and
+// a bool or a pointer that says no are refusals; `operation` is the reason where there is no better
+// one.
+template <class Does, class... Handles>
+auto attempt(const char *operation, Does does, const Handles *...handles) noexcept {
+    using Given = decltype(does());
+    constexpr bool isAnswer = std::is_void_v<Given> || std::is_same_v<Given, bool>;
+    constexpr bool isRefusal = isAnswer || std::is_pointer_v<Given>; // where it is zero
+    std::conditional_t<isAnswer, std::int32_t, Given> result{};
+    const Reason reason;
+    try {
+        if ((!handles || ...))
+            isInvalid(std::string(operation) + ": a null pointer");
+        else if constexpr (std::is_void_v<Given>)
+            does(), result = 1;
+        else
+            result = does();
+        if (isRefusal && !result)
+            reason.unless(false, TCP_ERROR_UNSPECIFIED_ERROR, std::string(operation));
+    } catch (const std::bad_alloc &) {
+        refuse(TCP_ERROR_OUT_OF_MEMORY, "no memory");
+    } catch (const std::exception &) {
+        refuse(TCP_ERROR_UNSPECIFIED_ERROR, "an exception");
+    }
+    return result;
+}
+
+} // namespace vintok::c
+
+#endif
