@@ -8,6 +8,7 @@
 #include <fstream>
 #include <limits>
 #include <vintok/HTTPAddress.h>
+#include <vintok/Version.h>
 
 namespace mux {
 
@@ -228,7 +229,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
                          std::string &text) {
     CLI::App program("Joins parties of meetings that cannot reach each other.", "multiplexer");
     program.footer(footer);
-    program.set_version_flag("--version", "multiplexer " VINTOK_VERSION);
+    program.set_version_flag("--version", "multiplexer " VINTOK_VERSION_TEXT);
     addListening(program, options);
     addParties(program, options);
     addCredentials(program, options);

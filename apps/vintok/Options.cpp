@@ -7,6 +7,7 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <vintok/Version.h>
 
 namespace app {
 
@@ -342,7 +343,7 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
                          std::string &text) {
     CLI::App program("Meetings over TCP, from the command line.", "vintok");
     program.footer(footer);
-    program.set_version_flag("--version", "vintok " VINTOK_VERSION);
+    program.set_version_flag("--version", "vintok " VINTOK_VERSION_TEXT);
     program.set_help_all_flag("--help-all", "Print the help of every command");
     program.require_subcommand(
         -1); // at most one; that one is needed is said below, in better words

@@ -1,4 +1,4 @@
-// Everything public: what an application includes.
+// Everything public: what an application includes. The headers need C++17.
 #ifndef VINTOK_VINTOK_H
 #define VINTOK_VINTOK_H
 
@@ -33,6 +33,7 @@
 #include "vintok/TCPTransport.h"
 #include "vintok/TempRosterEntry.h"
 #include "vintok/UserInfo.h"
+#include "vintok/Version.h"
 #include "vintok/messageUtil.h"
 #include "vintok/testTCPServer.h"
 

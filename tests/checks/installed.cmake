@@ -64,7 +64,7 @@ if(SYSTEM STREQUAL Windows)
 endif()
 run(${SCRATCH}/build/stranger)
 expect_greeting()
-run(${prefix}/bin/vintok --help)
+run(${prefix}/bin/vintok --version)
 run(${prefix}/bin/ConferenceControl -h)
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)

@@ -110,7 +110,7 @@ done | faults "include of a program"
 
 # Each unit with its layer; a unit is the longest name here that a file's name starts with.
 layers='
-0 Export TCPException
+0 Export TCPException Version
 1 BufferManager Chunk RawBuffer WireText TCPAddress HTTPAddress HTTPReply HTTPText TextNumber
 2 TCPStream TCPMutex TCPCertInfo TCPStatusCallback TCPTransport TCPBackgroundTransport StreamInternal Log AcceptGuard StreamBuffer
 2 StreamLoop RelayRun Delivery Deadlines
