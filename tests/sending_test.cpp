@@ -144,5 +144,38 @@ TEST_F(Sending, AllOfItMayHaveGoneWhenItIsCancelled) {
     EXPECT_TRUE(bob->cancelFile(next) && bob.told("sent 2 3") == 1) << "it has not begun";
 }
 
+TEST_F(Sending, WhoRefusesAFileKeepsNothingAndTheSenderIsTold) {
+    WirePeer dan(meeting, "Dan");
+    ASSERT_TRUE(dan.joins(ann.port()) && dan.fences());
+    for (Party *party : {&ann, &bob, &cid})
+        (*party)->setFileRefusedCB([](Library *, std::uint32_t number,
+                                      const ConferenceRosterEntry &by, void *self) {
+            static_cast<Party *>(self)->note("refused", std::to_string(number) + by.firstName());
+        });
+    const auto refuses = [](Party &party, const Party &whose) {
+        party.inside = [&](const std::string &event) {
+            if (event == "at 1024") {
+                EXPECT_TRUE(party->refuseFile(whose->address()));
+                EXPECT_FALSE(party->refuseFile(whose->address())) << "twice";
+            }
+        };
+    };
+    refuses(ann, bob);
+    refuses(cid, bob);
+    starts(bob, 20000000);
+    EXPECT_TRUE(bob.isTold("refused 1Ann") && bob.isTold("refused 1Cid"));
+    EXPECT_TRUE(ann.told("file failed") == 1 && cid.told("file failed") == 1);
+    EXPECT_EQ("nothing", stored(cid) == stored(ann) ? stored(cid) : "something");
+    EXPECT_EQ(0, bob.told("sent 1 5")) << "Dan may want it";
+    ann.inside = cid.inside = nullptr;
+    starts(cid, 5000); // the end of Bob's is not its end
+    dan.hangsUp();
+    EXPECT_TRUE(bob.isTold("sent 1 5"));
+    EXPECT_TRUE(cid.isTold("sent 1 1") && bob.isTold("file whole") && ann.isTold("file whole"));
+    EXPECT_EQ(1, bob.told("refused 1Cid"));
+    starts(bob, 5000);
+    EXPECT_TRUE(bob.isTold("sent 2 1") && cid.isTold("file whole")) << "the next one is wanted";
+}
+
 } // namespace
 } // namespace vintok::test

@@ -314,6 +314,7 @@ const Reader readers[] = {
     readEchoReply<std::uint64_t>,
     readPrivateMessage,
     readPrivateAnswer,
+    readPrivateMessage,
     readBytes,
 };
 static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);

@@ -388,6 +388,7 @@ struct ConferenceParticipant::Route {
             return;
         if (self._fileTransferOrigin.isIPv4() || self._fileTransferOrigin.isIPv6())
             return; // one file at a time
+        Files::forgetRefused(self, message.originAddress());
         self._fileTransferOrigin = message.originAddress();
         self._workings->fileNeighbour = peer;
         self._workings->fileSign = std::chrono::steady_clock::now();
@@ -402,7 +403,8 @@ struct ConferenceParticipant::Route {
     }
     // Of whatever origin, deliberately: an end is how a transfer that hangs is got rid of.
     static void fileEnd(Party &self, Peer *peer, TCPMessage &message) {
-        if (!MembersOnly::mayEndFile(self, peer, message))
+        if (Files::forgetRefused(self, message.originAddress()) ||
+            !MembersOnly::mayEndFile(self, peer, message))
             return;
         body<&Party::_handleFileTransferEnd>(self, peer, message);
         self._fileTransferOrigin.clear();
@@ -419,6 +421,9 @@ struct ConferenceParticipant::Route {
     }
     static void privateAnswer(Party &self, Peer *peer, TCPMessage &message) {
         Talk::answerCame(self, peer, message);
+    }
+    static void fileRefusal(Party &self, Peer *peer, TCPMessage &message) {
+        Talk::fileRefused(self, peer, message);
     }
     static void keepAlive(Party &, Peer *, TCPMessage &) {
         VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
@@ -447,6 +452,7 @@ const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_echoReply32, RELAY_NEVER, false, body<&Party::_handleEchoReply>},
     {&TCP_messageID_46, RELAY_NEVER, false, privateMessage},
     {&TCP_messageID_47, RELAY_NEVER, false, privateAnswer},
+    {&TCP_RECYCLE_ME_1, RELAY_NEVER, false, fileRefusal},
 };
 
 const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {

@@ -336,6 +336,12 @@ public:
     // callback. False for one that has ended, or that they have whole.
     bool cancelFile(std::uint32_t number);
     void setFileSentCB(FileSentCallback callback);
+    // The rest of the file of this party that is arriving is not wanted: the part is removed, the
+    // file-transfer callback called with false, and its sender, if it has used `startFile`, is told
+    // by the file-refused callback. It decides; what everybody has refused ends. False if no file
+    // of this party is arriving. Blocks until it is written.
+    bool refuseFile(const TCPAddress &origin);
+    void setFileRefusedCB(FileRefusedCallback callback);
 
     // Has progress told at most once in so many milliseconds for each file, but its begin and all
     // that has come of it in the end in any case. 0, as at first: for each message.

@@ -194,6 +194,7 @@ void ConferenceParticipant::_handleFileTransferBegin(ConferenceRosterEntry *, un
     relativePath = relativePath.c_str(); // a zero byte ends a path
     VINTOK_LOG(SEVERITY_DEBUG, "_handleFileTransferBegin\n\t" + visibleText(path) + "\n\t\t" +
                                    visibleText(relativePath));
+    _workings->fileName = relativePath;
     Files::openFile(*this, relativePath);
     Files::tellFileProgress(*this, _workings->incomingPace, _fileTransferOrigin, 0, 0,
                             _fileTransferStream != nullptr ? _fileTransferPath : "");
@@ -332,6 +333,26 @@ void ConferenceParticipant::Files::abandonFile(ConferenceParticipant &owner) {
     owner._fileTransferOrigin.clear();
     if (discardFile(owner))
         endFile(owner, address, false);
+}
+
+bool ConferenceParticipant::refuseFile(const TCPAddress &origin) {
+    const Operation operation(*this);
+    const ConferenceRosterEntry *neighbour = _workings->fileNeighbour;
+    if (neighbour == nullptr || !(_fileTransferOrigin == origin))
+        return refuse(TCP_ERROR_INVALID_ADDRESS, "refuseFile: no file of this party is arriving");
+    return _attempt("refuseFile", [&] {
+        _workings->refusedFiles.push_back(_fileTransferOrigin);
+        Talk::refuseFile(*this, *neighbour, _fileTransferOrigin, _workings->fileName);
+        Files::abandonFile(*this);
+        return true;
+    });
+}
+
+// True when the file of this party was refused, and the next one has not come. Its end must not end
+// the file of somebody else.
+bool ConferenceParticipant::Files::forgetRefused(ConferenceParticipant &owner,
+                                                 const TCPAddress &origin) {
+    return std::erase(owner._workings->refusedFiles, origin) != 0;
 }
 
 // What has arrived of a file is of no use without the rest. False when no file is open.

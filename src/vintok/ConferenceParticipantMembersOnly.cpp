@@ -66,6 +66,7 @@ constexpr Permission permissions[] = {
     {&TCP_echoReply32, Rule::no, Rule::asked, Rule::asked},
     {&TCP_messageID_46, Rule::no, Rule::ownFile, Rule::yes},
     {&TCP_messageID_47, Rule::no, Rule::ownFile, Rule::yes},
+    {&TCP_RECYCLE_ME_1, Rule::no, Rule::ownFile, Rule::yes},
 };
 // Of the application's own.
 constexpr Permission otherMessages = {nullptr, Rule::no, Rule::ownWord, Rule::yes};

@@ -312,6 +312,8 @@ void ConferenceParticipant::Outgoing::goOn(ConferenceParticipant &owner, Outgoin
         end(owner, file, file.failed ? FILE_INCOMPLETE : FILE_SENT);
     else if (file.stage == OutgoingFile::Stage::waits)
         begin(owner, file);
+    else if (isUnwanted(owner, file))
+        breakOff(owner, file, FILE_UNWANTED);
     else
         sendRound(owner, file);
 }
@@ -434,6 +436,41 @@ void ConferenceParticipant::Outgoing::endAll(ConferenceParticipant &owner) {
     const std::vector<std::shared_ptr<OutgoingFile>> files = owner._workings->outgoing.files;
     for (const std::shared_ptr<OutgoingFile> &file : files)
         end(owner, *file, FILE_ALONE);
+}
+
+// ---- Who does not want it ----
+
+void ConferenceParticipant::setFileRefusedCB(FileRefusedCallback callback) {
+    _workings->outgoing.refusedCB = callback;
+}
+
+// One that has ended meanwhile had another name, or none is left.
+void ConferenceParticipant::Outgoing::refused(ConferenceParticipant &owner,
+                                              const ConferenceRosterEntry &party,
+                                              std::string_view name) {
+    const OutgoingState &state = owner._workings->outgoing;
+    if (state.files.empty() || state.files.front()->name != name ||
+        state.files.front()->stage == OutgoingFile::Stage::waits)
+        return;
+    OutgoingFile &file = *state.files.front();
+    if (std::find(file.refusedBy.begin(), file.refusedBy.end(), party) != file.refusedBy.end())
+        return;
+    file.refusedBy.push_back(party);
+    if (state.refusedCB != nullptr)
+        state.refusedCB(&owner, file.number, party, owner._userData);
+}
+
+// Whether nobody in the meeting is left who might want it.
+bool ConferenceParticipant::Outgoing::isUnwanted(const ConferenceParticipant &owner,
+                                                 const OutgoingFile &file) {
+    const auto &by = file.refusedBy;
+    return !by.empty() &&
+           std::all_of(owner._attendees.begin(), owner._attendees.end(),
+                       [&](const ConferenceRosterEntry *party) {
+                           return party == nullptr || party->isServer() ||
+                                  !(party->doBroadcast() || party->isShadow()) ||
+                                  std::find(by.begin(), by.end(), *party) != by.end();
+                       });
 }
 
 } // namespace vintok

@@ -41,8 +41,8 @@ bool deliver(int descriptor, TCPMessage &message, Delivery::When when) {
 
 } // namespace
 
-// The body of both messages: a number of the sender's, the party that it is for, and the bytes, or
-// one that says whether they were taken.
+// The body of these messages: a number of the sender's, the party that it is for, and the bytes, or
+// one that says whether they were taken, or the name of a file that is refused.
 struct ConferenceParticipant::Talk::Letter {
     std::uint32_t number = 0;
     TCPAddress party;
@@ -204,6 +204,31 @@ void ConferenceParticipant::Talk::tell(ConferenceParticipant &owner,
     if (DeliveryCallback callback = owner._workings->talk.deliveryCB)
         callback(&owner, awaited.number, awaited.party, taken, owner._userData);
 }
+
+// ---- Files that are not wanted ----
+
+void ConferenceParticipant::Talk::refuseFile(ConferenceParticipant &owner,
+                                             const ConferenceRosterEntry &neighbour,
+                                             const TCPAddress &origin, const std::string &name) {
+    write(owner, neighbour.descriptor(), TCP_RECYCLE_ME_1,
+          {0, origin, reinterpret_cast<const unsigned char *>(name.data()), name.size()});
+}
+
+void ConferenceParticipant::Talk::fileRefused(ConferenceParticipant &owner,
+                                              ConferenceRosterEntry *peer, TCPMessage &message) {
+    Letter letter;
+    if (!MembersOnly::mayCome(owner, peer, message) || !letter.read(message))
+        return;
+    const ConferenceRosterEntry *from = speaker(owner, peer, message);
+    if (!(letter.party == owner._self))
+        passOn(owner, peer, message, letter.party);
+    else if (from != nullptr)
+        Outgoing::refused(
+            owner, *from,
+            {reinterpret_cast<const char *>(letter.data), static_cast<std::size_t>(letter.length)});
+}
+
+// ---- What becomes of letters ----
 
 // What was sent to somebody who leaves, or by way of him, is not waited for any longer.
 void ConferenceParticipant::Talk::left(ConferenceParticipant &owner,

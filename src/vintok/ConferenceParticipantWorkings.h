@@ -17,6 +17,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -136,12 +137,14 @@ struct ConferenceParticipant::OutgoingFile {
     std::uint64_t sent = 0;
     bool failed = false; // something did not reach somebody
     std::vector<Rest> rests;
+    std::vector<TCPAddress> refusedBy;
 };
 
 struct ConferenceParticipant::OutgoingState {
     std::uint32_t lastNumber = 0;
     std::vector<std::shared_ptr<OutgoingFile>> files; // the first is the one that goes
     FileSentCallback sentCB = nullptr;
+    FileRefusedCallback refusedCB = nullptr;
 };
 
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
@@ -158,6 +161,8 @@ struct ConferenceParticipant::Workings {
     const ConferenceRosterEntry *fileNeighbour = nullptr; // whose connection brings the file
     std::chrono::steady_clock::time_point fileSign;       // when something of it came last
     std::string temporaryFile;                            // empty: written in its place
+    std::string fileName;                                 // of what arrives, as its sender has it
+    std::vector<TCPAddress> refusedFiles;                 // whose, until their ends come
     std::string fileFolder;                               // empty: the root of the process
     std::chrono::milliseconds fileInterval{0};            // of telling progress
     FilePace incomingPace;
@@ -270,6 +275,9 @@ struct ConferenceParticipant::Outgoing {
     static void breakOff(ConferenceParticipant &owner, OutgoingFile &file, FileOutcome outcome);
     static void end(ConferenceParticipant &owner, OutgoingFile &file, FileOutcome outcome);
     static void endAll(ConferenceParticipant &owner);
+    static void refused(ConferenceParticipant &owner, const ConferenceRosterEntry &party,
+                        std::string_view name);
+    static bool isUnwanted(const ConferenceParticipant &owner, const OutgoingFile &file);
 };
 
 struct ConferenceParticipant::Relaying {
@@ -356,6 +364,7 @@ struct ConferenceParticipant::Files {
     static void bufferFile(ConferenceParticipant &owner);
     static void endFile(ConferenceParticipant &owner, const TCPAddress &neighbour, bool success);
     static void abandonFile(ConferenceParticipant &owner);
+    static bool forgetRefused(ConferenceParticipant &owner, const TCPAddress &origin);
     static bool discardFile(ConferenceParticipant &owner);
     static bool keepFile(ConferenceParticipant &owner);
     static void removeFile(ConferenceParticipant &owner);
@@ -512,6 +521,10 @@ struct ConferenceParticipant::Talk {
                             TCPMessage &message);
     static void answerCame(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                            TCPMessage &message);
+    static void refuseFile(ConferenceParticipant &owner, const ConferenceRosterEntry &neighbour,
+                           const TCPAddress &origin, const std::string &name);
+    static void fileRefused(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                            TCPMessage &message);
     static const ConferenceRosterEntry *speaker(const ConferenceParticipant &owner,
                                                 const ConferenceRosterEntry *peer,
                                                 const TCPMessage &message);

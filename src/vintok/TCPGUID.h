@@ -52,6 +52,7 @@ enum class MessageBody : unsigned char {
     echoReply,
     privateMessage,
     privateAnswer,
+    fileRefusal,
     reserved, // nobody sends it
 };
 
@@ -89,7 +90,7 @@ inline constexpr MessageKind messageKinds[] = {
     {0x0033, "TCP_echoReply32", MessageBody::echoReply32},
     {0x0020, "TCP_echoRequest", MessageBody::echoRequest},
     {0x0021, "TCP_echoReply", MessageBody::echoReply},
-    {0x0022, "TCP_RECYCLE_ME_1", MessageBody::reserved},
+    {0x0022, "TCP_RECYCLE_ME_1", MessageBody::fileRefusal},
     {0x0034, "TCP_RECYCLE_ME_2", MessageBody::reserved},
     {0x0035, "TCP_RECYCLE_ME_3", MessageBody::reserved},
     {0x0036, "TCP_RECYCLE_ME_4", MessageBody::reserved},
@@ -135,8 +136,8 @@ extern VINTOK_API const TCPGUID TCP_echoReply32;
 extern VINTOK_API const TCPGUID TCP_echoRequest; // clock echo with 64-bit times
 extern VINTOK_API const TCPGUID TCP_echoReply;
 
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_1; // a file is not wanted
 // Held back for later use: no message carries them.
-extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_1;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_2;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_3;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_4;
