@@ -1,0 +1,22 @@
+# Builds the examples against the installed tree, as a stranger would, and runs them.
+include(${CMAKE_CURRENT_LIST_DIR}/run.cmake)
+
+set(compilers -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_C_COMPILER=${C_COMPILER})
+if(TOOLCHAIN)
+  set(compilers -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN})
+endif()
+set(warnings "-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror")
+file(REMOVE_RECURSE ${SCRATCH})
+run(${CMAKE_COMMAND} -S ${SOURCE} -B ${SCRATCH} -G ${GENERATOR} ${compilers}
+  -Dvintok_DIR=${PREFIX}/${LIBDIR}/cmake/vintok "-DCMAKE_CXX_FLAGS=${warnings}" "-DCMAKE_C_FLAGS=${warnings}")
+run(${CMAKE_COMMAND} --build ${SCRATCH})
+if(SYSTEM STREQUAL Windows)
+  file(GLOB libraries ${PREFIX}/bin/*.dll)
+  file(COPY ${libraries} DESTINATION ${SCRATCH})
+  run(${EMULATOR} ${SCRATCH}/windows_loop.exe)
+  if(NOT output MATCHES "Ben: Good morning.*the window knows")
+    message(FATAL_ERROR "the loop printed: ${output}")
+  endif()
+  return()
+endif()
+run(${CMAKE_CURRENT_LIST_DIR}/examples.sh ${SOURCE} ${SCRATCH} ${PREFIX} ${LIBDIR})
