@@ -2,10 +2,13 @@
 // called side does with each message in each state, and the rule that guards hidden addresses.
 #include "support/LogFile.h"
 #include "support/Stage.h"
+#include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <cstring>
 #include <functional>
+#include <thread>
 
 namespace vintok::test {
 namespace {
@@ -307,6 +310,64 @@ TEST_F(Joins, AHostWhoseOnlyCallWasRefusedIsNotBusy) {
     EXPECT_FALSE(ann->isHost());
     ASSERT_TRUE(eve.meets(host));
     EXPECT_FALSE(eve->isHost());
+}
+
+// ---- Who listens where ----
+
+constexpr unsigned char turnedAway = 0x34;
+
+void hearsWhy(Party &party) {
+    party->setUserData(&party);
+    party->setTurnedAwayCB([](ConferenceParticipant *, const ConferenceRosterEntry &whom,
+                              const char *why, void *self) {
+        static_cast<Party *>(self)->note("turnedAway", whom.firstName());
+        EXPECT_THAT(lastErrorString(), testing::HasSubstr(why));
+    });
+}
+
+TEST_F(Joins, WhoCallsWithAnAddressThatIsTakenIsToldSo) {
+    ASSERT_TRUE(annHosts({&dan}));
+    hearsWhy(ann);
+    cid.entry.address = dan.entry.address;
+    for (const bool guarded : {false, true}) {
+        ann->setMembersOnly(guarded);
+        ann.forgets();
+        ASSERT_TRUE(cid.connects(ann.port()) && cid.receives(id::rosterEntry) && cid.saysHello());
+        EXPECT_EQ(Bytes{1}, cid.next(turnedAway).body);
+        EXPECT_TRUE(cid.receives(id::hangup) && ann.told("turnedAway Cid") == 1);
+    }
+    Party eve(meeting, "Eve");
+    hearsWhy(eve);
+    ASSERT_TRUE(eve.asks(host) && host.sends(turnedAway, {1}) && host.seesTheEnd());
+    EXPECT_EQ("turnedAway Host", eve.events.at(eve.events.size() - 2));
+    EXPECT_EQ("noAnswer 127.0.0.1", eve.events.back());
+    ASSERT_TRUE(eve.meets(bob) && bob.sends(turnedAway, {1}) && bob.fences()) << "a member cannot";
+}
+
+TEST_F(Joins, APartyMayListenNowhereOrAnywhere) {
+    ConferenceParticipant::Listening nowhere, anywhere;
+    nowhere.none = anywhere.anyPort = anywhere.localOnly = true;
+    ASSERT_TRUE(ann.hosts("Plan"));
+    ConferenceParticipant one(nowhere), other(anywhere);
+    EXPECT_LT(49151, other.address().hostByteOrderPort());
+    for (ConferenceParticipant *each : {&one, &other}) {
+        each->setFirstName(each == &one ? "One" : "Other");
+        ASSERT_TRUE(each->placeCall("127.0.0.1", ann.port(), "", 0, "", "", 0));
+        EXPECT_TRUE(ann.isTold("join " + each->firstName()));
+    }
+    // Its loop has nothing but its connections.
+    std::thread alone([&] {
+        ConferenceParticipant third(nowhere);
+        EXPECT_FALSE(third.address() == one.address());
+        third.setFirstName("Third");
+        third.setJoinCB([](auto *self, auto &) { self->hangup(); });
+        EXPECT_TRUE(third.startCall("127.0.0.1", ann.port(), "", 0, "", "", 0));
+        TCPSelect().run();
+        EXPECT_FALSE(third.isMeeting());
+    });
+    EXPECT_TRUE(ann.isTold("join Third") && ann.isTold("leave Third"));
+    alone.join();
+    EXPECT_TRUE(one.isMeeting() && other.isMeeting());
 }
 
 // ---- Old parties ----

@@ -106,6 +106,26 @@ TEST_F(ProgramTest, ACallThatNobodyAnswersEnds) {
     EXPECT_TRUE(interrupted.ends(0));
 }
 
+TEST_F(ProgramTest, AGuestIsOnAPortOfItsOwnOrNowhereAndToldWhyItIsTurnedAway) {
+    Program ann({"host", "--name", "Ann"});
+    const std::string target = ann.target();
+    Program bob({"join", target, "--name", "Bob"});
+    Program cid({"join", target, "--name", "Cid", "--listen", "none"});
+    EXPECT_LT(49151, bob.port());
+    EXPECT_TRUE(cid.tells("port", {{"port", "0"}}));
+    EXPECT_TRUE(ann.tells("joined", {named("Bob")}) && ann.tells("joined", {named("Cid")}));
+    EXPECT_TRUE(bob.isHeard("hello", cid) && cid.isHeard("hello", bob));
+
+    Meeting meeting;
+    WirePeer host(meeting, "Host");
+    host.entry.state = state::meeting | state::host;
+    ASSERT_TRUE(host.listens());
+    Program dan({"join", targetOf(host.port())});
+    ASSERT_TRUE(host.picksUp() && host.saysHello() && host.receives(id::rosterEntry));
+    host.sends(0x34, {1});
+    expectFailure(dan, 1, "turns this party away: this party's address and port are another's");
+}
+
 TEST_F(MeetingTest, LeavingIsToldToTheOthersAndTheHostsEndsTheMeeting) {
     bob.type("/leave");
     EXPECT_TRUE(bob.ends(0));

@@ -297,6 +297,14 @@ bool readPrivateAnswer(Body &body, Fields &fields) {
     return true;
 }
 
+bool readTurnedAway(Body &body, Fields &fields) {
+    unsigned char reason = 0;
+    if (!body.number(reason))
+        return false;
+    fields.number("reason", reason);
+    return true;
+}
+
 // By MessageBody.
 const Reader readers[] = {
     readControlText,
@@ -315,6 +323,7 @@ const Reader readers[] = {
     readPrivateMessage,
     readPrivateAnswer,
     readPrivateMessage,
+    readTurnedAway,
     readBytes,
 };
 static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);

@@ -222,6 +222,15 @@ void addPatience(CLI::App &app, Options &options) {
         ->check(between(0, 86400));
 }
 
+// Where nobody needs to call, a port of its own keeps two guests with one address apart.
+void addGuestListening(CLI::App &app, Options &options) {
+    static const std::map<std::string, bool> places = {{"any", true}, {"none", false}};
+    addListening(app, options, "any that is free, above 49151");
+    addWord(app, "--listen", options.listens, places,
+            "none: listen nowhere, so that nobody can call (any)")
+        ->type_name("any|none");
+}
+
 CLI::App *addJoin(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
     addTarget(*app, options, "Whom to call; with --mux it may be left out");
@@ -232,7 +241,7 @@ CLI::App *addJoin(CLI::App &program, Options &options) {
     addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
-    addListening(*app, options, "the configured port, normally 7777");
+    addGuestListening(*app, options);
     addOutput(*app, options);
     return app;
 }
@@ -254,7 +263,7 @@ CLI::App *addReplay(CLI::App &program, Options &options) {
     addClockStep(*app, options);
     addSecureCall(*app, options);
     addName(*app, options);
-    addListening(*app, options, "the configured port, normally 7777");
+    addGuestListening(*app, options);
     addOutput(*app, options);
     return app;
 }

@@ -48,10 +48,11 @@ struct Options {
     std::string title;
     std::string phone;
 
-    // Where to listen; port 0 is the usual one.
+    // Where to listen; port 0 is the usual one, and for who joins any that is free.
     unsigned short port = 0;
     bool exactPort = false;
     bool localOnly = false;
+    bool listens = true; // a guest may do without
 
     std::string meeting;
     Answer answer = Answer::yes;

@@ -29,7 +29,8 @@ Party::Party(const Options &options, Report &report)
 }
 
 int Party::run() {
-    if (m_listeners == 0 || (m_options.exactPort && m_listeners == 1 && lastFailureIsTakenPort())) {
+    if (m_options.listens && (m_listeners == 0 || (m_options.exactPort && m_listeners == 1 &&
+                                                   lastFailureIsTakenPort()))) {
         const std::string port =
             m_options.port == 0 ? "the usual port" : "port " + std::to_string(m_options.port);
         fail(withLastFailure("cannot listen on " + port));
@@ -54,7 +55,7 @@ int Party::run() {
     vintok::setPeerTimeout(m_options.keepAlive * 1000); // not for the connections of the inbox
     const Person me = self();
     m_people.take(me);
-    m_report.listening(me.address, me.port);
+    m_report.listening(me.address, m_options.listens ? me.port : 0);
     if (m_options.role == Role::host ? host() : call())
         loop();
     if (m_offer)

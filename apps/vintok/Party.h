@@ -37,7 +37,10 @@ private:
     // The library's callbacks get the participant: this one knows its party.
     struct Participant : vintok::ConferenceParticipant {
         Participant(const Options &options, Party &its)
-            : ConferenceParticipant(options.localOnly, options.port, options.exactPort),
+            : ConferenceParticipant(
+                  Listening{options.port, options.exactPort, options.localOnly,
+                            options.role == Role::join && options.port == 0 && !options.exactPort,
+                            !options.listens}),
               party(its) {}
         Party &party;
     };
@@ -89,6 +92,7 @@ private:
     void callEnds(CallEvent event, const std::string &reason);
     void callFails(CallEvent event, const std::string &failure);
     void callBreaks();
+    void turnedAway(const vintok::ConferenceRosterEntry &entry, const std::string &why);
     std::string tellBreak();
     void giveUp(const std::string &reason);
     Person self() const;
@@ -115,9 +119,10 @@ private:
     vintok::TCPSelect m_loop; // the thread's; also the participant's
     Participant m_participant;
     Inbox m_inbox;
-    int m_listeners = 0;     // how many descriptors the loop had when nothing but listening was on
-    int m_host = -1;         // the connection to the host, at a guest
-    std::string m_hostBreak; // why that was broken off, if it was
+    int m_listeners = 0;      // how many descriptors the loop had when nothing but listening was on
+    int m_host = -1;          // the connection to the host, at a guest
+    std::string m_hostBreak;  // why that was broken off, if it was
+    std::string m_turnedAway; // why the own call was, if it was
     int m_exitCode = 0;
     unsigned int m_patience = 0; // ticks until it is left without the host's hanging up
     unsigned int m_seconds = 0;  // since the loop began

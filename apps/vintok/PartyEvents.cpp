@@ -56,6 +56,8 @@ void Party::setCallbacks() {
     });
     m_participant.setNoAnswerCB(
         [](Library *p, const std::string &, const Called &) { of(p).callBreaks(); });
+    m_participant.setTurnedAwayCB(
+        [](Library *p, const Entry &e, const char *why, void *) { of(p).turnedAway(e, why); });
     setTunnelCallbacks();
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
@@ -257,10 +259,24 @@ void Party::callBreaks() {
     std::string failure = m_tunnelCall ? m_tunnelCall->failure() : "";
     const std::string insecure = tellBreak();
     if (failure.empty()) {
-        failure = whom() + (insecure.empty() ? " has hung up without an answer"
-                                             : " cannot be reached securely: " + insecure);
+        failure = whom() + (!m_turnedAway.empty() ? " turns this party away: " + m_turnedAway
+                            : insecure.empty()    ? " has hung up without an answer"
+                                                  : " cannot be reached securely: " + insecure);
     }
     callFails(CallEvent::noAnswer, failure);
+}
+
+// The own call, or one of somebody else.
+void Party::turnedAway(const vintok::ConferenceRosterEntry &entry, const std::string &why) {
+    if (m_stage == Stage::calling) {
+        m_turnedAway = why;
+        return;
+    }
+    const Person person = personOf(entry, m_participant.isHidingIPsRequired());
+    Notice notice{"turned-away", person.name + " was turned away: " + why + '.', {}};
+    notice.fields.text("name", person.name);
+    notice.fields.text("reason", why);
+    m_report.notice(notice);
 }
 
 // Why a connection was broken off that was to be secure; empty when none was.

@@ -113,7 +113,8 @@ std::string Report::nameOf(const Person &person) const {
 
 void Report::listening(const std::string &address, unsigned short port) const {
     tell(JsonLine("port").text("address", address).number("port", port),
-         "Listening on " + address + " port " + std::to_string(port) + '.');
+         port == 0 ? "Listening nowhere: nobody can call this party."
+                   : "Listening on " + address + " port " + std::to_string(port) + '.');
 }
 
 // The output of the client of a relay is for the lines alone.

@@ -23,10 +23,13 @@
 #include "vintok/TCPSelect.h"
 #include "vintok/TCPStream.h"
 
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <random>
+#include <stdexcept>
 
 namespace vintok {
 
@@ -77,26 +80,51 @@ std::string configuredValue(const char *wanted) {
     return result;
 }
 
+// Of those that are for everybody's own use, with all that are searched from there on.
+unsigned short portByChance() {
+    std::random_device random;
+    return static_cast<unsigned short>(49152 + random() % (65536 - 49152 - portSearch));
+}
+
+// One that nobody else has, and nothing is reached at.
+TCPAddress addressOfNobody() {
+    constexpr unsigned short discard = 9;
+    std::random_device random;
+    std::array<unsigned char, 16> bytes = {0x01, 0x00};
+    for (std::size_t i = 8; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(random());
+    std::array<std::uint16_t, 8> words{};
+    std::memcpy(words.data(), bytes.data(), bytes.size());
+    TCPAddress address;
+    address.setIPv6(words.data());
+    address.setHostByteOrderPort(discard);
+    return address;
+}
+
 } // namespace
 
 // ---- Life ----
 
-ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port, bool exactPort) {
+ConferenceParticipant::ConferenceParticipant(bool localOnly, unsigned short port, bool exactPort)
+    : ConferenceParticipant(Listening{port, exactPort, localOnly}) {}
+
+ConferenceParticipant::ConferenceParticipant(const Listening &listening) {
     init();
     try {
         sf_readDebugSwitches();
         sf_getDefaultPort();
         sf_getBindAnonymous();
-        Life::start(*this, localOnly, port != 0 ? port : s_defaultPort, exactPort ? 1 : portSearch);
+        Life::start(*this, listening);
     } catch (const std::bad_alloc &) {
         Life::closeListeners(*this);
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not allocate select object");
+    } catch (const std::runtime_error &) {
+        VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant the system has no random numbers");
     }
 }
 
-void ConferenceParticipant::Life::start(ConferenceParticipant &owner, bool localOnly,
-                                        unsigned short port, std::size_t tries) {
-    if (!listen(owner, localOnly, port, tries)) {
+void ConferenceParticipant::Life::start(ConferenceParticipant &owner, const Listening &listening) {
+    if (!listen(owner, listening)) {
         VINTOK_LOG(SEVERITY_ERROR, "ConferenceParticipant could not create socket");
         return;
     }
@@ -104,7 +132,8 @@ void ConferenceParticipant::Life::start(ConferenceParticipant &owner, bool local
     owner._self.setMinorVersion(s_minorVersion);
     owner._self.setServer(owner._serverMode);
     owner._select = new TCPSelect;
-    watchListeners(owner);
+    if (!listening.none)
+        watchListeners(owner);
 }
 
 ConferenceParticipant::ConferenceParticipant(const ConferenceParticipant &) = default;
@@ -159,20 +188,28 @@ bool ConferenceParticipant::sf_getBindAnonymous() {
 }
 
 // False when neither family could be listened on.
-bool ConferenceParticipant::Life::listen(ConferenceParticipant &owner, bool localOnly,
-                                         unsigned short port, std::size_t tries) {
-    const Listeners listeners = localOnly         ? Listeners::onLoopback(port, tries)
-                                : s_bindAnonymous ? Listeners::anywhere(port, tries)
-                                                  : Listeners::onOwnAddress(port, tries);
+bool ConferenceParticipant::Life::listen(ConferenceParticipant &owner, const Listening &listening) {
+    const std::size_t tries = listening.exactPort && !listening.anyPort ? 1 : portSearch;
+    const unsigned short port = listening.anyPort     ? portByChance()
+                                : listening.port != 0 ? listening.port
+                                                      : s_defaultPort;
+    Listeners listeners;
+    if (listening.none)
+        listeners.addressIPv6 = addressOfNobody();
+    else if (listening.localOnly)
+        listeners = Listeners::onLoopback(port, tries);
+    else
+        listeners = s_bindAnonymous ? Listeners::anywhere(port, tries)
+                                    : Listeners::onOwnAddress(port, tries);
     owner._listenIPv4 = listeners.ipv4;
     owner._listenIPv6 = listeners.ipv6;
-    if (owner._listenIPv6 != -1 && listeners.addressIPv6.isIPv6())
+    if ((owner._listenIPv6 != -1 || listening.none) && listeners.addressIPv6.isIPv6())
         owner._self = listeners.addressIPv6;
     if (owner._listenIPv4 != -1 && listeners.addressIPv4.isIPv4())
         owner._self = listeners.addressIPv4;
     std::printf("\nPORT:%hu\n", listeners.port());
     std::fflush(stdout);
-    return listeners.exist();
+    return listening.none || listeners.exist();
 }
 
 void ConferenceParticipant::Life::watchListeners(ConferenceParticipant &owner) {
@@ -425,6 +462,10 @@ struct ConferenceParticipant::Route {
     static void fileRefusal(Party &self, Peer *peer, TCPMessage &message) {
         Talk::fileRefused(self, peer, message);
     }
+    static void turnedAway(Party &self, Peer *peer, TCPMessage &message) {
+        if (message.messageBufferLength() == 1 && message.messageBuffer()[0] == 1)
+            Roster::turnedAway(self, peer);
+    }
     static void keepAlive(Party &, Peer *, TCPMessage &) {
         VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
     }
@@ -453,6 +494,7 @@ const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_messageID_46, RELAY_NEVER, false, privateMessage},
     {&TCP_messageID_47, RELAY_NEVER, false, privateAnswer},
     {&TCP_RECYCLE_ME_1, RELAY_NEVER, false, fileRefusal},
+    {&TCP_RECYCLE_ME_2, RELAY_NEVER, false, turnedAway},
 };
 
 const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {

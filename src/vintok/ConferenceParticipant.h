@@ -107,6 +107,10 @@ public:
     void setBadAddressCB(CallCallback callback) { _badAddressCB = callback; }
     // The own call ended without an answer.
     void setNoAnswerCB(CallCallback callback) { _noAnswerCB = callback; }
+    // A call was turned away because the caller's address, with its port, is another party's in the
+    // meeting: as happens behind different routers. The caller hears of it if the called party is
+    // of this version, and then that there was no answer.
+    void setTurnedAwayCB(TurnedAwayCallback callback);
     // A party spoke a version below 4 and was hung up. The name is empty for one that called us.
     void setVersionCB(CallCallback callback) { _versionCB = callback; }
     // A proxy or server demands authentication, and retries remain: call again with credentials.
@@ -133,6 +137,9 @@ public:
     // IPv6 share the port. A participant that could not start stays usable: its calls fail.
     explicit ConferenceParticipant(bool localOnly = false, unsigned short port = 0,
                                    bool exactPort = false);
+    // The same as `listening` says. A party that listens nowhere cannot be called and prints 0. Its
+    // address is made up: 100::/64, where nothing is reached, 64 bits by chance, and port 9.
+    explicit ConferenceParticipant(const Listening &listening);
     // Closes every connection without a word to anybody and without a callback.
     ~ConferenceParticipant();
     // A copy shares the loop, the sockets and the roster with its source, and takes no part in

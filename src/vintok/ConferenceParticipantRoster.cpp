@@ -262,10 +262,54 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     if (Crossing::crosses(*this, peer))
         return;
     Crossing::giveUpForTwin(*this, peer);
+    Roster::turnAway(*this, *peer);
+    if (!_isListed(peer))
+        return;
     VINTOK_LOG(SEVERITY_DEBUG,
                formatText("Hanging up on duplicate connection to client %d (", peer->descriptor()) +
                    visibleText(peer->email()) + ")");
     Ending::dismiss(*this, peer);
+}
+
+// Who calls with an address that is taken in the meeting is told so before it is hung up. Of calls
+// that cross both sides know by themselves.
+void ConferenceParticipant::Roster::turnAway(ConferenceParticipant &owner,
+                                             const ConferenceRosterEntry &peer) {
+    const ConferenceRosterEntry *twin = getTwin(owner, &peer);
+    const bool isTaken = twin != nullptr && (twin->doBroadcast() || twin->isShadow());
+    const bool isOwn = MembersOnly::isOwnAddress(owner, peer);
+    const bool isCalled = owner._getPending(peer.descriptor()) != nullptr;
+    if (!isOwn && (isCalled || !isTaken))
+        return;
+    if (!isCalled)
+        sendByte(peer.descriptor(), TCP_RECYCLE_ME_2, 1);
+    tellTurnedAway(owner, peer,
+                   isOwn ? "the other side's address and port are this party's own"
+                         : "the caller's address and port are another party's in the meeting");
+}
+
+void ConferenceParticipant::Roster::tellTurnedAway(ConferenceParticipant &owner,
+                                                   const ConferenceRosterEntry &party,
+                                                   const char *why) {
+    VINTOK_LOG(SEVERITY_WARNING, formatText("Turned away %d (", party.descriptor()) +
+                                     visibleText(party.email()) + "): " + why);
+    refuse(TCP_ERROR_INVALID_ADDRESS, std::string(why));
+    if (TurnedAwayCallback callback = owner._workings->turnedAwayCB)
+        callback(&owner, party, why, owner._userData);
+}
+
+void ConferenceParticipant::setTurnedAwayCB(TurnedAwayCallback callback) {
+    _workings->turnedAwayCB = callback;
+}
+
+// The called party says why it hangs up.
+void ConferenceParticipant::Roster::turnedAway(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer) {
+    if (owner._getPending(peer->descriptor()) == nullptr || peer->doBroadcast() ||
+        getTwin(owner, peer) != nullptr)
+        return;
+    tellTurnedAway(owner, *peer, "this party's address and port are another's in the meeting");
+    owner.mf_hangup(peer);
 }
 
 bool ConferenceParticipant::_isUnique(ConferenceRosterEntry *entry) {

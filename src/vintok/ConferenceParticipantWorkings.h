@@ -177,6 +177,7 @@ struct ConferenceParticipant::Workings {
     GuardState guards;
     TalkState talk;
     OutgoingState outgoing;
+    TurnedAwayCallback turnedAwayCB = nullptr;
 };
 
 // Stands in every operation that can fire a callback or drop a party.
@@ -239,12 +240,10 @@ enum CallOutcome : int {
 // ---- What a participant does, by subject: a struct is defined in the source of its subject ----
 
 struct ConferenceParticipant::Life {
-    static bool listen(ConferenceParticipant &owner, bool localOnly, unsigned short port,
-                       std::size_t tries);
+    static bool listen(ConferenceParticipant &owner, const Listening &listening);
     static void watchListeners(ConferenceParticipant &owner);
     static void closeListeners(ConferenceParticipant &owner);
-    static void start(ConferenceParticipant &owner, bool localOnly, unsigned short port,
-                      std::size_t tries);
+    static void start(ConferenceParticipant &owner, const Listening &listening);
     static bool letIn(ConferenceParticipant &owner, int descriptor, const TCPAddress &from);
     static bool greet(ConferenceParticipant &owner, int descriptor, Shaken how);
     static void turnAway(ConferenceParticipant &owner, int descriptor);
@@ -548,6 +547,10 @@ struct ConferenceParticipant::Roster {
     static bool sendChanges(ConferenceParticipant &owner);
     static ConferenceRosterEntry *getTwin(const ConferenceParticipant &owner,
                                           const ConferenceRosterEntry *entry);
+    static void turnAway(ConferenceParticipant &owner, const ConferenceRosterEntry &peer);
+    static void turnedAway(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
+    static void tellTurnedAway(ConferenceParticipant &owner, const ConferenceRosterEntry &party,
+                               const char *why);
     static void logDuplicate(const ConferenceParticipant &owner,
                              const ConferenceRosterEntry &listed,
                              const ConferenceRosterEntry &entry);

@@ -72,6 +72,10 @@ struct ConferenceTypes {
     using ServerResponseCallback = void (*)(ConferenceParticipant *, unsigned int status,
                                             const std::string &response);
     using AlarmCallback = void (*)();
+    // A call that was turned away because of its caller's address: at the caller whom it has
+    // called, at who was called the caller. `why` is a sentence.
+    using TurnedAwayCallback = void (*)(ConferenceParticipant *, const ConferenceRosterEntry &party,
+                                        const char *why, void *userData);
 
     // ---- What is said ----
 
@@ -113,6 +117,15 @@ struct ConferenceTypes {
     // Who does not want a file.
     using FileRefusedCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
                                          const ConferenceRosterEntry &party, void *userData);
+
+    // Where a participant listens.
+    struct Listening {
+        unsigned short port = 0; // in host byte order; 0: the configured one
+        bool exactPort = false;  // or else the first free one of 255 from there on
+        bool localOnly = false;  // on loopback
+        bool anyPort = false;    // a free one above 49151 in place of all that, by chance
+        bool none = false;       // nowhere
+    };
 
     // ---- Guards ----
 

@@ -67,6 +67,7 @@ public:
     // written to, or has ended or failed: for a connect, or a handshake. One for each descriptor.
     void await(int descriptor, platform::Await what, Deadlines::Function function, void *data);
     void forget(int descriptor);
+    bool isAwaiting() const { return !m_awaited.empty(); }
     // Adds them to those that are waited for.
     void addAwaited(platform::DescriptorSet &readers, platform::DescriptorSet &writers) const;
     // Takes them out of `readers` and calls those that can go on. `isOver` ends the round.

@@ -53,6 +53,7 @@ enum class MessageBody : unsigned char {
     privateMessage,
     privateAnswer,
     fileRefusal,
+    turnedAway,
     reserved, // nobody sends it
 };
 
@@ -91,7 +92,7 @@ inline constexpr MessageKind messageKinds[] = {
     {0x0020, "TCP_echoRequest", MessageBody::echoRequest},
     {0x0021, "TCP_echoReply", MessageBody::echoReply},
     {0x0022, "TCP_RECYCLE_ME_1", MessageBody::fileRefusal},
-    {0x0034, "TCP_RECYCLE_ME_2", MessageBody::reserved},
+    {0x0034, "TCP_RECYCLE_ME_2", MessageBody::turnedAway},
     {0x0035, "TCP_RECYCLE_ME_3", MessageBody::reserved},
     {0x0036, "TCP_RECYCLE_ME_4", MessageBody::reserved},
     {0x0037, "TCP_RECYCLE_ME_5", MessageBody::reserved},
@@ -137,8 +138,8 @@ extern VINTOK_API const TCPGUID TCP_echoRequest; // clock echo with 64-bit times
 extern VINTOK_API const TCPGUID TCP_echoReply;
 
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_1; // a file is not wanted
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_2; // why a call is turned away
 // Held back for later use: no message carries them.
-extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_2;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_3;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_4;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_5;

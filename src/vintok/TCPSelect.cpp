@@ -158,7 +158,7 @@ void TCPSelect::run() {
     m_running = true;
     const Loop loop(*this);
     while (loop.select != nullptr && m_running)
-        if (numDescriptors() == 0)
+        if (m_base == nullptr || m_base->isIdle())
             m_running = false;
         else
             withMemory([&] { return m_base->pollDescriptors(false, &m_running); });

@@ -235,8 +235,12 @@ int TCPSelectBase::nestedDescriptor() {
 
 // ---- Passes ----
 
+bool TCPSelectBase::isIdle() const {
+    return m_table.count() == 0 && !m_loop->isAwaiting();
+}
+
 int TCPSelectBase::pollDescriptors(bool immediate, const std::atomic<bool> *running) {
-    if (m_table.count() == 0)
+    if (isIdle())
         return -1;
     const Pass pass(*this);
     m_loop->beginPass();

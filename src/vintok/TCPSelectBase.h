@@ -36,6 +36,8 @@ public:
     int nestedDescriptor();
     std::int32_t timeout() const;
     int numDescriptors() const { return m_table.count(); }
+    // Nothing is registered, and no connect or handshake is under way.
+    bool isIdle() const;
     bool signalSafe() const { return _signalSafe == 0; }
 
     // As those of `TCPSelect`. With `running`, no wait goes on while it is false (see `WaitLimit`).
