@@ -32,6 +32,8 @@ void Session::setCallbacks() {
             vintok::replyNotifyHideIP(of(p).fd(), p->isHidingIPsRequired());
     });
     m_participant->setCallPendingCB([](Library *p, const Entry &e) { of(p).callPending(e); });
+    // The text has no word for it, but so the caller hears why.
+    m_participant->setTurnedAwayCB([](Library *, const Entry &, const char *, void *) {});
     m_participant->setJoinCB([](Library *p, const Entry &e) { of(p).joined(e); });
     m_participant->setLeaveCB([](Library *p, const Entry &e) { of(p).left(e); });
     m_participant->setUserDataCB([](Library *p, const Entry &e) {

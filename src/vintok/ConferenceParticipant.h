@@ -108,8 +108,8 @@ public:
     // The own call ended without an answer.
     void setNoAnswerCB(CallCallback callback) { _noAnswerCB = callback; }
     // A call was turned away because the caller's address, with its port, is another party's in the
-    // meeting: as happens behind different routers. The caller hears of it if the called party is
-    // of this version, and then that there was no answer.
+    // meeting: as happens behind different routers. The caller hears of it if the called party's
+    // application has set this callback too, and then that there was no answer.
     void setTurnedAwayCB(TurnedAwayCallback callback);
     // A party spoke a version below 4 and was hung up. The name is empty for one that called us.
     void setVersionCB(CallCallback callback) { _versionCB = callback; }

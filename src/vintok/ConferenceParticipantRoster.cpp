@@ -271,8 +271,8 @@ void ConferenceParticipant::_handleRosterEntry(ConferenceRosterEntry *peer, unsi
     Ending::dismiss(*this, peer);
 }
 
-// Who calls with an address that is taken in the meeting is told so before it is hung up. Of calls
-// that cross both sides know by themselves.
+// Who calls with an address that is taken in the meeting is told so before it is hung up, by an
+// application that wants to hear of it itself. Of calls that cross both sides know by themselves.
 void ConferenceParticipant::Roster::turnAway(ConferenceParticipant &owner,
                                              const ConferenceRosterEntry &peer) {
     const ConferenceRosterEntry *twin = getTwin(owner, &peer);
@@ -281,7 +281,7 @@ void ConferenceParticipant::Roster::turnAway(ConferenceParticipant &owner,
     const bool isCalled = owner._getPending(peer.descriptor()) != nullptr;
     if (!isOwn && (isCalled || !isTaken))
         return;
-    if (!isCalled)
+    if (!isCalled && owner._workings->turnedAwayCB != nullptr)
         sendByte(peer.descriptor(), TCP_RECYCLE_ME_2, 1);
     tellTurnedAway(owner, peer,
                    isOwn ? "the other side's address and port are this party's own"
