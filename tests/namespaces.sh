@@ -7,7 +7,8 @@
 # Then a meeting of four over slow lines, on which frames come in packets and end in small ones: whoever
 # waits for the rest of a frame must not keep the others waiting.
 #
-# Then a meeting in which a cable is pulled: both ends find out.
+# Then a meeting over lines that carry 576 bytes at a time, in which a cable is out for a while: nothing is
+# lost. And one in which a member's address changes, and a cable is pulled for good: both ends find out.
 #
 # usage: namespaces.sh PROGRAM
 #
@@ -135,6 +136,43 @@ hold_slow_meeting() {
     does Cid hears "what Bob says"
 }
 
+# start_three OPTION...: Ann hosts, and the other two have joined.
+start_three() {
+    local name
+    types Ann /leave
+    for name in "${!keyboard[@]}"; do
+        ends "$name" 0
+    done
+    start Ann host --meeting Three "$@"
+    sees Ann 'Hosting the meeting "Three".'
+    for name in Bob Cid; do
+        start $name join "$host_target:7777" "$@"
+        sees $name 'The call was accepted.'
+    done
+    sees Bob 'Cid is in the meeting'
+}
+
+hold_rough_meeting() {
+    local name
+    act "Three hosts, whose lines carry 576 bytes at a time"
+    for name in "${hosts[@]}"; do
+        ip -n "$(space $name)" link set cable mtu 576
+        ip -n "$(space switch)" link set "to$name" mtu 576
+    done
+    start_three
+    sends Cid Ann Bob
+
+    act "Bob's cable is out for three seconds, in which he and Cid talk"
+    ip -n "$(space switch)" link set toBob down
+    types Cid 'Said meanwhile.'
+    types Bob 'Nobody answers.'
+    sleep 3
+    ip -n "$(space switch)" link set toBob up
+    sees Bob 'Cid: Said meanwhile.'
+    sees Ann 'Bob: Nobody answers.'
+    says Cid 'Welcome back.' Ann Bob
+}
+
 # Nothing tells anybody that the line is gone: frames just vanish.
 pull_cable() {
     local name=$1
@@ -144,18 +182,19 @@ pull_cable() {
 
 hold_meeting_with_a_broken_line() {
     local name
-    types Ann /leave
-    for name in Ann Bob Cid Dan; do
-        ends $name 0
-    done
     act "Three hosts, and a sign of life every 2 seconds"
-    start Ann host --meeting Broken --keep-alive 2
-    sees Ann 'Hosting the meeting "Broken".'
-    for name in Bob Cid; do
-        start $name join "$host_target:7777" --keep-alive 2
-        sees $name 'The call was accepted.'
+    start_three --keep-alive 2
+    act "Bob gets another address, and joins again from there"
+    ip -n "$(space Bob)" address del "$(address_of Bob)/24" dev cable
+    ip -n "$(space Bob)" address add 192.0.2.20/24 dev cable
+    for name in Ann Cid; do
+        sees $name 'Bob has left the meeting.'
     done
-    sees Bob 'Cid is in the meeting'
+    sees Bob 'The host has left: the meeting is over.'
+    ends Bob 0
+    start Bob join "$host_target:7777" --keep-alive 2
+    sees Bob 'The call was accepted.'
+    says Bob 'Here I am again.' Ann Cid
     pull_cable Cid
     sees Ann 'Cid has left the meeting.'
     sees Bob 'Cid has left the meeting.'
@@ -164,5 +203,6 @@ hold_meeting_with_a_broken_line() {
 
 hold_meeting
 hold_slow_meeting
+hold_rough_meeting
 hold_meeting_with_a_broken_line
 act "Every step was seen."

@@ -28,6 +28,7 @@ public:
 
     // Takes calls. Otherwise `story` says why not.
     bool runs() const { return m_runs; }
+    unsigned short port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string story() const;
 
