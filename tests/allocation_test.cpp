@@ -123,6 +123,9 @@ void annHosts(Scenery &s) {
     s.says(s.bob, {id::fileEnd}, {0, 0, 0, 1});
     s.does([](auto &ann) { ann.sendRoster() && ann.requestRoster() && ann.sendAllKeepAlive(); });
     s.does([&](auto &ann) { ann.transferFile(s.file, s.there); });
+    s.does([&](auto &ann) { ann.startFile(s.file, s.name); });
+    s.says(s.bob, {id::fileBegin}, names);
+    s.does([&](auto &ann) { ann.refuseFile(addressOf(s.bob)); });
     s.bob.closes();
     s.turns();
     s.does([](auto &ann) { ann.hangup(); });

@@ -85,7 +85,6 @@ TEST_F(ProgramFiles, AFileArrivesAndEachEndTellsHowFarItIsAndItsSum) {
             const EventField file = text("file", "plan one.txt");
             EXPECT_TRUE(end->tells("file-begin",
                                    {named(turn.name), self, file, {"size", "150001"}, ofContent}));
-            EXPECT_TRUE(end->tells("file-progress", {{"percent", "50"}}));
             EXPECT_TRUE(end->tells("file-progress", {{"bytes", "150001"}, {"percent", "100"}}));
             EXPECT_TRUE(end->tells("file-end", {named(turn.name),
                                                 self,
@@ -99,7 +98,7 @@ TEST_F(ProgramFiles, AFileArrivesAndEachEndTellsHowFarItIsAndItsSum) {
             "file-refused",
             {named(turn.name), text("reason", "no folder for files was given, with --files DIR")}));
     }
-    EXPECT_EQ(200, count(ann->output(), "file-progress")) << "a hundred for each file";
+    EXPECT_GT(100, count(ann->output(), "file-progress")) << "not for each message";
     expectThatTheMeetingGoesOn();
 }
 
@@ -116,7 +115,6 @@ TEST_F(ProgramFiles, WhatCannotBeSentIsToldAndTheMeetingGoesOn) {
         {folder.path("none"), "there is no file"},
         {folder.path(""), "is a folder"},
         {make("empty", ""), "is empty"},
-        {make("twice/twice", "text"), "occurs earlier in it"},
         {error ? "" : big, error ? "" : "is too big: 2147483648 bytes"},
     };
     for (const auto &[path, why] : cases) {
@@ -207,7 +205,7 @@ TEST_F(ProgramFiles, APersonSeesTheSameOfIt) {
                              "94483e0109734750b8e98c64b5a5b253936caa226f054deac0649c634e87491c, "
                              "in ",
                              &line));
-    EXPECT_THAT(line, HasSubstr("\r\x1b[Kplan.txt [############............]  50% of 150001 bytes"
+    EXPECT_THAT(line, HasSubstr("\r\x1b[Kplan.txt [########################] 100% of 150001 bytes"
                                 "\r\x1b[K"));
 }
 

@@ -1,5 +1,5 @@
-// A meeting carries one file at a time: a receiver takes one at a time, and two parties that both
-// write and do not read would in the end wait for each other. So a sender announces its file, and
+// A meeting carries one file at a time, since a receiver takes one at a time. So a sender announces
+// its file, and
 // the host says whose turn it is: a guest sends when it is told yes, and gives up when it is told
 // no. A host that knows nothing of turns is given some time, and then the announcements of others
 // decide.
@@ -10,7 +10,6 @@
 #include "Files.h"
 
 #include <algorithm>
-#include <bit>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +20,6 @@ namespace app {
 
 namespace {
 
-// Ticks are no measure here: those of the time in which this party sent a file come all at once.
 constexpr std::chrono::seconds turnTime(10); // that the host has to answer
 // After so long without a sign of its file a sender no longer keeps others from sending. Where a
 // file is not stored, its begin is the last sign.
@@ -63,10 +61,8 @@ std::string examine(const std::string &path, FileNews &file) {
     }
     file.path = path;
     file.name = std::filesystem::path(path).filename().string();
-    if (path.find(file.name) + file.name.size() != path.size() || file.name.size() > maxFileName) {
-        return inQuotes(path) + " cannot be sent under this path: the name " + inQuotes(file.name) +
-               " occurs earlier in it; send the file from its own folder";
-    }
+    if (file.name.size() > maxFileName)
+        return inQuotes(path) + " has too long a name";
     if (!sumFile(path, file.announced))
         return "cannot read " + inQuotes(path) + ": " + std::strerror(errno);
     if (file.announced.size == 0)
@@ -79,10 +75,11 @@ bool endsIn(const std::string &path, const std::string &name) {
            path.compare(path.size() - name.size(), name.size(), name) == 0;
 }
 
-std::string whyRefused() {
+std::string whyRefused(const std::string &folder) {
     const char *root = std::getenv("QOR_COLLAB_ROOT_LOCAL");
-    return root && *root ? "it cannot be written below " + inQuotes(root)
-                         : "no folder for files was given, with --files DIR";
+    const std::string place = folder.empty() && root ? root : folder;
+    return place.empty() ? "no folder for files was given, with --files DIR"
+                         : "it cannot be written below " + inQuotes(place);
 }
 
 } // namespace
@@ -111,7 +108,7 @@ void Files::send(const std::string &path, const Person &self) {
 }
 
 void Files::sendNext() {
-    while (!m_outgoing.empty()) {
+    while (!m_outgoing.empty() && !m_sending) {
         if (m_turn == Turn::unasked)
             claim();
         const std::string other = rival();
@@ -121,13 +118,11 @@ void Files::sendNext() {
             m_turn = other.empty() ? Turn::yes : Turn::no;
         }
         if (m_turn == Turn::yes) {
-            transfer();
+            begin();
         } else {
             withdraw((other.empty() ? "somebody else was sending a file" : other) + "; send " +
                      inQuotes(m_outgoing.front().path) + " again when that is over");
         }
-        m_outgoing.pop_front();
-        m_turn = Turn::unasked;
     }
 }
 
@@ -138,23 +133,31 @@ void Files::claim() {
     m_deadline = Clock::now() + turnTime;
 }
 
-void Files::transfer() {
-    FileNews &file = m_outgoing.front();
-    m_sending = true;
-    m_begun = false;
-    const bool sent = m_participant.transferFile(file.path, file.name);
-    m_sending = false;
-    if (!m_begun) {
-        return withdraw(m_people.alone() ? "nobody else is in the meeting"
-                                         : inQuotes(file.path) + " can no longer be read");
-    }
-    broadcast(encodeClosing({placeOf(file.person), true}));
-    m_report.fileEnds(file, sent ? FileEnd::sent : FileEnd::notSent, file.announced);
+void Files::begin() {
+    const FileNews &file = m_outgoing.front();
+    m_sending = m_participant.startFile(file.path, file.name) != 0;
+    if (!m_sending)
+        withdraw(m_people.alone() ? "nobody else is in the meeting"
+                                  : inQuotes(file.path) + " can no longer be read");
+}
+
+void Files::sent(bool whole) {
+    const FileNews file = m_outgoing.front();
+    close(true);
+    m_report.fileEnds(file, whole ? FileEnd::sent : FileEnd::notSent, file.announced);
 }
 
 void Files::withdraw(const std::string &reason) {
-    broadcast(encodeClosing({placeOf(m_outgoing.front().person), false}));
+    close(false);
     m_report.problem(reason);
+}
+
+// The first of those that are to be sent is not any more.
+void Files::close(bool sent) {
+    broadcast(encodeClosing({placeOf(m_outgoing.front().person), sent}));
+    m_outgoing.pop_front();
+    m_turn = Turn::unasked;
+    m_sending = false;
 }
 
 void Files::broadcast(const std::string &body) {
@@ -242,11 +245,9 @@ void Files::left(const Person &person) {
 }
 
 void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path) {
-    if (m_sending) {
-        if (done == 0) {
-            m_begun = true;
+    if (m_sending && origin == m_participant.address()) {
+        if (done == 0)
             return m_report.fileBegins(m_outgoing.front());
-        }
         return tellProgress(m_outgoing.front(), done);
     }
     const Place place = placeOf(origin);
@@ -264,7 +265,7 @@ void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const s
 void Files::begins(const Place &place, const std::string &path) {
     FileNews file = newsOf(place);
     if (path.empty())
-        return m_report.fileRefused(file, whyRefused());
+        return m_report.fileRefused(file, whyRefused(m_folder));
     if (file.name.empty() || !endsIn(path, file.name)) { // not the one that was announced
         file.announced = FileSum();
         file.name = std::filesystem::path(path).filename().string();
@@ -291,16 +292,9 @@ void Files::ends(bool whole, const std::string &path) {
     m_report.fileEnds(file, end, sum);
 }
 
-// Once for each per cent; without a known size each time that the MiB have doubled.
 void Files::tellProgress(FileNews &file, std::uint64_t done) {
-    const auto step = [&file] {
-        return file.announced.size != 0 ? percentOf(file)
-                                        : static_cast<int>(std::bit_width(file.done >> 20));
-    };
-    const int before = step();
     file.done = done;
-    if (step() != before)
-        m_report.fileGoesOn(file);
+    m_report.fileGoesOn(file);
 }
 
 void Files::tick() {

@@ -21,16 +21,17 @@ namespace app {
 
 class Files {
 public:
-    // All three must outlive this object.
-    Files(vintok::ConferenceParticipant &participant, const People &people, Report &report)
-        : m_participant(participant), m_people(people), m_report(report) {}
+    // All must outlive this object. `folder` is where files are stored, empty: as the environment
+    // says.
+    Files(vintok::ConferenceParticipant &participant, const People &people, Report &report,
+          const std::string &folder)
+        : m_participant(participant), m_people(people), m_report(report), m_folder(folder) {}
 
     // ---- Sending ----
 
     // Takes a file up for sending and reports why not where it cannot be. Blocks while it is read.
     void send(const std::string &path, const Person &self);
-    // To be called between two passes of the loop. Sends what it may by now, and blocks until it is
-    // sent.
+    // To be called between two passes of the loop. Begins to send what it may by now.
     void sendNext();
     // Nothing waits to be sent.
     bool allSent() const { return m_outgoing.empty(); }
@@ -44,6 +45,7 @@ public:
     // The library's callbacks.
     void goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path);
     void ends(bool whole, const std::string &path);
+    void sent(bool whole);
     // A second has passed.
     void tick();
 
@@ -67,7 +69,8 @@ private:
     std::string rival() const;
     void broadcast(const std::string &body);
     void claim();
-    void transfer();
+    void begin();
+    void close(bool sent);
     void withdraw(const std::string &reason);
     bool isOther(const Place &place) const;
     void announced(const FileAnnouncement &announcement);
@@ -79,11 +82,11 @@ private:
     vintok::ConferenceParticipant &m_participant;
     const People &m_people;
     Report &m_report;
+    const std::string &m_folder;
     std::deque<FileNews> m_outgoing; // the first is the one that is being sent
     Turn m_turn = Turn::unasked;
     Clock::time_point m_deadline; // of the answer
     bool m_sending = false;       // the library is at work on the first
-    bool m_begun = false;         // and could read it
     std::optional<FileNews> m_incoming;
     Clock::time_point m_lastSign;      // of it
     std::vector<OfferedFile> m_offers; // of parties that are here, one of each

@@ -24,7 +24,7 @@ Party::Party(const Options &options, Report &report)
       m_report(report),
       m_participant(options, *this),
       m_inbox(m_loop),
-      m_files(m_participant, m_people, report) {
+      m_files(m_participant, m_people, report, options.files) {
     m_listeners = m_loop.numDescriptors();
 }
 
@@ -42,10 +42,8 @@ int Party::run() {
     setCallbacks();
     apply(m_options.guards, m_participant);
     vintok::addTime(m_options.clockOffset);
-    if (!m_options.files.empty() && !Participant::setFileRoot(m_options.files)) {
-        fail("cannot keep files in '" + m_options.files + "'");
-        return m_exitCode;
-    }
+    m_participant.setFileFolder(m_options.files);
+    m_participant.setFileProgressInterval(100);
     if (m_options.fileLinks)
         Participant::setFileLinks(true);
     if (!m_inbox.open([this](Inbox::Kind kind, const std::string &text) { take(kind, text); })) {

@@ -34,6 +34,8 @@ void Party::setCallbacks() {
         [](Library *p, const vintok::TCPAddress &, bool whole, const std::string &path) {
             of(p).m_files.ends(whole, path);
         });
+    m_participant.setFileSentCB([](Library *p, std::uint32_t, Library::FileOutcome outcome,
+                                   void *) { of(p).m_files.sent(outcome == Library::FILE_SENT); });
     m_participant.setSlowMemberCB([](Library *p, const Entry &e, std::uint64_t waiting,
                                      Library::SlowMember) { of(p).isSlow(e, waiting); });
     m_participant.setLeadChangeCB([](Library *p, const Entry &e) { of(p).leads(e); });

@@ -225,9 +225,8 @@ void Report::strangeData(std::size_t count) const {
 void Report::fileBegins(const FileNews &file) const {
     tell(
         fileEvent("file-begin", file).text("sha256", file.announced.sha256).text("path", file.path),
-        file.person.self
-            ? "Sending " + titleOf(file) + " to everybody; what others say shows afterwards."
-            : nameOf(file.person) + " sends " + titleOf(file) + '.');
+        file.person.self ? "Sending " + titleOf(file) + " to everybody."
+                         : nameOf(file.person) + " sends " + titleOf(file) + '.');
 }
 
 void Report::fileGoesOn(const FileNews &file) const {
