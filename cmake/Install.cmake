@@ -1,12 +1,17 @@
-# What `cmake --install` puts in place: the shared library, the public headers, the program, and what lets
-# other projects find them (find_package and pkg-config).
+# What `cmake --install` puts in place: the library, the public headers, the programs, the documents, and
+# what lets other projects find them (find_package and pkg-config). `--component` takes one of runtime,
+# development, programs and documentation.
 include(CMakePackageConfigHelpers)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
 
-install(TARGETS vintok EXPORT vintokTargets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+function(vintok_install_library target export)
+  install(TARGETS ${target} EXPORT ${export}
+    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endfunction()
+vintok_install_library(vintok vintokTargets)
 
 get_property(headers GLOBAL PROPERTY vintok_public_headers)
 list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/src/)
@@ -14,6 +19,18 @@ install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vintok)
 get_property(headers GLOBAL PROPERTY vintok_c_public_headers)
 list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/src/)
 install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vintok-c)
+
+# What an archive leaves to who links it.
+get_target_property(library_type vintok TYPE)
+set(static_definition)
+set(static_libraries)
+if(library_type STREQUAL STATIC_LIBRARY)
+  set(static_definition -DVINTOK_STATIC)
+  set(static_libraries -pthread)
+  if(WIN32)
+    set(static_libraries "-lws2_32 -liphlpapi -lsynchronization -pthread")
+  endif()
+endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vintok)
 install(EXPORT vintokTargets NAMESPACE vintok:: DESTINATION ${package_dir})
@@ -25,10 +42,7 @@ install(FILES ${PROJECT_BINARY_DIR}/vintokConfig.cmake ${PROJECT_BINARY_DIR}/vin
   DESTINATION ${package_dir})
 
 if(TARGET vintok_tls)
-  install(TARGETS vintok_tls EXPORT vintokTlsTargets
-    RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  vintok_install_library(vintok_tls vintokTlsTargets)
   get_property(headers GLOBAL PROPERTY vintok_tls_public_headers)
   list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/src/)
   install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vintok-tls)
@@ -47,3 +61,14 @@ if(TARGET vintok_tls)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/vintok-tls.pc.in ${PROJECT_BINARY_DIR}/vintok-tls.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/vintok-tls.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
+
+foreach(program vintok_program ConferenceControl multiplexer)
+  if(TARGET ${program})
+    install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT programs)
+  endif()
+endforeach()
+
+install(FILES ${PROJECT_SOURCE_DIR}/README.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs
+  DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT documentation PATTERN reference EXCLUDE)

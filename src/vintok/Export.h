@@ -1,20 +1,20 @@
-// Marks what the shared libraries export. Everything else stays hidden. A program on Windows that
-// links them as archives defines VINTOK_STATIC.
+// Marks what the shared libraries export. Everything else stays hidden. Who links them as archives
+// defines VINTOK_STATIC, as the package files do.
 #ifndef VINTOK_EXPORT_H
 #define VINTOK_EXPORT_H
 
-#if defined(_WIN32)
+// Of libvintok, and of libvintok-tls.
+#if defined(VINTOK_STATIC)
+#define VINTOK_API
+#define VINTOK_TLS_API
+#elif defined(_WIN32)
 #if defined(VINTOK_BUILDING)
 #define VINTOK_API __declspec(dllexport)
-#elif defined(VINTOK_STATIC)
-#define VINTOK_API
 #else
 #define VINTOK_API __declspec(dllimport)
 #endif
 #if defined(VINTOK_TLS_BUILDING)
 #define VINTOK_TLS_API __declspec(dllexport)
-#elif defined(VINTOK_STATIC)
-#define VINTOK_TLS_API
 #else
 #define VINTOK_TLS_API __declspec(dllimport)
 #endif
