@@ -5,7 +5,7 @@
 set -euo pipefail
 sources=$1 programs=$2 prefix=$3 libdir=$4
 place=$(mktemp -d)
-children=()
+children=() inputs=()
 trap 'kill "${children[@]}" 2>/dev/null || true; wait; rm -rf "$place"' EXIT
 cd "$place"
 
@@ -20,10 +20,14 @@ starts() {
     local name=$1
     shift
     mkfifo "$name.in"
-    "$@" <"$name.in" >"$name.out" 2>&1 &
+    (
+        for input in "${inputs[@]}"; do eval "exec $input>&-"; done # nobody holds another's input open
+        exec "$@" <"$name.in" >"$name.out" 2>&1
+    ) &
     children+=($!)
     eval "$name=$!"
     exec {input}>"$name.in"
+    inputs+=("$input")
     eval "${name}_input=$input"
 }
 
