@@ -51,11 +51,9 @@
 
 namespace vintok {
 
-class StreamLoop;
 class TCPMessage;
 class TCPSelect;
 struct TCPGUID;
-struct Span;
 
 class VINTOK_API ConferenceParticipant : public ConferenceTypes {
 public:
@@ -167,12 +165,15 @@ public:
     unsigned short colorIndex() const { return _self.colorIndex(); }
     void setColorIndex(unsigned short index) { _self.setColorIndex(index); }
 
+    // The identifier is the application's alone. The name is that of the meeting, empty outside
+    // one.
     const std::string &meetingID() const { return _self.meetingID(); }
     void setMeetingID(const std::string &meetingID) { _self.setMeetingID(meetingID); }
     const std::string &meetingName() const { return _self.meetingName(); }
     // False, and nothing changes, unless this party is the host.
     bool setMeetingName(const std::string &meetingName);
 
+    // The bits of the own entry (ConferenceRosterEntry.h), as the others get them with it.
     bool isHost() const { return _self.isHost(); }
     bool isLeader() const { return _self.isLeader(); }
     bool isMeeting() const { return _self.isMeeting(); }
@@ -186,6 +187,7 @@ public:
     bool isMUXEncrypt() const { return _self.isMUXEncrypt(); }
     bool isMUXRedirected() const { return _self.isMUXRedirected(); }
 
+    // Change the bit alone. `setSecurePreferred` needs a party that is secure-able.
     void setMUXEncrypt(bool on) { _self.setMUXEncrypt(on); }
     void setMUXRedirected(bool on) { _self.setMUXRedirected(on); }
     void setSecureAble(bool on) { _self.setSecureAble(on); }
@@ -194,9 +196,8 @@ public:
     void setServerMode(bool on);
     bool serverMode() const { return _serverMode; }
 
-    // The protocol version that is spoken here.
-    static unsigned short majorVersion() { return s_majorVersion; }
-    static unsigned short minorVersion() { return s_minorVersion; }
+    static unsigned short majorVersion() { return s_majorVersion; } // of the protocol
+    static unsigned short minorVersion() { return s_minorVersion; } // likewise
 
     // Process-wide switches for a louder log.
     static bool printDebug() { return s_printDebug; }
@@ -307,7 +308,7 @@ public:
     // members. False for an identifier that the library uses, for nothing to send, and when it did
     // not reach everybody. Blocks until it is written. One that comes without a callback is logged.
     bool sendMessage(const TCPGUID &identifier, const unsigned char *data, std::uint64_t length);
-    void setMessageCB(MessageCallback callback);
+    void setMessageCB(MessageCallback callback); // what others send so
     // Tests every connection of the meeting. True if all took the message or nobody is listed;
     // who is found dead is told by the leave callback. Blocks until the messages are written.
     bool sendAllKeepAlive();
@@ -315,8 +316,8 @@ public:
     void disableUser(const TCPAddress &address);
     void enableUser(const TCPAddress &address);
 
-    // How an application may space out its keep-alives after bad reads.
-    static constexpr unsigned int _badReadKeepAliveDelta = 8;
+    static constexpr unsigned int _badReadKeepAliveDelta =
+        8; // to space keep-alives after bad reads
 
     // ---- Files ----
 
@@ -366,8 +367,7 @@ public:
     // (QOR_COLLAB_ROOT_LINKS, "True"). Off at first. A file that is a link itself is never written.
     static bool setFileLinks(bool used);
 
-    // The bytes of a file that one message carries.
-    static constexpr std::uint64_t _fileTransferChunkSize = 1024;
+    static constexpr std::uint64_t _fileTransferChunkSize = 1024; // bytes of a file in a message
 
     // ---- Versions and security ----
 
@@ -404,7 +404,7 @@ public:
     // takes what he gets, is read more slowly meanwhile. They hold where this party is the host, or
     // a server; a member waits for its host as ever. `mostBytes` 0: no limits.
     void setSlowMemberLimits(const SlowMemberLimits &limits);
-    void setSlowMemberCB(SlowMemberCallback callback);
+    void setSlowMemberCB(SlowMemberCallback callback); // before such a hang-up
     // With a drop callback only `mostBytes` leads to a hang-up.
     void setDropCB(DropCallback callback);
     // How many bytes wait for the member that most wait for: for an application that sends more

@@ -56,6 +56,7 @@ public:
 
     // Waits and dispatches until `interrupt`, or until nothing is registered.
     void run();
+    // Whether `run` is to go on.
     bool running() const { return m_running; }
 
     // Ends `run` once the wait that it is in has ended: with the next readable descriptor, and
@@ -73,6 +74,7 @@ public:
     // for example. Nothing without a successful `setWakeCallback`.
     void wake() const;
 
+    // How many descriptors of the thread have callbacks.
     int numDescriptors() const;
 
     // ---- Inside another loop ----
@@ -81,10 +83,11 @@ public:
     // something has come, or the time is over, it calls `pollDescriptors(true)`, which does what
     // can be done now and returns.
 
+    // One of those to wait for.
     struct Watched {
-        int descriptor;
-        bool reading;
-        bool writing;
+        int descriptor; // not the caller's to close
+        bool reading;   // until it can be read, or has ended
+        bool writing;   // until it has room to be written to
     };
     std::vector<Watched> watched() const;
     // A single descriptor that can be read while one of those can go on, and stays the same;
