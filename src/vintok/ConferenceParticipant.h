@@ -42,7 +42,6 @@
 #include "vintok/Export.h"
 #include "vintok/TempRosterEntry.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -65,7 +64,7 @@ public:
     // this callback every caller is accepted.
     void setCallPendingCB(EntryCallback callback) { _callPendingCB = callback; }
     // A party joined, here or elsewhere in the meeting. Parties that are servers are not reported,
-    // by this and the next three callbacks.
+    // by this and the next three callbacks. `descriptorState`, not `isSecure`, tells of security.
     void setJoinCB(EntryCallback callback) { _joinCB = callback; }
     // A party left. Set this callback even if it does nothing: without it a member may not notice
     // that its host has left, and a host tells its members that somebody left without saying who.
@@ -131,8 +130,10 @@ public:
 
     // Starts the library, listens, and prints "\nPORT:<port>\n" on the standard output (0 if
     // nothing listens). Listens on `port`, or on the configured port for 0, or with `exactPort`
-    // false on the first free one of 255 from there on; on loopback only with `localOnly`. IPv4 and
-    // IPv6 share the port. A participant that could not start stays usable: its calls fail.
+    // false on the first free one of 255 from there on; with `localOnly` on loopback only, and
+    // otherwise where whoever reaches the machine can call, also who only means to join others.
+    // IPv4 and IPv6 share the port. A participant that could not start stays usable: its calls
+    // fail.
     explicit ConferenceParticipant(bool localOnly = false, unsigned short port = 0,
                                    bool exactPort = false);
     // The same as `listening` says. A party that listens nowhere cannot be called and prints 0. Its
@@ -221,7 +222,8 @@ public:
     // With a `meetingID` the call goes through a multiplexing server, behind the proxy if one is
     // named; `authentication` goes to them as it stands, and `retries` bounds how often a redirect
     // or a demand for credentials is followed. False: in a meeting and not its host, bad address,
-    // own address, a call to that address is already listed, or no connection.
+    // that of `address()` itself, a call to that address is already listed, or no connection. By
+    // other addresses of this machine, as 127.0.0.1, a party reaches itself: then no answer comes.
     bool placeCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);

@@ -89,7 +89,10 @@ public:
     // Has asked to lead and waits.
     bool isLeadPending() const;
     void setLeadPending(bool value);
-    // The connection runs over the secure transport.
+    // The join has seen to a secure connection, because a party prefers or requires one; at the
+    // called party alone where it was secure before. Not set for one that a transport has made
+    // secure unasked: `descriptorState` of the descriptor tells that of each connection. A shadow's
+    // is what the host says of its own connection.
     bool isSecure() const;
     void setSecure(bool value);
     // The party says that it has a secure transport.

@@ -36,11 +36,16 @@ public:
     TCPSelect &operator=(const TCPSelect &other);
 
     // Registers `function` with `data` for `descriptor`, and the descriptor with the stream layer,
-    // over the secure transport when `secure`. `flag` has no effect: by convention false for a
-    // listening socket and true for a connected one. At most 1024 descriptors on a thread; any
-    // number of callbacks on each, called in order of registration. False for a null function, a
-    // negative descriptor, a pair that is registered already, a full table, or what the stream
-    // layer refuses.
+    // over the secure transport when `secure`: for sockets over which the library moves the bytes
+    // (TCPStream.h, TCPMessage.h). One from elsewhere becomes blocking and gets buffers of the
+    // library's size. The application closes it, with `closeDescriptor` or `shutdownSocket`: any
+    // other close leaves the stream layer with a number that may be another's next.
+    //
+    // `flag` has no effect: by convention false for a listening socket and true for a connected
+    // one. At most 1024 descriptors on a thread; any number of callbacks on each, called in order
+    // of registration. False for a null function, a negative descriptor, a pair that is registered
+    // already, a full table, or what the stream layer refuses, as it does with whatever is no
+    // socket.
     bool addSocketCallback(int descriptor, TCPSelectCallback function, void *data, bool flag,
                            bool secure);
 
@@ -49,9 +54,11 @@ public:
     // more.
     bool removeCallback(int descriptor, TCPSelectCallback function, void *data);
 
-    // The same for a descriptor of any kind that the system can wait for: a pipe, a terminal, a
-    // timer; on Windows a socket. The stream layer does not learn of it. One that has ended stays
-    // readable: remove it then.
+    // The same for a descriptor whose bytes the application moves by itself: a socket, a pipe, a
+    // terminal, a timer, whatever the system can wait for; on Windows sockets alone. It stays as it
+    // is, and the stream layer does not learn of it. The application closes it, behind
+    // `removeCallback`. One that has ended stays readable: remove it then. A file on a disk is
+    // always readable, and `nestedDescriptor` never shows it.
     bool addReadableCallback(int descriptor, TCPSelectCallback function, void *data);
 
     // Waits and dispatches until `interrupt`, or until nothing is registered.
