@@ -12,7 +12,7 @@ file's, and that of a class which has none. That of a struct holds for those of 
 
 Left out is what needs no word: what is deleted, copying as the compiler does it, and, of what is protected,
 `mf_...` and `m_...` without a comment. A definition outside its class is documented inside. A destructor
-has no comment but its own.
+and a type have no comment but their own.
 """
 import pathlib
 import re
@@ -63,7 +63,7 @@ class Header:
             return []
         if COPIES.match(whole) and whole.endswith('= default;') and not self.isOwn:
             return None
-        if scope.comment:
+        if scope.comment and (self.isOwn or not SCOPE.search(whole)):
             return scope.comment
         if SCOPE.search(whole):
             return self.top if len(self.scopes) == 2 and whole.startswith(('class', 'struct')) else []
@@ -130,7 +130,7 @@ class Header:
                 whole.endswith((';', '}')) or (self.scopes[-1].isEnum and not whole.endswith('=')))):
             self.end(whole, pieces[-1])
         if opens:
-            own = self.scopes[-1].comment
+            own = self.scopes[-1].comment if self.isOwn else []
             self.scopes.append(Scope(bool(re.match(r'(typedef )?enum\b', whole))))
             if re.match(r'(typedef )?(struct|union)\b', whole):
                 self.scopes[-1].common = own

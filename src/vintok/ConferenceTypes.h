@@ -108,6 +108,7 @@ struct ConferenceTypes {
     // 0 when they cannot be had. Each is asked for once, in order. `source` is the sender's own.
     using FileSource = std::uint64_t (*)(ConferenceParticipant *, std::uint64_t offset,
                                          unsigned char *buffer, std::uint64_t room, void *source);
+    // How a file of `startFile` has ended.
     enum FileOutcome : int {
         FILE_SENT = 1,       // to everybody who is in the meeting; who could store it is not known
         FILE_INCOMPLETE = 2, // not all of it to everybody
@@ -116,6 +117,7 @@ struct ConferenceTypes {
         FILE_UNWANTED = 5,   // everybody has refused it
         FILE_ALONE = 6,      // nobody is there any more
     };
+    // Told once of each file.
     using FileSentCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
                                       FileOutcome outcome, void *userData);
     // Who does not want a file.

@@ -96,6 +96,7 @@ public:
         bool reading;   // until it can be read, or has ended
         bool writing;   // until it has room to be written to
     };
+
     std::vector<Watched> watched() const;
     // A single descriptor that can be read while one of those can go on, and stays the same;
     // brought up to date by the call. -1 where the system has no such thing (Windows).
