@@ -19,5 +19,8 @@ function(vintok_import_library target name)
     COMMAND ${CMAKE_DLLTOOL} -m i386:x86-64 -d ${definition} -l ${import}
     DEPENDS ${definition} VERBATIM)
   add_custom_target(${target}_import ALL DEPENDS ${import})
-  install(FILES ${definition} ${import} DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  if(VINTOK_INSTALL)
+    install(FILES ${definition} ${import}
+      DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  endif()
 endfunction()

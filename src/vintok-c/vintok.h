@@ -3,9 +3,8 @@
 // say more of what the operations mean; docs/programming.md has a program.
 //
 // Holds for every function here, unless it says otherwise:
-// - An int32_t result is 1 for done and 0 for refused; a null pointer and a number 0 are refusals
-// as
-//   well. A refusal leaves its reason with the thread: `vintok_last_error` and
+// - An int32_t result is 1 for done and 0 for refused; a null pointer and a number 0 are refusals,
+//   too. A refusal leaves its reason with the thread: `vintok_last_error` and
 //   `vintok_last_error_text`. Success leaves that as it was. Nothing throws.
 // - Texts are bytes that end in a zero, UTF-8 for people. A null text counts as an empty one. The
 //   library copies what it keeps; what it gives belongs to the library.
@@ -25,6 +24,7 @@
 #include <stddef.h> // NOLINTBEGIN: a header for C
 #include <stdint.h>
 
+// Of this interface, as the header has it.
 #define VINTOK_C_VERSION_MAJOR 1
 #define VINTOK_C_VERSION_MINOR 0
 
@@ -66,6 +66,7 @@ enum {
     VINTOK_ERROR_SYSTEM = 17
 };
 
+// One of the numbers above, of this thread.
 VINTOK_API int32_t vintok_last_error(void);
 // A sentence for people, cut after 1023 bytes. Good until the thread asks again.
 VINTOK_API const char *vintok_last_error_text(void);
@@ -89,6 +90,7 @@ enum {
     VINTOK_SEVERITY_DEBUG = 16,
     VINTOK_SEVERITY_TRACE = 32
 };
+// `severity` is one of the numbers above; `message` is good until the callback returns.
 typedef void (*vintok_log_callback)(int32_t severity, const char *message, void *user);
 
 // Each level includes those above it. `vintok_start` sets it to VINTOK_LOG_NONE, or to what the
@@ -175,12 +177,14 @@ VINTOK_API int32_t vintok_entry_state(const vintok_entry *entry);
 
 // ---- A participant ----
 
+// One party in a meeting.
 typedef struct vintok_participant vintok_participant;
 
 enum {
     VINTOK_LOCAL_ONLY = 0x1, // listens on loopback
     VINTOK_EXACT_PORT = 0x2  // and not on one of the 254 ports behind it
 };
+// How to listen: `flags` are those above.
 typedef struct vintok_participant_options {
     uint32_t size;
     uint32_t flags;
@@ -211,12 +215,13 @@ VINTOK_API int32_t vintok_set_state(vintok_participant *participant, int32_t sta
 // Becomes the host of a meeting, or renames that of a host who is alone.
 VINTOK_API int32_t vintok_host(vintok_participant *participant, const char *meeting_name);
 
+// How to call: each that is zero or null is left to the library.
 typedef struct vintok_call_options {
     uint32_t size;
-    uint32_t retries;       // how often a redirect or a demand for credentials is followed
-    uint16_t port;          // 0: the configured one
-    uint16_t proxy_port;    // 0: 80
-    uint32_t reserved;      //
+    uint32_t retries;    // how often a redirect or a demand for credentials is followed
+    uint16_t port;       // 0: the configured one
+    uint16_t proxy_port; // 0: 80
+    uint32_t reserved;
     const char *proxy;      // the name of an HTTP proxy
     const char *meeting_id; // goes through a multiplexing server, behind the proxy if there is one
     const char *authentication; // goes to them as it stands
@@ -438,6 +443,7 @@ typedef struct vintok_caller_limits {
 VINTOK_API int32_t vintok_set_caller_limits(vintok_participant *participant,
                                             const vintok_caller_limits *limits);
 
+// What a meeting may have: members besides the host, bytes of a roster entry and of a message.
 typedef struct vintok_meeting_limits {
     uint32_t size;
     uint32_t members;
@@ -503,6 +509,7 @@ VINTOK_API int32_t vintok_loop_remove(vintok_loop *loop, int32_t descriptor,
 // Before each of its waits the other loop asks what to wait for and for how long, and behind it
 // calls `vintok_loop_poll(loop, 1)`.
 
+// One of those to wait for: until it can be read, has room to be written to, or for either.
 typedef struct vintok_watched {
     int32_t descriptor;
     int32_t reading;

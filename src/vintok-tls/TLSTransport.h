@@ -44,6 +44,7 @@ enum TLSError : std::uint32_t {
     TLS_ERROR_UNNAMED = 264      // left plain, as `setConnectsUnnamed` says
 };
 
+// Older ones are not spoken.
 enum class TLSVersion { TLS1_2, TLS1_3 };
 
 // All paths are PEM files; what is given in memory is PEM text, and counts before the file.
@@ -71,6 +72,7 @@ struct TLSOptions {
     // where the connect names nobody. Empty: any that leads to a root will do.
     std::string expectedName;
 
+    // The oldest version that is spoken.
     TLSVersion oldest = TLSVersion::TLS1_2;
     // Only algorithms that FIPS 140 approves: AES-GCM, the NIST curves. Whether the cryptographic
     // module is a validated one is another matter.
@@ -91,6 +93,9 @@ struct TLSOptions {
     std::uint32_t connectWait = 200;
 };
 
+// `TCPCertInfo::m_status` where the peer showed no certificate.
+inline constexpr std::uint32_t tlsNoCertificate = 0xFFFFFFFF;
+
 // One for the process, as `setTransport` takes it; any number of threads may use it. It must
 // outlive the descriptors that it secures. The operations of the seam are documented in
 // TCPTransport.h; this is what they mean here:
@@ -108,8 +113,6 @@ struct TLSOptions {
 //   the peer showed none, else OpenSSL's number of what is wrong with it. The texts: subject,
 //   issuer, end of validity ("2030-01-31T12:00:00Z"), SHA-256 fingerprint ("AB:CD:...").
 // Each failure sets the thread's error: the operation, and on a line below it OpenSSL's own words.
-inline constexpr std::uint32_t tlsNoCertificate = 0xFFFFFFFF;
-
 class VINTOK_TLS_API TLSTransport final : public TCPTransport, public TCPBackgroundTransport {
 public:
     TLSTransport();

@@ -34,9 +34,11 @@ public:
 
     // ---- Position ----
 
-    // The start of the range, wherever the cursor is.
+    // The range, wherever the cursor is.
     unsigned char *buffer() const;
     std::uint64_t bufferLength() const;
+
+    // Bytes from the start of the range to the cursor; `rewind` makes them 0.
     std::uint64_t tell() const;
     void rewind();
 
@@ -75,6 +77,7 @@ public:
     std::enable_if_t<isOtherInt64<T>, std::uint64_t> write(T value);
 
     // The same, with a failure passed over in silence: who needs to know uses `read` and `write`.
+
     BufferManager &operator>>(signed char &value);
     BufferManager &operator>>(unsigned char &value);
     BufferManager &operator>>(short &value);

@@ -18,6 +18,7 @@ namespace platform {
 struct Process;
 }
 
+// What became of the control process.
 enum ConferenceError {
     CONFERENCE_NO_ERROR = 0,
     CONFERENCE_ERROR = 1, // no callback, no memory, or a callback that threw
@@ -30,10 +31,11 @@ enum ConferenceError {
     CONFERENCE_SINGLETON_ERROR = 8, // the lock failed
 };
 
+// What the control process is started with.
 struct ConferenceProcessOptions {
-    bool debug = false;
-    bool verbose = false;
-    bool roster = false;
+    bool debug = false;     // it logs in detail
+    bool verbose = false;   // it logs what happens
+    bool roster = false;    // it logs every roster
     bool reserved4 = false; // no effect
     bool reserved5 = false; // no effect
     bool sslAuto = false;   // secure connections where possible
@@ -80,6 +82,7 @@ public:
     ConferenceProcess(const ConferenceProcess &) = delete;
     ConferenceProcess &operator=(const ConferenceProcess &) = delete;
 
+    // Of this object; CONFERENCE_NO_ERROR as long as nothing has failed.
     ConferenceError getLastError() const { return _lastError; }
 
     // For processes started from now on; 30,000 milliseconds at first.

@@ -42,7 +42,6 @@
 #include "vintok/Export.h"
 #include "vintok/TempRosterEntry.h"
 
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -51,11 +50,9 @@
 
 namespace vintok {
 
-class StreamLoop;
 class TCPMessage;
 class TCPSelect;
 struct TCPGUID;
-struct Span;
 
 class VINTOK_API ConferenceParticipant : public ConferenceTypes {
 public:
@@ -67,7 +64,7 @@ public:
     // this callback every caller is accepted.
     void setCallPendingCB(EntryCallback callback) { _callPendingCB = callback; }
     // A party joined, here or elsewhere in the meeting. Parties that are servers are not reported,
-    // by this and the next three callbacks.
+    // by this and the next three callbacks. `descriptorState`, not `isSecure`, tells of security.
     void setJoinCB(EntryCallback callback) { _joinCB = callback; }
     // A party left. Set this callback even if it does nothing: without it a member may not notice
     // that its host has left, and a host tells its members that somebody left without saying who.
@@ -133,8 +130,10 @@ public:
 
     // Starts the library, listens, and prints "\nPORT:<port>\n" on the standard output (0 if
     // nothing listens). Listens on `port`, or on the configured port for 0, or with `exactPort`
-    // false on the first free one of 255 from there on; on loopback only with `localOnly`. IPv4 and
-    // IPv6 share the port. A participant that could not start stays usable: its calls fail.
+    // false on the first free one of 255 from there on; with `localOnly` on loopback only, and
+    // otherwise where whoever reaches the machine can call, also who only means to join others.
+    // IPv4 and IPv6 share the port. A participant that could not start stays usable: its calls
+    // fail.
     explicit ConferenceParticipant(bool localOnly = false, unsigned short port = 0,
                                    bool exactPort = false);
     // The same as `listening` says. A party that listens nowhere cannot be called and prints 0. Its
@@ -167,12 +166,15 @@ public:
     unsigned short colorIndex() const { return _self.colorIndex(); }
     void setColorIndex(unsigned short index) { _self.setColorIndex(index); }
 
+    // The identifier is the application's alone. The name is that of the meeting, empty outside
+    // one.
     const std::string &meetingID() const { return _self.meetingID(); }
     void setMeetingID(const std::string &meetingID) { _self.setMeetingID(meetingID); }
     const std::string &meetingName() const { return _self.meetingName(); }
     // False, and nothing changes, unless this party is the host.
     bool setMeetingName(const std::string &meetingName);
 
+    // The bits of the own entry (ConferenceRosterEntry.h), as the others get them with it.
     bool isHost() const { return _self.isHost(); }
     bool isLeader() const { return _self.isLeader(); }
     bool isMeeting() const { return _self.isMeeting(); }
@@ -186,6 +188,7 @@ public:
     bool isMUXEncrypt() const { return _self.isMUXEncrypt(); }
     bool isMUXRedirected() const { return _self.isMUXRedirected(); }
 
+    // Change the bit alone. `setSecurePreferred` needs a party that is secure-able.
     void setMUXEncrypt(bool on) { _self.setMUXEncrypt(on); }
     void setMUXRedirected(bool on) { _self.setMUXRedirected(on); }
     void setSecureAble(bool on) { _self.setSecureAble(on); }
@@ -194,9 +197,8 @@ public:
     void setServerMode(bool on);
     bool serverMode() const { return _serverMode; }
 
-    // The protocol version that is spoken here.
-    static unsigned short majorVersion() { return s_majorVersion; }
-    static unsigned short minorVersion() { return s_minorVersion; }
+    static unsigned short majorVersion() { return s_majorVersion; } // of the protocol
+    static unsigned short minorVersion() { return s_minorVersion; } // likewise
 
     // Process-wide switches for a louder log.
     static bool printDebug() { return s_printDebug; }
@@ -220,7 +222,8 @@ public:
     // With a `meetingID` the call goes through a multiplexing server, behind the proxy if one is
     // named; `authentication` goes to them as it stands, and `retries` bounds how often a redirect
     // or a demand for credentials is followed. False: in a meeting and not its host, bad address,
-    // own address, a call to that address is already listed, or no connection.
+    // that of `address()` itself, a call to that address is already listed, or no connection. By
+    // other addresses of this machine, as 127.0.0.1, a party reaches itself: then no answer comes.
     bool placeCall(const std::string &remoteName, unsigned short port, const std::string &proxyName,
                    unsigned short proxyPort, const std::string &meetingID,
                    const std::string &authentication, unsigned int retries);
@@ -307,7 +310,7 @@ public:
     // members. False for an identifier that the library uses, for nothing to send, and when it did
     // not reach everybody. Blocks until it is written. One that comes without a callback is logged.
     bool sendMessage(const TCPGUID &identifier, const unsigned char *data, std::uint64_t length);
-    void setMessageCB(MessageCallback callback);
+    void setMessageCB(MessageCallback callback); // what others send so
     // Tests every connection of the meeting. True if all took the message or nobody is listed;
     // who is found dead is told by the leave callback. Blocks until the messages are written.
     bool sendAllKeepAlive();
@@ -315,8 +318,8 @@ public:
     void disableUser(const TCPAddress &address);
     void enableUser(const TCPAddress &address);
 
-    // How an application may space out its keep-alives after bad reads.
-    static constexpr unsigned int _badReadKeepAliveDelta = 8;
+    static constexpr unsigned int _badReadKeepAliveDelta =
+        8; // to space keep-alives after bad reads
 
     // ---- Files ----
 
@@ -366,8 +369,7 @@ public:
     // (QOR_COLLAB_ROOT_LINKS, "True"). Off at first. A file that is a link itself is never written.
     static bool setFileLinks(bool used);
 
-    // The bytes of a file that one message carries.
-    static constexpr std::uint64_t _fileTransferChunkSize = 1024;
+    static constexpr std::uint64_t _fileTransferChunkSize = 1024; // bytes of a file in a message
 
     // ---- Versions and security ----
 
@@ -404,7 +406,7 @@ public:
     // takes what he gets, is read more slowly meanwhile. They hold where this party is the host, or
     // a server; a member waits for its host as ever. `mostBytes` 0: no limits.
     void setSlowMemberLimits(const SlowMemberLimits &limits);
-    void setSlowMemberCB(SlowMemberCallback callback);
+    void setSlowMemberCB(SlowMemberCallback callback); // before such a hang-up
     // With a drop callback only `mostBytes` leads to a hang-up.
     void setDropCB(DropCallback callback);
     // How many bytes wait for the member that most wait for: for an application that sends more

@@ -13,6 +13,7 @@ namespace vintok {
 
 class VINTOK_API ConferenceRosterEntry final : public RosterBase {
 public:
+    // What is not given is empty; there is no connection, no state and no meeting.
     explicit ConferenceRosterEntry(int descriptor = -1);
     explicit ConferenceRosterEntry(const RosterBase &party);
     explicit ConferenceRosterEntry(const TCPAddress &address);
@@ -36,6 +37,7 @@ public:
     int descriptor() const;
     void setDescriptor(int descriptor);
 
+    // What a call to the party went by; empty: it was called directly.
     const std::string &proxyName() const;
     bool setProxyName(const std::string &name); // false, changing nothing, without memory
 
@@ -51,6 +53,7 @@ public:
     void setBadRead(bool bad);
     std::uint32_t numBadReads() const;
     std::uint32_t totalBadReads() const;
+    // For the application's keep-alives, in a unit of its own.
     std::uint64_t getBadReadKeepAliveTime() const;
     void setBadReadKeepAliveTime(std::uint64_t time);
 
@@ -63,16 +66,21 @@ public:
 
     // ---- State: one bit for each, in the order of the bits ----
 
+    // The setters change this record alone: they tell nobody.
+
     // The party is in a meeting.
     bool isMeeting() const;
     void setMeeting(bool value);
+    // The meeting's star has its centre there.
     bool isHost() const;
     void setHost(bool value);
+    // One party of a meeting leads it: at first the host.
     bool isLeader() const;
     void setLeader(bool value);
     // Relays and has no user: callbacks about it are suppressed.
     bool isServer() const;
     void setServer(bool value);
+    // Has asked to join and waits for the answer.
     bool isJoinPending() const;
     void setJoinPending(bool value);
     // Known from the roster only, without a connection of its own.
@@ -81,11 +89,16 @@ public:
     // Has asked to lead and waits.
     bool isLeadPending() const;
     void setLeadPending(bool value);
-    // The connection runs over the secure transport.
+    // The join has seen to a secure connection, because a party prefers or requires one; at the
+    // called party alone where it was secure before. Not set for one that a transport has made
+    // secure unasked: `descriptorState` of the descriptor tells that of each connection. A shadow's
+    // is what the host says of its own connection.
     bool isSecure() const;
     void setSecure(bool value);
+    // The party says that it has a secure transport.
     bool isSecureAble() const;
     void setSecureAble(bool value);
+    // The party says that a connection without one is no good to it.
     bool isSecureRequired() const;
     void setSecureRequired(bool value);
     // This call was placed through a tunnel.
@@ -100,12 +113,16 @@ public:
     // A multiplexer's reply is awaited.
     bool isMUXPending() const;
     void setMUXPending(bool value);
+    // The multiplexer carries the traffic encrypted, and a join encrypts nothing itself.
     bool isMUXEncrypt() const;
     void setMUXEncrypt(bool value);
+    // The party takes a secure connection where it can have one.
     bool isSecurePreferred() const;
     void setSecurePreferred(bool value);
+    // A multiplexer has sent this call elsewhere.
     bool isMUXRedirected() const;
     void setMUXRedirected(bool value);
+    // The party demands FIPS-grade security.
     bool isFIPSSecureRequired() const;
     void setFIPSSecureRequired(bool value);
     // The party's addresses are to be hidden from others.

@@ -26,16 +26,16 @@ enum ConfService {
 
 // Tells which security option changed, not its new value: ask the participant for that.
 struct VINTOK_API ConfSecurityOptions {
-    bool hideIP = false;
-    bool FIPS = false;
-    bool SSLOnly = false;
+    bool hideIP = false;  // `isHidingIPsRequired`
+    bool FIPS = false;    // `isFIPSSecureRequired`
+    bool SSLOnly = false; // `isSSLOnly`
 };
 
 struct ConferenceTypes {
     // ---- Versions ----
 
-    static constexpr unsigned short s_majorVersion = 4;
-    static constexpr unsigned short s_minorVersion = 0;
+    static constexpr unsigned short s_majorVersion = 4; // of the protocol that is spoken here
+    static constexpr unsigned short s_minorVersion = 0; // likewise
     // The first versions that offer each ConfService.
     static constexpr unsigned short s_majorVersionABI = 4;
     static constexpr unsigned short s_minorVersionABI = 0;
@@ -55,6 +55,7 @@ struct ConferenceTypes {
     // An outgoing call: the name as `placeCall` got it, and what is known of the party.
     using CallCallback = void (*)(ConferenceParticipant *, const std::string &remoteName,
                                   const RosterBase &);
+    // Which options have changed.
     using SecurityCallback = void (*)(ConferenceParticipant *, const ConfSecurityOptions &);
     // The neighbour that passed the file on, whether the file is whole, and its path here.
     using FileTransferCallback = void (*)(ConferenceParticipant *, const TCPAddress &, bool,
@@ -69,8 +70,11 @@ struct ConferenceTypes {
                                    unsigned short port, const std::string &proxyName,
                                    unsigned short proxyPort, const std::string &authentication,
                                    unsigned int retries, const std::string &meetingID);
+    // What a proxy or multiplexer answered: the status of HTTP, 0 for none, and the head as it
+    // came.
     using ServerResponseCallback = void (*)(ConferenceParticipant *, unsigned int status,
                                             const std::string &response);
+    // The application's own.
     using AlarmCallback = void (*)();
     // A call that was turned away because of its caller's address: at the caller whom it has
     // called, at who was called the caller. `why` is a sentence.
@@ -104,6 +108,7 @@ struct ConferenceTypes {
     // 0 when they cannot be had. Each is asked for once, in order. `source` is the sender's own.
     using FileSource = std::uint64_t (*)(ConferenceParticipant *, std::uint64_t offset,
                                          unsigned char *buffer, std::uint64_t room, void *source);
+    // How a file of `startFile` has ended.
     enum FileOutcome : int {
         FILE_SENT = 1,       // to everybody who is in the meeting; who could store it is not known
         FILE_INCOMPLETE = 2, // not all of it to everybody
@@ -112,6 +117,7 @@ struct ConferenceTypes {
         FILE_UNWANTED = 5,   // everybody has refused it
         FILE_ALONE = 6,      // nobody is there any more
     };
+    // Told once of each file.
     using FileSentCallback = void (*)(ConferenceParticipant *, std::uint32_t number,
                                       FileOutcome outcome, void *userData);
     // Who does not want a file.
@@ -129,11 +135,13 @@ struct ConferenceTypes {
 
     // ---- Guards ----
 
+    // For `setSlowMemberLimits`.
     struct SlowMemberLimits {
-        std::uint64_t bytes = std::uint64_t{8} << 20;
-        std::uint32_t milliseconds = 10000;
-        std::uint64_t mostBytes = std::uint64_t{64} << 20;
+        std::uint64_t bytes = std::uint64_t{8} << 20;      // may wait for any time
+        std::uint32_t milliseconds = 10000;                // that more may wait
+        std::uint64_t mostBytes = std::uint64_t{64} << 20; // may wait at all; 0: no limits
     };
+    // Why somebody is hung up who is too slow.
     enum SlowMember : int {
         SLOW_MEMBER_BEHIND = 1, // more than `bytes` has waited for too long
         SLOW_MEMBER_FULL = 2,   // more than `mostBytes` would have waited
@@ -147,19 +155,21 @@ struct ConferenceTypes {
     using DropCallback = bool (*)(ConferenceParticipant *, const ConferenceRosterEntry &,
                                   const unsigned char *data, std::uint64_t length);
 
+    // For `setCallerLimits`; 0: no limit.
     struct CallerLimits {
-        std::uint32_t connections = 0;
-        std::uint32_t perAddress = 0;
-        std::uint32_t helloTime = 0;
-        std::uint32_t joinTime = 0;
-        std::uint64_t frameBytes = 0;
-        std::uint32_t joins = 0;
+        std::uint32_t connections = 0; // of those who have not joined
+        std::uint32_t perAddress = 0;  // of these, from one address or network
+        std::uint32_t helloTime = 0;   // milliseconds from the connect to the hello
+        std::uint32_t joinTime = 0;    // milliseconds from the hello to the request to join
+        std::uint64_t frameBytes = 0;  // of a message, with its header
+        std::uint32_t joins = 0;       // in a second
     };
 
+    // For `setMeetingLimits`; 0: no limit.
     struct MeetingLimits {
-        std::uint32_t members = 0;
-        std::uint64_t frameBytes = 0;
-        std::uint32_t entryBytes = 0;
+        std::uint32_t members = 0;    // besides the host
+        std::uint64_t frameBytes = 0; // of a message, with its header
+        std::uint32_t entryBytes = 0; // of a roster entry
     };
 };
 

@@ -29,6 +29,7 @@ VINTOK_API bool writeReplyString(int descriptor, const std::string &text);
 VINTOK_API std::string formatUShort(unsigned short value);
 VINTOK_API std::string formatUInt(unsigned int value);
 
+// The field for a party's colour, keyword and value; 65535 is none.
 VINTOK_API std::string formatColor(unsigned short value);
 
 // Empty for an address that has no text.

@@ -45,6 +45,7 @@ enum class Field : unsigned char {
     variableValue, // the part behind it
 };
 
+// How a value is written.
 enum class Kind : unsigned char {
     text,
     flag,    // a keyword alone
@@ -54,20 +55,22 @@ enum class Kind : unsigned char {
     choice,  // one of `choices`
 };
 
+// What is known of a field.
 struct FieldRow {
-    Field field;
-    std::string_view name;
-    Kind kind;
-    bool bare = false; // the value has no keyword and stands directly behind the word
-    std::int64_t least = 0;
-    std::int64_t most = 0;
-    std::string_view choices[3] = {};
+    Field field;            // which
+    std::string_view name;  // its keyword
+    Kind kind;              // how its value is written
+    bool bare = false;      // the value has no keyword and stands directly behind the word
+    std::int64_t least = 0; // of a number
+    std::int64_t most = 0;  // of a number
+    std::string_view choices[3] = {}; // of a choice; empty ones are none
 };
 
+// The bounds of numbers.
 inline constexpr std::int64_t most16 = 0xFFFF;
 inline constexpr std::int64_t most32 = 0xFFFFFFFF;
 
-// In the order of the enumeration.
+// A row for each field, in the order of the enumeration.
 inline constexpr FieldRow fieldRows[] = {
     {Field::outcome, "ok", Kind::choice, true, 0, 0, {"true", "false"}},
     {Field::change, "change", Kind::choice, true, 0, 0, {"join", "leave", "ejected"}},
@@ -100,6 +103,7 @@ inline constexpr FieldRow fieldRows[] = {
     {Field::variableValue, "variableValue", Kind::text, true},
 };
 
+// The row of a field.
 constexpr const FieldRow &rowOf(Field field) {
     return fieldRows[static_cast<std::size_t>(field)];
 }
@@ -112,20 +116,25 @@ enum class Use : unsigned char {
     needed, // a text whose value is empty is not sent
 };
 
+// A field of a text.
 struct Part {
-    Field field = Field::outcome;
-    Use use = Use::ifAny;
+    Field field = Field::outcome; // which
+    Use use = Use::ifAny;         // and when it is written
 
+    // Whether a text without it cannot be understood.
     constexpr bool isRequired() const { return use >= Use::always; }
 };
 
 // The fields of a text in the order in which they are written.
 class Parts {
 public:
+    // They are all used alike, in the order given; up to 10.
     template <class... Fields>
     constexpr explicit Parts(Use use, Fields... fields)
         : m_parts{Part{fields, use}...}, m_count(sizeof...(fields)) {}
     constexpr Parts() = default;
+
+    // ---- What is in it: nothing here allocates ----
 
     constexpr const Part *begin() const { return m_parts; }
     constexpr const Part *end() const { return m_parts + m_count; }
@@ -147,17 +156,21 @@ private:
     std::size_t m_count = 0;
 };
 
+// What several texts have in common.
+
 inline constexpr Parts addressParts(Use::ifAny, Field::address, Field::port);
 inline constexpr Parts userParts(Use::ifAny, Field::firstName, Field::lastName, Field::title,
                                  Field::email, Field::phoneNumber);
 inline constexpr Parts colorParts(Use::always, Field::colorIndex);
 inline constexpr Parts partyParts = addressParts + userParts + colorParts;
 
+// A text: its first line, and what may follow.
 struct Word {
-    std::string_view word;
-    Parts parts = {};
+    std::string_view word; // as it stands, without the line feed
+    Parts parts = {};      // in the order of writing
 };
 
+// Of fields that are all left out when empty, and of those that are always there.
 template <class... Fields>
 constexpr Parts ifAny(Fields... fields) {
     return Parts(Use::ifAny, fields...);
@@ -166,6 +179,7 @@ template <class... Fields>
 constexpr Parts always(Fields... fields) {
     return Parts(Use::always, fields...);
 }
+
 inline constexpr Parts outcome = always(Field::outcome);
 inline constexpr Parts machine(Use::needed, Field::machineName);
 inline constexpr Parts file(Use::needed, Field::filePath);
@@ -173,6 +187,7 @@ inline constexpr Parts callNumbers = always(Field::port, Field::proxyPort, Field
 inline constexpr Parts callTexts =
     ifAny(Field::proxyAddress, Field::meetingID, Field::authenticationString);
 
+// What an application may ask.
 inline constexpr Word requests[] = {
     {"startup", always(Field::port) + ifAny(Field::isSecure, Field::hideIP) + userParts +
                     ifAny(Field::meetingID)},
@@ -202,6 +217,7 @@ inline constexpr Word requests[] = {
     {"resumePlayback"},
 };
 
+// What a control process may tell.
 inline constexpr Word notifications[] = {
     {"startup", addressParts + ifAny(Field::isSecure)},
     {"hideIP", outcome},

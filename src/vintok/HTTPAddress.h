@@ -16,6 +16,7 @@ namespace vintok {
 class VINTOK_API HTTPAddress : public TCPAddress {
 public:
     HTTPAddress() = default;
+    // Without a URL and without TLS.
     explicit HTTPAddress(const TCPAddress &address);
     HTTPAddress(const HTTPAddress &) = default;
     HTTPAddress &operator=(const HTTPAddress &) = default;
@@ -30,6 +31,7 @@ public:
     void clear() override;
     bool empty() const override;
 
+    // Whether TLS is meant: the scheme was https.
     bool isSSL() const { return m_isSSL; }
     void setSSL(bool on) { m_isSSL = on; }
 

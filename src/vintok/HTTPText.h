@@ -11,6 +11,8 @@
 
 namespace vintok {
 
+// Headers of older servers, and the request to a proxy: `http_` is a word, `format_` a line with
+// its value but without its end, which is `http_httpNewLine`.
 extern VINTOK_API const char http_QOR_BUILD_INFO[];
 extern VINTOK_API const char http_QOR_BUILD_INFO_oldHeaders[];
 extern VINTOK_API const char http_httpNewLine[];
@@ -30,6 +32,8 @@ extern VINTOK_API const char http_ntlm[];
 extern VINTOK_API const char http_proxyAuthenticate[];
 extern VINTOK_API const char http_wwwAuthenticate[];
 
+// What is said to a multiplexing server, and what it answers, likewise; `...True` are whole lines.
+
 extern VINTOK_API const char http_pLorMUX_ConfParticipantVersion[];
 extern VINTOK_API const char http_pLorMUX_ConferenceAddress[];
 extern VINTOK_API const char http_pLorMUX_Encrypt[];
@@ -39,6 +43,7 @@ extern VINTOK_API const char http_pLorMUX_ProxyAddress[];
 extern VINTOK_API const char http_pLorMUX_ProxyJump_True[]; // with a blank in front
 // What a client writes once its tunnel stands, ahead of everything else.
 extern VINTOK_API const char http_pLorMUX_Ready[];
+
 extern VINTOK_API const char http_pLorMUX_Reason[];
 extern VINTOK_API const char http_pLorMUX_RedirectTrue[];
 extern VINTOK_API const char http_pLorMUX_ResponseRequiredTrue[];

@@ -20,6 +20,7 @@ public:
     // Copies throw std::bad_alloc when there is no memory; the target is then as it was.
     RawBuffer(const RawBuffer &other);
     RawBuffer &operator=(const RawBuffer &other);
+
     ~RawBuffer();
 
     // The first byte, or null when there are none. Valid until the next `resize`.

@@ -18,6 +18,7 @@ public:
 
     RosterBase() = default;
     RosterBase(const RosterBase &) = default;
+    // The rest is empty: no colour, version 0.0.
     explicit RosterBase(const TCPAddress &address);
     explicit RosterBase(const UserInfo &user);
 
@@ -26,6 +27,7 @@ public:
     RosterBase &operator=(const TCPAddress &address);
     RosterBase &operator=(const UserInfo &user);
 
+    // Of the protocol; 0.0 where nobody has told. The colour is a number, `s_noColor` for none.
     std::uint16_t majorVersion() const;
     std::uint16_t minorVersion() const;
     std::uint16_t colorIndex() const;
@@ -33,6 +35,7 @@ public:
     void setMinorVersion(std::uint16_t version);
     void setColorIndex(std::uint16_t index);
 
+    // Address and user become empty, the version 0.0, and the colour none.
     void clear() override;
 
     // No kind of address, no port, no colour and no user. Versions have no say.

@@ -37,18 +37,19 @@ public:
     // Sixteen bytes in network order. An IPv4 address is the last of the `longs`, the rest being
     // zero.
     union IPFormats {
-        std::uint16_t words[8];
-        std::uint32_t longs[4];
+        std::uint16_t words[8]; // the groups of an IPv6 address
+        std::uint32_t longs[4]; // the last is an IPv4 address
     };
 
     // All of an address but its name. Copied and ordered as the 24 bytes that it is.
     struct Storage {
-        IPFormats ip;
-        IPType type;
+        IPFormats ip;           // of a Unix path nothing: that is the name
+        IPType type;            // flags
         std::uint16_t port;     // network byte order
         std::uint16_t maskBits; // 0: no mask
     };
 
+    // The bit by which a small ASCII letter differs from the capital one.
     static constexpr char s_c_lower = 0x20;
 
     TCPAddress() = default;
@@ -58,6 +59,7 @@ public:
     // Resolves `text`; an empty text changes nothing. `empty` tells whether it worked. Blocks.
     TCPAddress &operator=(const std::string &text);
 
+    // Back to no type, no address, no port, no mask and no name.
     virtual void clear();
 
     // An address with only a port, or only a name, is not empty.
@@ -80,6 +82,7 @@ public:
 
     // ---- Address and flags ----
 
+    // The flags, all of them and each for itself.
     IPType ipType() const;
     bool isIPv4() const;
     bool isIPv6() const;
@@ -116,6 +119,7 @@ public:
 
     // ---- Port and name ----
 
+    // 0: none. In network byte order, and as a number.
     std::uint16_t port() const;
     void setPort(std::uint16_t port);
     std::uint16_t hostByteOrderPort() const;

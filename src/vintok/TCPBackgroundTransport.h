@@ -14,16 +14,18 @@ namespace vintok {
 // then fail. What is said of ownership and threads in TCPTransport.h holds here, too.
 class VINTOK_API TCPBackgroundTransport {
 public:
+    // How far a handshake is.
     enum class Progress {
-        done,
+        done,         // the descriptor is secure
         plain,        // the peer has no secure channel: nothing was sent, and no byte was taken
         failed,       // there is no way back: the connection is to be closed
         waitsToRead,  // until the socket can be read, has ended or failed
         waitsToWrite, // until it has room, has ended or failed
         waits         // for the time alone
     };
+    // And when it is to go on.
     struct Step {
-        Progress progress;
+        Progress progress; // the time counts where it waits
         // After so many it goes on in any case; 0: there is no such time.
         std::uint32_t milliseconds;
     };

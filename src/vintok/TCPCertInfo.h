@@ -22,6 +22,8 @@ public:
     void clear();
     bool empty() const;
 
+    // A number and texts whose meaning is the transport's; 0 and empty where it says nothing.
+
     std::uint32_t m_status = 0;
     std::string m_text1;
     std::string m_text2;

@@ -15,11 +15,14 @@ class BufferManager;
 // A plain value of 16 bytes. On the wire the three numbers are big-endian and the bytes follow as
 // they are.
 struct VINTOK_API TCPGUID {
+    // In host byte order.
+
     std::uint32_t Data1;
     std::uint16_t Data2;
     std::uint16_t Data3;
     std::uint8_t Data4[8];
 
+    // By all 16 bytes.
     bool operator==(const TCPGUID &other) const {
         return std::memcmp(this, &other, sizeof(TCPGUID)) == 0;
     }
@@ -36,6 +39,7 @@ static_assert(sizeof(TCPGUID) == 16, "an identifier is compared as the 16 bytes 
 VINTOK_API BufferManager &operator>>(BufferManager &cursor, TCPGUID &identifier);
 VINTOK_API BufferManager &operator<<(BufferManager &cursor, const TCPGUID &identifier);
 
+// What a message carries.
 enum class MessageBody : unsigned char {
     controlText,
     broadcast, // the application's bytes
@@ -57,10 +61,11 @@ enum class MessageBody : unsigned char {
     reserved, // nobody sends it
 };
 
+// What is known of an identifier.
 struct MessageKind {
-    std::uint16_t number; // Data2 of the identifier
-    std::string_view name;
-    MessageBody body;
+    std::uint16_t number;  // Data2 of the identifier
+    std::string_view name; // as below
+    MessageBody body;      // of its messages
 };
 
 // A row for each identifier that has a name of its own.

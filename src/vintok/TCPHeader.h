@@ -23,9 +23,9 @@ namespace vintok {
 
 class VINTOK_API TCPHeader : public TCPAddress {
 public:
-    static constexpr std::uint16_t s_majorVersionIPv4 = 1;
-    static constexpr std::uint64_t s_sizeIPv4 = 36;
-    static const TCPGUID s_zeroID; // a new message's identifier
+    static constexpr std::uint16_t s_majorVersionIPv4 = 1; // of frames with the shorter header
+    static constexpr std::uint64_t s_sizeIPv4 = 36;        // its bytes
+    static const TCPGUID s_zeroID;                         // a new message's identifier
 
     // The versions are those of the frame's format.
     TCPHeader(std::uint16_t major, std::uint16_t minor);
@@ -40,9 +40,9 @@ public:
 
     // ---- Sizes in bytes ----
 
-    std::uint64_t headerSize() const; // of this frame's own form
-    std::uint64_t headerSizeIPv4() const;
-    std::uint64_t headerSizeIPv6() const;
+    std::uint64_t headerSize() const;     // of this frame's own form
+    std::uint64_t headerSizeIPv4() const; // 36
+    std::uint64_t headerSizeIPv6() const; // 60
 
     // ---- Bytes ----
 
@@ -75,8 +75,8 @@ public:
     std::uint16_t majorVersion() const;
     std::uint16_t minorVersion() const;
 
-    const TCPGUID &messageID() const;
-    std::int64_t timeStamp() const; // seconds, as `getTime` gives them
+    const TCPGUID &messageID() const; // what the body is
+    std::int64_t timeStamp() const;   // seconds, as `getTime` gives them
 
     // The sender's own, carried unchanged.
     std::uint16_t messageMajorVersion() const;

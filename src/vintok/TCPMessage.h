@@ -11,6 +11,7 @@ namespace vintok {
 
 class VINTOK_API TCPMessage : public TCPMessageBase {
 public:
+    // Of the frame's format.
     static constexpr std::uint16_t s_majorVersion = 2;
     static constexpr std::uint16_t s_minorVersion = 0;
 

@@ -47,6 +47,7 @@ public:
     // Takes the fields from the bytes of the frame. False when they are not a whole header.
     bool readHeader();
 
+    // The address part of the message; a new one is empty.
     const TCPAddress &originAddress() const;
     bool setOriginAddress(const TCPAddress &address);
     // With this host's own address; what `localAddress` answered.

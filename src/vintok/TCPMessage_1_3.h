@@ -17,6 +17,9 @@ class TCPTransport;
 // A message takes on the version of the frame that it reads. An IPv6 origin cannot be written.
 class VINTOK_API TCPMessage_1_3 : public TCPMessageBase {
 public:
+    // As the function of this name, or of one like it, in TCPStream.h; the versions and the socket
+    // as on TCPMessage.
+
     static constexpr std::uint16_t s_majorVersion = 1;
     static constexpr std::uint16_t s_minorVersion = 3;
 
@@ -54,6 +57,7 @@ public:
     static int connectLocal(unsigned short port);
     // `address` in network order, `port` in host order.
     static int connectToBoundSocketIPv4(unsigned int address, unsigned short port);
+
     static bool shutdownSocket(int descriptor);
 
     // A listening IPv4 socket, or -1. `port` in host order, the one that was taken comes back.
@@ -74,7 +78,9 @@ public:
 
     // False when nothing could be told; else `*count` can be read now.
     static bool pendingBytes(int descriptor, std::uint64_t *count);
+
     static std::int64_t secureBytesPending(int descriptor);
+
     // True only when all `length` bytes went; false for a null buffer or no length.
     static bool readBytes(int descriptor, unsigned char *buffer, std::uint64_t length,
                           TCPStatusCallback *status);

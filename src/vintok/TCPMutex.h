@@ -28,6 +28,7 @@ struct SourcePlace;
 // The operations return 0, or -1 after logging why; they set no `TCPError`.
 class VINTOK_API TCPMutex {
 public:
+    // Never fails; an id that cannot be locked shows with the first `lock`.
     explicit TCPMutex(int id);
     ~TCPMutex();
     TCPMutex(const TCPMutex &) = delete;

@@ -36,11 +36,16 @@ public:
     TCPSelect &operator=(const TCPSelect &other);
 
     // Registers `function` with `data` for `descriptor`, and the descriptor with the stream layer,
-    // over the secure transport when `secure`. `flag` has no effect: by convention false for a
-    // listening socket and true for a connected one. At most 1024 descriptors on a thread; any
-    // number of callbacks on each, called in order of registration. False for a null function, a
-    // negative descriptor, a pair that is registered already, a full table, or what the stream
-    // layer refuses.
+    // over the secure transport when `secure`: for sockets over which the library moves the bytes
+    // (TCPStream.h, TCPMessage.h). One from elsewhere becomes blocking and gets buffers of the
+    // library's size. The application closes it, with `closeDescriptor` or `shutdownSocket`: any
+    // other close leaves the stream layer with a number that may be another's next.
+    //
+    // `flag` has no effect: by convention false for a listening socket and true for a connected
+    // one. At most 1024 descriptors on a thread; any number of callbacks on each, called in order
+    // of registration. False for a null function, a negative descriptor, a pair that is registered
+    // already, a full table, or what the stream layer refuses, as it does with whatever is no
+    // socket.
     bool addSocketCallback(int descriptor, TCPSelectCallback function, void *data, bool flag,
                            bool secure);
 
@@ -49,13 +54,16 @@ public:
     // more.
     bool removeCallback(int descriptor, TCPSelectCallback function, void *data);
 
-    // The same for a descriptor of any kind that the system can wait for: a pipe, a terminal, a
-    // timer; on Windows a socket. The stream layer does not learn of it. One that has ended stays
-    // readable: remove it then.
+    // The same for a descriptor whose bytes the application moves by itself: a socket, a pipe, a
+    // terminal, a timer, whatever the system can wait for; on Windows sockets alone. It stays as it
+    // is, and the stream layer does not learn of it. The application closes it, behind
+    // `removeCallback`. One that has ended stays readable: remove it then. A file on a disk is
+    // always readable, and `nestedDescriptor` never shows it.
     bool addReadableCallback(int descriptor, TCPSelectCallback function, void *data);
 
     // Waits and dispatches until `interrupt`, or until nothing is registered.
     void run();
+    // Whether `run` is to go on.
     bool running() const { return m_running; }
 
     // Ends `run` once the wait that it is in has ended: with the next readable descriptor, and
@@ -73,6 +81,7 @@ public:
     // for example. Nothing without a successful `setWakeCallback`.
     void wake() const;
 
+    // How many descriptors of the thread have callbacks.
     int numDescriptors() const;
 
     // ---- Inside another loop ----
@@ -81,11 +90,13 @@ public:
     // something has come, or the time is over, it calls `pollDescriptors(true)`, which does what
     // can be done now and returns.
 
+    // One of those to wait for.
     struct Watched {
-        int descriptor;
-        bool reading;
-        bool writing;
+        int descriptor; // not the caller's to close
+        bool reading;   // until it can be read, or has ended
+        bool writing;   // until it has room to be written to
     };
+
     std::vector<Watched> watched() const;
     // A single descriptor that can be read while one of those can go on, and stays the same;
     // brought up to date by the call. -1 where the system has no such thing (Windows).

@@ -41,9 +41,9 @@ public:
 
     // Host byte order; 0 when it does not listen.
     unsigned short port() const { return m_port; }
+    // What keep-alive messages carry as their message version; 0.0 at first.
     unsigned short majorVersion() const { return m_majorVersion; }
     unsigned short minorVersion() const { return m_minorVersion; }
-    // What keep-alive messages carry as their message version.
     void setVersion(unsigned short major, unsigned short minor);
     // Null for none.
     void setDataCB(DataCallback function) { m_dataCB = function; }

@@ -38,6 +38,7 @@ class TCPStatusCallback;
 
 // ---- Errors ----
 
+// The kinds of failure.
 enum TCPError : std::uint32_t {
     TCP_ERROR_NO_ERROR = 0,
     TCP_ERROR_UNSPECIFIED_ERROR = 1,   // what cannot be done now, among others: the text says it
@@ -90,6 +91,7 @@ enum LogLevel : std::uint32_t {
     LOG_TRACE = 63 // adds source file, line and function to every message and to error contexts
 };
 
+// Of one entry of the log: the bits of `LogLevel`.
 enum ErrSeverity : std::uint32_t {
     SEVERITY_FATAL = 1,
     SEVERITY_ERROR = 2,

@@ -38,6 +38,7 @@ public:
     // As `TCPAddress::ipString`.
     bool proxyIPString(std::string &text) const;
 
+    // What the call gives to a proxy or server that asks, and the meeting there; empty: none.
     const std::string &authentication() const;
     void setAuthentication(const std::string &authentication);
     const std::string &meetingID() const;

@@ -11,6 +11,8 @@ namespace vintok {
 
 class VINTOK_API UserInfo {
 public:
+    // Bytes as they were given, UTF-8 for people; empty where nothing is told.
+
     const std::string &firstName() const;
     const std::string &lastName() const;
     const std::string &title() const;
@@ -23,6 +25,7 @@ public:
     void setEmail(const std::string &text);
     void setPhone(const std::string &text);
 
+    // All five.
     void clear();
     bool empty() const;
     bool operator==(const UserInfo &other) const;

@@ -19,6 +19,7 @@
 #define VINTOK_VERSION                                                                             \
     (VINTOK_VERSION_MAJOR * 10000 + VINTOK_VERSION_MINOR * 100 + VINTOK_VERSION_PATCH)
 
+// How the next is made.
 #define VINTOK_VERSION_QUOTED(number) #number
 #define VINTOK_VERSION_JOINED(major, minor, patch)                                                 \
     VINTOK_VERSION_QUOTED(major) "." VINTOK_VERSION_QUOTED(minor) "." VINTOK_VERSION_QUOTED(patch)
