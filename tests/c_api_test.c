@@ -265,7 +265,13 @@ static void check_sizes(void) {
     REFUSED(VINTOK_ERROR_INVALID_ARGUMENT, vintok_participant_create(&newer.options));
     newer.options.size = sizeof newer;
     vintok_participant *made = vintok_participant_create(&newer.options);
-    CHECK(made && vintok_participant_destroy(made));
+    CHECK(made);
+    vintok_participant_options taken = newer.options;
+    taken.size = sizeof taken;
+    taken.flags = VINTOK_EXACT_PORT;
+    taken.port = vintok_entry_port(vintok_self(made));
+    REFUSED(VINTOK_ERROR_SYSTEM, vintok_participant_create(&taken));
+    CHECK(vintok_participant_destroy(made));
     newer.more = 1;
     REFUSED(VINTOK_ERROR_INVALID_ARGUMENT, vintok_participant_create(&newer.options));
     newer.more = 0;

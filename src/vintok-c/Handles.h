@@ -16,36 +16,41 @@
 #include <string>
 #include <type_traits>
 
+namespace vintok::c {
+
 // A callback of the application and its pointer.
 template <class Callback>
-struct vintok_handler {
+struct Handler {
     Callback call = nullptr;
     void *user = nullptr;
 };
+
+} // namespace vintok::c
 
 struct vintok_participant : vintok::ConferenceParticipant {
     using ConferenceParticipant::ConferenceParticipant;
 
     int callbacks = 0; // under way
-    vintok_handler<vintok_entry_callback> callPending, join, leave, change, leadChange, leadRequest;
-    vintok_handler<vintok_security_callback> security;
-    vintok_handler<vintok_call_callback> accepted, busy, rejected, ringing, noAnswer, version;
-    vintok_handler<vintok_again_callback> proxy, redirect;
-    vintok_handler<vintok_response_callback> serverResponse;
-    vintok_handler<vintok_reply_callback> leadReply;
-    vintok_handler<vintok_data_callback> said, confidential;
-    vintok_handler<vintok_delivery_callback> delivery;
-    vintok_handler<vintok_message_callback> message;
-    vintok_handler<vintok_file_callback> file;
-    vintok_handler<vintok_progress_callback> fileProgress;
-    vintok_handler<vintok_clock_callback> clock;
-    vintok_handler<vintok_slow_callback> slowMember;
-    vintok_handler<vintok_drop_callback> drop;
+    vintok::c::Handler<vintok_entry_callback> callPending, join, leave, change, leadChange,
+        leadRequest;
+    vintok::c::Handler<vintok_security_callback> security;
+    vintok::c::Handler<vintok_call_callback> accepted, busy, rejected, ringing, noAnswer, version;
+    vintok::c::Handler<vintok_again_callback> proxy, redirect;
+    vintok::c::Handler<vintok_response_callback> serverResponse;
+    vintok::c::Handler<vintok_reply_callback> leadReply;
+    vintok::c::Handler<vintok_data_callback> said, confidential;
+    vintok::c::Handler<vintok_delivery_callback> delivery;
+    vintok::c::Handler<vintok_message_callback> message;
+    vintok::c::Handler<vintok_file_callback> file;
+    vintok::c::Handler<vintok_progress_callback> fileProgress;
+    vintok::c::Handler<vintok_clock_callback> clock;
+    vintok::c::Handler<vintok_slow_callback> slowMember;
+    vintok::c::Handler<vintok_drop_callback> drop;
 };
 
 struct vintok_loop {
     vintok::TCPSelect select;
-    vintok_handler<vintok_wake_callback> wake;
+    vintok::c::Handler<vintok_wake_callback> wake;
 };
 
 namespace vintok::c {

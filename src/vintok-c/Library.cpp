@@ -10,7 +10,7 @@ using c::textOf;
 
 namespace {
 
-vintok_handler<vintok_log_callback> s_log;
+c::Handler<vintok_log_callback> s_log;
 
 void log(ErrSeverity severity, const char *message, void *) {
     s_log.call(static_cast<std::int32_t>(severity), message, s_log.user);

@@ -14,7 +14,7 @@ namespace {
 struct Watch {
     vintok_loop *loop;
     int descriptor;
-    vintok_handler<vintok_descriptor_callback> handler;
+    c::Handler<vintok_descriptor_callback> handler;
 
     bool is(const vintok_loop *of, int which, vintok_descriptor_callback callback,
             void *user) const {
@@ -33,6 +33,7 @@ thread_local std::uintptr_t t_lastWatch = 0;
 thread_local vintok_loop *t_woken = nullptr; // whose wake callback the thread has
 
 void *dataOf(std::uintptr_t number) {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): nobody is to follow it
     return reinterpret_cast<void *>(number);
 }
 

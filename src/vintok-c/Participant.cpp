@@ -122,7 +122,15 @@ vintok_participant *vintok_participant_create(const vintok_participant_options *
             auto participant =
                 std::make_unique<P>((options.flags & VINTOK_LOCAL_ONLY) != 0, options.port,
                                     (options.flags & VINTOK_EXACT_PORT) != 0);
-            return participant->address().port() != 0 ? participant.release() : nullptr;
+            if (participant->address().port() != 0)
+                return participant.release();
+            const TCPError code = lastError(); // its end would take the reason along
+            const std::string text = lastErrorString();
+            participant.reset();
+            const bool isTold = code != TCP_ERROR_NO_ERROR;
+            setLastError(isTold ? code : TCP_ERROR_UNSPECIFIED_ERROR,
+                         isTold ? text : "vintok_participant_create: cannot listen");
+            return nullptr;
         });
 }
 

@@ -5,7 +5,8 @@
 
 #include <vintok/Export.h>
 
-#include <stddef.h> // NOLINTBEGIN: a header for C
+// NOLINTBEGIN: a header for C
+#include <stddef.h>
 #include <stdint.h>
 
 #ifdef __cplusplus

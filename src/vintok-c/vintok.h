@@ -3,9 +3,9 @@
 // say more of what the operations mean; docs/programming.md has a program.
 //
 // Holds for every function here, unless it says otherwise:
-// - An int32_t result is 1 for done and 0 for refused; a null pointer and a number 0 are refusals,
-//   too. A refusal leaves its reason with the thread: `vintok_last_error` and
-//   `vintok_last_error_text`. Success leaves that as it was. Nothing throws.
+// - An int32_t result is 1 for done and 0 for refused; null and a number 0 are refusals too. A
+//   refusal leaves its reason with the thread: `vintok_last_error`, `vintok_last_error_text`.
+//   Success leaves that as it was; starting and stopping clear it. Nothing throws.
 // - Texts are bytes that end in a zero, UTF-8 for people. A null text counts as an empty one. The
 //   library copies what it keeps; what it gives belongs to the library.
 // - A flag is 0 or 1. Ports are in host byte order. Times are milliseconds unless the name says
@@ -21,7 +21,8 @@
 
 #include <vintok/Export.h>
 
-#include <stddef.h> // NOLINTBEGIN: a header for C
+// NOLINTBEGIN: a header for C
+#include <stddef.h>
 #include <stdint.h>
 
 // Of this interface, as the header has it.
