@@ -41,6 +41,9 @@ enum {
     DELIVERY,
     MESSAGE,
     FILE_CAME,
+    FILE_SENT,
+    FILE_REFUSED,
+    TURNED_AWAY,
     PROGRESS,
     CLOCK,
     SLOW,
@@ -164,6 +167,28 @@ static void on_progress(vintok_participant *self, const vintok_entry *origin, ui
     CHECK(total == 0 || done <= total);
     keep(tell(self, PROGRESS, user), origin, path, 0, (int64_t)done);
 }
+static void on_file_sent(vintok_participant *self, uint32_t number, int32_t outcome, void *user) {
+    CHECK(number != 0);
+    keep(tell(self, FILE_SENT, user), NULL, "", 0, outcome);
+}
+static void on_file_refused(vintok_participant *self, uint32_t number, const vintok_entry *party,
+                            void *user) {
+    CHECK(number != 0 && party != NULL);
+    tell(self, FILE_REFUSED, user);
+}
+static void on_turned_away(vintok_participant *self, const vintok_entry *party, const char *why,
+                           void *user) {
+    keep(tell(self, TURNED_AWAY, user), party, why, strlen(why), 0);
+}
+/* Ten thousand bytes, each the last of its place. */
+static size_t read_source(vintok_participant *self, uint64_t offset, uint8_t *buffer, size_t room,
+                          void *user) {
+    size_t count = 0;
+    CHECK(self && user == self);
+    for (; count < room && offset + count < 10000; ++count)
+        buffer[count] = (uint8_t)(offset + count);
+    return count;
+}
 static void on_clock(vintok_participant *self, int64_t added, int64_t subtracted, void *user) {
     keep(tell(self, CLOCK, user), NULL, "", 0, added - subtracted);
 }
@@ -224,6 +249,9 @@ static void begin(struct party *party, const char *name) {
     CHECK(vintok_on_delivery(self, on_delivery, party));
     CHECK(vintok_on_message(self, on_message, party) && vintok_on_file(self, on_file, party));
     CHECK(vintok_on_file_progress(self, on_progress, party));
+    CHECK(vintok_on_file_sent(self, on_file_sent, party));
+    CHECK(vintok_on_file_refused(self, on_file_refused, party));
+    CHECK(vintok_on_turned_away(self, on_turned_away, party));
     CHECK(vintok_on_clock(self, on_clock, party));
 }
 
@@ -272,6 +300,14 @@ static void check_sizes(void) {
     taken.port = vintok_entry_port(vintok_self(made));
     REFUSED(VINTOK_ERROR_SYSTEM, vintok_participant_create(&taken));
     CHECK(vintok_participant_destroy(made));
+    const uint32_t places[] = {VINTOK_ANY_PORT | VINTOK_LOCAL_ONLY, VINTOK_NOWHERE};
+    for (int i = 0; i < 2; ++i) {
+        taken.flags = places[i];
+        CHECK((made = vintok_participant_create(&taken)) != NULL);
+        CHECK(i == 0 ? vintok_entry_port(vintok_self(made)) >= 49152
+                     : vintok_entry_port(vintok_self(made)) == 9);
+        CHECK(vintok_participant_destroy(made));
+    }
     newer.more = 1;
     REFUSED(VINTOK_ERROR_INVALID_ARGUMENT, vintok_participant_create(&newer.options));
     newer.more = 0;
@@ -411,6 +447,26 @@ static void check_talk(struct party *ann, struct party *ben, struct party *cid) 
     CHECK(!vintok_entry_same(vintok_self(ann->self), vintok_self(ben->self)));
 }
 
+static void check_started_files(struct party *ann, struct party *ben, struct party *cid) {
+    uint32_t number;
+    CHECK(vintok_set_file_folder(cid->self, "c_other") && vintok_set_file_folder(cid->self, ""));
+    CHECK(vintok_enable(ann->self, vintok_self(cid->self), 0));
+    CHECK(vintok_set_file_progress_interval(ben->self, 100));
+    CHECK(vintok_start_file(ann->self, "./c_sent.x", "started.x"));
+    CHECK(vintok_start_file_bytes(ann->self, "bytes", 5, "bytes.x"));
+    CHECK(vintok_start_file_from(ann->self, read_source, ann->self, 10000, "source.x"));
+    number = vintok_start_file_bytes(ann->self, "none", 4, "none.x");
+    CHECK(number && vintok_cancel_file(ann->self, number) &&
+          !vintok_cancel_file(ann->self, number));
+    CHECK(ann->told[FILE_SENT] == 1 && has(ann, "", "", VINTOK_FILE_CANCELLED));
+    UNTIL(ann->told[FILE_SENT] == 4 && ben->told[FILE_CAME] == 4)
+    CHECK(has(ann, "", "", VINTOK_FILE_SENT) && has(ben, "Ann", "source.x", 1));
+    CHECK(!vintok_start_file(ann->self, "./c_none.x", "c_none.x"));
+    REFUSED(VINTOK_ERROR_INVALID_ARGUMENT, vintok_start_file_from(ann->self, NULL, NULL, 5, "x"));
+    REFUSED(VINTOK_ERROR_INVALID_ADDRESS, vintok_refuse_file(ben->self, vintok_self(ann->self)));
+    CHECK(vintok_enable(ann->self, vintok_self(cid->self), 1));
+}
+
 static void check_file(struct party *ann, struct party *ben, struct party *cid) {
     FILE *file = fopen("c_sent.x", "wb");
     CHECK(file && fputs("some bytes", file) >= 0 && fclose(file) == 0);
@@ -422,6 +478,7 @@ static void check_file(struct party *ann, struct party *ben, struct party *cid) 
     CHECK(has(ben, "Ann", "c_sent.x", 1) && ben->told[PROGRESS] == 2);
     CHECK(vintok_enable(ann->self, vintok_self(cid->self), 1));
     CHECK(!vintok_send_file(ann->self, "./c_none.x", "c_none.x"));
+    check_started_files(ann, ben, cid);
     remove("c_sent.x");
 }
 

@@ -89,6 +89,11 @@ class Meeting(unittest.TestCase):
             Path(folder, "sent.txt").write_bytes(b"some bytes")
             ann.send_file(Path(folder, "sent.txt"))
             self.assertEqual(await told.get(), ("said", ben, b"some bytes"))
+            ann.on_file_sent = tell("sent")
+            number = ann.start_bytes(b"more bytes", "more.txt")
+            news = [await told.get(), await told.get()]
+            self.assertIn(("sent", number, vintok.FileOutcome.SENT), news)
+            self.assertIn(("said", ben, b"more bytes"), news)
 
             ann.broadcast(b"lead")
             self.assertEqual(await told.get(), ("asks", ben))
@@ -248,7 +253,7 @@ class Declarations(unittest.TestCase):
 
     def letter(self, declared):
         kind = re.sub(r"\w+$", "", declared.strip()).strip()
-        return self.SIMPLE.get(kind, "p" if kind.endswith(("*", "_callback", "_visitor")) else kind)
+        return self.SIMPLE.get(kind, "p" if kind.endswith(("*", "_callback", "_visitor", "_source")) else kind)
 
     def letters(self, result, arguments):
         given = [] if arguments.strip() == "void" else arguments.split(",")

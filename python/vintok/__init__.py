@@ -10,12 +10,13 @@ from typing import Any, Callable, Optional
 from ._entry import Entry, Field, State
 from ._library import PROTOTYPES, Error, call, decoded, done, encoded, guarded, library
 from ._loop import Loop
-from ._participant import Participant
+from ._participant import FileOutcome, Participant
 
 __all__ = [
     "Entry",
     "Error",
     "Field",
+    "FileOutcome",
     "LogLevel",
     "Loop",
     "Participant",

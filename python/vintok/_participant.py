@@ -1,6 +1,7 @@
 """One party in a meeting."""
 
 import ctypes
+import enum
 import os
 from typing import Any, Callable, Dict, Iterable, List, Optional
 
@@ -9,6 +10,15 @@ from ._entry import Entry, Field, State, entry_or_none
 from ._library import PROTOTYPES, call, decoded, done, encoded, guarded, in_use, keep, library
 
 _BytesLike = Any  # whatever bytes() takes
+
+
+class FileOutcome(enum.IntEnum):
+    SENT = 1
+    INCOMPLETE = 2
+    CANCELLED = 3
+    UNREADABLE = 4
+    UNWANTED = 5
+    ALONE = 6
 
 
 def _bytes_at(data: Optional[int], length: int) -> bytes:
@@ -41,6 +51,9 @@ _ARGUMENTS: Dict[str, Callable[..., tuple]] = {
     ),
     "file": lambda neighbour, whole, path: (Entry(neighbour), bool(whole), decoded(path)),
     "progress": lambda origin, done, total, path: (Entry(origin), done, total, decoded(path)),
+    "file_sent": lambda number, outcome: (number, FileOutcome(outcome)),
+    "file_refused": lambda number, party: (number, Entry(party)),
+    "reason": lambda party, why: (Entry(party), decoded(why)),
     "clock": lambda added, subtracted: (added, subtracted),
     "slow": lambda member, waiting, why: (Entry(member), waiting, why),
     "drop": lambda member, data, length: (Entry(member), _bytes_at(data, length)),
@@ -100,6 +113,7 @@ class Participant:
     on_ringing = _Event("call", "(name, party)")
     on_no_answer = _Event("call", "(name, party)")
     on_version = _Event("call", "(name, party): it is too old")
+    on_turned_away = _Event("reason", "(party, why): the caller's address is another's, too")
     on_proxy = _Event("again", "(name, options): `call(name, **options)` with credentials")
     on_redirect = _Event("again", "(name, options): `call(name, **options)`")
     on_server_response = _Event("response", "(status, response)")
@@ -108,6 +122,8 @@ class Participant:
     on_private = _Event("data", "(speaker, bytes)")
     on_delivery = _Event("delivery", "(number, party, taken)")
     on_message = _Event("message", "(neighbour, identifier, bytes): true passes it on")
+    on_file_sent = _Event("file_sent", "(number, outcome): the end of a file that was started")
+    on_file_refused = _Event("file_refused", "(number, party): who does not want it")
     on_file = _Event("file", "(neighbour, whole, path)")
     on_file_progress = _Event("progress", "(origin, done, total, path)")
     on_clock = _Event("clock", "(added, subtracted), in seconds")
@@ -115,13 +131,20 @@ class Participant:
     on_drop = _Event("drop", "(member, bytes): true drops them")
 
     def __init__(
-        self, port: int = 0, *, exact_port: bool = False, local_only: bool = False
+        self,
+        port: int = 0,
+        *,
+        exact_port: bool = False,
+        local_only: bool = False,
+        any_port: bool = False,
+        nowhere: bool = False,
     ) -> None:
-        """Listens on the port, or with `exact_port` false on one of those behind it."""
+        """Listens on the port, or with `exact_port` false on one of those behind it; or on any
+        port above 49151; or nowhere, so that nobody can call."""
         self._handle: Optional[int] = None
         self._callbacks: Dict[str, Any] = {}
         self._retired: List[Any] = []
-        flags = (1 if local_only else 0) | (2 if exact_port else 0)
+        flags = local_only | exact_port << 1 | any_port << 2 | nowhere << 3
         options = _library.ParticipantOptions(flags=flags, port=port)
         self._handle = done(library.vintok_participant_create, ctypes.byref(options))
         in_use.add(self)
@@ -270,6 +293,33 @@ class Participant:
         text = os.fspath(path)
         relative = relative_path if relative_path is not None else os.path.basename(text)
         done(library.vintok_send_file, self._handle, encoded(text), encoded(relative))
+
+    def start_file(self, path: Any, name: Optional[str] = None) -> int:
+        """The same while the loop goes on. `on_file_sent` tells the end under the number."""
+        text = os.fspath(path)
+        name = name if name is not None else os.path.basename(text)
+        return done(library.vintok_start_file, self._handle, encoded(text), encoded(name))
+
+    def start_bytes(self, data: _BytesLike, name: str) -> int:
+        """The same with bytes for a file."""
+        data = bytes(data)
+        return done(
+            library.vintok_start_file_bytes, self._handle, data, len(data), encoded(name)
+        )
+
+    def cancel_file(self, number: int) -> None:
+        done(library.vintok_cancel_file, self._handle, number)
+
+    def refuse_file(self, origin: Entry) -> None:
+        """The rest of what arrives from this party is not wanted."""
+        done(library.vintok_refuse_file, self._handle, origin._handle)
+
+    def set_file_progress_interval(self, milliseconds: int) -> None:
+        done(library.vintok_set_file_progress_interval, self._handle, milliseconds)
+
+    def set_file_folder(self, folder: Any) -> None:
+        """Where what arrives here is stored; empty: where the process stores it."""
+        done(library.vintok_set_file_folder, self._handle, encoded(os.fspath(folder)))
 
     def request_time(self, party: Entry) -> None:
         done(library.vintok_request_time, self._handle, party._handle)

@@ -20,19 +20,11 @@ std::int32_t flag(bool value) {
     return value ? 1 : 0;
 }
 
-// Keeps the participant from being destroyed meanwhile.
 template <auto handler, class... Arguments>
 auto tell(ConferenceParticipant *self, Arguments... arguments) {
-    struct Count {
-        explicit Count(int &count) : m_count(count) { ++m_count; }
-        Count(const Count &) = delete;
-        Count &operator=(const Count &) = delete;
-        ~Count() { --m_count; }
-        int &m_count;
-    };
     auto *const participant = static_cast<P *>(self);
     const auto called = participant->*handler;
-    const Count count(participant->callbacks);
+    const c::Within within(*participant);
     return called.call(participant, arguments..., called.user);
 }
 
@@ -140,6 +132,16 @@ void onFileProgress(ConferenceParticipant *self, const TCPAddress &address, std:
         [&](const vintok_entry *origin) {
             tell<&P::fileProgress>(self, origin, done, total, path.c_str());
         });
+}
+
+void onTurnedAway(ConferenceParticipant *self, const ConferenceRosterEntry &party, const char *why,
+                  void *) {
+    tell<&P::turnedAway>(self, entryOf(party), why);
+}
+
+void onFileRefused(ConferenceParticipant *self, std::uint32_t number,
+                   const ConferenceRosterEntry &party, void *) {
+    tell<&P::fileRefused>(self, number, entryOf(party));
 }
 
 void onSlowMember(ConferenceParticipant *self, const ConferenceRosterEntry &member,
@@ -260,6 +262,34 @@ std::int32_t vintok_on_file_progress(P *participant, vintok_progress_callback ca
                                      void *user) {
     return on<&P::fileProgress, &P::setFileProgressCB>(__func__, participant, onFileProgress,
                                                        callback, user);
+}
+
+std::int32_t vintok_on_turned_away(P *participant, vintok_reason_callback callback, void *user) {
+    return on<&P::turnedAway, &P::setTurnedAwayCB>(__func__, participant, onTurnedAway, callback,
+                                                   user);
+}
+
+std::int32_t vintok_on_file_refused(P *participant, vintok_file_refused_callback callback,
+                                    void *user) {
+    return on<&P::fileRefused, &P::setFileRefusedCB>(__func__, participant, onFileRefused, callback,
+                                                     user);
+}
+
+// The event itself is always there: the end of a file is the end of its source.
+std::int32_t vintok_on_file_sent(P *participant, vintok_file_sent_callback callback, void *user) {
+    return attempt(
+        __func__,
+        [=] {
+            participant->fileSent = {callback, user};
+        },
+        participant);
+}
+
+void c::fileSent(ConferenceParticipant *self, std::uint32_t number,
+                 ConferenceParticipant::FileOutcome outcome, void *) {
+    static_cast<P *>(self)->sources.erase(number);
+    if (static_cast<P *>(self)->fileSent.call != nullptr)
+        tell<&P::fileSent>(self, number, std::int32_t{outcome});
 }
 
 std::int32_t vintok_on_clock(P *participant, vintok_clock_callback callback, void *user) {

@@ -12,6 +12,8 @@
 
 #include <cstdint>
 #include <exception>
+#include <map>
+#include <memory>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -31,6 +33,8 @@ struct vintok_participant : vintok::ConferenceParticipant {
     using ConferenceParticipant::ConferenceParticipant;
 
     int callbacks = 0; // under way
+    // Of the files that go out, by their numbers.
+    std::map<std::uint32_t, std::unique_ptr<vintok::c::Handler<vintok_file_source>>> sources;
     vintok::c::Handler<vintok_entry_callback> callPending, join, leave, change, leadChange,
         leadRequest;
     vintok::c::Handler<vintok_security_callback> security;
@@ -41,7 +45,10 @@ struct vintok_participant : vintok::ConferenceParticipant {
     vintok::c::Handler<vintok_data_callback> said, confidential;
     vintok::c::Handler<vintok_delivery_callback> delivery;
     vintok::c::Handler<vintok_message_callback> message;
+    vintok::c::Handler<vintok_reason_callback> turnedAway;
     vintok::c::Handler<vintok_file_callback> file;
+    vintok::c::Handler<vintok_file_sent_callback> fileSent;
+    vintok::c::Handler<vintok_file_refused_callback> fileRefused;
     vintok::c::Handler<vintok_progress_callback> fileProgress;
     vintok::c::Handler<vintok_clock_callback> clock;
     vintok::c::Handler<vintok_slow_callback> slowMember;
@@ -54,6 +61,22 @@ struct vintok_loop {
 };
 
 namespace vintok::c {
+
+// Keeps a participant from being destroyed while the application is called.
+class Within {
+public:
+    explicit Within(vintok_participant &participant) : m_count(participant.callbacks) { ++m_count; }
+    Within(const Within &) = delete;
+    Within &operator=(const Within &) = delete;
+    ~Within() { --m_count; }
+
+private:
+    int &m_count;
+};
+
+// The end of a file, for the participant and then for the application.
+void fileSent(ConferenceParticipant *self, std::uint32_t number,
+              ConferenceParticipant::FileOutcome outcome, void *userData);
 
 // ---- Entries ----
 

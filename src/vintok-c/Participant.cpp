@@ -105,33 +105,54 @@ bool placeCall(P &participant, const std::string &name, const vintok_call_option
                                  options.retries);
 }
 
+// ---- Life ----
+
+// Its end would take the reason along.
+void keepReason(std::unique_ptr<P> participant) {
+    const TCPError code = lastError();
+    const std::string text = lastErrorString();
+    participant.reset();
+    const bool isTold = code != TCP_ERROR_NO_ERROR;
+    setLastError(isTold ? code : TCP_ERROR_UNSPECIFIED_ERROR,
+                 isTold ? text : "vintok_participant_create: cannot listen");
+}
+
+P *create(const vintok_participant_options *given) {
+    constexpr std::uint32_t known =
+        VINTOK_LOCAL_ONLY | VINTOK_EXACT_PORT | VINTOK_ANY_PORT | VINTOK_NOWHERE;
+    vintok_participant_options options;
+    if (!takeOptions(given, options))
+        return nullptr;
+    if ((options.flags & ~known) != 0 || options.reserved != 0)
+        return isInvalid("vintok_participant_create: an unknown flag"), nullptr;
+    const auto has = [&](std::uint32_t flag) { return (options.flags & flag) != 0; };
+    auto participant = std::make_unique<P>(ConferenceParticipant::Listening{
+        options.port, has(VINTOK_EXACT_PORT), has(VINTOK_LOCAL_ONLY), has(VINTOK_ANY_PORT),
+        has(VINTOK_NOWHERE)});
+    participant->setFileSentCB(c::fileSent);
+    if (participant->address().port() != 0)
+        return participant.release();
+    keepReason(std::move(participant));
+    return nullptr;
+}
+
+// ---- Files ----
+
+std::uint64_t readSource(ConferenceParticipant *self, std::uint64_t offset, unsigned char *buffer,
+                         std::uint64_t room, void *source) {
+    const auto own = *static_cast<c::Handler<vintok_file_source> *>(source);
+    const c::Within within(*static_cast<P *>(self));
+    return own.call(static_cast<P *>(self), offset, buffer, static_cast<std::size_t>(room),
+                    own.user);
+}
+
 } // namespace
 
 // ---- Life ----
 
 vintok_participant *vintok_participant_create(const vintok_participant_options *given) {
     return attempt(
-        __func__,
-        [=]() -> P * {
-            vintok_participant_options options;
-            if (!takeOptions(given, options))
-                return nullptr;
-            if ((options.flags & ~std::uint32_t{VINTOK_LOCAL_ONLY | VINTOK_EXACT_PORT}) != 0 ||
-                options.reserved != 0)
-                return isInvalid("vintok_participant_create: an unknown flag"), nullptr;
-            auto participant =
-                std::make_unique<P>((options.flags & VINTOK_LOCAL_ONLY) != 0, options.port,
-                                    (options.flags & VINTOK_EXACT_PORT) != 0);
-            if (participant->address().port() != 0)
-                return participant.release();
-            const TCPError code = lastError(); // its end would take the reason along
-            const std::string text = lastErrorString();
-            participant.reset();
-            const bool isTold = code != TCP_ERROR_NO_ERROR;
-            setLastError(isTold ? code : TCP_ERROR_UNSPECIFIED_ERROR,
-                         isTold ? text : "vintok_participant_create: cannot listen");
-            return nullptr;
-        });
+        __func__, [=] { return create(given); });
 }
 
 std::int32_t vintok_participant_destroy(P *participant) {
@@ -313,6 +334,56 @@ std::int32_t vintok_enable(P *participant, const vintok_entry *party, std::int32
 }
 
 // ---- Files and the clock ----
+
+std::uint32_t vintok_start_file(P *participant, const char *path, const char *name) {
+    return attempt(
+        __func__, [=] { return participant->startFile(textOf(path), textOf(name)); }, participant);
+}
+
+std::uint32_t vintok_start_file_bytes(P *participant, const void *data, std::size_t length,
+                                      const char *name) {
+    return attempt(
+        __func__, [=] { return participant->startFile(bytesOf(data), length, textOf(name)); },
+        participant);
+}
+
+std::uint32_t vintok_start_file_from(P *participant, vintok_file_source source, void *user,
+                                     std::uint64_t length, const char *name) {
+    return attempt(
+        __func__,
+        [=]() -> std::uint32_t {
+            if (source == nullptr)
+                return isInvalid("vintok_start_file_from: no source"), 0;
+            auto own = std::make_unique<c::Handler<vintok_file_source>>();
+            *own = {source, user};
+            const std::uint32_t number =
+                participant->startFile(readSource, own.get(), length, textOf(name));
+            if (number != 0)
+                participant->sources[number] = std::move(own);
+            return number;
+        },
+        participant);
+}
+
+std::int32_t vintok_cancel_file(P *participant, std::uint32_t number) {
+    return attempt(
+        __func__, [=] { return participant->cancelFile(number); }, participant);
+}
+
+std::int32_t vintok_refuse_file(P *participant, const vintok_entry *origin) {
+    return attempt(
+        __func__, [=] { return participant->refuseFile(partyOf(origin)); }, participant, origin);
+}
+
+std::int32_t vintok_set_file_progress_interval(P *participant, std::uint32_t milliseconds) {
+    return attempt(
+        __func__, [=] { participant->setFileProgressInterval(milliseconds); }, participant);
+}
+
+std::int32_t vintok_set_file_folder(P *participant, const char *folder) {
+    return attempt(
+        __func__, [=] { participant->setFileFolder(textOf(folder)); }, participant);
+}
 
 std::int32_t vintok_send_file(P *participant, const char *path, const char *relativePath) {
     return attempt(

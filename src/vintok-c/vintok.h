@@ -183,7 +183,9 @@ typedef struct vintok_participant vintok_participant;
 
 enum {
     VINTOK_LOCAL_ONLY = 0x1, // listens on loopback
-    VINTOK_EXACT_PORT = 0x2  // and not on one of the 254 ports behind it
+    VINTOK_EXACT_PORT = 0x2, // and not on one of the 254 ports behind it
+    VINTOK_ANY_PORT = 0x4,   // on one above 49151 by chance, in place of `port`
+    VINTOK_NOWHERE = 0x8     // cannot be called; its address is made up
 };
 // How to listen: `flags` are those above.
 typedef struct vintok_participant_options {
@@ -298,6 +300,12 @@ VINTOK_API int32_t vintok_on_no_answer(vintok_participant *participant,
                                        vintok_call_callback callback, void *user);
 VINTOK_API int32_t vintok_on_version(vintok_participant *participant, vintok_call_callback callback,
                                      void *user);
+// A call was turned away because the caller's address, with its port, is another party's in the
+// meeting: here, or there if the application there has set this callback too. `why` is a sentence.
+typedef void (*vintok_reason_callback)(vintok_participant *participant, const vintok_entry *party,
+                                       const char *why, void *user);
+VINTOK_API int32_t vintok_on_turned_away(vintok_participant *participant,
+                                         vintok_reason_callback callback, void *user);
 // A proxy or server demands credentials: call again with them.
 VINTOK_API int32_t vintok_on_proxy(vintok_participant *participant, vintok_again_callback callback,
                                    void *user);
@@ -379,6 +387,47 @@ VINTOK_API int32_t vintok_on_message(vintok_participant *participant,
 // below each receiver's folder (`vintok_set_file_root`). Blocks for all of it.
 VINTOK_API int32_t vintok_send_file(vintok_participant *participant, const char *path,
                                     const char *relative_path);
+// The same while the loop goes on: a file from anywhere, bytes, which are copied, or `length` bytes
+// that `source` puts, from `offset` on, into the buffer; it returns how many, 0 when they cannot be
+// had. `name` is where it goes below each receiver's folder. The result is a number, under which
+// `vintok_on_file_sent` tells the end, once; files go one after the other.
+VINTOK_API uint32_t vintok_start_file(vintok_participant *participant, const char *path,
+                                      const char *name);
+VINTOK_API uint32_t vintok_start_file_bytes(vintok_participant *participant, const void *data,
+                                            size_t length, const char *name);
+typedef size_t (*vintok_file_source)(vintok_participant *participant, uint64_t offset,
+                                     uint8_t *buffer, size_t room, void *user);
+VINTOK_API uint32_t vintok_start_file_from(vintok_participant *participant,
+                                           vintok_file_source source, void *user, uint64_t length,
+                                           const char *name);
+// Receivers keep nothing of it. Refused for one that has ended.
+VINTOK_API int32_t vintok_cancel_file(vintok_participant *participant, uint32_t number);
+enum {
+    VINTOK_FILE_SENT = 1,       // to everybody who is in the meeting
+    VINTOK_FILE_INCOMPLETE = 2, // not all of it to everybody
+    VINTOK_FILE_CANCELLED = 3,
+    VINTOK_FILE_UNREADABLE = 4,
+    VINTOK_FILE_UNWANTED = 5, // everybody has refused it
+    VINTOK_FILE_ALONE = 6     // nobody is there any more
+};
+typedef void (*vintok_file_sent_callback)(vintok_participant *participant, uint32_t number,
+                                          int32_t outcome, void *user);
+VINTOK_API int32_t vintok_on_file_sent(vintok_participant *participant,
+                                       vintok_file_sent_callback callback, void *user);
+// The rest of what arrives from this party is not wanted; the part that is here is removed. The
+// sender's application is told, if it has started the file as above. Blocks.
+VINTOK_API int32_t vintok_refuse_file(vintok_participant *participant, const vintok_entry *origin);
+typedef void (*vintok_file_refused_callback)(vintok_participant *participant, uint32_t number,
+                                             const vintok_entry *party, void *user);
+VINTOK_API int32_t vintok_on_file_refused(vintok_participant *participant,
+                                          vintok_file_refused_callback callback, void *user);
+// Progress is told at most once in so many milliseconds for each file, its begin and its end
+// always; 0: for each message.
+VINTOK_API int32_t vintok_set_file_progress_interval(vintok_participant *participant,
+                                                     uint32_t milliseconds);
+// Where files that arrive here are stored, in place of the folder of the whole process; empty: that
+// one.
+VINTOK_API int32_t vintok_set_file_folder(vintok_participant *participant, const char *folder);
 // A file has arrived whole, or has failed to. The neighbour passed it on; `path` is where it is.
 typedef void (*vintok_file_callback)(vintok_participant *participant, const vintok_entry *neighbour,
                                      int32_t whole, const char *path, void *user);
