@@ -168,13 +168,27 @@ TEST_F(Sending, WhoRefusesAFileKeepsNothingAndTheSenderIsTold) {
     EXPECT_EQ("nothing", stored(cid) == stored(ann) ? stored(cid) : "something");
     EXPECT_EQ(0, bob.told("sent 1 5")) << "Dan may want it";
     ann.inside = cid.inside = nullptr;
-    starts(cid, 5000); // the end of Bob's is not its end
+    starts(cid, 5000);
     dan.hangsUp();
     EXPECT_TRUE(bob.isTold("sent 1 5"));
     EXPECT_TRUE(cid.isTold("sent 1 1") && bob.isTold("file whole") && ann.isTold("file whole"));
     EXPECT_EQ(1, bob.told("refused 1Cid"));
     starts(bob, 5000);
     EXPECT_TRUE(bob.isTold("sent 2 1") && cid.isTold("file whole")) << "the next one is wanted";
+}
+
+TEST_F(Sending, TheEndOfARefusedFileIsNotThatOfAnother) {
+    WirePeer dan(meeting, "Dan");
+    ASSERT_TRUE(dan.joins(ann.port()) && dan.fences());
+    Bytes names;
+    WireWriter(names).text("/d");
+    WireWriter(names).text("d");
+    ASSERT_TRUE(dan.sends(id::fileBegin, names) && dan.sends(id::fileData) && dan.fences());
+    EXPECT_TRUE(ann->refuseFile(addressOf(dan)) && dan.receives(0x22));
+    ann->disableUser(addressOf(dan)); // he does not read meanwhile
+    starts(cid, 3000000);
+    EXPECT_TRUE(ann.isTold("at 1024") && dan.sends(id::fileEnd, {0, 0, 0, 1}));
+    EXPECT_TRUE(ann.isTold("file whole"));
 }
 
 } // namespace

@@ -80,8 +80,8 @@ public:
     // A file has arrived, or has failed to.
     void setFileTransferCB(FileTransferCallback callback) { _fileTransferCB = callback; }
     // Progress of a file: called once at its beginning, with 0 bytes done, and then for every
-    // message that carries a part of it. The origin is the party that sends it, this one inside
-    // `transferFile`. A receiver learns the size with the end, so there the total is 0; the end
+    // message that carries a part of it. The origin is the party that sends it, this one for a file
+    // of its own. A receiver learns the size with the end, so there the total is 0; the end
     // itself is told by the file-transfer callback alone. A begin that stores nothing, because
     // there is no folder for files or the file cannot be opened, is told with an empty path, and
     // nothing more of that file. The callback may call any operation, but `transferFile` is false
