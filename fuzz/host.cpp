@@ -274,6 +274,8 @@ void Play::setCallbacks() {
     m_party->setBroadcastDataCB(onAny);
     m_party->setFileTransferCB(onAny);
     m_party->setFileProgressCB(onAny);
+    m_party->setFileSentCB(onAny);
+    m_party->setFileRefusedCB(onAny);
     m_party->setLeadReplyCB(onAny);
     m_party->setSynchTimeCB(onAny);
     m_party->setAcceptedCB(onAny);
@@ -440,9 +442,13 @@ void Play::act() {
         break;
     case 8:
         m_party->sendAllKeepAlive();
+        m_party->refuseFile(address);
         break;
     case 9:
-        m_party->transferFile(sandbox().sent, "sent.txt");
+        if ((m_guards & guardFiles) != 0)
+            m_party->startFile(sandbox().sent, "sent.txt");
+        else
+            m_party->transferFile(sandbox().sent, "sent.txt");
         break;
     case 10:
         m_party->acceptCall(address);
