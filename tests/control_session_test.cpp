@@ -275,11 +275,8 @@ TEST_F(ControlSession, CallsOthersAndTellsHowItWent) {
     server.hangsUp();
     isTold({"placedCallRejected machineName=127.0.0.1"});
     does(callTo(server.port()));
-    WireFrame old;
-    old.id = id::keepAlive;
-    old.major = 3;
-    old.body = {0};
-    old.origin = server.entry.address;
+    const WireFrame old = {
+        .id = id::keepAlive, .major = 3, .origin = server.entry.address, .body = {0}};
     ASSERT_TRUE(server.picksUp() && server.sends(old.encode()));
     isTold({"versionNotCompatible machineName=127.0.0.1"});
     server.readsText(true);
@@ -359,10 +356,7 @@ TEST_F(ControlSession, TellsWhenARecordingCannotBeWritten) {
 }
 
 Bytes request(const std::string &text) {
-    WireFrame frame;
-    frame.id = 0x10;
-    frame.body.assign(text.begin(), text.end());
-    return frame.encode();
+    return WireFrame{.id = 0x10, .body = letters(text)}.encode();
 }
 
 TEST_F(ControlSession, SurvivesWhateverItIsSent) {
@@ -375,10 +369,7 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->sends(request("hangup\n")));
     ASSERT_TRUE(app->sends(request(std::string("startup\nport\0\n", 14))));
     ASSERT_TRUE(app->asks("startRecording\nfilePath\n" + std::string(4 << 20, 'x')));
-    WireFrame other;
-    other.id = id::broadcast;
-    other.body = {1, 2, 3};
-    ASSERT_TRUE(app->sends(other.encode()));
+    ASSERT_TRUE(app->sends(WireFrame{.id = id::broadcast, .body = {1, 2, 3}}.encode()));
     EXPECT_THAT(rest(), ElementsAre("playbackStopped"));
     ASSERT_TRUE(app->process().complained("too long")) << app->story();
 

@@ -130,20 +130,6 @@ TEST_F(Handshakes, WhoSaysNothingHoldsNobodyUpAndOthersAreServedPlainOrSecure) {
     EXPECT_TRUE(talkGoesOn());
 }
 
-TEST_F(Handshakes, OneThatComesByteByByteIsWhole) {
-    ASSERT_TRUE(bobCallsByWire());
-    EXPECT_TRUE(byWire(1, [this] { return wire.size() > 500; }));
-    EXPECT_TRUE(talkGoesOn());
-    EXPECT_FALSE(haveMet());
-    EXPECT_TRUE(byWire(1, [this] { return haveMet(); }));
-    const std::size_t before = wire.size();
-    EXPECT_TRUE(bob.says("said by wire"));
-    EXPECT_TRUE(byWire(1, [&] { return wire.size() > before + 20; }));
-    EXPECT_TRUE(talkGoesOn()) << "nobody waits inside a record";
-    EXPECT_TRUE(byWire(7, [this] { return ann.told("data said by wire") == 1; }));
-    EXPECT_FALSE(isOnWire("said by wire") || isOnWire("Bob"));
-}
-
 TEST_F(Handshakes, WhoStopsInTheMiddleIsHungUpInTime) {
     ASSERT_TRUE(eve.connects(ann.port()) && eve.sends(beginOfHello));
     EXPECT_TRUE(talkGoesOn());

@@ -119,10 +119,7 @@ TEST_F(Limited, WhoIsHeldUpHearsEverythingInTheEnd) {
     ASSERT_TRUE(gather());
     // Faster than Bob takes it: who sends a file is read more slowly meanwhile.
     const int sending = dan.handsOver();
-    WireFrame part;
-    part.id = id::fileData;
-    part.body.resize(20000);
-    const Bytes frame = part.encode();
+    const Bytes frame = WireFrame{.id = id::fileData, .body = Bytes(20000)}.encode();
     const std::size_t all = 1000 * frame.size();
     std::atomic<std::size_t> taken{0};
     std::thread reader([&] {

@@ -372,17 +372,6 @@ protected:
     }
 };
 
-TEST_F(Pieces, HalfARecordIsNoByte) {
-    ASSERT_TRUE(ends->shakeHands());
-    const std::string record = sealed("whole");
-    for (const char c : record) {
-        EXPECT_EQ(0, bytesPending(ends->mine()));
-        ASSERT_TRUE(peerSendsRaw(std::string(1, c)));
-    }
-    EXPECT_EQ(5, bytesPending(ends->mine()));
-    EXPECT_EQ("whole", ends->read(5));
-}
-
 TEST_F(Pieces, ARecordThatWasTamperedWithEndsTheConnection) {
     ASSERT_TRUE(ends->shakeHands());
     std::string record = sealed("whole");

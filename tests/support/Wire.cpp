@@ -63,6 +63,19 @@ void WireReader::raw(unsigned char *bytes, std::size_t count) {
     }
 }
 
+Bytes wireTexts(const std::vector<std::string> &texts) {
+    Bytes bytes;
+    for (const std::string &text : texts)
+        WireWriter(bytes).text(text);
+    return bytes;
+}
+
+Bytes wireNumber(std::uint64_t value, int count) {
+    Bytes bytes;
+    WireWriter(bytes).number(value, count);
+    return bytes;
+}
+
 WireAddress WireAddress::ipv4(std::uint32_t address, std::uint16_t port) {
     WireAddress result;
     for (int i = 0; i < 4; ++i)
