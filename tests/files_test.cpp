@@ -24,17 +24,6 @@ using testing::IsEmpty;
 
 constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
 
-// Text without a period that a chunk's length could hide.
-std::string contentOfSize(std::size_t size) {
-    std::string content(size, '\0');
-    std::uint32_t value = 12345;
-    for (char &c : content) {
-        value = value * 1103515245 + 12345;
-        c = static_cast<char>(value >> 24);
-    }
-    return content;
-}
-
 // Whom a progress callback ends.
 WirePeer *dying;
 
@@ -125,7 +114,7 @@ TEST_F(Files, AFileGoesOutInChunksAndIsStoredAsItWas) {
     joined({&bob});
     for (const std::size_t size : {std::size_t(1), std::size_t(2048), std::size_t(2049)}) {
         SCOPED_TRACE(size);
-        const std::string content = contentOfSize(size);
+        const std::string content = pattern(size);
         const std::string path = makeFile("sub/f.bin", content);
         Party &sender = size == 1 ? eve : ann;
         for (Party *party : {&ann, &eve, &fay}) {
@@ -286,7 +275,7 @@ TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
             GTEST_SKIP() << "this system limits no file's size";
         LogFile log;
         ASSERT_TRUE(begins(bob, "f"));
-        const std::string content = contentOfSize(size);
+        const std::string content = pattern(size);
         for (std::size_t at = 0; at < size; at += 1024)
             ASSERT_TRUE(data(bob, content.substr(at, 1024)));
         ASSERT_TRUE(ends(bob, size));
@@ -362,7 +351,7 @@ TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
 
 TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     joined({&bob, &cid, &dan});
-    ASSERT_TRUE(beginsFile(bob, "f", contentOfSize(1024)));
+    ASSERT_TRUE(beginsFile(bob, "f", pattern(1024)));
     EXPECT_THAT(stored(), ElementsAre("f"));
     bob.closes();
     EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Bob"));
@@ -387,7 +376,7 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
 TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     ASSERT_TRUE(gather(ann, {&fay}));
     joined({&bob, &cid});
-    const std::string path = makeFile("f.bin", contentOfSize(20000));
+    const std::string path = makeFile("f.bin", pattern(20000));
     dying = &bob;
     ann->setFileProgressCB([](ConferenceParticipant *, const TCPAddress &, std::uint64_t,
                               std::uint64_t, const std::string &) {

@@ -204,33 +204,6 @@ TEST(MembersOnly, WhoIsRefusedIsLoggedOnceAndCounted) {
     EXPECT_EQ(told.find("Refused"), told.rfind("Refused"));
 }
 
-TEST(MembersOnly, AMeetingGoesOnAsEver) {
-    TemporaryFolder folder;
-    const ScopedEnvironment root("QOR_COLLAB_ROOT_LOCAL", folder.path("in"));
-    Meeting meeting;
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
-    for (Party *party : {&ann, &bob, &cid}) {
-        (*party)->setMembersOnly(true);
-        (*party)->setTemporaryFiles(true);
-    }
-    ASSERT_TRUE(gather(ann, {&bob, &cid}));
-    EXPECT_TRUE(bob.isTold("synch 16") && bob.isTold("leader Ann"));
-    EXPECT_TRUE(bob.says("hello") && cid.hears("hello") && ann.hears("hello"));
-    bob->setFirstName("Bert");
-    EXPECT_TRUE(bob->sendRoster() && ann.isTold("user Bert") && ann->sendRoster());
-    EXPECT_TRUE(cid.isTold("user Bert"));
-    EXPECT_TRUE(bob->requestStartLeading() && cid.isTold("leader Bert"));
-    EXPECT_TRUE(cid->requestStartLeading() && cid.isTold("leadReply 1") &&
-                bob.isTold("leader Cid"));
-    EXPECT_TRUE(ann->requestStartLeading() && ann.isTold("leadReply 1"));
-    EXPECT_TRUE(bob->transferFile(folder.holding("f", "text"), "f") && cid.isTold("file whole"));
-    EXPECT_EQ("text", contentOf(folder.path("in/f")));
-    cid.leaves();
-    EXPECT_TRUE(bob.isTold("leave Cid"));
-    for (Party *party : {&ann, &bob, &cid})
-        EXPECT_EQ(0u, (*party)->refusedMessages()) << party->name();
-}
-
 // ---- Files of two senders ----
 
 TEST(MembersOnly, AnEndEndsTheFileOfItsSender) {

@@ -22,10 +22,6 @@ const Bytes beginOfHello = {0x16, 3, 1, 2, 0, 1};
 class Handshakes : public testing::Test {
 protected:
     Handshakes() {
-        const tls::Issued own = certificateFor({"mine.example"});
-        options.certificate = own.certificate;
-        options.key = own.key;
-        options.roots = authority().own().certificate;
         set({1, forLong, forLong});
         EXPECT_TRUE(setTransport(&tls) && setBackgroundTransport(&tls));
         for (Party *party : {&ann, &bob, &cid, &dan})
@@ -105,7 +101,7 @@ protected:
     }
 
     Meeting meeting;
-    TLSOptions options;
+    TLSOptions options = optionsFor("mine.example");
     TLSTransport tls;
     Party ann{meeting, "Ann"}, bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"};
     WirePeer eve{meeting, "Eve"}, fay{meeting, "Fay"};

@@ -280,16 +280,6 @@ TEST_F(Strangers, AConnectWithoutANameMayBeLeftPlain) {
 
 // ---- Bytes ----
 
-std::string pattern(std::size_t length) {
-    std::string text(length, '\0');
-    unsigned state = 1;
-    for (char &c : text) {
-        state = state * 1103515245 + 12345;
-        c = static_cast<char>(state >> 16);
-    }
-    return text;
-}
-
 TEST_F(TLS, MegabytesTravelBothWaysAtOnceAndWhole) {
     ASSERT_TRUE(ends->shakeHands());
     const std::string text = pattern(1000000);

@@ -109,12 +109,7 @@ struct Road {
 class WireFaults : public RealStage, public testing::WithParamInterface<Road> {
 protected:
     WireFaults() {
-        const tls::Issued own = certificateFor({"mine.example"});
-        TLSOptions options;
-        options.certificate = own.certificate;
-        options.key = own.key;
-        options.roots = authority().own().certificate;
-        options.connectWait = 1;
+        TLSOptions options = optionsFor("mine.example");
         options.acceptWait = options.handshakeTime = 25000; // longer than a test waits
         EXPECT_TRUE(tls.open(options));
         if (GetParam().tunnel)

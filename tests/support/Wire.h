@@ -19,6 +19,8 @@ inline Bytes letters(const std::string &text) {
 }
 Bytes wireTexts(const std::vector<std::string> &texts);
 Bytes wireNumber(std::uint64_t value, int bytes = 4);
+// So many letters without a period.
+std::string pattern(std::size_t size);
 
 // Messages, by the one byte in which their identifiers differ.
 namespace id {
