@@ -1,14 +1,20 @@
 // Every allocation of the library fails once, alone or with all that follow: nothing is thrown, no
 // lock stays held, nothing leaks, and the party is good for the next meeting. Nobody in these
-// stories waits for anybody, as what they wait for may not come.
+// stories waits for anybody, as what they wait for may not come. The same holds for operations of
+// the stream layer, one by one.
+#include "platform/Socket.h"
 #include "support/Environment.h"
+#include "support/LogFile.h"
 #include "support/ScriptedPlatform.h"
+#include "support/SocketPair.h"
 #include "support/Stage.h"
+#include "support/StubTransport.h"
 #include "support/TemporaryFolder.h"
+#include "vintok/StreamInternal.h"
 #include "vintok/TCPMutex.h"
 #include "vintok/TCPServer.h"
-#include "vintok/TCPStream.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <new>
 
@@ -115,10 +121,7 @@ void annHosts(Scenery &s) {
     s.does([](auto &ann) { ann.rejectLeadChange(); });
     s.says(s.bob, {id::leadRequest}, s.bob.entry.encode());
     s.does([](auto &ann) { ann.acceptLeadChange() && ann.requestStartLeading(); });
-    Bytes names;
-    WireWriter(names).text("/there/f");
-    WireWriter(names).text("f");
-    s.says(s.bob, {id::fileBegin}, names);
+    s.says(s.bob, {id::fileBegin}, wireTexts({"/there/f", "f"}));
     s.says(s.bob, {id::fileData});
     s.says(s.bob, {id::fileEnd}, {0, 0, 0, 1});
     s.does([](auto &ann) { ann.sendRoster() && ann.requestRoster() && ann.sendAllKeepAlive(); });
@@ -207,6 +210,165 @@ TEST(EveryAllocation, MayFail) {
                 EXPECT_EQ(before, live) << "leaks at " << which << " in mode " << mode;
             }
         }
+}
+
+// ---- Operations one by one ----
+
+struct GreedyTransport : StubTransport {
+    static bool take() { return std::string(100, 'x').size() == 100; }
+    bool secureConnect(int, const char *) override { return take(); }
+    bool addSecureDescriptor(int) override { return take(); }
+    bool removeSecureDescriptor(int) override { return take(); }
+};
+
+bool closed(int fd) {
+    if (fd != -1)
+        closeDescriptor(fd);
+    return fd != -1;
+}
+
+struct Operation {
+    const char *name;
+    std::function<bool()> run;
+    bool reports = true; // operations of addresses set no error
+};
+
+// Whatever allocation fails: no exception, no lock held, no descriptor lost, and an error.
+void expectOneToSurvive(const Operation &operation) {
+    operation.run();
+    int next = platform::openSocket(platform::FAMILY_IPV4);
+    platform::closeSocket(next);
+    bool refused = true;
+    bool again = false;
+    for (int n = 2; refused; n++) {
+        SCOPED_TRACE(operation.name + (" " + std::to_string(n / 2)) + (n % 2 == 0 ? "" : " on"));
+        setLastError(TCP_ERROR_NO_ERROR, "");
+        bool worked = false;
+        bool threw = false;
+        passed = 0;
+        fuse = static_cast<std::size_t>(n / 2);
+        forGood = n % 2 != 0;
+        inLibrary = true;
+        try {
+            worked = operation.run();
+        } catch (const std::bad_alloc &) {
+            threw = true;
+        }
+        inLibrary = false;
+        refused = passed >= fuse;
+        fuse = 0;
+        ASSERT_FALSE(threw);
+        EXPECT_TRUE(worked || !operation.reports || lastError() != TCP_ERROR_NO_ERROR);
+        for (const int id : {LOCK_DESCRIPTORS, LOCK_TRANSPORT, LOCK_LOCAL_ADDRESS, LOCK_START_UP}) {
+            TCPMutex mutex(id);
+            ASSERT_EQ(0, mutex.trylock()) << "lock " << id;
+            mutex.unlock();
+        }
+        const int free = platform::openSocket(platform::FAMILY_IPV4);
+        platform::closeSocket(free);
+        // The system may have opened something for good. What is lost is lost each time.
+        ASSERT_TRUE(next == free || !again) << "a descriptor was lost";
+        again = next != free;
+        n -= again ? 1 : 0;
+        refused = refused || again;
+        next = free;
+    }
+}
+
+class NoMemory : public testing::Test {
+protected:
+    NoMemory() {
+        init();
+        setTransport(&transport);
+    }
+    ~NoMemory() override {
+        pair.reset();
+        fini();
+    }
+    // With and without the decoration of errors.
+    static void expectToSurvive(const std::vector<Operation> &operations) {
+        for (const LogLevel level : {LOG_NONE, LOG_TRACE}) {
+            const LogFile log(level);
+            std::for_each(operations.begin(), operations.end(), expectOneToSurvive);
+        }
+    }
+
+    const std::string literal = "1111:2222:3333:4444:5555:6666:7777:8888";
+    static constexpr int none = 54321;
+    GreedyTransport transport;
+    std::optional<SocketPair> pair{std::in_place};
+    int fd = pair->mine();
+    unsigned char byte = 'x';
+};
+
+TEST_F(NoMemory, FailsAnOperationOnDescriptorsAndNothingElse) {
+    const int socket = platform::openSocket(platform::FAMILY_IPV4);
+    expectToSurvive({
+        {"addDescriptor",
+         [=] {
+             const bool added = addDescriptor(socket, true, false, false, false);
+             const TCPError error = lastError();
+             removeDescriptor(socket);
+             setLastError(error, "");
+             return added;
+         }},
+        {"addDescriptor of no socket",
+         [] { return addDescriptor(none, false, false, false, false); }},
+        {"setSecure", [&] { return setSecure(fd, true) && setSecure(fd, false); }},
+        {"secureConnect", [&] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
+        {"readBytes", [&] { return readBytes(none, &byte, 1, nullptr) == 1; }},
+        {"writeBytes", [&] { return writeBytes(fd, &byte, 1, nullptr) == 1; }},
+        {"rawReadBytes", [&] { return rawReadBytes(none, &byte, 1, true, nullptr) == 1; }},
+    });
+    platform::closeSocket(socket);
+}
+
+TEST_F(NoMemory, FailsAnOperationThatMakesASocketAndNothingElse) {
+    const TemporaryFolder folder;
+    const std::string path = folder.path("a socket");
+    unsigned short taken = 0;
+    const int listener = listenSomewhere(taken);
+    expectToSurvive({
+        {"connectLocal", [=] { return closed(connectLocal(taken)); }},
+        {"connectUnix", [=] { return closed(connectUnix(path)); }},
+        {"createUnixSocket",
+         [=] {
+             std::remove(path.c_str());
+             return closed(createUnixSocket(path, 0, false));
+         }},
+    });
+    closeDescriptor(listener);
+}
+
+TEST_F(NoMemory, FailsAnOperationOfAddressesAndNothingElse) {
+    TCPAddress named;
+    named.setName(literal);
+    TCPAddress network;
+    network.setNetwork(literal + "/100");
+    std::vector<TCPAddress> all;
+    TCPAddress own;
+    std::string text;
+    expectToSurvive({
+        {"setLocalAddress", [=] { return setLocalAddress(named); }},
+        {"localAddress", [&] { return own.clear(), localAddress(own); }},
+        {"resolve", [&] { return TCPAddress().resolve(literal); }, false},
+        {"resolveNetName", [] { return TCPAddress().resolveNetName("localhost"); }, false},
+        {"lookup", [&] { return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE); },
+         false},
+        {"setNetwork", [&] { return TCPAddress().setNetwork(literal); }, false},
+        {"maskString", [&] { return text.clear(), network.maskString(text); }, false},
+    });
+}
+
+// Without the memory for its record the library runs without it.
+TEST_F(NoMemory, FailsAStartAndNothingElse) {
+    expectOneToSurvive({"init",
+                        [] {
+                            while (fini()) {
+                            }
+                            return init();
+                        },
+                        false});
 }
 
 } // namespace

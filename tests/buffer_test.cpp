@@ -10,12 +10,8 @@
 #include <stdexcept>
 #include <type_traits>
 
-namespace vintok {
+namespace vintok::test {
 namespace {
-
-using test::Bytes;
-using test::cutAt;
-using test::hex;
 
 static_assert(!std::is_copy_assignable_v<BufferManager>, "a cursor is not meant to be assigned");
 
@@ -220,4 +216,4 @@ TEST(StringsFromStrangers, neverThrowAndNeverAllocateWhatIsOnlyClaimed) {
 }
 
 } // namespace
-} // namespace vintok
+} // namespace vintok::test

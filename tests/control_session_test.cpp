@@ -1,18 +1,24 @@
 // ConferenceControl as an application and the other parties of a meeting see it: the program runs
 // as a child, the application is at its socket, the parties are at its port.
-#include "support/Application.h"
+#include "ControlParser.h"
+#include "support/ChildProcess.h"
 #include "support/Environment.h"
 #include "support/Party.h"
 #ifdef VINTOK_PROGRAM
 #include "support/Program.h"
 #endif
 #include "support/SocketPair.h"
+#include "support/TemporaryFolder.h"
 #include "support/WirePeer.h"
 
+#include <vintok/ControlText.h>
+#include <vintok/ControlWords.h>
 #include <vintok/TCPMessage.h>
 #include <vintok/TCPStream.h>
 
+#include <deque>
 #include <gmock/gmock.h>
+#include <sstream>
 #include <stdexcept>
 
 namespace vintok::test {
@@ -24,6 +30,179 @@ using testing::IsEmpty;
 using testing::Not;
 namespace fs = std::filesystem;
 using Words = std::vector<std::string>;
+
+// What the machine's owner may have set for runs by hand.
+const ChildProcess::Environment cleanEnvironment = {{"VINTOK_ERROR_LOG_LEVEL", std::nullopt},
+                                                    {"VINTOK_ERROR_LOG_FILE", std::nullopt},
+                                                    {"CONFERENCE_PARTICIPANT_DEBUG", std::nullopt},
+                                                    {"QOR_INSTALL", std::nullopt}};
+
+std::vector<std::string> command(const std::string &path, const std::vector<std::string> &options) {
+    std::vector<std::string> arguments = {VINTOK_CONFERENCE_CONTROL, "-path", path};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return arguments;
+}
+
+std::string valueOf(const control::Text &text, const std::string &field) {
+    for (const words::FieldRow &row : words::fieldRows)
+        if (row.name == field)
+            return text.value(row.field);
+    return "no such field";
+}
+
+// The application at the other end of a control process: it listens on a local socket, starts
+// ConferenceControl with that path, sends requests in their words, or bytes of any kind, and reads
+// what it is told.
+class Application {
+public:
+    // Runs the control process with these options behind "-path" and the socket.
+    Application(Meeting &meeting, const std::vector<std::string> &options)
+        : m_meeting(meeting),
+          m_listener(createUnixSocket(m_folder.path("control"), 1, true)),
+          m_process(command(m_folder.path("control"), options), cleanEnvironment) {
+        m_select.addSocketCallback(m_listener, acceptCB, this, false, false);
+    }
+    ~Application() {
+        closes();
+        if (m_listener != -1) {
+            m_select.removeCallback(m_listener, acceptCB, this);
+            shutdownSocket(m_listener);
+        }
+    }
+    Application(const Application &) = delete;
+    Application &operator=(const Application &) = delete;
+
+    // Waits until the control process has connected.
+    testing::AssertionResult connects() {
+        return m_meeting.until([this] { return m_descriptor != -1; },
+                               "the control process connects");
+    }
+    // The same, and starts it up on a port of its own.
+    testing::AssertionResult startsUp() {
+        auto result = connects();
+        asks("startup\nport\n" + std::to_string(freshPort()));
+        if (result)
+            result = isTold("startup");
+        return result && m_port == 0 ? testing::AssertionFailure() << "no port" : result;
+    }
+    // Where it listens, as it told last.
+    unsigned short port() const { return m_port; }
+
+    bool sends(const Bytes &bytes) const {
+        return writeBytes(m_descriptor, bytes.data(), bytes.size(), nullptr) ==
+               static_cast<std::int64_t>(bytes.size());
+    }
+    // A request of these lines; the end of the last one is added.
+    bool asks(const std::string &text) const {
+        return writeRequestString(m_descriptor, text + '\n');
+    }
+
+    // Waits for the next notification of a word, and drops those that came before it: the word
+    // first, then the fields that it must have, such as "ok=true". `told` is then that one.
+    testing::AssertionResult isTold(const std::string &notification) {
+        std::istringstream parts(notification);
+        std::string word, part;
+        parts >> word;
+        auto result = awaits(word);
+        while (result && parts >> part) {
+            const std::size_t equals = part.find('=');
+            const std::string value = valueOf(m_told, part.substr(0, equals));
+            if (value != part.substr(equals + 1))
+                result = testing::AssertionFailure() << notification << " has '" << value << "'\n"
+                                                     << story();
+        }
+        return result;
+    }
+    const control::Text &told() const { return m_told; }
+    // Waits for the answer to a request that every state answers: to resume a playback, which is
+    // refused. Whatever was asked before has been dealt with, and `words` are what came of it.
+    testing::AssertionResult fences(std::vector<std::string> *words = nullptr) {
+        asks("resumePlayback");
+        auto result = m_meeting.until(
+            [&] {
+                return !m_notifications.empty() &&
+                       m_notifications.back().word() == "playbackResumed";
+            },
+            "the answer");
+        for (; words != nullptr && m_notifications.size() > 1; m_notifications.pop_front())
+            words->push_back(m_notifications.front().word());
+        m_notifications.clear();
+        return result << story();
+    }
+    // Waits until the control process has closed its end, or is gone.
+    testing::AssertionResult isLeftAlone() {
+        return m_meeting.until([this] { return m_ended; }, "the end of the control socket")
+               << story();
+    }
+
+    // Between the two nothing is read.
+    void pauses() { m_select.removeCallback(m_descriptor, dataCB, this); }
+    void resumes() { m_select.addSocketCallback(m_descriptor, dataCB, this, true, false); }
+    void closes() {
+        if (m_descriptor != -1 && !m_ended)
+            m_select.removeCallback(m_descriptor, dataCB, this);
+        shutdownSocket(std::exchange(m_descriptor, -1));
+    }
+
+    ChildProcess &process() { return m_process; }
+    std::string story() const { return m_process.story(); }
+
+private:
+    static void acceptCB(int, void *data, bool) {
+        auto &me = *static_cast<Application *>(data);
+        me.m_select.removeCallback(me.m_listener, acceptCB, data);
+        me.m_descriptor = acceptAndCloseBoundSocket(me.m_listener);
+        me.resumes();
+    }
+    static void dataCB(int descriptor, void *data, bool) {
+        auto &me = *static_cast<Application *>(data);
+        TCPMessage message(descriptor);
+        if (!message.read(-1, nullptr)) {
+            // At the end there is nothing to be read, as in between; a look at the next byte tells.
+            unsigned char byte = 0;
+            if (peekBytes(descriptor, &byte, 1) != 1 && lastError() != TCP_ERROR_WOULD_BLOCK) {
+                me.m_ended = true;
+                me.m_select.removeCallback(descriptor, dataCB, data);
+            }
+            return;
+        }
+        control::Text text;
+        std::string complaint;
+        EXPECT_EQ(control::ParseError::none, control::parse(message, text, complaint)) << complaint;
+        EXPECT_EQ(control::Direction::notification, text.direction());
+        if (text.word() == "startup")
+            me.m_port = text.address().hostByteOrderPort();
+        me.m_notifications.push_back(text);
+    }
+    testing::AssertionResult awaits(const std::string &word) {
+        std::string others;
+        return m_meeting.until(
+                   [&] {
+                       while (!m_notifications.empty()) {
+                           m_told = m_notifications.front();
+                           m_notifications.pop_front();
+                           if (m_told.word() == word)
+                               return true;
+                           others += " " + m_told.word();
+                       }
+                       return false;
+                   },
+                   "told " + word)
+               << " told otherwise:" << others << "\n"
+               << story();
+    }
+
+    Meeting &m_meeting;
+    TCPSelect m_select;
+    TemporaryFolder m_folder;
+    int m_listener = -1;
+    int m_descriptor = -1;
+    bool m_ended = false;
+    unsigned short m_port = 0;
+    std::deque<control::Text> m_notifications;
+    control::Text m_told;
+    ChildProcess m_process; // last: it connects to the socket
+};
 
 std::string callTo(unsigned short port) {
     return "placeCall\nmachineName\n127.0.0.1\nport\n" + std::to_string(port) +
@@ -275,11 +454,8 @@ TEST_F(ControlSession, CallsOthersAndTellsHowItWent) {
     server.hangsUp();
     isTold({"placedCallRejected machineName=127.0.0.1"});
     does(callTo(server.port()));
-    WireFrame old;
-    old.id = id::keepAlive;
-    old.major = 3;
-    old.body = {0};
-    old.origin = server.entry.address;
+    const WireFrame old = {
+        .id = id::keepAlive, .major = 3, .origin = server.entry.address, .body = {0}};
     ASSERT_TRUE(server.picksUp() && server.sends(old.encode()));
     isTold({"versionNotCompatible machineName=127.0.0.1"});
     server.readsText(true);
@@ -359,10 +535,7 @@ TEST_F(ControlSession, TellsWhenARecordingCannotBeWritten) {
 }
 
 Bytes request(const std::string &text) {
-    WireFrame frame;
-    frame.id = 0x10;
-    frame.body.assign(text.begin(), text.end());
-    return frame.encode();
+    return WireFrame{.id = 0x10, .body = letters(text)}.encode();
 }
 
 TEST_F(ControlSession, SurvivesWhateverItIsSent) {
@@ -375,10 +548,7 @@ TEST_F(ControlSession, SurvivesWhateverItIsSent) {
     ASSERT_TRUE(app->sends(request("hangup\n")));
     ASSERT_TRUE(app->sends(request(std::string("startup\nport\0\n", 14))));
     ASSERT_TRUE(app->asks("startRecording\nfilePath\n" + std::string(4 << 20, 'x')));
-    WireFrame other;
-    other.id = id::broadcast;
-    other.body = {1, 2, 3};
-    ASSERT_TRUE(app->sends(other.encode()));
+    ASSERT_TRUE(app->sends(WireFrame{.id = id::broadcast, .body = {1, 2, 3}}.encode()));
     EXPECT_THAT(rest(), ElementsAre("playbackStopped"));
     ASSERT_TRUE(app->process().complained("too long")) << app->story();
 

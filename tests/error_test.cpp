@@ -1,220 +1,21 @@
 #include "platform/Socket.h"
 #include "platform/Thread.h"
 #include "support/LogFile.h"
-#include "support/SocketPair.h"
-#include "support/StubTransport.h"
-#include "support/TemporaryFolder.h"
+#include "support/Stream.h"
+#include "support/Threads.h"
 #include "vintok/StreamInternal.h"
 
-#include <algorithm>
-#include <atomic>
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
+#include <filesystem>
 #include <gmock/gmock.h>
-#include <new>
-#include <optional>
+#include <regex>
 #include <thread>
-#include <vector>
 
 using namespace vintok;
 using namespace vintok::test;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 namespace {
-
-std::atomic<int> allocations{0};
-std::atomic<int> refuseFrom{INT_MAX}; // the number of an allocation
-std::atomic<bool> refuseOneOnly{false};
-
-} // namespace
-
-void *operator new(std::size_t size, const std::nothrow_t &) noexcept {
-    const int number = ++allocations;
-    const bool refused = refuseOneOnly ? number == refuseFrom : number >= refuseFrom;
-    return refused ? nullptr : std::malloc(size);
-}
-
-void *operator new(std::size_t size) {
-    void *memory = operator new(size, std::nothrow);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-void operator delete(void *memory) noexcept {
-    std::free(memory);
-}
-
-void operator delete(void *memory, std::size_t) noexcept {
-    std::free(memory);
-}
-
-namespace {
-
-// Does it with the `nth` allocation failing, that one only or all that follow too. False when there
-// were fewer; `action` is done in full then.
-bool withoutMemory(int nth, bool oneOnly, const std::function<void()> &action) {
-    allocations = 0;
-    refuseOneOnly = oneOnly;
-    refuseFrom = nth;
-    action();
-    refuseFrom = INT_MAX;
-    return allocations >= nth;
-}
-
-struct GreedyTransport : StubTransport {
-    static bool take() { return std::string(100, 'x').size() == 100; }
-    bool secureConnect(int, const char *) override { return take(); }
-    bool addSecureDescriptor(int) override { return take(); }
-    bool removeSecureDescriptor(int) override { return take(); }
-};
-
-bool closed(int fd) {
-    if (fd != -1)
-        closeDescriptor(fd);
-    return fd != -1;
-}
-
-struct Operation {
-    const char *name;
-    std::function<bool()> run;
-    bool reports = true; // operations of addresses set no error
-};
-
-// Whatever allocation fails: no exception, no lock held, no descriptor lost, and an error.
-void expectOneToSurvive(const Operation &operation) {
-    operation.run();
-    int next = platform::openSocket(platform::FAMILY_IPV4);
-    platform::closeSocket(next);
-    bool refused = true;
-    bool again = false;
-    for (int n = 2; refused; n++) {
-        SCOPED_TRACE(operation.name + (" " + std::to_string(n / 2)) + (n % 2 == 0 ? "" : " on"));
-        setLastError(TCP_ERROR_NO_ERROR, "");
-        bool worked = false;
-        bool threw = false;
-        refused = withoutMemory(n / 2, n % 2 == 0, [&] {
-            try {
-                worked = operation.run();
-            } catch (const std::bad_alloc &) {
-                threw = true;
-            }
-        });
-        ASSERT_FALSE(threw);
-        EXPECT_TRUE(worked || !operation.reports || lastError() != TCP_ERROR_NO_ERROR);
-        for (const int id : {LOCK_DESCRIPTORS, LOCK_TRANSPORT, LOCK_LOCAL_ADDRESS, LOCK_START_UP}) {
-            TCPMutex mutex(id);
-            ASSERT_EQ(0, mutex.trylock()) << "lock " << id;
-            mutex.unlock();
-        }
-        const int free = platform::openSocket(platform::FAMILY_IPV4);
-        platform::closeSocket(free);
-        // The system may have opened something for good. What is lost is lost each time.
-        ASSERT_TRUE(next == free || !again) << "a descriptor was lost";
-        again = next != free;
-        n -= again ? 1 : 0;
-        refused = refused || again;
-        next = free;
-    }
-}
-
-class NoMemory : public testing::Test {
-protected:
-    NoMemory() {
-        init();
-        setTransport(&transport);
-    }
-    ~NoMemory() override {
-        pair.reset();
-        fini();
-    }
-    // With and without the decoration of errors.
-    static void expectToSurvive(const std::vector<Operation> &operations) {
-        for (const LogLevel level : {LOG_NONE, LOG_TRACE}) {
-            const LogFile log(level);
-            std::for_each(operations.begin(), operations.end(), expectOneToSurvive);
-        }
-    }
-
-    const std::string literal = "1111:2222:3333:4444:5555:6666:7777:8888";
-    static constexpr int none = 54321;
-    GreedyTransport transport;
-    std::optional<SocketPair> pair{std::in_place};
-    int fd = pair->mine();
-    unsigned char byte = 'x';
-};
-
-TEST_F(NoMemory, FailsAnOperationOnDescriptorsAndNothingElse) {
-    const int socket = platform::openSocket(platform::FAMILY_IPV4);
-    expectToSurvive({
-        {"addDescriptor",
-         [=] {
-             const bool added = addDescriptor(socket, true, false, false, false);
-             const TCPError error = lastError();
-             removeDescriptor(socket);
-             setLastError(error, "");
-             return added;
-         }},
-        {"addDescriptor of no socket",
-         [] { return addDescriptor(none, false, false, false, false); }},
-        {"setSecure", [&] { return setSecure(fd, true) && setSecure(fd, false); }},
-        {"secureConnect", [&] { return secureConnect(fd, "somebody") && setSecure(fd, false); }},
-        {"readBytes", [&] { return readBytes(none, &byte, 1, nullptr) == 1; }},
-        {"writeBytes", [&] { return writeBytes(fd, &byte, 1, nullptr) == 1; }},
-        {"rawReadBytes", [&] { return rawReadBytes(none, &byte, 1, true, nullptr) == 1; }},
-    });
-    platform::closeSocket(socket);
-}
-
-TEST_F(NoMemory, FailsAnOperationThatMakesASocketAndNothingElse) {
-    const TemporaryFolder folder;
-    const std::string path = folder.path("a socket");
-    unsigned short taken = 0;
-    const int listener = listenSomewhere(taken);
-    expectToSurvive({
-        {"connectLocal", [=] { return closed(connectLocal(taken)); }},
-        {"connectUnix", [=] { return closed(connectUnix(path)); }},
-        {"createUnixSocket",
-         [=] {
-             std::remove(path.c_str());
-             return closed(createUnixSocket(path, 0, false));
-         }},
-    });
-    closeDescriptor(listener);
-}
-
-TEST_F(NoMemory, FailsAnOperationOfAddressesAndNothingElse) {
-    TCPAddress named;
-    named.setName(literal);
-    TCPAddress network;
-    network.setNetwork(literal + "/100");
-    std::vector<TCPAddress> all;
-    TCPAddress own;
-    std::string text;
-    expectToSurvive({
-        {"setLocalAddress", [=] { return setLocalAddress(named); }},
-        {"localAddress", [&] { return own.clear(), localAddress(own); }},
-        {"resolve", [&] { return TCPAddress().resolve(literal); }, false},
-        {"resolveNetName", [] { return TCPAddress().resolveNetName("localhost"); }, false},
-        {"lookup", [&] { return TCPAddress::lookup(literal, all, TCPAddress::IPTYPE_NONE); },
-         false},
-        {"setNetwork", [&] { return TCPAddress().setNetwork(literal); }, false},
-        {"maskString", [&] { return text.clear(), network.maskString(text); }, false},
-    });
-}
-
-// Without the memory for its record the library runs without it.
-TEST_F(NoMemory, FailsAStartAndNothingElse) {
-    expectOneToSurvive({"init",
-                        [] {
-                            while (fini()) {
-                            }
-                            return init();
-                        },
-                        false});
-}
 
 TEST(LastError, IsOfTheThreadAndNeedsNoInit) {
     ASSERT_TRUE(setLastError(TCP_ERROR_WOULD_BLOCK, "here"));
@@ -281,6 +82,126 @@ TEST(SystemErrors, ShowTheLikeNamedRowForPlainNumbersInAContext) {
         platform::setSocketError(plain);
         EXPECT_EQ(text, withSystemText("what").text());
     }
+}
+
+// ---- The log ----
+
+class Log : public Library {};
+
+// Logs at Debug.
+void logHere(int &built) {
+    const auto build = [&built] {
+        built++;
+        return std::string("100%n of it");
+    };
+    VINTOK_LOG(SEVERITY_DEBUG, build());
+}
+
+TEST_F(Log, AnEntryIsALineOfWhoAndWhenAndTheMessageBetweenBraces) {
+    const LogFile log(LOG_INFO);
+    EXPECT_TRUE(logMessage("two\nlines\n", SEVERITY_INFO));
+    const std::string who = formatText("Info: \\[ %u -- %lu \\] ", platform::currentProcessId(),
+                                       static_cast<unsigned long>(platform::currentThreadId()));
+    const std::string when = " - \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d - ";
+    EXPECT_TRUE(std::regex_match(log.text(), std::regex(who + when + "\n\\{\ntwo\nlines\n\n\\}\n")))
+        << log.text();
+}
+
+TEST_F(Log, SeverityAgainstLevelDecidesAndNamesTheEntry) {
+    struct Case {
+        std::uint32_t severity;
+        LogLevel level;
+        const char *prefix; // empty: not written
+    };
+    const Case cases[] = {
+        {SEVERITY_FATAL, LOG_FATAL, "ERROR:"},
+        {SEVERITY_ERROR, LOG_ERROR, "Error:"},
+        {SEVERITY_INFO, LOG_WARNING, ""},
+        {SEVERITY_TRACE, LOG_DEBUG, ""},
+        {SEVERITY_TRACE, LOG_TRACE, "trace:"},
+        {3, LOG_FATAL, "log:"},
+        {0, LOG_TRACE, ""},
+    };
+    for (const Case &each : cases) {
+        const LogFile log(each.level);
+        const bool written = logMessage("m", static_cast<ErrSeverity>(each.severity));
+        EXPECT_EQ(*each.prefix != '\0', written) << each.severity << " at " << each.level;
+        EXPECT_EQ(each.prefix, log.text().substr(0, log.text().find(' ')));
+    }
+    EXPECT_FALSE(logMessage(nullptr, SEVERITY_FATAL));
+}
+
+TEST_F(Log, BeforeInitErrorsGoToStandardError) {
+    fini();
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(logMessage("seen", SEVERITY_ERROR));
+    EXPECT_FALSE(logMessage("unseen", SEVERITY_WARNING));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\n{\nseen\n}\n"));
+    init();
+}
+
+TEST_F(Log, AFileThatCannotBeOpenedCostsNoEntry) {
+    const auto path = std::filesystem::temp_directory_path() / "no such folder" / "log";
+    setLogLevel(LOG_ERROR);
+    EXPECT_FALSE(setLogFileName(path.string())) << "the result says nothing";
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(logMessage("first", SEVERITY_ERROR));
+    EXPECT_TRUE(logMessage("second", SEVERITY_ERROR));
+    const std::string errors = testing::internal::GetCapturedStderr();
+    const std::string trouble = "logMessage: error opening log file" + path.string() + ": ";
+    EXPECT_EQ(2, occurrences(errors, trouble)) << "once for each entry: " << errors;
+    EXPECT_THAT(errors, HasSubstr("\n{\nfirst\n}\n"));
+    EXPECT_THAT(errors, HasSubstr("\n{\nsecond\n}\n"));
+    setLogFileName("");
+}
+
+TEST_F(Log, TheMessageIsBuiltOnlyForALevelThatTakesIt) {
+    int built = 0;
+    {
+        const LogFile log(LOG_INFO);
+        logHere(built);
+        EXPECT_EQ(0, built);
+        EXPECT_EQ("", log.text());
+    }
+    const LogFile log(LOG_DEBUG);
+    logHere(built);
+    EXPECT_EQ(1, built);
+    EXPECT_TRUE(log.has("100%n of it"));
+}
+
+TEST_F(Log, TraceAddsThePlaceToErrorsOfTheLibrary) {
+    const LogFile log(LOG_TRACE);
+    ASSERT_FALSE(setSecure(-1, true));
+    EXPECT_THAT(lastErrorString(),
+                testing::MatchesRegex("src/vintok/TCPStreamDescriptors.cpp: .* -- < "
+                                      "vintok::setSecure >vintok::setSecure"));
+    // An operation that reports in the name of another is still found by its own.
+    unsigned char byte = 0;
+    EXPECT_EQ(-1, peekBytes(99999, &byte, 1));
+    EXPECT_THAT(lastErrorString(), testing::EndsWith(" -- < vintok::peekBytes >vintok::readBytes"));
+}
+
+TEST_F(Log, EntriesOfThreadsDoNotMix) {
+    const LogFile log(LOG_INFO);
+    constexpr int perThread = 50;
+    const std::string message(500, 'x');
+    onThreads(4, [&] {
+        for (int n = 0; n < perThread; n++)
+            logMessage(message.c_str(), SEVERITY_INFO);
+    });
+    EXPECT_EQ(4 * perThread, log.entries(message));
+}
+
+TEST(FunctionNames, AreCutOutOfWhatCompilersPrint) {
+    const std::pair<const char *, const char *> cases[] = {
+        {"bool vintok::init()", "vintok::init"},
+        {"bool vintok::{anonymous}::startUp()", "vintok::startUp"},
+        {"bool vintok::(anonymous namespace)::startUp()", "vintok::startUp"},
+        {"std::map<int, std::pair<int, int> > vintok::f(std::string (&)(int))", "vintok::f"},
+        {"vintok::addTime(int64_t)::<lambda()>", "vintok::addTime"},
+    };
+    for (const auto &[signature, name] : cases)
+        EXPECT_EQ(name, qualifiedName(signature));
 }
 
 } // namespace

@@ -24,31 +24,6 @@ using testing::IsEmpty;
 
 constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
 
-// Text without a period that a chunk's length could hide.
-std::string contentOfSize(std::size_t size) {
-    std::string content(size, '\0');
-    std::uint32_t value = 12345;
-    for (char &c : content) {
-        value = value * 1103515245 + 12345;
-        c = static_cast<char>(value >> 24);
-    }
-    return content;
-}
-
-Bytes beginBody(const std::string &path, const std::string &relativePath) {
-    Bytes body;
-    WireWriter writer(body);
-    writer.text(path);
-    writer.text(relativePath);
-    return body;
-}
-
-Bytes endBody(std::uint32_t size) {
-    Bytes body;
-    WireWriter(body).number(size, 4);
-    return body;
-}
-
 // Whom a progress callback ends.
 WirePeer *dying;
 
@@ -94,13 +69,13 @@ protected:
         ann.forgets();
     }
     static bool begins(WirePeer &peer, const std::string &relativePath) {
-        return peer.sends(id::fileBegin, beginBody("/from/" + relativePath, relativePath));
+        return peer.sends(id::fileBegin, wireTexts({"/from/" + relativePath, relativePath}));
     }
     static bool data(WirePeer &peer, const std::string &text) {
-        return peer.sends(id::fileData, Bytes(text.begin(), text.end()));
+        return peer.sends(id::fileData, letters(text));
     }
     static bool ends(WirePeer &peer, std::size_t size) {
-        return peer.sends(id::fileEnd, endBody(static_cast<std::uint32_t>(size))) && peer.fences();
+        return peer.sends(id::fileEnd, wireNumber(size)) && peer.fences();
     }
     static bool sendsFile(WirePeer &peer, const std::string &relativePath,
                           const std::string &text) {
@@ -139,7 +114,7 @@ TEST_F(Files, AFileGoesOutInChunksAndIsStoredAsItWas) {
     joined({&bob});
     for (const std::size_t size : {std::size_t(1), std::size_t(2048), std::size_t(2049)}) {
         SCOPED_TRACE(size);
-        const std::string content = contentOfSize(size);
+        const std::string content = pattern(size);
         const std::string path = makeFile("sub/f.bin", content);
         Party &sender = size == 1 ? eve : ann;
         for (Party *party : {&ann, &eve, &fay}) {
@@ -158,8 +133,8 @@ TEST_F(Files, AFileGoesOutInChunksAndIsStoredAsItWas) {
             return frame.id < id::fileBegin || frame.id > id::fileEnd;
         });
         ASSERT_EQ(2 + (size + 1023) / 1024, frames.size());
-        EXPECT_EQ(beginBody(path, "sub/f.bin"), frames.front().body);
-        EXPECT_EQ(endBody(static_cast<std::uint32_t>(size)), frames.back().body);
+        EXPECT_EQ(wireTexts({path, "sub/f.bin"}), frames.front().body);
+        EXPECT_EQ(wireNumber(size), frames.back().body);
         std::string came;
         for (std::size_t i = 1; i + 1 < frames.size(); ++i) {
             EXPECT_TRUE(i + 2 == frames.size() || frames[i].body.size() == 1024) << i;
@@ -300,7 +275,7 @@ TEST_F(Files, ADiskThatIsFullFailsTheFileWhetherItShowsAtOnceOrAtTheEnd) {
             GTEST_SKIP() << "this system limits no file's size";
         LogFile log;
         ASSERT_TRUE(begins(bob, "f"));
-        const std::string content = contentOfSize(size);
+        const std::string content = pattern(size);
         for (std::size_t at = 0; at < size; at += 1024)
             ASSERT_TRUE(data(bob, content.substr(at, 1024)));
         ASSERT_TRUE(ends(bob, size));
@@ -376,7 +351,7 @@ TEST_F(Files, ASecondFileMeanwhileIsPassedOnAndNotKept) {
 
 TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     joined({&bob, &cid, &dan});
-    ASSERT_TRUE(beginsFile(bob, "f", contentOfSize(1024)));
+    ASSERT_TRUE(beginsFile(bob, "f", pattern(1024)));
     EXPECT_THAT(stored(), ElementsAre("f"));
     bob.closes();
     EXPECT_TRUE(ann.isTold("file failed") && ann.isTold("leave Bob"));
@@ -385,10 +360,9 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
     EXPECT_EQ(addressOf(bob), ann.files.at(0).neighbour);
 
     // The origin is what the sender wrote, which need not be its own.
-    WireFrame begin;
-    begin.id = id::fileBegin;
-    begin.origin = WireAddress::ipv4(0x0A630001, 9);
-    begin.body = beginBody("/f", "f");
+    const WireFrame begin = {.id = id::fileBegin,
+                             .origin = WireAddress::ipv4(0x0A630001, 9),
+                             .body = wireTexts({"/f", "f"})};
     ann.forgets();
     ASSERT_TRUE(dan.sends(begin.encode()) && dan.fences());
     EXPECT_THAT(stored(), ElementsAre("f"));
@@ -402,7 +376,7 @@ TEST_F(Files, ASenderThatDiesLeavesNothingBehind) {
 TEST_F(Files, AReceiverThatDiesMeanwhileCostsTheOthersNothing) {
     ASSERT_TRUE(gather(ann, {&fay}));
     joined({&bob, &cid});
-    const std::string path = makeFile("f.bin", contentOfSize(20000));
+    const std::string path = makeFile("f.bin", pattern(20000));
     dying = &bob;
     ann->setFileProgressCB([](ConferenceParticipant *, const TCPAddress &, std::uint64_t,
                               std::uint64_t, const std::string &) {
@@ -431,10 +405,8 @@ TEST_F(Files, AReceiverThatLeavesOrIsDestroyedKeepsNoHalf) {
 TEST_F(Files, AMemberGivesUpTheFileOfWhoeverLeavesOrOfItsHost) {
     ASSERT_TRUE(ann.meets(host));
     ASSERT_TRUE(host.sends(id::rosterReply, dan.entry.encode()) && host.fences());
-    WireFrame frame;
-    frame.id = id::fileBegin;
-    frame.origin = dan.entry.address;
-    frame.body = beginBody("/f", "f");
+    const WireFrame frame = {
+        .id = id::fileBegin, .origin = dan.entry.address, .body = wireTexts({"/f", "f"})};
     ASSERT_TRUE(host.sends(frame.encode()) && host.fences());
     EXPECT_THAT(stored(), ElementsAre("f"));
     ASSERT_TRUE(host.sends(id::leaveNotify, dan.entry.encode()) && host.fences());

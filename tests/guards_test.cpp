@@ -17,26 +17,12 @@ namespace fs = std::filesystem;
 constexpr std::int64_t year = 365 * 86400;
 constexpr std::uint32_t secureBit = 0x100, encryptBit = 0x40000;
 
-Bytes text(const std::string &value) {
-    return Bytes(value.begin(), value.end());
-}
-
 Bytes fileNamed(const std::string &name) {
-    Bytes body;
-    WireWriter writer(body);
-    writer.text("/from/" + name);
-    writer.text(name);
-    return body;
-}
-
-Bytes number(std::uint64_t value) {
-    Bytes body;
-    WireWriter(body).number(value, 4);
-    return body;
+    return wireTexts({"/from/" + name, name});
 }
 
 Bytes clockReply(std::int64_t ahead) {
-    Bytes body = number(static_cast<std::uint64_t>(getTime()));
+    Bytes body = wireNumber(static_cast<std::uint64_t>(getTime()));
     WireWriter(body).number(static_cast<std::uint64_t>(getTime() + ahead), 4);
     return body;
 }
@@ -77,18 +63,15 @@ struct Scene {
     bool calls() { return eve.connects(ann.port()) && eve.receives(id::rosterEntry); }
 
     bool sends(unsigned char id, const Bytes &body) {
-        WireFrame frame;
-        frame.id = id;
-        frame.origin = (forges ? bob : eve).entry.address;
-        frame.body = body;
-        return eve.sends(frame.encode());
+        const WireAddress &origin = (forges ? bob : eve).entry.address;
+        return eve.sends(WireFrame{.id = id, .origin = origin, .body = body}.encode());
     }
     bool isAskedBy(WirePeer &peer) {
         return peer.sends(id::leadRequest, peer.entry.encode()) && peer.fences();
     }
     bool beginsFile(WirePeer &peer) {
-        return peer.sends(id::fileBegin, fileNamed("b")) && peer.sends(id::fileData, text("x")) &&
-               peer.fences();
+        return peer.sends(id::fileBegin, fileNamed("b")) &&
+               peer.sends(id::fileData, letters("x")) && peer.fences();
     }
     // What a stranger has sent before has had its effect.
     bool isHandled(WirePeer &peer) {
@@ -138,15 +121,15 @@ struct Attack {
 
 const auto zero = [](Scene &) { return Bytes{0}; };
 const auto yes = [](Scene &) { return Bytes{1}; };
-const auto size = [](Scene &) { return number(1); };
-const auto word = [](Scene &) { return text("evil"); };
+const auto size = [](Scene &) { return wireNumber(1); };
+const auto word = [](Scene &) { return letters("evil"); };
 const auto phantom = [](Scene &) { return WireEntry::party("Pha", 99).encode(); };
 const auto asBobIs = [](Scene &s) { return s.bob.entry.encode(); };
 const auto asSheIs = [](Scene &s) { return s.eve.entry.encode(); };
 const auto renamed = [](Scene &s) { return named(s.bob.entry, "Mal").encode(); };
 const auto inAYear = [](Scene &) { return clockReply(year); };
 const auto begun = [](Scene &s) {
-    return s.sends(id::fileBegin, fileNamed("f")) && s.sends(id::fileData, text("x"));
+    return s.sends(id::fileBegin, fileNamed("f")) && s.sends(id::fileData, letters("x"));
 };
 const auto invented = [](Scene &s) { return s.sends(id::rosterReply, phantom(s)); };
 const auto bobBegins = [](Scene &s) { return s.beginsFile(s.bob); };
@@ -221,44 +204,18 @@ TEST(MembersOnly, WhoIsRefusedIsLoggedOnceAndCounted) {
     EXPECT_EQ(told.find("Refused"), told.rfind("Refused"));
 }
 
-TEST(MembersOnly, AMeetingGoesOnAsEver) {
-    TemporaryFolder folder;
-    const ScopedEnvironment root("QOR_COLLAB_ROOT_LOCAL", folder.path("in"));
-    Meeting meeting;
-    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
-    for (Party *party : {&ann, &bob, &cid}) {
-        (*party)->setMembersOnly(true);
-        (*party)->setTemporaryFiles(true);
-    }
-    ASSERT_TRUE(gather(ann, {&bob, &cid}));
-    EXPECT_TRUE(bob.isTold("synch 16") && bob.isTold("leader Ann"));
-    EXPECT_TRUE(bob.says("hello") && cid.hears("hello") && ann.hears("hello"));
-    bob->setFirstName("Bert");
-    EXPECT_TRUE(bob->sendRoster() && ann.isTold("user Bert") && ann->sendRoster());
-    EXPECT_TRUE(cid.isTold("user Bert"));
-    EXPECT_TRUE(bob->requestStartLeading() && cid.isTold("leader Bert"));
-    EXPECT_TRUE(cid->requestStartLeading() && cid.isTold("leadReply 1") &&
-                bob.isTold("leader Cid"));
-    EXPECT_TRUE(ann->requestStartLeading() && ann.isTold("leadReply 1"));
-    EXPECT_TRUE(bob->transferFile(folder.holding("f", "text"), "f") && cid.isTold("file whole"));
-    EXPECT_EQ("text", contentOf(folder.path("in/f")));
-    cid.leaves();
-    EXPECT_TRUE(bob.isTold("leave Cid"));
-    for (Party *party : {&ann, &bob, &cid})
-        EXPECT_EQ(0u, (*party)->refusedMessages()) << party->name();
-}
-
 // ---- Files of two senders ----
 
 TEST(MembersOnly, AnEndEndsTheFileOfItsSender) {
     for (const bool guarded : {false, true}) {
         Scene s(guarded);
-        ASSERT_TRUE(s.begins() && s.beginsFile(s.bob) && s.cid.sends(id::fileEnd, number(1)));
+        ASSERT_TRUE(s.begins() && s.beginsFile(s.bob) && s.cid.sends(id::fileEnd, wireNumber(1)));
         ASSERT_TRUE(s.cid.fences());
         EXPECT_EQ(guarded ? 0 : 1, s.ann.told("file whole"));
         ASSERT_TRUE(s.bob.fences(&s.toBob));
         EXPECT_THAT(s.seen(), testing::Contains(gets("Bob", id::fileEnd))) << "it is passed on";
-        ASSERT_TRUE(s.beginsFile(s.bob) && s.bob.sends(id::fileEnd, number(1)) && s.bob.fences());
+        ASSERT_TRUE(s.beginsFile(s.bob) && s.bob.sends(id::fileEnd, wireNumber(1)) &&
+                    s.bob.fences());
         EXPECT_EQ(guarded ? 1 : 2, s.ann.told("file whole"));
         EXPECT_EQ(guarded ? 1 : 0, s.ann.told("file failed")) << "begun anew";
         EXPECT_EQ(0u, s.ann->refusedMessages());
@@ -409,8 +366,8 @@ struct Ending {
 };
 
 const Ending endings[] = {
-    {"whole", [](Scene &s) { s.bob.sends(id::fileEnd, number(1)); }, "x"},
-    {"another size", [](Scene &s) { s.bob.sends(id::fileEnd, number(2)); }, "before"},
+    {"whole", [](Scene &s) { s.bob.sends(id::fileEnd, wireNumber(1)); }, "x"},
+    {"another size", [](Scene &s) { s.bob.sends(id::fileEnd, wireNumber(2)); }, "before"},
     {"the sender dies", [](Scene &s) { s.bob.resets(); }, "before"},
     {"the receiver leaves", [](Scene &s) { s.ann.leaves(); }, "before"},
 };
@@ -440,7 +397,7 @@ TEST(TemporaryFiles, AreNotBegunWhereNoFileCanBe) {
     s.ann->setTemporaryFiles(true);
     fs::create_directory(s.folder.path("b"));
     ASSERT_TRUE(s.begins() && s.beginsFile(s.bob));
-    EXPECT_TRUE(s.bob.sends(id::fileEnd, number(1)) && s.bob.fences());
+    EXPECT_TRUE(s.bob.sends(id::fileEnd, wireNumber(1)) && s.bob.fences());
     EXPECT_TRUE(s.ann.files.empty() && fs::is_empty(s.folder.path("b")));
 }
 

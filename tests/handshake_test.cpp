@@ -22,10 +22,6 @@ const Bytes beginOfHello = {0x16, 3, 1, 2, 0, 1};
 class Handshakes : public testing::Test {
 protected:
     Handshakes() {
-        const tls::Issued own = certificateFor({"mine.example"});
-        options.certificate = own.certificate;
-        options.key = own.key;
-        options.roots = authority().own().certificate;
         set({1, forLong, forLong});
         EXPECT_TRUE(setTransport(&tls) && setBackgroundTransport(&tls));
         for (Party *party : {&ann, &bob, &cid, &dan})
@@ -105,7 +101,7 @@ protected:
     }
 
     Meeting meeting;
-    TLSOptions options;
+    TLSOptions options = optionsFor("mine.example");
     TLSTransport tls;
     Party ann{meeting, "Ann"}, bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"};
     WirePeer eve{meeting, "Eve"}, fay{meeting, "Fay"};
@@ -128,20 +124,6 @@ TEST_F(Handshakes, WhoSaysNothingHoldsNobodyUpAndOthersAreServedPlainOrSecure) {
     EXPECT_TRUE(eve.saysHello() && eve.receives(id::rosterEntry)) << "and so is any other byte";
     EXPECT_TRUE(eve.asksToJoin() && eve.receives(id::joinReply)) << "which is not lost";
     EXPECT_TRUE(talkGoesOn());
-}
-
-TEST_F(Handshakes, OneThatComesByteByByteIsWhole) {
-    ASSERT_TRUE(bobCallsByWire());
-    EXPECT_TRUE(byWire(1, [this] { return wire.size() > 500; }));
-    EXPECT_TRUE(talkGoesOn());
-    EXPECT_FALSE(haveMet());
-    EXPECT_TRUE(byWire(1, [this] { return haveMet(); }));
-    const std::size_t before = wire.size();
-    EXPECT_TRUE(bob.says("said by wire"));
-    EXPECT_TRUE(byWire(1, [&] { return wire.size() > before + 20; }));
-    EXPECT_TRUE(talkGoesOn()) << "nobody waits inside a record";
-    EXPECT_TRUE(byWire(7, [this] { return ann.told("data said by wire") == 1; }));
-    EXPECT_FALSE(isOnWire("said by wire") || isOnWire("Bob"));
 }
 
 TEST_F(Handshakes, WhoStopsInTheMiddleIsHungUpInTime) {

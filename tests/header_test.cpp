@@ -6,10 +6,8 @@
 
 #include <utility>
 
-namespace vintok {
+namespace vintok::test {
 namespace {
-
-using namespace test;
 
 // What derived classes see.
 class Header : public TCPHeader {
@@ -198,4 +196,4 @@ TEST(RawBytes, fitIn32Bits) {
 }
 
 } // namespace
-} // namespace vintok
+} // namespace vintok::test

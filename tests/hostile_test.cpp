@@ -47,10 +47,7 @@ protected:
 // answer each turn of the loop with a keep-alive, until nobody is served any more.
 TEST_F(Hostile, AFewBytesAndSilenceCostNobodyAnything) {
     for (const std::size_t count : {std::size_t(4), std::size_t(35)}) {
-        WireFrame hello;
-        hello.id = id::rosterEntry;
-        hello.body = cid.entry.encode();
-        const Bytes frame = hello.encode();
+        const Bytes frame = WireFrame{.id = id::rosterEntry, .body = cid.entry.encode()}.encode();
         ASSERT_TRUE(cid.connects(ann.port()) && cid.receives(id::rosterEntry));
         ASSERT_TRUE(cid.sends(cutAt(frame, count)));
         for (int turns = 0; turns < 5; ++turns)
@@ -129,14 +126,6 @@ WireEntry stranger() {
     return entry;
 }
 
-Bytes names() {
-    Bytes bytes;
-    WireWriter writer(bytes);
-    writer.text("/there/file.txt");
-    writer.text("file.txt");
-    return bytes;
-}
-
 const BodyCase bodies[] = {
     {"join request", id::joinRequest, stranger().encode()},
     {"roster reply", id::rosterReply, stranger().encode()},
@@ -144,7 +133,7 @@ const BodyCase bodies[] = {
     {"leave notify", id::leaveNotify, stranger().encode()},
     {"lead request", id::leadRequest, stranger().encode()},
     {"lead change", id::leadChange, stranger().encode()},
-    {"file begin", id::fileBegin, names()},
+    {"file begin", id::fileBegin, wireTexts({"/there/file.txt", "file.txt"})},
     {"file end", id::fileEnd, {0, 0, 0, 1}},
     {"file ack", id::fileAck, Bytes(11, 1)},
     {"echo request", id::echoRequest32, {0, 0, 0, 1}},
@@ -220,6 +209,8 @@ TEST_F(Hostile, WithoutDescriptorsAHostTurnsCallersAwayAndServesItsMembers) {
         platform::closeSocket(ballast.back());
         ballast.pop_back();
     };
+    setLogLevel(LOG_ERROR);
+    testing::internal::CaptureStderr(); // a log file would need a descriptor, too
     fill();
     for (int times = 0; times < 3; ++times) {
         drop();
@@ -234,6 +225,8 @@ TEST_F(Hostile, WithoutDescriptorsAHostTurnsCallersAwayAndServesItsMembers) {
     EXPECT_LT(busyTurns, 5) << "nothing is left to do";
     while (!ballast.empty())
         drop();
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1, occurrences(log, "accept failed")) << "once for each shortage\n" << log;
     EXPECT_TRUE(cid.joins(ann.port())) << "as soon as there is room";
     platform::setDescriptorLimit(limit);
 }
@@ -252,12 +245,9 @@ TEST_F(Hostile, TextsAreNeverFormatsAndTheLogShowsTheirControls) {
     dan.entry = entry;
     ASSERT_TRUE(cid.joins(ann.port()));
     ASSERT_TRUE(dan.connects(ann.port()) && dan.saysHello() && dan.seesTheEnd());
-    ASSERT_TRUE(cid.sends(id::broadcast, Bytes(nasty.begin(), nasty.end())) && cid.fences());
-    Bytes paths;
-    WireWriter writer(paths);
-    writer.text(nasty);
-    writer.text("../" + nasty);
-    ASSERT_TRUE(cid.sends(id::fileBegin, paths) && cid.sends(id::leaveNotify, entry.encode()));
+    ASSERT_TRUE(cid.sends(id::broadcast, letters(nasty)) && cid.fences());
+    ASSERT_TRUE(cid.sends(id::fileBegin, wireTexts({nasty, "../" + nasty})) &&
+                cid.sends(id::leaveNotify, entry.encode()));
     ASSERT_TRUE(cid.fences());
     cid.resets();
     EXPECT_FALSE(ann.says("anybody?"));

@@ -376,10 +376,7 @@ TEST_F(Joins, WhoSpeaksAnOlderVersionIsHungUpWhateverItSays) {
     for (const std::uint16_t format : {std::uint16_t(1), std::uint16_t(2)}) {
         LogFile log;
         ann.forgets();
-        WireFrame old;
-        old.format = format;
-        old.id = id::broadcast;
-        old.major = 3;
+        const WireFrame old = {.format = format, .id = id::broadcast, .major = 3};
         ASSERT_TRUE(cid.connects(ann.port()) && cid.sends(old.encode()));
         EXPECT_TRUE(cid.receives(id::hangup) && cid.seesTheEnd());
         EXPECT_THAT(ann.events, ElementsAre("version "));

@@ -40,13 +40,9 @@ protected:
         bob.decidesOnLead();
     }
     // Bob, who leads, is asked.
-    void asks(Party &asker, int times = 1) {
+    void asks(Party &asker) {
         ASSERT_TRUE(asker->requestStartLeading());
-        EXPECT_TRUE(tells(bob, "leadRequest " + asker.name(), times));
-    }
-    testing::AssertionResult tells(Party &party, const std::string &event, int times) {
-        return meeting.until([&] { return party.told(event) == times; },
-                             party.name() + " is told " + event);
+        EXPECT_TRUE(bob.isTold("leadRequest " + asker.name()));
     }
 };
 
@@ -70,11 +66,6 @@ TEST_F(Lead, AHostDecidesWhenItIsReadyTo) {
     EXPECT_TRUE(bob.isTold("leadReply 0"));
     EXPECT_EQ(1, bob.told("leadReply 0"));
     EXPECT_TRUE(ann->isLeader());
-
-    ASSERT_TRUE(cid->requestStartLeading());
-    EXPECT_TRUE(ann.isTold("leadRequest Cid"));
-    EXPECT_TRUE(ann->acceptLeadChange());
-    expectLeader("Cid");
 }
 
 TEST_F(Lead, TheHostAsksTheLeaderAsOthersDo) {
@@ -85,12 +76,6 @@ TEST_F(Lead, TheHostAsksTheLeaderAsOthersDo) {
     EXPECT_TRUE(cid.isTold("leadReply 0")) << "the host was first";
     EXPECT_TRUE(bob->rejectLeadChange());
     EXPECT_TRUE(ann.isTold("leadReply 0"));
-
-    asks(ann, 2);
-    EXPECT_TRUE(bob->acceptLeadChange());
-    EXPECT_TRUE(ann.isTold("leadReply 1"));
-    EXPECT_EQ(1, ann.told("leadReply 1"));
-    expectLeader("Ann");
 }
 
 TEST_F(Lead, NobodyLeadsOutsideAMeeting) {
@@ -254,7 +239,7 @@ TEST_F(LeadOnTheWire, AStopGivesTheLeadBackToTheHostAndTellsNobodyElse) {
     ASSERT_TRUE(bob.receives(id::leadRequest)) << "the host asks for it as anybody does";
     ASSERT_TRUE(bob.sends(id::leadReply, {1}));
     EXPECT_TRUE(ann.isTold("leadReply 1"));
-    EXPECT_TRUE(ann->isLeader());
+    EXPECT_TRUE(ann->isLeader() && ann.told("leadReply 1") == 1);
     EXPECT_EQ(2, ann.told("leader Ann")) << "at the beginning, and now";
 }
 

@@ -2,8 +2,7 @@
 // meeting may have, and on the time of calls. Without them everybody waits for everybody.
 #include "platform/Socket.h"
 #include "platform/Thread.h"
-#include "support/Party.h"
-#include "support/WirePeer.h"
+#include "support/Stage.h"
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
@@ -37,7 +36,7 @@ bool onDrop(ConferenceParticipant *, const ConferenceRosterEntry &, const unsign
 }
 
 // Ann hosts, Bob stops reading, Cid listens, Dan talks.
-class Limited : public testing::Test {
+class Limited : public Stage {
 protected:
     Limited() {
         slow.clear();
@@ -73,9 +72,6 @@ protected:
         return hears(cid, body);
     }
 
-    Meeting meeting;
-    Party ann{meeting, "Ann"};
-    WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"};
     int stopped = -1;
 };
 
@@ -119,10 +115,7 @@ TEST_F(Limited, WhoIsHeldUpHearsEverythingInTheEnd) {
     ASSERT_TRUE(gather());
     // Faster than Bob takes it: who sends a file is read more slowly meanwhile.
     const int sending = dan.handsOver();
-    WireFrame part;
-    part.id = id::fileData;
-    part.body.resize(20000);
-    const Bytes frame = part.encode();
+    const Bytes frame = WireFrame{.id = id::fileData, .body = Bytes(20000)}.encode();
     const std::size_t all = 1000 * frame.size();
     std::atomic<std::size_t> taken{0};
     std::thread reader([&] {
@@ -265,15 +258,11 @@ TEST_F(Limited, ARosterByDifferencesTellsEachWhatIsNewToHim) {
 
 // ---- Calls ----
 
-class Started : public testing::Test {
+class Started : public Stage {
 protected:
     bool starts(const std::string &name, unsigned short port) {
         return ann->startCall(name, port, "", 0, "", "", 0);
     }
-
-    Meeting meeting;
-    Party ann{meeting, "Ann"};
-    WirePeer bob{meeting, "Bob"};
 };
 
 TEST_F(Started, ACallThatFailsLaterIsToldAndMayBePlacedAgain) {

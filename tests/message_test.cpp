@@ -1,29 +1,32 @@
 // Messages over sockets: the bytes against bytes written by hand, and every way in which a read or
 // a write can be cut short.
 
+#include "platform/Socket.h"
+#include "platform/TestSockets.h"
 #include "platform/Thread.h"
+#include "support/Addresses.h"
 #include "support/KnownMessage.h"
 #include "support/ScriptedPlatform.h"
 #include "support/SocketPair.h"
 #include "support/Stream.h"
 #include "support/StubTransport.h"
+#include "support/TemporaryFolder.h"
 #include "support/Watcher.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <deque>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <string>
 #include <thread>
 
-namespace vintok {
-
-using test::Bytes;
-using test::hex;
-using test::longFrame;
-using test::makeKnown;
-using test::shortFrame;
-using test::SocketPair;
+namespace vintok::test {
 
 namespace {
 
@@ -43,9 +46,7 @@ Bytes wholeFrame(const TCPMessageBase &message) {
 
 // A frame of `length` bytes in all, of a kind that nobody knows.
 Bytes frameOf(std::size_t length) {
-    test::WireFrame frame;
-    frame.body.assign(length - 60, 'b');
-    return frame.encode();
+    return test::WireFrame{.body = Bytes(length - 60, 'b')}.encode();
 }
 
 class Messages : public test::Library {
@@ -57,8 +58,6 @@ protected:
     SocketPair pair;
     TCPMessage message{pair.mine()};
 };
-
-} // namespace
 
 // ---- The frames ----
 
@@ -184,8 +183,6 @@ TEST_F(Messages, FindTheirPeerGone) {
 
 // ---- Secure descriptors ----
 
-namespace {
-
 // A channel whose every transfer the test decides.
 class ScriptedTransport : public test::StubTransport {
 public:
@@ -233,8 +230,6 @@ protected:
     test::ScriptedPlatform platform; // nothing is slept
 };
 
-} // namespace
-
 TEST_F(SecureMessages, ArePutTogetherFromWhatTheTransportGives) {
     const Bytes frame = hex(longFrame);
     for (std::size_t at = 0; at < frame.size(); at += 2) {
@@ -269,4 +264,201 @@ TEST_F(SecureMessages, WhoseLengthIsCutShortFailWithTheErrorThatCutIt) {
     EXPECT_EQ(10, transport.calls - 1) << "ten attempts in all, and one of the clearing";
 }
 
-} // namespace vintok
+// ---- In files ----
+
+class File {
+public:
+    std::FILE *open(const char *mode) {
+        m_stream.reset(std::fopen(m_folder.path("records").c_str(), mode));
+        return m_stream.get();
+    }
+    std::FILE *holding(const Bytes &bytes) {
+        m_folder.holding("records", std::string(bytes.begin(), bytes.end()));
+        return open("rb");
+    }
+    Bytes bytes() const {
+        const std::string content = m_folder.content("records");
+        return {content.begin(), content.end()};
+    }
+
+private:
+    struct Close {
+        void operator()(std::FILE *stream) const { std::fclose(stream); }
+    };
+    const test::TemporaryFolder m_folder;
+    std::unique_ptr<std::FILE, Close> m_stream;
+};
+
+class Records : public test::Library {
+protected:
+    File file;
+    TCPMessage message;
+};
+
+TEST_F(Records, LieBackToBackInAFile) {
+    makeKnown(message);
+    TCPMessage_1_3 older;
+    makeKnown(older);
+    std::FILE *const out = file.open("wb");
+    EXPECT_TRUE(message.write(out));
+    EXPECT_TRUE(older.write(out));
+    EXPECT_TRUE(message.write(out));
+    std::fflush(out);
+    Bytes expected = hex(longFrame);
+    for (const char *frame : {shortFrame, longFrame}) {
+        const Bytes bytes = hex(frame);
+        expected.insert(expected.end(), bytes.begin(), bytes.end());
+    }
+    EXPECT_EQ(expected, file.bytes());
+
+    std::FILE *const in = file.open("rb");
+    for (const int version : {2, 1, 2}) {
+        setLastError(TCP_ERROR_SYSTEM_ERROR, "of before");
+        ASSERT_TRUE(message.read(in));
+        EXPECT_EQ(version, message.majorVersion());
+        EXPECT_EQ(2u, message.messageBufferLength());
+        expectError(TCP_ERROR_NO_ERROR, "reading file");
+    }
+    EXPECT_FALSE(message.read(in));
+    expectError(TCP_ERROR_CORRUPT_HEADER, "Failed to read header size");
+}
+
+TEST_F(Records, CutShortFailAtEveryLength) {
+    const Bytes frame = hex(longFrame);
+    for (std::size_t cut = 0; cut < frame.size(); ++cut) {
+        std::FILE *const in = file.holding(test::cutAt(frame, cut));
+        errno = EIO; // the end of a file leaves it as it is
+        EXPECT_FALSE(message.read(in)) << cut;
+        EXPECT_EQ(cut < 4 ? TCP_ERROR_CORRUPT_HEADER : TCP_ERROR_BAD_FILE_DESCRIPTOR, lastError())
+            << cut;
+    }
+}
+
+TEST_F(Records, FailByWhatTheSystemSaid) {
+    const struct {
+        int error;
+        TCPError expected;
+    } cases[] = {
+        {EINTR, TCP_ERROR_INTERRUPT},           {EAGAIN, TCP_ERROR_WOULD_BLOCK},
+        {EIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},   {ENXIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},
+        {EBADF, TCP_ERROR_BAD_FILE_DESCRIPTOR}, {ENOMEM, TCP_ERROR_OUT_OF_MEMORY},
+        {ENOSPC, TCP_ERROR_UNSPECIFIED_ERROR},
+    };
+    for (const auto &row : cases) {
+        std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
+        errno = row.error;
+        EXPECT_FALSE(message.read(in)) << row.error;
+        expectError(row.expected, "reading file");
+    }
+}
+
+TEST_F(Records, ThatAreMalformedFail) {
+    const struct {
+        const char *bytes;
+        TCPError error;
+        const char *context;
+    } cases[] = {
+        {"00000000", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        {"00000023", TCP_ERROR_CORRUPT_HEADER, "size less than min header size"},
+        // Long enough for the other form; nothing is said beyond the result.
+        {"00000024 0002 0000 00000000 00000000 00000000 00000000 00000000 00000000 00000000",
+         TCP_ERROR_NO_ERROR, "reading file"},
+    };
+    for (const auto &row : cases) {
+        EXPECT_FALSE(message.read(file.holding(hex(row.bytes)))) << row.bytes;
+        expectError(row.error, row.context);
+    }
+}
+
+// ---- The older class ----
+
+const auto createBoundSocketIPv4 = TCPMessage_1_3::createBoundSocketIPv4;
+const std::uint32_t loopback = networkIPv4({127, 0, 0, 1});
+
+class OlderMessages : public testing::Test {
+protected:
+    OlderMessages() { TCPMessage_1_3::callStartUp(); }
+    ~OlderMessages() override { TCPMessage_1_3::callCleanUp(); }
+};
+
+TEST_F(OlderMessages, CutTheirOwnTimeAndNotTheClocks) {
+    TCPMessage_1_3 message;
+    message.setTimeStamp(0x100000007);
+    EXPECT_EQ(7u, message.timeStamp32());
+
+    const auto now = static_cast<std::int64_t>(TCPMessage_1_3::getTime32());
+    EXPECT_LE(std::abs(getTime() - now), 2);
+    const std::int64_t beyond = std::int64_t{std::numeric_limits<std::uint32_t>::max()} + 1;
+    ASSERT_TRUE(addTime(beyond));
+    EXPECT_EQ(0u, TCPMessage_1_3::getTime32());
+    EXPECT_EQ(0u, TCPMessage_1_3::getAddTime32());
+    ASSERT_TRUE(TCPMessage_1_3::zeroTime());
+
+    EXPECT_TRUE(TCPMessage_1_3::addTime32(std::numeric_limits<std::uint32_t>::max()));
+    EXPECT_EQ(std::numeric_limits<std::uint32_t>::max(), TCPMessage_1_3::getAddTime32());
+    ASSERT_TRUE(TCPMessage_1_3::zeroTime());
+    // A clock before 1970 does not fit either.
+    EXPECT_TRUE(TCPMessage_1_3::subtractTime32(std::numeric_limits<std::uint32_t>::max()));
+    EXPECT_EQ(std::numeric_limits<std::uint32_t>::max(), TCPMessage_1_3::getSubtractTime32());
+    EXPECT_EQ(0u, TCPMessage_1_3::getTime32());
+}
+
+TEST_F(OlderMessages, MoveAllBytesOrFail) {
+    SocketPair pair;
+    std::uint64_t pending = 99;
+    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(pair.mine(), nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::pendingBytes(-1, &pending));
+    EXPECT_EQ(99u, pending);
+    EXPECT_TRUE(TCPMessage_1_3::pendingBytes(pair.mine(), &pending));
+    EXPECT_EQ(0u, pending);
+
+    unsigned char buffer[10] = {};
+    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 0, nullptr));
+    EXPECT_FALSE(TCPMessage_1_3::writeBytes(pair.mine(), nullptr, 10, nullptr));
+    EXPECT_TRUE(TCPMessage_1_3::writeBytes(
+        pair.peer(), reinterpret_cast<const unsigned char *>("0123456789"), 10, nullptr));
+    EXPECT_TRUE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr));
+    EXPECT_EQ("0123456789", std::string(buffer, buffer + 10));
+
+    ASSERT_TRUE(pair.peerSends("01234"));
+    ASSERT_TRUE(platform::shutdownSending(pair.peer()));
+    EXPECT_FALSE(TCPMessage_1_3::readBytes(pair.mine(), buffer, 10, nullptr)) << "five came";
+}
+
+TEST_F(OlderMessages, ListenWhereTheModeSaysAtAPortThatIsFree) {
+    const std::uint32_t own = [] {
+        std::uint32_t address = 0;
+        TCPAddress host;
+        return host.resolve(TCPAddress::IPTYPE_IPV4) && host.IPv4(address) ? address : 0;
+    }();
+    ASSERT_NE(0u, own) << "this machine has no address of its own";
+    const struct {
+        int mode;
+        std::uint32_t reached; // the address at which it is found
+    } cases[] = {{1, loopback}, {7, loopback}, {0, own}, {-1, loopback}};
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.mode);
+        unsigned short port = 0;
+        const int taken = test::listenSomewhere(port);
+        unsigned short next = port;
+        unsigned int address = 0;
+        const bool isFree = row.reached == own; // nobody has it at that address
+        for (const int tries : {0, isFree ? 0 : 1, -1})
+            EXPECT_EQ(-1, createBoundSocketIPv4(next, 0, row.mode, nullptr, tries)) << tries;
+        EXPECT_EQ(port, next);
+        const int listener = createBoundSocketIPv4(next, 0, row.mode, &address, 1000);
+        ASSERT_NE(-1, listener);
+        EXPECT_EQ(isFree, port == next);
+        EXPECT_EQ(own, address) << "what others may call, whatever was bound";
+
+        const int caller = TCPMessage_1_3::connectToBoundSocketIPv4(row.reached, next);
+        const int accepted = TCPMessage_1_3::acceptBoundSocket(listener);
+        for (const int descriptor : {caller, accepted, listener, taken}) {
+            EXPECT_NE(-1, descriptor);
+            EXPECT_TRUE(TCPMessage_1_3::shutdownSocket(descriptor));
+        }
+    }
+}
+
+} // namespace
+} // namespace vintok::test

@@ -3,6 +3,7 @@
 #include "support/Eventually.h"
 #include "support/Multiplexer.h"
 #include "support/TemporaryFolder.h"
+#include "support/Wire.h"
 
 #include <gmock/gmock.h>
 
@@ -164,17 +165,6 @@ TEST(AMultiplexer, PassesTheEndOfEachSideByItself) {
     EXPECT_TRUE(reset.b.seesTheEnd());
     reset.b.closes(); // where a reset comes as an end, this one has its say
     EXPECT_TRUE(mux.comesTo("tunnels", 0));
-}
-
-// Bytes of no short period.
-std::string pattern(std::size_t size) {
-    std::string bytes(size, '\0');
-    std::uint32_t state = 1;
-    for (char &byte : bytes) {
-        state = state * 1664525 + 1013904223;
-        byte = static_cast<char>(state >> 24);
-    }
-    return bytes;
 }
 
 TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {

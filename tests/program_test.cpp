@@ -34,30 +34,6 @@ std::string targetOf(unsigned short port) {
     return "127.0.0.1:" + std::to_string(port);
 }
 
-// Ann hosts, Bob and Cid have joined, and all three know all three.
-class MeetingTest : public ProgramTest {
-protected:
-    MeetingTest()
-        : ann({"host", "--meeting", "Budget", "--name", "Ann Lee"}),
-          port(ann.port()),
-          target(targetOf(port)),
-          bob({"join", target, "--name", "Bob"}) {
-        EXPECT_TRUE(ann.tells("joined", {named("Bob"), colour(1)}));
-        cid = std::make_unique<Program>(
-            std::vector<std::string>{"join", target, "--name", "Cid", "--email", "cid@x"});
-        EXPECT_TRUE(ann.tells("joined", {named("Cid"), colour(2)}));
-        EXPECT_TRUE(bob.tells("joined", {named("Cid"), colour(2)}));
-        EXPECT_TRUE(cid->tells("joined", {named("Bob"), colour(1)}));
-        EXPECT_TRUE(cid->tells("changed", {named("Cid"), colour(2), {"self", "true"}}));
-    }
-
-    Program ann;
-    const unsigned short port;
-    const std::string target;
-    Program bob;
-    std::unique_ptr<Program> cid;
-};
-
 TEST_F(ProgramTest, WrongUsageEndsWithTwoAndACallThatCannotBePlacedWithOne) {
     ChildProcess wrong =
         Program::plain({"host", "--port", "65536"}); // the parts' test has the rest
@@ -126,21 +102,18 @@ TEST_F(ProgramTest, AGuestIsOnAPortOfItsOwnOrNowhereAndToldWhyItIsTurnedAway) {
     expectFailure(dan, 1, "turns this party away: this party's address and port are another's");
 }
 
-TEST_F(MeetingTest, LeavingIsToldToTheOthersAndTheHostsEndsTheMeeting) {
-    bob.type("/leave");
-    EXPECT_TRUE(bob.ends(0));
-    for (Program *other : {&ann, cid.get()})
-        EXPECT_TRUE(other->tells("left", {named("Bob"), colour(1)}));
-    ann.type("/leave");
-    EXPECT_TRUE(ann.ends(0));
-    EXPECT_TRUE(cid->tells("left", {named("Ann Lee")}));
-    EXPECT_TRUE(cid->tells("ended", {text("reason", "The host has left: the meeting is over.")}));
-    EXPECT_TRUE(cid->ends(0));
-}
-
-TEST_F(MeetingTest, EachKnowsTheOthersAndAGuestIsBusyForOthers) {
+TEST_F(ProgramTest, EachKnowsTheOthersAndAGuestIsBusyForOthers) {
+    Program ann({"host", "--meeting", "Budget", "--name", "Ann Lee"});
+    const std::string target = ann.target();
+    Program bob({"join", target, "--name", "Bob"});
+    EXPECT_TRUE(ann.tells("joined", {named("Bob"), colour(1)}));
+    Program cid({"join", target, "--name", "Cid", "--email", "cid@x"});
+    for (Program *other : {&ann, &bob})
+        EXPECT_TRUE(other->tells("joined", {named("Cid"), colour(2)}));
+    EXPECT_TRUE(cid.tells("joined", {named("Bob"), colour(1)}));
+    EXPECT_TRUE(cid.tells("changed", {named("Cid"), colour(2), {"self", "true"}}));
     std::string roster;
-    for (Program *party : {&bob, cid.get(), &ann}) {
+    for (Program *party : {&bob, &cid, &ann}) {
         ASSERT_TRUE(party->answers("/who", "roster", {text("meeting", "Budget")}, &roster));
         for (const char *part : {R"("name":"Ann Lee",)", R"("name":"Bob",)", R"("name":"Cid",)",
                                  R"("colour":0,"host":true,)", R"("colour":1,"host":false,)",

@@ -19,13 +19,8 @@
 #include <string>
 #include <vector>
 
-namespace vintok {
+namespace vintok::test {
 namespace {
-
-using test::Bytes;
-using test::hex;
-using test::nameOnly;
-using test::network;
 
 constexpr std::int64_t newYear = 1767225600; // 2026-01-01 00:00:00 UTC
 
@@ -293,4 +288,4 @@ TEST(ProtocolDocument, NamesTheStatesByTheirBits) {
 }
 
 } // namespace
-} // namespace vintok
+} // namespace vintok::test

@@ -111,12 +111,7 @@ const Scene scenes[] = {
      [](Scenery &s) { return s.ann.asks(s.bob) && s.ann.reaches(s.cid); },
      [](Scenery &s) { s.ann.leaves(); }},
     {"old version", "version ", annCallsBob,
-     [](Scenery &s) {
-         WireFrame old;
-         old.id = id::rosterEntry;
-         old.major = 3;
-         s.bob.sends(old.encode());
-     }},
+     [](Scenery &s) { s.bob.sends(WireFrame{.id = id::rosterEntry, .major = 3}.encode()); }},
     {"member sends a roster", "join Shadow", annHosts,
      [](Scenery &s) { s.bob.sends(id::rosterReply, s.shadow.encode()); }},
     {"roster is walked", "user ", annHosts, [](Scenery &s) { s.ann->requestRoster(); }},
@@ -150,11 +145,7 @@ const Scene scenes[] = {
      [](Scenery &s) { s.host.sends(id::leadReply, {1}); }},
     {"file comes", "file ", annHosts,
      [](Scenery &s) {
-         Bytes names;
-         WireWriter writer(names);
-         writer.text("/there/vintok-reentrance.txt");
-         writer.text("vintok-reentrance.txt");
-         s.bob.sends(id::fileBegin, names);
+         s.bob.sends(id::fileBegin, wireTexts({"/there/reentrance", "reentrance"}));
          s.bob.sends(id::fileData, {'x'});
          s.bob.sends(id::fileEnd, {0, 0, 0, 2}); // one more than came: the file is not kept
      }},

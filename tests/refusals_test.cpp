@@ -1,9 +1,11 @@
 // Operations refuse descriptors that they cannot serve, and all that needs the library refuses
 // while it is not started or cannot have its lock: each with an error of its own.
 #include "support/LogFile.h"
+#include "support/Party.h"
 #include "support/SocketPair.h"
 #include "support/Stream.h"
 #include "vintok/StreamInternal.h"
+#include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 #include "vintok/TCPMutexBase.h"
@@ -173,6 +175,89 @@ TEST_F(Refusals, WhatCannotHaveItsLockSaysSo) {
     for (const int index : {1, 2})
         EXPECT_EQ(0, base._mutexUnlock(index, true));
     EXPECT_TRUE(DescriptorState(pair.mine()).known) << "nothing was done";
+}
+
+// ---- Of a participant ----
+
+using testing::HasSubstr;
+
+// Ann is alone; Bob is a guest of Cid's.
+TEST(Reasons, AreLeftByEveryOperationThatIsRefused) {
+    Meeting meeting;
+    Party ann(meeting, "Ann"), bob(meeting, "Bob"), cid(meeting, "Cid");
+    ASSERT_TRUE(cid.hosts("Reasons") && gather(cid, {&bob}));
+    const unsigned char word[] = {'x'};
+    const auto calls = [](Party &party, unsigned short port) {
+        return party->placeCall(party.ip(), port, "", 0, "", "", 0);
+    };
+    constexpr TCPError notNow = TCP_ERROR_UNSPECIFIED_ERROR;
+    const struct {
+        TCPError code;
+        const char *text;
+        std::function<bool()> isDone;
+    } rows[] = {
+        {notNow, "hostMeeting: in a meeting already", [&] { return bob->hostMeeting("x"); }},
+        {notNow, "setMeetingName: not the host", [&] { return bob->setMeetingName("x"); }},
+        {notNow, "placeCall: in a meeting", [&] { return calls(bob, 1); }},
+        {TCP_ERROR_INVALID_ADDRESS, "placeCall: the address is one's own",
+         [&] { return calls(ann, ann.port()); }},
+        {notNow, "is called, or known, already", [&] { return calls(cid, bob.port()); }},
+        {TCP_ERROR_CONNECTION_REFUSED, "", [&] { return calls(ann, 1); }},
+        {TCP_ERROR_INVALID_ADDRESS, "acceptCall: nobody of this address",
+         [&] { return ann->acceptCall(TCPAddress()); }},
+        {notNow, "acceptCall: this party does not wait",
+         [&] { return cid->acceptCall(bob->address()); }},
+        {TCP_ERROR_INVALID_ADDRESS, "rejectCall: nobody of this address",
+         [&] { return ann->rejectCall(TCPAddress()); }},
+        {notNow, "sendRoster: nobody", [&] { return ann->sendRoster(); }},
+        {notNow, "requestRoster: no host", [&] { return ann->requestRoster(); }},
+        {notNow, "requestStartLeading: in no", [&] { return ann->requestStartLeading(); }},
+        {TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: nobody waits",
+         [&] { return cid->acceptLeadChange(); }},
+        {TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: there is no host",
+         [&] { return ann->acceptLeadChange(); }},
+        {TCP_ERROR_INVALID_ADDRESS, "rejectLeadChange", [&] { return cid->rejectLeadChange(); }},
+        {notNow, "sendBroadcastData: nobody", [&] { return ann->sendBroadcastData(word, 1); }},
+        {TCP_ERROR_INVALID_ARGUMENT, "sendBroadcastData: nothing",
+         [&] { return bob->sendBroadcastData(word, 0); }},
+        {notNow, "transferFile: nobody", [&] { return ann->transferFile("/no/file", "file"); }},
+        {TCP_ERROR_INVALID_ARGUMENT, "transferFile: the relative path",
+         [&] { return bob->transferFile("/no/file", "other"); }},
+        {TCP_ERROR_SYSTEM_ERROR, "transferFile: the file cannot be opened",
+         [&] { return bob->transferFile("/no/file", "file"); }},
+        {TCP_ERROR_SSL_TRANSPORT, "setSecurePreferred: not secure-able",
+         [&] { return ann->setSecurePreferred(true); }},
+        {TCP_ERROR_INVALID_ADDRESS, "sendPrivateData: no such party",
+         [&] { return ann->sendPrivateData(bob->address(), word, 1) != 0; }},
+        {TCP_ERROR_INVALID_ARGUMENT, "sendMessage",
+         [&] { return bob->sendMessage(TCP_hangup, word, 1); }},
+    };
+    for (const auto &row : rows) {
+        forgetError();
+        EXPECT_FALSE(row.isDone()) << row.text;
+        expectError(row.code, HasSubstr(row.text));
+    }
+}
+
+TEST(Reasons, HaveNamesAndTheLogGoesToAFunction) {
+    init();
+    EXPECT_STREQ("TCP_ERROR_SYSTEM_ERROR", errorName(TCP_ERROR_SYSTEM_ERROR));
+    EXPECT_STREQ("??", errorName(static_cast<TCPError>(18)));
+    std::string entries;
+    setLogCallback(
+        [](ErrSeverity severity, const char *message, void *data) {
+            *static_cast<std::string *>(data) += std::to_string(severity) + message + ' ';
+            logMessage("from inside", SEVERITY_FATAL); // as without the function
+        },
+        &entries);
+    setLogLevel(LOG_ERROR);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(logMessage("one", SEVERITY_ERROR));
+    EXPECT_FALSE(logMessage("two", SEVERITY_INFO));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("\n{\nfrom inside\n}\n"));
+    EXPECT_EQ("2one ", entries);
+    setLogCallback(nullptr, nullptr);
+    fini();
 }
 
 } // namespace

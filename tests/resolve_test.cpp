@@ -6,10 +6,8 @@
 
 #include <gtest/gtest.h>
 
-namespace vintok {
+namespace vintok::test {
 namespace {
-
-using namespace test;
 
 std::string nameOf(const TCPAddress &address) {
     std::string name;
@@ -100,4 +98,4 @@ TEST(OutgoingCall, resolvesTheProxyOrElseTheParty) {
 }
 
 } // namespace
-} // namespace vintok
+} // namespace vintok::test

@@ -6,10 +6,8 @@
 
 #include <gmock/gmock.h>
 
-namespace vintok {
+namespace vintok::test {
 namespace {
-
-using namespace test;
 
 constexpr const char *annWire = "00000004 'Ann' 00"   // first name
                                 "00000001 00"         // last name
@@ -244,4 +242,4 @@ TEST(OutgoingCall, isAssignedWithoutItsProxysName) {
 }
 
 } // namespace
-} // namespace vintok
+} // namespace vintok::test

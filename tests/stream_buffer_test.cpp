@@ -16,10 +16,7 @@ namespace vintok::test {
 namespace {
 
 std::string frameOf(std::size_t size) {
-    WireFrame frame;
-    frame.id = id::broadcast;
-    frame.body.assign(size, 'x');
-    const Bytes bytes = frame.encode();
+    const Bytes bytes = WireFrame{.id = id::broadcast, .body = Bytes(size, 'x')}.encode();
     return {bytes.begin(), bytes.end()};
 }
 

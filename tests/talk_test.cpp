@@ -67,9 +67,7 @@ protected:
     // As Dan would write it who claims to be somebody else.
     void forges(const WireAddress &origin, const WireAddress &party, unsigned char id,
                 std::uint32_t number) {
-        WireFrame frame;
-        frame.id = id;
-        frame.origin = origin;
+        WireFrame frame = {.id = id, .origin = origin};
         WireWriter writer(frame.body);
         writer.number(number, 4);
         party.write(writer);
@@ -91,10 +89,7 @@ TEST_F(Talk, EachHearsWhoSpeaks) {
     EXPECT_TRUE(ann.isTold("said Bob: one") && cid.isTold("said Bob: one"));
     EXPECT_TRUE(ann.says("two"));
     EXPECT_TRUE(bob.isTold("said Ann: two") && bob.hears("two"));
-    WireFrame unmarked;
-    unmarked.id = id::broadcast;
-    unmarked.body = {'3'};
-    EXPECT_TRUE(dan.sends(unmarked.encode()));
+    EXPECT_TRUE(dan.sends(WireFrame{.id = id::broadcast, .body = {'3'}}.encode()));
     EXPECT_TRUE(ann.isTold("said Dan: 3") && cid.isTold("said somebody: 3"));
     bob->setSaidCB(nullptr);
     EXPECT_TRUE(bob.says("four"));

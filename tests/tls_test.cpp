@@ -280,16 +280,6 @@ TEST_F(Strangers, AConnectWithoutANameMayBeLeftPlain) {
 
 // ---- Bytes ----
 
-std::string pattern(std::size_t length) {
-    std::string text(length, '\0');
-    unsigned state = 1;
-    for (char &c : text) {
-        state = state * 1103515245 + 12345;
-        c = static_cast<char>(state >> 16);
-    }
-    return text;
-}
-
 TEST_F(TLS, MegabytesTravelBothWaysAtOnceAndWhole) {
     ASSERT_TRUE(ends->shakeHands());
     const std::string text = pattern(1000000);
@@ -371,17 +361,6 @@ protected:
         return bytes;
     }
 };
-
-TEST_F(Pieces, HalfARecordIsNoByte) {
-    ASSERT_TRUE(ends->shakeHands());
-    const std::string record = sealed("whole");
-    for (const char c : record) {
-        EXPECT_EQ(0, bytesPending(ends->mine()));
-        ASSERT_TRUE(peerSendsRaw(std::string(1, c)));
-    }
-    EXPECT_EQ(5, bytesPending(ends->mine()));
-    EXPECT_EQ("whole", ends->read(5));
-}
 
 TEST_F(Pieces, ARecordThatWasTamperedWithEndsTheConnection) {
     ASSERT_TRUE(ends->shakeHands());

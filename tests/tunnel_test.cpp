@@ -169,10 +169,8 @@ TEST_F(Tunnel, WhatFollowsTheReplyInTheSameSegmentIsNotLost) {
         SCOPED_TRACE(headers);
         asksServer();
         const int before = transport.removed;
-        WireFrame hello;
-        hello.id = id::rosterEntry;
-        hello.origin = server.entry.address;
-        hello.body = server.entry.encode();
+        const WireFrame hello = {
+            .id = id::rosterEntry, .origin = server.entry.address, .body = server.entry.encode()};
         const std::string reply = "HTTP/1.0 200 OK\r\n" + headers + "\r\n";
         Bytes bytes(reply.begin(), reply.end());
         const Bytes frame = hello.encode();

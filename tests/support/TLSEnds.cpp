@@ -21,18 +21,6 @@ std::string secondLine(const std::string &text) {
     return end == std::string::npos ? "" : text.substr(end + 1);
 }
 
-TLSOptions optionsFor(const std::string &name) {
-    const tls::Issued own = certificateFor({name});
-    TLSOptions options;
-    options.certificate = own.certificate;
-    options.key = own.key;
-    options.roots = authority().own().certificate;
-    options.acceptWait = 10000;
-    options.connectWait = 1;
-    options.handshakeTime = 10000;
-    return options;
-}
-
 TLSEnds::Outcome outcomeOf(bool done, const TLSTransport &transport) {
     TLSEnds::Outcome outcome{done, TLS_ERROR_NONE, done ? "" : secondLine(lastErrorString())};
     std::string words;
@@ -60,6 +48,18 @@ tls::Issued certificateFor(const std::vector<std::string> &names, std::int64_t f
                          issued, words))
         << words;
     return issued;
+}
+
+TLSOptions optionsFor(const std::string &name) {
+    const tls::Issued own = certificateFor({name});
+    TLSOptions options;
+    options.certificate = own.certificate;
+    options.key = own.key;
+    options.roots = authority().own().certificate;
+    options.acceptWait = 10000;
+    options.connectWait = 1;
+    options.handshakeTime = 10000;
+    return options;
 }
 
 TLSEnds::TLSEnds()

@@ -18,6 +18,9 @@ const tls::Authority &authority();
 tls::Issued certificateFor(const std::vector<std::string> &names, std::int64_t from = -3600,
                            std::int64_t until = 3600, const tls::Authority &by = authority());
 
+// Of a party that has a certificate for the name and trusts the authority.
+TLSOptions optionsFor(const std::string &name);
+
 // This side goes through the library, the peer talks to its transport itself, as another process
 // would.
 class TLSEnds {

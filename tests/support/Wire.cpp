@@ -63,6 +63,29 @@ void WireReader::raw(unsigned char *bytes, std::size_t count) {
     }
 }
 
+Bytes wireTexts(const std::vector<std::string> &texts) {
+    Bytes bytes;
+    for (const std::string &text : texts)
+        WireWriter(bytes).text(text);
+    return bytes;
+}
+
+Bytes wireNumber(std::uint64_t value, int count) {
+    Bytes bytes;
+    WireWriter(bytes).number(value, count);
+    return bytes;
+}
+
+std::string pattern(std::size_t size) {
+    std::string text(size, '\0');
+    std::uint32_t value = 12345;
+    for (char &c : text) {
+        value = value * 1103515245 + 12345;
+        c = static_cast<char>(value >> 24);
+    }
+    return text;
+}
+
 WireAddress WireAddress::ipv4(std::uint32_t address, std::uint16_t port) {
     WireAddress result;
     for (int i = 0; i < 4; ++i)

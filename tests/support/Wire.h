@@ -13,6 +13,15 @@ namespace vintok::test {
 
 using Bytes = std::vector<unsigned char>;
 
+// What stands in bodies: letters, texts one behind the other, a number.
+inline Bytes letters(const std::string &text) {
+    return {text.begin(), text.end()};
+}
+Bytes wireTexts(const std::vector<std::string> &texts);
+Bytes wireNumber(std::uint64_t value, int bytes = 4);
+// So many letters without a period.
+std::string pattern(std::size_t size);
+
 // Messages, by the one byte in which their identifiers differ.
 namespace id {
 inline constexpr unsigned char broadcast = 0x12, joinRequest = 0x13, joinReply = 0x14,
@@ -93,8 +102,8 @@ struct WireFrame {
     std::int64_t time = 0;
     unsigned char id = 0; // 0 stands for an identifier that is none of the system's
     std::uint16_t major = 4, minor = 0;
-    WireAddress origin;
-    Bytes body;
+    WireAddress origin = {};
+    Bytes body = {};
 
     Bytes encode() const;
     // Takes the first whole frame from the front of `bytes`; nothing when it is not all there.

@@ -110,11 +110,7 @@ bool WirePeer::sends(const Bytes &bytes) {
 }
 
 bool WirePeer::sends(unsigned char id, const Bytes &body) {
-    WireFrame frame;
-    frame.id = id;
-    frame.origin = entry.address;
-    frame.body = body;
-    return sends(frame.encode());
+    return sends(WireFrame{.id = id, .origin = entry.address, .body = body}.encode());
 }
 
 bool WirePeer::saysHello() {
@@ -148,8 +144,7 @@ testing::AssertionResult WirePeer::receives(unsigned char id, WireFrame *frame) 
 }
 
 testing::AssertionResult WirePeer::fences(std::vector<WireFrame> *before) {
-    Bytes token;
-    WireWriter(token).number(++m_token, 4);
+    const Bytes token = wireNumber(++m_token);
     if (!sends(id::echoRequest32, token))
         return systemFailure("cannot ask for an echo");
     std::vector<WireFrame> came;
