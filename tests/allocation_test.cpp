@@ -127,7 +127,7 @@ void annHosts(Scenery &s) {
     s.does([](auto &ann) { ann.sendRoster() && ann.requestRoster() && ann.sendAllKeepAlive(); });
     s.does([&](auto &ann) { ann.transferFile(s.file, s.there); });
     s.does([&](auto &ann) { ann.startFile(s.file, s.name); });
-    s.says(s.bob, {id::fileBegin}, names);
+    s.says(s.bob, {id::fileBegin}, wireTexts({"/there/f", "f"}));
     s.does([&](auto &ann) { ann.refuseFile(addressOf(s.bob)); });
     s.bob.closes();
     s.turns();
