@@ -1,5 +1,6 @@
 // Frames that stop in the middle, at a host and at a relay in a process of its own: whoever sends
 // half a frame keeps nobody waiting but himself.
+#include "platform/File.h"
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "support/ChildProcess.h"
@@ -181,8 +182,9 @@ TEST(HalfWay, AWriteThatIsResetTellsHowFarItCame) {
     SocketPair pair;
     Reader peer(pair.forgetPeer(), flood.size() / 2);
     const std::int64_t count = writes(pair.mine(), flood);
-    EXPECT_GE(count, std::ssize(flood) / 2);
-    EXPECT_LT(count, std::ssize(flood));
+    const bool isKnown = platform::pathSeparator() == '/'; // Windows takes all of it, or fails
+    EXPECT_TRUE(isKnown ? count >= std::ssize(flood) / 2 && count < std::ssize(flood) : count == -1)
+        << count;
     EXPECT_EQ(TCP_ERROR_CONNECTION_RESET, lastError());
     EXPECT_EQ(flood.size() / 2, peer.all().size());
 }
