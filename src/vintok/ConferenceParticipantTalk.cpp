@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace vintok {
 
@@ -33,6 +34,8 @@ bool deliver(int descriptor, TCPMessage &message, Delivery::When when) {
                   static_cast<std::size_t>(message.rawBufferLength())};
     if (bytes.owner == nullptr && when == Delivery::When::withTheTurn)
         bytes = copyToChunk(bytes.bytes, bytes.length);
+    if (bytes.bytes == nullptr)
+        throw std::bad_alloc();
     Delivery delivery(bytes, when);
     delivery.give(descriptor);
     delivery.complete();
