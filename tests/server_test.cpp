@@ -3,6 +3,7 @@
 #include "platform/Socket.h"
 #include "platform/TestSockets.h"
 #include "platform/Wait.h"
+#include "support/Addresses.h"
 #include "support/ChildProcess.h"
 #include "support/LogFile.h"
 #include "support/SocketPair.h"
@@ -215,23 +216,33 @@ TEST_F(Relay, SharesItsConnectionsWithACopy) {
 
 // ---- Ports ----
 
-// That both families have the port the participant's test shows, by the same code.
-TEST(Ports, ThatAreTakenAreWalkedPastUnlessThePortIsExact) {
+TEST(Ports, ThatAreTakenAreWalkedPastByBothFamiliesUnlessThePortIsExact) {
     const Meeting starts;
     const LogFile log(LOG_ERROR);
-    unsigned short port = 0;
-    const int listener = listenSomewhere(port);
-    unsigned short same = port;
-    const int other = createLocalIPv6Socket(same, 0, 1, false);
-    EXPECT_GT(TCPServer(port, !exactPort, localOnly).port(), port);
-    TCPServer none(port, exactPort, localOnly);
-    EXPECT_TRUE(other == -1 || none.port() == 0);
-    none.run();
-    EXPECT_FALSE(none.running());
-    none.interrupt();
-    EXPECT_EQ(other == -1 ? 0 : 1, log.entries("TCPServer could not create socket"));
-    closeDescriptor(listener);
-    closeDescriptor(other);
+    for (const bool local : {localOnly, !localOnly}) {
+        unsigned short port = 0;
+        const int listener = listenSomewhere(port);
+        unsigned short same = port;
+        const int other = createLocalIPv6Socket(same, 0, 1, false);
+        const TCPServer server(port, !exactPort, local);
+        EXPECT_GT(server.port(), port);
+        for (const char *literal : {"127.0.0.1", "::1"}) {
+            const TCPAddress address = nameOnly(literal, server.port());
+            const int caller = connectToBoundSocket(address);
+            EXPECT_EQ(other != -1 || address.isIPv4(), caller != -1) << literal;
+            closeDescriptor(caller);
+        }
+        if (other == -1)
+            GTEST_SKIP() << "no IPv6 here";
+        TCPServer none(port, exactPort, local);
+        EXPECT_EQ(0, none.port());
+        none.run();
+        EXPECT_FALSE(none.running());
+        none.interrupt();
+        closeDescriptor(listener);
+        closeDescriptor(other);
+    }
+    EXPECT_EQ(2, log.entries("TCPServer could not create socket"));
 }
 
 // ---- The programs ----
