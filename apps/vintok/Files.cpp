@@ -1,7 +1,7 @@
 // A meeting carries one file at a time, since a receiver takes one at a time. So a sender announces
-// its file, and the host says whose turn it is: a guest sends when it is told yes, and gives up when
-// it is told no. A host that knows nothing of turns is given some time, and then the announcements
-// of others decide.
+// its file, and the host says whose turn it is: a guest sends when it is told yes, and gives up
+// when it is told no. A host that knows nothing of turns is given some time, and then the
+// announcements of others decide.
 //
 // An announcement holds until its sender closes it or leaves, or nothing comes of it for a while.
 // The library's callbacks tell what becomes of the file itself; a file that was not announced
