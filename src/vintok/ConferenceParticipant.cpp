@@ -148,6 +148,7 @@ ConferenceParticipant::~ConferenceParticipant() {
         Calling::forgetStarted(*this, nullptr);
         Handshakes::forgetAll(*this);
         StreamLoop::ofThisThread()->removeSender(this);
+        StreamLoop::ofThisThread()->letGoOn(this);
         StreamLoop::ofThisThread()->deadlines().clearAll(this);
     }
     _shutdown();
@@ -466,6 +467,9 @@ struct ConferenceParticipant::Route {
         if (message.messageBufferLength() == 1 && message.messageBuffer()[0] == 1)
             Roster::turnedAway(self, peer);
     }
+    static void sentElsewhere(Party &self, Peer *peer, TCPMessage &message) {
+        Tunnels::sentElsewhere(self, peer, message);
+    }
     static void keepAlive(Party &, Peer *, TCPMessage &) {
         VINTOK_LOG(SEVERITY_TRACE, "Keep Alive");
     }
@@ -495,6 +499,7 @@ const ConferenceParticipant::Route ConferenceParticipant::Route::table[] = {
     {&TCP_messageID_47, RELAY_NEVER, false, privateAnswer},
     {&TCP_RECYCLE_ME_1, RELAY_NEVER, false, fileRefusal},
     {&TCP_RECYCLE_ME_2, RELAY_NEVER, false, turnedAway},
+    {&TCP_RECYCLE_ME_3, RELAY_NEVER, false, sentElsewhere},
 };
 
 const ConferenceParticipant::Route *ConferenceParticipant::Route::find(const TCPGUID &identifier) {
@@ -508,6 +513,18 @@ bool ConferenceParticipant::Talk::isLibrarys(const TCPGUID &identifier) {
     return Route::find(identifier) != nullptr;
 }
 
+bool ConferenceParticipant::Relaying::isRelayed(const TCPGUID &identifier) {
+    const Route *route = Route::find(identifier);
+    return route != nullptr && route->relay != Route::RELAY_NEVER;
+}
+
+// For a message of the library's that has come another way than by a connection.
+void ConferenceParticipant::Relaying::dispatch(ConferenceParticipant &owner,
+                                               ConferenceRosterEntry *peer, TCPMessage &message) {
+    if (const Route *route = Route::find(message.messageID()))
+        route->handle(owner, peer, message);
+}
+
 void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessage &message) {
     const Route *route = Route::find(message.messageID());
     if (route == nullptr && _workings->talk.messageCB == nullptr) {
@@ -515,6 +532,9 @@ void ConferenceParticipant::_handleMessage(ConferenceRosterEntry *peer, TCPMessa
         return;
     }
     if (!MembersOnly::takes(*this, peer, message))
+        return;
+    if ((route == nullptr || route->relay != Route::RELAY_NEVER) &&
+        Linking::keepsForOrder(*this, *peer, message))
         return;
     if (route == nullptr) {
         Talk::isOwn(*this, peer, message);

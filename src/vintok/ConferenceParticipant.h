@@ -318,8 +318,7 @@ public:
     void disableUser(const TCPAddress &address);
     void enableUser(const TCPAddress &address);
 
-    static constexpr unsigned int _badReadKeepAliveDelta =
-        8; // to space keep-alives after bad reads
+    static constexpr unsigned int _badReadKeepAliveDelta = 8; // to space keep-alives
 
     // ---- Files ----
 
@@ -457,8 +456,8 @@ public:
     void setBackgroundHandshakes(bool on);
 
 private:
+    friend class LinkedMeeting; // ConferenceLink.h
     // ---- What goes on inside (ConferenceParticipantWorkings.h) ----
-
     struct Workings;
     class Operation;
     struct Said;
@@ -485,6 +484,8 @@ private:
     struct Joining;
     struct Lead;
     struct Life;
+    struct Linking;
+    struct LinkState;
     struct Lists;
     struct MembersOnly;
     struct Outgoing;
@@ -588,7 +589,7 @@ private:
     void _handleStopLeadRequest(ConferenceRosterEntry *peer, unsigned char *body,
                                 std::uint64_t length);
     void _assureLeader();
-    bool _writeLeadReply(int descriptor, int accepted);
+    bool _writeLeadReply(const ConferenceRosterEntry &party, int accepted);
     void _notifyLeadRequestAccepted();
     void _notifyLeadRequestDenied();
 
@@ -642,7 +643,6 @@ private:
     void _handleRedirect(ConferenceRosterEntry *peer, const TCPAddress &address);
 
     // ---- State ----
-
     TCPSelect *_select = nullptr; // owned; null: the participant failed to start
     ConferenceRosterEntry _self;
     std::vector<ConferenceRosterEntry *> _attendees; // owned; every connection and every shadow

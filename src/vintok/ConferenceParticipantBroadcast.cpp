@@ -28,7 +28,7 @@ bool ConferenceParticipant::sendBroadcastData(const unsigned char *data, std::ui
             return Lists::findsNoMemory("sendBroadcastData");
         if (_workings->talk.saidCB != nullptr)
             message.setOriginAddress(_self);
-        return _broadcastData(nullptr, message);
+        return Linking::sayToAll(*this, message);
     });
     return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                          "sendBroadcastData: it did not reach everybody");
@@ -95,6 +95,8 @@ bool ConferenceParticipant::Relaying::broadcastFrames(ConferenceParticipant &own
 void ConferenceParticipant::Relaying::passOn(ConferenceParticipant &owner,
                                              ConferenceRosterEntry *source, TCPMessage &message) {
     if (message.rawBytes().shared() == nullptr) {
+        Linking::pass(owner, *source, message.rawBuffer(),
+                      static_cast<std::size_t>(message.rawBufferLength()));
         owner._broadcastData(source, message);
         return;
     }
@@ -115,6 +117,12 @@ void ConferenceParticipant::Relaying::closeRelay(ConferenceParticipant &owner) {
 void ConferenceParticipant::Relaying::spread(void *owner, StreamLoop &loop, int source,
                                              const Span &span) {
     auto &participant = *static_cast<ConferenceParticipant *>(owner);
+    if (const ConferenceRosterEntry *speaker = participant._getPeer(source);
+        speaker != nullptr && Linking::isLinked(participant)) {
+        Linking::pass(participant, *speaker, span.bytes, span.length);
+        if (!Linking::hasRoom(participant))
+            loop.holdUp(source, Linking::mayGoOn, owner);
+    }
     if (participant._workings->guards.output.hard != 0) {
         Guards::spread(participant, loop, source, span);
         return;

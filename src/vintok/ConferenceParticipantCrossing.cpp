@@ -23,7 +23,7 @@ namespace vintok {
 // A host that a call has made, and that nobody has joined, gives way to another.
 bool ConferenceParticipant::Crossing::hostsNobody(const ConferenceParticipant &owner) {
     return owner._self.isHost() && owner._workings->hostsByCall && !owner._serverMode &&
-           Roster::allMembers(owner).empty();
+           !Linking::isLinked(owner) && Roster::allMembers(owner).empty();
 }
 
 // Whether others than `peer` are about to join: they are called, wait for an answer, or were told

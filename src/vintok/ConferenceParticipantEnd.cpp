@@ -61,6 +61,7 @@ void ConferenceParticipant::hangup() {
         if (!_attempt("hangup", [this] { return Ending::dropAll(*this); }))
             Ending::dropAllWithoutMemory(*this);
     }
+    Linking::ended(*this);
     Ending::leaveMeeting(*this);
     _self.setServer(false); // until `setServerMode`, deliberately: `_serverMode` stays
     _self.setMUXRedirected(false);
@@ -206,7 +207,7 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
             if (!nobodyLeft)
                 _assureLeader();
         }
-        if (nobodyLeft)
+        if (nobodyLeft && !Linking::isLinked(*this))
             hangup();
     }
     if (kept)

@@ -362,6 +362,7 @@ bool ConferenceParticipant::Joining::callAccepted(ConferenceParticipant &owner,
 void ConferenceParticipant::Joining::admit(ConferenceParticipant &owner,
                                            ConferenceRosterEntry *peer, bool called) {
     Relaying::closeRelay(owner); // what was said before is not for it
+    Linking::joins(owner, *peer);
     MembersOnly::settle(owner, peer, called);
     peer->setDoBroadcast(true);
     readAhead(peer->descriptor());

@@ -24,7 +24,8 @@ namespace vintok {
 bool ConferenceParticipant::requestStartLeading() {
     const Reason reason;
     const bool asked = _attempt("requestStartLeading", [this] {
-        return _self.isHost() ? Lead::hostAsksToLead(*this) : Lead::memberAsksToLead(*this);
+        return Linking::decides(*this) ? Lead::hostAsksToLead(*this)
+                                       : Lead::memberAsksToLead(*this);
     });
     return reason.unless(asked, TCP_ERROR_CONNECTION_RESET,
                          "requestStartLeading: the host is gone");
@@ -35,13 +36,16 @@ bool ConferenceParticipant::Lead::memberAsksToLead(ConferenceParticipant &owner)
         return true;
     if (!owner._self.isMeeting())
         return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "requestStartLeading: in no meeting");
+    TCPMessage message;
+    if (Linking::isLinked(owner))
+        return openLeadRequest(owner, message) &&
+               Linking::writeToAuthority(owner, owner._self, message);
     if (owner._attendees.empty()) {
         owner._notifyLeadRequestDenied();
         owner.hangup();
         return refuse(TCP_ERROR_UNSPECIFIED_ERROR, "requestStartLeading: alone in the meeting");
     }
     const ConferenceRosterEntry *host = owner._getHost();
-    TCPMessage message;
     // True without a host to ask, deliberately: callers take false for an end of the meeting.
     if (!openLeadRequest(owner, message) || host == nullptr)
         return true;
@@ -59,7 +63,7 @@ bool ConferenceParticipant::Lead::hostAsksToLead(ConferenceParticipant &owner) {
     if (leader == nullptr)
         return refuse(TCP_ERROR_INVALID_ADDRESS, "requestStartLeading: nobody leads");
     TCPMessage message;
-    if (openLeadRequest(owner, message) && message.write(leader->descriptor(), nullptr))
+    if (openLeadRequest(owner, message) && Linking::write(owner, *leader, message))
         owner._self.setLeadPending(true);
     return true; // also when the write failed: the sweep will find the leader dead
 }
@@ -79,8 +83,10 @@ void ConferenceParticipant::_handleLeadRequest(ConferenceRosterEntry *peer, unsi
                                                std::uint64_t length) {
     if (!_isListed(peer) || body == nullptr || length == 0)
         return;
-    if (_self.isHost())
+    if (Linking::decides(*this))
         Lead::hostIsAsked(*this, peer, body, length);
+    else if (_self.isHost() && peer->doBroadcast())
+        Linking::ask(*this, TCP_leadRequest, *peer, body, length);
     else if (_self.isLeader())
         Lead::leaderIsAsked(*this, peer, body, length);
 }
@@ -93,7 +99,7 @@ void ConferenceParticipant::Lead::hostIsAsked(ConferenceParticipant &owner,
     const ConferenceRosterEntry *leader =
         owner._self.isLeader() ? &owner._self : owner._getLeader();
     if (owner._self.isLeadPending() || owner._getPendingLeader() != nullptr) {
-        owner._writeLeadReply(peer->descriptor(), 0);
+        owner._writeLeadReply(*peer, 0);
         return;
     }
     ConferenceRosterEntry asking(peer->descriptor());
@@ -107,18 +113,19 @@ void ConferenceParticipant::Lead::hostIsAsked(ConferenceParticipant &owner,
     // Where there is nobody to ask, the peer stays lead-pending, deliberately: all refuse until it
     // leaves or the application decides.
     const bool canAsk = leader != nullptr && leader != peer;
-    if (!canAsk || !passLeadRequestOn(*leader, body, length))
-        owner._writeLeadReply(peer->descriptor(), 0);
+    if (!canAsk || !passLeadRequestOn(owner, *leader, body, length))
+        owner._writeLeadReply(*peer, 0);
 }
 
-bool ConferenceParticipant::Lead::passLeadRequestOn(const ConferenceRosterEntry &leader,
+bool ConferenceParticipant::Lead::passLeadRequestOn(ConferenceParticipant &owner,
+                                                    const ConferenceRosterEntry &leader,
                                                     const unsigned char *body,
                                                     std::uint64_t length) {
-    TCPMessage message(leader.descriptor());
+    TCPMessage message;
     if (!openMessage(message, TCP_leadRequest, length))
         return false;
     std::copy_n(body, length, message.messageBuffer());
-    return message.write(-1, nullptr);
+    return Linking::write(owner, leader, message);
 }
 
 void ConferenceParticipant::Lead::leaderIsAsked(ConferenceParticipant &owner,
@@ -126,7 +133,7 @@ void ConferenceParticipant::Lead::leaderIsAsked(ConferenceParticipant &owner,
                                                 const unsigned char *body, std::uint64_t length) {
     ConferenceRosterEntry asking(peer->descriptor());
     if (asking.read(body, length) == 0)
-        owner._writeLeadReply(peer->descriptor(), 0);
+        owner._writeLeadReply(*peer, 0);
     else
         decideOnLead(owner, asking);
 }
@@ -141,11 +148,11 @@ void ConferenceParticipant::Lead::decideOnLead(ConferenceParticipant &owner,
 
 bool ConferenceParticipant::acceptLeadChange() {
     const Reason reason;
-    if (!_self.isHost()) {
-        const ConferenceRosterEntry *host = _getHost();
+    if (!Linking::decides(*this)) {
+        const ConferenceRosterEntry *host = Lead::whoDecides(*this);
         if (host == nullptr)
             return refuse(TCP_ERROR_INVALID_ADDRESS, "acceptLeadChange: there is no host");
-        return reason.unless(_writeLeadReply(host->descriptor(), 1), TCP_ERROR_CONNECTION_RESET,
+        return reason.unless(_writeLeadReply(*host, 1), TCP_ERROR_CONNECTION_RESET,
                              "acceptLeadChange: the host is gone");
     }
     return reason.unless(_attempt("acceptLeadChange", [this] { return Lead::giveLead(*this); }),
@@ -164,7 +171,8 @@ bool ConferenceParticipant::Lead::giveLead(ConferenceParticipant &owner) {
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
         return Lists::findsNoMemory("acceptLeadChange");
     leaveLeadTo(owner, leader);
-    const bool sent = owner._broadcastData(nullptr, message);
+    Linking::leadsNow(owner, *leader);
+    const bool sent = owner._broadcastData(nullptr, message) || Linking::isLinked(owner);
     // A leader that the round has found dead has had a successor meanwhile.
     if (owner._isListed(leader))
         owner._tell(owner._leadChangeCB, *leader);
@@ -174,31 +182,36 @@ bool ConferenceParticipant::Lead::giveLead(ConferenceParticipant &owner) {
 bool ConferenceParticipant::rejectLeadChange() {
     const Operation operation(*this);
     const Reason reason;
-    ConferenceRosterEntry *target = _self.isHost() ? _getPendingLeader() : _getHost();
+    ConferenceRosterEntry *target =
+        Linking::decides(*this) ? _getPendingLeader() : Lead::whoDecides(*this);
     if (target == nullptr)
         return refuse(TCP_ERROR_INVALID_ADDRESS, "rejectLeadChange: nobody waits for the lead");
-    const bool sent = _writeLeadReply(target->descriptor(), 0);
+    const bool sent = _writeLeadReply(*target, 0);
     target->setLeadPending(false);
     return reason.unless(sent, TCP_ERROR_CONNECTION_RESET, "rejectLeadChange: they are gone");
 }
 
 // ---- The answer, and its announcement ----
 
-void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *, unsigned char *body,
+void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *peer, unsigned char *body,
                                              std::uint64_t length) {
     if (body == nullptr || length == 0) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleLeadReply Me or buf not allocated");
         return;
     }
     const int accepted = body[0] != 0 ? 1 : 0; // as others are told it
-    const bool wasHost = _self.isHost();
+    const bool wasHost = Linking::decides(*this);
+    if (_self.isHost() && !wasHost && peer->doBroadcast()) {
+        Linking::ask(*this, TCP_leadReply, *peer, body, length);
+        return;
+    }
     ConferenceRosterEntry *target =
         wasHost && !_self.isLeadPending() ? _getPendingLeader() : &_self;
     if (target == nullptr)
         return;
     target->setLeadPending(false);
     if (target != &_self)
-        _writeLeadReply(target->descriptor(), accepted);
+        _writeLeadReply(*target, accepted);
     else if (accepted != 0)
         _notifyLeadRequestAccepted();
     else
@@ -207,7 +220,7 @@ void ConferenceParticipant::_handleLeadReply(ConferenceRosterEntry *, unsigned c
     if (!wasHost || !_self.isHost())
         return;
     // A member that asked hears the answer twice, deliberately: applications count on the pair.
-    _writeLeadReply(target->descriptor(), accepted);
+    _writeLeadReply(*target, accepted);
     if (accepted == 0 || _attendees.empty())
         return;
     _self.setLeader(false);
@@ -240,16 +253,17 @@ void ConferenceParticipant::_handleStopLeadRequest(ConferenceRosterEntry *, unsi
 }
 
 void ConferenceParticipant::_assureLeader() {
-    if (!_self.isHost())
+    if (!Linking::decides(*this))
         return;
+    const bool linked = Linking::isLinked(*this);
     ConferenceRosterEntry *first = nullptr; // of the members
     ConferenceRosterEntry *waiting = nullptr;
     for (ConferenceRosterEntry *peer : _attendees) {
-        if (peer == nullptr || !peer->doBroadcast())
+        if (peer == nullptr || !(peer->doBroadcast() || (linked && peer->isShadow())))
             continue;
         if (peer->isLeader())
             return;
-        if (first == nullptr)
+        if (first == nullptr && !(linked && peer->isServer()))
             first = peer;
         if (waiting == nullptr && peer->isLeadPending())
             waiting = peer;
@@ -261,7 +275,7 @@ void ConferenceParticipant::_assureLeader() {
         acceptLeadChange();
         return;
     }
-    if (_self.isLeader() || _attendees.empty() || !_self.isMeeting())
+    if (_self.isLeader() || (_attendees.empty() && !linked) || !_self.isMeeting())
         return;
     _self.setLeader(true);
     Lead::announceLeader(*this, &_self);
@@ -275,6 +289,7 @@ void ConferenceParticipant::Lead::announceLeader(ConferenceParticipant &owner,
     if (!openMessage(message, TCP_leadChangeNotify, *leader))
         return;
     leaveLeadTo(owner, leader);
+    Linking::leadsNow(owner, *leader);
     for (const ConferenceRosterEntry *peer : owner._attendees)
         if (peer != nullptr && peer->doBroadcast())
             message.write(peer->descriptor(), nullptr);
@@ -288,8 +303,21 @@ void ConferenceParticipant::Lead::leaveLeadTo(ConferenceParticipant &owner,
             peer->setLeader(false);
 }
 
-bool ConferenceParticipant::_writeLeadReply(int descriptor, int accepted) {
-    return sendByte(descriptor, TCP_leadReply, static_cast<unsigned char>(accepted));
+bool ConferenceParticipant::_writeLeadReply(const ConferenceRosterEntry &party, int accepted) {
+    const auto answer = static_cast<unsigned char>(accepted);
+    if (&party == &_self && _self.isHost() && !Linking::decides(*this))
+        return Linking::ask(*this, TCP_leadReply, _self, &answer, 1);
+    TCPMessage message;
+    if (!openMessage(message, TCP_leadReply, 1))
+        return false;
+    message.messageBuffer()[0] = answer;
+    return Linking::write(*this, party, message);
+}
+
+// For a party that does not: the host, or itself at one of several hosts, for the one with
+// authority.
+ConferenceRosterEntry *ConferenceParticipant::Lead::whoDecides(ConferenceParticipant &owner) {
+    return Linking::isLinked(owner) ? &owner._self : owner._getHost();
 }
 
 void ConferenceParticipant::_notifyLeadRequestAccepted() {

@@ -188,6 +188,7 @@ bool ConferenceParticipant::Lists::retire(ConferenceParticipant &owner,
     ++owner._workings->listChanges;
     Guards::left(owner, *entry);
     Talk::left(owner, *entry);
+    Linking::left(owner, *entry);
     owner._attendees.erase(std::find(owner._attendees.begin(), owner._attendees.end(), entry));
     owner._workings->retiredEntries.emplace_back(entry);
     return true;

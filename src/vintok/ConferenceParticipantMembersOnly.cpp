@@ -68,6 +68,7 @@ constexpr Permission permissions[] = {
     {&TCP_messageID_47, Rule::no, Rule::ownFile, Rule::yes},
     {&TCP_RECYCLE_ME_1, Rule::no, Rule::ownFile, Rule::yes},
     {&TCP_RECYCLE_ME_2, Rule::yes, Rule::no, Rule::yes},
+    {&TCP_RECYCLE_ME_3, Rule::yes, Rule::no, Rule::yes},
 };
 // Of the application's own.
 constexpr Permission otherMessages = {nullptr, Rule::no, Rule::ownWord, Rule::yes};

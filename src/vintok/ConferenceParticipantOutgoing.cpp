@@ -145,7 +145,8 @@ bool ConferenceParticipant::Outgoing::sendAtOnce(ConferenceParticipant &owner,
         const Span span = {nullptr, frames.rawBuffer(),
                            static_cast<std::size_t>(frames.rawBufferLength())};
         const bool sent = opened && owner._attempt("transferFile", [&] {
-            return Relaying::broadcastFrames(owner, nullptr, span, {message.timeStamp(), false});
+            return Linking::sayToAll(owner, span, {message.timeStamp(), false},
+                                     Delivery::When::now);
         });
         (sent ? succeeded : failed) = true;
     };
@@ -268,6 +269,10 @@ bool ConferenceParticipant::Outgoing::mayGoOn(void *data) {
 
 // Who is limited and takes nothing is not waited for, as ever.
 bool ConferenceParticipant::Outgoing::hasRoom(const ConferenceParticipant &owner) {
+    return Linking::hasRoom(owner) && membersHaveRoom(owner);
+}
+
+bool ConferenceParticipant::Outgoing::membersHaveRoom(const ConferenceParticipant &owner) {
     const OutputLimits &limits = owner._workings->guards.output;
     const std::size_t most =
         limits.hard != 0 ? std::min(mostWaiting, limits.soft / 2) : mostWaiting;
@@ -389,8 +394,7 @@ bool ConferenceParticipant::Outgoing::queue(ConferenceParticipant &owner, TCPMes
         copyToChunk(frames.rawBuffer(), static_cast<std::size_t>(frames.rawBufferLength()));
     if (span.owner == nullptr)
         throw std::bad_alloc();
-    return Relaying::broadcastFrames(owner, nullptr, span, {frames.timeStamp(), false},
-                                     Delivery::When::withTheTurn);
+    return Linking::sayToAll(owner, span, {frames.timeStamp(), false}, Delivery::When::withTheTurn);
 }
 
 bool ConferenceParticipant::cancelFile(std::uint32_t number) {

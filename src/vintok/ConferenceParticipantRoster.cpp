@@ -54,8 +54,10 @@ void logSent(const ConferenceRosterEntry &entry, bool own, bool sent) {
 bool ConferenceParticipant::sendRoster() {
     const Reason reason;
     const bool sent = _attempt("sendRoster", [this] {
-        if (_self.isHost())
+        if (_self.isHost()) {
+            Linking::publish(*this);
             return Roster::sendRosterTo(*this, Roster::allMembers(*this), true);
+        }
         bool told = false;
         _forEachAttendee([&](ConferenceRosterEntry *peer) {
             if (peer->isHost())
@@ -92,7 +94,9 @@ bool ConferenceParticipant::_requestRoster(ConferenceRosterEntry *peer) {
 bool ConferenceParticipant::_sendRoster(ConferenceRosterEntry *peer) {
     if (peer != nullptr)
         return Roster::sendRosterTo(*this, {peer}, false);
-    if (_workings->guards.rosterByDifferences && _self.isHost())
+    Linking::publish(*this);
+    // Many may come and go at the other hosts at once.
+    if ((_workings->guards.rosterByDifferences || Linking::isLinked(*this)) && _self.isHost())
         return Guards::sendChangesInTime(*this);
     return Roster::sendRosterTo(*this, Roster::allMembers(*this), false);
 }
@@ -418,7 +422,9 @@ bool ConferenceParticipant::Roster::broadcastLeave(ConferenceParticipant &owner,
 // The colours of a meeting are never given twice; past 65535 they begin again.
 void ConferenceParticipant::Roster::giveColor(ConferenceParticipant &owner,
                                               ConferenceRosterEntry *peer) {
-    peer->setColorIndex(static_cast<unsigned short>(owner._nextColorIndex++));
+    ConferenceLink *link = owner._workings->linking.link;
+    peer->setColorIndex(link != nullptr ? link->takeColor()
+                                        : static_cast<unsigned short>(owner._nextColorIndex++));
     VINTOK_LOG(SEVERITY_DEBUG, logText(*peer));
 }
 

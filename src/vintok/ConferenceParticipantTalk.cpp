@@ -113,9 +113,10 @@ std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
     const ConferenceRosterEntry *peer = _getPeer(party);
     if (data == nullptr || length == 0)
         return refuse(TCP_ERROR_INVALID_ARGUMENT, "sendPrivateData: nothing to send");
-    if (peer != nullptr && peer->descriptor() == -1)
+    const bool linked = Linking::isLinked(*this);
+    if (peer != nullptr && peer->descriptor() == -1 && !linked)
         peer = _getHost();
-    if (peer == nullptr || !peer->doBroadcast())
+    if (peer == nullptr || (!peer->doBroadcast() && !(linked && peer->isShadow())))
         return refuse(TCP_ERROR_INVALID_ADDRESS, "sendPrivateData: no such party in the meeting");
     TalkState &talk = _workings->talk;
     talk.lastNumber = std::max(talk.lastNumber + 1, std::uint32_t{1});
@@ -123,8 +124,7 @@ std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
     const bool sent = _attempt("sendPrivateData", [&] {
         talk.awaited.push_back({number, party, Deadlines::Clock::now() + answerTime});
         Talk::awaitAnswers(*this);
-        return Talk::write(*this, peer->descriptor(), TCP_messageID_46,
-                           {number, party, data, length});
+        return Talk::write(*this, *peer, TCP_messageID_46, {number, party, data, length});
     });
     if (reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                       "sendPrivateData: the connection has failed"))
@@ -133,7 +133,8 @@ std::uint32_t ConferenceParticipant::sendPrivateData(const TCPAddress &party,
     return 0;
 }
 
-bool ConferenceParticipant::Talk::write(ConferenceParticipant &owner, int descriptor,
+bool ConferenceParticipant::Talk::write(ConferenceParticipant &owner,
+                                        const ConferenceRosterEntry &neighbour,
                                         const TCPGUID &identifier, const Letter &letter) {
     TCPMessage message;
     if (!openMessage(message, identifier, Letter::headSize + letter.length))
@@ -141,7 +142,9 @@ bool ConferenceParticipant::Talk::write(ConferenceParticipant &owner, int descri
     letter.write(message.messageBuffer());
     message.setOriginAddress(owner._self);
     Relaying::closeRelay(owner);
-    return deliver(descriptor, message, Delivery::When::now);
+    if (neighbour.descriptor() == -1)
+        return Linking::writeTo(owner, neighbour, owner._self, message);
+    return deliver(neighbour.descriptor(), message, Delivery::When::now);
 }
 
 void ConferenceParticipant::Talk::privateCame(ConferenceParticipant &owner,
@@ -167,7 +170,11 @@ bool ConferenceParticipant::Talk::passOn(ConferenceParticipant &owner,
                                          const ConferenceRosterEntry *peer, TCPMessage &message,
                                          const TCPAddress &party) {
     const ConferenceRosterEntry *target = owner._relays() ? owner._getPeer(party) : nullptr;
-    if (target == nullptr || target == peer || !target->doBroadcast() || !target->enabled())
+    if (target == nullptr || target == peer)
+        return false;
+    if (target->isShadow())
+        return peer->doBroadcast() && Linking::writeTo(owner, party, *peer, message);
+    if (!target->doBroadcast() || !target->enabled())
         return false;
     Relaying::closeRelay(owner);
     Guards::tellChangesBefore(owner, peer);
@@ -178,7 +185,7 @@ void ConferenceParticipant::Talk::answer(ConferenceParticipant &owner,
                                          const ConferenceRosterEntry *peer, const Letter &letter,
                                          const TCPAddress &to, bool taken) {
     const unsigned char byte = taken ? 1 : 0;
-    write(owner, peer->descriptor(), TCP_messageID_47, {letter.number, to, &byte, 1});
+    write(owner, *peer, TCP_messageID_47, {letter.number, to, &byte, 1});
 }
 
 // A member's answer counts for what was sent to that member, the host's for everything.
@@ -213,7 +220,7 @@ void ConferenceParticipant::Talk::tell(ConferenceParticipant &owner,
 void ConferenceParticipant::Talk::refuseFile(ConferenceParticipant &owner,
                                              const ConferenceRosterEntry &neighbour,
                                              const TCPAddress &origin, const std::string &name) {
-    write(owner, neighbour.descriptor(), TCP_RECYCLE_ME_1,
+    write(owner, neighbour, TCP_RECYCLE_ME_1,
           {0, origin, reinterpret_cast<const unsigned char *>(name.data()), name.size()});
 }
 
@@ -295,7 +302,7 @@ bool ConferenceParticipant::sendMessage(const TCPGUID &identifier, const unsigne
             return Lists::findsNoMemory("sendMessage");
         std::memcpy(message.messageBuffer(), data, length);
         message.setOriginAddress(_self);
-        return _broadcastData(nullptr, message);
+        return Linking::sayToAll(*this, message);
     });
     return reason.unless(sent, TCP_ERROR_CONNECTION_RESET,
                          "sendMessage: it did not reach everybody");

@@ -12,11 +12,13 @@
 #include "vintok/ConferenceParticipantWorkings.h"
 
 #include "platform/Wait.h"
+#include "vintok/BufferManager.h"
 #include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/HTTPAddress.h"
 #include "vintok/HTTPReply.h"
 #include "vintok/HTTPText.h"
 #include "vintok/Log.h"
+#include "vintok/TCPMessage.h"
 #include "vintok/StreamInternal.h"
 #include "vintok/TCPStream.h"
 
@@ -294,17 +296,40 @@ void ConferenceParticipant::Tunnels::dropToPlain(ConferenceRosterEntry *peer) {
 // The first redirect of a call costs no retry, if there are any.
 void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
                                             const TCPAddress &address) {
-    const TempRosterEntry *pending = _getPending(peer->descriptor());
+    std::string name;
+    address.name(name);
+    Tunnels::redirect(*this, peer, name, address.hostByteOrderPort());
+}
+
+// A host that is one of several sends its caller to another one. Only an application that is asked
+// follows: whoever is called could send callers anywhere.
+void ConferenceParticipant::Tunnels::sentElsewhere(ConferenceParticipant &owner,
+                                                   ConferenceRosterEntry *peer,
+                                                   const TCPMessage &message) {
+    TempRosterEntry *call = owner._getPending(peer->descriptor());
+    BufferManager body(const_cast<unsigned char *>(message.messageBuffer()),
+                       message.messageBufferLength());
+    std::uint16_t port = 0;
+    if (call == nullptr || peer->doBroadcast() || owner._redirectCB == nullptr ||
+        body.read(port) == 0 || message.messageBufferLength() == sizeof port)
+        return;
+    const std::string name(message.messageBuffer() + sizeof port,
+                           message.messageBuffer() + message.messageBufferLength());
+    call->m_callOutcome = OUTCOME_REDIRECTED;
+    redirect(owner, peer, name, port);
+}
+
+void ConferenceParticipant::Tunnels::redirect(ConferenceParticipant &owner,
+                                              ConferenceRosterEntry *peer, const std::string &name,
+                                              unsigned short port) {
+    const TempRosterEntry *pending = owner._getPending(peer->descriptor());
     if (pending == nullptr) {
         VINTOK_LOG(SEVERITY_ERROR, "_handleRedirect No Pending entry for redirect reply");
         return;
     }
     const TempRosterEntry call(*pending);
-    mf_hangup(peer);
+    owner.mf_hangup(peer);
 
-    std::string name;
-    address.name(name);
-    const unsigned short port = address.hostByteOrderPort();
     std::string proxyName = call.proxyName();
     unsigned short proxyPort = call.proxyHostByteOrderPort();
     if (call.remoteName() == proxyName && call.hostByteOrderPort() == proxyPort) {
@@ -312,17 +337,17 @@ void ConferenceParticipant::_handleRedirect(ConferenceRosterEntry *peer,
         proxyPort = port;
     }
     unsigned int retries = call.m_authenticationRetries;
-    if (_self.isMUXRedirected() && retries != 0)
+    if (owner._self.isMUXRedirected() && retries != 0)
         --retries;
     if (retries == 0) {
-        Ending::tellNoAnswer(*this, call);
-    } else if (_redirectCB != nullptr) {
-        _redirectCB(this, name, port, proxyName, proxyPort, call.authentication(), retries,
-                    call.meetingID());
+        Ending::tellNoAnswer(owner, call);
+    } else if (owner._redirectCB != nullptr) {
+        owner._redirectCB(&owner, name, port, proxyName, proxyPort, call.authentication(), retries,
+                          call.meetingID());
     } else {
-        _self.setMUXRedirected(true);
-        placeCall(name, port, proxyName, proxyPort, call.meetingID(), call.authentication(),
-                  retries);
+        owner._self.setMUXRedirected(true);
+        owner.placeCall(name, port, proxyName, proxyPort, call.meetingID(), call.authentication(),
+                        retries);
     }
 }
 

@@ -4,6 +4,7 @@
 #define VINTOK_CONFERENCEPARTICIPANTWORKINGS_H
 
 #include "vintok/AcceptGuard.h"
+#include "vintok/ConferenceLink.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/Deadlines.h"
 #include "vintok/Delivery.h"
@@ -147,6 +148,14 @@ struct ConferenceParticipant::OutgoingState {
     FileRefusedCallback refusedCB = nullptr;
 };
 
+// What a link to other hosts has been told.
+struct ConferenceParticipant::LinkState {
+    ConferenceLink *link = nullptr;
+    std::unordered_map<const ConferenceRosterEntry *, std::string> told; // what an entry says
+    ConferenceRosterEntry *speaker = nullptr;                            // who spoke last elsewhere
+    std::uint64_t speakerChanges = 0;                                    // `listChanges` then
+};
+
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
 // Until then a pointer or reference to it stays good, across callbacks too, and no new entry
 // takes its place in memory: after a callback the one question is whether it is still listed.
@@ -177,6 +186,7 @@ struct ConferenceParticipant::Workings {
     GuardState guards;
     TalkState talk;
     OutgoingState outgoing;
+    LinkState linking;
     TurnedAwayCallback turnedAwayCB = nullptr;
 };
 
@@ -262,6 +272,7 @@ struct ConferenceParticipant::Outgoing {
     static bool isFirst(const ConferenceParticipant &owner, const OutgoingFile &file);
     static bool mayGoOn(void *owner);
     static bool hasRoom(const ConferenceParticipant &owner);
+    static bool membersHaveRoom(const ConferenceParticipant &owner);
     static bool hasLeft(const OutgoingFile &file);
     static void turnHasCome(int, void *owner);
     static void goOn(ConferenceParticipant &owner, OutgoingFile &file);
@@ -280,6 +291,11 @@ struct ConferenceParticipant::Outgoing {
 };
 
 struct ConferenceParticipant::Relaying {
+    static bool isRelayed(const TCPGUID &identifier);
+    static void dispatch(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                         TCPMessage &message);
+    static void handle(ConferenceParticipant &owner, ConferenceRosterEntry *speaker,
+                       const Span &frames, bool isRelayed);
     static bool broadcastFrames(ConferenceParticipant &owner, const ConferenceRosterEntry *source,
                                 const Span &frames, const Said &said,
                                 Delivery::When when = Delivery::When::now);
@@ -468,14 +484,69 @@ struct ConferenceParticipant::Lead {
     static bool openLeadRequest(ConferenceParticipant &owner, TCPMessage &message);
     static void hostIsAsked(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                             const unsigned char *body, std::uint64_t length);
-    static bool passLeadRequestOn(const ConferenceRosterEntry &leader, const unsigned char *body,
-                                  std::uint64_t length);
+    static bool passLeadRequestOn(ConferenceParticipant &owner, const ConferenceRosterEntry &leader,
+                                  const unsigned char *body, std::uint64_t length);
+    static ConferenceRosterEntry *whoDecides(ConferenceParticipant &owner);
     static void leaderIsAsked(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                               const unsigned char *body, std::uint64_t length);
     static void decideOnLead(ConferenceParticipant &owner, const ConferenceRosterEntry &asking);
     static bool giveLead(ConferenceParticipant &owner);
     static void announceLeader(ConferenceParticipant &owner, ConferenceRosterEntry *leader);
     static void leaveLeadTo(ConferenceParticipant &owner, const ConferenceRosterEntry *leader);
+};
+
+// One of several hosts: what goes to the link, and what comes from it. Without a link each of these
+// changes nothing, and there is nobody but those who are connected.
+struct ConferenceParticipant::Linking {
+    static bool isLinked(const ConferenceParticipant &owner);
+    static bool isOrdered(const ConferenceParticipant &owner);
+    static bool hasRoom(const ConferenceParticipant &owner);
+    static bool mayGoOn(void *owner);
+    // Whether this party decides about the lead: the host, or of several the one with authority.
+    static bool decides(const ConferenceParticipant &owner);
+
+    // Who is here.
+    static ConferenceRosterEntry publicEntry(const ConferenceRosterEntry &entry);
+    static void publish(ConferenceParticipant &owner);
+    static void publish(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static void joins(ConferenceParticipant &owner, const ConferenceRosterEntry &member);
+    static void left(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static void ended(ConferenceParticipant &owner);
+    static void leadsNow(ConferenceParticipant &owner, const ConferenceRosterEntry &leader);
+
+    // What is said here. `sayToAll` is for what this party itself says.
+    static bool sayToAll(ConferenceParticipant &owner, const Span &frames, const Said &said,
+                         Delivery::When when);
+    static bool sayToAll(ConferenceParticipant &owner, const TCPMessage &message);
+    static void pass(ConferenceParticipant &owner, const ConferenceRosterEntry &speaker,
+                     const unsigned char *frames, std::size_t length);
+    static bool keepsForOrder(ConferenceParticipant &owner, const ConferenceRosterEntry &speaker,
+                              const TCPMessage &message);
+    // To a party that is connected here, or at another host.
+    static bool write(ConferenceParticipant &owner, const ConferenceRosterEntry &party,
+                      TCPMessage &message);
+    static bool writeTo(ConferenceParticipant &owner, const TCPAddress &party,
+                        const TCPAddress &sender, const TCPMessage &message);
+    static bool writeToAuthority(ConferenceParticipant &owner, const TCPAddress &sender,
+                                 const TCPMessage &message);
+    static bool ask(ConferenceParticipant &owner, const TCPGUID &identifier,
+                    const TCPAddress &sender, const unsigned char *body, std::uint64_t length);
+
+    // What comes from elsewhere.
+    struct Frames;
+    static ConferenceRosterEntry *elsewhere(const ConferenceParticipant &owner,
+                                            const TCPAddress &party);
+    static ConferenceRosterEntry *speakerOf(ConferenceParticipant &owner,
+                                            const TCPAddress &address);
+    static bool takeEntry(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static bool takeLeft(ConferenceParticipant &owner, const TCPAddress &party);
+    static bool takeSaid(ConferenceParticipant &owner, const TCPAddress &speaker, Frames frames);
+    static void deliver(ConferenceParticipant &owner, const ConferenceRosterEntry *speaker,
+                        const Span &frames);
+    static void answerClock(ConferenceParticipant &owner, const ConferenceRosterEntry &sender,
+                            TCPMessage &message);
+    static void askClock(ConferenceParticipant &owner);
+    static bool takeLeader(ConferenceParticipant &owner, const TCPAddress &leader);
 };
 
 struct ConferenceParticipant::Lists {
@@ -531,8 +602,8 @@ struct ConferenceParticipant::Talk {
                        TCPMessage &message, const TCPAddress &party);
     static void answer(ConferenceParticipant &owner, const ConferenceRosterEntry *peer,
                        const Letter &letter, const TCPAddress &to, bool taken);
-    static bool write(ConferenceParticipant &owner, int descriptor, const TCPGUID &identifier,
-                      const Letter &letter);
+    static bool write(ConferenceParticipant &owner, const ConferenceRosterEntry &neighbour,
+                      const TCPGUID &identifier, const Letter &letter);
     static void left(ConferenceParticipant &owner, const ConferenceRosterEntry &party);
     static void awaitAnswers(ConferenceParticipant &owner);
     static void answersAreDue(int, void *owner);
@@ -576,6 +647,10 @@ struct ConferenceParticipant::Tunnels {
     static void openTunnel(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
                            const std::string &response);
     static void dropToPlain(ConferenceRosterEntry *peer);
+    static void sentElsewhere(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                              const TCPMessage &message);
+    static void redirect(ConferenceParticipant &owner, ConferenceRosterEntry *peer,
+                         const std::string &name, unsigned short port);
     static bool askForCredentials(ConferenceParticipant &owner, const TempRosterEntry &call);
 };
 

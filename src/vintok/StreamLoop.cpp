@@ -14,6 +14,7 @@
 #include "vintok/TCPStream.h"
 
 #include <algorithm>
+#include <limits>
 #include <new>
 
 namespace vintok {
@@ -242,18 +243,35 @@ void StreamLoop::holdUp(int source, std::size_t most) {
     const BufferPtr buffer = find(source);
     if (buffer == nullptr || buffer->isHeldUp() || !holdsBack(most))
         return;
-    m_heldUp.push_back({source, most});
+    m_heldUp.push_back({source, most, nullptr, nullptr});
     buffer->hold(true);
+}
+
+void StreamLoop::holdUp(int source, Question mayGoOn, void *data) {
+    const BufferPtr buffer = find(source);
+    if (buffer == nullptr || buffer->isHeldUp())
+        return;
+    m_heldUp.push_back({source, 0, mayGoOn, data});
+    buffer->hold(true);
+}
+
+void StreamLoop::letGoOn(const void *data) {
+    for (HeldUp &heldUp : m_heldUp)
+        if (heldUp.data == data)
+            heldUp = {heldUp.source, std::numeric_limits<std::size_t>::max(), nullptr, nullptr};
 }
 
 void StreamLoop::resumeHeldUp() {
     std::erase_if(
         m_heldUp,
         [this](const HeldUp &heldUp) {
-            if (holdsBack(heldUp.most / 2))
+            const BufferPtr buffer = find(heldUp.source);
+            if (buffer == nullptr)
+                return true;
+            if (heldUp.mayGoOn != nullptr ? !heldUp.mayGoOn(heldUp.data)
+                                          : holdsBack(heldUp.most / 2))
                 return false;
-            if (const BufferPtr buffer = find(heldUp.source))
-                buffer->hold(false);
+            buffer->hold(false);
             return true;
         });
 }

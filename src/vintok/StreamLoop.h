@@ -62,6 +62,10 @@ public:
     // Nothing more is read from `source` while somebody who is limited has more than `most` waiting
     // and moves along.
     void holdUp(int source, std::size_t most);
+    // The same until `mayGoOn` says so. `letGoOn` ends that for all with this `data`.
+    using Question = bool (*)(void *data);
+    void holdUp(int source, Question mayGoOn, void *data);
+    void letGoOn(const void *data);
 
     // Has `function` called once, when the descriptor, which nobody else waits for, can be read or
     // written to, or has ended or failed: for a connect, or a handshake. One for each descriptor.
@@ -77,7 +81,6 @@ public:
 
     // Has `goOn` called in each turn of the loop in which `mayGoOn` says so, until it is removed:
     // for who has more to send than may wait at a time. One for each `data`.
-    using Question = bool (*)(void *data);
     void addSender(Question mayGoOn, Deadlines::Function goOn, void *data);
     void removeSender(const void *data);
 
@@ -107,6 +110,8 @@ private:
     struct HeldUp {
         int source;
         std::size_t most;
+        Question mayGoOn; // null: by `most`
+        void *data;
     };
     struct Awaited {
         int descriptor;

@@ -58,6 +58,7 @@ enum class MessageBody : unsigned char {
     privateAnswer,
     fileRefusal,
     turnedAway,
+    elsewhere,
     reserved, // nobody sends it
 };
 
@@ -98,7 +99,7 @@ inline constexpr MessageKind messageKinds[] = {
     {0x0021, "TCP_echoReply", MessageBody::echoReply},
     {0x0022, "TCP_RECYCLE_ME_1", MessageBody::fileRefusal},
     {0x0034, "TCP_RECYCLE_ME_2", MessageBody::turnedAway},
-    {0x0035, "TCP_RECYCLE_ME_3", MessageBody::reserved},
+    {0x0035, "TCP_RECYCLE_ME_3", MessageBody::elsewhere},
     {0x0036, "TCP_RECYCLE_ME_4", MessageBody::reserved},
     {0x0037, "TCP_RECYCLE_ME_5", MessageBody::reserved},
     {0x0038, "TCP_RECYCLE_ME_6", MessageBody::reserved},
@@ -144,8 +145,8 @@ extern VINTOK_API const TCPGUID TCP_echoReply;
 
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_1; // a file is not wanted
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_2; // why a call is turned away
+extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_3; // where to call instead
 // Held back for later use: no message carries them.
-extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_3;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_4;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_5;
 extern VINTOK_API const TCPGUID TCP_RECYCLE_ME_6;
