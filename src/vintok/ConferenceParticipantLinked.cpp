@@ -241,6 +241,11 @@ ConferenceRosterEntry *ConferenceParticipant::Linking::elsewhere(const Conferenc
     return found != owner._attendees.end() ? *found : nullptr;
 }
 
+bool ConferenceParticipant::Linking::isElsewhere(const ConferenceParticipant &owner,
+                                                 const ConferenceRosterEntry &party) {
+    return isLinked(owner) && party.isShadow() && party.descriptor() == -1;
+}
+
 // Somebody who is in the meeting. One that talks much is not looked for anew each time.
 ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParticipant &owner,
                                                                  const TCPAddress &address) {
@@ -503,21 +508,24 @@ bool LinkedMeeting::leader(ConferenceParticipant &host, const TCPAddress &leader
 }
 
 void LinkedMeeting::authorityChanged(ConferenceParticipant &host) {
-    host._attempt(
-        "authorityChanged",
-        [&] {
-            if (ConferenceParticipant::Linking::decides(host)) {
-                host._assureLeader();
-                return true;
-            }
-            // Who has asked here asks again there.
-            for (ConferenceRosterEntry *entry : host._attendees)
-                if (entry != nullptr)
-                    entry->setLeadPending(false);
-            host._self.setLeadPending(false);
-            ConferenceParticipant::Linking::askClock(host);
-            return true;
-        });
+    using Linking = ConferenceParticipant::Linking;
+    const auto decide = [&] {
+        host._assureLeader();
+        const ConferenceRosterEntry *leader = host._getLeader();
+        if (host._self.isLeader() || leader != nullptr)
+            Linking::leadsNow(host, host._self.isLeader() ? host._self : *leader);
+        return true;
+    };
+    const auto follow = [&] {
+        // Who has asked here asks again there.
+        for (ConferenceRosterEntry *entry : host._attendees)
+            if (entry != nullptr)
+                entry->setLeadPending(false);
+        host._self.setLeadPending(false);
+        Linking::askClock(host);
+        return true;
+    };
+    host._attempt("authorityChanged", [&] { return Linking::decides(host) ? decide() : follow(); });
 }
 
 void LinkedMeeting::giveColors(ConferenceParticipant &host, bool anew) {
