@@ -319,7 +319,7 @@ TEST_F(Linked, AFileReachesEveryHostAndCanBeRefused) {
         });
     ada->setFileProgressCB([](ConferenceParticipant *me, const TCPAddress &origin, std::uint64_t,
                               std::uint64_t, const std::string &) { me->refuseFile(origin); });
-    EXPECT_NE(0u, bob->startFile(path, "unwanted.bin"));
+    EXPECT_NE(0u, bob->startFile(folder.holding("long", std::string(4000000, 'l')), "long"));
     EXPECT_TRUE(bob.isTold("refused Ada") && al.isTold("file whole"));
 }
 

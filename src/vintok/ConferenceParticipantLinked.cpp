@@ -246,6 +246,15 @@ bool ConferenceParticipant::Linking::isElsewhere(const ConferenceParticipant &ow
     return isLinked(owner) && party.isShadow() && party.descriptor() == -1;
 }
 
+ConferenceRosterEntry *ConferenceParticipant::Linking::inMeeting(const ConferenceParticipant &owner,
+                                                                 const TCPAddress &party) {
+    const auto isParty = [&](const ConferenceRosterEntry *entry) {
+        return entry != nullptr && (entry->isShadow() || entry->doBroadcast()) && *entry == party;
+    };
+    const auto found = std::find_if(owner._attendees.begin(), owner._attendees.end(), isParty);
+    return found != owner._attendees.end() ? *found : nullptr;
+}
+
 // Somebody who is in the meeting. One that talks much is not looked for anew each time.
 ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParticipant &owner,
                                                                  const TCPAddress &address) {
@@ -254,13 +263,7 @@ ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParti
         return &owner._self;
     if (state.speaker == nullptr || state.speakerChanges != owner._workings->listChanges ||
         !(*state.speaker == address)) {
-        const auto found = std::find_if(owner._attendees.begin(), owner._attendees.end(),
-                                        [&](const ConferenceRosterEntry *entry) {
-                                            return entry != nullptr &&
-                                                   (entry->isShadow() || entry->doBroadcast()) &&
-                                                   *entry == address;
-                                        });
-        state.speaker = found != owner._attendees.end() ? *found : nullptr;
+        state.speaker = inMeeting(owner, address);
         state.speakerChanges = owner._workings->listChanges;
     }
     return state.speaker;
