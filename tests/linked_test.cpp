@@ -392,6 +392,12 @@ TEST_F(Linked, WhatDoesNotBelongThereIsNotTaken) {
     EXPECT_FALSE(LinkedMeeting::message(host, al->address(), bob->address(), goodbye.data(),
                                         goodbye.size()));
     EXPECT_TRUE(says(bob->address(), word) && al.hears("w"));
+    const auto again = [&](const Party &member, const Bytes &bytes) {
+        return LinkedMeeting::saidTo(host, member->address(), bytes.data(), bytes.size());
+    };
+    EXPECT_TRUE(again(al, WireFrame{.id = id::broadcast, .body = {'l'}}.encode()) && al.hears("l"));
+    EXPECT_FALSE(again(bob, word.encode()) || again(al, goodbye));
+    EXPECT_EQ(0, ada.told("data l"));
     EXPECT_EQ(5u, al.roster().size());
 }
 

@@ -476,6 +476,29 @@ bool LinkedMeeting::said(ConferenceParticipant &host, const TCPAddress &speaker,
         });
 }
 
+bool LinkedMeeting::saidTo(ConferenceParticipant &host, const TCPAddress &address,
+                           const unsigned char *frames, std::size_t length) {
+    using Linking = ConferenceParticipant::Linking;
+    return host._attempt("saidTo", [&] {
+        const ConferenceRosterEntry *member = Linking::inMeeting(host, address);
+        if (member == nullptr || !member->doBroadcast())
+            return refuse(TCP_ERROR_INVALID_ADDRESS, "saidTo: nobody here has this address");
+        TCPMessage message;
+        bool isRelayed = false;
+        const Linking::Frames all = {frames, length};
+        if (all.run(message, isRelayed, false) != length || !isRelayed)
+            return refuse(TCP_ERROR_INVALID_ARGUMENT, "saidTo: none that may come this way");
+        ConferenceParticipant::Guards::tellChangesBefore(host, nullptr);
+        const Span copy = copyToChunk(frames, length);
+        if (copy.owner == nullptr)
+            throw std::bad_alloc();
+        Delivery delivery(copy, Delivery::When::withTheTurn);
+        delivery.give(member->descriptor());
+        delivery.complete();
+        return delivery.isTaken();
+    });
+}
+
 bool LinkedMeeting::hasRoom(const ConferenceParticipant &host) {
     return ConferenceParticipant::Outgoing::membersHaveRoom(host);
 }
