@@ -1,0 +1,311 @@
+#include "vintok-cluster/Node.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace vintok::cluster {
+
+namespace {
+
+constexpr std::size_t turnBytes = 1 << 20; // taken in one turn
+constexpr std::uint32_t blockedWait = 5;   // milliseconds until room is looked for again
+constexpr std::uint32_t beatDistance = 10; // between two that are wanted
+constexpr std::uint32_t longestBeatTime = 200;
+constexpr std::size_t addressSize = Key().size();
+
+View bytesOf(const Key &key) {
+    return key;
+}
+
+// Sets a mark for as long as it lives.
+struct Marked {
+    explicit Marked(bool &mark) : m_mark(mark) { m_mark = true; }
+    ~Marked() { m_mark = false; }
+    Marked(const Marked &) = delete;
+    Marked &operator=(const Marked &) = delete;
+    bool &m_mark;
+};
+
+} // namespace
+
+Node::Node(const NodeOptions &options, Carrier &carrier, Side &side, std::uint64_t now,
+           std::uint64_t wall)
+    : m_options(options),
+      m_carrier(carrier),
+      m_side(side),
+      m_self(keyOf(options.address)),
+      m_beatTime(std::clamp(options.hostTimeout / 10, 10U, longestBeatTime)),
+      m_claimsFrom(now + 2 * m_beatTime),
+      m_wall(wall),
+      m_rank(options.rank),
+      m_now(now),
+      m_lastTurn(now),
+      m_outgoing(carrier, options.rank.incarnation, options.window, options.retention),
+      m_ordered(carrier, options.rank.incarnation) {}
+
+// ---- What this side says ----
+
+void Node::entryChanged(const ConferenceRosterEntry &entry) {
+    const Key key = keyOf(entry);
+    const auto known = m_local.find(key);
+    const std::uint64_t since = known != m_local.end() ? known->second.since : m_now + m_wall;
+    Bytes body = encode(since, entry);
+    if (known != m_local.end() && known->second.body == body)
+        return;
+    m_outgoing.add(ItemKind::entry, {body});
+    if (known == m_local.end()) {
+        m_beatWanted = true;
+        m_shown.erase(key); // who is connected here has taken the place of the other
+        if (key == m_self)
+            for (const auto &[incarnation, host] : m_hosts)
+                unsettle(*host);
+        else if (m_options.history != 0)
+            m_newcomers.insert(key);
+    }
+    m_local.insert_or_assign(key, Local{since, std::move(body)});
+}
+
+void Node::entryLeft(const TCPAddress &party) {
+    const Key key = keyOf(party);
+    if (m_local.erase(key) == 0)
+        return;
+    m_outgoing.add(ItemKind::left, {bytesOf(key)});
+    m_unsettled.insert(key);
+    m_beatWanted = true;
+}
+
+void Node::meetingEnded() {
+    while (!m_local.empty())
+        entryLeft(addressOf(m_local.begin()->first));
+    m_shown.clear();
+    m_unsettled.clear();
+}
+
+void Node::say(const TCPAddress &speaker, const unsigned char *frames, std::size_t length) {
+    const Key key = keyOf(speaker);
+    const View view(frames, length);
+    m_counters.messagesOut += countFrames(view);
+    m_counters.bytesOut += length;
+    if (length > longestItem - addressSize) {
+        m_side.log("what is longer than 64 MiB is not passed on");
+        ++m_counters.lost;
+    } else if (m_options.ordered) {
+        m_ordered.add(bytesOf(key), view, m_outgoing.last() + (m_outgoing.isOpen() ? 1 : 0));
+    } else {
+        m_outgoing.add(ItemKind::said, {bytesOf(key), view});
+    }
+}
+
+std::uint64_t Node::waiting() const {
+    return m_outgoing.bytesBehind(m_live) + m_ordered.waiting();
+}
+
+bool Node::hasRoom() const {
+    return waiting() < m_options.window;
+}
+
+bool Node::sendTo(const TCPAddress &party, const TCPAddress &sender, const unsigned char *frame,
+                  std::size_t length) {
+    const Key to = keyOf(party);
+    const Key from = keyOf(sender);
+    if (ownerOf(to) == nullptr || length > longestItem - 2 * addressSize)
+        return false;
+    m_outgoing.add(ItemKind::toParty, {bytesOf(to), bytesOf(from), View(frame, length)});
+    return true;
+}
+
+bool Node::sendToAuthority(const TCPAddress &sender, const unsigned char *frame,
+                           std::size_t length) {
+    const Key from = keyOf(sender);
+    if (m_authority == 0 || hasAuthority() || length > longestItem - addressSize)
+        return false;
+    m_outgoing.add(ItemKind::toAuthority, {bytesOf(from), View(frame, length)});
+    return true;
+}
+
+void Node::leaderChanged(const TCPAddress &leader) {
+    if (!hasAuthority())
+        return;
+    m_leader = leader;
+    m_beatWanted = true;
+    m_carrier.wake();
+}
+
+unsigned short Node::takeColor() {
+    const std::uint16_t color = m_colors.take();
+    if (m_colors.wants()) {
+        m_beatWanted = true;
+        m_carrier.wake();
+    }
+    return color;
+}
+
+// ---- What the others say ----
+
+void Node::take(RemoteHost &host, ItemKind kind, View body) {
+    switch (kind) {
+    case ItemKind::entry:
+        return takeEntry(host, body);
+    case ItemKind::left:
+        return takeLeft(host, body);
+    case ItemKind::said:
+        if (body.size() > addressSize)
+            takeSaid(body.first(addressSize), body.subspan(addressSize));
+        return;
+    case ItemKind::toParty:
+    case ItemKind::toAuthority:
+        return takeMessage(kind, body);
+    case ItemKind::goodbye:
+        host.isEnded = true;
+        return unsettle(host);
+    }
+}
+
+void Node::takeSaid(View speaker, View frames) {
+    m_counters.messagesIn += countFrames(frames);
+    m_counters.bytesIn += frames.size();
+    Reader reader(speaker);
+    if (takesPart() && !m_side.said(reader.address(), frames))
+        ++m_counters.refused;
+}
+
+// Everybody gets what is for one party. Only its host takes it.
+void Node::takeMessage(ItemKind kind, View body) {
+    Reader reader(body);
+    const TCPAddress party = kind == ItemKind::toParty ? reader.address() : addressOf(m_self);
+    const TCPAddress sender = reader.address();
+    const bool isOurs = kind == ItemKind::toParty ? m_local.contains(keyOf(party)) : hasAuthority();
+    if (reader.good() && takesPart() && isOurs && !m_side.message(party, sender, reader.rest()))
+        ++m_counters.refused;
+}
+
+// A packet of each host in turn. True if there are more.
+bool Node::takePackets() {
+    std::size_t bytes = 0;
+    bool any = true;
+    while (any && bytes < turnBytes) {
+        any = false;
+        for (const auto &[incarnation, host] : m_hosts) {
+            const Packet packet = host->isLive && !host->isEnded ? host->incoming.next() : nullptr;
+            if (packet == nullptr)
+                continue;
+            m_blocked = !m_side.hasRoom();
+            if (m_blocked)
+                return false;
+            any = true;
+            bytes += packet->size();
+            host->incoming.taken();
+            if (!host->joiner.take(
+                    View(*packet).subspan(Outgoing::packetHead),
+                    [&, &from = *host](ItemKind kind, View body) { take(from, kind, body); }))
+                ++m_counters.refused;
+        }
+    }
+    m_takenBytes += bytes;
+    return any;
+}
+
+// What is said has to wait for what its host has said of its parties before, but not for ever.
+bool Node::takeOrdered() {
+    std::size_t bytes = 0;
+    while (const Ordered::Item *first = m_ordered.first()) {
+        const auto found = m_hosts.find(first->sender);
+        const bool isKnown =
+            first->isPast || first->sender == m_rank.incarnation ||
+            (found != m_hosts.end() && found->second->incoming.last() >= first->state);
+        if (!isKnown && m_now - first->since < m_options.hostTimeout)
+            return false;
+        m_blocked = !m_side.hasRoom();
+        if (m_blocked || bytes >= turnBytes)
+            return !m_blocked;
+        bytes += first->packet->size();
+        m_ordered.takeFirst([this, isPast = first->isPast](View speaker, View frames) {
+            remember(speaker, frames);
+            if (!isPast)
+                takeSaid(speaker, frames);
+        });
+    }
+    return false;
+}
+
+void Node::remember(View speaker, View frames) {
+    if (m_options.history == 0)
+        return;
+    Past past{{}, {frames.begin(), frames.end()}};
+    std::copy(speaker.begin(), speaker.end(), past.speaker.begin());
+    m_history.push_back(std::move(past));
+    if (m_history.size() > m_options.history)
+        m_history.pop_front();
+}
+
+void Node::tellNewcomers() {
+    for (const Key &key : std::exchange(m_newcomers, {}))
+        for (const Past &past : m_history)
+            if (m_local.contains(key))
+                m_side.saidTo(addressOf(key), addressOf(past.speaker), past.frames);
+}
+
+void Node::ordered(const Packet &packet, bool isPast, std::uint64_t now) {
+    Reader reader(*packet);
+    const auto header = readHeader(reader);
+    reader.number<std::uint64_t>(); // its number, which the engine knows it by
+    const auto state = reader.number<std::uint64_t>();
+    if (header && header->kind == Kind::ordered && reader.good())
+        m_ordered.keep({header->sender, state, isPast, now, packet});
+    else
+        ++m_counters.refused;
+}
+
+// ---- A turn ----
+
+std::uint32_t Node::turn(std::uint64_t now) {
+    if (m_inTurn) // an application that runs the loop from a callback
+        return m_beatTime;
+    const Marked mark(m_inTurn);
+    m_now = now;
+    m_outgoing.setTime(now);
+    m_blocked = false;
+    lookForSilence();
+    settleAll();
+    lookForAuthority();
+    tellNewcomers();
+    bool more = takePackets();
+    more = takeOrdered() || more;
+    settleAll();
+    takeLeader();
+    giveBlocks();
+    takeColors();
+    m_outgoing.close();
+    m_ordered.close();
+    for (const auto &[incarnation, host] : m_hosts)
+        askFor(*host);
+    if (m_takenBytes > m_options.window / 8)
+        m_beatWanted = true;
+    if (now >= m_nextBeat || (m_beatWanted && now + m_beatTime >= m_nextBeat + beatDistance))
+        sendBeat();
+    release();
+    forget();
+    if (more)
+        return 0;
+    return m_blocked ? blockedWait : m_beatWanted ? beatDistance : m_beatTime;
+}
+
+// What all that are there have is forgotten; what those lack that may come again is kept a while.
+void Node::release() {
+    std::uint64_t live = m_outgoing.last();
+    std::uint64_t gone = live;
+    for (const auto &[incarnation, host] : m_hosts)
+        if (host->acknowledged && !host->isEnded) {
+            std::uint64_t &least = host->isLive ? live : gone;
+            least = std::min(least, *host->acknowledged);
+        }
+    m_live = live;
+    m_outgoing.release(live, gone);
+}
+
+void Node::leave() {
+    m_outgoing.add(ItemKind::goodbye, {});
+    m_outgoing.close();
+}
+
+} // namespace vintok::cluster
