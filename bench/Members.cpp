@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <netinet/tcp.h>
+#include <string>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,6 +22,7 @@ constexpr std::size_t readSize = 256 * 1024;
 constexpr std::uint64_t fence = ~std::uint64_t{0}; // in place of a talk
 constexpr std::size_t kindOffset = 21;             // where identifiers differ, in both headers
 constexpr std::size_t shortestHeader = 36;
+constexpr char lineEnd[] = "\r\n"; // of a NATS server
 
 unsigned char kindOf(const vintok::TCPGUID &identifier) {
     return static_cast<unsigned char>(identifier.Data2);
@@ -76,8 +79,12 @@ Bytes makeFrame(const vintok::TCPGUID &kind, std::size_t body) {
     return {message.rawBuffer(), message.rawBuffer() + message.rawBufferLength()};
 }
 
-Members::Members(unsigned short port, bool joins)
-    : m_port(port), m_joins(joins), m_epoll(epoll_create1(0)), m_scratch(readSize + readSize / 2) {}
+Members::Members(std::vector<unsigned short> ports, bool joins, Speaks speaks)
+    : m_ports(std::move(ports)),
+      m_joins(joins),
+      m_speaks(speaks),
+      m_epoll(epoll_create1(0)),
+      m_scratch(readSize + readSize / 2) {}
 
 Members::~Members() {
     for (const Member &member : m_members)
@@ -86,14 +93,22 @@ Members::~Members() {
 }
 
 void Members::join() {
-    m_members.emplace_back(connectTo(m_port));
+    m_members.emplace_back(connectTo(m_ports[count() % m_ports.size()]));
     watch(EPOLL_CTL_ADD, count() - 1);
+    if (m_speaks == Speaks::natively) {
+        constexpr std::string_view greeting = "CONNECT {\"verbose\":false,\"echo\":false}\r\n"
+                                              "SUB bench 1\r\nPING\r\n";
+        m_members.back().out.assign(greeting.begin(), greeting.end());
+        flush(count() - 1);
+    }
     if (m_joins)
         turnUntil([this] { return m_members.back().joined; });
 }
 
 void Members::takeRoster() {
-    turnUntil([this] { return m_members.back().roster > count(); }); // the host is in it too
+    turnUntil([this] {
+        return m_members.back().roster >= count() + m_ports.size(); // the hosts are in it too
+    });
 }
 
 void Members::passFence() {
@@ -112,7 +127,14 @@ void Members::stopLast() {
 void Members::say(std::size_t member, Bytes &frame, const Stamp &stamp) {
     std::memcpy(frame.data() + frameHeader, &stamp, sizeof stamp);
     Bytes &out = m_members[member].out;
-    out.insert(out.end(), frame.begin(), frame.end());
+    if (m_speaks == Speaks::frames) {
+        out.insert(out.end(), frame.begin(), frame.end());
+        return;
+    }
+    const std::string line = "PUB bench " + std::to_string(frame.size() - frameHeader) + lineEnd;
+    out.insert(out.end(), line.begin(), line.end());
+    out.insert(out.end(), frame.begin() + frameHeader, frame.end());
+    out.insert(out.end(), lineEnd, lineEnd + 2);
 }
 
 void Members::flush(std::size_t number) {
@@ -177,6 +199,12 @@ void Members::take(std::size_t number, const unsigned char *bytes, std::size_t l
         member.skipped -= skipped;
         bytes += skipped;
         length -= skipped;
+        if (m_speaks == Speaks::natively) {
+            if (takeLine(number, bytes, length))
+                continue;
+            member.start.assign(bytes, bytes + length);
+            return;
+        }
         if (length < shortestHeader || (isTalk(bytes) && length < frameHeader + sizeof(Stamp))) {
             member.start.assign(bytes, bytes + length);
             return;
@@ -186,13 +214,45 @@ void Members::take(std::size_t number, const unsigned char *bytes, std::size_t l
     }
 }
 
-void Members::handle(std::size_t number, const unsigned char *frame) {
-    if (!isTalk(frame)) {
-        handleJoin(number, frame[kindOffset]);
-        return;
+// A line of a NATS server, with the begin of the message that it announces. False when there is no
+// more than a part of that.
+bool Members::takeLine(std::size_t number, const unsigned char *&bytes, std::size_t &length) {
+    Member &member = m_members[number];
+    const auto *end = static_cast<const unsigned char *>(std::memchr(bytes, '\n', length));
+    if (end == nullptr)
+        return false;
+    const std::string_view line(reinterpret_cast<const char *>(bytes),
+                                static_cast<std::size_t>(end - bytes) - 1);
+    std::size_t used = line.size() + 2;
+    if (line.substr(0, 4) == "MSG ") {
+        if (length < used + sizeof(Stamp))
+            return false;
+        const std::size_t body = std::stoul(std::string(line.substr(line.rfind(' ') + 1)));
+        handleStamp(number, bytes + used);
+        member.skipped = used + body + 2;
+        return true;
     }
+    member.joined = member.joined || line == "PONG";
+    if (line == "PING") {
+        constexpr std::string_view answer = "PONG\r\n";
+        member.out.insert(member.out.end(), answer.begin(), answer.end());
+        flush(number);
+    }
+    bytes += used;
+    length -= used;
+    return true;
+}
+
+void Members::handle(std::size_t number, const unsigned char *frame) {
+    if (isTalk(frame))
+        handleStamp(number, frame + frameHeader);
+    else
+        handleJoin(number, frame[kindOffset]);
+}
+
+void Members::handleStamp(std::size_t number, const unsigned char *body) {
     Stamp stamp;
-    std::memcpy(&stamp, frame + frameHeader, sizeof stamp);
+    std::memcpy(&stamp, body, sizeof stamp);
     if (stamp.talk == fence)
         ++m_fenced;
     else

@@ -1,5 +1,5 @@
 // The members of one meeting, in the process that measures: they join, speak and listen over plain
-// nonblocking sockets on one thread.
+// nonblocking sockets on one thread. Where several hosts hold the meeting they take turns.
 #ifndef VINTOK_BENCH_MEMBERS_H
 #define VINTOK_BENCH_MEMBERS_H
 
@@ -32,7 +32,10 @@ void sayWho(int descriptor, std::size_t number, bool joins);
 
 class Members {
 public:
-    Members(unsigned short port, bool joins);
+    // `natively`: without a host, each as a client of a NATS server at that port.
+    enum class Speaks { frames, natively };
+    Members(std::vector<unsigned short> ports, bool joins, Speaks speaks = Speaks::frames);
+    Members(unsigned short port, bool joins) : Members(std::vector{port}, joins) {}
     ~Members();
     Members(const Members &) = delete;
     Members &operator=(const Members &) = delete;
@@ -45,7 +48,7 @@ public:
     // the host send.
     void passFence();
     std::size_t count() const { return m_members.size(); }
-    unsigned short port() const { return m_port; } // the host's
+    unsigned short port() const { return m_ports.front(); } // the host's
 
     // From now on the last one takes nothing that is sent to it, as a process that is stopped.
     void stopLast();
@@ -76,12 +79,15 @@ private:
     void turnUntil(const std::function<bool()> &condition);
     void receive(std::size_t number);
     void take(std::size_t number, const unsigned char *bytes, std::size_t length);
+    bool takeLine(std::size_t number, const unsigned char *&bytes, std::size_t &length);
     void handle(std::size_t number, const unsigned char *frame);
+    void handleStamp(std::size_t number, const unsigned char *body);
     void handleJoin(std::size_t number, unsigned char kind);
     void watch(int operation, std::size_t number) const;
 
-    unsigned short m_port;
+    std::vector<unsigned short> m_ports;
     bool m_joins;
+    Speaks m_speaks;
     int m_epoll;
     std::size_t m_fenced = 0;
     std::size_t m_stopped = 0;

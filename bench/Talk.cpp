@@ -36,20 +36,28 @@ Talks::Talks(Members &members, const std::vector<Talk> &talks) : m_members(membe
     members.heard = [this](std::size_t member, const Stamp &stamp) { heard(member, stamp); };
 }
 
-Outcome Talks::run(const Child &host, double seconds) {
+Outcome Talks::run(const std::vector<const Child *> &hosts, double seconds) {
+    const auto cpuOfAll = [&hosts] {
+        std::int64_t sum = 0;
+        for (const Child *host : hosts)
+            sum += host->cpu();
+        return sum;
+    };
     for (std::size_t i = 0; i < m_talks.size(); ++i) // those that are paced take turns
         m_talks[i].due = now() + m_talks[i].interval * static_cast<std::int64_t>(i) /
                                      static_cast<std::int64_t>(m_talks.size());
     talkFor(warmUp);
     m_times.clear();
     const std::uint64_t deliveries = m_deliveries;
-    const std::int64_t wall = now(), cpu = host.cpu();
+    const std::int64_t wall = now(), cpu = cpuOfAll();
     talkFor(seconds);
     const auto delivered = static_cast<double>(m_deliveries - deliveries);
     Outcome outcome{delivered / static_cast<double>(now() - wall) * 1e9,
-                    static_cast<double>(host.cpu() - cpu) / 1e3 / delivered,
-                    host.peakMemory(),
+                    static_cast<double>(cpuOfAll() - cpu) / 1e3 / delivered,
+                    0,
                     {}};
+    for (const Child *host : hosts)
+        outcome.peak += host->peakMemory();
     std::uint64_t seen = m_deliveries;
     for (std::int64_t since = now(); !allArrived(); m_members.turn(second / 10)) {
         if (seen != m_deliveries)

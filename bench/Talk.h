@@ -34,7 +34,9 @@ public:
 
     // Lets all talk for as long, measures once they have been at it for a while, and returns when
     // everything has arrived.
-    Outcome run(const Child &host, double seconds);
+    Outcome run(const Child &host, double seconds) { return run(std::vector{&host}, seconds); }
+    // The same of all processes that take part.
+    Outcome run(const std::vector<const Child *> &hosts, double seconds);
 
 private:
     struct State : Talk {

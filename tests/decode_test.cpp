@@ -128,6 +128,8 @@ const std::vector<Known> &knownMessages() {
         {TCP_messageID_47, "TCP_messageID_47",
          bytesOf("00000007 000000000000000000000000 7f000001 00000001 1e61 0000 01"),
          R"({"number":7,"to":"127.0.0.1","port":7777,"taken":true})"},
+        {TCP_RECYCLE_ME_3, "TCP_RECYCLE_ME_3", bytesOf("1e61 'b.example'"),
+         R"({"to":"b.example","port":7777})"},
         {strange, "00000001000200030405060708090aff", "x", R"({"text":"x"})"},
     };
     return messages;

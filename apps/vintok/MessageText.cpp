@@ -305,6 +305,15 @@ bool readTurnedAway(Body &body, Fields &fields) {
     return true;
 }
 
+bool readElsewhere(Body &body, Fields &fields) {
+    std::uint16_t port = 0;
+    if (!body.number(port) || body.rest().empty())
+        return false;
+    fields.text("to", std::string(body.rest())).number("port", port);
+    body.take(body.rest().size());
+    return true;
+}
+
 // By MessageBody.
 const Reader readers[] = {
     readControlText,
@@ -324,6 +333,7 @@ const Reader readers[] = {
     readPrivateAnswer,
     readPrivateMessage,
     readTurnedAway,
+    readElsewhere,
     readBytes,
 };
 static_assert(std::size(readers) == static_cast<std::size_t>(vintok::MessageBody::reserved) + 1);

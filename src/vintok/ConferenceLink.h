@@ -94,6 +94,9 @@ public:
     // application. The messages after one that is not whole are dropped; then it is false.
     static bool said(ConferenceParticipant &host, const TCPAddress &speaker,
                      const unsigned char *frames, std::size_t length);
+    // The same for one member here alone, who has come late: what was said before.
+    static bool saidTo(ConferenceParticipant &host, const TCPAddress &member,
+                       const unsigned char *frames, std::size_t length);
     // Whether the members here take what they are given. A link that waits while it is false lets
     // those at other hosts who talk too fast for them be held up.
     static bool hasRoom(const ConferenceParticipant &host);

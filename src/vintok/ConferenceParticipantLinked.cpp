@@ -241,6 +241,20 @@ ConferenceRosterEntry *ConferenceParticipant::Linking::elsewhere(const Conferenc
     return found != owner._attendees.end() ? *found : nullptr;
 }
 
+bool ConferenceParticipant::Linking::isElsewhere(const ConferenceParticipant &owner,
+                                                 const ConferenceRosterEntry &party) {
+    return isLinked(owner) && party.isShadow() && party.descriptor() == -1;
+}
+
+ConferenceRosterEntry *ConferenceParticipant::Linking::inMeeting(const ConferenceParticipant &owner,
+                                                                 const TCPAddress &party) {
+    const auto isParty = [&](const ConferenceRosterEntry *entry) {
+        return entry != nullptr && (entry->isShadow() || entry->doBroadcast()) && *entry == party;
+    };
+    const auto found = std::find_if(owner._attendees.begin(), owner._attendees.end(), isParty);
+    return found != owner._attendees.end() ? *found : nullptr;
+}
+
 // Somebody who is in the meeting. One that talks much is not looked for anew each time.
 ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParticipant &owner,
                                                                  const TCPAddress &address) {
@@ -249,13 +263,7 @@ ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParti
         return &owner._self;
     if (state.speaker == nullptr || state.speakerChanges != owner._workings->listChanges ||
         !(*state.speaker == address)) {
-        const auto found = std::find_if(owner._attendees.begin(), owner._attendees.end(),
-                                        [&](const ConferenceRosterEntry *entry) {
-                                            return entry != nullptr &&
-                                                   (entry->isShadow() || entry->doBroadcast()) &&
-                                                   *entry == address;
-                                        });
-        state.speaker = found != owner._attendees.end() ? *found : nullptr;
+        state.speaker = inMeeting(owner, address);
         state.speakerChanges = owner._workings->listChanges;
     }
     return state.speaker;
@@ -468,6 +476,29 @@ bool LinkedMeeting::said(ConferenceParticipant &host, const TCPAddress &speaker,
         });
 }
 
+bool LinkedMeeting::saidTo(ConferenceParticipant &host, const TCPAddress &address,
+                           const unsigned char *frames, std::size_t length) {
+    using Linking = ConferenceParticipant::Linking;
+    return host._attempt("saidTo", [&] {
+        const ConferenceRosterEntry *member = Linking::inMeeting(host, address);
+        if (member == nullptr || !member->doBroadcast())
+            return refuse(TCP_ERROR_INVALID_ADDRESS, "saidTo: nobody here has this address");
+        TCPMessage message;
+        bool isRelayed = false;
+        const Linking::Frames all = {frames, length};
+        if (all.run(message, isRelayed, false) != length || !isRelayed)
+            return refuse(TCP_ERROR_INVALID_ARGUMENT, "saidTo: none that may come this way");
+        ConferenceParticipant::Guards::tellChangesBefore(host, nullptr);
+        const Span copy = copyToChunk(frames, length);
+        if (copy.owner == nullptr)
+            throw std::bad_alloc();
+        Delivery delivery(copy, Delivery::When::withTheTurn);
+        delivery.give(member->descriptor());
+        delivery.complete();
+        return delivery.isTaken();
+    });
+}
+
 bool LinkedMeeting::hasRoom(const ConferenceParticipant &host) {
     return ConferenceParticipant::Outgoing::membersHaveRoom(host);
 }
@@ -503,21 +534,24 @@ bool LinkedMeeting::leader(ConferenceParticipant &host, const TCPAddress &leader
 }
 
 void LinkedMeeting::authorityChanged(ConferenceParticipant &host) {
-    host._attempt(
-        "authorityChanged",
-        [&] {
-            if (ConferenceParticipant::Linking::decides(host)) {
-                host._assureLeader();
-                return true;
-            }
-            // Who has asked here asks again there.
-            for (ConferenceRosterEntry *entry : host._attendees)
-                if (entry != nullptr)
-                    entry->setLeadPending(false);
-            host._self.setLeadPending(false);
-            ConferenceParticipant::Linking::askClock(host);
-            return true;
-        });
+    using Linking = ConferenceParticipant::Linking;
+    const auto decide = [&] {
+        host._assureLeader();
+        const ConferenceRosterEntry *leader = host._getLeader();
+        if (host._self.isLeader() || leader != nullptr)
+            Linking::leadsNow(host, host._self.isLeader() ? host._self : *leader);
+        return true;
+    };
+    const auto follow = [&] {
+        // Who has asked here asks again there.
+        for (ConferenceRosterEntry *entry : host._attendees)
+            if (entry != nullptr)
+                entry->setLeadPending(false);
+        host._self.setLeadPending(false);
+        Linking::askClock(host);
+        return true;
+    };
+    host._attempt("authorityChanged", [&] { return Linking::decides(host) ? decide() : follow(); });
 }
 
 void LinkedMeeting::giveColors(ConferenceParticipant &host, bool anew) {

@@ -114,7 +114,8 @@ struct ConferenceParticipant::MembersOnly::Case {
             row = &otherMessages;
         if (peer.doBroadcast() && peer.isHost() && !owner._self.isHost())
             return row->host;
-        return peer.doBroadcast() && owner._relays() ? row->member : row->stranger;
+        const bool isMember = peer.doBroadcast() || Linking::isElsewhere(owner, peer);
+        return isMember && owner._relays() ? row->member : row->stranger;
     }
 
     bool keeps(Rule rule) const {

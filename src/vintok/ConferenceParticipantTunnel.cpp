@@ -18,8 +18,8 @@
 #include "vintok/HTTPReply.h"
 #include "vintok/HTTPText.h"
 #include "vintok/Log.h"
-#include "vintok/TCPMessage.h"
 #include "vintok/StreamInternal.h"
+#include "vintok/TCPMessage.h"
 #include "vintok/TCPStream.h"
 
 namespace vintok {

@@ -536,6 +536,9 @@ struct ConferenceParticipant::Linking {
     struct Frames;
     static ConferenceRosterEntry *elsewhere(const ConferenceParticipant &owner,
                                             const TCPAddress &party);
+    static bool isElsewhere(const ConferenceParticipant &owner, const ConferenceRosterEntry &party);
+    static ConferenceRosterEntry *inMeeting(const ConferenceParticipant &owner,
+                                            const TCPAddress &party);
     static ConferenceRosterEntry *speakerOf(ConferenceParticipant &owner,
                                             const TCPAddress &address);
     static bool takeEntry(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);

@@ -4,6 +4,7 @@
 
 #include "vintok/BufferManager.h"
 #include "vintok/ConferenceControl.h"
+#include "vintok/ConferenceLink.h"
 #include "vintok/ConferenceParticipant.h"
 #include "vintok/ConferenceRosterEntry.h"
 #include "vintok/ConferenceTypes.h"

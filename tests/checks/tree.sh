@@ -117,7 +117,7 @@ layers='
 3 TCPGUID TCPHeader TCPMessage
 4 TCPSelect SelectTable TCPServer testTCPServer Listeners
 5 UserInfo RosterBase ConferenceRosterEntry TempRosterEntry
-6 ConferenceParticipant ConferenceTypes ConferenceControl messageUtil ClockCorrection Control
+6 ConferenceParticipant ConferenceLink ConferenceTypes ConferenceControl messageUtil ClockCorrection Control
 7 vintok
 '
 sources src/vintok | xargs grep -E '^#include "(vintok|platform)/' /dev/null | awk -F '[:"]' -v layers="$layers" '
@@ -147,7 +147,7 @@ function layer_of(path,    name, length_) {
         print $1 " includes " $3
 }' | sort -u | faults "upward include"
 
-sources src/vintok src/platform | matches '^ *# *include *[<"](openssl|vintok-tls)/' |
+sources src/vintok src/platform | matches '^ *# *include *[<"](openssl|nats|vintok-tls|vintok-cluster)/' |
     faults "the library depends on what stands beside it"
 
 sources src/platform | matches '^#include "vintok/' | faults "the platform seam includes the library"
