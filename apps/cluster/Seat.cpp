@@ -40,7 +40,11 @@ std::unique_ptr<Seat> Seat::take(vintok::ConferenceParticipant &host,
         told(event);
     };
     seat->m_link = cluster::link(host, options, tell, failure);
-    return seat->m_link ? std::move(seat) : nullptr;
+    if (!seat->m_link)
+        return nullptr;
+    for (const vintok::ConferenceRosterEntry &entry : host.roster())
+        seat->joined(entry);
+    return seat;
 }
 
 // ---- Callers ----

@@ -1,5 +1,6 @@
 #include "ClusterText.h"
 
+#include "ClusterEvents.h"
 #include "Target.h"
 
 namespace app {
@@ -14,24 +15,6 @@ std::string placeOf(const vintok::ClusterHost &host) {
     return Target{host.advertised, host.port}.text();
 }
 
-std::string sentenceOf(const vintok::ClusterEvent &event) {
-    switch (event.kind) {
-    case vintok::ClusterEvent::hostCame:
-        return "The host " + event.host.name + " (" + placeOf(event.host) + ") is linked.";
-    case vintok::ClusterEvent::hostWent:
-        return "The host " + event.host.name + " is gone.";
-    case vintok::ClusterEvent::authorityMoved:
-        return event.host.self           ? "This host has authority."
-               : event.host.name.empty() ? "No host has authority."
-                                         : "The host " + event.host.name + " has authority.";
-    case vintok::ClusterEvent::connected:
-        return "NATS is back.";
-    case vintok::ClusterEvent::disconnected:
-        break;
-    }
-    return "NATS is lost" + (event.text.empty() ? "" : ": " + event.text) + '.';
-}
-
 // By ClusterEvent::Kind.
 const char *const events[] = {"host-came", "host-went", "authority", "cluster-back",
                               "cluster-lost"};
@@ -44,7 +27,7 @@ std::int64_t number(std::uint64_t value) {
 
 Notice noticeOf(const vintok::ClusterEvent &event) {
     const bool isOfHost = event.kind <= vintok::ClusterEvent::authorityMoved;
-    return {events[event.kind], sentenceOf(event),
+    return {events[event.kind], cluster::sentenceOf(event),
             isOfHost ? fieldsOf(event.host) : Fields().text("reason", event.text)};
 }
 
