@@ -52,6 +52,14 @@ if(TARGET vintok_tls)
   install(EXPORT vintokTlsTargets NAMESPACE vintok:: DESTINATION ${package_dir})
 endif()
 
+if(TARGET vintok_cluster)
+  vintok_install_library(vintok_cluster vintokClusterTargets)
+  get_property(headers GLOBAL PROPERTY vintok_cluster_public_headers)
+  list(TRANSFORM headers PREPEND ${PROJECT_SOURCE_DIR}/src/)
+  install(FILES ${headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vintok-cluster)
+  install(EXPORT vintokClusterTargets NAMESPACE vintok:: DESTINATION ${package_dir})
+endif()
+
 # The prefix in the pkg-config file follows from where the file lies, so that the tree can be moved.
 file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
@@ -60,6 +68,13 @@ install(FILES ${PROJECT_BINARY_DIR}/vintok.pc DESTINATION ${CMAKE_INSTALL_LIBDIR
 if(TARGET vintok_tls)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/vintok-tls.pc.in ${PROJECT_BINARY_DIR}/vintok-tls.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/vintok-tls.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()
+
+if(TARGET vintok_cluster)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/vintok-cluster.pc.in
+    ${PROJECT_BINARY_DIR}/vintok-cluster.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/vintok-cluster.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endif()
 
 foreach(program vintok_program ConferenceControl multiplexer)

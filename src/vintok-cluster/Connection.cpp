@@ -56,8 +56,10 @@ struct Connection::Callbacks {
     static void search(natsConnection *, natsSubscription *, natsMsg *raw, void *id) {
         const NatsMessage message(raw);
         const char *const reply = natsMsg_GetReply(raw);
-        if (reply != nullptr)
-            with(id, [&](Connection &self) { self.arrive({Arrival::search, nullptr, reply, 0}); });
+        with(id, [reply](Connection &self) {
+            if (reply != nullptr)
+                self.arrive({Arrival::search, nullptr, reply, 0});
+        });
     }
     static void disconnected(natsConnection *connection, void *id) {
         const char *words = nullptr;
@@ -192,8 +194,8 @@ std::string Connection::lastComplaint() const {
 }
 
 std::deque<Connection::Arrival> Connection::take() {
-    m_woken = false;
     m_waker.clear();
+    m_woken = false; // behind that: a wake-up in between is for what is taken now
     const std::lock_guard lock(m_lock);
     m_arrivedBytes = 0;
     return std::exchange(m_arrivals, {});

@@ -1,5 +1,5 @@
 #!/bin/bash
-# Compares what a shared library exports with what its public headers mark with VINTOK_API or VINTOK_TLS_API.
+# Compares what a shared library exports with what its public headers mark with VINTOK_API, VINTOK_TLS_API or VINTOK_CLUSTER_API.
 #
 # usage: exports.sh SHARED_LIBRARY ARCHIVE_OF_THE_SAME_OBJECTS HEADER...
 set -euo pipefail
@@ -13,10 +13,10 @@ trap 'rm -rf "$work"' EXIT
 awk '
 { sub(/\/\/.*/, "") }
 /^#/ { next }
-statement == "" && !/VINTOK_(TLS_)?API/ { next }
+statement == "" && !/VINTOK_((TLS|CLUSTER)_)?API/ { next }
 { statement = statement " " $0 }
 /[;{]/ {
-    if (match(statement, /(class|struct) VINTOK_(TLS_)?API [A-Za-z_0-9]+/)) {
+    if (match(statement, /(class|struct) VINTOK_((TLS|CLUSTER)_)?API [A-Za-z_0-9]+/)) {
         n = split(substr(statement, RSTART, RLENGTH), word, " ")
         print "class", word[n]
     } else {

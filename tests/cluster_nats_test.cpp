@@ -1,0 +1,147 @@
+// Hosts of one meeting, linked by a real server of NATS.
+#include "support/ChildProcess.h"
+#include "support/Party.h"
+#include "support/TemporaryFolder.h"
+#include "vintok-cluster/Cluster.h"
+
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace vintok::test {
+namespace {
+
+constexpr char program[] = "/usr/sbin/nats-server";
+
+// A server with a port of the system's choice, which it has again when it is started again.
+class NatsServer {
+public:
+    explicit NatsServer(std::vector<std::string> options = {}) : m_options(std::move(options)) {
+        start();
+    }
+    void start() {
+        std::vector<std::string> words = {
+            program, "-a", "127.0.0.1", "-p", m_port, "--ports_file_dir", m_folder.path("")};
+        words.insert(words.end(), m_options.begin(), m_options.end());
+        m_process = std::make_unique<ChildProcess>(words);
+        EXPECT_TRUE(m_process->complained("Server is ready")) << m_process->story();
+        for (const auto &file : std::filesystem::directory_iterator(m_folder.path(""))) {
+            const std::string text = contentOf(file.path());
+            const std::size_t at = text.find("127.0.0.1:");
+            if (file.path().extension() == ".ports" && at != std::string::npos)
+                m_port = text.substr(at + 10, text.find('"', at) - at - 10);
+        }
+    }
+    void stop() { m_process->kill(); }
+    std::string url() const { return "nats://127.0.0.1:" + m_port; }
+
+private:
+    std::vector<std::string> m_options;
+    TemporaryFolder m_folder;
+    std::string m_port = "-1";
+    std::unique_ptr<ChildProcess> m_process;
+};
+
+class Clusters : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!std::filesystem::exists(program))
+            GTEST_SKIP() << "there is no " << program;
+        server = std::make_unique<NatsServer>();
+    }
+    void TearDown() override {
+        clusters.clear();
+        parties.clear();
+    }
+
+    // A host that is linked, with a member.
+    Cluster &host(const std::string &name, const std::string &member) {
+        ClusterOptions options;
+        options.servers = server->url();
+        options.meeting = "a meeting";
+        options.name = name;
+        parties.push_back(std::make_unique<Party>(meeting, name));
+        Party &party = *parties.back();
+        EXPECT_TRUE(party.hosts("Budget"));
+        clusters.push_back(std::make_unique<Cluster>(party.participant(), options));
+        EXPECT_TRUE(clusters.back()->start()) << clusters.back()->lastFailure();
+        parties.push_back(std::make_unique<Party>(meeting, member));
+        EXPECT_TRUE(parties.back()->meets(party));
+        return *clusters.back();
+    }
+    Party &operator[](const std::string &name) {
+        for (const auto &party : parties)
+            if (party->name() == name)
+                return *party;
+        throw std::out_of_range(name);
+    }
+
+    Meeting meeting;
+    std::unique_ptr<NatsServer> server;
+    std::vector<std::unique_ptr<Party>> parties;
+    std::vector<std::unique_ptr<Cluster>> clusters;
+};
+
+// Whether everybody sees all others, each by one colour that nobody else has.
+bool agree(const std::vector<std::unique_ptr<Party>> &parties, std::size_t count) {
+    Roster all;
+    std::set<int> colors;
+    for (const auto &party : parties) {
+        if (!party->participant().isMeeting())
+            continue;
+        Roster roster{{party->name(), party->participant().colorIndex()}};
+        for (const ConferenceRosterEntry &entry : party->participant().roster())
+            roster[entry.firstName()] = entry.colorIndex();
+        if (roster.size() != count || (!all.empty() && roster != all))
+            return false;
+        all = roster;
+    }
+    for (const auto &[name, color] : all)
+        colors.insert(color);
+    return colors.size() == count && !colors.contains(65535);
+}
+
+TEST_F(Clusters, MembersOfThreeHostsAreInOneMeeting) {
+    host("H1", "Ann");
+    host("H2", "Bob");
+    host("H3", "Cid");
+    EXPECT_TRUE(meeting.until([&] { return agree(parties, 6); }, "one roster"));
+    EXPECT_TRUE((*this)["Ann"].says("hello"));
+    for (const char *name : {"Bob", "Cid", "H1", "H2", "H3"})
+        EXPECT_TRUE((*this)[name].hears("hello")) << name;
+    EXPECT_TRUE((*this)["Bob"]->requestStartLeading());
+    for (const char *name : {"Ann", "Bob", "Cid", "H1", "H2", "H3"})
+        EXPECT_TRUE((*this)[name].isTold("leader Bob")) << name;
+    EXPECT_EQ(clusters[0]->hostOf((*this)["Cid"]->address()), "H3");
+
+    clusters[0]->stop();
+    for (const char *name : {"Bob", "Cid", "H2", "H3"}) {
+        EXPECT_TRUE((*this)[name].isTold("leave Ann")) << name;
+        EXPECT_TRUE((*this)[name].isTold("leave H1")) << name;
+    }
+    EXPECT_TRUE(meeting.until([&] { return clusters[1]->hosts()[0].authority; }, "authority"));
+}
+
+TEST_F(Clusters, NothingIsLostWhileTheServerIsStartedAgain) {
+    host("H1", "Ann");
+    host("H2", "Bob");
+    EXPECT_TRUE(meeting.until([&] { return agree(parties, 4); }, "one roster"));
+    server->stop();
+    EXPECT_TRUE(meeting.until([&] { return !clusters[0]->metrics().connected; }, "no server"));
+    for (int i = 0; i < 1000; ++i)
+        EXPECT_TRUE((*this)["Ann"].says(std::to_string(i)));
+    server->start();
+    EXPECT_TRUE((*this)["Bob"].hears("999"));
+    std::vector<std::string> wanted;
+    for (int i = 0; i < 1000; ++i)
+        wanted.push_back("data " + std::to_string(i));
+    std::vector<std::string> heard = (*this)["Bob"].events;
+    std::erase_if(heard, [](const std::string &event) { return !event.starts_with("data "); });
+    EXPECT_EQ(heard, wanted);
+}
+
+} // namespace
+} // namespace vintok::test
