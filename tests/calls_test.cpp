@@ -3,13 +3,8 @@
 #include "support/LogFile.h"
 #include "support/Stage.h"
 
-#include <algorithm>
-
 namespace vintok::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class Calls : public Stage {};
 class RealCalls : public RealStage {};
@@ -146,21 +141,11 @@ struct EndCase {
 
 const std::vector<std::string> noAnswer = {"noAnswer 127.0.0.1"};
 
-void closes(Party &, WirePeer &bob) {
-    bob.closes();
-}
-void resets(Party &, WirePeer &bob) {
-    bob.resets();
-}
-void halfCloses(Party &, WirePeer &bob) {
-    bob.halfCloses();
-}
-void hangsUp(Party &, WirePeer &bob) {
-    bob.hangsUp();
-}
-void givesUp(Party &ann, WirePeer &) {
-    ann.leaves();
-}
+const auto closes = [](Party &, WirePeer &bob) { bob.closes(); };
+const auto resets = [](Party &, WirePeer &bob) { bob.resets(); };
+const auto halfCloses = [](Party &, WirePeer &bob) { bob.halfCloses(); };
+const auto hangsUp = [](Party &, WirePeer &bob) { bob.hangsUp(); };
+const auto givesUp = [](Party &ann, WirePeer &) { ann.leaves(); };
 template <unsigned char... body>
 void replies(Party &, WirePeer &bob) {
     bob.sends(id::joinReply, {body...});

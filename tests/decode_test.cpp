@@ -4,16 +4,13 @@
 #include "support/TemporaryFolder.h"
 
 #include "support/Hex.h"
-#include "vintok/ConferenceRosterEntry.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
 
 namespace {
 
@@ -24,37 +21,35 @@ std::string bytesOf(const char *text) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std::string &body) {
+std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std::string &body,
+                  std::int64_t stamp = newYear) {
     message.setMessageID(identifier);
     message.setMessageMajorVersion(4);
     EXPECT_TRUE(message.allocateMessageBuffer(body.size()));
     std::copy(body.begin(), body.end(), message.messageBuffer());
-    message.setTimeStamp(newYear);
+    message.setTimeStamp(stamp);
     if (body.empty()) // the time is then in the fields alone
         message.TCPHeader::write();
     return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
 }
 
-std::string frame(const TCPGUID &identifier, const std::string &body) {
+std::string frame(const TCPGUID &identifier, const std::string &body,
+                  std::int64_t stamp = newYear) {
     TCPMessage message;
-    return frame(message, identifier, body);
+    return frame(message, identifier, body, stamp);
 }
 
 std::string entryBody() {
-    ConferenceRosterEntry ann;
-    ann.setLoopbackIPv4();
-    ann.setHostByteOrderPort(7001);
-    ann.setFirstName("Ann");
-    ann.setLastName("\"Lee\"\x1b");
-    ann.setEmail("ann@x");
-    ann.setMajorVersion(4);
-    ann.setColorIndex(3);
-    ann.setMeeting(true);
-    ann.setHost(true);
-    ann.setMeetingName("Budget");
-    std::string body(ann.size(), '\0');
-    ann.write(reinterpret_cast<unsigned char *>(body.data()), body.size());
-    return body;
+    WireEntry ann;
+    ann.address = WireAddress::ipv4(0x7F000001, 7001);
+    ann.firstName = "Ann";
+    ann.lastName = "\"Lee\"\x1b";
+    ann.email = "ann@x";
+    ann.color = 3;
+    ann.state = state::meeting | state::host;
+    ann.meetingName = "Budget";
+    const Bytes body = ann.encode();
+    return std::string(body.begin(), body.end());
 }
 
 const char *const entryJson =
@@ -64,11 +59,9 @@ const char *const entryJson =
 
 class Decode : public testing::Test {
 protected:
-    std::string run(const std::string &content, int code,
-                    const std::vector<std::string> &options = {"--json"}) {
-        std::vector<std::string> arguments{"decode", folder.holding("record", content)};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        ChildProcess program = Program::plain(arguments);
+    std::string run(const std::string &content, int code, const Arguments &options = {"--json"}) {
+        ChildProcess program =
+            Program::plain(with({"decode", folder.holding("record", content)}, options));
         EXPECT_EQ(code, program.exitCode()) << program.story();
         errors = sameEnds(program.errors());
         return sameEnds(program.output());
@@ -134,8 +127,7 @@ const std::vector<Known> &knownMessages() {
 }
 
 TEST_F(Decode, TellsWhatEveryKindOfMessageSays) {
-    std::string content;
-    std::string expected;
+    std::string content, expected;
     for (const Known &known : knownMessages()) {
         expected += R"({"event":"message","offset":)" + std::to_string(content.size()) +
                     R"(,"time":1767225600,"identifier":")" + known.name +
@@ -208,18 +200,8 @@ TEST_F(Decode, OfNoFileFailsAndOfAnEmptyOneIsNothing) {
 
 // ---- Recordings that are said again ----
 
-std::string broadcast(std::int64_t stamp, const std::string &body,
-                      const vintok::TCPGUID &identifier = vintok::TCP_broadcastMessage) {
-    vintok::TCPMessage message;
-    message.setMessageID(identifier);
-    message.allocateMessageBuffer(body.size());
-    message.setTimeStamp(stamp);
-    std::copy(body.begin(), body.end(), message.messageBuffer());
-    return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
-}
-
 std::string said(std::int64_t stamp, const std::string &text) {
-    return broadcast(stamp, "say 1\n192.0.2.1 7777\nCleo\n" + text);
+    return frame(TCP_broadcastMessage, "say 1\n192.0.2.1 7777\nCleo\n" + text, stamp);
 }
 
 class Replay : public testing::Test {
@@ -267,9 +249,9 @@ TEST_F(Replay, SaysAgainWhatWasRecordedAtEitherEnd) {
 // Whoever were told of a file would wait for it.
 TEST_F(Replay, AnnouncesNoFiles) {
     const std::string sender = "\n127.0.0.1 7001\n";
-    const std::string file =
-        folder.holding("files", broadcast(5, "file 1" + sender + "a\n1 " + std::string(64, '0')) +
-                                    broadcast(5, "file-end 1" + sender + "sent") + said(5, "line"));
+    const std::string file = folder.holding(
+        "files", frame(TCP_broadcastMessage, "file 1" + sender + "a\n1 " + std::string(64, '0')) +
+                     frame(TCP_broadcastMessage, "file-end 1" + sender + "sent") + said(5, "line"));
     Program ann({"host", "--name", "Ann"});
     Program replay({"replay", file, ann.target()});
     EXPECT_TRUE(replay.ends(0));
