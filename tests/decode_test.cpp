@@ -1,5 +1,7 @@
 // Runs of `vintok decode`, `host --record` and `replay`: over files of messages that the library
 // wrote, whole and damaged, and over a meeting that is recorded and said again in another one.
+#include "support/Addresses.h"
+#include "support/LogFile.h"
 #include "support/Program.h"
 #include "support/TemporaryFolder.h"
 
@@ -39,14 +41,14 @@ std::string frame(const TCPGUID &identifier, const std::string &body,
     return frame(message, identifier, body, stamp);
 }
 
-std::string entryBody() {
+std::string entryBody(std::uint32_t more = 0) {
     WireEntry ann;
     ann.address = WireAddress::ipv4(0x7F000001, 7001);
     ann.firstName = "Ann";
     ann.lastName = "\"Lee\"\x1b";
     ann.email = "ann@x";
     ann.color = 3;
-    ann.state = state::meeting | state::host;
+    ann.state = state::meeting | state::host | more;
     ann.meetingName = "Budget";
     const Bytes body = ann.encode();
     return std::string(body.begin(), body.end());
@@ -167,6 +169,19 @@ TEST_F(Decode, ShowsBothFormsOfFrameToAPerson) {
               "    ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ff ................\n"
               "    ff ff ff ff                                     ....\n",
               run(content, 0, {}));
+}
+
+TEST_F(Decode, ShowsTheAddressOfWhoHidesWhereThatIsAskedFor) {
+    const std::string entry = entryBody(state::hiding);
+    TCPMessage sent;
+    sent.setOriginAddress(nameOnly("127.0.0.1", 7001));
+    const std::string content = frame(TCP_rosterEntry, entry) +
+                                frame(sent, TCP_broadcastMessage, "say 1\n127.0.0.01 7\nAnn\nhi") +
+                                frame(TCP_broadcastMessage, "say 1\n127.0.0.2 7\nBob\nhi");
+    const std::string shown = run(content, 0), all = run(content, 0, {"--json", "--addresses"});
+    EXPECT_EQ(3, occurrences(shown, R"("address":"hidden","port":7)")) << shown;
+    EXPECT_EQ(1, occurrences(shown, "127.0.0."));
+    EXPECT_EQ(4, occurrences(all, "127.0.0.")) << all;
 }
 
 TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
