@@ -210,6 +210,28 @@ TEST_F(Calls, ADeadCallIsNotAnsweredByTheNextOneInItsPlace) {
     EXPECT_EQ(1, ann.told("noAnswer 127.0.0.1"));
 }
 
+// Where nobody is left, somebody else hosts, or the called party had called as well and has gone.
+TEST_F(Calls, ADeadCallOfWhichNothingCanComeIsTold) {
+    ASSERT_TRUE(ann.reaches(bob) && ann.asks(cid));
+    bob.closes();
+    EXPECT_TRUE(cid.fences() && ann.told("noAnswer 127.0.0.1") == 0);
+    EXPECT_TRUE(cid.sends(id::joinReply, {0}) && ann.isTold("noAnswer 127.0.0.1"));
+    ann.leaves();
+    ann.forgets();
+    ASSERT_TRUE(host.connects(ann.port()) && host.saysHello() && ann.reaches(bob));
+    bob.closes();
+    EXPECT_TRUE(host.fences() && ann.told("noAnswer 127.0.0.1") == 0);
+    EXPECT_TRUE(host.asksToJoin() && ann.isTold("noAnswer 127.0.0.1") && !ann->isHost());
+    ann.leaves();
+    ASSERT_TRUE(annHosts({&cid}) && ann.reaches(bob));
+    ann.forgets();
+    dan.entry.address = bob.entry.address;
+    ASSERT_TRUE(dan.connects(ann.port()) && dan.saysHello() && (dan.fences() || dan.ended()));
+    bob.closes();
+    dan.closes();
+    EXPECT_TRUE(ann.isTold("noAnswer 127.0.0.1") && ann.calls(bob));
+}
+
 // ---- Parting ----
 
 TEST_F(RealCalls, WhenTheHostLeavesTheMeetingIsOver) {
