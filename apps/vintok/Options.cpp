@@ -326,6 +326,7 @@ CLI::App *addDecode(CLI::App &program, Options &options) {
         ->type_name("FILE")
         ->required();
     app->add_flag("--full", options.full, "Show long bodies to their end");
+    app->add_flag("--addresses", options.addresses, "Show addresses that parties hide, too");
     app->add_flag("--json", options.json, "Print one JSON object for each message");
     return app;
 }

@@ -74,6 +74,7 @@ struct Options {
     // A record file: what decode prints, and what a party plays.
     std::string file;
     bool full = false;            // decode shows all of a long body
+    bool addresses = false;       // decode shows what parties hide
     double speed = 1;             // of playing: seconds of the recording in one second
     std::string recordFile;       // what a party records its meeting into
     std::string files;            // the folder for files that arrive; empty: the environment's
