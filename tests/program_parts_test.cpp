@@ -7,6 +7,7 @@
 #include "ServerReply.h"
 #include "Target.h"
 #include "Text.h"
+#include "Whereabouts.h"
 
 #include "support/Environment.h"
 #include "support/TemporaryFolder.h"
@@ -207,6 +208,10 @@ TEST(Options, WrongOnesAreToldInOneLine) {
         {{"join", "a", "--mux", "m:x", "--meeting-id", "i"}, "m:x"},
         {{"join", "--mux", "m", "--meeting-id", "a\r\nX: y"}, "--meeting-id"},
         {{"join", "a", "--mux", "m", "--meeting-id", "i", "--proxy", "p"}, "leave 'a' out"},
+        {{"join", "a", "--meeting-id", "i"}, "goes with --mux or --cluster"},
+        {{"host", "--cluster", "nats://n"}, "--meeting-id"},
+        {{"join", "--cluster", "n", "--mux", "m", "--meeting-id", "i"}, "--mux"},
+        {{"host", "--cluster", "n", "--meeting-id", "i", "--cluster-history", "1"}, "ordered"},
         {{"join", "--mux", "m", "--meeting-id", "i", "--auth", "ann"}, "not USER:PASSWORD"},
         {{"join", "--mux", "m", "--meeting-id", "i", "--auth-file", "/no/such"}, "/no/such"},
     };
@@ -239,6 +244,26 @@ TEST(Options, SayWhichWayACallTakes) {
         EXPECT_EQ(credentials, options.tunnel.credentials);
         EXPECT_EQ(options.tunnel.proxy.host.empty() ? 0 : 80, options.tunnel.proxy.port);
     }
+}
+
+TEST(Whereabouts, AreReadAsTheyWereWrittenAndNothingElseIs) {
+    const Place host{"::1", 7777}, ann{"10.0.0.1", 50001}, bob{"::2", 50002};
+    const std::string body =
+        cluster::encodeWhereabouts({{"East\n1", host, {ann}}, {"West", bob, {host}}});
+    EXPECT_EQ("where 1\nEast 1\n::1 7777\n10.0.0.1 50001\n\nWest\n::2 50002\n::1 7777\n\n", body);
+    std::vector<cluster::AtHost> hosts;
+    for (std::size_t length = 0; length < body.size(); ++length) // with the first host, or none
+        EXPECT_EQ(length == 8 || length == 40,
+                  cluster::decodeWhereabouts(body.substr(0, length), hosts))
+            << length;
+    ASSERT_TRUE(cluster::decodeWhereabouts(body, hosts));
+    cluster::Whereabouts known;
+    known.take(hosts);
+    EXPECT_EQ("East 1", known.of(ann));
+    EXPECT_EQ("West", known.of(host));
+    EXPECT_TRUE(known.isHost(bob) && !known.isHost(ann));
+    known.left(ann);
+    EXPECT_EQ("", known.of(ann));
 }
 
 TEST(Base64, PadsWhatIsLeftOver) { // RFC 4648, section 10
