@@ -171,7 +171,7 @@ TEST_F(ParticipantOnStage, NotesAndDropsMessagesThatItDoesNotKnow) {
     ASSERT_TRUE(annHosts({&bob}));
     LogFile log;
     // Reserved, held back, spoken by others, and none of the system's.
-    const std::vector<unsigned char> unknown = {0x10, 0x11, 0x20, 0x21, 0x29, 0x35, 0x42,
+    const std::vector<unsigned char> unknown = {0x10, 0x11, 0x20, 0x21, 0x29, 0x36, 0x42,
                                                 0x43, 0x45, 0x48, 0x99, 0x00, 0xFF};
     for (const unsigned char id : unknown)
         ASSERT_TRUE(bob.sends(id, bob.entry.encode()));
