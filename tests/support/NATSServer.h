@@ -15,6 +15,7 @@ namespace vintok::test {
 class NATSServer {
 public:
     static constexpr char program[] = "/usr/sbin/nats-server";
+    // Or has to be, as VINTOK_REQUIRE_NATS says.
     static bool isInstalled();
 
     // Started, on a port of the system's choice, which it has again when it is started again. With
