@@ -3,6 +3,7 @@
 // the tables show medians, in brackets as a multiple of the host alone.
 //
 // usage: cluster [MODE...] [--members N] [--hosts N] [--rounds N] [--seconds N] [--csv FILE]
+//                [--way NAME]   only this one of the rows
 //
 //   one       one member talks as fast as a window of 256 KiB a member lets him
 //   many      eight talk as fast as they share that window
@@ -200,17 +201,20 @@ struct Options {
     std::size_t members = 0, hosts = 8; // 0: the mode's own
     int rounds = 3;
     double seconds = 2;
-    std::string csv;
+    std::string csv, way;
 };
 
 std::vector<Way> ways(const Mode &mode, const Options &options) {
     if (mode.run == crowd)
         return {{std::to_string(options.hosts) + " hosts", options.hosts, true}};
-    return {{"one host alone", 1, false},
-            {"1 linked host", 1, true},
-            {"2 hosts", 2, true},
-            {"4 hosts", 4, true},
-            {"NATS alone", 0, true}};
+    std::vector<Way> all = {{"one host alone", 1, false},
+                            {"1 linked host", 1, true},
+                            {"2 hosts", 2, true},
+                            {"4 hosts", 4, true},
+                            {"NATS alone", 0, true}};
+    std::erase_if(all,
+                  [&](const Way &way) { return !options.way.empty() && options.way != way.name; });
+    return all;
 }
 
 double median(std::vector<double> values) {
@@ -271,6 +275,8 @@ bool read(const std::vector<std::string> &words, Options &options) {
             options.seconds = std::max(0.1, std::atof(value.c_str()));
         else if (words[i] == "--csv")
             options.csv = value;
+        else if (words[i] == "--way")
+            options.way = value;
         else
             return false;
         ++i;
@@ -287,8 +293,9 @@ bool read(const std::vector<std::string> &words, Options &options) {
 int main(int argc, char **argv) {
     bench::Options options;
     if (!bench::read({argv + 1, argv + argc}, options)) {
-        std::fprintf(stderr, "usage: cluster [one|many|latency|crowd]... [--members N] [--hosts N] "
-                             "[--rounds N]\n               [--seconds N] [--csv FILE]\n");
+        std::fprintf(stderr,
+                     "usage: cluster [one|many|latency|crowd]... [--members N] [--hosts N] "
+                     "[--rounds N]\n               [--seconds N] [--csv FILE] [--way NAME]\n");
         return 2;
     }
     rlimit files = {};

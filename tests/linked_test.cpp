@@ -341,6 +341,9 @@ TEST_F(Linked, WithOneOrderEverybodyHearsTheSame) {
         EXPECT_EQ(100u, sequence(*party, "nobody").size());
     EXPECT_EQ(sequence(ann, "Bea"), sequence(bea, "Ann"));
     EXPECT_EQ(sequence(al, "Bob"), sequence(bob, "Al"));
+    EXPECT_TRUE(bob.says("goodbye"));
+    bob.leaves(); // before its word has come back
+    EXPECT_TRUE(bea.isTold("said Bob: goodbye") && bud.hears("goodbye") && al.hears("goodbye"));
 }
 
 TEST_F(Linked, WhoTalksTooFastForTheLinkIsReadNoFurther) {

@@ -140,9 +140,16 @@ void ConferenceParticipant::Linking::joins(ConferenceParticipant &owner,
 // Of an entry that leaves the list.
 void ConferenceParticipant::Linking::left(ConferenceParticipant &owner,
                                           const ConferenceRosterEntry &entry) {
+    constexpr std::size_t mostDeparted = 256;
     LinkState &state = owner._workings->linking;
-    if (state.link != nullptr && state.told.erase(&entry) != 0)
-        state.link->entryLeft(entry);
+    if (state.link == nullptr || state.told.erase(&entry) == 0)
+        return;
+    state.link->entryLeft(entry);
+    if (!isOrdered(owner))
+        return;
+    state.departed.push_back(entry);
+    if (state.departed.size() > mostDeparted)
+        state.departed.pop_front();
 }
 
 void ConferenceParticipant::Linking::ended(ConferenceParticipant &owner) {
@@ -266,7 +273,15 @@ ConferenceRosterEntry *ConferenceParticipant::Linking::speakerOf(ConferenceParti
         state.speaker = inMeeting(owner, address);
         state.speakerChanges = owner._workings->listChanges;
     }
-    return state.speaker;
+    return state.speaker != nullptr ? state.speaker : departed(owner, address);
+}
+
+// Who has left here, when what was said is kept for its order: the last words come afterwards.
+ConferenceRosterEntry *ConferenceParticipant::Linking::departed(const ConferenceParticipant &owner,
+                                                                const TCPAddress &party) {
+    auto &entries = owner._workings->linking.departed;
+    const auto found = std::find(entries.rbegin(), entries.rend(), party);
+    return found != entries.rend() ? &*found : nullptr;
 }
 
 bool ConferenceParticipant::Linking::takeEntry(ConferenceParticipant &owner,
@@ -376,12 +391,14 @@ void ConferenceParticipant::Relaying::handle(ConferenceParticipant &owner,
                                              ConferenceRosterEntry *speaker, const Span &frames,
                                              bool isRelayed) {
     TCPMessage message;
+    const TCPAddress address = *speaker;
     for (std::size_t done = 0; done < frames.length;) {
         const std::size_t frame = wholeFrame(frames.bytes + done, frames.length - done);
-        if (!owner._isListed(speaker))
+        const bool isHere = owner._isListed(speaker);
+        if (!isHere && Linking::departed(owner, address) != speaker)
             return;
         if (readFrame(message, frames.bytes + done, frame)) {
-            if (isRelayed)
+            if (isRelayed && (isHere || message.messageID() == TCP_broadcastMessage))
                 dispatch(owner, speaker, message);
             else if (owner._workings->talk.messageCB != nullptr &&
                      !Talk::isLibrarys(message.messageID()) &&
@@ -559,19 +576,25 @@ void LinkedMeeting::giveColors(ConferenceParticipant &host, bool anew) {
     ConferenceLink *const link = host._workings->linking.link;
     if (link == nullptr)
         return;
-    bool changed = false;
     const auto give = [&](ConferenceRosterEntry &entry) {
         if (!anew && entry.colorIndex() != none)
-            return;
+            return false;
+        const unsigned short before = entry.colorIndex();
         entry.setColorIndex(link->takeColor());
-        changed = true;
+        return entry.colorIndex() != before;
     };
-    give(host._self);
-    for (ConferenceRosterEntry *entry : host._attendees)
-        if (entry != nullptr && entry->doBroadcast())
-            give(*entry);
-    if (changed)
-        host._attempt("giveColors", [&] { return host._sendRoster(nullptr); });
+    host._attempt("giveColors", [&] {
+        bool changed = give(host._self);
+        if (changed)
+            host._tell(host._userDataCB, host._self);
+        host._forEachAttendee([&](ConferenceRosterEntry *entry) {
+            if (!entry->doBroadcast() || !give(*entry))
+                return;
+            changed = true;
+            host._tell(host._userDataCB, *entry);
+        });
+        return changed && host._sendRoster(nullptr);
+    });
 }
 
 bool LinkedMeeting::redirect(ConferenceParticipant &host, const TCPAddress &caller,

@@ -14,6 +14,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <new>
@@ -154,6 +155,8 @@ struct ConferenceParticipant::LinkState {
     std::unordered_map<const ConferenceRosterEntry *, std::string> told; // what an entry says
     ConferenceRosterEntry *speaker = nullptr;                            // who spoke last elsewhere
     std::uint64_t speakerChanges = 0;                                    // `listChanges` then
+    // Who has left while what they said last was yet to come back.
+    std::deque<ConferenceRosterEntry> departed;
 };
 
 // An entry that leaves its list is retired, and destroyed when the outermost operation ends.
@@ -539,6 +542,8 @@ struct ConferenceParticipant::Linking {
     static bool isElsewhere(const ConferenceParticipant &owner, const ConferenceRosterEntry &party);
     static ConferenceRosterEntry *inMeeting(const ConferenceParticipant &owner,
                                             const TCPAddress &party);
+    static ConferenceRosterEntry *departed(const ConferenceParticipant &owner,
+                                           const TCPAddress &party);
     static ConferenceRosterEntry *speakerOf(ConferenceParticipant &owner,
                                             const TCPAddress &address);
     static bool takeEntry(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
