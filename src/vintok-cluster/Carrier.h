@@ -21,7 +21,7 @@ public:
     virtual void toAll(const Packet &packet) = 0;
     virtual void toOne(std::uint64_t incarnation, const Packet &packet) = 0;
     // Has it stored in the one order of all hosts, again and again until it is, and before whatever
-    // is given to it later. `Node::stored` is called with the number then.
+    // is given to it later. `Node::stored` is called with the number and the place then.
     virtual void store(std::uint64_t number, const Packet &packet) = 0;
     // Bytes that a packet may have.
     virtual std::size_t longestPacket() const = 0;
@@ -38,7 +38,7 @@ public:
     virtual bool entry(const ConferenceRosterEntry &entry) = 0;
     virtual bool left(const TCPAddress &party) = 0;
     virtual bool said(const TCPAddress &speaker, View frames) = 0;
-    virtual bool saidTo(const TCPAddress &party, const TCPAddress &speaker, View frames) = 0;
+    virtual bool saidTo(const TCPAddress &party, View frames) = 0;
     virtual bool hasRoom() = 0;
     virtual bool message(const TCPAddress &party, const TCPAddress &sender, View frame) = 0;
     virtual bool leader(const TCPAddress &leader) = 0;

@@ -13,6 +13,7 @@
 #include <new>
 #include <optional>
 #include <random>
+#include <thread>
 #include <utility>
 
 namespace vintok {
@@ -72,7 +73,9 @@ struct cluster::State final : Side {
     bool said(const TCPAddress &speaker, View frames) override {
         return LinkedMeeting::said(host, speaker, frames.data(), frames.size());
     }
-    bool saidTo(const TCPAddress &, const TCPAddress &, View) override { return false; }
+    bool saidTo(const TCPAddress &party, View frames) override {
+        return LinkedMeeting::saidTo(host, party, frames.data(), frames.size());
+    }
     bool hasRoom() override { return LinkedMeeting::hasRoom(host); }
     bool message(const TCPAddress &party, const TCPAddress &sender, View frame) override {
         return LinkedMeeting::message(host, party, sender, frame.data(), frame.size());
@@ -88,7 +91,8 @@ struct cluster::State final : Side {
     void stop();
     static void awake(int, void *self, bool) { static_cast<State *>(self)->work(); }
     void work();
-    void take(const Connection::Arrival &arrival);
+    void take(const Arrival &arrival);
+    void storeAll();
     void tell(const ClusterEvent &event);
     bool fail(const std::string &text);
     NodeOptions nodeOptions(std::uint64_t incarnation) const;
@@ -213,6 +217,7 @@ void cluster::State::stop() {
     isStopWanted = isWorking && node != nullptr;
     if (node == nullptr || isWorking)
         return;
+    storeAll();
     node->leave();
     LinkedMeeting::install(host, nullptr);
     loop.removeCallback(connection->descriptor(), awake, this);
@@ -221,29 +226,43 @@ void cluster::State::stop() {
     connection.reset();
 }
 
-void cluster::State::take(const Connection::Arrival &arrival) {
+// What was said here is to be in the order before goodbye, if that can be done in time.
+void cluster::State::storeAll() {
+    const std::uint64_t end = steadyNow() + farewellTime;
+    while (node->store() && steadyNow() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        for (const Arrival &arrival : connection->take())
+            if (arrival.kind == Arrival::stored)
+                node->stored(arrival.number, arrival.place);
+    }
+}
+
+void cluster::State::take(const Arrival &arrival) {
     const std::uint64_t now = steadyNow();
+    ClusterEvent event;
+    event.text = arrival.text;
     switch (arrival.kind) {
-    case Connection::Arrival::packet:
+    case Arrival::packet:
         return node->received(arrival.bytes, now);
-    case Connection::Arrival::search:
+    case Arrival::search:
         if (const Packet answer = node->answer())
             connection->answer(arrival.text, answer);
         return;
-    case Connection::Arrival::stored:
-        return node->stored(arrival.number);
-    case Connection::Arrival::ordered:
-    case Connection::Arrival::past:
-        return node->ordered(arrival.bytes, arrival.kind == Connection::Arrival::past, now);
-    case Connection::Arrival::connected:
-    case Connection::Arrival::disconnected: {
-        ClusterEvent event;
-        event.kind = arrival.kind == Connection::Arrival::connected ? ClusterEvent::connected
-                                                                    : ClusterEvent::disconnected;
-        event.text = arrival.text;
-        tell(event);
-        return;
-    }
+    case Arrival::stored:
+        return node->stored(arrival.number, arrival.place);
+    case Arrival::ordered:
+    case Arrival::past:
+        return node->ordered(arrival.bytes, arrival.place, arrival.kind == Arrival::past, now);
+    case Arrival::complaint:
+        return log("NATS: " + arrival.text);
+    case Arrival::connected:
+        event.kind = ClusterEvent::connected;
+        log("connected to NATS again");
+        return tell(event);
+    case Arrival::disconnected:
+        event.kind = ClusterEvent::disconnected;
+        log("no connection to NATS (" + arrival.text + ')');
+        return tell(event);
     }
 }
 
@@ -252,7 +271,7 @@ void cluster::State::work() {
         return;
     isWorking = true;
     try {
-        for (const Connection::Arrival &arrival : connection->take())
+        for (const Arrival &arrival : connection->take())
             take(arrival);
         connection->wakeIn(node->turn(steadyNow()));
         connection->wantOrdered(node->hasRoomForOrdered());
@@ -312,7 +331,7 @@ ClusterMetrics Cluster::metrics() const {
     metrics.packetsIn = counters.packetsIn;
     metrics.sentAgain = counters.sentAgain;
     metrics.askedAgain = counters.askedAgain;
-    metrics.lost = counters.lost;
+    metrics.lost = counters.lost + m_state->connection->lost();
     metrics.refused = counters.refused;
     metrics.hostsLost = counters.hostsLost;
     metrics.reconnects = m_state->connection->reconnects();

@@ -18,6 +18,10 @@ constexpr std::int64_t leastPacket = 4096;
 constexpr std::uint64_t mostArrived = 128 << 20; // bytes
 constexpr int mostPendingMessages = 1 << 20;
 constexpr int mostPendingBytes = 64 << 20;
+constexpr std::chrono::milliseconds betweenTries(200);
+constexpr std::chrono::seconds betweenOpenings(1);
+constexpr std::chrono::seconds betweenComplaints(10);
+constexpr std::chrono::hours longestWait(1);
 
 struct Table {
     std::shared_mutex lock;
@@ -49,39 +53,36 @@ void with(void *closure, Action action) {
 
 // On NATS's threads.
 struct Connection::Callbacks {
+    static void arrive(void *id, const Arrival &arrival) {
+        with(
+            id, [&](Connection &self) { self.arrive(arrival); });
+    }
     static void packet(natsConnection *, natsSubscription *, natsMsg *raw, void *id) {
         const NatsMessage message(raw);
-        with(id, [&](Connection &self) { self.arrive({Arrival::packet, packetOf(raw), {}, 0}); });
+        arrive(id, {.kind = Arrival::packet, .bytes = packetOf(raw)});
     }
     static void search(natsConnection *, natsSubscription *, natsMsg *raw, void *id) {
         const NatsMessage message(raw);
-        const char *const reply = natsMsg_GetReply(raw);
-        with(id, [reply](Connection &self) {
-            if (reply != nullptr)
-                self.arrive({Arrival::search, nullptr, reply, 0});
-        });
+        if (const char *const reply = natsMsg_GetReply(raw))
+            arrive(id, {.kind = Arrival::search, .text = reply});
     }
     static void disconnected(natsConnection *connection, void *id) {
         const char *words = nullptr;
         natsConnection_GetLastError(connection, &words);
-        with(id, [&](Connection &self) {
-            self.m_connected = false;
-            const std::string text = words != nullptr ? words : "";
-            self.arrive({Arrival::disconnected, nullptr, text, 0});
-        });
+        const std::string text = words != nullptr ? words : "";
+        const auto note = [&](Connection &self) { self.isConnectedNow(false, text); };
+        with(id, note);
     }
     static void reconnected(natsConnection *, void *id) {
-        with(
-            id,
-            [](Connection &self) {
-                self.m_connected = true;
-                ++self.m_reconnects;
-                self.arrive({Arrival::connected, nullptr, {}, 0});
-            });
+        const auto note = [](Connection &self) { self.isConnectedNow(true, {}); };
+        with(id, note);
+    }
+    static void closed(natsConnection *, void *id) {
+        const auto note = [](Connection &self) { self.isClosed(); };
+        with(id, note);
     }
     static void failed(natsConnection *, natsSubscription *, natsStatus status, void *id) {
-        const std::string words = natsStatus_GetText(status);
-        with(id, [&](Connection &self) { self.complain(words); });
+        arrive(id, {.kind = Arrival::complaint, .text = natsStatus_GetText(status)});
     }
 };
 
@@ -91,6 +92,10 @@ Connection::Connection(const ClusterOptions &options, std::uint64_t incarnation)
       m_ownSubject(m_subjects.to(incarnation)),
       m_incarnation(incarnation),
       m_mostUnsent(4 * options.window + (64 << 20)) {
+    if (options.ordered)
+        m_jetStream =
+            std::make_unique<JetStream>(m_subjects, incarnation, options.history,
+                                        [this](const Arrival &arrival) { arrive(arrival); });
     Table &all = table();
     const std::unique_lock lock(all.lock);
     m_id = ++all.last;
@@ -102,32 +107,51 @@ Connection::~Connection() {
 }
 
 bool Connection::open(std::string &failure) {
+    if (!m_waker.open()) {
+        failure = "there is no descriptor to be had";
+        return false;
+    }
+    if (!connectFor(connectTime, failure) || !findOrder(failure))
+        return false;
+    m_thread = std::thread([this] { work(); });
+    return true;
+}
+
+bool Connection::connectFor(std::uint32_t milliseconds, std::string &failure) {
     const NatsOptions options = makeOptions(m_options, failure);
     if (options == nullptr)
         return false;
     natsOptions *const raw = options.get();
     natsOptions_SetDisconnectedCB(raw, Callbacks::disconnected, closure(m_id));
     natsOptions_SetReconnectedCB(raw, Callbacks::reconnected, closure(m_id));
+    natsOptions_SetClosedCB(raw, Callbacks::closed, closure(m_id));
     natsOptions_SetErrorHandler(raw, Callbacks::failed, closure(m_id));
-    if (!m_waker.open()) {
-        failure = "there is no descriptor to be had";
-        return false;
-    }
-    m_connection = connect(raw, connectTime, failure);
+    m_connection = connect(raw, milliseconds, failure);
     if (m_connection == nullptr)
         return false;
-    m_connected = true;
     const std::int64_t payload = natsConnection_GetMaxPayload(m_connection.get());
     if (payload < leastPacket) {
         failure = "the server takes no messages of 4096 bytes";
         return false;
     }
     m_longest = std::min(mostPacket, static_cast<std::size_t>(payload));
-    if (!subscribe(m_all, m_subjects.all(), Callbacks::packet, failure) ||
-        !subscribe(m_own, m_ownSubject, Callbacks::packet, failure) ||
-        !subscribe(m_find, m_subjects.find(), Callbacks::search, failure))
-        return false;
-    m_thread = std::thread([this] { work(); });
+    m_connected = true;
+    return subscribe(m_all, m_subjects.all(), Callbacks::packet, failure) &&
+           subscribe(m_own, m_ownSubject, Callbacks::packet, failure) &&
+           subscribe(m_find, m_subjects.find(), Callbacks::search, failure);
+}
+
+// The servers of a cluster agree on who keeps streams some seconds after they have started.
+bool Connection::findOrder(std::string &failure) {
+    if (!m_options.ordered)
+        return true;
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(connectTime);
+    while (!m_jetStream->open(m_connection.get(), failure)) {
+        if (Clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(betweenTries);
+    }
+    m_jetStream->start(m_connection.get());
     return true;
 }
 
@@ -157,17 +181,53 @@ void Connection::close(std::uint32_t milliseconds) {
         if (m_connected && milliseconds > 0)
             natsConnection_FlushTimeout(m_connection.get(), milliseconds);
     }
-    m_find.reset();
-    m_own.reset();
-    m_all.reset();
-    m_connection.reset();
-    m_connected = false;
+    disconnect();
     Table &all = table();
     const std::unique_lock lock(all.lock);
     all.connections.erase(m_id);
 }
 
+void Connection::disconnect() {
+    if (m_jetStream != nullptr)
+        m_jetStream->stop();
+    m_find.reset();
+    m_own.reset();
+    m_all.reset();
+    m_connection.reset();
+    m_connected = false;
+}
+
+// NATS has closed the connection, for a server no longer let this host in.
+void Connection::reopen() {
+    disconnect();
+    m_closed = false;
+    std::string failure;
+    if (!connectFor(0, failure)) {
+        arrive({.kind = Arrival::complaint, .text = failure});
+        disconnect();
+        m_closed = true;
+        return;
+    }
+    if (m_jetStream != nullptr)
+        m_jetStream->start(m_connection.get());
+    isConnectedNow(true, {});
+}
+
 // ---- What comes ----
+
+void Connection::isConnectedNow(bool connected, const std::string &text) {
+    m_connected = connected;
+    m_reconnects += connected ? 1 : 0;
+    if (connected && m_jetStream != nullptr)
+        m_jetStream->check();
+    arrive({.kind = connected ? Arrival::connected : Arrival::disconnected, .text = text});
+}
+
+void Connection::isClosed() {
+    const std::lock_guard lock(m_lock);
+    m_closed = true;
+    m_change.notify_all();
+}
 
 void Connection::arrive(Arrival arrival) {
     const std::size_t size = arrival.bytes != nullptr ? arrival.bytes->size() : 0;
@@ -177,15 +237,24 @@ void Connection::arrive(Arrival arrival) {
             ++m_dropped; // and asked for again
             return;
         }
+        if (arrival.kind == Arrival::complaint && !isNews(arrival.text))
+            return;
         m_arrivedBytes += size;
+        if (m_jetStream != nullptr && m_arrivedBytes > mostArrived / 4)
+            m_jetStream->want(false); // until the loop says otherwise
         m_arrivals.push_back(std::move(arrival));
     }
     wake();
 }
 
-void Connection::complain(const std::string &text) {
-    const std::lock_guard lock(m_lock);
-    m_complaint = text;
+// With the lock. False for one that has been there just now.
+bool Connection::isNews(const std::string &complaint) {
+    const Clock::time_point now = Clock::now();
+    if (complaint == m_complaint && now - m_complaintTime < betweenComplaints)
+        return false;
+    m_complaint = complaint;
+    m_complaintTime = now;
+    return true;
 }
 
 std::string Connection::lastComplaint() const {
@@ -193,7 +262,7 @@ std::string Connection::lastComplaint() const {
     return m_complaint;
 }
 
-std::deque<Connection::Arrival> Connection::take() {
+std::deque<Arrival> Connection::take() {
     m_waker.clear();
     m_woken = false; // behind that: a wake-up in between is for what is taken now
     const std::lock_guard lock(m_lock);
@@ -241,37 +310,51 @@ void Connection::answer(const std::string &subject, const Packet &packet) {
     send(subject, packet);
 }
 
-void Connection::store(std::uint64_t, const Packet &) {}
+void Connection::store(std::uint64_t number, const Packet &packet) {
+    m_jetStream->store(number, packet);
+}
 
-void Connection::wantOrdered(bool) {}
+void Connection::wantOrdered(bool wanted) {
+    if (m_jetStream != nullptr)
+        m_jetStream->want(wanted);
+}
 
 // The thread that sends, and that wakes the loop when it is time.
 void Connection::work() {
     std::unique_lock lock(m_lock);
     while (!m_ends) {
-        if (!m_letters.empty()) {
-            const Letter letter = std::move(m_letters.front());
-            m_letters.pop_front();
-            m_sending = true;
-            lock.unlock();
-            if (publish(m_connection.get(), letter.subject, letter.packet) == NATS_OK)
-                ++m_packetsOut;
-            else
-                ++m_dropped;
-            lock.lock();
-            m_sending = false;
-            m_unsentBytes -= letter.packet->size();
-            if (m_letters.empty())
-                m_change.notify_all();
-        } else if (Clock::now() >= m_wakeTime) {
+        const Clock::time_point now = Clock::now();
+        const bool opens = m_closed && now >= m_openTime;
+        if (now >= m_wakeTime) {
             m_wakeTime = Clock::time_point::max();
             wake();
-        } else if (m_wakeTime == Clock::time_point::max()) {
-            m_change.wait(lock);
+        } else if (opens) {
+            m_openTime = now + betweenOpenings;
+            lock.unlock();
+            reopen();
+            lock.lock();
+        } else if (!m_letters.empty()) {
+            sendFirst(lock);
         } else {
-            m_change.wait_until(lock, m_wakeTime);
+            const Clock::time_point next = m_closed ? std::min(m_wakeTime, m_openTime) : m_wakeTime;
+            m_change.wait_until(lock, std::min(next, now + longestWait));
         }
     }
+}
+
+void Connection::sendFirst(std::unique_lock<std::mutex> &lock) {
+    const Letter letter = std::move(m_letters.front());
+    m_letters.pop_front();
+    m_sending = true;
+    lock.unlock();
+    const bool sent = m_connection != nullptr &&
+                      publish(m_connection.get(), letter.subject, letter.packet) == NATS_OK;
+    ++(sent ? m_packetsOut : m_dropped);
+    lock.lock();
+    m_sending = false;
+    m_unsentBytes -= letter.packet->size();
+    if (m_letters.empty())
+        m_change.notify_all();
 }
 
 } // namespace vintok::cluster

@@ -4,7 +4,9 @@
 #define VINTOK_CLUSTER_CONNECTION_H
 
 #include "platform/Waker.h"
+#include "vintok-cluster/Arrival.h"
 #include "vintok-cluster/Carrier.h"
+#include "vintok-cluster/JetStream.h"
 #include "vintok-cluster/Nats.h"
 
 #include <atomic>
@@ -21,21 +23,13 @@ namespace vintok::cluster {
 
 class Connection final : public Carrier {
 public:
-    // What has come.
-    struct Arrival {
-        enum Kind : std::uint8_t { packet, search, connected, disconnected, stored, ordered, past };
-        Kind kind = packet;
-        Packet bytes;
-        std::string text; // where to answer a search, or why there is no connection
-        std::uint64_t number = 0;
-    };
-
     Connection(const ClusterOptions &options, std::uint64_t incarnation);
     ~Connection();
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // Connects and subscribes. False with the reason.
+    // Connects and subscribes. False with the reason. A connection that NATS closes for good is
+    // opened anew.
     bool open(std::string &failure);
     // Sends what waits, for at most so many milliseconds, and ends.
     void close(std::uint32_t milliseconds);
@@ -59,6 +53,7 @@ public:
     std::uint64_t packetsOut() const { return m_packetsOut; }
     std::uint64_t reconnects() const { return m_reconnects; }
     std::uint64_t dropped() const { return m_dropped; } // for want of room
+    std::uint64_t lost() const { return m_jetStream != nullptr ? m_jetStream->lost() : 0; }
     bool isConnected() const { return m_connected; }
     std::string lastComplaint() const;
 
@@ -71,10 +66,17 @@ private:
     };
 
     void arrive(Arrival arrival);
-    void complain(const std::string &text);
+    bool isNews(const std::string &complaint);
+    void isConnectedNow(bool connected, const std::string &text);
+    void isClosed();
+    bool connectFor(std::uint32_t milliseconds, std::string &failure);
     bool subscribe(NatsSubscription &subscription, const std::string &subject,
                    natsMsgHandler handler, std::string &failure);
+    bool findOrder(std::string &failure);
+    void disconnect();
+    void reopen();
     void send(const std::string &subject, const Packet &packet);
+    void sendFirst(std::unique_lock<std::mutex> &lock);
     void work();
 
     const ClusterOptions m_options;
@@ -85,12 +87,14 @@ private:
     std::uint64_t m_id = 0; // under which NATS's callbacks find this object
     platform::Waker m_waker;
     std::atomic<bool> m_woken = false;
-    std::size_t m_longest = 0;
+    std::atomic<std::size_t> m_longest = 0;
 
     NatsConnection m_connection;
     NatsSubscription m_all, m_own, m_find;
+    std::unique_ptr<JetStream> m_jetStream; // null without one order
 
     std::atomic<bool> m_connected = false;
+    std::atomic<bool> m_closed = false; // by NATS, for good
     std::atomic<std::uint64_t> m_packetsOut = 0, m_reconnects = 0, m_dropped = 0;
 
     mutable std::mutex m_lock; // of what follows
@@ -102,7 +106,9 @@ private:
     bool m_sending = false;
     bool m_ends = false;
     Clock::time_point m_wakeTime = Clock::time_point::max();
+    Clock::time_point m_openTime; // when to try it the next time
     std::string m_complaint;
+    Clock::time_point m_complaintTime;
     std::thread m_thread;
 };
 

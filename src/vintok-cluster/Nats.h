@@ -38,12 +38,16 @@ Packet packetOf(natsMsg *message);
 
 // The subjects of a meeting.
 struct Subjects {
-    explicit Subjects(const std::string &meeting) : root("vintok." + subjectToken(meeting)) {}
+    explicit Subjects(const std::string &meeting)
+        : token(subjectToken(meeting)), root("vintok." + token) {}
     std::string all() const { return root + ".all"; }
     std::string to(std::uint64_t host) const { return root + ".to." + hexadecimal(host); }
     std::string find() const { return root + ".find"; }
     std::string ordered() const { return root + ".ordered"; }
-    std::string root;
+    std::string stream() const { return "VINTOK_" + token; } // of JetStream, with what is ordered
+
+    const std::string token;
+    const std::string root;
 };
 
 } // namespace vintok::cluster

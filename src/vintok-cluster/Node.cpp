@@ -1,5 +1,8 @@
 #include "vintok-cluster/Node.h"
 
+#include "vintok/FrameLayout.h"
+#include "vintok/TCPGUID.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -15,6 +18,16 @@ constexpr std::size_t addressSize = Key().size();
 
 View bytesOf(const Key &key) {
     return key;
+}
+
+bool isBroadcast(View frame) {
+    static const Bytes wanted = [] {
+        Bytes bytes;
+        const TCPGUID &id = TCP_broadcastMessage;
+        Writer(bytes).number(id.Data1).number(id.Data2).number(id.Data3).raw(id.Data4);
+        return bytes;
+    }();
+    return std::ranges::equal(frame.subspan(layout::identifier, wanted.size()), wanted);
 }
 
 // Sets a mark for as long as it lives.
@@ -69,7 +82,10 @@ void Node::entryLeft(const TCPAddress &party) {
     const Key key = keyOf(party);
     if (m_local.erase(key) == 0)
         return;
-    m_outgoing.add(ItemKind::left, {bytesOf(key)});
+    const Ordered::End end = m_ordered.end();
+    Bytes lastWords;
+    Writer(lastWords).number(end.number).number(end.place);
+    m_outgoing.add(ItemKind::left, {bytesOf(key), lastWords});
     m_unsettled.insert(key);
     m_beatWanted = true;
 }
@@ -206,52 +222,75 @@ bool Node::takePackets() {
 }
 
 // What is said has to wait for what its host has said of its parties before, but not for ever.
+bool Node::isInTime(const Ordered::Item &item) const {
+    if (item.packet == nullptr || item.isPast || item.sender == m_rank.incarnation)
+        return true;
+    const auto found = m_hosts.find(item.sender);
+    return (found != m_hosts.end() && found->second->incoming.last() >= item.state) ||
+           m_now - item.since >= m_options.hostTimeout;
+}
+
 bool Node::takeOrdered() {
     std::size_t bytes = 0;
     while (const Ordered::Item *first = m_ordered.first()) {
-        const auto found = m_hosts.find(first->sender);
-        const bool isKnown =
-            first->isPast || first->sender == m_rank.incarnation ||
-            (found != m_hosts.end() && found->second->incoming.last() >= first->state);
-        if (!isKnown && m_now - first->since < m_options.hostTimeout)
+        if (!isInTime(*first))
             return false;
         m_blocked = !m_side.hasRoom();
         if (m_blocked || bytes >= turnBytes)
             return !m_blocked;
-        bytes += first->packet->size();
+        m_isPastThere = m_isPastThere || !first->isPast || first->packet == nullptr;
+        tellNewcomers();
+        const std::size_t size = first->packet != nullptr ? first->packet->size() : 0;
+        bytes += size;
+        m_takenBytes += size;
         m_ordered.takeFirst([this, isPast = first->isPast](View speaker, View frames) {
-            remember(speaker, frames);
+            remember(frames);
             if (!isPast)
                 takeSaid(speaker, frames);
         });
+        letLeave();
+        settleAll();
     }
     return false;
 }
 
-void Node::remember(View speaker, View frames) {
-    if (m_options.history == 0)
-        return;
-    Past past{{}, {frames.begin(), frames.end()}};
-    std::copy(speaker.begin(), speaker.end(), past.speaker.begin());
-    m_history.push_back(std::move(past));
-    if (m_history.size() > m_options.history)
-        m_history.pop_front();
+// Messages of the application alone: what is left of a file would be of no use.
+void Node::remember(View frames) {
+    while (m_options.history != 0 && frames.size() >= layout::sizeIPv4) {
+        const std::size_t length = layout::frameLength(frames.data());
+        if (length < layout::sizeIPv4 || length > frames.size())
+            return;
+        if (isBroadcast(frames)) {
+            m_history.emplace_back(frames.begin(), frames.begin() + std::ptrdiff_t(length));
+            m_historyBytes += length;
+        }
+        while (m_history.size() > m_options.history ||
+               (m_historyBytes > m_options.window && !m_history.empty())) {
+            m_historyBytes -= m_history.front().size();
+            m_history.pop_front();
+        }
+        frames = frames.subspan(length);
+    }
 }
 
 void Node::tellNewcomers() {
+    if (!m_isPastThere)
+        return;
     for (const Key &key : std::exchange(m_newcomers, {}))
-        for (const Past &past : m_history)
+        for (const Bytes &frame : m_history)
             if (m_local.contains(key))
-                m_side.saidTo(addressOf(key), addressOf(past.speaker), past.frames);
+                m_side.saidTo(addressOf(key), frame);
 }
 
-void Node::ordered(const Packet &packet, bool isPast, std::uint64_t now) {
+void Node::ordered(const Packet &packet, std::uint64_t place, bool isPast, std::uint64_t now) {
+    if (packet == nullptr)
+        return m_ordered.keep({.place = place, .isPast = isPast, .since = now});
     Reader reader(*packet);
     const auto header = readHeader(reader);
-    reader.number<std::uint64_t>(); // its number, which the engine knows it by
+    const auto number = reader.number<std::uint64_t>();
     const auto state = reader.number<std::uint64_t>();
     if (header && header->kind == Kind::ordered && reader.good())
-        m_ordered.keep({header->sender, state, isPast, now, packet});
+        m_ordered.keep({header->sender, number, state, place, isPast, now, packet});
     else
         ++m_counters.refused;
 }
@@ -266,6 +305,7 @@ std::uint32_t Node::turn(std::uint64_t now) {
     m_outgoing.setTime(now);
     m_blocked = false;
     lookForSilence();
+    letLeave();
     settleAll();
     lookForAuthority();
     tellNewcomers();
@@ -301,6 +341,23 @@ void Node::release() {
         }
     m_live = live;
     m_outgoing.release(live, gone);
+    releaseOrdered();
+}
+
+// A host that takes nothing in order yet does not hold the others up.
+void Node::releaseOrdered() {
+    if (!m_options.ordered)
+        return;
+    std::uint64_t place = m_ordered.place();
+    for (const auto &[incarnation, host] : m_hosts)
+        if (host->isLive && !host->isEnded && host->beat.place != 0)
+            place = std::min(place, host->beat.place);
+    m_ordered.release(place);
+}
+
+bool Node::store() {
+    m_ordered.close();
+    return m_ordered.isStoring();
 }
 
 void Node::leave() {

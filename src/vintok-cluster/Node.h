@@ -60,15 +60,18 @@ public:
 
     void received(const Packet &packet, std::uint64_t now);
     // The engine has stored what was given to `Carrier::store` under this number.
-    void stored(std::uint64_t number) { m_ordered.stored(number); }
-    // What the engine has stored, in its order. `isPast`: from before this host was there.
-    void ordered(const Packet &packet, bool isPast, std::uint64_t now);
+    void stored(std::uint64_t number, std::uint64_t place) { m_ordered.stored(number, place); }
+    // What the engine has stored, in its order. `isPast`: from before this host was there; null
+    // where that ends.
+    void ordered(const Packet &packet, std::uint64_t place, bool isPast, std::uint64_t now);
     // Whether more of that can be taken.
     bool hasRoomForOrdered() const { return m_ordered.hasRoom(); }
 
     // Does what there is to do. The milliseconds until it wants to be called again.
     std::uint32_t turn(std::uint64_t now);
-    // Goodbye to the others, and everybody elsewhere leaves here.
+    // To be said before goodbye: hands over what is to be stored. False when all of it is stored.
+    bool store();
+    // Goodbye to the others.
     void leave();
 
     // What is told to whoever asks for hosts of this meeting; null outside one.
@@ -119,6 +122,7 @@ private:
     const RemoteHost *ownerOf(const Key &key) const;
     void takeEntry(RemoteHost &host, View body);
     void takeLeft(RemoteHost &host, View body);
+    void letLeave();
 
     // ---- Authority (NodeAuthority.cpp) ----
     void lookForSilence();
@@ -133,10 +137,12 @@ private:
     void takeSaid(View speaker, View frames);
     void takeMessage(ItemKind kind, View body);
     bool takeOrdered();
-    void remember(View speaker, View frames);
+    bool isInTime(const Ordered::Item &item) const;
+    void remember(View frames);
     void tellNewcomers();
     void takeColors();
     void release();
+    void releaseOrdered();
     void forget();
 
     const NodeOptions m_options;
@@ -163,11 +169,9 @@ private:
     std::map<Key, Local> m_local;
     std::map<Key, std::uint64_t> m_shown; // to this side, and of which host
     std::set<Key> m_unsettled;
-    struct Past {
-        Key speaker;
-        Bytes frames;
-    };
-    std::deque<Past> m_history;
+    std::deque<Bytes> m_history; // frames
+    std::size_t m_historyBytes = 0;
+    bool m_isPastThere = false;
     std::set<Key> m_newcomers; // here, to whom the last messages are owed
 
     std::uint64_t m_authority = 0;

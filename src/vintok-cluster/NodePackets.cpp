@@ -140,6 +140,7 @@ void Node::takeSnapshot(RemoteHost &host, Reader &reader) {
         m_side.log(std::to_string(lost) + " packets of host " + host.beat.name + " are lost");
     }
     host.joiner.clear();
+    host.leaving.clear();
     unsettle(host);
     const Parties old = std::exchange(host.parties, std::move(host.snapshot.parties));
     host.snapshot.parties.clear();
@@ -247,6 +248,7 @@ Beat Node::beat() const {
     for (const auto &[incarnation, host] : m_hosts)
         if (host->incoming.counts())
             beat.taken.emplace_back(incarnation, host->incoming.last());
+    beat.place = m_ordered.place();
     return beat;
 }
 

@@ -70,6 +70,7 @@ void Node::takeEntry(RemoteHost &host, View body) {
         return;
     }
     const Key key = keyOf(party.entry);
+    std::erase_if(host.leaving, [&](const auto &leaving) { return leaving.party == key; });
     host.parties.insert_or_assign(key, party);
     const auto shown = m_shown.find(key);
     if (shown != m_shown.end() && shown->second == host.beat.rank.incarnation)
@@ -80,8 +81,27 @@ void Node::takeEntry(RemoteHost &host, View body) {
 void Node::takeLeft(RemoteHost &host, View body) {
     Reader reader(body);
     const Key key = keyOf(reader.address());
-    if (reader.good() && host.parties.erase(key) != 0)
+    const auto number = reader.number<std::uint64_t>();
+    const Ordered::End end{number, reader.number<std::uint64_t>()};
+    if (!reader.good())
+        ++m_counters.refused;
+    else if (m_options.ordered && !m_ordered.isTaken(host.beat.rank.incarnation, end))
+        host.leaving.push_back({key, end, m_now});
+    else if (host.parties.erase(key) != 0)
         settle(key);
+}
+
+// With one order the last words of a party come on another way than its leave.
+void Node::letLeave() {
+    for (const auto &[incarnation, host] : m_hosts)
+        while (!host->leaving.empty()) {
+            const auto &[key, end, since] = host->leaving.front();
+            if (!m_ordered.isTaken(incarnation, end) && m_now - since < m_options.hostTimeout)
+                break;
+            if (host->parties.erase(key) != 0)
+                m_unsettled.insert(key);
+            host->leaving.pop_front();
+        }
 }
 
 std::uint64_t Node::hostOf(const TCPAddress &party) const {

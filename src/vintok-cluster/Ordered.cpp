@@ -49,31 +49,57 @@ void Ordered::close() {
     m_carrier.store(m_number, std::make_shared<const Bytes>(std::move(bytes)));
 }
 
-void Ordered::stored(std::uint64_t number) {
+Ordered::End Ordered::end() const {
+    return {m_out.empty() ? 0 : m_number + m_out.size() - (m_onItsWay ? 1 : 0), m_storedPlace};
+}
+
+void Ordered::stored(std::uint64_t number, std::uint64_t place) {
     if (!m_onItsWay || number != m_number)
         return;
     m_onItsWay = false;
-    m_waiting -= m_out.front().items.size();
+    m_storedPlace = std::max(m_storedPlace, place);
+    m_stored.push_back({place, m_out.front().items.size()});
     m_out.pop_front();
     m_carrier.wake();
 }
 
+void Ordered::release(std::uint64_t place) {
+    while (!m_stored.empty() && m_stored.front().place <= place) {
+        m_waiting -= m_stored.front().bytes;
+        m_stored.pop_front();
+    }
+}
+
 void Ordered::keep(Item item) {
-    m_itemBytes += item.packet->size();
+    m_itemBytes += item.packet != nullptr ? item.packet->size() : 0;
     m_items.push_back(std::move(item));
+}
+
+bool Ordered::isTaken(std::uint64_t sender, const End &end) const {
+    const auto found = m_senders.find(sender);
+    const std::uint64_t number = found != m_senders.end() ? found->second.number : 0;
+    return number >= end.number && m_place >= end.place;
 }
 
 void Ordered::takeFirst(const Handler &handler) {
     const Item item = std::move(m_items.front());
     m_items.pop_front();
+    m_place = std::max(m_place, item.place);
+    if (item.packet == nullptr)
+        return;
     m_itemBytes -= item.packet->size();
-    if (m_joiners.size() >= mostSenders)
-        m_joiners.clear();
-    m_joiners[item.sender].take(
-        View(*item.packet).subspan(packetHead), [&](ItemKind kind, View body) {
-            if (kind == ItemKind::said && body.size() > Key().size())
-                handler(body.first(Key().size()), body.subspan(Key().size()));
-        });
+    if (m_senders.size() >= mostSenders && !m_senders.contains(item.sender))
+        m_senders.clear();
+    Sender &sender = m_senders[item.sender];
+    if (item.number <= sender.number)
+        return;
+    if (item.number != sender.number + 1)
+        sender.joiner.clear();
+    sender.number = item.number;
+    sender.joiner.take(View(*item.packet).subspan(packetHead), [&](ItemKind kind, View body) {
+        if (kind == ItemKind::said && body.size() > Key().size())
+            handler(body.first(Key().size()), body.subspan(Key().size()));
+    });
 }
 
 } // namespace vintok::cluster

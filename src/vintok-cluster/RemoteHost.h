@@ -3,10 +3,12 @@
 #define VINTOK_CLUSTER_REMOTEHOST_H
 
 #include "vintok-cluster/Incoming.h"
+#include "vintok-cluster/Ordered.h"
 #include "vintok-cluster/Wire.h"
 #include "vintok/ConferenceRosterEntry.h"
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <optional>
 #include <string>
@@ -60,6 +62,13 @@ struct RemoteHost {
     Joiner joiner;
     Snapshot snapshot;
     Parties parties;
+    // Who has left there, until what they have said is taken, or a time is over.
+    struct Leaving {
+        Key party;
+        Ordered::End end;
+        std::uint64_t since;
+    };
+    std::deque<Leaving> leaving;
     bool isCounted = false;        // it has counted among the hosts of the meeting
     std::uint64_t askedAll = 0;    // when
     std::uint64_t answeredAll = 0; // when

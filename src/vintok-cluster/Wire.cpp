@@ -7,6 +7,7 @@ namespace vintok::cluster {
 namespace {
 
 constexpr std::size_t longestText = 1024;
+constexpr std::size_t longestToken = 200;
 constexpr std::size_t pairSize = 16;
 constexpr std::size_t blockSize = 18;
 constexpr std::size_t grantSize = 10;
@@ -101,6 +102,7 @@ Packet encode(const Beat &beat) {
     writer.number(static_cast<std::uint16_t>(beat.taken.size()));
     for (const auto &[host, sequence] : beat.taken)
         writer.number(host).number(sequence);
+    writer.number(beat.place);
     return std::make_shared<const Bytes>(std::move(bytes));
 }
 
@@ -127,6 +129,7 @@ bool decode(Reader &reader, Beat &beat) {
         const auto host = reader.number<std::uint64_t>();
         beat.taken.emplace_back(host, reader.number<std::uint64_t>());
     }
+    beat.place = reader.number<std::uint64_t>();
     return reader.good();
 }
 
@@ -207,7 +210,12 @@ std::string subjectToken(const std::string &text) {
         else
             token += '_' + hexadecimal(static_cast<unsigned char>(c)).substr(14);
     }
-    return token.empty() ? "_" : token;
+    if (token.size() <= longestToken)
+        return token.empty() ? "_" : token;
+    std::uint64_t hash = 14695981039346656037U; // FNV-1a
+    for (const char c : token)
+        hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211U;
+    return token.substr(0, longestToken - 20) + "__" + hexadecimal(hash);
 }
 
 } // namespace vintok::cluster

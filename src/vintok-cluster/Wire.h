@@ -142,6 +142,7 @@ struct Beat {
     std::vector<Block> blocks;
     std::vector<std::pair<std::uint64_t, std::uint16_t>> grants; // to which host, which block
     std::vector<std::pair<std::uint64_t, std::uint64_t>> taken;  // of whose stream, up to where
+    std::uint64_t place = 0; // up to which the order of all hosts is taken; 0: not at all yet
 
     bool has(Flag flag) const { return (flags & flag) != 0; }
 };
@@ -179,7 +180,8 @@ private:
 std::uint64_t countFrames(View frames);
 
 // A meeting's identifier as a part of a subject: letters, digits and "-" stand for themselves, any
-// other byte as "_" and two hexadecimal digits.
+// other byte as "_" and two hexadecimal digits. What is long is cut, with "__" and a number that is
+// made of all of it behind.
 std::string subjectToken(const std::string &text);
 std::string hexadecimal(std::uint64_t number);
 

@@ -2,23 +2,25 @@
 
 #include "support/Eventually.h"
 
+#include <cstdlib>
 #include <filesystem>
 
 namespace vintok::test {
 
 bool NATSServer::isInstalled() {
-    return std::filesystem::exists(program);
+    return std::filesystem::exists(program) || std::getenv("VINTOK_REQUIRE_NATS") != nullptr;
 }
 
 NATSServer::NATSServer(std::vector<std::string> options) : m_options(std::move(options)) {
     start();
 }
 
-void NATSServer::start() {
+void NATSServer::start(const std::vector<std::string> &more) {
     std::vector<std::string> words = {
         program, "-a", "127.0.0.1", "-p", m_port, "--ports_file_dir", m_folder.path("")};
     words.insert(words.end(), {"-sd", m_folder.path("streams")});
     words.insert(words.end(), m_options.begin(), m_options.end());
+    words.insert(words.end(), more.begin(), more.end());
     m_process = std::make_unique<ChildProcess>(words);
     EXPECT_TRUE(eventually([this] { return !portOf("nats").empty(); })) << m_process->story();
     m_port = portOf("nats");
