@@ -5,10 +5,10 @@
 // usage: cluster [MODE...] [--members N] [--hosts N] [--rounds N] [--seconds N] [--csv FILE]
 //                [--way NAME]   only this one of the rows
 //
-//   one       one member talks as fast as a window of 256 KiB a member lets him
-//   many      eight talk as fast as they share that window
-//   latency   one says something each 2 ms; the time until the last member has it
-//   crowd     5,000 members at eight hosts: how long the joins take, and a line each 50 ms
+//   throughput   one member talks as fast as a window of 256 KiB a member lets him
+//   all-talk     eight talk as fast as they share that window
+//   latency      one says something each 2 ms; the time until the last member has it
+//   crowd        5,000 members at eight hosts: how long the joins take, and a line each 50 ms
 //
 // Every member and host is on this machine, so what the hosts share here is its CPU.
 #include "Child.h"
@@ -189,8 +189,8 @@ struct Mode {
     std::vector<std::size_t> bodies;
 };
 
-const Mode modes[] = {{"one", one, {64, 1024}},
-                      {"many", many, {64, 1024}},
+const Mode modes[] = {{"throughput", one, {64, 1024}},
+                      {"all-talk", many, {64, 1024}},
                       {"latency", latency, {256}},
                       {"crowd", crowd, {80}}};
 
@@ -207,11 +207,11 @@ struct Options {
 std::vector<Way> ways(const Mode &mode, const Options &options) {
     if (mode.run == crowd)
         return {{std::to_string(options.hosts) + " hosts", options.hosts, true}};
-    std::vector<Way> all = {{"one host alone", 1, false},
+    std::vector<Way> all = {{"one host", 1, false},
                             {"1 linked host", 1, true},
                             {"2 hosts", 2, true},
                             {"4 hosts", 4, true},
-                            {"NATS alone", 0, true}};
+                            {"NATS", 0, true}};
     std::erase_if(all,
                   [&](const Way &way) { return !options.way.empty() && options.way != way.name; });
     return all;
@@ -293,9 +293,10 @@ bool read(const std::vector<std::string> &words, Options &options) {
 int main(int argc, char **argv) {
     bench::Options options;
     if (!bench::read({argv + 1, argv + argc}, options)) {
-        std::fprintf(stderr,
-                     "usage: cluster [one|many|latency|crowd]... [--members N] [--hosts N] "
-                     "[--rounds N]\n               [--seconds N] [--csv FILE] [--way NAME]\n");
+        std::fprintf(
+            stderr,
+            "usage: cluster [throughput|all-talk|latency|crowd]... [--members N] [--hosts N] "
+            "[--rounds N]\n               [--seconds N] [--csv FILE] [--way NAME]\n");
         return 2;
     }
     rlimit files = {};

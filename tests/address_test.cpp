@@ -4,7 +4,6 @@
 #include "support/Hex.h"
 #include "support/Words.h"
 
-#include <gmock/gmock.h>
 #include <random>
 
 namespace vintok::test {
@@ -13,24 +12,21 @@ namespace {
 // ---- Flags ----
 
 TEST(Flags, followFromTheAddress) {
-    const struct {
-        const char *text;
-        std::uint32_t type;
-    } rows[] = {
+    const std::pair<const char *, std::uint32_t> rows[] = {
         {"10.0.0.1", 1},  {"127.0.0.1", 9}, {"127.0.0.2", 1}, {"255.255.255.255", 17},
         {"::1", 10},      {"::7f00:1", 2},  {"ff01::1", 18},  {"ff12::1", 2}, // transient multicast
         {"somewhere", 0},
     };
-    for (const auto &row : rows) {
-        const TCPAddress address = literal(row.text);
-        EXPECT_EQ(address.ipType(), row.type) << row.text;
-        EXPECT_EQ(address.isIPv4(), (row.type & 1) != 0) << row.text;
-        EXPECT_EQ(address.isIPv6(), (row.type & 2) != 0) << row.text;
-        EXPECT_EQ(address.isLoopback(), (row.type & 8) != 0) << row.text;
-        EXPECT_EQ(address.isBroadcast(), (row.type & 16) != 0) << row.text;
+    for (const auto &[text, type] : rows) {
+        const TCPAddress address = literal(text);
+        EXPECT_EQ(address.ipType(), type) << text;
+        EXPECT_EQ(address.isIPv4(), (type & 1) != 0) << text;
+        EXPECT_EQ(address.isIPv6(), (type & 2) != 0) << text;
+        EXPECT_EQ(address.isLoopback(), (type & 8) != 0) << text;
+        EXPECT_EQ(address.isBroadcast(), (type & 16) != 0) << text;
         std::string name;
         EXPECT_TRUE(address.name(name));
-        EXPECT_EQ(name, row.text);
+        EXPECT_EQ(name, text);
     }
 }
 
@@ -70,8 +66,7 @@ TEST(Equality, doesNotTreatItsSidesAlike) {
     sameIP.setNetwork("10.0.0.1/8");
     const struct {
         const char *what;
-        TCPAddress left;
-        TCPAddress right;
+        TCPAddress left, right;
         bool equal;
     } rows[] = {
         {"type, mask and name aside", literal("10.0.0.1"), sameIP, true},
@@ -121,8 +116,7 @@ TEST(Order, isThatOfTheStoredBytes) {
 
 TEST(Network, holdsTheAddressesThatItsMaskCovers) {
     const struct {
-        const char *address;
-        const char *network;
+        const char *address, *network;
         bool inside;
     } rows[] = {
         {"10.1.2.3", "10.0.0.0/8", true},
@@ -180,10 +174,8 @@ TEST(Network, takesItsMaskFromTheTextOrApart) {
 }
 
 TEST(NetMask, countsTheBitsOfAText) {
-    const struct {
-        const char *mask;
-        int bits; // -1: refused
-    } rows[] = {
+    const std::pair<const char *, int> rows[] = {
+        // -1: refused
         {"255.255.255.0", 24}, {"0.0.0.0", 0},
         {"128.0.0.0", 1},      {"255.255.254.0", 23},
         {"255.255.240.0", -1}, // this one byte is not among those that are known
@@ -191,11 +183,11 @@ TEST(NetMask, countsTheBitsOfAText) {
         {"ffff:f000::", -1},   {"ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff", 128},
         {"somewhere", -1},     {"", -1},
     };
-    for (const auto &row : rows) {
+    for (const auto &[mask, bits] : rows) {
         TCPAddress address;
         EXPECT_TRUE(address.setNetMask(std::uint16_t{77}));
-        EXPECT_EQ(address.setNetMask(std::string(row.mask)), row.bits >= 0) << row.mask;
-        EXPECT_EQ(address.maskBits(), row.bits >= 0 ? row.bits : 77) << row.mask;
+        EXPECT_EQ(address.setNetMask(std::string(mask)), bits >= 0) << mask;
+        EXPECT_EQ(address.maskBits(), bits >= 0 ? bits : 77) << mask;
     }
     TCPAddress ipv4 = literal("10.0.0.1");
     EXPECT_FALSE(ipv4.setNetMask(std::string("ffff:ffff:8000::"))) << "33 bits are too many here";
@@ -203,20 +195,17 @@ TEST(NetMask, countsTheBitsOfAText) {
 }
 
 TEST(MaskText, isAppended) {
-    const struct {
-        const char *network;
-        const char *text;
-    } rows[] = {
+    const std::pair<const char *, const char *> rows[] = {
         {"10.0.0.0", "0.0.0.0"},
         {"10.0.0.0/20", "255.255.240.0"},
         {"10.0.0.0/32", "255.255.255.255"},
         {"1::/19", "ffff:e000:0:0:0:0:0:0"},
         {"1::/128", "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"},
     };
-    for (const auto &row : rows) {
+    for (const auto &[wide, text] : rows) {
         std::string mask = "mask ";
-        EXPECT_TRUE(network(row.network).maskString(mask));
-        EXPECT_EQ(mask, std::string("mask ") + row.text) << row.network;
+        EXPECT_TRUE(network(wide).maskString(mask));
+        EXPECT_EQ(mask, std::string("mask ") + text) << wide;
     }
     std::string mask = "mask ";
     EXPECT_FALSE(literal("10.0.0.1").maskString(mask));
@@ -230,26 +219,23 @@ TEST(Wire, holdsEverythingButTheName) {
     TCPAddress host = nameOnly("10.0.0.1", 7777);
     TCPAddress wide = network("2001:db8::/32");
     wide.setHostByteOrderPort(443);
-    const struct {
-        TCPAddress address;
-        const char *wire;
-    } rows[] = {
+    const std::pair<TCPAddress, const char *> rows[] = {
         {TCPAddress(), "00000000000000000000000000000000 00000000 0000 0000"},
         {host, "0000000000000000000000000a000001 00000001 1e61 0000"},
         {literal("127.0.0.1"), "0000000000000000000000007f000001 00000009 0000 0000"},
         {wide, "20010db8000000000000000000000000 00000022 01bb 0020"},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.wire);
-        const Bytes wire = hex(row.wire);
+    for (const auto &[address, form] : rows) {
+        SCOPED_TRACE(form);
+        const Bytes wire = hex(form);
         Bytes written(25, 0xEE);
-        EXPECT_EQ(row.address.write(written.data(), written.size()), 24U);
+        EXPECT_EQ(address.write(written.data(), written.size()), 24U);
         EXPECT_EQ(cutAt(written, 24), wire);
         EXPECT_EQ(written[24], 0xEE);
 
         TCPAddress read = nameOnly("old", 1);
         EXPECT_EQ(read.read(wire.data(), wire.size()), 24U);
-        EXPECT_EQ(stored(read), stored(row.address));
+        EXPECT_EQ(stored(read), stored(address));
         std::string name;
         EXPECT_FALSE(read.name(name));
 
@@ -260,7 +246,7 @@ TEST(Wire, holdsEverythingButTheName) {
             EXPECT_TRUE(untouched.name(name));
             EXPECT_EQ(untouched.hostByteOrderPort(), 1);
             Bytes room(length, 0xEE);
-            EXPECT_EQ(row.address.write(room.data(), room.size()), 0U);
+            EXPECT_EQ(address.write(room.data(), room.size()), 0U);
             EXPECT_THAT(room, testing::Each(0xEE));
         }
     }
@@ -395,10 +381,7 @@ TEST(AnyText, isRefusedOrReadAsSomethingThatPrintsBackTheSame) {
 }
 
 TEST(AddressText, dropsLeadingZerosAndTheLastGroupOfZeros) {
-    const struct {
-        TCPAddress address;
-        const char *text;
-    } rows[] = {
+    const std::pair<TCPAddress, const char *> rows[] = {
         {TCPAddress(), "0.0.0.0"},
         {nameOnly("somewhere"), "0.0.0.0"},
         {literal("10.0.255.1"), "10.0.255.1"},
@@ -408,10 +391,10 @@ TEST(AddressText, dropsLeadingZerosAndTheLastGroupOfZeros) {
         {network("10.0.0.0/8"), "10.0.0.0/8"},
         {network("2001:db8::/32"), "2001:0db8:0000:0000:0000:0000:0000:0000/32"},
     };
-    for (const auto &row : rows) {
+    for (const auto &[address, text] : rows) {
         std::string result = "old";
-        EXPECT_TRUE(row.address.ipString(result, true));
-        EXPECT_EQ(result, row.text);
+        EXPECT_TRUE(address.ipString(result, true));
+        EXPECT_EQ(result, text);
     }
     TCPAddress::Storage storage{};
     for (const std::uint32_t type : {3U, 8U, 0x80000001U}) {

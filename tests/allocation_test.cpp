@@ -238,13 +238,11 @@ void expectOneToSurvive(const Operation &operation) {
     operation.run();
     int next = platform::openSocket(platform::FAMILY_IPV4);
     platform::closeSocket(next);
-    bool refused = true;
-    bool again = false;
+    bool refused = true, again = false;
     for (int n = 2; refused; n++) {
         SCOPED_TRACE(operation.name + (" " + std::to_string(n / 2)) + (n % 2 == 0 ? "" : " on"));
         setLastError(TCP_ERROR_NO_ERROR, "");
-        bool worked = false;
-        bool threw = false;
+        bool worked = false, threw = false;
         passed = 0;
         fuse = static_cast<std::size_t>(n / 2);
         forGood = n % 2 != 0;

@@ -2,14 +2,9 @@
 // the search for the dead.
 #include "support/LogFile.h"
 #include "support/Stage.h"
-#include "vintok/TCPStream.h"
 
 namespace vintok::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 class Broadcast : public Stage {};
 

@@ -11,8 +11,6 @@
 using namespace vintok;
 using namespace vintok::test;
 using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 namespace {
@@ -214,34 +212,55 @@ TEST_F(Loops, DifferInWhatNotWaitingMeans) {
 
 // ---- Peek, count and clear, call by call ----
 
-TEST_F(Loops, APeekSortsItsErrors) {
+TEST_F(Loops, EachLookAtASocketSortsItsErrors) {
+    using Look = std::int64_t (*)(int);
+    const Look peek = [](int socket) {
+        unsigned char bytes[10];
+        return rawPeekBytes(socket, bytes, sizeof bytes);
+    };
+    const Look count = rawBytesPending;
+    const Look clear = [](int socket) { return rawClearSocket(socket, 20); };
+    const char *const peeking = "sf_socketPeek";
+    const char *const counting = "ioctl failed sf_socketBytesPending";
+    const char *const clearing = "sf_clearSocket ioctl failed";
+    const char *const receiving = "recv failed vintok::rawClearSocket";
     const struct {
-        const char *waiting, *peek;
+        Look look;
+        const char *waiting, *bytes;
         std::int64_t result;
         TCPError code;
+        const char *text;
         int row;
         bool closed = false;
     } cases[] = {
-        {"0", "!10035", -1, TCP_ERROR_WOULD_BLOCK, 10035},
-        {"5", "!12", -1, TCP_ERROR_OUT_OF_MEMORY, 8},
-        {"5", "!10060", -1, TCP_ERROR_SYSTEM_ERROR, 10060},
-        {"5", "!10038", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10038, true},
-        {"5", "!10058", -1, TCP_ERROR_CONNECTION_RESET, 10058, true},
-        {"3*5", "3*!4", -1, TCP_ERROR_WOULD_BLOCK, 10004},
-        {"3*!4", "", -1, TCP_ERROR_WOULD_BLOCK, 10004},
-        {"!4 5", "5", 5, TCP_ERROR_WOULD_BLOCK, 10004},
-        {"!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009, true},
-        {"!10035", "", -1, TCP_ERROR_SYSTEM_ERROR, 10035},
-        {"!12", "", -1, TCP_ERROR_SYSTEM_ERROR, 8},
+        {peek, "0", "!10035", -1, TCP_ERROR_WOULD_BLOCK, peeking, 10035},
+        {peek, "5", "!12", -1, TCP_ERROR_OUT_OF_MEMORY, peeking, 8},
+        {peek, "5", "!10060", -1, TCP_ERROR_SYSTEM_ERROR, peeking, 10060},
+        {peek, "5", "!10038", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, peeking, 10038, true},
+        {peek, "5", "!10058", -1, TCP_ERROR_CONNECTION_RESET, peeking, 10058, true},
+        {peek, "3*5", "3*!4", -1, TCP_ERROR_WOULD_BLOCK, peeking, 10004},
+        {peek, "3*!4", "", -1, TCP_ERROR_WOULD_BLOCK, peeking, 10004},
+        {peek, "!4 5", "5", 5, TCP_ERROR_WOULD_BLOCK, peeking, 10004},
+        {peek, "!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, peeking, 10009, true},
+        {peek, "!10035", "", -1, TCP_ERROR_SYSTEM_ERROR, peeking, 10035},
+        {peek, "!12", "", -1, TCP_ERROR_SYSTEM_ERROR, peeking, 8},
+        {count, "!4 7", "", 7, TCP_ERROR_INTERRUPT, counting, 10004},
+        {count, "!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, counting, 10009},
+        {count, "!121", "", -1, TCP_ERROR_CONNECTION_RESET, counting, 121},
+        {count, "!10038", "", -1, TCP_ERROR_SYSTEM_ERROR, counting, 10038},
+        {clear, "!4 3 0", "3", 3, TCP_ERROR_INTERRUPT, clearing, 10004},
+        {clear, "!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, clearing, 10009},
+        {clear, "3 3", "3 !9", 3, TCP_ERROR_BAD_FILE_DESCRIPTOR, receiving, 10009},
+        {clear, "3", "!10054", -1, TCP_ERROR_SYSTEM_ERROR, receiving, 10054},
     };
     for (const auto &each : cases) {
-        SCOPED_TRACE(each.row);
+        SCOPED_TRACE(systemText(each.text, each.row));
         script.waiting = each.waiting;
-        script.peek = each.peek;
-        EXPECT_EQ(each.result, rawPeekBytes(fd, buffer, sizeof buffer));
-        EXPECT_TRUE(script.waiting.empty() && script.peek.empty());
+        (each.look == peek ? script.peek : script.receive) = each.bytes;
+        EXPECT_EQ(each.result, each.look(fd));
+        EXPECT_TRUE(script.waiting.empty() && script.peek.empty() && script.receive.empty());
         EXPECT_EQ(each.closed, closed());
-        expectError(each.code, systemText("sf_socketPeek", each.row));
+        expectError(each.code, systemText(each.text, each.row));
         renew();
     }
 }
@@ -253,27 +272,6 @@ TEST_F(Loops, AnEndWithAnErrorIsNoEnd) {
     expectNoError();
 }
 
-TEST_F(Loops, ACountSortsItsErrors) {
-    const struct {
-        const char *waiting;
-        std::int64_t result;
-        TCPError code;
-        int row;
-    } cases[] = {
-        {"!4 7", 7, TCP_ERROR_INTERRUPT, 10004},
-        {"!9", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, 10009},
-        {"!121", -1, TCP_ERROR_CONNECTION_RESET, 121},
-        {"!10038", -1, TCP_ERROR_SYSTEM_ERROR, 10038},
-    };
-    for (const auto &each : cases) {
-        script.waiting = each.waiting;
-        EXPECT_EQ(each.result, rawBytesPending(fd)) << each.row;
-        EXPECT_THAT(script.waiting, IsEmpty());
-        expectError(each.code, systemText("ioctl failed sf_socketBytesPending", each.row));
-        EXPECT_FALSE(closed());
-    }
-}
-
 TEST_F(Loops, ClearingStopsAfterItsPasses) {
     // 100000 bytes are 24 chunks and a part, and 10 more passes for good measure. What is taken at
     // a time never grows again.
@@ -282,32 +280,6 @@ TEST_F(Loops, ClearingStopsAfterItsPasses) {
     EXPECT_EQ(34, rawClearSocket(fd, 100000));
     EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
     expectNoError();
-}
-
-TEST_F(Loops, ClearingSortsItsErrors) {
-    const char *counting = "sf_clearSocket ioctl failed";
-    const char *receiving = "recv failed vintok::rawClearSocket";
-    const struct {
-        const char *waiting, *receive;
-        std::int64_t result;
-        TCPError code;
-        const char *text;
-        int row;
-    } cases[] = {
-        {"!4 3 0", "3", 3, TCP_ERROR_INTERRUPT, counting, 10004},
-        {"!9", "", -1, TCP_ERROR_BAD_FILE_DESCRIPTOR, counting, 10009},
-        {"3 3", "3 !9", 3, TCP_ERROR_BAD_FILE_DESCRIPTOR, receiving, 10009},
-        {"3", "!10054", -1, TCP_ERROR_SYSTEM_ERROR, receiving, 10054},
-    };
-    for (const auto &each : cases) {
-        SCOPED_TRACE(systemText(each.text, each.row));
-        script.waiting = each.waiting;
-        script.receive = each.receive;
-        EXPECT_EQ(each.result, rawClearSocket(fd, 20));
-        EXPECT_TRUE(script.waiting.empty() && script.receive.empty());
-        expectError(each.code, systemText(each.text, each.row));
-        EXPECT_FALSE(closed());
-    }
 }
 
 // ---- Real connections ----

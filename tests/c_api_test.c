@@ -19,37 +19,11 @@
     }
 #define REFUSED(code, what) CHECK(!(what) && vintok_last_error() == (code))
 
-enum {
-    CALL_PENDING,
-    JOIN,
-    LEAVE,
-    CHANGE,
-    LEAD_CHANGE,
-    LEAD_REQUEST,
-    ACCEPTED,
-    BUSY,
-    REJECTED,
-    RINGING,
-    NO_ANSWER,
-    VERSION,
-    AGAIN,
-    RESPONSE,
-    SECURITY,
-    LEAD_REPLY,
-    SAID,
-    PRIVATE,
-    DELIVERY,
-    MESSAGE,
-    FILE_CAME,
-    FILE_SENT,
-    FILE_REFUSED,
-    TURNED_AWAY,
-    PROGRESS,
-    CLOCK,
-    SLOW,
-    DROP,
-    EVENTS
-};
+// The events that are told.
+enum { CALL_PENDING, JOIN, LEAVE, CHANGE, LEAD_CHANGE, LEAD_REQUEST, ACCEPTED, BUSY, REJECTED };
+enum { RINGING = REJECTED + 1, NO_ANSWER, VERSION, AGAIN, RESPONSE, SECURITY, LEAD_REPLY, SAID };
+enum { PRIVATE = SAID + 1, DELIVERY, MESSAGE, FILE_CAME, FILE_SENT, FILE_REFUSED, TURNED_AWAY };
+enum { PROGRESS = TURNED_AWAY + 1, CLOCK, SLOW, DROP, EVENTS };
 
 struct party {
     vintok_participant *self;

@@ -3,13 +3,8 @@
 #include "support/LogFile.h"
 #include "support/Stage.h"
 
-#include <algorithm>
-
 namespace vintok::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class Calls : public Stage {};
 class RealCalls : public RealStage {};
@@ -146,21 +141,11 @@ struct EndCase {
 
 const std::vector<std::string> noAnswer = {"noAnswer 127.0.0.1"};
 
-void closes(Party &, WirePeer &bob) {
-    bob.closes();
-}
-void resets(Party &, WirePeer &bob) {
-    bob.resets();
-}
-void halfCloses(Party &, WirePeer &bob) {
-    bob.halfCloses();
-}
-void hangsUp(Party &, WirePeer &bob) {
-    bob.hangsUp();
-}
-void givesUp(Party &ann, WirePeer &) {
-    ann.leaves();
-}
+const auto closes = [](Party &, WirePeer &bob) { bob.closes(); };
+const auto resets = [](Party &, WirePeer &bob) { bob.resets(); };
+const auto halfCloses = [](Party &, WirePeer &bob) { bob.halfCloses(); };
+const auto hangsUp = [](Party &, WirePeer &bob) { bob.hangsUp(); };
+const auto givesUp = [](Party &ann, WirePeer &) { ann.leaves(); };
 template <unsigned char... body>
 void replies(Party &, WirePeer &bob) {
     bob.sends(id::joinReply, {body...});
@@ -223,6 +208,28 @@ TEST_F(Calls, ADeadCallIsNotAnsweredByTheNextOneInItsPlace) {
     ann.forgets();
     ann.leaves();
     EXPECT_EQ(1, ann.told("noAnswer 127.0.0.1"));
+}
+
+// Where nobody is left, somebody else hosts, or the called party had called as well and has gone.
+TEST_F(Calls, ADeadCallOfWhichNothingCanComeIsTold) {
+    ASSERT_TRUE(ann.reaches(bob) && ann.asks(cid));
+    bob.closes();
+    EXPECT_TRUE(cid.fences() && ann.told("noAnswer 127.0.0.1") == 0);
+    EXPECT_TRUE(cid.sends(id::joinReply, {0}) && ann.isTold("noAnswer 127.0.0.1"));
+    ann.leaves();
+    ann.forgets();
+    ASSERT_TRUE(host.connects(ann.port()) && host.saysHello() && ann.reaches(bob));
+    bob.closes();
+    EXPECT_TRUE(host.fences() && ann.told("noAnswer 127.0.0.1") == 0);
+    EXPECT_TRUE(host.asksToJoin() && ann.isTold("noAnswer 127.0.0.1") && !ann->isHost());
+    ann.leaves();
+    ASSERT_TRUE(annHosts({&cid}) && ann.reaches(bob));
+    ann.forgets();
+    dan.entry.address = bob.entry.address;
+    ASSERT_TRUE(dan.connects(ann.port()) && dan.saysHello() && (dan.fences() || dan.ended()));
+    bob.closes();
+    dan.closes();
+    EXPECT_TRUE(ann.isTold("noAnswer 127.0.0.1") && ann.calls(bob));
 }
 
 // ---- Parting ----

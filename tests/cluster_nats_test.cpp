@@ -1,12 +1,10 @@
 // Hosts of one meeting, linked by a real server of NATS.
-#include "support/ChildProcess.h"
+#include "support/NATSServer.h"
 #include "support/Party.h"
-#include "support/TemporaryFolder.h"
 #include "vintok-cluster/Cluster.h"
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
@@ -17,50 +15,12 @@
 namespace vintok::test {
 namespace {
 
-constexpr char program[] = "/usr/sbin/nats-server";
-
-// A server with a port of the system's choice, which it has again when it is started again.
-class NatsServer {
-public:
-    NatsServer() { start(); }
-    void start(const std::vector<std::string> &options = {}) {
-        std::vector<std::string> words = {program,
-                                          "-a",
-                                          "127.0.0.1",
-                                          "-p",
-                                          m_port,
-                                          "--ports_file_dir",
-                                          m_folder.path(""),
-                                          "-js",
-                                          "-sd",
-                                          m_folder.path("streams")};
-        words.insert(words.end(), options.begin(), options.end());
-        m_process = std::make_unique<ChildProcess>(words);
-        EXPECT_TRUE(m_process->complained("Server is ready")) << m_process->story();
-        for (const auto &file : std::filesystem::directory_iterator(m_folder.path(""))) {
-            if (file.path().extension() != ".ports")
-                continue;
-            const std::string text = contentOf(file.path());
-            const std::size_t at = text.find("127.0.0.1:");
-            if (at != std::string::npos)
-                m_port = text.substr(at + 10, text.find('"', at) - at - 10);
-        }
-    }
-    void stop() { m_process->kill(); }
-    std::string url() const { return "nats://127.0.0.1:" + m_port; }
-
-private:
-    TemporaryFolder m_folder;
-    std::string m_port = "-1";
-    std::unique_ptr<ChildProcess> m_process;
-};
-
 class Clusters : public testing::Test {
 protected:
     void SetUp() override {
-        if (!std::filesystem::exists(program))
-            GTEST_SKIP() << "there is no " << program;
-        server = std::make_unique<NatsServer>();
+        if (!NATSServer::isInstalled())
+            GTEST_SKIP() << "there is no " << NATSServer::program;
+        server = std::make_unique<NATSServer>(std::vector<std::string>{"-js"});
         options.servers = server->url();
         options.meeting = "a meeting";
     }
@@ -100,7 +60,7 @@ protected:
 
     Meeting meeting;
     ClusterOptions options;
-    std::unique_ptr<NatsServer> server;
+    std::unique_ptr<NATSServer> server;
     std::vector<std::unique_ptr<Party>> parties;
     std::vector<std::unique_ptr<Cluster>> clusters;
 };

@@ -5,7 +5,6 @@
 #include "support/LogFile.h"
 #include "support/SocketPair.h"
 #include "support/TemporaryFolder.h"
-#include "vintok/TCPStream.h"
 
 #include "platform/Process.h"
 
@@ -13,14 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include <gmock/gmock.h>
-
 using namespace vintok;
-using vintok::test::childCount;
-using vintok::test::children;
-using vintok::test::LogFile;
-using vintok::test::ScopedEnvironment;
-using vintok::test::TemporaryFolder;
+using namespace vintok::test;
 namespace fs = std::filesystem;
 
 namespace {
@@ -96,7 +89,7 @@ protected:
 
     // What the system runs: the arguments, each with its end.
     static std::string commandLine(unsigned int id) {
-        return test::contentOf("/proc/" + std::to_string(id) + "/cmdline");
+        return contentOf("/proc/" + std::to_string(id) + "/cmdline");
     }
 
     TemporaryFolder m_folder;
@@ -182,8 +175,8 @@ TEST_F(ConferenceProcessTest, WithoutAProgramItSaysWhatIsMissing) {
         const ScopedEnvironment install("QOR_INSTALL", row.install), root("PROOT", row.root);
         m_callback = {};
         EXPECT_EQ(row.error, outcome());
-        EXPECT_THAT(m_callback.codes, testing::ElementsAre(row.error));
-        EXPECT_THAT(m_callback.texts, testing::ElementsAre(row.text));
+        EXPECT_THAT(m_callback.codes, ElementsAre(row.error));
+        EXPECT_THAT(m_callback.texts, ElementsAre(row.text));
         EXPECT_EQ(0, m_callback.ended);
     }
 }
@@ -191,7 +184,7 @@ TEST_F(ConferenceProcessTest, WithoutAProgramItSaysWhatIsMissing) {
 TEST_F(ConferenceProcessTest, AFileThatIsNoProgramIsAnExecError) {
     install("ConferenceControl", "no program at all");
     EXPECT_EQ(CONFERENCE_EXEC_ERROR, outcome());
-    EXPECT_THAT(m_callback.texts, testing::ElementsAre("Conference Exec Error"));
+    EXPECT_THAT(m_callback.texts, ElementsAre("Conference Exec Error"));
 }
 
 // Both would otherwise keep the application in the constructor for ever.
@@ -203,7 +196,7 @@ TEST_F(ConferenceProcessTest, AProgramThatDoesNotConnectIsASocketError) {
         const ScopedEnvironment control("VINTOK_TEST_CONTROL", what);
         m_callback = {};
         EXPECT_EQ(CONFERENCE_SOCKET_ERROR, outcome()) << what;
-        EXPECT_THAT(m_callback.texts, testing::ElementsAre(testing::MatchesRegex(
+        EXPECT_THAT(m_callback.texts, ElementsAre(testing::MatchesRegex(
                                           "Conference Socket Error .*\\.cpp line [0-9]+")));
         EXPECT_EQ(-1, m_callback.descriptor);
         EXPECT_EQ(0, m_callback.ended);
@@ -220,7 +213,7 @@ TEST_F(ConferenceProcessTest, ASecondObjectIsRefusedAndDisturbsNothing) {
         EXPECT_EQ(CONFERENCE_ALREADY_RUNNING, second.getLastError());
         EXPECT_FALSE(fs::exists(m_folder.path("other")));
     }
-    EXPECT_THAT(other.texts, testing::ElementsAre("Conference Process already Running"));
+    EXPECT_THAT(other.texts, ElementsAre("Conference Process already Running"));
     EXPECT_EQ(&first, ConferenceProcess::_getConferenceProcess(nullptr));
     EXPECT_EQ(1U, childCount(1));
     EXPECT_EQ(0, m_callback.ended);
@@ -247,7 +240,7 @@ TEST_F(ConferenceProcessTest, ACallbackThatIsMissingOrThrowsLeavesNoProcess) {
         EXPECT_EQ(0U, childCount(0));
     }
     ASSERT_EQ(1U, m_callback.texts.size());
-    EXPECT_THAT(m_callback.texts[0], testing::StartsWith("Conference Error "));
+    EXPECT_THAT(m_callback.texts[0], StartsWith("Conference Error "));
 }
 
 } // namespace

@@ -11,7 +11,6 @@
 #include "vintok/TCPStream.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 
 using namespace vintok;
 using namespace vintok::test;
@@ -30,10 +29,8 @@ protected:
     }
     void TearDown() override { fini(); }
 
-    std::vector<std::string> waiting(const std::vector<std::string> &more = {}) const {
-        std::vector<std::string> arguments{"control", "--wait", "--socket", path};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return arguments;
+    Arguments waiting(const Arguments &more = {}) const {
+        return with({"control", "--wait", "--socket", path}, more);
     }
 
     TemporaryFolder folder;
@@ -97,8 +94,7 @@ RosterBase bobsRecord() {
 
 struct Told {
     std::function<bool(int)> send;
-    const char *json;
-    const char *sentence;
+    const char *json, *sentence;
 };
 
 // One of each way that it can be told.

@@ -17,7 +17,6 @@
 #include <vintok/TCPStream.h>
 
 #include <deque>
-#include <gmock/gmock.h>
 #include <sstream>
 #include <stdexcept>
 
@@ -25,23 +24,8 @@ namespace vintok::test {
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 namespace fs = std::filesystem;
 using Words = std::vector<std::string>;
-
-// What the machine's owner may have set for runs by hand.
-const ChildProcess::Environment cleanEnvironment = {{"VINTOK_ERROR_LOG_LEVEL", std::nullopt},
-                                                    {"VINTOK_ERROR_LOG_FILE", std::nullopt},
-                                                    {"CONFERENCE_PARTICIPANT_DEBUG", std::nullopt},
-                                                    {"QOR_INSTALL", std::nullopt}};
-
-std::vector<std::string> command(const std::string &path, const std::vector<std::string> &options) {
-    std::vector<std::string> arguments = {VINTOK_CONFERENCE_CONTROL, "-path", path};
-    arguments.insert(arguments.end(), options.begin(), options.end());
-    return arguments;
-}
 
 std::string valueOf(const control::Text &text, const std::string &field) {
     for (const words::FieldRow &row : words::fieldRows)
@@ -59,7 +43,7 @@ public:
     Application(Meeting &meeting, const std::vector<std::string> &options)
         : m_meeting(meeting),
           m_listener(createUnixSocket(m_folder.path("control"), 1, true)),
-          m_process(command(m_folder.path("control"), options), cleanEnvironment) {
+          m_process(with({VINTOK_CONFERENCE_CONTROL, "-path", m_folder.path("control")}, options)) {
         m_select.addSocketCallback(m_listener, acceptCB, this, false, false);
     }
     ~Application() {
@@ -492,13 +476,11 @@ TEST_F(ControlSession, PausesResumesAndEndsAPlayback) {
     ASSERT_NO_FATAL_FAILURE(meets());
     std::string records;
     for (const std::int64_t stamp : {100, 101, 101 + 86400}) {
-        TCPMessage message;
-        message.setMessageID(TCP_broadcastMessage);
-        ASSERT_TRUE(message.allocateMessageBuffer(2));
-        message.setTimeStamp(stamp);
-        message.messageBuffer()[0] = 'h';
-        message.messageBuffer()[1] = stamp == 101 ? 'o' : 'i';
-        records.append(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
+        const Bytes frame = WireFrame{.time = stamp,
+                                      .id = id::broadcast,
+                                      .body = letters(stamp == 101 ? "ho" : "hi")}
+                                .encode();
+        records.append(frame.begin(), frame.end());
     }
     const auto play = [&](const std::string &path) { return "startPlayback\nfilePath\n" + path; };
     const std::string whole = play(folder.holding("long", records));

@@ -207,9 +207,8 @@ std::multiset<std::string> linesOf(const control::Text &text) {
             lines.insert(value + "=" + text.value(Field::variableValue));
         else if (row.kind != words::Kind::flag)
             lines.insert(row.kind == words::Kind::encoded ? encodeText(value) : value);
-        if (row.kind == words::Kind::number) {
-            EXPECT_EQ(value, std::to_string(text.number(row.field)));
-        }
+        EXPECT_TRUE(row.kind != words::Kind::number ||
+                    value == std::to_string(text.number(row.field)));
     }
     return lines;
 }
@@ -221,12 +220,9 @@ void expectRead(Direction direction, const Sentence &row) {
         << complaint;
     EXPECT_EQ(direction, text.direction());
     EXPECT_EQ(linesOf(row.text), linesOf(text));
-    if (text.has(Field::address)) {
-        EXPECT_THAT(row.text, HasSubstr(formatAddress(text.address())));
-    }
-    if (text.has(Field::colorIndex)) {
-        EXPECT_THAT(row.text, HasSubstr(formatRosterBase(text.person())));
-    }
+    EXPECT_THAT(row.text, HasSubstr(text.has(Field::address) ? formatAddress(text.address()) : ""));
+    EXPECT_THAT(row.text,
+                HasSubstr(text.has(Field::colorIndex) ? formatRosterBase(text.person()) : ""));
     if (row.json != nullptr) {
         const app::Notice notice = app::noticeOf(text, text.word() != "startup");
         EXPECT_EQ(std::string("{\"event\":") + row.json,

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
-#include <gtest/gtest.h>
 #include <map>
 #include <set>
 #include <thread>
@@ -25,8 +24,7 @@ struct Crossing {
     std::size_t members;
     bool hostSpeaks;
     const char *how; // "says" or "files"
-    std::size_t count;
-    std::size_t size;
+    std::size_t count, size;
 
     // How often to wait for as long as a child is waited for, by all that everybody hears: for
     // every 40 MB, and for every 10,000 messages, which cost more than their bytes do.

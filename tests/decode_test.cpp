@@ -1,19 +1,18 @@
 // Runs of `vintok decode`, `host --record` and `replay`: over files of messages that the library
 // wrote, whole and damaged, and over a meeting that is recorded and said again in another one.
+#include "support/Addresses.h"
+#include "support/LogFile.h"
 #include "support/Program.h"
 #include "support/TemporaryFolder.h"
 
 #include "support/Hex.h"
-#include "vintok/ConferenceRosterEntry.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPMessage_1_3.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
 
 namespace {
 
@@ -24,37 +23,35 @@ std::string bytesOf(const char *text) {
     return std::string(bytes.begin(), bytes.end());
 }
 
-std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std::string &body) {
+std::string frame(TCPMessageBase &message, const TCPGUID &identifier, const std::string &body,
+                  std::int64_t stamp = newYear) {
     message.setMessageID(identifier);
     message.setMessageMajorVersion(4);
     EXPECT_TRUE(message.allocateMessageBuffer(body.size()));
     std::copy(body.begin(), body.end(), message.messageBuffer());
-    message.setTimeStamp(newYear);
+    message.setTimeStamp(stamp);
     if (body.empty()) // the time is then in the fields alone
         message.TCPHeader::write();
     return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
 }
 
-std::string frame(const TCPGUID &identifier, const std::string &body) {
+std::string frame(const TCPGUID &identifier, const std::string &body,
+                  std::int64_t stamp = newYear) {
     TCPMessage message;
-    return frame(message, identifier, body);
+    return frame(message, identifier, body, stamp);
 }
 
-std::string entryBody() {
-    ConferenceRosterEntry ann;
-    ann.setLoopbackIPv4();
-    ann.setHostByteOrderPort(7001);
-    ann.setFirstName("Ann");
-    ann.setLastName("\"Lee\"\x1b");
-    ann.setEmail("ann@x");
-    ann.setMajorVersion(4);
-    ann.setColorIndex(3);
-    ann.setMeeting(true);
-    ann.setHost(true);
-    ann.setMeetingName("Budget");
-    std::string body(ann.size(), '\0');
-    ann.write(reinterpret_cast<unsigned char *>(body.data()), body.size());
-    return body;
+std::string entryBody(std::uint32_t more = 0) {
+    WireEntry ann;
+    ann.address = WireAddress::ipv4(0x7F000001, 7001);
+    ann.firstName = "Ann";
+    ann.lastName = "\"Lee\"\x1b";
+    ann.email = "ann@x";
+    ann.color = 3;
+    ann.state = state::meeting | state::host | more;
+    ann.meetingName = "Budget";
+    const Bytes body = ann.encode();
+    return std::string(body.begin(), body.end());
 }
 
 const char *const entryJson =
@@ -64,11 +61,9 @@ const char *const entryJson =
 
 class Decode : public testing::Test {
 protected:
-    std::string run(const std::string &content, int code,
-                    const std::vector<std::string> &options = {"--json"}) {
-        std::vector<std::string> arguments{"decode", folder.holding("record", content)};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        ChildProcess program = Program::plain(arguments);
+    std::string run(const std::string &content, int code, const Arguments &options = {"--json"}) {
+        ChildProcess program =
+            Program::plain(with({"decode", folder.holding("record", content)}, options));
         EXPECT_EQ(code, program.exitCode()) << program.story();
         errors = sameEnds(program.errors());
         return sameEnds(program.output());
@@ -136,8 +131,7 @@ const std::vector<Known> &knownMessages() {
 }
 
 TEST_F(Decode, TellsWhatEveryKindOfMessageSays) {
-    std::string content;
-    std::string expected;
+    std::string content, expected;
     for (const Known &known : knownMessages()) {
         expected += R"({"event":"message","offset":)" + std::to_string(content.size()) +
                     R"(,"time":1767225600,"identifier":")" + known.name +
@@ -179,6 +173,19 @@ TEST_F(Decode, ShowsBothFormsOfFrameToAPerson) {
               run(content, 0, {}));
 }
 
+TEST_F(Decode, ShowsTheAddressOfWhoHidesWhereThatIsAskedFor) {
+    const std::string entry = entryBody(state::hiding);
+    TCPMessage sent;
+    sent.setOriginAddress(nameOnly("127.0.0.1", 7001));
+    const std::string content = frame(TCP_rosterEntry, entry) +
+                                frame(sent, TCP_broadcastMessage, "say 1\n127.0.0.01 7\nAnn\nhi") +
+                                frame(TCP_broadcastMessage, "say 1\n127.0.0.2 7\nBob\nhi");
+    const std::string shown = run(content, 0), all = run(content, 0, {"--json", "--addresses"});
+    EXPECT_EQ(3, occurrences(shown, R"("address":"hidden","port":7)")) << shown;
+    EXPECT_EQ(1, occurrences(shown, "127.0.0."));
+    EXPECT_EQ(4, occurrences(all, "127.0.0.")) << all;
+}
+
 TEST_F(Decode, SaysWhereADamagedFileStopsMakingSense) {
     const std::string first = frame(TCP_broadcastMessage, "hello");
     const std::string hangup = frame(TCP_hangup, std::string(1, '\0'));
@@ -210,18 +217,8 @@ TEST_F(Decode, OfNoFileFailsAndOfAnEmptyOneIsNothing) {
 
 // ---- Recordings that are said again ----
 
-std::string broadcast(std::int64_t stamp, const std::string &body,
-                      const vintok::TCPGUID &identifier = vintok::TCP_broadcastMessage) {
-    vintok::TCPMessage message;
-    message.setMessageID(identifier);
-    message.allocateMessageBuffer(body.size());
-    message.setTimeStamp(stamp);
-    std::copy(body.begin(), body.end(), message.messageBuffer());
-    return std::string(message.rawBuffer(), message.rawBuffer() + message.rawBufferLength());
-}
-
 std::string said(std::int64_t stamp, const std::string &text) {
-    return broadcast(stamp, "say 1\n192.0.2.1 7777\nCleo\n" + text);
+    return frame(TCP_broadcastMessage, "say 1\n192.0.2.1 7777\nCleo\n" + text, stamp);
 }
 
 class Replay : public testing::Test {
@@ -269,9 +266,9 @@ TEST_F(Replay, SaysAgainWhatWasRecordedAtEitherEnd) {
 // Whoever were told of a file would wait for it.
 TEST_F(Replay, AnnouncesNoFiles) {
     const std::string sender = "\n127.0.0.1 7001\n";
-    const std::string file =
-        folder.holding("files", broadcast(5, "file 1" + sender + "a\n1 " + std::string(64, '0')) +
-                                    broadcast(5, "file-end 1" + sender + "sent") + said(5, "line"));
+    const std::string file = folder.holding(
+        "files", frame(TCP_broadcastMessage, "file 1" + sender + "a\n1 " + std::string(64, '0')) +
+                     frame(TCP_broadcastMessage, "file-end 1" + sender + "sent") + said(5, "line"));
     Program ann({"host", "--name", "Ann"});
     Program replay({"replay", file, ann.target()});
     EXPECT_TRUE(replay.ends(0));

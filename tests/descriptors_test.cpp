@@ -6,7 +6,6 @@
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::ElementsAre;
 
 namespace {
 

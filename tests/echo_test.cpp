@@ -16,9 +16,7 @@ namespace vintok::test {
 namespace {
 
 using testing::AllOf;
-using testing::ElementsAre;
 using testing::Ge;
-using testing::IsEmpty;
 using testing::Le;
 
 constexpr unsigned char echoRequest = 0x20, echoReply = 0x21;
@@ -252,8 +250,7 @@ protected:
 TEST_F(Clock, KeepsTwoCountersByItsTwoRules) {
     struct Case {
         std::vector<std::int64_t> steps; // positive: added; negative: subtracted
-        std::int64_t added;
-        std::int64_t subtracted;
+        std::int64_t added, subtracted;
     };
     // An excess of added time stays whole, one of subtracted time is reduced; equal ones stay.
     const Case cases[] = {

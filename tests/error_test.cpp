@@ -6,14 +6,11 @@
 #include "vintok/StreamInternal.h"
 
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <regex>
 #include <thread>
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 namespace {
 

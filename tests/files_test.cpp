@@ -19,8 +19,6 @@ namespace vintok::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char *rootVariable = "QOR_COLLAB_ROOT_LOCAL";
 

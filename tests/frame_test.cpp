@@ -10,9 +10,6 @@
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 

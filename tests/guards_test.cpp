@@ -5,9 +5,6 @@
 #include "support/Party.h"
 #include "support/TemporaryFolder.h"
 #include "support/WirePeer.h"
-#include "vintok/TCPStream.h"
-
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
@@ -17,10 +14,7 @@ namespace fs = std::filesystem;
 constexpr std::int64_t year = 365 * 86400;
 constexpr std::uint32_t secureBit = 0x100, encryptBit = 0x40000;
 
-Bytes fileNamed(const std::string &name) {
-    return wireTexts({"/from/" + name, name});
-}
-
+const auto fileNamed = [](const std::string &name) { return wireTexts({"/from/" + name, name}); };
 Bytes clockReply(std::int64_t ahead) {
     Bytes body = wireNumber(static_cast<std::uint64_t>(getTime()));
     WireWriter(body).number(static_cast<std::uint64_t>(getTime() + ahead), 4);

@@ -6,10 +6,8 @@
 #include "platform/Socket.h"
 #include "support/Party.h"
 #include "support/TLSEnds.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {

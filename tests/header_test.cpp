@@ -2,8 +2,6 @@
 
 #include "support/KnownMessage.h"
 
-#include <gtest/gtest.h>
-
 #include <utility>
 
 namespace vintok::test {
@@ -29,15 +27,12 @@ Bytes bytesOf(const TCPHeader &header) {
 }
 
 struct FrameCase {
-    const char *what;
-    const char *wire;
-    std::uint16_t major;
-    std::uint16_t minor;
+    const char *what, *wire;
+    std::uint16_t major, minor;
     TCPAddress origin;
     std::int64_t timeStamp;
     TCPGUID messageID;
-    std::uint16_t messageMajor;
-    std::uint16_t messageMinor;
+    std::uint16_t messageMajor, messageMinor;
     const char *body;
 };
 
@@ -107,19 +102,16 @@ TEST(Frame, isRefusedWhenItIsCutWithinItsHeader) {
 }
 
 TEST(Frame, thatClaimsLessThanItsHeaderHasNoBody) {
-    const struct {
-        const char *wire;
-        bool accepted;
-    } rows[] = {
+    const std::pair<const char *, bool> rows[] = {
         {"00000024 0001", true}, {"00000023 0001", false}, {"00000000 0001", false},
         {"0000003c 0002", true}, {"0000003b 0002", false}, {"00000024 0002", false},
     };
-    for (const auto &row : rows) {
-        Bytes wire = hex(row.wire);
+    for (const auto &[begin, accepted] : rows) {
+        Bytes wire = hex(begin);
         wire.resize(60);
         Header header = holding(wire);
-        EXPECT_EQ(header.read(), row.accepted) << row.wire;
-        EXPECT_EQ(header.messageBufferLength(), 0U) << row.wire;
+        EXPECT_EQ(header.read(), accepted) << begin;
+        EXPECT_EQ(header.messageBufferLength(), 0U) << begin;
     }
 }
 

@@ -3,7 +3,6 @@
 #include "support/LogFile.h"
 #include "support/Stage.h"
 #include "vintok/TCPSelect.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,9 +11,6 @@
 
 namespace vintok::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class Joins : public Stage {
 protected:
@@ -158,22 +154,10 @@ void otherAddress(Party &, WirePeer &cid) {
     cid.sends(id::joinRequest, other.encode());
 }
 
-void asksAgain(Party &, WirePeer &cid) {
-    cid.asksToJoin();
-}
-
-void accepted(Party &ann, WirePeer &cid) {
-    EXPECT_TRUE(ann.accepts(cid));
-}
-
-void notAccepted(Party &ann, WirePeer &cid) {
-    EXPECT_FALSE(ann.accepts(cid));
-}
-
-void answersUnasked(Party &, WirePeer &cid) {
-    cid.sends(id::joinReply, {1});
-}
-
+const auto asksAgain = [](Party &, WirePeer &cid) { cid.asksToJoin(); };
+const auto accepted = [](Party &ann, WirePeer &cid) { EXPECT_TRUE(ann.accepts(cid)); };
+const auto notAccepted = [](Party &ann, WirePeer &cid) { EXPECT_FALSE(ann.accepts(cid)); };
+const auto answersUnasked = [](Party &, WirePeer &cid) { cid.sends(id::joinReply, {1}); };
 const StateCase stateCases[] = {
     {"a join request from an unknown", State::accepted, asksAgain, {}, {}},
     {"a join request from elsewhere", State::identified, otherAddress, {}, {}},

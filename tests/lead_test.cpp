@@ -6,9 +6,6 @@
 namespace vintok::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class Lead : public RealStage {
 protected:
     // Everybody forgets what came before, and waits until all know of the new leader.

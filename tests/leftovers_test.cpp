@@ -14,8 +14,6 @@
 namespace vintok::test {
 namespace {
 
-using testing::IsEmpty;
-
 // Makes connections secure, and sends nothing over them.
 struct Mute : MemoryTransport {
     std::int64_t secureSend(int, const unsigned char *, std::size_t) override { return -1; }

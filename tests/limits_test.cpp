@@ -3,12 +3,10 @@
 #include "platform/Socket.h"
 #include "platform/Thread.h"
 #include "support/Stage.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <gmock/gmock.h>
 #include <thread>
 #include <vector>
 
@@ -16,7 +14,6 @@ namespace vintok::test {
 namespace {
 
 using Limits = ConferenceParticipant::SlowMemberLimits;
-using testing::IsEmpty;
 
 struct Slow {
     std::string who;

@@ -20,7 +20,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <deque>
-#include <gtest/gtest.h>
 #include <limits>
 #include <memory>
 #include <string>
@@ -335,20 +334,17 @@ TEST_F(Records, CutShortFailAtEveryLength) {
 }
 
 TEST_F(Records, FailByWhatTheSystemSaid) {
-    const struct {
-        int error;
-        TCPError expected;
-    } cases[] = {
+    const std::pair<int, TCPError> cases[] = {
         {EINTR, TCP_ERROR_INTERRUPT},           {EAGAIN, TCP_ERROR_WOULD_BLOCK},
         {EIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},   {ENXIO, TCP_ERROR_BAD_FILE_DESCRIPTOR},
         {EBADF, TCP_ERROR_BAD_FILE_DESCRIPTOR}, {ENOMEM, TCP_ERROR_OUT_OF_MEMORY},
         {ENOSPC, TCP_ERROR_UNSPECIFIED_ERROR},
     };
-    for (const auto &row : cases) {
+    for (const auto &[error, expected] : cases) {
         std::FILE *const in = file.holding(test::cutAt(hex(longFrame), 50));
-        errno = row.error;
-        EXPECT_FALSE(message.read(in)) << row.error;
-        expectError(row.expected, "reading file");
+        errno = error;
+        EXPECT_FALSE(message.read(in)) << error;
+        expectError(expected, "reading file");
     }
 }
 
@@ -432,26 +428,25 @@ TEST_F(OlderMessages, ListenWhereTheModeSaysAtAPortThatIsFree) {
         return host.resolve(TCPAddress::IPTYPE_IPV4) && host.IPv4(address) ? address : 0;
     }();
     ASSERT_NE(0u, own) << "this machine has no address of its own";
-    const struct {
-        int mode;
-        std::uint32_t reached; // the address at which it is found
-    } cases[] = {{1, loopback}, {7, loopback}, {0, own}, {-1, loopback}};
-    for (const auto &row : cases) {
-        SCOPED_TRACE(row.mode);
+    // The mode, and the address at which the listener is found.
+    const std::pair<int, std::uint32_t> cases[] = {
+        {1, loopback}, {7, loopback}, {0, own}, {-1, loopback}};
+    for (const auto &[mode, reached] : cases) {
+        SCOPED_TRACE(mode);
         unsigned short port = 0;
         const int taken = test::listenSomewhere(port);
         unsigned short next = port;
         unsigned int address = 0;
-        const bool isFree = row.reached == own; // nobody has it at that address
+        const bool isFree = reached == own; // nobody has it at that address
         for (const int tries : {0, isFree ? 0 : 1, -1})
-            EXPECT_EQ(-1, createBoundSocketIPv4(next, 0, row.mode, nullptr, tries)) << tries;
+            EXPECT_EQ(-1, createBoundSocketIPv4(next, 0, mode, nullptr, tries)) << tries;
         EXPECT_EQ(port, next);
-        const int listener = createBoundSocketIPv4(next, 0, row.mode, &address, 1000);
+        const int listener = createBoundSocketIPv4(next, 0, mode, &address, 1000);
         ASSERT_NE(-1, listener);
         EXPECT_EQ(isFree, port == next);
         EXPECT_EQ(own, address) << "what others may call, whatever was bound";
 
-        const int caller = TCPMessage_1_3::connectToBoundSocketIPv4(row.reached, next);
+        const int caller = TCPMessage_1_3::connectToBoundSocketIPv4(reached, next);
         const int accepted = TCPMessage_1_3::acceptBoundSocket(listener);
         for (const int descriptor : {caller, accepted, listener, taken}) {
             EXPECT_NE(-1, descriptor);

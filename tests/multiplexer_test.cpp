@@ -5,8 +5,6 @@
 #include "support/TemporaryFolder.h"
 #include "support/Wire.h"
 
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -17,8 +15,6 @@ namespace vintok::test {
 namespace {
 
 using testing::EndsWith;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 std::string number(std::size_t value) {
     return std::to_string(value);
@@ -37,8 +33,7 @@ struct Tunnel {
             EXPECT_TRUE(each->sends(READY));
         }
     }
-    Client a;
-    Client b;
+    Client a, b;
 };
 
 // ---- Who is joined with whom ----
@@ -171,8 +166,7 @@ TEST(AMultiplexer, StopsReadingForAReaderThatIsSlow) {
     Multiplexer mux;
     Tunnel slow(mux, "slow");
     const std::string much = pattern(64 << 20);
-    std::size_t sent = 0;
-    std::size_t passed = 0;
+    std::size_t sent = 0, passed = 0;
     for (int quiet = 0; quiet < 3;) { // until nothing moves any more
         const std::size_t before = sent + passed;
         sent += slow.a.pours(much.substr(sent));

@@ -139,8 +139,7 @@ TEST_F(MutexBase, SaysWhatWasWrongWithAWait) {
     ScriptedPlatform script;
     const struct {
         Wait wait;
-        const char *lock;
-        const char *unlock;
+        const char *lock, *unlock;
     } rows[] = {
         {Wait::abandoned, "WAIT_ABANDONED", "WAIT_ABANDONED in TCPMutexBase::_mutexUnlock"},
         {Wait::timedOut, "WAIT_TIMEOUT", "WAIT_TIMEOUT in TCPMutexBase::_mutexUnlock"},

@@ -11,8 +11,6 @@
 namespace vintok::test {
 namespace {
 
-using testing::IsEmpty;
-
 class Participant : public testing::Test {
 protected:
     Meeting meeting;
@@ -52,9 +50,8 @@ TEST_F(Participant, ListensOnTheSamePortInBothFamilies) {
     ASSERT_NE(0, ann.port());
     EXPECT_TRUE(ann->address().isIPv4()) << "IPv4 is what it goes by";
     EXPECT_TRUE(ann.hosts("Plan") && cid.joins(ann.port()));
-    if (!bob->placeCall("::1", ann.port(), "", 0, "", "", 0)) {
+    if (!bob->placeCall("::1", ann.port(), "", 0, "", "", 0))
         GTEST_SKIP() << "this machine has no IPv6";
-    }
     EXPECT_TRUE(bob.isTold("join Ann"));
 }
 
@@ -69,9 +66,7 @@ TEST_F(Participant, CanBeForThisMachineOnly) {
     EXPECT_TRUE(local.address().isIPv6() && local.address().isLoopback());
     WirePeer bob(meeting, "Bob");
     EXPECT_TRUE(bob.joins(port));
-    if (ann.ip() != "127.0.0.1") {
-        EXPECT_FALSE(ann->placeCall(ann.ip(), port, "", 0, "", "", 0));
-    }
+    EXPECT_TRUE(ann.ip() == "127.0.0.1" || !ann->placeCall(ann.ip(), port, "", 0, "", "", 0));
 }
 
 TEST_F(Participant, GoesWithoutAWordAndLeavesNothingInTheLoop) {
@@ -98,8 +93,7 @@ TEST_F(Participant, TheSwitchesAreOnWithOneWordOnly) {
     const char *const rosterDebug = "CONFERENCE_ROSTER_DEBUG";
     const char *const secureJoins = "CONFERENCE_PRINT_SSL_JOIN_DATA";
     const struct {
-        const char *variable;
-        const char *value;
+        const char *variable, *value;
         LogLevel before, after;
         bool debug = false, rosterDebug = false;
     } cases[] = {
@@ -177,7 +171,7 @@ TEST_F(ParticipantOnStage, NotesAndDropsMessagesThatItDoesNotKnow) {
     ASSERT_TRUE(annHosts({&bob}));
     LogFile log;
     // Reserved, held back, spoken by others, and none of the system's.
-    const std::vector<unsigned char> unknown = {0x10, 0x11, 0x20, 0x21, 0x29, 0x35, 0x42,
+    const std::vector<unsigned char> unknown = {0x10, 0x11, 0x20, 0x21, 0x29, 0x36, 0x42,
                                                 0x43, 0x45, 0x48, 0x99, 0x00, 0xFF};
     for (const unsigned char id : unknown)
         ASSERT_TRUE(bob.sends(id, bob.entry.encode()));

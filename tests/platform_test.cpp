@@ -10,16 +10,12 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <thread>
 
 using namespace vintok::platform;
 using testing::AnyOf;
-using vintok::test::ChildProcess;
-using vintok::test::eventually;
-using vintok::test::TemporaryFolder;
+using namespace vintok::test;
 
 namespace {
 
@@ -258,19 +254,19 @@ TEST(PlatformFile, OpenedFileIsNotInherited) {
 // ---- Child processes ----
 
 TEST(Process, AChildWithAConsoleOfItsOwnRuns) {
-    const vintok::test::TemporaryFolder folder;
-    vintok::platform::ProcessStart start;
+    const TemporaryFolder folder;
+    ProcessStart start;
     start.arguments = {VINTOK_TEST_CHILD, "write", folder.path("told"), "a", "b c"};
     start.commandLine =
         "\"" VINTOK_TEST_CHILD "\" write \"" + folder.path("told") + "\" \"a\" \"b c\"";
     start.ownConsole = {132, 9, 2, false};
     start.raisedPriority = true;
-    vintok::platform::Process child;
+    Process child;
     std::string failure;
-    ASSERT_TRUE(vintok::platform::startProcess(start, child, failure)) << failure;
-    EXPECT_TRUE(vintok::platform::waitProcess(child, ChildProcess::patienceMs));
+    ASSERT_TRUE(startProcess(start, child, failure)) << failure;
+    EXPECT_TRUE(waitProcess(child, ChildProcess::patienceMs));
     EXPECT_EQ(0, child.exitCode);
-    vintok::platform::closeProcess(child);
+    closeProcess(child);
     EXPECT_EQ("[a][b c]", folder.content("told"));
 }
 
@@ -291,8 +287,8 @@ TEST(Process, AChildInheritsNoFileThatWeHaveOpen) {
     for (int i = 0; i < 5; ++i) {
         files.emplace_back(std::tmpfile(), std::fclose);
         ASSERT_NE(nullptr, files.back());
-        const std::intptr_t number = vintok::platform::fileNumber(files.back().get());
-        EXPECT_TRUE(vintok::platform::isOpenFile(number));
+        const std::intptr_t number = fileNumber(files.back().get());
+        EXPECT_TRUE(isOpenFile(number));
         command.push_back(std::to_string(number));
     }
     ChildProcess child(command);

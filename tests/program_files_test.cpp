@@ -4,11 +4,9 @@
 #include "support/Party.h"
 #include "support/Program.h"
 #include "support/TemporaryFolder.h"
-#include "vintok/TCPStream.h"
 
 #include <filesystem>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <optional>
 #include <vector>
 
@@ -16,7 +14,6 @@ namespace vintok::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 // Many whole messages and a short one, and what another program says of it.
 const std::string content(150001, 'a');
@@ -236,8 +233,7 @@ TEST_F(StrangeSender, AFileIsComparedWithWhatWasAnnounced) {
     const std::string sum(64, 'a');
     const struct {
         std::string announcement; // empty: none
-        const char *result;
-        const char *size;
+        const char *result, *size;
     } cases[] = {
         {"", "unsure", "null"},
         {head("file 1") + "f.bin\n150001 " + sum, "differs", "150001"},

@@ -7,13 +7,14 @@
 #include "ServerReply.h"
 #include "Target.h"
 #include "Text.h"
+#include "Whereabouts.h"
 
 #include "support/Environment.h"
 #include "support/TemporaryFolder.h"
 
-#include <vintok/TCPStream.h>
-
 #include <gmock/gmock.h>
+
+#include <vintok/TCPStream.h>
 
 using namespace app;
 using testing::HasSubstr;
@@ -29,8 +30,7 @@ std::string bytes(const char (&text)[N]) {
 struct TextCase {
     const char *what;
     std::string text;
-    const char *printed;
-    const char *json;
+    const char *printed, *json;
 };
 
 const TextCase textCases[] = {
@@ -167,8 +167,7 @@ TEST(FileAnnouncement, AnythingElseIsRefusedAndChangesNothing) {
 
 TEST(Target, IsAHostWithOrWithoutAPort) {
     const struct {
-        const char *text;
-        const char *host;
+        const char *text, *host;
         unsigned short port;
     } good[] = {
         {"meeting.example", "meeting.example", 0},
@@ -198,10 +197,7 @@ ParseResult parse(std::vector<const char *> arguments, Options &options, std::st
 }
 
 TEST(Options, WrongOnesAreToldInOneLine) {
-    const struct {
-        std::vector<const char *> arguments;
-        const char *complaint;
-    } cases[] = {
+    const std::pair<std::vector<const char *>, const char *> cases[] = {
         {{}, "command is needed"},
         {{"join", "host:99999"}, "host:99999"},
         {{"host", "--port", "0"}, "--port"},
@@ -212,14 +208,18 @@ TEST(Options, WrongOnesAreToldInOneLine) {
         {{"join", "a", "--mux", "m:x", "--meeting-id", "i"}, "m:x"},
         {{"join", "--mux", "m", "--meeting-id", "a\r\nX: y"}, "--meeting-id"},
         {{"join", "a", "--mux", "m", "--meeting-id", "i", "--proxy", "p"}, "leave 'a' out"},
+        {{"join", "a", "--meeting-id", "i"}, "goes with --mux or --cluster"},
+        {{"host", "--cluster", "nats://n"}, "--meeting-id"},
+        {{"join", "--cluster", "n", "--mux", "m", "--meeting-id", "i"}, "--mux"},
+        {{"host", "--cluster", "n", "--meeting-id", "i", "--cluster-history", "1"}, "ordered"},
         {{"join", "--mux", "m", "--meeting-id", "i", "--auth", "ann"}, "not USER:PASSWORD"},
         {{"join", "--mux", "m", "--meeting-id", "i", "--auth-file", "/no/such"}, "/no/such"},
     };
-    for (const auto &one : cases) {
+    for (const auto &[arguments, complaint] : cases) {
         Options options;
         std::string text;
-        EXPECT_EQ(ParseResult::wrong, parse(one.arguments, options, text)) << one.complaint;
-        EXPECT_THAT(text, HasSubstr(one.complaint));
+        EXPECT_EQ(ParseResult::wrong, parse(arguments, options, text)) << complaint;
+        EXPECT_THAT(text, HasSubstr(complaint));
         EXPECT_EQ(std::string::npos, text.find('\n')) << text;
     }
 }
@@ -228,24 +228,42 @@ TEST(Options, SayWhichWayACallTakes) {
     const vintok::test::TemporaryFolder folder;
     const std::string file = folder.holding("auth", "ann:of:file\r\nnext line");
     const vintok::test::ScopedEnvironment variable("VINTOK_PROXY_AUTH", "ann:of:environment");
-    const struct {
-        std::vector<const char *> more;
-        const char *credentials;
-    } cases[] = {{{"--auth", "ann:given"}, "ann:given"},
-                 {{"--auth-file", file.c_str()}, "ann:of:file"},
-                 {{"--proxy", "[::1]"}, "ann:of:environment"}};
-    for (const auto &one : cases) {
+    const std::pair<std::vector<const char *>, const char *> cases[] = {
+        {{"--auth", "ann:given"}, "ann:given"},
+        {{"--auth-file", file.c_str()}, "ann:of:file"},
+        {{"--proxy", "[::1]"}, "ann:of:environment"}};
+    for (const auto &[more, credentials] : cases) {
         std::vector<const char *> arguments = {"join", "--mux", "mux.example", "--meeting-id",
                                                "a b"};
-        arguments.insert(arguments.end(), one.more.begin(), one.more.end());
+        arguments.insert(arguments.end(), more.begin(), more.end());
         Options options;
         std::string text;
         ASSERT_EQ(ParseResult::run, parse(arguments, options, text)) << text;
         EXPECT_EQ("mux.example:7780", options.tunnel.multiplexer.text());
         EXPECT_EQ("a b", options.tunnel.meetingID);
-        EXPECT_EQ(one.credentials, options.tunnel.credentials);
+        EXPECT_EQ(credentials, options.tunnel.credentials);
         EXPECT_EQ(options.tunnel.proxy.host.empty() ? 0 : 80, options.tunnel.proxy.port);
     }
+}
+
+TEST(Whereabouts, AreReadAsTheyWereWrittenAndNothingElseIs) {
+    const Place host{"::1", 7777}, ann{"10.0.0.1", 50001}, bob{"::2", 50002};
+    const std::string body =
+        cluster::encodeWhereabouts({{"East\n1", host, {ann}}, {"West", bob, {host}}});
+    EXPECT_EQ("where 1\nEast 1\n::1 7777\n10.0.0.1 50001\n\nWest\n::2 50002\n::1 7777\n\n", body);
+    std::vector<cluster::AtHost> hosts;
+    for (std::size_t length = 0; length < body.size(); ++length) // with the first host, or none
+        EXPECT_EQ(length == 8 || length == 40,
+                  cluster::decodeWhereabouts(body.substr(0, length), hosts))
+            << length;
+    ASSERT_TRUE(cluster::decodeWhereabouts(body, hosts));
+    cluster::Whereabouts known;
+    known.take(hosts);
+    EXPECT_EQ("East 1", known.of(ann));
+    EXPECT_EQ("West", known.of(host));
+    EXPECT_TRUE(known.isHost(bob) && !known.isHost(ann));
+    known.left(ann);
+    EXPECT_EQ("", known.of(ann));
 }
 
 TEST(Base64, PadsWhatIsLeftOver) { // RFC 4648, section 10

@@ -4,14 +4,9 @@
 #include "support/Program.h"
 #include "support/SocketPair.h"
 
-#include "vintok/TCPStream.h"
-
 #include <algorithm>
 
-#include <gmock/gmock.h>
-
 using namespace vintok::test;
-using testing::HasSubstr;
 using namespace vintok;
 
 namespace {

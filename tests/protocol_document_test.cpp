@@ -13,7 +13,6 @@
 
 #include <cstring>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <map>
 #include <set>
 #include <string>
@@ -188,18 +187,14 @@ const auto named =
            TCP_RECYCLE_ME_7, TCP_RECYCLE_ME_8, TCP_RECYCLE_ME_9, TCP_RECYCLE_ME_10);
 
 // In the order of their numbers, from 46 on.
-const auto numbered =
-    listOf(TCP_messageID_46, TCP_messageID_47, TCP_messageID_48, TCP_messageID_49, TCP_messageID_50,
-           TCP_messageID_51, TCP_messageID_52, TCP_messageID_53, TCP_messageID_54, TCP_messageID_55,
-           TCP_messageID_56, TCP_messageID_57, TCP_messageID_58, TCP_messageID_59, TCP_messageID_60,
-           TCP_messageID_61, TCP_messageID_62, TCP_messageID_63, TCP_messageID_64, TCP_messageID_65,
-           TCP_messageID_66, TCP_messageID_67, TCP_messageID_68, TCP_messageID_69, TCP_messageID_70,
-           TCP_messageID_71, TCP_messageID_72, TCP_messageID_73, TCP_messageID_74, TCP_messageID_75,
-           TCP_messageID_76, TCP_messageID_77, TCP_messageID_78, TCP_messageID_79, TCP_messageID_80,
-           TCP_messageID_81, TCP_messageID_82, TCP_messageID_83, TCP_messageID_84, TCP_messageID_85,
-           TCP_messageID_86, TCP_messageID_87, TCP_messageID_88, TCP_messageID_89, TCP_messageID_90,
-           TCP_messageID_91, TCP_messageID_92, TCP_messageID_93, TCP_messageID_94, TCP_messageID_95,
-           TCP_messageID_96, TCP_messageID_97, TCP_messageID_98, TCP_messageID_99);
+#define TEN(tens)                                                                                  \
+    TCP_messageID_##tens##0, TCP_messageID_##tens##1, TCP_messageID_##tens##2,                     \
+        TCP_messageID_##tens##3, TCP_messageID_##tens##4, TCP_messageID_##tens##5,                 \
+        TCP_messageID_##tens##6, TCP_messageID_##tens##7, TCP_messageID_##tens##8,                 \
+        TCP_messageID_##tens##9
+const auto numbered = listOf(TCP_messageID_46, TCP_messageID_47, TCP_messageID_48, TCP_messageID_49,
+                             TEN(5), TEN(6), TEN(7), TEN(8), TEN(9));
+#undef TEN
 
 // The sixth byte alone differs, and its digits are decimal.
 TEST(Identifiers, CarryTheirNumbersAndUseEachOnce) {

@@ -8,8 +8,6 @@
 
 #include <cstdlib>
 
-#include <gtest/gtest.h>
-
 using namespace vintok::test;
 namespace {
 
@@ -34,14 +32,11 @@ protected:
             m_target = ann.target();
         return m_target;
     }
-    static std::vector<std::string> joining(const std::string &name, const Proxy &proxy,
-                                            const std::string &multiplexer,
-                                            const std::vector<std::string> &more = {}) {
-        std::vector<std::string> all = {"join",  "--name",    name,
-                                        "--mux", multiplexer, "--meeting-id",
-                                        "talk",  "--proxy",   proxy.address()};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
+    static Arguments joining(const std::string &name, const Proxy &proxy,
+                             const std::string &multiplexer, const Arguments &more = {}) {
+        return with({"join", "--name", name, "--mux", multiplexer, "--meeting-id", "talk",
+                     "--proxy", proxy.address()},
+                    more);
     }
 
     Program ann{{"host", "--name", "Ann"}};

@@ -6,7 +6,6 @@
 #include "support/TemporaryFolder.h"
 
 #include <cstring>
-#include <gmock/gmock.h>
 #include <limits>
 
 namespace app {

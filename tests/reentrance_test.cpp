@@ -5,7 +5,6 @@
 #include "support/Environment.h"
 #include "support/Stage.h"
 #include "support/TemporaryFolder.h"
-#include "vintok/TCPStream.h"
 
 namespace vintok::test {
 namespace {
@@ -50,35 +49,17 @@ struct Scene {
     void (*happens)(Scenery &);
 };
 
-bool nothing(Scenery &) {
-    return true;
-}
-
-bool annHosts(Scenery &s) {
-    return s.annHosts({&s.bob, &s.cid});
-}
-
-bool annHostsAlone(Scenery &s) {
-    return s.ann.hosts("Plan");
-}
-
+const auto nothing = [](Scenery &) { return true; };
+const auto annHosts = [](Scenery &s) { return s.annHosts({&s.bob, &s.cid}); };
+const auto annHostsAlone = [](Scenery &s) { return s.ann.hosts("Plan"); };
 bool annAttends(Scenery &s) {
     return s.annAttends() && s.host.sends(id::rosterReply, s.shadow.encode()) && s.host.fences();
 }
 
-bool annCallsBob(Scenery &s) {
-    return bool(s.ann.reaches(s.bob));
-}
-
-bool annAsksBob(Scenery &s) {
-    return bool(s.ann.asks(s.bob));
-}
-
+const auto annCallsBob = [](Scenery &s) { return bool(s.ann.reaches(s.bob)); };
+const auto annAsksBob = [](Scenery &s) { return bool(s.ann.asks(s.bob)); };
 // A party that hides, which the company forbids.
-bool annCallsHost(Scenery &s) {
-    return annHosts(s) && s.ann.reaches(s.host);
-}
-
+const auto annCallsHost = [](Scenery &s) { return annHosts(s) && s.ann.reaches(s.host); };
 bool annCallsThroughBob(Scenery &s) {
     s.bob.readsText(true);
     return s.bob.listens() &&

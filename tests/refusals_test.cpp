@@ -179,8 +179,6 @@ TEST_F(Refusals, WhatCannotHaveItsLockSaysSo) {
 
 // ---- Of a participant ----
 
-using testing::HasSubstr;
-
 // Ann is alone; Bob is a guest of Cid's.
 TEST(Reasons, AreLeftByEveryOperationThatIsRefused) {
     Meeting meeting;

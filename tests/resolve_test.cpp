@@ -4,8 +4,6 @@
 #include "support/Addresses.h"
 #include "vintok/TempRosterEntry.h"
 
-#include <gtest/gtest.h>
-
 namespace vintok::test {
 namespace {
 

@@ -5,8 +5,6 @@
 #include "support/Addresses.h"
 #include "support/Words.h"
 
-#include <gtest/gtest.h>
-
 namespace vintok {
 
 namespace {
@@ -59,8 +57,7 @@ std::string nameOf(const TCPAddress &address) {
 }
 
 const struct {
-    const char *what;
-    const char *answers, *name;
+    const char *what, *answers, *name;
     const char *kept; // "0.0.0.0": none
     TCPAddress::IPType type = none;
     const char *all = nullptr; // where all are wanted

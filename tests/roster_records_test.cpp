@@ -4,8 +4,6 @@
 #include "support/Addresses.h"
 #include "support/Hex.h"
 
-#include <gmock/gmock.h>
-
 namespace vintok::test {
 namespace {
 

@@ -6,9 +6,6 @@
 namespace vintok::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 class RosterExchange : public Stage {
 protected:
     // A member's application is told of a party by the host.

@@ -10,9 +10,6 @@
 namespace vintok::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 // Further bits of a party's state word.
 constexpr std::uint32_t secureAble = 0x200, muxEncrypt = 0x40000, securePreferred = 0x80000,
                         fipsRequired = 0x200000, sslOnly = 0x800000;
@@ -97,46 +94,33 @@ const Demand demands[] = {
     {"the multiplexer encrypts", true, true, muxEncrypt | state::secureRequired, {true, true}},
 };
 
-class Demands : public Security {
-protected:
-    static void demand(Party &party, const Demand &row) {
-        party->setSecureAble(true);
-        if (row.preferred) {
-            EXPECT_TRUE(party->setSecurePreferred(true));
-        }
-        party->setMUXEncrypt(row.mux);
-    }
-};
-
-TEST_F(Demands, DecideWhetherACallerStays) {
-    for (const Demand &row : demands) {
-        SCOPED_TRACE(row.name);
-        LogFile log;
-        Party called(meeting, "Called");
-        demand(called, row);
-        WirePeer caller(meeting, "Caller");
-        caller.entry.state = hosting | row.bits;
-        ASSERT_TRUE(caller.joins(called.port())) << "it is accepted first";
-        EXPECT_TRUE(row.stays[0] ? caller.fences() : caller.seesTheEnd());
-        EXPECT_EQ(row.stays[0], called.told("join Caller") == 1);
-        EXPECT_EQ(row.stays[0], called->isMeeting());
-        EXPECT_EQ(!row.stays[0], log.has("acceptCall Secure Accept Failed"));
-    }
+void demand(Party &party, const Demand &row) {
+    party->setSecureAble(true);
+    EXPECT_TRUE(!row.preferred || party->setSecurePreferred(true));
+    party->setMUXEncrypt(row.mux);
 }
 
-TEST_F(Demands, DecideWhetherACallStays) {
+TEST_F(Security, DemandsDecideWhoStays) {
     for (const Demand &row : demands) {
         SCOPED_TRACE(row.name);
         LogFile log;
-        Party caller(meeting, "Caller");
-        demand(caller, row);
-        WirePeer called(meeting, "Called");
+        Party one(meeting, "One"), other(meeting, "Other");
+        demand(one, row);
+        WirePeer caller(meeting, "Caller"), called(meeting, "Called");
+        caller.entry.state = hosting | row.bits;
+        ASSERT_TRUE(caller.joins(one.port())) << "it is accepted first";
+        EXPECT_TRUE(row.stays[0] ? caller.fences() : caller.seesTheEnd());
+        EXPECT_EQ(row.stays[0], one.told("join Caller") == 1);
+        EXPECT_EQ(row.stays[0], one->isMeeting());
+        EXPECT_EQ(!row.stays[0], log.has("acceptCall Secure Accept Failed"));
+
+        demand(other, row);
         called.entry.state = row.bits;
-        ASSERT_TRUE(caller.asks(called) && called.sends(id::joinReply, {1}));
+        ASSERT_TRUE(other.asks(called) && called.sends(id::joinReply, {1}));
         EXPECT_TRUE(row.stays[1] ? called.fences() : called.receives(id::hangup));
         EXPECT_TRUE(row.stays[1] || called.seesTheEnd());
-        EXPECT_EQ(1, caller.told("join Called")) << "the join completes all the same";
-        EXPECT_EQ(1, caller.told("accepted Called"));
+        EXPECT_EQ(1, other.told("join Called")) << "the join completes all the same";
+        EXPECT_EQ(1, other.told("accepted Called"));
         EXPECT_EQ(!row.stays[1], log.has("_handleJoinReply vintok::secureConnect failed"));
     }
 }

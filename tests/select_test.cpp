@@ -17,16 +17,12 @@
 #include <chrono>
 #include <deque>
 #include <functional>
-#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <thread>
 #include <vector>
 
 namespace vintok::test {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include "support/Environment.h"
 #include "support/Stage.h"
 #include "support/TemporaryFolder.h"
-#include "vintok/TCPStream.h"
 
 #include <filesystem>
 
@@ -11,7 +10,6 @@ namespace vintok::test {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ElementsAre;
 
 // Ann hosts; Bob and Cid are members; each has a folder. What is told of files stands in the events
 // of a party: "sent 1 2" is the outcome 2 of its first one.

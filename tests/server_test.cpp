@@ -11,10 +11,8 @@
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPSelect.h"
 #include "vintok/TCPServer.h"
-#include "vintok/TCPStream.h"
 
 #include <functional>
-#include <gmock/gmock.h>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -168,9 +166,7 @@ TEST_F(Relay, LosesAClientThatHangsUpResetsOrEnds) {
         ASSERT_TRUE(connects(dora));
         leave(dora);
         EXPECT_TRUE(meeting.until([&] { return clients() == 3; }, what));
-        if (dora.connected()) {
-            EXPECT_TRUE(dora.seesTheEnd()) << what;
-        }
+        EXPECT_TRUE(!dora.connected() || dora.seesTheEnd()) << what;
         speaks(ann, std::string("after ") + what);
     }
 }
@@ -247,28 +243,13 @@ TEST(Ports, ThatAreTakenAreWalkedPastByBothFamiliesUnlessThePortIsExact) {
 
 // ---- The programs ----
 
-const ChildProcess::Environment quiet = {{"VINTOK_ERROR_LOG_LEVEL", std::nullopt},
-                                         {"VINTOK_ERROR_LOG_FILE", std::nullopt},
-                                         {"VINTOK_ERROR_PRINT", std::nullopt},
-                                         {"TCP_MESSAGE_DEBUG", std::nullopt}};
-
-using Arguments = std::vector<std::string>;
-
-ChildProcess start(const std::string &program, Arguments arguments,
-                   const ChildProcess::Environment &changes = {}) {
-    arguments.insert(arguments.begin(), program);
-    ChildProcess::Environment environment = quiet;
-    environment.insert(environment.end(), changes.begin(), changes.end());
-    return ChildProcess(arguments, environment);
-}
-
 // A relay that listens and tells of each connection; it takes the port that it is given or none.
 std::unique_ptr<ChildProcess> startRelay(std::string &port) {
-    ChildProcess::Environment telling = quiet;
-    telling.emplace_back("VINTOK_ERROR_LOG_LEVEL", "INFO");
+    const ChildProcess::Environment telling = {{"VINTOK_ERROR_LOG_LEVEL", "INFO"}};
     for (int attempt = 0; attempt < 100; ++attempt) {
         port = std::to_string(test::freshPort());
-        auto relay = std::make_unique<ChildProcess>(Arguments{TEST_SERVER, "-port", port}, telling);
+        auto relay = std::make_unique<ChildProcess>(
+            std::vector<std::string>{TEST_SERVER, "-port", port}, telling);
         std::string line;
         if (relay->printed("PORT: ", &line) && line == "PORT: " + port)
             return relay;
@@ -296,9 +277,9 @@ TEST(ServerPrograms, CarryLinesFromOneClientToTheOthers) {
     std::string port;
     const auto relay = startRelay(port);
     ASSERT_NE(nullptr, relay);
-    ChildProcess first = start(TEST_RECV, {"-port", port});
-    ChildProcess second = start(TEST_RECV, {"what", "-host", "127.0.0.1", "-port", port});
-    ChildProcess sender = start(TEST_SEND, {"-host", "127.0.0.1", "-port", port});
+    ChildProcess first({TEST_RECV, "-port", port});
+    ChildProcess second({TEST_RECV, "what", "-host", "127.0.0.1", "-port", port});
+    ChildProcess sender({TEST_SEND, "-host", "127.0.0.1", "-port", port});
     for (int connection = 0; connection < 3; ++connection)
         ASSERT_TRUE(relay->complained("Connection accepted"));
     const std::string longLine(3000, 'x');
@@ -326,8 +307,8 @@ TEST(ServerPrograms, TraceWhatTheEnvironmentAsksFor) {
     for (const auto &[value, traces] : cases) {
         WirePeer server(meeting, "server");
         ASSERT_TRUE(server.listens());
-        ChildProcess sender = start(TEST_SEND, {"-port", std::to_string(server.port())},
-                                    {{"TCP_MESSAGE_DEBUG", value}});
+        ChildProcess sender({TEST_SEND, "-port", std::to_string(server.port())},
+                            {{"TCP_MESSAGE_DEBUG", value}});
         ASSERT_TRUE(server.picksUp());
         ASSERT_TRUE(sender.type("a line"));
         ASSERT_TRUE(server.receives(id::broadcast));

@@ -13,7 +13,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <gmock/gmock.h>
 #include <numeric>
 #include <optional>
 #include <thread>
@@ -98,8 +97,7 @@ protected:
 
     Meeting meeting;
     ChildProcess reader{{VINTOK_TEST_PARTY, "Ann", GetParam()}};
-    unsigned short port = 0;
-    unsigned words = 0;
+    unsigned short port = 0, words = 0;
     WirePeer bob{meeting, "Bob"}, cid{meeting, "Cid"}, dan{meeting, "Dan"}, stray{meeting, "Stray"};
 };
 

@@ -4,8 +4,6 @@
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 
-#include <gmock/gmock.h>
-
 namespace vintok::test {
 namespace {
 

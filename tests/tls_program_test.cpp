@@ -5,14 +5,11 @@
 #include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
-#include <gmock/gmock.h>
 #include <sstream>
 #include <thread>
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace {
 
@@ -136,8 +133,7 @@ TEST_F(TLSProgram, WhoMeetsWhomIsDecidedByWhatBothDemand) {
 
 TEST_F(TLSProgram, OpenSSLsClientIsServedOrRefusedByTheHost) {
     struct Row {
-        const char *client;
-        const char *host;
+        const char *client, *host;
         const char *seen;   // by the client
         const char *broken; // what the host tells of it, "" for nothing
     };

@@ -8,12 +8,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <gmock/gmock.h>
 #include <thread>
 
 using namespace vintok;
 using namespace vintok::test;
-using testing::HasSubstr;
 
 namespace {
 
@@ -58,8 +56,7 @@ void show(TLSOptions &options, const tls::Issued &issued) {
 struct Certified {
     const char *name;
     void (*prepare)(TLSEnds &ends); // this side accepts
-    TLSError mine;
-    TLSError peer;
+    TLSError mine, peer;
     const char *words; // of the side that is at fault's opposite
 };
 
@@ -183,8 +180,7 @@ TEST_F(TLS, OptionsThatCannotBeUsedAreNamed) {
 // ---- Peers without TLS, and peers that are silent ----
 
 struct Stranger {
-    const char *name;
-    const char *bytes;
+    const char *name, *bytes;
     bool required;
     TLSError error; // none: left plain
     const char *words;

@@ -5,15 +5,9 @@
 #include "support/Party.h"
 #include "support/StubTransport.h"
 #include "support/WirePeer.h"
-#include "vintok/TCPStream.h"
-
-#include <gmock/gmock.h>
 
 namespace vintok::test {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char *ok = "HTTP/1.0 200 Connection established\r\n\r\n";
 constexpr const char *ready = "pLorMUX_Response: Ready\n\n";
@@ -46,8 +40,7 @@ std::string muxRequest(const std::string &remote, int port, const std::string &p
 class PlainTransport : public StubTransport {
 public:
     // Whether a handshake works with a peer that is named, and with one that is not.
-    bool connectsByName = true;
-    bool connectsUnnamed = false;
+    bool connectsByName = true, connectsUnnamed = false;
     std::vector<std::string> names; // that were connected to
     int removed = 0;
 

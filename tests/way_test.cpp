@@ -7,10 +7,7 @@
 
 #include "vintok/TCPStream.h"
 
-#include <gmock/gmock.h>
-
 using namespace vintok::test;
-using testing::HasSubstr;
 
 namespace {
 
@@ -19,18 +16,13 @@ protected:
     Ways() { vintok::init(); }
     ~Ways() override { vintok::fini(); }
 
-    static std::vector<std::string> joining(const std::string &multiplexer,
-                                            const std::vector<std::string> &more = {}) {
-        std::vector<std::string> all = {"join",      "--name",       "Bob", "--mux",
-                                        multiplexer, "--meeting-id", "talk"};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
+    static Arguments joining(const std::string &multiplexer, const Arguments &more = {}) {
+        return with({"join", "--name", "Bob", "--mux", multiplexer, "--meeting-id", "talk"}, more);
     }
 };
 
 struct Answer {
-    const char *what;
-    const char *reply;
+    const char *what, *reply;
     const char *complaint; // behind the server's name
     bool pauses = false;   // instead of closing
 };
@@ -139,12 +131,8 @@ TEST_F(Ways, LeadToTheMeeting) {
 
 class Offers : public Ways {
 protected:
-    static std::vector<std::string> hosting(const std::string &multiplexer,
-                                            const std::vector<std::string> &more = {}) {
-        std::vector<std::string> all = {"host",      "--name",       "Ann", "--mux",
-                                        multiplexer, "--meeting-id", "talk"};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
+    static Arguments hosting(const std::string &multiplexer, const Arguments &more = {}) {
+        return with({"host", "--name", "Ann", "--mux", multiplexer, "--meeting-id", "talk"}, more);
     }
     static Program guest(const std::string &name, const Multiplexer &mux) {
         return Program({"join", "--name", name, "--mux", mux.address(), "--meeting-id", "talk"});

@@ -12,7 +12,6 @@
 #include "support/TLSEnds.h"
 #include "support/TemporaryFolder.h"
 #include "vintok/TCPSelect.h"
-#include "vintok/TCPStream.h"
 
 #include <atomic>
 #include <filesystem>

@@ -29,6 +29,9 @@ struct Options {
     std::string phone;
     std::string meetingID;
     std::string meetingName;
+    std::string cluster;     // of a meeting with several hosts: the servers that link them
+    std::string clusterName; // what this one is called
+    std::string clusterCreds;
 };
 
 // Single-dash words, each with its value as the next argument where it takes one; the last one of a

@@ -125,6 +125,13 @@ bool Session::hostAlone() {
         return false; // nobody could ever join
     setCallbacks();
     m_participant->setCallPendingCB(nullptr);
+    if (isClustered()) {
+        m_participant->setCallPendingCB(
+            [](vintok::ConferenceParticipant *p, const vintok::ConferenceRosterEntry &e) {
+                if (of(p).admits(e))
+                    p->acceptCall(e);
+            });
+    }
     m_convened = true;
     return convene();
 }
@@ -148,6 +155,8 @@ void Session::settle() {
     if (m_convened && !m_participant->isMeeting())
         convene();
     observe();
+    if (isClustered())
+        link();
     if (m_player)
         play();
 }
@@ -157,6 +166,8 @@ void Session::takeEvent(app::Inbox::Kind kind, const std::string &text) {
         m_done = true;
     if (kind == app::Inbox::Kind::addresses)
         startCall(text);
+    if (kind == app::Inbox::Kind::tick && m_seat)
+        m_seat->tick();
     if (kind != app::Inbox::Kind::tick || m_options.alarm == 0 || ++m_seconds < m_options.alarm)
         return;
     m_seconds = 0;
@@ -219,8 +230,11 @@ bool Session::openParticipant(unsigned short port) {
         m_participant.reset();
         return false;
     }
+    app::Guards guards;
+    if (isClustered())
+        guards.mostMembers = 0; // the seat counts them
     if (!m_options.noGuards)
-        app::apply(app::Guards(), *m_participant);
+        app::apply(guards, *m_participant);
     return true;
 }
 

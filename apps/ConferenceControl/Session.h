@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "Player.h"
 #include "RecordWriter.h"
+#include "Seat.h"
 
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
@@ -95,6 +96,13 @@ private:
     std::string answerLead(const Text &text);
     std::string transferFile(const Text &text);
 
+    // ---- A meeting with several hosts (SessionCluster.cpp) ----
+    bool isClustered() const { return !m_options.cluster.empty(); }
+    unsigned int mostMembers() const;
+    void link();
+    void takeSeat();
+    bool admits(const vintok::TCPAddress &caller);
+
     // ---- Recording and playback (SessionRecording.cpp) ----
     std::string startRecording(const Text &text);
     std::string stopRecording(const Text &text);
@@ -127,6 +135,9 @@ private:
     std::deque<vintok::RosterBase> m_callers;  // those who wait; the application knows of the first
     bool m_wantsLead = false;                  // has asked and has not been answered
     bool m_stopsLeading = false;               // has asked the host to take the lead
+
+    std::unique_ptr<app::cluster::Seat> m_seat; // while this party is one of several hosts
+    bool m_isLinked = false;                    // or it was tried, since this party hosts
 
     app::RecordWriter m_recording;
     std::string m_recordPath;

@@ -38,6 +38,8 @@ void Session::setCallbacks() {
     m_participant->setLeaveCB([](Library *p, const Entry &e) { of(p).left(e); });
     m_participant->setUserDataCB([](Library *p, const Entry &e) {
         of(p).observe();
+        if (of(p).m_seat)
+            of(p).m_seat->changed();
         of(p).changed(e);
     });
     m_participant->setLeadChangeCB([](Library *p, const Entry &e) {
@@ -56,6 +58,9 @@ void Session::setCallbacks() {
             vintok::replyNotifyFileTransferred(of(p).fd(), readable(neighbour), whole ? 1 : 0,
                                                readable(path));
         });
+    // Who is at which host of several; the text has no word for it.
+    m_participant->setMessageCB(
+        [](Library *, const Entry &, vintok::TCPMessage &, void *) { return false; });
     // The side that is asked for its time gets zeros: the offsets themselves are always true.
     m_participant->setSynchTimeCB(
         [](Library *p, unsigned char *, std::uint64_t) { of(p).tellTime(); });
@@ -130,6 +135,8 @@ void Session::observe() {
 // many the oldest that the application does not know of is turned away.
 void Session::callPending(const vintok::ConferenceRosterEntry &entry) {
     const vintok::TCPAddress &caller = entry;
+    if (!admits(caller))
+        return;
     const auto known =
         std::find_if(m_callers.begin(), m_callers.end(),
                      [&](const vintok::RosterBase &waiting) { return waiting == caller; });
@@ -154,12 +161,16 @@ void Session::joined(const vintok::ConferenceRosterEntry &entry) {
         m_parties.push_back(entry);
     if (!m_participant->isHost() && entry.isHost() && entry.descriptor() != -1)
         m_host = entry.descriptor();
+    if (m_seat)
+        m_seat->joined(entry);
     vintok::replyNotifyUserJoin(fd(), readable(entry));
 }
 
 void Session::left(const vintok::ConferenceRosterEntry &entry) {
     if (const vintok::RosterBase *known = findParty(entry))
         m_parties.erase(m_parties.begin() + (known - m_parties.data()));
+    if (m_seat)
+        m_seat->left(entry);
     vintok::replyNotifyUserLeave(fd(), readable(entry));
 }
 

@@ -55,6 +55,8 @@ void Session::leave() {
     m_callers.clear();
     for (const Text &call : std::exchange(m_calls, {}))
         vintok::replyNotifyCallNoAnswer(fd(), call.value(Field::machineName));
+    if (m_seat)
+        m_seat->end();
     m_participant->hangup();
     if (m_options.server)
         m_participant->setServerMode(true);
@@ -110,8 +112,9 @@ std::string Session::answerCall(const Text &text) {
         return "nobody calls";
     const vintok::RosterBase caller = m_callers.front();
     m_callers.pop_front();
-    const bool done = text.word() == "acceptPendingCall" ? m_participant->acceptCall(caller)
-                                                         : m_participant->rejectCall(caller);
+    const bool accepts = text.word() == "acceptPendingCall" && admits(caller);
+    const bool done =
+        accepts ? m_participant->acceptCall(caller) : m_participant->rejectCall(caller);
     if (!m_callers.empty())
         vintok::replyNotifyCallPending(fd(), readable(m_callers.front()));
     return done ? "" : "the caller has gone";

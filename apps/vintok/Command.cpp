@@ -22,6 +22,8 @@ const Word words[] = {
     {"/reject", CommandKind::reject, "[CALL]", "turn a caller away"},
     {"/send", CommandKind::send, "FILE", "send a file to everybody"},
     {"/time", CommandKind::time, "", "the time by the meeting's clock"},
+    {"/cluster", CommandKind::cluster, "", "the hosts of the meeting, where it has several"},
+    {"/drain", CommandKind::drain, "", "send the guests of this host to the others"},
     {"/leave", CommandKind::leave, "", "leave the meeting and end"},
     {"/help", CommandKind::help, "", "this list"},
 };

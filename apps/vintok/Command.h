@@ -21,6 +21,8 @@ enum class CommandKind {
     reject,
     send,
     time,
+    cluster,
+    drain,
     leave,
     help,
     unknown

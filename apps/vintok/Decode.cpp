@@ -2,6 +2,7 @@
 
 #include "JsonLine.h"
 #include "MessageText.h"
+#include "Person.h"
 #include "RecordReader.h"
 #include "Text.h"
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 namespace app {
 
@@ -25,6 +27,26 @@ void print(const std::string &text) {
     std::fputs((text + '\n').c_str(), stdout);
 }
 
+// The addresses of parties that have said so far that they hide. Whoever else has one of them would
+// give it away.
+class HiddenAddresses {
+public:
+    void add(const std::string &address) { m_addresses.insert(address); }
+
+    void hide(std::string &address) const {
+        vintok::TCPAddress literal;
+        literal.setName(address);
+        std::string usual = address; // as entries have it
+        if (literal.isIPv4() || literal.isIPv6())
+            literal.ipString(usual);
+        if (m_addresses.count(usual) != 0)
+            address = hiddenAddress;
+    }
+
+private:
+    std::set<std::string> m_addresses;
+};
+
 // One message of the file, and how much of it is to be shown.
 class Printer {
 public:
@@ -36,6 +58,15 @@ public:
           m_full(full) {
         if (m_message.ipType() != vintok::TCPAddress::IPTYPE_NONE)
             m_message.ipString(m_origin);
+    }
+
+    void hide(HiddenAddresses &addresses) {
+        if (!m_body.hides.empty())
+            addresses.add(m_body.hides);
+        addresses.hide(m_origin);
+        for (Fields::Field &field : m_body.fields.all())
+            if (field.isAddress)
+                addresses.hide(std::get<std::string>(field.value));
     }
 
     void asJson() {
@@ -145,9 +176,12 @@ int runDecode(const Options &options, Report &report) {
         return 1;
     RecordReader reader(input);
     vintok::TCPMessage message;
+    HiddenAddresses addresses;
     RecordReader::Result result = reader.next(message);
     for (; result == RecordReader::Result::record; result = reader.next(message)) {
         Printer printer(message, reader.offset(), options.full);
+        if (!options.addresses)
+            printer.hide(addresses);
         options.json ? printer.asJson() : printer.asText();
     }
     if (result == RecordReader::Result::damaged) {

@@ -20,15 +20,22 @@ public:
     struct Field {
         std::string key;
         std::variant<Nothing, bool, std::int64_t, Time, std::string> value;
+        bool isAddress = false; // a text that its party may want to have hidden
     };
 
     Fields &text(const std::string &key, const std::string &value) { return add(key, value); }
+    Fields &address(const std::string &key, const std::string &value) {
+        add(key, value);
+        m_fields.back().isAddress = true;
+        return *this;
+    }
     Fields &number(const std::string &key, std::int64_t value) { return add(key, value); }
     Fields &time(const std::string &key, std::int64_t value) { return add(key, Time{value}); }
     Fields &flag(const std::string &key, bool value) { return add(key, value); }
     Fields &nothing(const std::string &key) { return add(key, Nothing{}); }
 
     const std::vector<Field> &all() const { return m_fields; }
+    std::vector<Field> &all() { return m_fields; }
 
 private:
     template <class Value>

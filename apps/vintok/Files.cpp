@@ -8,6 +8,8 @@
 // arrives all the same.
 #include "Files.h"
 
+#include "Whereabouts.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -27,15 +29,10 @@ constexpr std::chrono::seconds unstoredTime(600);
 // Longer than a sender waits for its turn: the host may know nothing of turns.
 constexpr std::chrono::seconds unbegunTime = 2 * turnTime;
 
+using cluster::placeOf;
+
 Place placeOf(const Person &person) {
     return {person.address, person.port};
-}
-
-Place placeOf(const vintok::TCPAddress &address) {
-    Place place;
-    address.ipString(place.address);
-    place.port = address.hostByteOrderPort();
-    return place;
 }
 
 std::string inQuotes(const std::string &text) {
@@ -128,7 +125,7 @@ void Files::sendNext() {
 void Files::claim() {
     const FileNews &file = m_outgoing.front();
     broadcast(encodeAnnouncement({placeOf(file.person), file.name, file.announced}));
-    m_turn = m_participant.isHost() ? Turn::yes : Turn::asked;
+    m_turn = decides() ? Turn::yes : Turn::asked;
     m_deadline = Clock::now() + turnTime;
 }
 
@@ -200,7 +197,7 @@ bool Files::heard(std::string_view body) {
     }
     if (!decodeTurn(body, turn))
         return false;
-    if (isOther(turn.place) && m_people.find(turn.place)->host)
+    if (isOther(turn.place) && maySay(turn.place))
         turned(turn);
     return true;
 }
@@ -212,12 +209,16 @@ bool Files::isOther(const Place &place) const {
     return person && !person->self;
 }
 
+bool Files::maySay(const Place &place) const {
+    return (m_isHost && m_isHost(place)) || (!m_decides && m_people.find(place)->host);
+}
+
 void Files::announced(const FileAnnouncement &announcement) {
     dropOffered(announcement.place);
     const bool free = rival().empty() && m_outgoing.empty();
-    if (!m_participant.isHost() || free)
+    if (!decides() || free)
         m_offers.push_back({announcement, false, Clock::now()});
-    if (m_participant.isHost()) {
+    if (decides()) {
         const vintok::TCPAddress &address = m_participant.address();
         broadcast(encodeTurn({placeOf(address), announcement.place, free}));
     }
@@ -241,6 +242,12 @@ void Files::closed(const FileClosing &closing) {
 
 void Files::left(const Person &person) {
     dropOffered(placeOf(person));
+}
+
+void Files::meetsAnew() {
+    m_offers.clear();
+    if (!m_sending)
+        m_turn = Turn::unasked;
 }
 
 void Files::goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path) {

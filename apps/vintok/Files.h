@@ -12,9 +12,11 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace app {
@@ -26,6 +28,13 @@ public:
     Files(vintok::ConferenceParticipant &participant, const People &people, Report &report,
           const std::string &folder)
         : m_participant(participant), m_people(people), m_report(report), m_folder(folder) {}
+
+    // Where the meeting has several hosts: whether this one says whose turn it is, which without a
+    // function every host does; and who besides the own host may say so.
+    void setTurns(std::function<bool()> decides, std::function<bool(const Place &)> isHost) {
+        m_decides = std::move(decides);
+        m_isHost = std::move(isHost);
+    }
 
     // ---- Sending ----
 
@@ -42,6 +51,8 @@ public:
     // who is not here, makes no difference.
     bool heard(std::string_view body);
     void left(const Person &person);
+    // In the same meeting by way of another host.
+    void meetsAnew();
     // The library's callbacks.
     void goesOn(const vintok::TCPAddress &origin, std::uint64_t done, const std::string &path);
     void ends(bool whole, const std::string &path);
@@ -65,6 +76,8 @@ private:
     void dropOffered(const Place &place);
     Person personAt(const Place &place) const;
     FileNews newsOf(const Place &place);
+    bool decides() const { return m_decides ? m_decides() : m_participant.isHost(); }
+    bool maySay(const Place &place) const;
     bool arriving() const;
     std::string rival() const;
     void broadcast(const std::string &body);
@@ -83,6 +96,8 @@ private:
     const People &m_people;
     Report &m_report;
     const std::string &m_folder;
+    std::function<bool()> m_decides;
+    std::function<bool(const Place &)> m_isHost;
     std::deque<FileNews> m_outgoing; // the first is the one that is being sent
     Turn m_turn = Turn::unasked;
     Clock::time_point m_deadline; // of the answer

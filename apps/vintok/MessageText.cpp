@@ -16,7 +16,7 @@ namespace app {
 
 namespace {
 
-// The bytes that are left of a body.
+// The bytes that are left of a body, and the address that its party hides.
 class Body {
 public:
     explicit Body(std::string_view bytes) : m_bytes(bytes) {}
@@ -48,6 +48,8 @@ public:
         take(length);
         return true;
     }
+
+    std::string hides;
 
 private:
     std::string_view m_bytes;
@@ -85,9 +87,8 @@ const StateWord stateWords[] = {
     {&vintok::ConferenceRosterEntry::isSSLOnly, "ssl-only"},
 };
 
-void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
-    std::string address;
-    entry.ipString(address);
+void tellEntry(const vintok::ConferenceRosterEntry &entry, const std::string &address,
+               Fields &fields) {
     std::string name = entry.firstName();
     name += (name.empty() || entry.lastName().empty() ? "" : " ") + entry.lastName();
     std::string state;
@@ -98,7 +99,7 @@ void tellEntry(const vintok::ConferenceRosterEntry &entry, Fields &fields) {
         .text("title", entry.title())
         .text("email", entry.email())
         .text("phone", entry.phone())
-        .text("address", address)
+        .address("address", address)
         .number("port", entry.hostByteOrderPort())
         .text("version", versionText(entry.majorVersion(), entry.minorVersion()));
     if (entry.colorIndex() == vintok::RosterBase::s_noColor)
@@ -115,7 +116,11 @@ bool readEntry(Body &body, Fields &fields) {
     const std::uint64_t count = entry.read(body.data(), body.rest().size());
     if (count == 0)
         return false;
-    tellEntry(entry, fields);
+    std::string address;
+    entry.ipString(address);
+    tellEntry(entry, address, fields);
+    if (entry.isHidingIPsRequired())
+        body.hides = address;
     body.take(static_cast<std::size_t>(count));
     return true;
 }
@@ -165,7 +170,7 @@ bool readAboutFile(std::string_view body, Fields &fields) {
     FileTurn turn;
     FileClosing closing;
     const auto tellPlace = [&fields](const Place &place) -> Fields & {
-        return fields.text("address", place.address).number("port", place.port);
+        return fields.address("address", place.address).number("port", place.port);
     };
     if (decodeAnnouncement(body, file)) {
         tellPlace(file.place)
@@ -174,7 +179,7 @@ bool readAboutFile(std::string_view body, Fields &fields) {
             .text("sha256", file.sum.sha256);
     } else if (decodeTurn(body, turn)) {
         tellPlace(turn.place)
-            .text("turn-address", turn.whose.address)
+            .address("turn-address", turn.whose.address)
             .number("turn-port", turn.whose.port)
             .flag("turn", turn.yes);
     } else if (decodeClosing(body, closing)) {
@@ -194,7 +199,7 @@ bool readBroadcast(Body &body, Fields &fields) {
         return true;
     }
     fields.text("name", saying.name)
-        .text("address", saying.place.address)
+        .address("address", saying.place.address)
         .number("port", saying.place.port)
         .text("text", saying.text);
     body.take(body.rest().size());
@@ -231,8 +236,8 @@ bool readFileAck(Body &body, Fields &fields) {
         return false;
     const std::string name(body.rest().substr(0, body.rest().find('\0')));
     fields
-        .text("address",
-              versionText(address[0], address[1]) + '.' + versionText(address[2], address[3]))
+        .address("address",
+                 versionText(address[0], address[1]) + '.' + versionText(address[2], address[3]))
         .flag("success", success != 0)
         .text("name", name);
     body.take(body.rest().size());
@@ -281,7 +286,9 @@ bool readLetter(Body &body, Fields &fields) {
     body.take(static_cast<std::size_t>(count));
     std::string address;
     party.ipString(address);
-    fields.number("number", number).text("to", address).number("port", party.hostByteOrderPort());
+    fields.number("number", number)
+        .address("to", address)
+        .number("port", party.hostByteOrderPort());
     return true;
 }
 
@@ -381,6 +388,7 @@ BodyText readBody(const vintok::TCPMessageBase &message) {
     const Reader read = kind ? readers[static_cast<std::size_t>(kind->body)] : readBytes;
     text.malformed = !read(body, text.fields);
     text.rest = body.rest();
+    text.hides = body.hides;
     return text;
 }
 

@@ -25,6 +25,7 @@ struct BodyText {
     Fields fields;          // what it says
     bool malformed = false; // it is not what its identifier promises
     std::string_view rest;  // the bytes that `fields` does not tell, in the message
+    std::string hides;      // the address of a party that says here that it is to be hidden
 };
 
 // Valid for as long as the message keeps its body.

@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include "ClusterArguments.h"
 #include "TunnelArguments.h"
 
 #include <CLI/CLI.hpp>
@@ -201,6 +202,7 @@ CLI::App *addHost(CLI::App &program, Options &options) {
         ->type_name("SECONDS")
         ->check(silent(CLI::Range(-1000000000, 1000000000)));
     addOfferOptions(*app, options);
+    addLinkOptions(*app, options);
     addMeeting(*app, options);
     addLimits(*app, options);
     addTrust(*app, options);
@@ -233,8 +235,9 @@ void addGuestListening(CLI::App &app, Options &options) {
 
 CLI::App *addJoin(CLI::App &program, Options &options) {
     CLI::App *app = program.add_subcommand("join", "Join the meeting of a host");
-    addTarget(*app, options, "Whom to call; with --mux it may be left out");
+    addTarget(*app, options, "Whom to call; with --mux or --cluster it may be left out");
     addTunnelOptions(*app, options);
+    addClusterOptions(*app, options);
     addPatience(*app, options);
     addMeeting(*app, options);
     addTrust(*app, options);
@@ -323,6 +326,7 @@ CLI::App *addDecode(CLI::App &program, Options &options) {
         ->type_name("FILE")
         ->required();
     app->add_flag("--full", options.full, "Show long bodies to their end");
+    app->add_flag("--addresses", options.addresses, "Show addresses that parties hide, too");
     app->add_flag("--json", options.json, "Print one JSON object for each message");
     return app;
 }
@@ -390,7 +394,9 @@ ParseResult parseOptions(int count, const char *const *arguments, Options &optio
         if (app->parsed()) {
             options.role = role;
             options.secure.accepts = role == Role::host;
-            return (role == Role::join && !finishTunnelOptions(options, text)) ||
+            const bool meets = role == Role::join || role == Role::host;
+            return (meets && !finishClusterOptions(options, text)) ||
+                           (role == Role::join && !finishTunnelOptions(options, text)) ||
                            (role == Role::host && !finishHost(options, text))
                        ? ParseResult::wrong
                        : ParseResult::run;

@@ -7,6 +7,7 @@
 #include "Target.h"
 #include "TunnelOptions.h"
 
+#include <vintok-cluster/Cluster.h>
 #include <vintok/TCPStream.h>
 
 #include <cstdint>
@@ -37,9 +38,13 @@ struct ControlOptions {
 struct Options {
     Role role = Role::host;
 
-    // Whom to call: join, and the clients of a relay. By way of a multiplexer there may be none.
+    // Whom to call: join, and the clients of a relay. By way of a multiplexer there may be none,
+    // nor where a host of the meeting is found.
     Target target;
     TunnelOptions tunnel;
+    vintok::ClusterOptions cluster; // of a meeting with several hosts; no servers: it has one
+
+    bool isClustered() const { return !cluster.servers.empty(); }
 
     // Who this is.
     std::string firstName;
@@ -69,6 +74,7 @@ struct Options {
     // A record file: what decode prints, and what a party plays.
     std::string file;
     bool full = false;            // decode shows all of a long body
+    bool addresses = false;       // decode shows what parties hide
     double speed = 1;             // of playing: seconds of the recording in one second
     std::string recordFile;       // what a party records its meeting into
     std::string files;            // the folder for files that arrive; empty: the environment's

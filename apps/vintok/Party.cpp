@@ -11,11 +11,21 @@
 
 #include <vintok/TCPAddress.h>
 
+#include <utility>
+
 namespace app {
 
 namespace {
 
 constexpr unsigned int partingSeconds = 3; // that a host has to hang up
+
+// One of several hosts counts its members itself: it sends whom it has no room for to another one.
+Guards guards(const Options &options) {
+    Guards guards = options.guards;
+    if (options.role == Role::host && options.isClustered())
+        guards.mostMembers = 0;
+    return guards;
+}
 
 } // namespace
 
@@ -40,7 +50,8 @@ int Party::run() {
         return m_exitCode;
     introduce();
     setCallbacks();
-    apply(m_options.guards, m_participant);
+    m_files.setTurns(nullptr, [this](const Place &place) { return m_whereabouts.isHost(place); });
+    apply(guards(m_options), m_participant);
     vintok::addTime(m_options.clockOffset);
     m_participant.setFileFolder(m_options.files);
     m_participant.setFileProgressInterval(100);
@@ -80,6 +91,8 @@ bool Party::host() {
     m_report.hosting(m_options.meeting);
     if (!m_participant.hostMeeting(m_options.meeting))
         return false;
+    if (m_options.isClustered() && !takeSeat())
+        return false;
     if (m_options.tunnel.wanted()) {
         m_offer = TunnelOffer::start(m_options.tunnel, m_participant.address().hostByteOrderPort());
         if (!m_offer) {
@@ -92,7 +105,19 @@ bool Party::host() {
 
 bool Party::call() {
     CallPlan plan;
-    plan.remote = m_options.target;
+    plan.remote = m_called = m_options.target;
+    plan.retries = mostSentOn;
+    if (m_options.isClustered() && !m_options.tunnel.wanted()) {
+        m_hosts = std::make_unique<ClusterCall>(m_options.cluster, m_options.target);
+        enter(Stage::calling);
+        if (m_options.target.host.empty())
+            m_report.notice(
+                {"searching",
+                 "Looking for a host of the meeting " + m_options.cluster.meeting + " ...",
+                 Fields().text("meeting", m_options.cluster.meeting)});
+        callHost();
+        return m_stage != Stage::done;
+    }
     if (m_options.tunnel.wanted()) {
         m_tunnelCall = std::make_unique<TunnelCall>(m_options.tunnel, m_options.target,
                                                     m_options.secure.required, m_report);
@@ -109,14 +134,24 @@ bool Party::call() {
 
 // Until the connection stands, Ctrl-C ends the process in the usual way: nobody is to be told.
 bool Party::place(const CallPlan &plan) {
-    if (m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
-                                plan.proxy.port, plan.meetingID, plan.authentication, plan.retries))
+    if (!m_tunnelCall)
+        m_called = plan.remote;
+    secure::expect(m_options.secure, plan.remote.host);
+    m_isUnderWay =
+        m_participant.placeCall(plan.remoteName(), plan.remote.port, plan.proxy.host,
+                                plan.proxy.port, plan.meetingID, plan.authentication, plan.retries);
+    if (m_isUnderWay)
         return true;
     // The library shuts such a connection down, and its last error tells of that.
     const std::string insecure = tellBreak();
-    fail(insecure.empty() ? callFailure(plan.connectsTo())
-                          : plan.connectsTo().text() + " cannot be reached securely: " + insecure);
-    return false;
+    const std::string failure =
+        insecure.empty() ? callFailure(plan.connectsTo())
+                         : plan.connectsTo().text() + " cannot be reached securely: " + insecure;
+    if (m_hosts)
+        m_hosts->failed(failure);
+    else
+        fail(failure);
+    return m_hosts != nullptr;
 }
 
 std::string Party::callFailure(const Target &target) {
@@ -132,8 +167,8 @@ std::string Party::callFailure(const Target &target) {
 
 // Who is called: a party, or by way of a multiplexer perhaps nobody but a meeting.
 std::string Party::whom() const {
-    return m_options.target.host.empty() ? "the meeting " + m_options.tunnel.meetingID
-                                         : m_options.target.text();
+    const Target &target = m_tunnelCall ? m_options.target : m_called;
+    return target.host.empty() ? "the meeting " + m_options.tunnel.meetingID : target.text();
 }
 
 void Party::loop() {
@@ -159,6 +194,10 @@ void Party::afterPass() {
 void Party::awaitAnswer() {
     if (m_tunnelCall && m_tunnelCall->takeNext())
         place(m_tunnelCall->plan());
+    else if (m_sentOn)
+        place(*std::exchange(m_sentOn, std::nullopt));
+    else if (m_hosts && !m_isUnderWay)
+        callHost();
     else if (m_loop.numDescriptors() <= m_listeners + 1) // one more is the inbox
         callBreaks();
     else
@@ -177,8 +216,15 @@ void Party::goOn() {
         // The library ends a meeting when the last guest has gone. This one goes on.
         m_participant.hostMeeting(m_options.meeting);
     }
-    if (m_options.role == Role::join && !m_participant.isMeeting())
-        return m_stage == Stage::leaving ? part() : meetingEnds("The meeting is over.");
+    if (m_options.role == Role::join && !m_participant.isMeeting()) {
+        return m_stage == Stage::leaving ? part()
+               : comesBack()             ? losesHost("The host is lost")
+                                         : meetingEnds("The meeting is over.");
+    }
+    if (m_moves && m_stage == Stage::meeting)
+        return move();
+    if (m_seat)
+        m_seat->settle();
     while (m_stage != Stage::done && !m_unsaid.empty()) {
         const Command command = m_unsaid.front();
         m_unsaid.pop_front();
@@ -225,6 +271,8 @@ void Party::leave() {
 void Party::part() {
     if (m_stage == Stage::calling)
         enter(Stage::leaving); // that the call ends is no news then
+    if (m_seat)
+        m_seat->end();
     m_participant.hangup();
     if (!m_failure.empty())
         return fail(m_failure);

@@ -2,6 +2,7 @@
 #ifndef VINTOK_APP_PARTY_H
 #define VINTOK_APP_PARTY_H
 
+#include "ClusterCall.h"
 #include "Command.h"
 #include "Files.h"
 #include "Inbox.h"
@@ -10,8 +11,10 @@
 #include "Player.h"
 #include "RecordWriter.h"
 #include "Report.h"
+#include "Seat.h"
 #include "TunnelCall.h"
 #include "TunnelOffer.h"
+#include "Whereabouts.h"
 
 #include <vintok/ConferenceParticipant.h>
 #include <vintok/TCPSelect.h>
@@ -20,6 +23,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -97,6 +101,22 @@ private:
     void giveUp(const std::string &reason);
     Person self() const;
 
+    // ---- A meeting with several hosts (PartyCluster.cpp) ----
+    static constexpr unsigned int mostSentOn = 5; // times that a host sends a call elsewhere
+    bool takeSeat();
+    void tellCluster();
+    void drain();
+    bool told(const vintok::ConferenceRosterEntry &neighbour, const vintok::TCPMessage &message);
+    std::string hostOf(const Person &person) const;
+    bool comesBack() const { return m_hosts && !m_isOver; }
+    void losesHost(const std::string &how);
+    void move();
+    void callHost();
+    void sentOn(const std::string &name, unsigned short port, unsigned int retries);
+    void accepted();
+    bool wasThere(const Person &person);
+    void tellMissing();
+
     // ---- Recording and playing (PartyRecording.cpp) ----
     bool openFiles();
     void record(const std::string &body);
@@ -134,6 +154,10 @@ private:
     bool m_leadAsked = false; // somebody waits for this party's answer
     bool m_playsNow = false;  // the next message of the recording may be due as well
     std::unique_ptr<TunnelCall> m_tunnelCall; // of a call by way of a multiplexer
+    Target m_called;                          // of any other call: who is called now
+    std::optional<CallPlan> m_sentOn;         // where the one who was called has sent the call
+    bool m_isUnderWay = false;                // a call
+    unsigned int m_callBegan = 0;             // in seconds since the loop began
     std::shared_ptr<TunnelOffer> m_offer;     // of a host at a multiplexer
     std::deque<Command> m_unsaid;             // typed before there was a meeting
     People m_people;
@@ -145,6 +169,14 @@ private:
     std::unique_ptr<Player> m_player; // until everything is played
     Pacing::TimePoint m_playsNext{};  // when the inbox wakes the loop for it
     std::string m_failure;            // told once the meeting is left
+
+    std::unique_ptr<cluster::Seat> m_seat; // of a host that is one of several
+    std::unique_ptr<ClusterCall> m_hosts;  // of a guest that looks for one of them
+    cluster::Whereabouts m_whereabouts;    // as the host tells a guest
+    bool m_isOver = false;                 // the host has said that it ends the meeting
+    bool m_moves = false;                  // and that another host is to be called
+    std::vector<Person> m_missing;         // were there when the host was lost
+    unsigned int m_backSince = 0;          // in seconds since the loop began
 };
 
 } // namespace app

@@ -48,6 +48,10 @@ void Party::obey(const Command &command) {
         return say(command.text);
     case CommandKind::who:
         return m_report.roster(m_participant.meetingName(), people());
+    case CommandKind::cluster:
+        return tellCluster();
+    case CommandKind::drain:
+        return drain();
     case CommandKind::lead:
         return askForLead();
     case CommandKind::give:
@@ -123,6 +127,8 @@ void Party::answer(const Command &command) {
     const vintok::TCPAddress address = caller->second;
     m_callers.erase(caller);
     const bool accepts = command.kind == CommandKind::accept;
+    if (accepts && m_seat && !m_seat->admits(address))
+        return m_report.problem("there is no room for the caller");
     if (!(accepts ? m_participant.acceptCall(address) : m_participant.rejectCall(address)))
         m_report.problem("the caller is gone");
 }
@@ -149,13 +155,17 @@ void Party::answerForLead(bool give) {
 void Party::tick() {
     ++m_seconds;
     m_files.tick();
+    tellMissing();
+    if (m_seat)
+        m_seat->tick();
     if (m_offer) {
         m_offer->passages.tick();
         m_offer->report.tick();
     }
     if (m_stage == Stage::leaving && --m_patience == 0)
         return part();
-    if (m_stage == Stage::calling && m_options.patience != 0 && m_seconds >= m_options.patience)
+    if (m_stage == Stage::calling && m_options.patience != 0 &&
+        m_seconds >= m_callBegan + m_options.patience)
         return giveUp("did not answer in time");
     if (m_options.keepAlive != 0 && m_seconds % m_options.keepAlive == 0)
         m_participant.sendAllKeepAlive();

@@ -44,12 +44,11 @@ void Party::setCallbacks() {
         of(p).leadAnswered(length != 0 && *answer != 0);
     });
     m_participant.setRingingCB([](Library *p, const std::string &, const Called &) {
-        of(p).m_report.call(CallEvent::ringing, of(p).whom());
+        if (!of(p).m_hosts || !of(p).m_hosts->isAgain())
+            of(p).m_report.call(CallEvent::ringing, of(p).whom());
     });
-    m_participant.setAcceptedCB([](Library *p, const std::string &, const Called &) {
-        of(p).enter(Stage::meeting);
-        of(p).m_report.call(CallEvent::accepted, of(p).whom());
-    });
+    m_participant.setAcceptedCB(
+        [](Library *p, const std::string &, const Called &) { of(p).accepted(); });
     m_participant.setRejectedCB([](Library *p, const std::string &, const Called &) {
         of(p).callEnds(CallEvent::rejected, "has rejected the call");
     });
@@ -60,6 +59,9 @@ void Party::setCallbacks() {
         [](Library *p, const std::string &, const Called &) { of(p).callBreaks(); });
     m_participant.setTurnedAwayCB(
         [](Library *p, const Entry &e, const char *why, void *) { of(p).turnedAway(e, why); });
+    m_participant.setMessageCB([](Library *p, const Entry &e, vintok::TCPMessage &message, void *) {
+        return of(p).told(e, message);
+    });
     setTunnelCallbacks();
     m_participant.setVersionCB([](Library *p, const std::string &, const Called &) {
         // A stranger that calls us with an old version is turned away without a word.
@@ -75,11 +77,15 @@ void Party::setTunnelCallbacks() {
     });
     m_participant.setProxyCB([](Library *p, const std::string &, unsigned short,
                                 const std::string &, unsigned short, const std::string &,
-                                unsigned int retries,
-                                const std::string &) { of(p).m_tunnelCall->challenged(retries); });
+                                unsigned int retries, const std::string &) {
+        if (of(p).m_tunnelCall)
+            of(p).m_tunnelCall->challenged(retries);
+    });
     m_participant.setRedirectCB([](Library *p, const std::string &name, unsigned short port,
                                    const std::string &, unsigned short, const std::string &,
                                    unsigned int retries, const std::string &) {
+        if (!of(p).m_tunnelCall)
+            return of(p).sentOn(name, port, retries);
         p->setMUXRedirected(true); // from now on each one costs a retry
         of(p).m_tunnelCall->redirected(name, port, retries);
     });
@@ -107,6 +113,8 @@ void Party::callPending(const vintok::ConferenceRosterEntry &entry) {
         m_participant.rejectCall(entry);
         return;
     }
+    if (m_seat && !m_seat->admits(entry))
+        return;
     if (m_options.answer == Answer::yes) {
         m_participant.acceptCall(entry);
         return;
@@ -128,7 +136,10 @@ void Party::joined(const vintok::ConferenceRosterEntry &entry) {
     // A guest has one connection. Whoever else claims to host is a name in the roster.
     if (m_options.role == Role::join && person.host && person.connection != -1)
         m_host = person.connection;
-    m_report.joined(person);
+    if (m_seat)
+        m_seat->joined(entry);
+    if (!wasThere(person))
+        m_report.joined(person);
     tellSecurity(person);
 }
 
@@ -136,11 +147,16 @@ void Party::left(const vintok::ConferenceRosterEntry &entry) {
     const Person person = personOf(entry, m_participant.isHidingIPsRequired());
     m_people.remove(person);
     m_files.left(person);
+    m_whereabouts.left({person.address, person.port});
+    if (m_seat)
+        m_seat->left(entry);
     if (m_stage == Stage::leaving)
         return; // it is this party that leaves
     m_report.left(person);
     if (m_host != -1 && person.connection == m_host) {
         tellBreak();
+        if (comesBack())
+            return; // `goOn` sees to it
         if (!m_hostBreak.empty())
             return fail("the connection to the host was broken off: " + m_hostBreak);
         meetingEnds("The host has left: the meeting is over.");
@@ -166,6 +182,8 @@ void Party::changed(const vintok::ConferenceRosterEntry &entry) {
     Person person = personOf(entry, m_participant.isHidingIPsRequired());
     if (person.address == me.address && person.port == me.port)
         person = me;
+    if (m_seat)
+        m_seat->changed();
     const Person *known = m_people.find({person.address, person.port});
     if (known && !(*known == person)) {
         const Person before = *known;
@@ -241,6 +259,7 @@ std::vector<Person> Party::people() const {
             if (!person.channel.value_or("").empty() && !secureServer().empty())
                 *person.channel += " to " + secureServer();
         }
+        person.at = hostOf(person);
     }
     return people;
 }
@@ -253,7 +272,11 @@ void Party::callFails(CallEvent event, const std::string &failure) {
     if (m_stage != Stage::calling)
         return;
     m_report.call(event, whom());
-    fail(failure);
+    if (!m_hosts)
+        return fail(failure);
+    m_hosts->failed(failure);
+    m_isUnderWay = false;
+    m_turnedAway.clear();
 }
 
 // The connection of the call is gone.
@@ -295,6 +318,7 @@ std::string Party::tellBreak() {
 }
 
 void Party::giveUp(const std::string &reason) {
+    m_hosts.reset();
     callEnds(CallEvent::noAnswer, reason);
     m_participant.hangup();
 }

@@ -34,6 +34,7 @@ struct Person {
     // plain.
     bool leader = false;
     std::optional<std::string> channel;
+    std::string at; // the host, where the meeting has several
 
     std::string shownAddress() const { return hidden ? hiddenAddress : address; }
 

@@ -1,5 +1,6 @@
 #include "Report.h"
 
+#include "ClusterText.h"
 #include "Palette.h"
 #include "ProgressLine.h"
 #include "Text.h"
@@ -57,6 +58,8 @@ JsonLine partyOf(const Person &person) {
         .text("email", person.email)
         .text("title", person.title)
         .text("phone", person.phone);
+    if (!person.at.empty())
+        party.text("at", person.at);
     if (!person.channel)
         return party.nothing("encrypted");
     return party.flag("encrypted", !person.channel->empty()).text("channel", *person.channel);
@@ -85,6 +88,12 @@ std::string quotedMeeting(const std::string &meeting) {
 
 std::string placeOf(const Person &person) {
     return person.shownAddress() + " port " + std::to_string(person.port);
+}
+
+std::string padded(const std::string &name) {
+    std::string text = printable(name, nameLimit);
+    text.resize(std::max(text.size(), longestPaddedName), ' ');
+    return text;
 }
 
 // By CallEvent.
@@ -190,14 +199,29 @@ void Report::roster(const std::string &meeting, const std::vector<Person> &peopl
 }
 
 std::string Report::rosterLine(const Person &person) const {
-    std::string name = printable(person.name, nameLimit);
-    name.resize(std::max(name.size(), longestPaddedName), ' ');
-    return "  " + paint(name, person) + "  " + colourText(person.colour) + "  " + placeOf(person) +
+    return "  " + paint(padded(person.name), person) + "  " + colourText(person.colour) + "  " +
+           placeOf(person) + (person.at.empty() ? "" : "  at " + printable(person.at, nameLimit)) +
            (person.host ? "  host" : "") + (person.leader ? "  leader" : "") +
            (person.self ? "  you" : "") +
            (person.channel && !person.channel->empty()
                 ? "  encrypted: " + printable(*person.channel)
                 : "");
+}
+
+void Report::hosts(const std::string &meeting, const std::vector<vintok::ClusterHost> &hosts,
+                   const vintok::ClusterMetrics &metrics) const {
+    std::vector<JsonLine> list;
+    std::string lines;
+    for (const vintok::ClusterHost &host : hosts) {
+        list.push_back(JsonLine().fields(fieldsOf(host)));
+        lines += "\n  " + padded(host.name) + "  " + printable(textOf(host));
+    }
+    tell(JsonLine("cluster")
+             .text("meeting", meeting)
+             .list("hosts", list)
+             .object("crossed", JsonLine().fields(fieldsOf(metrics))),
+         "The hosts of the meeting" + quotedMeeting(meeting) + ':' + lines + '\n' +
+             textOf(metrics));
 }
 
 // ---- What is said ----

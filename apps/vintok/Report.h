@@ -8,6 +8,8 @@
 #include "JsonLine.h"
 #include "Person.h"
 
+#include <vintok-cluster/Cluster.h>
+
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -65,6 +67,9 @@ public:
     // Somebody's file is not stored.
     void fileRefused(const FileNews &file, const std::string &reason) const;
     void roster(const std::string &meeting, const std::vector<Person> &people) const;
+    // The hosts of a meeting that has several, and what has crossed between them.
+    void hosts(const std::string &meeting, const std::vector<vintok::ClusterHost> &hosts,
+               const vintok::ClusterMetrics &metrics) const;
     void help(const std::string &heading, const std::vector<CommandHelp> &commands) const;
     void notice(const Notice &notice) const;
     // Something that was asked for did not work; the run goes on.

@@ -24,6 +24,7 @@ struct Options {
     bool accepts = false;              // this is a host: `wait` is for callers
     std::optional<std::uint32_t> wait; // milliseconds, for a peer that may be without TLS
     std::string name;                  // that the other side's certificate must be for
+    bool namesCalled = false;          // that name is of whom the first call goes to
 
     bool wanted() const {
         return !certificate.empty() || !key.empty() || !roots.empty() || systemRoots ||
@@ -33,6 +34,9 @@ struct Options {
 
 // For every connection from here on. False with the reason.
 bool start(const Options &options, std::string &failure);
+
+// The next calls go to somebody of another name.
+void expect(const Options &options, const std::string &name);
 
 struct Break {
     std::string reason; // empty when no connection was broken off

@@ -17,9 +17,7 @@ vintok::TLSTransport &transport() {
     return one;
 }
 
-} // namespace
-
-bool start(const Options &options, std::string &failure) {
+vintok::TLSOptions settingsOf(const Options &options, const std::string &name) {
     vintok::TLSOptions tls;
     tls.certificateFile = options.certificate;
     tls.keyFile = options.key;
@@ -28,15 +26,26 @@ bool start(const Options &options, std::string &failure) {
     tls.demandCertificate = options.demandsCertificate;
     tls.required = options.required;
     tls.FIPSOnly = options.approvedOnly;
-    tls.expectedName = options.name;
+    tls.expectedName = name;
     tls.acceptWait = options.accepts ? options.wait.value_or(tls.acceptWait) : tls.acceptWait;
     tls.connectWait = options.accepts ? tls.connectWait : options.wait.value_or(tls.connectWait);
+    return tls;
+}
+
+} // namespace
+
+bool start(const Options &options, std::string &failure) {
     transport().setConnectsUnnamed(!options.plainFirst);
-    if (transport().open(tls) && vintok::setTransport(&transport()) &&
+    if (transport().open(settingsOf(options, options.name)) && vintok::setTransport(&transport()) &&
         vintok::setBackgroundTransport(&transport()))
         return true;
     failure = withLastFailure("cannot use TLS");
     return false;
+}
+
+void expect(const Options &options, const std::string &name) {
+    if (options.wanted() && options.namesCalled)
+        transport().open(settingsOf(options, name));
 }
 
 Break takeBreak() {

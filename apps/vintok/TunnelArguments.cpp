@@ -90,11 +90,9 @@ void addServers(CLI::App &app, TunnelOptions &tunnel, const std::string &multipl
         }
         tunnel.meetingID = text;
     };
-    multiplexer->needs(
-        app.add_option_function<std::string>("--meeting-id", setMeeting,
-                                             "The meeting, as the multiplexer knows it")
-            ->type_name("ID")
-            ->needs(multiplexer));
+    app.add_option_function<std::string>("--meeting-id", setMeeting,
+                                         "The meeting, as the multiplexer knows it, or its hosts")
+        ->type_name("ID");
     addServer(app, "--proxy", tunnel.proxy, proxyPort, proxyHelp)->needs(multiplexer);
     addCredentials(app, tunnel, multiplexer);
 }
@@ -129,12 +127,13 @@ void addOfferOptions(CLI::App &app, Options &options) {
 bool finishTunnelOptions(Options &options, std::string &text) {
     TunnelOptions &tunnel = options.tunnel;
     secure::Options &secure = options.secure;
+    secure.namesCalled = secure.name.empty() && !tunnel.wanted();
     if (secure.name.empty())
         secure.name = tunnel.wanted() ? tunnel.multiplexer.host : options.target.host;
     secure.plainFirst = !tunnel.proxy.host.empty();
     if (!tunnel.wanted()) {
-        text = "a target is required: whom to call, or a multiplexer with --mux";
-        return !options.target.host.empty();
+        text = "a target is required: whom to call, a multiplexer with --mux, or --cluster";
+        return !options.target.host.empty() || !options.cluster.servers.empty();
     }
     if (!tunnel.proxy.host.empty() && !options.target.host.empty()) {
         text = "through a proxy a multiplexer learns the meeting identifier alone: leave '" +

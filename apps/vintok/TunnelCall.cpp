@@ -167,6 +167,10 @@ void TunnelCall::challenged(unsigned int retries) {
 
 void TunnelCall::redirected(const std::string &name, unsigned short port, unsigned int retries) {
     const Target to{name, port};
+    if (m_opened) {
+        m_sentOn = to.text();
+        return;
+    }
     Notice notice;
     notice.event = "redirected";
     notice.sentence = "It sends the call on to " + to.text() + '.';
@@ -198,6 +202,9 @@ std::string TunnelCall::secureServer() const {
 }
 
 std::string TunnelCall::failure() const {
+    if (!m_sentOn.empty())
+        return "the host is full, and sends the call on to " + m_sentOn +
+               ", which is to be called without a multiplexer";
     if (m_opened && m_secure && !m_reply.encryption.empty() && secureServer().empty())
         return who() + " goes on without TLS, which is required";
     if (!m_anyAnswer || vintok::isHTTPSuccess(m_status))

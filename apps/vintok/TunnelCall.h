@@ -73,6 +73,7 @@ private:
     bool m_silent = false; // the last answer has no text
     bool m_paused = false; // and its server is still there
     bool m_opened = false; // the multiplexer has let the call through
+    std::string m_sentOn;  // where the host behind it sends the call
     ServerReply m_reply;
 };
 

@@ -54,6 +54,7 @@ public:
     virtual bool sendToAuthority(const TCPAddress &sender, const unsigned char *frame,
                                  std::size_t length) = 0;
 
+    // Whether it is this host that has authority.
     virtual bool hasAuthority() const = 0;
     // For the host that has authority: this party leads now.
     virtual void leaderChanged(const TCPAddress &leader) = 0;

@@ -428,7 +428,7 @@ public:
 
     // A host sends the whole roster to who is new, and to the others only the entries that have
     // changed since they were sent last, instead of the whole roster to everybody at each change.
-    // What changes within 20 milliseconds is sent together.
+    // What changes within 20 milliseconds, longer among thousands, is sent together.
     void setRosterByDifferences(bool on);
 
     // Takes messages only from those from whom they can come: hello, request to join, answer to a

@@ -114,11 +114,13 @@ void ConferenceParticipant::Crossing::giveUpForTwin(ConferenceParticipant &owner
                                                     ConferenceRosterEntry *peer) {
     TempRosterEntry *call = owner._getPending(peer->descriptor());
     const ConferenceRosterEntry *twin = Roster::getTwin(owner, peer);
-    if (call == nullptr || twin == nullptr || twin->isShadow() ||
-        owner._getPending(twin->descriptor()) != nullptr)
+    TempRosterEntry *kept = twin != nullptr ? owner._getPending(twin->descriptor()) : nullptr;
+    if (kept != nullptr)
+        kept->m_isCrossed = true; // the party's own goes in its favour
+    if (call == nullptr || twin == nullptr || twin->isShadow() || kept != nullptr)
         return;
     if (!twin->doBroadcast())
-        Ending::loseCall(call, *peer);
+        Ending::loseCall(owner, call, *peer);
     else if (std::find(owner._attendees.begin(), owner._attendees.end(), peer) <
              std::find(owner._attendees.begin(), owner._attendees.end(), twin))
         answerCall(owner, call, *peer); // the call was placed before the party joined
@@ -143,6 +145,7 @@ void ConferenceParticipant::Crossing::endCrossing(ConferenceParticipant &owner,
             !entry->doBroadcast() && !entry->isProxyConnection())
             owner.mf_hangup(entry);
     });
+    Ending::endLost(owner);
 }
 
 void ConferenceParticipant::Crossing::answerCall(ConferenceParticipant &owner,

@@ -107,7 +107,10 @@ bool ConferenceParticipant::mf_hangup(ConferenceRosterEntry *peer) {
         return false; // a callback hung up
     if (saysGoodbye)
         sendByte(peer->descriptor(), TCP_hangup, 0);
-    return Ending::dropConnection(*this, peer);
+    const bool dropped = Ending::dropConnection(*this, peer);
+    if (_workings->hangups == 0)
+        Ending::endLost(*this);
+    return dropped;
 }
 
 // As `mf_hangup`; but when it is a member that has to go, everybody hears that it has left.
@@ -146,6 +149,23 @@ bool ConferenceParticipant::Ending::endCall(ConferenceParticipant &owner, TempRo
     if (owner._isListed(call))
         owner._removePending(call);
     return outcome != OUTCOME_AUTHENTICATE;
+}
+
+// A call whose connection has died stays until `hangup`; but not where nobody is left, where
+// somebody else hosts, or where the called party had called as well and has no connection any more:
+// nothing can come of it then.
+void ConferenceParticipant::Ending::endLost(ConferenceParticipant &owner) {
+    const bool all = owner._attendees.empty() || (owner._self.isMeeting() && !owner._self.isHost());
+    const auto isKnown = [&](const TempRosterEntry &call) {
+        return std::any_of(owner._attendees.begin(), owner._attendees.end(), [&](const auto *each) {
+            return each != nullptr && *each == call.m_lostParty;
+        });
+    };
+    const std::vector<TempRosterEntry *> calls = owner._pending;
+    for (TempRosterEntry *call : calls)
+        if (owner._isListed(call) && call->m_isLost &&
+            (all || (call->m_isCrossed && !isKnown(*call))))
+            endCall(owner, call);
 }
 
 void ConferenceParticipant::Ending::tellNoAnswer(ConferenceParticipant &owner,
@@ -210,6 +230,8 @@ void ConferenceParticipant::_handleHangup(ConferenceRosterEntry *peer) {
         if (nobodyLeft && !Linking::isLinked(*this))
             hangup();
     }
+    if (_workings->hangups == 0)
+        Ending::endLost(*this);
     if (kept)
         _tell(_leaveCB, copy); // last: the roster stands without the party by now
 }
@@ -271,7 +293,7 @@ bool ConferenceParticipant::Ending::removeAttendee(ConferenceParticipant &owner,
     // A call whose connection has gone stays listed, so that its address is not called again; but
     // the next owner of the descriptor's number is not its answer.
     if (TempRosterEntry *call = owner._getPending(entry->descriptor()))
-        loseCall(call, *entry);
+        loseCall(owner, call, *entry);
     const auto isMember = [](const ConferenceRosterEntry *other) {
         return other != nullptr && other->doBroadcast();
     };
@@ -281,9 +303,13 @@ bool ConferenceParticipant::Ending::removeAttendee(ConferenceParticipant &owner,
     return true;
 }
 
-void ConferenceParticipant::Ending::loseCall(TempRosterEntry *call, const TCPAddress &party) {
+void ConferenceParticipant::Ending::loseCall(const ConferenceParticipant &owner,
+                                             TempRosterEntry *call,
+                                             const ConferenceRosterEntry &party) {
     call->setAssociatedDescriptor(-1);
     call->m_lostParty = party;
+    call->m_isLost = true;
+    call->m_isCrossed = call->m_isCrossed || Roster::getTwin(owner, &party) != nullptr;
 }
 
 } // namespace vintok

@@ -364,12 +364,14 @@ struct ConferenceParticipant::Ending {
     static void leaveMeeting(ConferenceParticipant &owner);
     static void dismiss(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool endCall(ConferenceParticipant &owner, TempRosterEntry *call);
+    static void endLost(ConferenceParticipant &owner);
     static void tellNoAnswer(ConferenceParticipant &owner, const TempRosterEntry &call);
     static void readFailed(ConferenceParticipant &owner, ConferenceRosterEntry *peer, bool closed);
     static ConferenceRosterEntry *findDead(ConferenceParticipant &owner);
     static bool dropConnection(ConferenceParticipant &owner, ConferenceRosterEntry *peer);
     static bool removeAttendee(ConferenceParticipant &owner, ConferenceRosterEntry *entry);
-    static void loseCall(TempRosterEntry *call, const TCPAddress &party);
+    static void loseCall(const ConferenceParticipant &owner, TempRosterEntry *call,
+                         const ConferenceRosterEntry &party);
 };
 
 struct ConferenceParticipant::Files {

@@ -67,6 +67,8 @@ private:
     TCPAddress m_lostParty; // who had answered on the connection that was lost
     int m_associatedDescriptor = -1;
     bool m_isStarted = false; // by `startCall`
+    bool m_isLost = false;    // its connection has died
+    bool m_isCrossed = false; // the called party has called as well
 };
 
 } // namespace vintok

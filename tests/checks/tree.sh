@@ -99,7 +99,7 @@ sources apps | xargs -r grep -oE '^#include "(vintok|platform)/[^"]+"|^#include 
     done | faults "a program reaches behind the public headers"
 
 # What programs share has a folder of its own, and a header's name one place that it can mean.
-shared='apps/text apps/http apps/control-text apps/guards apps/inbox apps/record'
+shared='apps/text apps/http apps/control-text apps/guards apps/inbox apps/record apps/cluster'
 for program in apps/vintok apps/ConferenceControl apps/multiplexer $shared; do
     grep -hoE '^#include "[^"/]+"' "$program"/*.cpp "$program"/*.h 2>/dev/null | cut -d'"' -f2 | sort -u |
         while read -r included; do
@@ -178,7 +178,7 @@ fresh { statement = $0; statement_indent = indent }
 lines() { { sources "$@" && find "$@" -name '*.py'; } | xargs cat | grep -c '[^[:space:]]'; }
 tests=$(lines tests)
 share=$((100 * tests / (tests + $(lines src apps python))))
-[ "$share" -le 34 ] || faults "tests" <<<"$share % of src, apps, python and tests are tests; 34 % may be"
+[ "$share" -le 33 ] || faults "tests" <<<"$share % of src, apps, python and tests are tests; 33 % may be"
 
 # --- text
 

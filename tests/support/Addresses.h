@@ -2,10 +2,9 @@
 #ifndef VINTOK_TESTS_SUPPORT_ADDRESSES_H
 #define VINTOK_TESTS_SUPPORT_ADDRESSES_H
 
+#include "support/Matchers.h"
 #include "support/Wire.h"
 #include "vintok/TCPAddress.h"
-
-#include <gtest/gtest.h>
 
 #include <array>
 #include <cstring>

@@ -1,6 +1,5 @@
 #include "support/ChildProcess.h"
 
-#include <algorithm>
 #include <chrono>
 
 namespace vintok::test {
@@ -10,6 +9,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr unsigned int turnMs = 10;
+
+// What the machine's owner may have set for runs by hand.
+constexpr const char *ownersSettings[] = {"VINTOK_ERROR_LOG_LEVEL",
+                                          "VINTOK_ERROR_LOG_FILE",
+                                          "VINTOK_ERROR_PRINT",
+                                          "CONFERENCE_PARTICIPANT_DEBUG",
+                                          "CONFERENCE_ROSTER_DEBUG",
+                                          "QOR_INSTALL",
+                                          "PROOT",
+                                          "CONFERENCE_CONTROL_DEBUG",
+                                          "NO_COLOR",
+                                          "TCP_MESSAGE_DEBUG"};
 
 // Reads all that is there, waiting at most so long for the first bytes.
 bool readAll(std::intptr_t pipe, std::string &text, unsigned int milliseconds) {
@@ -32,11 +43,13 @@ std::vector<ChildProcess *> &children() {
 
 } // namespace
 
-ChildProcess::ChildProcess(std::vector<std::string> arguments, Environment environment)
+ChildProcess::ChildProcess(std::vector<std::string> arguments, const Environment &environment)
     : m_arguments(arguments) {
     platform::ProcessStart start;
     start.arguments = std::move(arguments);
-    start.environment = std::move(environment);
+    for (const char *name : ownersSettings)
+        start.environment.emplace_back(name, std::nullopt);
+    start.environment.insert(start.environment.end(), environment.begin(), environment.end());
     start.input = start.output = start.error = platform::ChildStream::pipe;
     platform::startProcess(start, m_process, m_failure);
     children().push_back(this);
@@ -57,10 +70,6 @@ bool ChildProcess::type(const std::string &line) {
         rest.erase(0, static_cast<std::size_t>(count));
     }
     return rest.empty();
-}
-
-void ChildProcess::endInput() {
-    platform::closePipe(m_process.input);
 }
 
 testing::AssertionResult ChildProcess::printed(const std::string &text, std::string *line) {
@@ -145,10 +154,6 @@ int ChildProcess::exitCode(unsigned int milliseconds) {
     }
     collect(0);
     return m_process.ended ? m_process.exitCode : -1;
-}
-
-bool ChildProcess::interrupt() {
-    return platform::interruptProcess(m_process);
 }
 
 void ChildProcess::kill() {

@@ -9,10 +9,10 @@
 #define VINTOK_TESTS_CHILDPROCESS_H
 
 #include "platform/Process.h"
+#include "support/Matchers.h"
 
 #include <cstddef>
 #include <functional>
-#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,14 +20,23 @@
 
 namespace vintok::test {
 
+using Arguments = std::vector<std::string>;
+
+// These, and those behind them.
+inline Arguments with(Arguments arguments, const Arguments &more) {
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return arguments;
+}
+
 class ChildProcess {
 public:
     using Environment = std::vector<std::pair<std::string, std::optional<std::string>>>;
     // Long enough for a loaded machine; nothing waits longer than its condition needs.
     static constexpr unsigned int patienceMs = 20000;
 
-    // The first argument is the program. All three standard streams are pipes to this object.
-    explicit ChildProcess(std::vector<std::string> arguments, Environment environment = {});
+    // The first argument is the program. All three standard streams are pipes to this object. What
+    // the library's programs read of the environment is not passed on but set here.
+    explicit ChildProcess(std::vector<std::string> arguments, const Environment &environment = {});
     ~ChildProcess();
     ChildProcess(const ChildProcess &) = delete;
     ChildProcess &operator=(const ChildProcess &) = delete;
@@ -37,7 +46,7 @@ public:
 
     // Writes the line and its end. False when the child no longer reads.
     bool type(const std::string &line);
-    void endInput();
+    void endInput() { platform::closePipe(m_process.input); }
 
     // Waits until a line of the standard output contains `text`, or holds what `wanted` asks, and
     // takes all lines up to that one: the next wait begins behind it. `line` gets it.
@@ -52,7 +61,7 @@ public:
     int exitCode(unsigned int milliseconds = patienceMs);
     // The same: it ends with this code, having said why on standard error.
     testing::AssertionResult ends(int code, const std::string &why = "");
-    bool interrupt();
+    bool interrupt() { return platform::interruptProcess(m_process); }
     // Ends it by force and waits for that end.
     void kill();
 

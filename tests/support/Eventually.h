@@ -2,9 +2,9 @@
 #define VINTOK_TESTS_SUPPORT_EVENTUALLY_H
 
 #include "platform/Thread.h"
+#include "support/Matchers.h"
 
 #include <chrono>
-#include <gtest/gtest.h>
 
 namespace vintok::test {
 

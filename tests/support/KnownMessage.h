@@ -7,7 +7,6 @@
 #include "vintok/TCPMessageBase.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
 
 namespace vintok::test {
 

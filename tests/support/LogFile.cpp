@@ -15,14 +15,6 @@ LogFile::~LogFile() {
     setLogFileName("");
 }
 
-std::string LogFile::text() const {
-    return textOf(m_path);
-}
-
-int LogFile::entries(const std::string &message) const {
-    return occurrences(text(), "\n{\n" + message + "\n}\n");
-}
-
 std::string textOf(const std::string &path) {
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};

@@ -2,12 +2,19 @@
 #ifndef VINTOK_TESTS_SUPPORT_LOGFILE_H
 #define VINTOK_TESTS_SUPPORT_LOGFILE_H
 
+#include "support/Matchers.h"
 #include "support/TemporaryFolder.h"
 #include "vintok/TCPStream.h"
 
 #include <string>
 
 namespace vintok::test {
+
+// What a text file holds, with its lines ending as everywhere.
+std::string textOf(const std::string &path);
+
+// How often the part is in the text.
+int occurrences(const std::string &text, const std::string &part);
 
 class LogFile {
 public:
@@ -16,9 +23,11 @@ public:
     LogFile(const LogFile &) = delete;
     LogFile &operator=(const LogFile &) = delete;
 
-    std::string text() const;
+    std::string text() const { return textOf(m_path); }
     // How many entries consist of exactly this message.
-    int entries(const std::string &message) const;
+    int entries(const std::string &message) const {
+        return occurrences(text(), "\n{\n" + message + "\n}\n");
+    }
     bool has(const std::string &message) const { return entries(message) > 0; }
 
 private:
@@ -26,12 +35,6 @@ private:
     const std::string m_path = m_folder.path("log");
     LogLevel m_before;
 };
-
-// What a text file holds, with its lines ending as everywhere.
-std::string textOf(const std::string &path);
-
-// How often the part is in the text.
-int occurrences(const std::string &text, const std::string &part);
 
 } // namespace vintok::test
 

@@ -2,7 +2,6 @@
 
 #include "platform/Thread.h"
 #include "support/WirePeer.h"
-#include "vintok/TCPStream.h"
 
 #include <algorithm>
 #include <cctype>
@@ -23,14 +22,6 @@ unsigned short freshPort() {
     static unsigned next = platform::currentProcessId() % 200 * 100;
     next = (next + 1) % 20000;
     return static_cast<unsigned short>(10000 + next);
-}
-
-Meeting::Meeting() {
-    init();
-}
-
-Meeting::~Meeting() {
-    fini();
 }
 
 bool Meeting::turn() {

@@ -3,10 +3,11 @@
 #ifndef VINTOK_TESTS_SUPPORT_MEETING_H
 #define VINTOK_TESTS_SUPPORT_MEETING_H
 
+#include "support/Matchers.h"
 #include "vintok/TCPSelect.h"
+#include "vintok/TCPStream.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -19,8 +20,8 @@ unsigned short freshPort();
 
 class Meeting {
 public:
-    Meeting();
-    ~Meeting();
+    Meeting() { init(); }
+    ~Meeting() { fini(); }
     Meeting(const Meeting &) = delete;
     Meeting &operator=(const Meeting &) = delete;
 

@@ -34,8 +34,7 @@ public:
     Handshake handshake = Handshake::works;
 
     bool takesDescriptors = true; // what addSecureDescriptor answers
-    bool givesDescriptorsBack = true;
-    bool answersPending = true;
+    bool givesDescriptorsBack = true, answersPending = true;
     std::size_t recordSize = 1000; // what a send puts in one record, at most
 
     // What it was asked to do, in order: "add 5", "connect 5 example.org", "connect 5 (nobody)",

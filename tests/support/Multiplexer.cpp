@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <gtest/gtest.h>
 
 namespace vintok::test {
 
@@ -25,13 +24,6 @@ int openSocket() {
 
 const unsigned char *raw(const std::string &bytes) {
     return reinterpret_cast<const unsigned char *>(bytes.data());
-}
-
-std::vector<std::string> command(const std::vector<std::string> &options, unsigned short port) {
-    std::vector<std::string> all = {MULTIPLEXER, "--listen", "127.0.0.1", "--port",
-                                    std::to_string(port)};
-    all.insert(all.end(), options.begin(), options.end());
-    return all;
 }
 
 } // namespace
@@ -103,18 +95,10 @@ std::string Client::answer() {
     return head;
 }
 
-std::string Client::rest() {
-    return receives(1 << 16);
-}
-
 bool Client::seesTheEnd() {
     unsigned char byte = 0;
     return m_descriptor == -1 ||
            (waits(ChildProcess::patienceMs) && platform::receive(m_descriptor, &byte, 1) <= 0);
-}
-
-bool Client::hasBytes() {
-    return waits(0);
 }
 
 bool Client::waits(unsigned int milliseconds) {
@@ -169,7 +153,8 @@ void Called::stops() {
 // ---- The program ----
 
 Multiplexer::Multiplexer(const std::vector<std::string> &options, unsigned short port)
-    : ChildProcess(command(options, port)) {
+    : ChildProcess(
+          with({MULTIPLEXER, "--listen", "127.0.0.1", "--port", std::to_string(port)}, options)) {
     std::string line;
     EXPECT_TRUE(printed("listening on 127.0.0.1 port ", &line)) << story();
     m_port = static_cast<unsigned short>(std::atoi(line.c_str() + line.rfind(' ')));

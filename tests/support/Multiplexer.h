@@ -37,9 +37,9 @@ public:
     std::string receives(std::size_t length);
     std::string takes();  // what comes next, however much it is; empty at the end
     std::string answer(); // the head of a reply
-    std::string rest();   // up to the end
+    std::string rest() { return receives(1 << 16); } // up to the end
     bool seesTheEnd();
-    bool hasBytes();
+    bool hasBytes() { return waits(0); }
     void endsSending();
     void resets();
     void closes();

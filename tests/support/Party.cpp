@@ -143,18 +143,10 @@ Party::Party(Meeting &meeting, const std::string &name, Reach reach)
     me.setServerResponseCB(onServerResponse);
 }
 
-Party::~Party() {
-    dies();
-}
-
 std::string Party::ip() const {
     std::string text;
     m_participant->address().ipString(text, false);
     return text;
-}
-
-unsigned short Party::port() const {
-    return m_participant->address().hostByteOrderPort();
 }
 
 void Party::screensCalls() {
@@ -204,14 +196,6 @@ testing::AssertionResult Party::meets(WirePeer &other) {
     if (!asked || !other.sends(id::joinReply, {1}))
         return asked;
     return m_meeting.until([&] { return told(joins) > before; }, m_name + " hears " + joins);
-}
-
-bool Party::accepts(const WirePeer &caller) {
-    return m_participant->acceptCall(addressOf(caller));
-}
-
-bool Party::rejects(const WirePeer &caller) {
-    return m_participant->rejectCall(addressOf(caller));
 }
 
 bool Party::says(const std::string &text) {

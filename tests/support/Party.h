@@ -8,7 +8,6 @@
 #include "vintok/ConferenceParticipant.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,6 +18,8 @@ namespace vintok::test {
 // The others in a meeting: name and colour.
 using Roster = std::map<std::string, int>;
 
+TCPAddress addressOf(const WirePeer &peer);
+
 class Party {
 public:
     // Whom a party listens for, on a port of its own choice. By default for this machine, which
@@ -26,7 +27,7 @@ public:
     // because there is no IPv6, for everybody.
     enum class Reach { thisMachine, everybody };
     Party(Meeting &meeting, const std::string &name, Reach reach = Reach::thisMachine);
-    ~Party();
+    ~Party() { dies(); }
     Party(const Party &) = delete;
     Party &operator=(const Party &) = delete;
 
@@ -34,7 +35,7 @@ public:
     ConferenceParticipant &participant() const { return *m_participant; }
     const std::string &name() const { return m_name; }
     std::string ip() const;
-    unsigned short port() const;
+    unsigned short port() const { return m_participant->address().hostByteOrderPort(); }
 
     // Calls are admitted at once unless the party screens them, and so with the other two.
     void screensCalls();
@@ -51,8 +52,8 @@ public:
     // Calls and waits until both are in the meeting.
     testing::AssertionResult meets(Party &other);
     testing::AssertionResult meets(WirePeer &other);
-    bool accepts(const WirePeer &caller);
-    bool rejects(const WirePeer &caller);
+    bool accepts(const WirePeer &caller) { return m_participant->acceptCall(addressOf(caller)); }
+    bool rejects(const WirePeer &caller) { return m_participant->rejectCall(addressOf(caller)); }
     bool says(const std::string &text);
     void leaves();
     // The participant is destroyed: its connections close without a goodbye.
@@ -95,8 +96,6 @@ private:
 
 // Makes everybody a member of one meeting that `host` hosts, and waits until all see all.
 testing::AssertionResult gather(Party &host, const std::vector<Party *> &members);
-
-TCPAddress addressOf(const WirePeer &peer);
 
 } // namespace vintok::test
 

@@ -6,36 +6,19 @@ namespace vintok::test {
 
 namespace {
 
-// What the machine's owner may have set for runs by hand.
-const ChildProcess::Environment cleanEnvironment = {{"VINTOK_ERROR_LOG_LEVEL", std::nullopt},
-                                                    {"VINTOK_ERROR_LOG_FILE", std::nullopt},
-                                                    {"VINTOK_ERROR_PRINT", std::nullopt},
-                                                    {"CONFERENCE_PARTICIPANT_DEBUG", std::nullopt},
-                                                    {"CONFERENCE_ROSTER_DEBUG", std::nullopt},
-                                                    {"QOR_INSTALL", std::nullopt},
-                                                    {"PROOT", std::nullopt},
-                                                    {"CONFERENCE_CONTROL_DEBUG", std::nullopt},
-                                                    {"NO_COLOR", std::nullopt}};
-
-std::vector<std::string> command(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), VINTOK_PROGRAM);
-    return arguments;
-}
-
-std::vector<std::string> quiet(std::vector<std::string> arguments) {
+Arguments quiet(Arguments arguments) {
     arguments.push_back("--json");
     if (arguments[0].find("relay-") != 0 && arguments[0] != "control")
         arguments.push_back("--local");
-    return command(std::move(arguments));
+    return with({VINTOK_PROGRAM}, arguments);
 }
 
 } // namespace
 
-Program::Program(std::vector<std::string> arguments)
-    : ChildProcess(quiet(std::move(arguments)), cleanEnvironment) {}
+Program::Program(const Arguments &arguments) : ChildProcess(quiet(arguments)) {}
 
-ChildProcess Program::plain(std::vector<std::string> arguments) {
-    return ChildProcess(command(std::move(arguments)), cleanEnvironment);
+ChildProcess Program::plain(const Arguments &arguments) {
+    return ChildProcess(with({VINTOK_PROGRAM}, arguments));
 }
 
 testing::AssertionResult Program::tells(const std::string &event,

@@ -40,10 +40,10 @@ class Program : public ChildProcess {
 public:
     // A run that is reachable from this machine only and prints JSON; `relay-...` and `join` get
     // their target as an argument.
-    explicit Program(std::vector<std::string> arguments);
+    explicit Program(const Arguments &arguments);
 
     // A run with exactly these arguments.
-    static ChildProcess plain(std::vector<std::string> arguments);
+    static ChildProcess plain(const Arguments &arguments);
 
     // Waits for an event of that kind with these fields, behind the last one that was waited for.
     testing::AssertionResult tells(const std::string &event,

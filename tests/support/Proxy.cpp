@@ -73,10 +73,6 @@ bool Proxy::start(Kind kind, bool asks) {
     return false;
 }
 
-std::string Proxy::story() const {
-    return m_process ? m_process->story() : "";
-}
-
 // Writes the configuration; the command line that uses it.
 std::vector<std::string> Proxy::prepare(Kind kind, bool asks) {
     const std::string port = std::to_string(m_port);

@@ -30,7 +30,7 @@ public:
     bool runs() const { return m_runs; }
     unsigned short port() const { return m_port; }
     std::string address() const { return "127.0.0.1:" + std::to_string(m_port); }
-    std::string story() const;
+    std::string story() const { return m_process ? m_process->story() : ""; }
 
 private:
     std::vector<std::string> prepare(Kind kind, bool asks);

@@ -4,8 +4,6 @@
 
 #include "support/Party.h"
 
-#include <gmock/gmock.h>
-
 namespace vintok::test {
 
 inline constexpr std::uint32_t hosting = state::meeting | state::host;

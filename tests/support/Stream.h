@@ -3,9 +3,8 @@
 #ifndef VINTOK_TESTS_SUPPORT_STREAM_H
 #define VINTOK_TESTS_SUPPORT_STREAM_H
 
+#include "support/Matchers.h"
 #include "vintok/TCPStream.h"
-
-#include <gmock/gmock.h>
 
 #include <string>
 

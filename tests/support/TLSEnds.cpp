@@ -3,8 +3,6 @@
 
 #include "vintok/TCPStream.h"
 
-#include <gtest/gtest.h>
-
 #include <ctime>
 #include <thread>
 

@@ -7,7 +7,6 @@
 #include "vintok-tls/TLSTransport.h"
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 

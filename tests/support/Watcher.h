@@ -2,10 +2,10 @@
 #ifndef VINTOK_TESTS_SUPPORT_WATCHER_H
 #define VINTOK_TESTS_SUPPORT_WATCHER_H
 
+#include "support/Matchers.h"
 #include "vintok/TCPStatusCallback.h"
 
 #include <functional>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 

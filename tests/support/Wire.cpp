@@ -29,10 +29,6 @@ void WireWriter::text(const std::string &value) {
     m_bytes.push_back(0);
 }
 
-void WireWriter::raw(const unsigned char *bytes, std::size_t count) {
-    m_bytes.insert(m_bytes.end(), bytes, bytes + count);
-}
-
 std::uint64_t WireReader::number(int bytes) {
     std::array<unsigned char, 8> taken = {};
     raw(taken.data(), static_cast<std::size_t>(bytes));

@@ -48,7 +48,9 @@ public:
     explicit WireWriter(Bytes &bytes) : m_bytes(bytes) {}
     void number(std::uint64_t value, int bytes);
     void text(const std::string &value);
-    void raw(const unsigned char *bytes, std::size_t count);
+    void raw(const unsigned char *bytes, std::size_t count) {
+        m_bytes.insert(m_bytes.end(), bytes, bytes + count);
+    }
 
 private:
     Bytes &m_bytes;
@@ -73,8 +75,7 @@ private:
 struct WireAddress {
     std::array<unsigned char, 16> ip = {}; // IPv4 in the last four
     std::uint32_t type = 0;
-    std::uint16_t port = 0;
-    std::uint16_t maskBits = 0;
+    std::uint16_t port = 0, maskBits = 0;
 
     static WireAddress ipv4(std::uint32_t address, std::uint16_t port);
     void write(WireWriter &writer) const;

@@ -113,14 +113,6 @@ bool WirePeer::sends(unsigned char id, const Bytes &body) {
     return sends(WireFrame{.id = id, .origin = entry.address, .body = body}.encode());
 }
 
-bool WirePeer::saysHello() {
-    return sends(id::rosterEntry, entry.encode());
-}
-
-bool WirePeer::asksToJoin() {
-    return sends(id::joinRequest, entry.encode());
-}
-
 testing::AssertionResult WirePeer::receives(unsigned char id, WireFrame *frame) {
     std::ostringstream dropped;
     bool found = false;
@@ -201,10 +193,6 @@ void WirePeer::resets() {
 
 void WirePeer::halfCloses() {
     platform::shutdownSending(m_descriptor);
-}
-
-void WirePeer::hangsUp() {
-    sends(id::hangup);
 }
 
 int WirePeer::handsOver() {

@@ -7,7 +7,6 @@
 #include "support/Wire.h"
 
 #include <deque>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -40,8 +39,8 @@ public:
     // Each returns whether the bytes could be sent.
     bool sends(const Bytes &bytes);
     bool sends(unsigned char id, const Bytes &body = {0});
-    bool saysHello();
-    bool asksToJoin();
+    bool saysHello() { return sends(id::rosterEntry, entry.encode()); }
+    bool asksToJoin() { return sends(id::joinRequest, entry.encode()); }
 
     // Waits for a frame of this kind, and drops those that came before it.
     testing::AssertionResult receives(unsigned char id, WireFrame *frame = nullptr);
@@ -68,7 +67,7 @@ public:
     void closes();     // politely at the level of the stream, without a word at ours
     void resets();     // as a crashed machine would
     void halfCloses(); // goes on reading
-    void hangsUp();    // as a party should
+    void hangsUp() { sends(id::hangup); } // as a party should
     // Gives the connection away as it stands: the caller reads and closes it from now on.
     int handsOver();
 
@@ -81,8 +80,7 @@ private:
     Meeting &m_meeting;
     int m_listener = -1;
     int m_descriptor = -1;
-    bool m_ended = false;
-    bool m_text = false;
+    bool m_ended = false, m_text = false;
     std::uint32_t m_token = 0x5EED0000;
     Bytes m_bytes;
     std::deque<WireFrame> m_frames;

@@ -1,7 +1,6 @@
 // The program that the process tests start. Its first argument says what it does.
 #include "platform/TestSockets.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <string>

@@ -44,10 +44,8 @@ using vintok::TCPServer;
 
 struct Scene {
     int members = 0;
-    bool hostSpeaks = false;
-    bool files = false;
-    std::size_t count = 0;
-    std::size_t size = 0;
+    bool hostSpeaks = false, files = false;
+    std::size_t count = 0, size = 0;
     std::filesystem::path folder;
 };
 

@@ -1,4 +1,4 @@
-// What the program itself broadcasts begins with two lines: what it is, such as "say 1", and where
+// What a program itself says begins with two lines: what it is, such as "say 1", and where
 // the party listens that speaks, as in the roster:
 //
 //     <mark>\n
@@ -11,6 +11,7 @@
 #ifndef VINTOK_APP_BODYHEAD_H
 #define VINTOK_APP_BODYHEAD_H
 
+#include <compare>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -25,7 +26,7 @@ struct Place {
     std::string address;
     unsigned short port = 0;
 
-    bool operator==(const Place &other) const = default;
+    auto operator<=>(const Place &other) const = default;
 };
 
 std::string beginBody(std::string_view mark, const Place &place);
