@@ -9,6 +9,7 @@ namespace {
 constexpr std::int64_t answerTime = 1000; // milliseconds that the engine has for an answer
 constexpr std::chrono::milliseconds again(200);
 constexpr std::chrono::seconds quietTime(2); // then it is asked whether anything is missing
+constexpr std::uint64_t mostCut = 256;       // packets that one message may take
 constexpr std::int64_t readTime = 100;       // milliseconds of one wait
 
 constexpr std::int64_t second = 1000000000; // in the engine's nanoseconds
@@ -126,7 +127,8 @@ bool JetStream::takeStream(const jsStreamInfo &info) {
     const jsStreamState &state = info.State;
     if (!m_isOpen) {
         m_past = state.LastSeq;
-        m_next = state.LastSeq + 1 - std::min<std::uint64_t>(m_history, state.LastSeq);
+        const std::uint64_t wanted = m_history != 0 ? std::uint64_t{m_history} + mostCut : 0;
+        m_next = state.LastSeq + 1 - std::min(wanted, state.LastSeq);
     } else if (info.Created != m_created || state.LastSeq + 1 < m_next) {
         complain("the stream has begun anew");
         m_next = 1;

@@ -24,7 +24,7 @@ namespace vintok::cluster {
 
 class JetStream {
 public:
-    // `history`: how many packets of the past are read first.
+    // `history`: how many messages of the past are wanted.
     JetStream(const Subjects &subjects, std::uint64_t incarnation, std::uint32_t history,
               Arrivals arrive);
     ~JetStream() { stop(); }
