@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace vintok {
@@ -155,6 +156,7 @@ struct ConferenceParticipant::LinkState {
     std::unordered_map<const ConferenceRosterEntry *, std::string> told; // what an entry says
     ConferenceRosterEntry *speaker = nullptr;                            // who spoke last elsewhere
     std::uint64_t speakerChanges = 0;                                    // `listChanges` then
+    std::unordered_set<const ConferenceRosterEntry *> recolored; // as soon as there are colours
     // Who has left while what they said last was yet to come back.
     std::deque<ConferenceRosterEntry> departed;
 };
