@@ -139,6 +139,7 @@ struct ConferenceParticipant::OutgoingFile {
     Stage stage = Stage::waits;
     std::uint64_t sent = 0;
     bool failed = false; // something did not reach somebody
+    bool atWork = false; // a callback may turn the loop meanwhile
     std::vector<Rest> rests;
     std::vector<TCPAddress> refusedBy;
 };
