@@ -112,7 +112,7 @@ void Node::takeAcknowledgements(RemoteHost &host) {
         return pair.first == m_rank.incarnation;
     });
     if (ours != taken.end() && ours->second <= m_outgoing.last()) {
-        host.acknowledged = std::max(host.acknowledged.value_or(0), ours->second);
+        host.acknowledged = ours->second;
         host.namedUs = m_now;
     } else if (m_now - host.namedUs > m_options.hostTimeout) {
         host.acknowledged.reset();
@@ -132,8 +132,10 @@ void Node::takeStream(RemoteHost &host, Reader &reader, const Packet &packet) {
 void Node::takeSnapshot(RemoteHost &host, Reader &reader) {
     if (!host.snapshot.take(reader))
         return;
-    const std::uint64_t sequence = host.snapshot.sequence;
-    if (host.incoming.counts() && sequence <= host.incoming.last())
+    const auto [sequence, first] = host.snapshot.at;
+    // As long as what is missing can be had there is no need to pass over it.
+    if (host.incoming.counts() &&
+        (sequence <= host.incoming.last() || first <= host.incoming.last() + 1))
         return;
     if (const std::uint64_t lost = host.incoming.countFrom(sequence)) {
         m_counters.lost += lost;
@@ -163,10 +165,12 @@ void Node::answerAll(RemoteHost &asker) {
     std::map<Key, Bytes> bodies;
     for (const auto &[key, local] : m_local)
         bodies.emplace(key, local.body);
-    asker.acknowledged = m_outgoing.last();
+    if (!asker.acknowledged) // it may still have use for whatever is kept
+        asker.acknowledged = m_outgoing.first() - 1;
     asker.namedUs = m_now;
-    for (const Packet &part : Snapshot::make(m_rank.incarnation, ++m_snapshots, m_outgoing.last(),
-                                             bodies, m_carrier.longestPacket()))
+    const Snapshot::At at{m_outgoing.last(), m_outgoing.first()};
+    for (const Packet &part :
+         Snapshot::make(m_rank.incarnation, ++m_snapshots, at, bodies, m_carrier.longestPacket()))
         m_carrier.toOne(asker.beat.rank.incarnation, part);
 }
 

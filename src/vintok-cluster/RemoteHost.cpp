@@ -7,7 +7,7 @@ namespace vintok::cluster {
 
 namespace {
 
-constexpr std::size_t snapshotHead = Header::size + 4 + 8 + 2 + 2;
+constexpr std::size_t snapshotHead = Header::size + 4 + 8 + 8 + 2 + 2;
 constexpr std::size_t mostParts = 4096;
 constexpr std::size_t mostParties = 65536;
 
@@ -27,9 +27,8 @@ bool decode(View body, Party &party) {
     return reader.good() && party.entry.read(reader.rest().data(), reader.rest().size()) != 0;
 }
 
-std::vector<Packet> Snapshot::make(std::uint64_t sender, std::uint32_t number,
-                                   std::uint64_t sequence, const std::map<Key, Bytes> &parties,
-                                   std::size_t longest) {
+std::vector<Packet> Snapshot::make(std::uint64_t sender, std::uint32_t number, const At &at,
+                                   const std::map<Key, Bytes> &parties, std::size_t longest) {
     Bytes items;
     for (const auto &[key, body] : parties) {
         Writer writer(items);
@@ -43,7 +42,7 @@ std::vector<Packet> Snapshot::make(std::uint64_t sender, std::uint32_t number,
         Bytes packet;
         Writer writer(packet);
         write(writer, {Kind::snapshot, sender});
-        writer.number(number).number(sequence);
+        writer.number(number).number(at.sequence).number(at.first);
         writer.number(static_cast<std::uint16_t>(part)).number(static_cast<std::uint16_t>(count));
         const std::size_t begin = part * share;
         writer.raw(View(items).subspan(begin, std::min(share, items.size() - begin)));
@@ -55,13 +54,14 @@ std::vector<Packet> Snapshot::make(std::uint64_t sender, std::uint32_t number,
 bool Snapshot::take(Reader &reader) {
     const auto number = reader.number<std::uint32_t>();
     const auto behind = reader.number<std::uint64_t>();
+    const auto first = reader.number<std::uint64_t>();
     const std::size_t part = reader.number<std::uint16_t>();
     const std::size_t count = reader.number<std::uint16_t>();
     if (!reader.good() || part >= count || count > mostParts)
         return false;
     if (m_number != number || m_parts.size() != count) {
         m_number = number;
-        sequence = behind;
+        at = {behind, first};
         m_parts.assign(count, {});
         m_there.assign(count, false);
         m_missing = count;

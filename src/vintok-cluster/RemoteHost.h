@@ -30,15 +30,18 @@ bool decode(View body, Party &party);
 // The parts of a snapshot until all are there.
 class Snapshot {
 public:
-    // One part. True when it was the last that was missing: `parties` and `sequence` hold.
+    // One part. True when it was the last that was missing: `parties` and `at` hold.
     bool take(Reader &reader);
     Parties parties;
-    std::uint64_t sequence = 0; // what the stream was like behind this packet
+    struct At {
+        std::uint64_t sequence = 0; // what the stream was like behind this packet
+        std::uint64_t first = 0;    // that could still be had
+    };
+    At at;
 
     // All parts, each a packet.
-    static std::vector<Packet> make(std::uint64_t sender, std::uint32_t number,
-                                    std::uint64_t sequence, const std::map<Key, Bytes> &parties,
-                                    std::size_t longest);
+    static std::vector<Packet> make(std::uint64_t sender, std::uint32_t number, const At &at,
+                                    const std::map<Key, Bytes> &parties, std::size_t longest);
 
 private:
     bool join();
