@@ -345,7 +345,7 @@ TEST(Hosts, APartyCountsWhereItCameLast) {
                    net[2].node.hostOf(addressOf(7)) == host.incarnation();
         });
     };
-    for (const std::size_t host : {0, 1}) {
+    for (const std::size_t host : {std::size_t{0}, std::size_t{1}}) {
         net[host].joins(7, std::to_string(host));
         EXPECT_TRUE(isAt(net[host], std::to_string(host)));
     }

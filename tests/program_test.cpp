@@ -169,12 +169,16 @@ TEST_F(ProgramTest, AGuestGoesByTheClockOfItsHost) {
     for (const int offset : {-100000, 100000}) {
         Program ann({"host", "--clock-offset", std::to_string(offset)});
         Program bob({"join", ann.target(), "--name", "Bob"});
-        // The clock is compared before the roster comes.
         ASSERT_TRUE(bob.tells("changed", {named("Bob"), {"self", "true"}}));
         for (Program *party : {&ann, &bob}) {
-            std::string line;
-            ASSERT_TRUE(party->answers("/time", "time", {}, &line));
-            EXPECT_NEAR(offset, std::stod(line.substr(line.find("offset\":") + 8)), 1) << line;
+            // The answer about the clock is on its way while the roster comes.
+            double told = 0;
+            for (int tries = 0; tries < 100 && std::abs(told - offset) > 1; ++tries) {
+                std::string line;
+                ASSERT_TRUE(party->answers("/time", "time", {}, &line));
+                told = std::stod(line.substr(line.find("offset\":") + 8));
+            }
+            EXPECT_NEAR(offset, told, 1);
         }
     }
 }

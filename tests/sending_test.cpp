@@ -80,6 +80,16 @@ TEST_F(Sending, FilesFromAnywhereGoOneAfterTheOther) {
     EXPECT_EQ(0u, starts(ann, 1)) << "alone";
 }
 
+TEST_F(Sending, ACallbackMayTurnTheLoop) {
+    WirePeer dan(meeting, "Dan");
+    ASSERT_TRUE(dan.joins(ann.port()) && dan.fences());
+    ann.inside = [this](const std::string &) { meeting.turn(); };
+    EXPECT_EQ(1u, starts(ann, 2048));
+    EXPECT_TRUE(ann.isTold("sent 1 1"));
+    EXPECT_THAT(kinds(dan.gets()),
+                ElementsAre(id::fileBegin, id::fileData, id::fileData, id::fileEnd));
+}
+
 TEST_F(Sending, WhatIsNoFileIsRefused) {
     EXPECT_EQ(0u, ann->startFile(temporary.path("none"), "f"));
     EXPECT_EQ(0u, ann->startFile(temporary.holding("empty", ""), "f"));

@@ -12,10 +12,11 @@ CLI::Option *addFile(CLI::App &app, CLI::Option *cluster, const std::string &nam
 }
 
 CLI::Option *addServers(CLI::App &app, vintok::ClusterOptions &cluster, const std::string &help) {
-    CLI::Option *servers = app.add_option("--cluster", cluster.servers,
-                                          help + "; several with commas between them, "
-                                                 "nats://[USER:PASSWORD@]HOST[:PORT] or tls://...")
-                               ->type_name("URL");
+    CLI::Option *servers =
+        app.add_option("--cluster", cluster.servers,
+                       help + " (nats://[USER:PASSWORD@]HOST[:PORT] or tls://..., several with "
+                              "commas between them)")
+            ->type_name("URL");
     addFile(app, servers, "--cluster-creds", cluster.credentials,
             "Credentials for NATS, as its own tools make them");
     addFile(app, servers, "--cluster-ca", cluster.tlsRoots,

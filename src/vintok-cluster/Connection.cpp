@@ -90,7 +90,6 @@ Connection::Connection(const ClusterOptions &options, std::uint64_t incarnation)
     : m_options(options),
       m_subjects(options.meeting),
       m_ownSubject(m_subjects.to(incarnation)),
-      m_incarnation(incarnation),
       m_mostUnsent(4 * options.window + (64 << 20)) {
     if (options.ordered)
         m_jetStream =

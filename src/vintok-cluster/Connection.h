@@ -82,7 +82,6 @@ private:
     const ClusterOptions m_options;
     const Subjects m_subjects;
     const std::string m_ownSubject;
-    const std::uint64_t m_incarnation;
     const std::uint64_t m_mostUnsent;
     std::uint64_t m_id = 0; // under which NATS's callbacks find this object
     platform::Waker m_waker;

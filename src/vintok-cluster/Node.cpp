@@ -333,7 +333,7 @@ std::uint32_t Node::turn(std::uint64_t now) {
 // What all that are there have is forgotten; what those lack that may come again is kept a while.
 void Node::release() {
     std::uint64_t live = m_outgoing.last();
-    std::uint64_t gone = live;
+    std::uint64_t gone = isNew() ? 0 : live; // others may be about to find this host
     for (const auto &[incarnation, host] : m_hosts)
         if (host->acknowledged && !host->isEnded) {
             std::uint64_t &least = host->isLive ? live : gone;

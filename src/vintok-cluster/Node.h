@@ -132,6 +132,7 @@ private:
     void takeBlocks(const RemoteHost &host);
 
     // ---- Items (Node.cpp) ----
+    bool isNew() const { return m_now < m_claimsFrom + m_options.hostTimeout; }
     bool takePackets();
     void take(RemoteHost &host, ItemKind kind, View body);
     void takeSaid(View speaker, View frames);

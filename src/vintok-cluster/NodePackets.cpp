@@ -194,6 +194,8 @@ void Node::answerAgain(RemoteHost &asker, Reader &reader) {
 void Node::askFor(RemoteHost &host) {
     if (!host.isLive || host.isEnded)
         return;
+    if (!host.incoming.counts() && host.beat.has(Beat::isNew))
+        host.incoming.countFrom(0); // nothing it has said before we met is to be missed
     if (!host.incoming.counts()) {
         if (host.askedAll == 0 || m_now - host.askedAll >= askAllAgain) {
             host.askedAll = m_now;
@@ -238,6 +240,7 @@ Beat Node::beat() const {
     flag(takesPart() && m_colors.wants(), Beat::wantsColors);
     flag(hasAuthority(), Beat::hasAuthority);
     flag(m_options.ordered, Beat::ordered);
+    flag(isNew() && m_outgoing.first() == 1, Beat::isNew);
     beat.last = m_outgoing.last();
     beat.address = m_options.address;
     beat.name = m_options.name;

@@ -128,6 +128,7 @@ struct Beat {
         wantsColors = 4,  // it asks whoever has authority for a block
         hasAuthority = 8, // by what it has heard
         ordered = 16,
+        isNew = 32, // and its stream can be had from the first packet on
     };
     Rank rank;
     std::uint8_t flags = 0;

@@ -113,7 +113,8 @@ public:
     static void authorityChanged(ConferenceParticipant &host);
 
     // Asks `takeColor` for whoever here has none. With `anew` for everybody here, where two parts
-    // of a meeting that were apart have given the same.
+    // of a meeting that were apart have given the same; where there is none as yet the old ones
+    // stay until there is.
     static void giveColors(ConferenceParticipant &host, bool anew);
 
     // Sends a caller that waits for the answer to another host, and ends its call here: it is given

@@ -142,6 +142,7 @@ void ConferenceParticipant::Linking::left(ConferenceParticipant &owner,
                                           const ConferenceRosterEntry &entry) {
     constexpr std::size_t mostDeparted = 256;
     LinkState &state = owner._workings->linking;
+    state.recolored.erase(&entry);
     if (state.link == nullptr || state.told.erase(&entry) == 0)
         return;
     state.link->entryLeft(entry);
@@ -576,12 +577,20 @@ void LinkedMeeting::giveColors(ConferenceParticipant &host, bool anew) {
     ConferenceLink *const link = host._workings->linking.link;
     if (link == nullptr)
         return;
+    auto &awaited = host._workings->linking.recolored;
+    // Until it gets its new colour everybody keeps the old one.
     const auto give = [&](ConferenceRosterEntry &entry) {
-        if (!anew && entry.colorIndex() != none)
+        if (!anew && entry.colorIndex() != none && awaited.count(&entry) == 0)
             return false;
-        const unsigned short before = entry.colorIndex();
-        entry.setColorIndex(link->takeColor());
-        return entry.colorIndex() != before;
+        const unsigned short color = link->takeColor();
+        if (color == none) {
+            awaited.insert(&entry);
+            return false;
+        }
+        awaited.erase(&entry);
+        const bool changes = entry.colorIndex() != color;
+        entry.setColorIndex(color);
+        return changes;
     };
     host._attempt("giveColors", [&] {
         bool changed = give(host._self);

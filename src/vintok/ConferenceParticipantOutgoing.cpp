@@ -260,7 +260,7 @@ bool ConferenceParticipant::Outgoing::isFirst(const ConferenceParticipant &owner
 bool ConferenceParticipant::Outgoing::mayGoOn(void *data) {
     const auto &owner = *static_cast<const ConferenceParticipant *>(data);
     const auto &files = owner._workings->outgoing.files;
-    if (files.empty() || owner._workings->sendsFile)
+    if (files.empty() || owner._workings->sendsFile || files.front()->atWork)
         return false;
     return owner._attendees.empty() ||
            (files.front()->stage == OutgoingFile::Stage::ended ? hasLeft(*files.front())
@@ -302,6 +302,7 @@ void ConferenceParticipant::Outgoing::turnHasCome(int, void *data) {
     if (!mayGoOn(data))
         return;
     const std::shared_ptr<OutgoingFile> file = owner._workings->outgoing.files.front();
+    const SendingFile atWork(file->atWork);
     const auto goesOn = [&] {
         goOn(owner, *file);
         return true;

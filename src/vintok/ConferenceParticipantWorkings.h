@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 namespace vintok {
@@ -138,6 +139,7 @@ struct ConferenceParticipant::OutgoingFile {
     Stage stage = Stage::waits;
     std::uint64_t sent = 0;
     bool failed = false; // something did not reach somebody
+    bool atWork = false; // a callback may turn the loop meanwhile
     std::vector<Rest> rests;
     std::vector<TCPAddress> refusedBy;
 };
@@ -155,6 +157,7 @@ struct ConferenceParticipant::LinkState {
     std::unordered_map<const ConferenceRosterEntry *, std::string> told; // what an entry says
     ConferenceRosterEntry *speaker = nullptr;                            // who spoke last elsewhere
     std::uint64_t speakerChanges = 0;                                    // `listChanges` then
+    std::unordered_set<const ConferenceRosterEntry *> recolored; // as soon as there are colours
     // Who has left while what they said last was yet to come back.
     std::deque<ConferenceRosterEntry> departed;
 };

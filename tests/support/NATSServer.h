@@ -15,12 +15,14 @@ namespace vintok::test {
 class NATSServer {
 public:
     static constexpr char program[] = "/usr/sbin/nats-server";
+    // Or has to be, as VINTOK_REQUIRE_NATS says.
     static bool isInstalled();
 
     // Started, on a port of the system's choice, which it has again when it is started again. With
     // "-js" among the options it keeps streams in a folder of its own.
     explicit NATSServer(std::vector<std::string> options = {});
-    void start(const std::vector<std::string> &more = {}); // options of this time
+    // With these options, too.
+    void start(const std::vector<std::string> &more = {});
     void stop() { m_process->kill(); }
 
     std::string url() const { return "nats://127.0.0.1:" + m_port; }
