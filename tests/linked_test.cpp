@@ -97,7 +97,10 @@ public:
             toOthers([leader](ConferenceParticipant &to) { LinkedMeeting::leader(to, leader); });
     }
     unsigned short takeColor() override { return bus.color++; }
-    void meetingEnded() override { ended = true; }
+    void meetingEnded() override {
+        here.clear();
+        ended = true;
+    }
 
     Bus &bus;
     Party &host;
@@ -237,6 +240,8 @@ TEST_F(Linked, WhoComesGoesAndChangesIsSeenEverywhere) {
     EXPECT_TRUE(bea.sees({}));
     ann.leaves();
     EXPECT_TRUE(annsEnd.ended);
+    EXPECT_TRUE(beasEnd.joins() && ann.hosts("Anew") && bea.sees({{"Ann", ann->colorIndex()}}));
+    EXPECT_NE(ann->colorIndex(), bea->colorIndex());
 }
 
 TEST_F(Linked, WhatIsSaidIsHeardEverywhereOnceAndInOrder) {

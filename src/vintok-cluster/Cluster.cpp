@@ -3,6 +3,7 @@
 #include "vintok-cluster/Cluster.h"
 
 #include "vintok-cluster/Connection.h"
+#include "vintok-cluster/Describe.h"
 #include "vintok-cluster/Node.h"
 #include "vintok/ConferenceLink.h"
 #include "vintok/ConferenceParticipant.h"
@@ -111,29 +112,14 @@ struct cluster::State final : Side {
     bool isStopWanted = false;
 };
 
-namespace {
-
-ClusterHost describe(const cluster::Beat &beat) {
-    ClusterHost host;
-    host.name = visibleText(beat.name, 256);
-    host.address = beat.address;
-    host.advertised = visibleText(beat.advertised, 256);
-    host.port = beat.port;
-    host.members = beat.members;
-    host.mostMembers = beat.mostMembers;
-    return host;
-}
-
-} // namespace
-
 ClusterHost cluster::State::describe(std::uint64_t incarnation) const {
     const auto found = node->hosts().find(incarnation);
     const Beat own = node->beat();
     ClusterHost described;
     if (incarnation == own.rank.incarnation)
-        described = vintok::describe(own);
+        described = cluster::describe(own);
     else if (found != node->hosts().end())
-        described = vintok::describe(found->second->beat);
+        described = cluster::describe(found->second->beat);
     described.self = incarnation == own.rank.incarnation;
     described.authority = incarnation != 0 && incarnation == node->authority();
     return described;

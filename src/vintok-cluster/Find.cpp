@@ -1,6 +1,7 @@
 // Who looks for a host of a meeting asks all of them at once. Each answers with its beat, which
 // also says how many others there are.
 #include "vintok-cluster/Cluster.h"
+#include "vintok-cluster/Describe.h"
 #include "vintok-cluster/Nats.h"
 #include "vintok/TCPStream.h"
 
@@ -20,18 +21,6 @@ constexpr std::int64_t moment = 20; // milliseconds that a poll for answers take
 
 bool hasRoom(const ClusterHost &host) {
     return host.mostMembers == 0 || host.members < host.mostMembers;
-}
-
-ClusterHost describe(const Beat &beat) {
-    ClusterHost host;
-    host.name = visibleText(beat.name, 256);
-    host.address = beat.address;
-    host.advertised = visibleText(beat.advertised, 256);
-    host.port = beat.port;
-    host.members = beat.members;
-    host.mostMembers = beat.mostMembers;
-    host.authority = beat.has(Beat::hasAuthority);
-    return host;
 }
 
 using Answers = std::map<std::uint64_t, Beat>;
@@ -99,7 +88,7 @@ std::vector<ClusterHost> Cluster::find(const ClusterOptions &options, std::uint3
         ask(connection.get(), cluster::Subjects(options.meeting).find(), end, answers);
     std::vector<ClusterHost> hosts;
     for (const auto &[incarnation, beat] : answers)
-        hosts.push_back(describe(beat));
+        hosts.push_back(cluster::describe(beat));
     std::stable_sort(hosts.begin(), hosts.end(), [](const ClusterHost &a, const ClusterHost &b) {
         return std::tuple(!hasRoom(a), a.members) < std::tuple(!hasRoom(b), b.members);
     });

@@ -63,7 +63,8 @@ public:
     // `LinkedMeeting::giveColors`.
     virtual unsigned short takeColor() = 0;
 
-    // The meeting is over at this host: it has hung up. The link stays installed.
+    // The meeting is over at this host: it has hung up. The link stays installed, for the next
+    // one.
     virtual void meetingEnded() = 0;
 
 protected:
@@ -118,8 +119,8 @@ public:
     static void giveColors(ConferenceParticipant &host, bool anew);
 
     // Sends a caller that waits for the answer to another host, and ends its call here: it is given
-    // the redirect callback, with that name and port, or without one calls there, if it has retries
-    // left. One of an older version is refused only. False if nobody of this address waits.
+    // the redirect callback, with that name and port, if it has retries left. One without that
+    // callback, or of an older version, is refused only. False if nobody of this address waits.
     static bool redirect(ConferenceParticipant &host, const TCPAddress &caller,
                          const std::string &name, unsigned short port);
 };

@@ -117,9 +117,9 @@ void ConferenceParticipant::Relaying::closeRelay(ConferenceParticipant &owner) {
 void ConferenceParticipant::Relaying::spread(void *owner, StreamLoop &loop, int source,
                                              const Span &span) {
     auto &participant = *static_cast<ConferenceParticipant *>(owner);
-    if (const ConferenceRosterEntry *speaker = participant._getPeer(source);
-        speaker != nullptr && Linking::isLinked(participant)) {
-        Linking::pass(participant, *speaker, span.bytes, span.length);
+    if (Linking::isLinked(participant)) {
+        if (const ConferenceRosterEntry *speaker = participant._getPeer(source))
+            Linking::pass(participant, *speaker, span.bytes, span.length);
         if (!Linking::hasRoom(participant))
             loop.holdUp(source, Linking::mayGoOn, owner);
     }

@@ -47,6 +47,7 @@ bool ConferenceParticipant::hostMeeting(const std::string &meetingName) {
     _nextColorIndex = 1;
     _workings->hostsByCall = false;
     VINTOK_LOG(SEVERITY_TRACE, "ConferenceParticipant::hostMeeting index = 0");
+    Linking::began(*this);
     _tell(_userDataCB, _self);
     return true;
 }

@@ -6,7 +6,7 @@
 // by its descriptor, so that a time which comes when somebody else has the number finds nobody.
 #include "vintok/ConferenceParticipantWorkings.h"
 
-#include "vintok/BufferManager.h"
+#include "vintok/ConferenceParticipantMessages.h"
 #include "vintok/FrameLayout.h"
 #include "vintok/Log.h"
 #include "vintok/StreamInternal.h"
@@ -36,20 +36,6 @@ bool isSamePlace(const TCPAddress &one, const TCPAddress &other) {
     std::uint32_t oneIPv4 = 0;
     std::uint32_t otherIPv4 = 0;
     return one.IPv4(oneIPv4) && other.IPv4(otherIPv4) && oneIPv4 == otherIPv4;
-}
-
-bool isBroadcast(const Span &frame) {
-    TCPGUID identifier{};
-    BufferManager cursor(const_cast<unsigned char *>(frame.bytes) + layout::identifier,
-                         sizeof(identifier));
-    identifier.read(cursor);
-    return identifier == TCP_broadcastMessage;
-}
-
-std::size_t headerSize(const Span &frame) {
-    const bool isIPv4 =
-        frame.bytes[layout::majorVersion] == 0 && frame.bytes[layout::majorVersion + 1] == 1;
-    return isIPv4 ? layout::sizeIPv4 : layout::sizeLong;
 }
 
 // The first frame of a run of whole ones.
@@ -344,10 +330,11 @@ void ConferenceParticipant::Guards::tellSlow(ConferenceParticipant &owner,
 bool ConferenceParticipant::Guards::drops(ConferenceParticipant &owner,
                                           const ConferenceRosterEntry &peer, const Span &frame) {
     const GuardState &guards = owner._workings->guards;
-    if (guards.dropCB == nullptr || guards.output.hard == 0 || !isBroadcast(frame))
+    if (guards.dropCB == nullptr || guards.output.hard == 0 ||
+        !(identifierOf(frame.bytes) == TCP_broadcastMessage))
         return false;
     const std::shared_ptr<StreamBuffer> buffer = bufferOf(peer.descriptor());
-    const std::size_t header = headerSize(frame);
+    const std::size_t header = headerSizeOf(frame.bytes);
     return buffer != nullptr && buffer->isLimited() && buffer->queued() > guards.output.soft &&
            frame.length > header &&
            guards.dropCB(&owner, peer, frame.bytes + header, frame.length - header);

@@ -62,7 +62,7 @@ struct ConferenceParticipant::Linking::Frames {
     std::size_t length;
 
     // Of those that are relayed; of the first message alone when it is of another kind.
-    std::size_t run(TCPMessage &message, bool &isRelayed, bool one) const;
+    std::size_t run(bool &isRelayed, bool one) const;
 };
 
 // ---- Whether there is a link ----
@@ -151,6 +151,14 @@ void ConferenceParticipant::Linking::left(ConferenceParticipant &owner,
     state.departed.push_back(entry);
     if (state.departed.size() > mostDeparted)
         state.departed.pop_front();
+}
+
+// The meeting has been begun, or the link has come to it.
+void ConferenceParticipant::Linking::began(ConferenceParticipant &owner) {
+    if (!isLinked(owner))
+        return;
+    LinkedMeeting::giveColors(owner, true);
+    publish(owner);
 }
 
 void ConferenceParticipant::Linking::ended(ConferenceParticipant &owner) {
@@ -332,12 +340,11 @@ bool ConferenceParticipant::Linking::takeLeft(ConferenceParticipant &owner,
 
 // ---- What is said elsewhere ----
 
-std::size_t ConferenceParticipant::Linking::Frames::run(TCPMessage &message, bool &isRelayed,
-                                                        bool one) const {
+std::size_t ConferenceParticipant::Linking::Frames::run(bool &isRelayed, bool one) const {
     std::size_t done = 0;
     while (const std::size_t frame = wholeFrame(bytes + done, length - done)) {
         const bool relayed =
-            readFrame(message, bytes + done, frame) && Relaying::isRelayed(message.messageID());
+            frame >= headerSizeOf(bytes + done) && Relaying::isRelayed(identifierOf(bytes + done));
         if (done == 0)
             isRelayed = relayed;
         if (done == 0 && !relayed)
@@ -354,14 +361,13 @@ std::size_t ConferenceParticipant::Linking::Frames::run(TCPMessage &message, boo
 // Whoever is connected here gets a run of messages in one piece, before any of them is looked at.
 bool ConferenceParticipant::Linking::takeSaid(ConferenceParticipant &owner,
                                               const TCPAddress &address, Frames frames) {
-    TCPMessage message;
     const bool one = owner._workings->guards.dropCB != nullptr; // may keep each from somebody
     while (frames.length != 0) {
         ConferenceRosterEntry *speaker = speakerOf(owner, address);
         if (speaker == nullptr)
             return refuse(TCP_ERROR_INVALID_ADDRESS, "said: nobody in the meeting has said it");
         bool isRelayed = false;
-        const std::size_t length = frames.run(message, isRelayed, one);
+        const std::size_t length = frames.run(isRelayed, one);
         if (length == 0)
             return refuse(TCP_ERROR_CORRUPT_HEADER, "said: no whole message");
         const Span span = {nullptr, frames.bytes, length};
@@ -457,20 +463,16 @@ bool LinkedMeeting::install(ConferenceParticipant &host, ConferenceLink *link) {
     return host._attempt("install", [&] {
         auto &state = host._workings->linking;
         StreamLoop::ofThisThread()->letGoOn(&host);
-        state.told.clear();
-        if (link == nullptr && state.link != nullptr) {
-            state.link = nullptr;
+        const bool wasLinked = state.link != nullptr;
+        state = Party::LinkState();
+        state.link = link;
+        if (link != nullptr)
+            Party::Linking::began(host);
+        else if (wasLinked)
             host._forEachAttendee([&](ConferenceRosterEntry *entry) {
                 if (entry->isShadow() && entry->descriptor() == -1)
                     Party::Linking::takeLeft(host, TCPAddress(*entry));
             });
-            return true;
-        }
-        state.link = link;
-        if (link != nullptr) {
-            giveColors(host, true);
-            Party::Linking::publish(host);
-        }
         return true;
     });
 }
@@ -501,19 +503,13 @@ bool LinkedMeeting::saidTo(ConferenceParticipant &host, const TCPAddress &addres
         const ConferenceRosterEntry *member = Linking::inMeeting(host, address);
         if (member == nullptr || !member->doBroadcast())
             return refuse(TCP_ERROR_INVALID_ADDRESS, "saidTo: nobody here has this address");
-        TCPMessage message;
         bool isRelayed = false;
         const Linking::Frames all = {frames, length};
-        if (all.run(message, isRelayed, false) != length || !isRelayed)
+        if (all.run(isRelayed, false) != length || !isRelayed)
             return refuse(TCP_ERROR_INVALID_ARGUMENT, "saidTo: none that may come this way");
         ConferenceParticipant::Guards::tellChangesBefore(host, nullptr);
-        const Span copy = copyToChunk(frames, length);
-        if (copy.owner == nullptr)
-            throw std::bad_alloc();
-        Delivery delivery(copy, Delivery::When::withTheTurn);
-        delivery.give(member->descriptor());
-        delivery.complete();
-        return delivery.isTaken();
+        return Delivery::toOne(member->descriptor(), {nullptr, frames, length},
+                               Delivery::When::withTheTurn);
     });
 }
 
@@ -539,10 +535,11 @@ bool LinkedMeeting::message(ConferenceParticipant &host, const TCPAddress &party
             ConferenceParticipant::Relaying::dispatch(host, from, message);
             return true;
         }
-        const ConferenceRosterEntry *member = Linking::speakerOf(host, party);
-        return member != nullptr && member->doBroadcast()
-                   ? message.write(member->descriptor(), nullptr)
-                   : refuse(TCP_ERROR_INVALID_ADDRESS, "message: nobody here has this address");
+        const ConferenceRosterEntry *member = Linking::inMeeting(host, party);
+        if (member == nullptr || !member->doBroadcast())
+            return refuse(TCP_ERROR_INVALID_ADDRESS, "message: nobody here has this address");
+        return Delivery::toOne(member->descriptor(), {nullptr, frame, length},
+                               Delivery::When::withTheTurn);
     });
 }
 

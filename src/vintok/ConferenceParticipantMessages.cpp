@@ -1,6 +1,8 @@
 #include "vintok/ConferenceParticipantMessages.h"
 
+#include "vintok/BufferManager.h"
 #include "vintok/ConferenceParticipant.h"
+#include "vintok/FrameLayout.h"
 #include "vintok/TCPGUID.h"
 #include "vintok/TCPMessage.h"
 #include "vintok/TCPStream.h"
@@ -26,6 +28,19 @@ bool sendByte(int descriptor, const TCPGUID &identifier, unsigned char value) {
         return false;
     message.messageBuffer()[0] = value;
     return message.write(-1, nullptr);
+}
+
+TCPGUID identifierOf(const unsigned char *frame) {
+    TCPGUID identifier{};
+    BufferManager cursor(const_cast<unsigned char *>(frame) + layout::identifier,
+                         sizeof(identifier));
+    identifier.read(cursor);
+    return identifier;
+}
+
+std::size_t headerSizeOf(const unsigned char *frame) {
+    const bool isIPv4 = frame[layout::majorVersion] == 0 && frame[layout::majorVersion + 1] == 1;
+    return isIPv4 ? layout::sizeIPv4 : layout::sizeLong;
 }
 
 void takeEntry(ConferenceRosterEntry &known, const ConferenceRosterEntry &received) {

@@ -2,6 +2,7 @@
 #ifndef VINTOK_CONFERENCEPARTICIPANTMESSAGES_H
 #define VINTOK_CONFERENCEPARTICIPANTMESSAGES_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -21,6 +22,10 @@ bool openMessage(TCPMessageBase &message, const TCPGUID &identifier,
 
 // Sends a message whose body is one byte. True when it went out.
 bool sendByte(int descriptor, const TCPGUID &identifier, unsigned char value);
+
+// What a whole frame says, without taking it apart: its identifier, and where its body begins.
+TCPGUID identifierOf(const unsigned char *frame);
+std::size_t headerSizeOf(const unsigned char *frame);
 
 // Takes over what a party says of itself or of another, except how this end reaches that party: the
 // descriptor, whether there is one at all, and what is awaited on it are not for the wire to say.

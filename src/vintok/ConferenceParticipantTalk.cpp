@@ -27,19 +27,11 @@ namespace {
 
 constexpr std::chrono::seconds answerTime(10);
 
-// To one connection. False when it cannot be given the message. What is not waited for outlives the
-// message, so its bytes must have an owner.
-bool deliver(int descriptor, TCPMessage &message, Delivery::When when) {
-    Span bytes = {message.rawBytes().shared(), message.rawBuffer(),
-                  static_cast<std::size_t>(message.rawBufferLength())};
-    if (bytes.owner == nullptr && when == Delivery::When::withTheTurn)
-        bytes = copyToChunk(bytes.bytes, bytes.length);
-    if (bytes.bytes == nullptr)
-        throw std::bad_alloc();
-    Delivery delivery(bytes, when);
-    delivery.give(descriptor);
-    delivery.complete();
-    return delivery.isTaken();
+bool deliver(int descriptor, const TCPMessage &message, Delivery::When when) {
+    return Delivery::toOne(descriptor,
+                           {message.rawBytes().shared(), message.rawBuffer(),
+                            static_cast<std::size_t>(message.rawBufferLength())},
+                           when);
 }
 
 } // namespace

@@ -519,6 +519,7 @@ struct ConferenceParticipant::Linking {
     static void publish(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
     static void joins(ConferenceParticipant &owner, const ConferenceRosterEntry &member);
     static void left(ConferenceParticipant &owner, const ConferenceRosterEntry &entry);
+    static void began(ConferenceParticipant &owner);
     static void ended(ConferenceParticipant &owner);
     static void leadsNow(ConferenceParticipant &owner, const ConferenceRosterEntry &leader);
 

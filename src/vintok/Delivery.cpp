@@ -5,8 +5,20 @@
 #include "vintok/StreamLoop.h"
 
 #include <algorithm>
+#include <new>
 
 namespace vintok {
+
+bool Delivery::toOne(int descriptor, Span bytes, When when) {
+    if (bytes.owner == nullptr && when == When::withTheTurn)
+        bytes = copyToChunk(bytes.bytes, bytes.length);
+    if (bytes.bytes == nullptr)
+        throw std::bad_alloc();
+    Delivery delivery(bytes, when);
+    delivery.give(descriptor);
+    delivery.complete();
+    return delivery.isTaken();
+}
 
 void Delivery::give(int descriptor) {
     Receiver &receiver = m_receivers.emplace_back(Receiver{descriptor, nullptr, 0, true});

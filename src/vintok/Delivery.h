@@ -30,6 +30,10 @@ public:
     Delivery(const Delivery &) = delete;
     Delivery &operator=(const Delivery &) = delete;
 
+    // To one connection: what is not waited for is copied if it has no owner. False when it cannot
+    // be given the bytes. Throws std::bad_alloc.
+    static bool toOne(int descriptor, Span bytes, When when);
+
     void give(int descriptor);
     void complete();
 
